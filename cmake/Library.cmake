@@ -1,0 +1,52 @@
+find_package(Threads REQUIRED)
+
+# The objects are built once: the shared library exports a few of their symbols, and the tests that
+# look inside link the same objects.
+file(GLOB VQREGLIB_SOURCES CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/portable/*.cpp
+     ${PROJECT_SOURCE_DIR}/RegLib/*/*.cpp)
+add_library(vqreg_objects OBJECT ${VQREGLIB_SOURCES})
+set_target_properties(vqreg_objects PROPERTIES POSITION_INDEPENDENT_CODE ON)
+target_include_directories(vqreg_objects PUBLIC ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include)
+target_compile_definitions(vqreg_objects PRIVATE VQREGLIB_VERSION="${PROJECT_VERSION}")
+target_link_libraries(vqreg_objects PUBLIC Threads::Threads vqreg_sanitizers
+                      PRIVATE vqreg_warnings)
+
+add_library(VQRegLib SHARED)
+add_library(VQRegLib::VQRegLib ALIAS VQRegLib)
+target_link_libraries(VQRegLib PRIVATE vqreg_objects)
+target_include_directories(VQRegLib INTERFACE
+    $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
+    $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+target_compile_features(VQRegLib INTERFACE cxx_std_11)
+set_target_properties(VQRegLib PROPERTIES
+    VERSION ${PROJECT_VERSION}
+    SOVERSION ${PROJECT_VERSION_MAJOR}
+    LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/exports.map)
+# nodelete: threads of the library may outlive a dlclose.
+target_link_options(VQRegLib PRIVATE
+    -Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map
+    -Wl,-z,now -Wl,-z,relro -Wl,-z,nodelete)
+if(NOT VQREGLIB_SANITIZE)
+    target_link_options(VQRegLib PRIVATE -Wl,-z,defs)
+endif()
+
+include(CMakePackageConfigHelpers)
+configure_package_config_file(
+    ${PROJECT_SOURCE_DIR}/cmake/VQRegLibConfig.cmake.in ${PROJECT_BINARY_DIR}/VQRegLibConfig.cmake
+    INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/VQRegLib)
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/VQRegLibConfigVersion.cmake
+                                 COMPATIBILITY SameMajorVersion)
+configure_file(${PROJECT_SOURCE_DIR}/cmake/VQRegLib.pc.in ${PROJECT_BINARY_DIR}/VQRegLib.pc @ONLY)
+
+install(TARGETS VQRegLib EXPORT VQRegLibTargets
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library
+        NAMELINK_COMPONENT development)
+install(EXPORT VQRegLibTargets NAMESPACE VQRegLib::
+        DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/VQRegLib COMPONENT development)
+install(FILES ${PROJECT_SOURCE_DIR}/include/VQRegLib.h
+        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
+install(FILES ${PROJECT_BINARY_DIR}/VQRegLibConfig.cmake
+              ${PROJECT_BINARY_DIR}/VQRegLibConfigVersion.cmake
+        DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/VQRegLib COMPONENT development)
+install(FILES ${PROJECT_BINARY_DIR}/VQRegLib.pc
+        DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)

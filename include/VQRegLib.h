@@ -1,0 +1,314 @@
+/// @file
+/// One common hierarchical configuration store for the processes of a machine.
+///
+/// A program opens a session (`CRegLib`), opens keys by path (`CRegKey` handles) and sets, queries,
+/// enumerates and deletes typed values below them. All processes that name the same configuration
+/// file see the same keys and values: every change is written to the file before the call returns,
+/// and every other process reads it at its next call.
+///
+/// All texts are NUL-terminated byte strings; the library looks at no encoding. Names are found
+/// regardless of ASCII case and keep the spelling with which they were created.
+///
+/// **Threads.** Any number of threads may share a session. A `CRegKey` belongs to one thread at a
+/// time, and destroying a *filled* `CRegKey` changes the tables of its store without a lock: destroy
+/// it when no other thread is inside a call on a session of the same store, or hand the keys to
+/// `CRegLib::VQRegDestroyKeyVect`, which takes the lock.
+///
+/// **fork.** A child of a multi-threaded process may use the library only if no other thread was
+/// inside a call of it at the moment of the fork. Handlers of the parent are not called in the child.
+///
+/// The header needs C++11 or later.
+#ifndef VQREGLIB_H
+#define VQREGLIB_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#if defined(__GNUC__)
+#define VQREGLIB_EXPORT __attribute__((visibility("default")))
+#else
+#define VQREGLIB_EXPORT
+#endif
+
+namespace VQRegLib {
+
+/// @name Result codes
+/// Every operation that returns `int` returns one of these. 0 is success and every failure is
+/// negative, so test for `< 0`.
+/// @{
+constexpr int REGLIB_OK = 0;  ///< success
+/// memory is short, a system object could not be made, a text was null, or a stored line has no "="
+constexpr int REGLIB_E_FAIL = static_cast<int>(0xC1250FA0u);
+constexpr int REGLIB_E_NOT_FOUND = static_cast<int>(0xC1250FA2u);    ///< no value of that name
+constexpr int REGLIB_E_NOT_A_KEY = static_cast<int>(0xC1250FA3u);    ///< the name is a value's
+constexpr int REGLIB_E_NOT_A_VALUE = static_cast<int>(0xC1250FA4u);  ///< the name is a sub key's
+constexpr int REGLIB_E_NO_MORE_ITEMS = static_cast<int>(0xC1250FA5u);  ///< index past the last one
+constexpr int REGLIB_E_KEY_NOT_FOUND = static_cast<int>(0xC1250FA8u);  ///< a key of the path is missing
+constexpr int REGLIB_E_BAD_TYPE = static_cast<int>(0xC1250FB0u);  ///< neither binary, dword nor string
+/// the caller's buffer is too small; the size that is needed has been written back
+constexpr int REGLIB_E_BUFFER_TOO_SMALL = static_cast<int>(0xC1250FB1u);
+constexpr int REGLIB_E_BAD_FORMAT = static_cast<int>(0xC1250FB2u);  ///< the file's text is malformed
+/// the key handle was never filled, was released, or belongs to a key that has been deleted
+constexpr int REGLIB_E_INVALID_HANDLE = static_cast<int>(0xC1250FB3u);
+constexpr int REGLIB_E_KEY_NOT_EMPTY = static_cast<int>(0xC1250FB4u);  ///< has sub keys or values
+/// the file, or the new file that is to replace it, could not be opened
+constexpr int REGLIB_E_FILE_OPEN = static_cast<int>(0xC1250FB5u);
+constexpr int REGLIB_E_END_OF_FILE = static_cast<int>(0xC1250FB6u);  ///< internal to the importer
+constexpr int REGLIB_E_NOT_INITIALIZED = static_cast<int>(0xC1250FB7u);  ///< session without a store
+/// @}
+
+class CRegKeyAccess;
+class CRegKeyImpl;
+class CRegLibImpl;
+
+/// A handle on one key of a store: filled by `CRegLib::VQRegCreateKey`, released by its destructor.
+///
+/// Handles cannot be copied. A handle may be filled again, which releases what it held before. It
+/// may outlive its session and its store; it then has empty names and the id 0. A handle on a key
+/// that has been deleted answers `REGLIB_E_INVALID_HANDLE` wherever it is used as a key.
+class VQREGLIB_EXPORT CRegKey {
+public:
+    /// Makes an empty handle.
+    CRegKey();
+
+    /// Releases the handle. See the note on threads at the top of this file. Does not throw: if
+    /// memory runs out while the key is being released, it is released all the same and the trace
+    /// log says so.
+    virtual ~CRegKey();
+
+    CRegKey(const CRegKey&) = delete;
+    CRegKey& operator=(const CRegKey&) = delete;
+
+    /// The key's own name as the caller spelled it when opening, without its path.
+    /// @return null for an empty handle. The text belongs to the handle and is valid until the
+    ///         handle is filled again, released, or its store is destroyed.
+    const char* GetKeyName() const;
+
+    /// The key's path from the top-level key in brackets, for example `[Velquist/Network]`, in the
+    /// stored spelling.
+    /// @return null for an empty handle; valid as long as the text of `GetKeyName`.
+    const char* GetKeyFullName() const;
+
+    /// The id under which the store has registered the handle: 1 and upwards, unique within one
+    /// store, 32 bits.
+    /// @return 0 for an empty handle and for one whose store is gone.
+    unsigned long GetKeyHandleID() const;
+
+private:
+    friend class CRegKeyAccess;
+    CRegKeyImpl* m_pImpl;
+};
+
+/// Derive from this class to be told of changes to a store's file, and register the object with
+/// `CRegLib::SetRegistryChangeHandler`. The library keeps the address only and never deletes it.
+class VQREGLIB_EXPORT CRegistryChangeHandler {
+public:
+    CRegistryChangeHandler();
+    virtual ~CRegistryChangeHandler();
+
+    /// Called after the store's file has changed. Exceptions must not leave it.
+    virtual void OnRegistryChange() = 0;
+};
+
+/// A session on one store.
+///
+/// Sessions of one process that name the same file and root key share one store; the store is
+/// destroyed with the last of them. A session whose store could not be opened still exists: each of
+/// its operations returns `REGLIB_E_NOT_INITIALIZED` and `RootKey()` is null.
+///
+/// Unless an operation says otherwise, it may also return these codes: `REGLIB_E_NOT_INITIALIZED`;
+/// `REGLIB_E_FAIL` when memory is short or a required text or pointer is null; `REGLIB_E_BAD_FORMAT`
+/// when the file has a malformed line (the lines before it have been read; every operation answers
+/// this until the file is mended); `REGLIB_E_FILE_OPEN` when the file cannot be read. Operations that
+/// change something return `REGLIB_E_FILE_OPEN` also when the new file cannot be written (no
+/// permission in the directory, no room): the change then stays in this process's memory only and is
+/// written with the next change that succeeds.
+///
+/// Key names must not hold "]" or line ends, value names no double quote, ":" or line ends, string
+/// values no line ends, and a line of the file ends at 2047 bytes. The library does not check this;
+/// a file that breaks these rules is malformed for every process that reads it.
+class VQREGLIB_EXPORT CRegLib {
+public:
+    /// The type of a value.
+    enum eDataType : std::int32_t {
+        eNone = 0,    ///< no type: keys, and values that were not found
+        eBinary = 1,  ///< a string of bytes
+        eDword = 2,   ///< an unsigned 32-bit number in the machine's byte order
+        eString = 3   ///< text; its size counts the terminating NUL
+    };
+
+    /// Where a store lives. Passed on to the store and read by nobody.
+    enum LOCATION : std::int32_t {
+        eLocationDefault = 0  ///< the only value in use
+    };
+
+    /// Opens a session.
+    ///
+    /// @param name      path of the configuration file; null selects "/velquist/etc/Velquist.cfg"
+    ///                  where "/velquist/etc" exists and "/etc/Velquist.cfg" otherwise. The file is
+    ///                  created when it is missing. Give an absolute path: a relative one is looked
+    ///                  up in the working directory at every access, not just now.
+    /// @param key       name of the store's root key; null selects "Velquist". A path is allowed and
+    ///                  its last key is the root key. The keys are created when they are missing.
+    /// @param location  `eLocationDefault`
+    /// @param result    may be null; receives 0, also when no store could be opened (see above).
+    ///
+    /// The first session of a process also reads the trace level (docs/tracing.md), for which it
+    /// opens the default store.
+    /// @throws VQException when the process-wide directory of stores cannot be allocated
+    CRegLib(const char* name, const char* key, LOCATION location, int* result);
+
+    /// Closes the session. Handles filled through it stay valid while the store lives.
+    virtual ~CRegLib();
+
+    CRegLib(const CRegLib&) = delete;
+    CRegLib& operator=(const CRegLib&) = delete;
+
+    /// Opens a key, or creates it.
+    ///
+    /// @param parent  the key at which `subKey` starts; null means the root key. An empty handle, or
+    ///                one whose key was deleted, means the top of the file: the path must then begin
+    ///                with the top-level key's own name.
+    /// @param subKey  one name, or several separated by "/" or "\". Empty names count: a path that
+    ///                ends in a separator names a key with an empty name.
+    /// @param key     receives the key; what it held before is released. After a failure it holds
+    ///                the last key of the path that was reached, if any.
+    /// @param create  0 opens an existing key; otherwise the missing keys of the path are created.
+    /// @return `REGLIB_OK`; `REGLIB_E_KEY_NOT_FOUND` when a key is missing and `create` is 0;
+    ///         `REGLIB_E_NOT_A_KEY` when a name of the path is a value's; and the common codes
+    /// @throws VQException when memory runs out while the handle is being filled. The session must
+    ///         not be used any more then: its lock stays taken.
+    int VQRegCreateKey(CRegKey* parent, const char* subKey, CRegKey& key, int create);
+
+    /// Deletes an empty key.
+    /// @param key     the key at which `subKey` starts
+    /// @param subKey  path of the key to delete
+    /// @return `REGLIB_OK`; `REGLIB_E_KEY_NOT_FOUND`; `REGLIB_E_NOT_A_KEY`; `REGLIB_E_KEY_NOT_EMPTY`
+    ///         when it has sub keys or values; `REGLIB_E_INVALID_HANDLE`; and the common codes
+    /// @throws VQException as for `VQRegCreateKey`
+    int VQRegDeleteKey(CRegKey& key, const char* subKey);
+
+    /// Deletes a value.
+    /// @return `REGLIB_OK`; `REGLIB_E_NOT_FOUND`; `REGLIB_E_NOT_A_VALUE` when the name is a sub
+    ///         key's; `REGLIB_E_INVALID_HANDLE`; `REGLIB_E_NOT_A_KEY`; and the common codes
+    int VQRegDeleteValue(CRegKey& key, const char* valueName);
+
+    /// Sets a value to an unsigned 32-bit number, whatever type it had before.
+    ///
+    /// The file is written only when the value changes. A literal 0 is ambiguous between this
+    /// overload and the next one: write `0ul`.
+    /// @param value  the low 32 bits are stored
+    /// @return `REGLIB_OK`; `REGLIB_E_NOT_A_VALUE` when the name is a sub key's;
+    ///         `REGLIB_E_INVALID_HANDLE`; `REGLIB_E_NOT_A_KEY`; and the common codes
+    int VQRegSetValue(CRegKey& key, const char* valueName, unsigned long value);
+
+    /// Sets a value to a text, whatever type it had before. See the rules for texts above.
+    /// @return as for the number
+    int VQRegSetValue(CRegKey& key, const char* valueName, const char* value);
+
+    /// Sets a value to a string of bytes, whatever type it had before. A line of the file holds
+    /// about 1000 bytes, depending on the name.
+    /// @param data  may be null when `size` is 0
+    /// @param size  in bytes
+    /// @return as for the number
+    int VQRegSetValue(CRegKey& key, const char* valueName, const unsigned char* data,
+                      unsigned long size);
+
+    /// Reads a value's type.
+    /// @param type  receives the type; `eNone` on failure
+    /// @return `REGLIB_OK`; `REGLIB_E_NOT_FOUND`; `REGLIB_E_NOT_A_VALUE`; `REGLIB_E_INVALID_HANDLE`;
+    ///         `REGLIB_E_NOT_A_KEY`; and the common codes
+    int VQRegQueryValueType(CRegKey& key, const char* valueName, eDataType& type);
+
+    /// Reads a value.
+    ///
+    /// @param type    receives the type as soon as the value is found, also when the call then fails
+    /// @param buffer  receives the data: 4 bytes of a number, a text with its NUL, or the bytes. Null
+    ///                counts as a buffer of 0 bytes, which asks for the size.
+    /// @param size    in: the buffer's size in bytes; out: the data's size. Must not be null. A
+    ///                binary value of an odd number of digits, which only a hand-edited file can
+    ///                hold, yields one byte more than the size says where the buffer has room.
+    /// @return `REGLIB_OK`; `REGLIB_E_BUFFER_TOO_SMALL` with the needed size in `size` and the
+    ///         buffer untouched; `REGLIB_E_NOT_FOUND`; `REGLIB_E_NOT_A_VALUE`;
+    ///         `REGLIB_E_INVALID_HANDLE`; `REGLIB_E_NOT_A_KEY`; `REGLIB_E_BAD_TYPE`; and the common
+    ///         codes
+    int VQRegQueryValue(CRegKey& key, const char* valueName, eDataType& type, unsigned char* buffer,
+                        unsigned long* size);
+
+    /// Names the sub keys of a key one by one, in the byte order of their lower-case names.
+    /// @param index  0 for the first one
+    /// @param name   receives the name as it was created; unchanged on failure
+    /// @return `REGLIB_OK`; `REGLIB_E_NO_MORE_ITEMS`; `REGLIB_E_INVALID_HANDLE`;
+    ///         `REGLIB_E_NOT_A_KEY`; and the common codes
+    int VQRegEnumKeys(CRegKey& key, int index, std::string& name);
+
+    /// Names the values of a key one by one, in the byte order of their lower-case names.
+    /// @param index  0 for the first one
+    /// @param name   receives the name as it was created; unchanged on failure
+    /// @param type   receives the type; unchanged on failure
+    /// @return as for `VQRegEnumKeys`
+    int VQRegEnumValues(CRegKey& key, int index, std::string& name, eDataType& type);
+
+    /// The store's root key, owned by the store; never delete it.
+    /// @return null when the session has no store
+    CRegKey* RootKey() const;
+
+    /// Prints the tree as this process holds it in memory to standard output, for diagnosis.
+    void dump();
+
+    /// Splits a path into its names at every "/" and "\", as the other operations do.
+    /// @param path   not looked up in the store
+    /// @param names  receives the names behind those that it holds already; empty names included
+    /// @return `REGLIB_OK`; `REGLIB_E_FAIL`; `REGLIB_E_NOT_INITIALIZED`
+    int ParseKeyPath(const char* path, std::vector<std::string>& names);
+
+    /// Opens, or creates, every key along a path.
+    ///
+    /// @param parent  as for `VQRegCreateKey`
+    /// @param path    as `subKey` there
+    /// @param keys    receives one key per name, outermost first; free them with
+    ///                `VQRegDestroyKeyVect`. What the vector held before is replaced, not freed.
+    /// @param names   receives the stored spelling of each name
+    /// @param create  as for `VQRegCreateKey`
+    /// @return `REGLIB_OK`, also when a key could not be opened: `keys` and `names` are unchanged
+    ///         then; `REGLIB_E_NOT_INITIALIZED`
+    /// @throws VQException as for `VQRegCreateKey`
+    int VQRegCreateKeyVect(CRegKey* parent, const char* path, std::vector<CRegKey*>& keys,
+                           std::vector<std::string>& names, int create);
+
+    /// Frees the keys that `VQRegCreateKeyVect` made and empties the vector. Null elements are
+    /// skipped. Safe while other threads use sessions of the store.
+    /// @return `REGLIB_OK`; `REGLIB_E_NOT_INITIALIZED`, with nothing freed
+    int VQRegDestroyKeyVect(std::vector<CRegKey*>& keys);
+
+    /// Registers a change handler, to be called on a thread of the library when the store's file
+    /// has changed. A handler that is registered twice is called once. Null is ignored.
+    void SetRegistryChangeHandler(CRegistryChangeHandler* handler);
+
+    /// Removes a change handler. Null, or one that is not registered, is ignored.
+    void ClrRegistryChangeHandler(CRegistryChangeHandler* handler);
+
+private:
+    CRegLibImpl* m_pImpl;
+};
+
+}  // namespace VQRegLib
+
+/// Thrown where memory runs out while a key handle is filled, and by the construction of the
+/// library's own objects; the latter never reaches a caller of a session.
+class VQREGLIB_EXPORT VQException {
+public:
+    /// @param code  a result code; the low 32 bits are kept
+    /// @param file  where it was thrown; null gives an empty text
+    /// @param line  the line there
+    VQException(long code, const char* file, long line);
+    virtual ~VQException();
+    VQException(const VQException&) = default;
+    VQException& operator=(const VQException&) = default;
+
+    std::int32_t m_lCode;  ///< a result code
+    char m_szText[272];    ///< file and line with a point between, at most 269 characters
+};
+
+#endif  // VQREGLIB_H
