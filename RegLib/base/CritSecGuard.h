@@ -1,0 +1,25 @@
+// Holds a critical section for a scope.
+#ifndef REGLIB_BASE_CRITSECGUARD_H
+#define REGLIB_BASE_CRITSECGUARD_H
+
+#include "portable/CritSec.h"
+
+namespace VQRegLib {
+
+class CCritSecGuard {
+public:
+    CCritSecGuard(CPCritSec& critSec, int location) : m_critSec(critSec), m_nLocation(location) {
+        m_critSec.enter(m_nLocation);
+    }
+    ~CCritSecGuard() { m_critSec.leave(m_nLocation); }
+    CCritSecGuard(const CCritSecGuard&) = delete;
+    CCritSecGuard& operator=(const CCritSecGuard&) = delete;
+
+private:
+    CPCritSec& m_critSec;
+    const int m_nLocation;
+};
+
+}  // namespace VQRegLib
+
+#endif  // REGLIB_BASE_CRITSECGUARD_H

@@ -1,0 +1,99 @@
+// The exporter, which writes the whole tree, and the dump.
+#include <algorithm>
+
+#include "RegLib/file/FileStore.h"
+#include "RegLib/file/LineWriter.h"
+#include "RegLib/file/Node.h"
+#include "RegLib/trace/Trace.h"
+#include "portable/FileOps.h"
+
+namespace VQRegLib {
+
+namespace {
+
+using CKeyOrValue = CRegLibImplFile::CKeyOrValue;
+
+bool hasLine(const CKeyOrValue& key) { return key.m_strName != kTreeRootName; }
+
+std::uint64_t textSize(const CKeyOrValue& node) {
+    if (!node.m_iIsKey) {
+        return node.m_strValue.size() + 1;
+    }
+    std::uint64_t size = hasLine(node) ? node.m_strFullName.size() + 1 : 0;
+    for (const auto& child : node.m_mapChildren) {
+        size += textSize(*child.second);
+    }
+    return size;
+}
+
+}  // namespace
+
+int CRegLibImplFile::ExportConfig() {
+    REGLIB_TRACE(eTraceFlow, ">>>CRegLibImplFile::ExportConfig\n");
+    m_ullTextSize = textSize(*m_pRootNode);
+    std::string openedName;
+    const int result = FileOpen(eWrite, &openedName);
+    if (result < 0) {
+        REGLIB_TRACE(eTraceAlways,
+                     "(Error) CRegLibImplFile::ExportConfig (0x%08X), export failed 0x%08X\n",
+                     traceId(this), static_cast<unsigned>(result));
+        return result;
+    }
+    writeTree(openedName);
+    FileClose(eWrite, openedName);
+    renewSharedStamp();
+    m_ullLocalChangeStamp = *m_pullSharedChangeStamp;
+    REGLIB_TRACE(eTraceFlow, "<<<CRegLibImplFile::ExportConfig\n");
+    return REGLIB_OK;
+}
+
+// Leaves no half-written file behind when there is no memory for the buffer.
+void CRegLibImplFile::writeTree(const std::string& openedName) try {
+    CLineWriter writer(this, m_pFile, static_cast<std::size_t>(m_ullTextSize));
+    ExportConfigHelper(m_pRootNode.get(), writer);
+    writer.finish();
+} catch (...) {
+    FileClose(eRead, std::string());
+    CFileOps::current().unlink(openedName.c_str());
+    throw;
+}
+
+int CRegLibImplFile::ExportConfigHelper(const CKeyOrValue* node, CLineWriter& writer) {
+    if (!node->m_iIsKey) {
+        writer.line(node->m_strValue);
+        return REGLIB_OK;
+    }
+    if (hasLine(*node)) {
+        writer.line(node->m_strFullName);
+    }
+    for (const bool keys : {false, true}) {
+        for (const auto& child : node->m_mapChildren) {
+            if ((child.second->m_iIsKey != 0) == keys) {
+                ExportConfigHelper(child.second.get(), writer);
+            }
+        }
+    }
+    return REGLIB_OK;
+}
+
+void CRegLibImplFile::dump() { DumpConfig(0, m_pRootNode.get()); }
+
+void CRegLibImplFile::DumpConfig(unsigned long depth, const CKeyOrValue* node) const {
+    static constexpr char kBlanks[] =
+        "                                                               ";
+    constexpr unsigned long kLargestIndent = sizeof kBlanks - 1;
+    if (depth == 0) {
+        std::puts("--dump keys/values");
+    }
+    const char* const indent = kBlanks + kLargestIndent - std::min(2 * depth, kLargestIndent);
+    std::printf("  %sname %s, iskey %d, fullname %s, value %s\n", indent, node->m_strName.c_str(),
+                node->m_iIsKey, node->m_strFullName.c_str(),
+                node->m_iIsKey ? "<key>" : node->m_strValue.c_str());
+    if (node->m_iIsKey) {
+        for (const auto& child : node->m_mapChildren) {
+            DumpConfig(depth + 1, child.second.get());
+        }
+    }
+}
+
+}  // namespace VQRegLib

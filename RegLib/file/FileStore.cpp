@@ -1,0 +1,136 @@
+// Construction and destruction of the file store.
+#include "RegLib/file/FileStore.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "RegLib/base/ThrowPoint.h"
+#include "RegLib/file/Node.h"
+#include "RegLib/file/Operation.h"
+#include "RegLib/trace/Trace.h"
+#include "portable/FileOps.h"
+
+namespace VQRegLib {
+
+char g_szRootKeynameFile[9] = "Velquist";
+
+namespace {
+
+constexpr char kPreferredDirectory[] = "/velquist/etc";
+constexpr char kPreferredFile[] = "/velquist/etc/Velquist.cfg";
+constexpr char kUsualFile[] = "/etc/Velquist.cfg";
+
+// Makes an object, or throws from the given place when there is no memory for it.
+template <typename Object, typename... Arguments>
+std::unique_ptr<Object> makeOrThrow(eThrowPoint point, Arguments&&... arguments) {
+    try {
+        return std::make_unique<Object>(std::forward<Arguments>(arguments)...);
+    } catch (const std::bad_alloc&) {
+        throwAt(point);
+    }
+}
+
+}  // namespace
+
+CRegLibImplFile::CRegLibImplFile(const char* name, const char* root, CRegLib::LOCATION location,
+                                 int* result)
+    : CRegLibImpl(name, root, location, result) {
+    REGLIB_TRACE(eTraceFlow,
+                 "CRegLibImplFile::CRegLibImplFile (0x%08X), name \"%s\", root \"%s\"\n",
+                 traceId(this), traceText(name), traceText(root));
+    try {
+        chooseFile(name);
+        m_pRootNode = makeOrThrow<CKeyOrValue>(eThrowPoint::eNewRootNode, 1, kTreeRootName);
+        m_pPositions = makeOrThrow<CTreePositions>(eThrowPoint::eNewRootNode);
+        openSharedObjects();
+        std::unique_ptr<CRegKey> rootKey = createRootKey(root);
+        m_pRootKeyImpl = CRegKeyAccess::record(*rootKey);
+        m_pRootKey = rootKey.release();
+    } catch (...) {
+        std::free(m_pszFileName);
+        m_pszFileName = nullptr;
+        throw;
+    }
+    {
+        const CStoreLock lock(*this, eUnwinding::eRelease);
+        ImportConfig();
+    }
+    REGLIB_TRACE(eTraceFlow, "<<<CRegLibImplFile::CRegLibImplFile (0x%08X)\n", traceId(this));
+}
+
+void CRegLibImplFile::chooseFile(const char* name) {
+    if (name) {
+        m_pszFileName = strdup(name);
+        if (!m_pszFileName) {
+            throwAt(eThrowPoint::eCopyFileName);
+        }
+        return;
+    }
+    const bool preferred = CFileOps::current().exists(kPreferredDirectory);
+    m_pszFileName = strdup(preferred ? kPreferredFile : kUsualFile);
+    if (!m_pszFileName) {
+        REGLIB_TRACE(eTraceAlways, "(Error) CRegLibImplFile::CRegLibImplFile, strdup failed\n");
+        throwAt(eThrowPoint::eCopyDefaultFileName);
+    }
+}
+
+void CRegLibImplFile::openSharedObjects() {
+    m_pMutex = makeOrThrow<CPMutex>(eThrowPoint::eNewMutex, 1, 0, m_pszFileName, 1, 1);
+    if (!m_pMutex->isOpen()) {
+        REGLIB_TRACE(eTraceAlways,
+                     "(Error) CRegLibImplFile::CRegLibImplFile (0x%08X), mutex failed, errno %d\n",
+                     traceId(this), m_pMutex->error());
+        throwAt(eThrowPoint::eNewMutex);
+    }
+    const bool ownerDied = Lock() == CPMutex::eOwnerDied;
+    m_pSharedMemory = makeOrThrow<CPSharedMemory>(eThrowPoint::eNewSharedMemory, m_pszFileName,
+                                                  sizeof(std::uint64_t));
+    if (!m_pSharedMemory->getAddress()) {
+        REGLIB_TRACE(
+            eTraceAlways,
+            "(Error) CRegLibImplFile::CRegLibImplFile (0x%08X), shared memory failed, errno %d\n",
+            traceId(this), m_pSharedMemory->error());
+        throwAt(eThrowPoint::eNewSharedMemory);  // the mutex lets go of the lock as it is destroyed
+    }
+    m_pullSharedChangeStamp = static_cast<std::uint64_t*>(m_pSharedMemory->getAddress());
+    // A stamp of 0 is that of a creator that died before this line.
+    if (m_pSharedMemory->isCreator() || *m_pullSharedChangeStamp == 0 || ownerDied) {
+        renewSharedStamp();
+    }
+    m_ullLocalChangeStamp = 0;
+    Unlock();
+}
+
+// An empty handle as the parent stands for the tree root.
+std::unique_ptr<CRegKey> CRegLibImplFile::createRootKey(const char* root) {
+    auto parent = makeOrThrow<CRegKey>(eThrowPoint::eNewParentHandle);
+    CRegKeyAccess::put(*parent,
+                       makeOrThrow<CRegKeyImplFile>(eThrowPoint::eNewParentHandle).release());
+    auto rootKey = makeOrThrow<CRegKey>(eThrowPoint::eNewRootKey);
+    int exists = 0;
+    const int result =
+        VQRegCreateKey(parent.get(), root ? root : g_szRootKeynameFile, *rootKey, 1, &exists);
+    if (result < 0) {
+        throwAt(eThrowPoint::eCreateRootKey, result);
+    }
+    return rootKey;
+}
+
+CRegLibImplFile::~CRegLibImplFile() {
+    REGLIB_TRACE(eTraceFlow, "CRegLibImplFile::~CRegLibImplFile (0x%08X)\n", traceId(this));
+    DeleteRegWatcherThread();
+    m_pSharedMemory.reset();
+    m_pullSharedChangeStamp = nullptr;
+    delete m_pRootKey;
+    m_pRootKey = nullptr;
+    m_pRootKeyImpl = nullptr;
+    m_pMutex.reset();
+    std::free(m_pszFileName);
+    m_pszFileName = nullptr;
+    m_pRootNode.reset();
+    m_displaced.clear();
+    clearAllRecords(true);
+    REGLIB_TRACE(eTraceFlow, "<<<CRegLibImplFile::~CRegLibImplFile (0x%08X)\n", traceId(this));
+}
+
+}  // namespace VQRegLib

@@ -1,0 +1,140 @@
+// The store that lives in one text file.
+#ifndef REGLIB_FILE_FILESTORE_H
+#define REGLIB_FILE_FILESTORE_H
+
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "RegLib/store/Store.h"
+#include "portable/Mutex.h"
+#include "portable/SharedMemory.h"
+
+namespace VQRegLib {
+
+class CFoldedName;
+class CLineWriter;
+class CTreePositions;
+
+// The name of the top-level key of a store that was opened without one.
+extern char g_szRootKeynameFile[9];
+
+class CRegLibImplFile : public CRegLibImpl {
+public:
+    class CKeyOrValue;
+
+    enum eFileMode : std::int32_t { eRead = 0, eWrite = 1 };
+
+    // Throws VQException when the store cannot be made.
+    CRegLibImplFile(const char* name, const char* root, CRegLib::LOCATION location, int* result);
+    ~CRegLibImplFile() override;
+
+    void SetRegistryChangeHandler(CRegistryChangeHandler* handler) override;
+    void ClrRegistryChangeHandler(CRegistryChangeHandler* handler) override;
+    CRegKey* RootKey() const override;
+    int VQRegCreateKey(CRegKey* parent, const char* subKey, CRegKey& key, int create,
+                       int* exists) override;
+    int VQRegDeleteKey(CRegKey& key, const char* subKey) override;
+    int VQRegDeleteValue(CRegKey& key, const char* valueName) override;
+    int VQRegSetValue(CRegKey& key, const char* valueName, unsigned long value,
+                      int* changed) override;
+    int VQRegSetValue(CRegKey& key, const char* valueName, const char* value,
+                      int* changed) override;
+    int VQRegSetValue(CRegKey& key, const char* valueName, const unsigned char* data,
+                      unsigned long size, int* changed) override;
+    int VQRegQueryValueType(CRegKey& key, const char* valueName,
+                            CRegLib::eDataType& type) override;
+    int VQRegQueryValue(CRegKey& key, const char* valueName, CRegLib::eDataType& type,
+                        unsigned char* buffer, unsigned long* size) override;
+    int VQRegEnumKeys(CRegKey& key, int index, std::string& name) override;
+    int VQRegEnumValues(CRegKey& key, int index, std::string& name,
+                        CRegLib::eDataType& type) override;
+    void dump() override;
+    void deleteKeyHandle(unsigned long handleId) override;
+
+    // VQRegCreateKey without taking a reference for the caller.
+    int VQRegFindKey(CRegKey* parent, const char* subKey, CRegKey& key, int create, int* exists);
+
+    // The header that a key called `name` gets below `parent`, which may be null.
+    static std::string CreateFullName(const CKeyOrValue* parent, const char* name);
+
+    // The cross-process lock. Every operation holds it from before its import to its end; COperation
+    // is the way to take it.
+    int Lock();
+    int Unlock();
+
+    // Brings the tree up to date with the file, and the file with the tree; with the lock held.
+    int ImportConfig();
+    int ExportConfig();
+
+    // Opens the file for reading, or a new temporary file for writing; `openedName`, when not null,
+    // receives the name even on failure. Closing the latter puts it in the file's place.
+    int FileOpen(int mode, std::string* openedName);
+    void FileClose(int mode, const std::string& openedName);
+
+    // The node under which a handle is registered; null when it is not.
+    CKeyOrValue* nodeOf(const CRegKey& key) const;
+
+private:
+    friend class CFileStoreProbe;  // tests look inside
+
+    // Construction.
+    void chooseFile(const char* name);
+    void openSharedObjects();
+    std::unique_ptr<CRegKey> createRootKey(const char* root);
+
+    // The stamp.
+    void renewSharedStamp();
+    void recoverFromDeath();
+
+    // Import.
+    int ImportConfigHelper();
+    int ImportCreateKeyHelper(CKeyOrValue** current, std::string_view line);
+    int ImportCreateValueHelper(CKeyOrValue* key, std::string_view line);
+
+    // Export.
+    void writeTree(const std::string& openedName);
+    int ExportConfigHelper(const CKeyOrValue* node, CLineWriter& writer);
+    void DumpConfig(unsigned long depth, const CKeyOrValue* node) const;
+
+    // Keys.
+    int walkPath(CKeyOrValue* node, std::string_view path, CRegKey& key, int create, int& exists);
+    CKeyOrValue* addKey(CKeyOrValue* parent, std::string_view name, const CFoldedName& folded);
+    void issueHandle(CKeyOrValue* node, std::string_view name, CRegKey& key);
+    void unlinkKey(CKeyOrValue* node);
+
+    // Values.
+    template <typename Compose>
+    int setValue(CRegKey& key, const char* name, CRegLib::eDataType type, Compose&& compose,
+                 int* changed);
+    int storeLine(CKeyOrValue* key, CKeyOrValue* value, const char* name, const CFoldedName& folded,
+                  CRegLib::eDataType type, std::string&& line, int& changed);
+    std::string storedSpelling(CRegKey& key, const char* name, const CKeyOrValue& value);
+
+    // Nodes that leave the tree: discard frees one as soon as nothing can refer to it, displace
+    // keeps one alive whose handles shall go on working.
+    void discard(std::unique_ptr<CKeyOrValue> node);
+    void displace(std::unique_ptr<CKeyOrValue> node);
+    void orphanHandles(const CKeyOrValue& node);
+    bool isAboveDisplaced(const CKeyOrValue& node) const;
+
+    std::string backupName() const;
+
+    std::unique_ptr<CKeyOrValue> m_pRootNode;
+    std::unique_ptr<CPMutex> m_pMutex;
+    std::FILE* m_pFile = nullptr;
+    std::unique_ptr<CPSharedMemory> m_pSharedMemory;
+    std::uint64_t* m_pullSharedChangeStamp = nullptr;
+    std::uint64_t m_ullLocalChangeStamp = 0;
+
+    std::uint64_t m_ullTextSize = 0;  // of the text that the next FileOpen for writing makes room for
+    std::vector<std::unique_ptr<CKeyOrValue>> m_displaced;
+    std::unique_ptr<CTreePositions> m_pPositions;
+};
+
+}  // namespace VQRegLib
+
+#endif  // REGLIB_FILE_FILESTORE_H

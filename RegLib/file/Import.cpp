@@ -1,0 +1,144 @@
+// The importer: merges the file into the tree.
+#include "RegLib/base/FoldedName.h"
+#include "RegLib/file/FileStore.h"
+#include "RegLib/file/LineFormat.h"
+#include "RegLib/file/LineReader.h"
+#include "RegLib/file/Node.h"
+#include "RegLib/trace/Trace.h"
+
+namespace VQRegLib {
+
+namespace {
+
+// Closes the file also when an allocation fails half-way through it.
+template <typename Close>
+class CCloser {
+public:
+    explicit CCloser(Close close) : m_close(std::move(close)) {}
+    ~CCloser() { m_close(); }
+    CCloser(const CCloser&) = delete;
+    CCloser& operator=(const CCloser&) = delete;
+
+private:
+    Close m_close;
+};
+
+}  // namespace
+
+int CRegLibImplFile::ImportConfig() {
+    REGLIB_TRACE(eTraceFlow, ">>>CRegLibImplFile::ImportConfig\n");
+    if (m_ullLocalChangeStamp == *m_pullSharedChangeStamp) {
+        return REGLIB_OK;
+    }
+    int result = FileOpen(eRead, nullptr);
+    if (result == REGLIB_E_NOT_FOUND) {
+        ExportConfig();
+        return REGLIB_OK;
+    }
+    if (result < 0) {
+        return result;
+    }
+    {
+        const CCloser closer([this] { FileClose(eRead, std::string()); });
+        m_pPositions->forget();
+        result = ImportConfigHelper();
+    }
+    if (result == REGLIB_E_END_OF_FILE) {
+        result = REGLIB_OK;
+    }
+    if (result >= 0) {
+        m_ullLocalChangeStamp = *m_pullSharedChangeStamp;
+    } else {
+        REGLIB_TRACE(eTraceAlways,
+                     "(Error) CRegLibImplFile::ImportConfig (0x%08X), import failed 0x%08X\n",
+                     traceId(this), static_cast<unsigned>(result));
+    }
+    REGLIB_TRACE(eTraceFlow, "<<<CRegLibImplFile::ImportConfig\n");
+    return result;
+}
+
+int CRegLibImplFile::ImportConfigHelper() {
+    CLineReader reader(m_pFile);
+    CKeyOrValue* current = nullptr;
+    std::string_view line;
+    while (reader.next(line)) {
+        REGLIB_TRACE(eTraceImport, "import line \"%.*s\"\n", static_cast<int>(line.size()),
+                     line.data());
+        int result = REGLIB_E_BAD_FORMAT;
+        if (!line.empty() && line.front() == '[') {
+            result = ImportCreateKeyHelper(&current, line);
+        } else if (current) {
+            result = ImportCreateValueHelper(current, line);
+        }
+        if (result < 0) {
+            return result;
+        }
+    }
+    if (reader.error() != 0) {
+        REGLIB_TRACE(eTraceAlways,
+                     "(Error) CRegLibImplFile:fgets_ (0x%08X), fgets failed, errno %d\n",
+                     traceId(this), reader.error());
+    }
+    return REGLIB_E_END_OF_FILE;
+}
+
+int CRegLibImplFile::ImportCreateKeyHelper(CKeyOrValue** current, std::string_view line) {
+    *current = nullptr;
+    std::string_view rest;
+    const int result = parseKeyLine(line, rest);
+    if (result < 0) {
+        return result;
+    }
+    CKeyOrValue* node = m_pRootNode.get();
+    for (std::string_view name; nextKeyLineName(rest, name);) {
+        const CFoldedName folded(name);
+        const auto at = node->lowerBound(node->m_mapChildren.end(), folded.view());
+        if (at != node->m_mapChildren.end() && at->first == folded.view()) {
+            node = at->second.get();  // a value too: the lines that follow then belong to it
+        } else {
+            auto key = std::make_unique<CKeyOrValue>(1, std::string(name));
+            key->m_strFullName = line;  // the whole of it, also what follows the bracket
+            node = node->addChild(at, folded.view(), std::move(key));
+        }
+        *current = node;
+    }
+    m_pPositions->importHint = node->m_mapChildren.begin();
+    return REGLIB_OK;
+}
+
+int CRegLibImplFile::ImportCreateValueHelper(CKeyOrValue* key, std::string_view line) {
+    CValueLine parts;
+    const int result = parseValueLine(line, parts);
+    if (result < 0) {
+        return result;
+    }
+    const CFoldedName folded(parts.name);
+    const auto at = key->lowerBound(m_pPositions->importHint, folded.view());
+    const bool found = at != key->m_mapChildren.end() && at->first == folded.view();
+    CKeyOrValue* const old = found ? at->second.get() : nullptr;
+    if (old && !old->m_iIsKey && old->m_mapChildren.empty()) {
+        // Nothing can tell it from a new node, and a process that reads a million foreign changes
+        // does not grow.
+        old->m_strName = parts.name;
+        old->m_strValue = line;
+        old->m_eDataType = parts.type;
+        m_pPositions->importHint = std::next(at);
+        return REGLIB_OK;
+    }
+    auto value = std::make_unique<CKeyOrValue>(0, std::string(parts.name));
+    value->m_strValue = line;
+    value->m_eDataType = parts.type;
+    if (found) {
+        m_displaced.reserve(m_displaced.size() + 1);  // nothing may fail half-way
+        value->m_pParent = key;
+        at->second.swap(value);
+        m_pPositions->importHint = std::next(at);
+        displace(std::move(value));
+    } else {
+        key->addChild(at, folded.view(), std::move(value));
+        m_pPositions->importHint = at;
+    }
+    return REGLIB_OK;
+}
+
+}  // namespace VQRegLib

@@ -1,0 +1,174 @@
+// The file store's key operations.
+#include "RegLib/base/FoldedName.h"
+#include "RegLib/base/Guarded.h"
+#include "RegLib/base/KeyPath.h"
+#include "RegLib/file/Node.h"
+#include "RegLib/file/Operation.h"
+#include "RegLib/trace/Trace.h"
+#include "portable/Portable.h"
+
+namespace VQRegLib {
+
+CRegKey* CRegLibImplFile::RootKey() const { return m_pRootKey; }
+
+// Other stores may keep something per handle; this one does not.
+void CRegLibImplFile::deleteKeyHandle(unsigned long /*handleId*/) {}
+
+CRegLibImplFile::CKeyOrValue* CRegLibImplFile::nodeOf(const CRegKey& key) const {
+    return static_cast<CKeyOrValue*>(m_handles.nodeOf(CRegKeyAccess::id(key)));
+}
+
+int CRegLibImplFile::VQRegCreateKey(CRegKey* parent, const char* subKey, CRegKey& key, int create,
+                                    int* exists) {
+    const int result = VQRegFindKey(parent, subKey, key, create, exists);
+    if (result >= 0) {
+        CPortable::InterlockedIncrement(&CRegKeyAccess::record(key)->m_lRefCount);
+    }
+    return result;
+}
+
+int CRegLibImplFile::VQRegFindKey(CRegKey* parent, const char* subKey, CRegKey& key, int create,
+                                  int* exists) {
+    REGLIB_TRACE(eTraceFlow, "CRegLibImplFile::VQRegFindKey (0x%08X) SubKeyName \"%s\"\n",
+                 traceId(this), subKey);
+    int existed = 1;
+    std::string path;  // a copy: the path may be the very name that `key` gives up on the way
+    int result = guarded([&] {
+        path = subKey;
+        return REGLIB_OK;
+    });
+    if (result >= 0) {
+        const CRegKey& start = parent ? *parent : *RootKey();
+        result = guarded([&] {
+            const COperation operation(*this);
+            if (operation.result() < 0) {
+                return operation.result();
+            }
+            CKeyOrValue* const node = nodeOf(start);
+            return walkPath(node ? node : m_pRootNode.get(), path, key, create, existed);
+        });
+        subKey = path.c_str();
+    }
+    if (exists) {
+        *exists = existed;
+    }
+    REGLIB_TRACE(eTraceFlow,
+                 "<<<CRegLibImplFile::VQRegFindKey (0x%08X) SubKeyName \"%s\", exists %d\n",
+                 traceId(this), subKey, existed);
+    return result;
+}
+
+int CRegLibImplFile::walkPath(CKeyOrValue* node, std::string_view path, CRegKey& key, int create,
+                              int& exists) {
+    int result = REGLIB_OK;
+    bool changed = false;
+    CKeyPath rest(path);
+    for (std::string_view name; rest.next(name);) {
+        result = guarded([&] {
+            const CFoldedName folded(name);
+            CKeyOrValue* child = node->findChild(folded.view());
+            if (child && !child->m_iIsKey) {
+                return REGLIB_E_NOT_A_KEY;
+            }
+            // Only now: after a failure the rest of the path is still looked up in the last key
+            // reached, and callers know the code of a value found there.
+            if (result < 0) {
+                return result;
+            }
+            if (!child) {
+                if (!create) {
+                    return REGLIB_E_KEY_NOT_FOUND;
+                }
+                exists = 0;
+                child = addKey(node, name, folded);
+                changed = true;
+            }
+            issueHandle(child, name, key);
+            node = child;
+            return REGLIB_OK;
+        });
+    }
+    return result >= 0 && changed ? ExportConfig() : result;
+}
+
+CRegLibImplFile::CKeyOrValue* CRegLibImplFile::addKey(CKeyOrValue* parent, std::string_view name,
+                                                      const CFoldedName& folded) {
+    auto node = std::make_unique<CKeyOrValue>(1, std::string(name));
+    node->m_strFullName = CreateFullName(parent, node->m_strName.c_str());
+    m_pPositions->forget();
+    return parent->addChild(parent->m_mapChildren.lower_bound(folded.view()), folded.view(),
+                            std::move(node));
+}
+
+// Every level of a path gets a record and an id. One that is replaced by the next level had no
+// reference yet and stays in the table, as does its id.
+void CRegLibImplFile::issueHandle(CKeyOrValue* node, std::string_view name, CRegKey& key) {
+    const std::string keyName(name);
+    auto record = std::make_unique<CRegKeyImplFile>();
+    try {
+        setKeyInfo(record.get(), node->m_strFullName.c_str(), keyName.c_str(), node,
+                   &node->m_ulKeyHandleID);
+        CRegKeyAccess::release(key);
+    } catch (const VQException&) {
+        // The table lists it; no handle ever will.
+        record.release()->m_lRefCount.store(-1);
+        throw;
+    }
+    CRegKeyAccess::put(key, record.release());
+}
+
+int CRegLibImplFile::VQRegDeleteKey(CRegKey& key, const char* subKey) {
+    CRegKey found;
+    const int result = VQRegFindKey(&key, subKey, found, 0, nullptr);
+    if (result < 0) {
+        return result;
+    }
+    return guarded([&] {
+        COperation operation(*this);
+        const int opened = operation.findKey(found);
+        if (opened < 0) {
+            return opened;
+        }
+        if (!operation.key()->m_mapChildren.empty()) {
+            return REGLIB_E_KEY_NOT_EMPTY;
+        }
+        unlinkKey(operation.key());
+        return ExportConfig();
+    });
+}
+
+// A key that a value has displaced is in no parent's map any more; it only loses its handles.
+void CRegLibImplFile::unlinkKey(CKeyOrValue* node) {
+    auto& siblings = node->m_pParent->m_mapChildren;
+    const auto at = siblings.find(CFoldedName(node->m_strName).view());
+    std::unique_ptr<CKeyOrValue> owned;
+    if (at != siblings.end() && at->second.get() == node) {
+        owned = std::move(at->second);
+        siblings.erase(at);
+    }
+    deleteKeyHandle(node->m_ulKeyHandleID);
+    m_handles.retire(node->m_ulKeyHandleID);
+    if (owned) {
+        discard(std::move(owned));
+    } else {
+        orphanHandles(*node);
+    }
+}
+
+int CRegLibImplFile::VQRegEnumKeys(CRegKey& key, int index, std::string& name) {
+    return guarded([&] {
+        COperation operation(*this);
+        const int result = operation.findKey(key);
+        if (result < 0) {
+            return result;
+        }
+        const CKeyOrValue* const child = m_pPositions->find(*operation.key(), 1, index);
+        if (!child) {
+            return REGLIB_E_NO_MORE_ITEMS;
+        }
+        name = child->m_strName;
+        return REGLIB_OK;
+    });
+}
+
+}  // namespace VQRegLib

@@ -1,0 +1,93 @@
+// The file store's cross-process lock, its change stamp, and the opening and replacing of its file.
+#include <algorithm>
+#include <cerrno>
+
+#include "RegLib/file/FileStore.h"
+#include "RegLib/trace/Trace.h"
+#include "portable/FileOps.h"
+#include "portable/Portable.h"
+
+namespace VQRegLib {
+
+int CRegLibImplFile::Lock() {
+    const CPMutex::eWaitResult result = m_pMutex->wait(CPMutex::kInfinite, nullptr);
+    if (result == CPMutex::eOwnerDied) {
+        recoverFromDeath();
+    }
+    return result;
+}
+
+int CRegLibImplFile::Unlock() { return m_pMutex->release(); }
+
+// The dead holder may have replaced the file and not yet told anybody, so everybody shall read it
+// again. Where links are not possible it may also have moved the file away without putting the new
+// one in its place: the backup is then the last complete text.
+void CRegLibImplFile::recoverFromDeath() {
+    CFileOps& files = CFileOps::current();
+    if (!files.exists(m_pszFileName)) {
+        const std::string backup = backupName();
+        if (files.link(backup.c_str(), m_pszFileName) != 0) {
+            files.rename(backup.c_str(), m_pszFileName);
+        }
+    }
+    if (m_pullSharedChangeStamp) {
+        renewSharedStamp();
+    }
+}
+
+// Later than any stamp before, whatever the clock does, and never 0: that is the local stamp of a
+// store that has not read its file yet.
+void CRegLibImplFile::renewSharedStamp() {
+    const std::uint64_t next = std::max(CPortable::GetTickCountULL(), *m_pullSharedChangeStamp + 1);
+    *m_pullSharedChangeStamp = next != 0 ? next : 1;
+}
+
+std::string CRegLibImplFile::backupName() const { return std::string(m_pszFileName) + ".bak"; }
+
+int CRegLibImplFile::FileOpen(int mode, std::string* openedName) {
+    CFileOps& files = CFileOps::current();
+    std::string name = m_pszFileName;
+    if (mode != eRead) {
+        name += CPortable::newPUUID();
+    }
+    REGLIB_TRACE(eTraceFlow, "CRegLibImplFile::FileOpen (0x%08X) \"%s\"\n", traceId(this),
+                 name.c_str());
+    m_pFile = mode != eRead ? files.createForWriting(name.c_str(), m_ullTextSize)
+                            : files.openForReading(name.c_str());
+    const int error = m_pFile ? 0 : errno;
+    // At every open, so that a file written under a narrow umask becomes everybody's in the end.
+    files.makeWritableForAll(m_pszFileName);
+    int result = REGLIB_OK;
+    if (!m_pFile) {
+        result = error == ENOENT ? REGLIB_E_NOT_FOUND : REGLIB_E_FILE_OPEN;
+        REGLIB_TRACE(eTraceAlways,
+                     "(Error) CRegLibImplFile::FileOpen (0x%08X) \"%s\" failed, errno %d\n",
+                     traceId(this), name.c_str(), error);
+    }
+    if (openedName) {
+        *openedName = std::move(name);
+    }
+    return result;
+}
+
+void CRegLibImplFile::FileClose(int mode, const std::string& openedName) {
+    CFileOps& files = CFileOps::current();
+    if (m_pFile) {
+        files.close(m_pFile);
+        m_pFile = nullptr;
+    }
+    if (mode == eRead || openedName.empty()) {
+        return;
+    }
+    const std::string backup = backupName();
+    files.unlink(backup.c_str());
+    // With a second name for the old text, the path is never without a file: the first rename finds
+    // one file under both names and does nothing, the second one replaces it. A process killed in
+    // between would otherwise leave no file, and the next one would start with an empty store.
+    // Where links are not possible the renames do the work alone.
+    files.link(m_pszFileName, backup.c_str());
+    files.rename(m_pszFileName, backup.c_str());
+    files.rename(openedName.c_str(), m_pszFileName);
+}
+
+}  // namespace VQRegLib

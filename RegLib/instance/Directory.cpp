@@ -1,0 +1,93 @@
+#include "RegLib/instance/Directory.h"
+
+#include <memory>
+#include <new>
+
+#include "RegLib/base/CritSecGuard.h"
+#include "RegLib/base/ThrowPoint.h"
+#include "RegLib/file/FileStore.h"
+#include "RegLib/trace/Trace.h"
+
+namespace VQRegLib {
+
+pthread_mutex_t g_mutexGlobals = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
+CRegLibImplDirectory* g_preglibImplDirectory = nullptr;
+
+namespace {
+
+enum eLocation : int { eAcquire = 1, eRelease = 2 };
+
+class CGlobalsGuard {
+public:
+    CGlobalsGuard() { pthread_mutex_lock(&g_mutexGlobals); }
+    ~CGlobalsGuard() { pthread_mutex_unlock(&g_mutexGlobals); }
+    CGlobalsGuard(const CGlobalsGuard&) = delete;
+    CGlobalsGuard& operator=(const CGlobalsGuard&) = delete;
+};
+
+}  // namespace
+
+CRegLibImplDirectory* get_reglibImplDirectory() {
+    const CGlobalsGuard guard;
+    if (!g_preglibImplDirectory) {
+        try {
+            g_preglibImplDirectory = new CRegLibImplDirectory;
+        } catch (const std::bad_alloc&) {
+            throwAt(eThrowPoint::eNewDirectory);
+        }
+    }
+    return g_preglibImplDirectory;
+}
+
+CRegLibImplDirectory::CRegLibImplDirectory() : m_pLock(new CPCritSec("CRegLibImplDirectory", 1)) {}
+
+CRegLibImplDirectory::~CRegLibImplDirectory() { delete m_pLock; }
+
+std::string CRegLibImplDirectory::getTuple(const char* name, const char* key) {
+    std::string tuple = name ? std::string("FILE:") + name : std::string("REG:");
+    tuple += ':';
+    tuple += key ? key : "<DEFAULT>";
+    return tuple;
+}
+
+CRegLibImpl* CRegLibImplDirectory::acquireRegLibImpl(const char* name, const char* key,
+                                                     CRegLib::LOCATION location, int* result) {
+    REGLIB_TRACE(
+        eTraceFlow,
+        "CRegLibImpl::CRegLibImplDirectory::acquireRegLibImpl (0x%08X) - name %s, key %s\n",
+        traceId(this), traceText(name), traceText(key));
+    const CCritSecGuard guard(*m_pLock, eAcquire);
+    try {
+        const std::string tuple = getTuple(name, key);
+        const auto found = m_mapInstances.find(tuple);
+        if (found != m_mapInstances.end()) {
+            ++found->second->m_lRefCount;
+            if (result) {
+                *result = found->second->m_nResult;
+            }
+            return found->second;
+        }
+        auto store = std::make_unique<CRegLibImplFile>(name, key, location, result);
+        store->m_lRefCount = 1;
+        store->m_strTuple = tuple;
+        // The trace object's own session may have come and gone under the same tuple meanwhile.
+        m_mapInstances[tuple] = store.get();
+        return store.release();
+    } catch (...) {
+        return nullptr;  // the session shows it: it has no store
+    }
+}
+
+void CRegLibImplDirectory::releaseRegLibImpl(CRegLibImpl* impl) {
+    const CCritSecGuard guard(*m_pLock, eRelease);
+    const auto found = m_mapInstances.find(impl->m_strTuple);
+    if (found == m_mapInstances.end()) {
+        return;
+    }
+    if (--impl->m_lRefCount == 0) {
+        delete impl;
+        m_mapInstances.erase(found);
+    }
+}
+
+}  // namespace VQRegLib

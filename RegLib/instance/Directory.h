@@ -1,0 +1,53 @@
+// The one directory of a process's stores.
+#ifndef REGLIB_INSTANCE_DIRECTORY_H
+#define REGLIB_INSTANCE_DIRECTORY_H
+
+#include <pthread.h>
+
+#include <map>
+#include <string>
+
+#include "RegLib/store/Store.h"
+#include "VQRegLib.h"
+#include "portable/CritSec.h"
+
+namespace VQRegLib {
+
+// Makes sessions that name the same store share it. A store is constructed and destroyed under the
+// directory's lock, which is re-entrant: the first store of a process makes the trace object, and
+// that opens a session of its own.
+class CRegLibImplDirectory {
+public:
+    CRegLibImplDirectory();
+    ~CRegLibImplDirectory();
+    CRegLibImplDirectory(const CRegLibImplDirectory&) = delete;
+    CRegLibImplDirectory& operator=(const CRegLibImplDirectory&) = delete;
+
+    // The store of that name and root key with one more reference; null when it cannot be made.
+    CRegLibImpl* acquireRegLibImpl(const char* name, const char* key, CRegLib::LOCATION location,
+                                   int* result);
+
+    // Drops a reference; the last one destroys the store.
+    void releaseRegLibImpl(CRegLibImpl* impl);
+
+    // What tells stores apart: the texts as they are given, so that two spellings of one path make
+    // two stores, which share the file like two processes.
+    static std::string getTuple(const char* name, const char* key);
+
+private:
+    CPCritSec* m_pLock;
+    std::map<std::string, CRegLibImpl*> m_mapInstances;
+};
+
+// Guards the creation of the directory and nothing else.
+extern pthread_mutex_t g_mutexGlobals;
+
+// Null until its first use; never destroyed, because threads may outlive any order of destruction.
+extern CRegLibImplDirectory* g_preglibImplDirectory;
+
+// Throws VQException when the directory cannot be allocated.
+CRegLibImplDirectory* get_reglibImplDirectory();
+
+}  // namespace VQRegLib
+
+#endif  // REGLIB_INSTANCE_DIRECTORY_H

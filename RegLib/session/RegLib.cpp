@@ -1,0 +1,227 @@
+// CRegLib: a session. Checks, traces, serialises and delegates.
+#include <string>
+
+#include "RegLib/base/Guarded.h"
+#include "RegLib/base/KeyPath.h"
+#include "RegLib/instance/Directory.h"
+#include "RegLib/trace/Trace.h"
+#include "VQRegLib.h"
+
+namespace VQRegLib {
+
+namespace {
+
+// Calls one operation of the store under its session lock, if there is a store and the caller gave
+// every text and pointer that the operation needs. No guard holds the lock: when a VQException
+// passes, it stays taken. What the exception interrupted is half done, and a session that hangs is
+// better than one that goes on with it.
+template <typename Operation>
+int delegate(CRegLibImpl* store, bool argumentsGiven, int location, Operation&& operation) {
+    if (!store) {
+        return REGLIB_E_NOT_INITIALIZED;
+    }
+    if (!argumentsGiven) {
+        return REGLIB_E_FAIL;
+    }
+    store->m_critSec.enter(location);
+    const int result = guarded([&] { return operation(*store); });
+    store->m_critSec.leave(location);
+    return result;
+}
+
+// The name of a key as a trace line shows it.
+const char* fullName(const CRegKey& key) { return traceText(key.GetKeyFullName()); }
+
+}  // namespace
+
+CRegLib::CRegLib(const char* name, const char* key, LOCATION location, int* result)
+    : m_pImpl(nullptr) {
+    m_pImpl = get_reglibImplDirectory()->acquireRegLibImpl(name, key, location, result);
+}
+
+CRegLib::~CRegLib() {
+    if (!m_pImpl) {
+        return;
+    }
+    if (CRegLibImplDirectory* const directory = get_reglibImplDirectory()) {
+        directory->releaseRegLibImpl(m_pImpl);
+    }
+}
+
+int CRegLib::VQRegCreateKey(CRegKey* parent, const char* subKey, CRegKey& key, int create) {
+    REGLIB_TRACE(eTraceFlow, "CRegLib::VQRegCreateKey (0x%08X), SubKeyName \"%s\"\n", traceId(this),
+                 traceText(subKey));
+    return delegate(m_pImpl, subKey, __LINE__, [&](CRegLibImpl& store) {
+        // Copied for the line below: the text may belong to `key`, which is about to be filled anew.
+        const std::string name = traceFor(eTraceChange) ? subKey : "";
+        int exists = 0;
+        const int result = store.VQRegCreateKey(parent, subKey, key, create, &exists);
+        if (exists == 0) {
+            REGLIB_TRACE(eTraceChange,
+                         "CRegLibImpl::VQRegCreateKey (0x%08X), creating new key %s%s%s\n",
+                         traceId(&store), fullName(key), "/", name.c_str());
+        }
+        return result;
+    });
+}
+
+int CRegLib::VQRegDeleteKey(CRegKey& key, const char* subKey) {
+    REGLIB_TRACE(eTraceFlow, "CRegLib::VQRegDeleteKey (0x%08X), SubKeyName \"%s\"\n", traceId(this),
+                 traceText(subKey));
+    return delegate(m_pImpl, subKey, __LINE__, [&](CRegLibImpl& store) {
+        const int result = store.VQRegDeleteKey(key, subKey);
+        REGLIB_TRACE(eTraceChange, "CRegLibImpl::VQRegDeleteKey (0x%08X), deleting key %s%s%s\n",
+                     traceId(&store), fullName(key), "/", subKey);
+        return result;
+    });
+}
+
+int CRegLib::VQRegDeleteValue(CRegKey& key, const char* valueName) {
+    REGLIB_TRACE(eTraceFlow, "CRegLib::VQRegDeleteValue (0x%08X), ValueName \"%s\"\n",
+                 traceId(this), traceText(valueName));
+    return delegate(m_pImpl, valueName, __LINE__, [&](CRegLibImpl& store) {
+        const int result = store.VQRegDeleteValue(key, valueName);
+        REGLIB_TRACE(eTraceChange,
+                     "CRegLibImpl::VQRegDeleteValue (0x%08X), deleting value %s%s%s\n",
+                     traceId(&store), fullName(key), "/", valueName);
+        return result;
+    });
+}
+
+int CRegLib::VQRegSetValue(CRegKey& key, const char* valueName, unsigned long value) {
+    REGLIB_TRACE(eTraceFlow, "CRegLib::VQRegSetValue (0x%08X), ValueName \"%s\"\n", traceId(this),
+                 traceText(valueName));
+    return delegate(m_pImpl, valueName, __LINE__, [&](CRegLibImpl& store) {
+        int changed = 0;
+        const int result = store.VQRegSetValue(key, valueName, value, &changed);
+        if (changed != 0) {
+            REGLIB_TRACE(eTraceChange,
+                         "CRegLibImpl::VQRegSetValue (0x%08X), setting value %s%s%s to 0x%08X\n",
+                         traceId(&store), fullName(key), "/", valueName,
+                         static_cast<std::uint32_t>(value));
+        }
+        return result;
+    });
+}
+
+int CRegLib::VQRegSetValue(CRegKey& key, const char* valueName, const char* value) {
+    REGLIB_TRACE(eTraceFlow, "CRegLib::VQRegSetValue (0x%08X), ValueName \"%s\"\n", traceId(this),
+                 traceText(valueName));
+    return delegate(m_pImpl, valueName && value, __LINE__, [&](CRegLibImpl& store) {
+        int changed = 0;
+        const int result = store.VQRegSetValue(key, valueName, value, &changed);
+        if (changed != 0) {
+            REGLIB_TRACE(eTraceChange,
+                         "CRegLibImpl::VQRegSetValue (0x%08X), setting value %s%s%s to %s\n",
+                         traceId(&store), fullName(key), "/", valueName, value);
+        }
+        return result;
+    });
+}
+
+int CRegLib::VQRegSetValue(CRegKey& key, const char* valueName, const unsigned char* data,
+                           unsigned long size) {
+    REGLIB_TRACE(eTraceFlow, "CRegLib::VQRegSetValue (0x%08X), ValueName \"%s\"\n", traceId(this),
+                 traceText(valueName));
+    const bool given = valueName && (data || size == 0);
+    return delegate(m_pImpl, given, __LINE__, [&](CRegLibImpl& store) {
+        int changed = 0;
+        const int result = store.VQRegSetValue(key, valueName, data, size, &changed);
+        if (changed != 0) {
+            REGLIB_TRACE(eTraceChange,
+                         "CRegLibImpl::VQRegSetValue (0x%08X), setting binary value %s%s%s\n",
+                         traceId(&store), fullName(key), "/", valueName);
+        }
+        return result;
+    });
+}
+
+int CRegLib::VQRegQueryValueType(CRegKey& key, const char* valueName, eDataType& type) {
+    REGLIB_TRACE(eTraceFlow, "CRegLib::VQRegQueryValueType (0x%08X), ValueName \"%s\"\n",
+                 traceId(this), traceText(valueName));
+    if (!valueName) {
+        type = eNone;
+    }
+    return delegate(m_pImpl, valueName, __LINE__, [&](CRegLibImpl& store) {
+        return store.VQRegQueryValueType(key, valueName, type);
+    });
+}
+
+int CRegLib::VQRegQueryValue(CRegKey& key, const char* valueName, eDataType& type,
+                             unsigned char* buffer, unsigned long* size) {
+    REGLIB_TRACE(eTraceFlow, "CRegLib::VQRegQueryValue (0x%08X), ValueName \"%s\"\n", traceId(this),
+                 traceText(valueName));
+    const bool given = valueName && size;
+    if (!given) {
+        type = eNone;
+    }
+    return delegate(m_pImpl, given, __LINE__, [&](CRegLibImpl& store) {
+        return store.VQRegQueryValue(key, valueName, type, buffer, size);
+    });
+}
+
+int CRegLib::VQRegEnumKeys(CRegKey& key, int index, std::string& name) {
+    return delegate(m_pImpl, true, __LINE__, [&](CRegLibImpl& store) {
+        return store.VQRegEnumKeys(key, index, name);
+    });
+}
+
+int CRegLib::VQRegEnumValues(CRegKey& key, int index, std::string& name, eDataType& type) {
+    return delegate(m_pImpl, true, __LINE__, [&](CRegLibImpl& store) {
+        return store.VQRegEnumValues(key, index, name, type);
+    });
+}
+
+CRegKey* CRegLib::RootKey() const {
+    CRegKey* root = nullptr;
+    delegate(m_pImpl, true, __LINE__, [&](CRegLibImpl& store) {
+        root = store.RootKey();
+        return REGLIB_OK;
+    });
+    return root;
+}
+
+void CRegLib::dump() {
+    delegate(m_pImpl, true, __LINE__, [](CRegLibImpl& store) {
+        store.dump();
+        return REGLIB_OK;
+    });
+}
+
+int CRegLib::ParseKeyPath(const char* path, std::vector<std::string>& names) {
+    return delegate(m_pImpl, path, __LINE__, [&](CRegLibImpl&) {
+        const std::string copy = path;
+        CKeyPath rest(copy);
+        for (std::string_view name; rest.next(name);) {
+            names.emplace_back(name);
+        }
+        return names.empty() ? REGLIB_E_INVALID_HANDLE : REGLIB_OK;
+    });
+}
+
+int CRegLib::VQRegCreateKeyVect(CRegKey* parent, const char* path, std::vector<CRegKey*>& keys,
+                                std::vector<std::string>& names, int create) {
+    return delegate(m_pImpl, true, __LINE__, [&](CRegLibImpl& store) {
+        return store.VQRegCreateKeyVect(parent, path, keys, names, create);
+    });
+}
+
+int CRegLib::VQRegDestroyKeyVect(std::vector<CRegKey*>& keys) {
+    return delegate(m_pImpl, true, __LINE__, [&](CRegLibImpl& store) {
+        return store.VQRegDestroyKeyVect(keys);
+    });
+}
+
+void CRegLib::SetRegistryChangeHandler(CRegistryChangeHandler* handler) {
+    if (m_pImpl) {
+        m_pImpl->SetRegistryChangeHandler(handler);
+    }
+}
+
+void CRegLib::ClrRegistryChangeHandler(CRegistryChangeHandler* handler) {
+    if (m_pImpl) {
+        m_pImpl->ClrRegistryChangeHandler(handler);
+    }
+}
+
+}  // namespace VQRegLib

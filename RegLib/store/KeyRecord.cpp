@@ -1,0 +1,90 @@
+#include "RegLib/store/KeyRecord.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <utility>
+
+#include "RegLib/base/ThrowPoint.h"
+#include "RegLib/store/Store.h"
+#include "RegLib/trace/Trace.h"
+#include "portable/Portable.h"
+
+namespace VQRegLib {
+
+namespace {
+
+void freeText(char*& text) {
+    std::free(text);
+    text = nullptr;
+}
+
+void replaceText(char*& text, const char* replacement, eThrowPoint point) {
+    freeText(text);
+    text = strdup(replacement);
+    if (!text) {
+        throwAt(point);
+    }
+}
+
+}  // namespace
+
+CRegKeyImpl::CRegKeyImpl()
+    : m_pRegLibImpl(nullptr),
+      m_ulHandleId(0),
+      m_pszKeyName(nullptr),
+      m_pszFullName(nullptr),
+      m_lRefCount(0) {
+    REGLIB_TRACE(eTraceFlow, "CRegKeyImpl::CRegKeyImpl 0x%08X\n", traceId(this));
+}
+
+CRegKeyImpl::~CRegKeyImpl() {
+    REGLIB_TRACE(eTraceFlow, "CRegKeyImpl::~CRegKeyImpl 0x%08X\n", traceId(this));
+    freeText(m_pszKeyName);
+    freeText(m_pszFullName);
+    if (m_pRegLibImpl) {
+        m_pRegLibImpl->deleteKeyHandle(m_ulHandleId);
+    }
+}
+
+CRegKeyImplFile::CRegKeyImplFile() {
+    REGLIB_TRACE(eTraceFlow, "CRegKeyImplFile::CRegKeyImplFile 0x%08X\n", traceId(this));
+}
+
+CRegKeyImplFile::~CRegKeyImplFile() {
+    REGLIB_TRACE(eTraceFlow, "CRegKeyImplFile::~CRegKeyImplFile 0x%08X\n", traceId(this));
+    freeText(m_pszKeyName);
+}
+
+void CRegKeyImplFile::SetKeyInfo(CRegLibImpl* owner, const char* fullName, const char* keyName,
+                                 unsigned long handleId) {
+    m_pRegLibImpl = owner;
+    replaceText(m_pszFullName, fullName, eThrowPoint::eSetFullName);
+    replaceText(m_pszKeyName, keyName, eThrowPoint::eSetKeyName);
+    m_ulHandleId = static_cast<std::uint32_t>(handleId);
+}
+
+void CRegKeyImplFile::ClearKeyInfo() {
+    m_pRegLibImpl = nullptr;
+    replaceText(m_pszFullName, "", eThrowPoint::eClearFullName);
+    replaceText(m_pszKeyName, "", eThrowPoint::eClearKeyName);
+    m_ulHandleId = 0;
+}
+
+void CRegKeyAccess::release(CRegKey& key) {
+    CRegKeyImpl* const record = std::exchange(key.m_pImpl, nullptr);
+    if (!record) {
+        return;
+    }
+    const std::int32_t count = CPortable::InterlockedDecrement(&record->m_lRefCount);
+    CRegLibImpl* const owner = record->m_pRegLibImpl;
+    if (count > 0 || (count < 0 && owner && owner->isRegistered(*record))) {
+        return;  // other handles use it, or it stays in the store's table
+    }
+    const std::unique_ptr<CRegKeyImpl> freed(record);
+    if (count == 0 && owner) {
+        owner->clearKeyInfo(record);
+    }
+}
+
+}  // namespace VQRegLib

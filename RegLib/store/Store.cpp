@@ -1,0 +1,157 @@
+#include "RegLib/store/Store.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <stdexcept>
+
+#include "RegLib/base/Guarded.h"
+#include "RegLib/base/KeyPath.h"
+#include "RegLib/trace/Trace.h"
+#include "portable/Portable.h"
+
+namespace VQRegLib {
+
+CRegLibImpl::CRegLibImpl(const char* name, const char* key, CRegLib::LOCATION /*location*/,
+                         int* result)
+    : m_critSec("", 1),
+      m_lRefCount(0),
+      m_nResult(0),
+      m_pszFileName(nullptr),
+      m_pRootKey(nullptr),
+      m_pRootKeyImpl(nullptr),
+      m_pWatcherThread(nullptr),
+      m_watcherLock("", 1) {
+    CRegLibTrace::createInstance();
+    REGLIB_TRACE(eTraceLife, "CRegLibImpl::CRegLibImpl (0x%08X) - %s, %s\n", traceId(this),
+                 traceText(name), traceText(key));
+    if (result) {
+        *result = 0;
+    }
+}
+
+CRegLibImpl::~CRegLibImpl() {
+    REGLIB_TRACE(eTraceLife, "CRegLibImpl::~CRegLibImpl (0x%08X)\n", traceId(this));
+    clearAllRecords(false);
+}
+
+void CRegLibImpl::setKeyInfo(CRegKey* key, const char* fullName, const char* keyName, void* node,
+                             std::uint32_t* handleId) {
+    setKeyInfo(CRegKeyAccess::record(*key), fullName, keyName, node, handleId);
+}
+
+void CRegLibImpl::setKeyInfo(CRegKeyImpl* record, const char* fullName, const char* keyName,
+                             void* node, std::uint32_t* handleId) {
+    const std::uint32_t id = m_handles.nextId();
+    CRegKeyImpl* const replaced = m_handles.enroll(node, record);
+    if (replaced && replaced != record && replaced->m_lRefCount.load() < 0) {
+        // Its registration had failed and no handle reaches it.
+        replaced->m_pRegLibImpl = nullptr;
+        delete replaced;
+    }
+    record->SetKeyInfo(this, fullName, keyName, id);
+    if (handleId) {
+        *handleId = id;
+    }
+    m_handles.advance();
+}
+
+void CRegLibImpl::clearKeyInfo(CRegKeyImpl* record) {
+    const std::uint32_t id = record->m_ulHandleId;
+    deleteKeyHandle(id);
+    m_handles.retire(id);
+    record->ClearKeyInfo();
+}
+
+bool CRegLibImpl::isRegistered(const CRegKeyImpl& record) const {
+    return m_handles.recordOf(record.m_ulHandleId) == &record;
+}
+
+void CRegLibImpl::clearAllRecords(bool callHook) {
+    std::uint32_t id = 0;
+    CRegKeyImpl* record = nullptr;
+    while (m_handles.takeFirst(id, record)) {
+        if (callHook) {
+            deleteKeyHandle(id);
+        }
+        try {
+            record->ClearKeyInfo();
+        } catch (const VQException& exception) {
+            REGLIB_TRACE(eTraceAlways, "(Error) CRegLibImpl::~CRegLibImpl (0x%08X), exception %s\n",
+                         traceId(this), exception.m_szText);
+        }
+        if (record->m_lRefCount.load() < 0) {
+            delete record;
+        }
+    }
+}
+
+std::string CRegLibImpl::tolower(const std::string& text) {
+    const std::unique_ptr<char, decltype(&std::free)> copy(strdup(text.c_str()), &std::free);
+    return copy ? std::string(CPortable::strlwr(copy.get())) : text;
+}
+
+int CRegLibImpl::VQRegCreateKeyVect(CRegKey* parent, const char* path, std::vector<CRegKey*>& keys,
+                                    std::vector<std::string>& names, int create) {
+    // The result is 0 even for a path that does not exist: callers look at the vectors.
+    guarded([&] {
+        if (!path) {
+            return REGLIB_E_FAIL;
+        }
+        std::vector<std::string> localNames;
+        CKeyPath rest(path);
+        for (std::string_view name; rest.next(name);) {
+            localNames.emplace_back(name);
+        }
+        std::vector<std::unique_ptr<CRegKey>> localKeys;
+        const int result = openKeys(parent ? parent : RootKey(), localNames, create, localKeys);
+        if (result >= 0) {
+            std::vector<CRegKey*> handedOut;
+            handedOut.reserve(localKeys.size());
+            for (auto& key : localKeys) {
+                handedOut.push_back(key.release());
+            }
+            keys = std::move(handedOut);
+            names = std::move(localNames);
+        }
+        return result;
+    });
+    return REGLIB_OK;
+}
+
+int CRegLibImpl::openKeys(CRegKey* parent, std::vector<std::string>& names, int create,
+                          std::vector<std::unique_ptr<CRegKey>>& keys) {
+    for (std::string& name : names) {
+        keys.push_back(std::make_unique<CRegKey>());
+        int exists = 0;
+        const int result = VQRegCreateKey(parent, name.c_str(), *keys.back(), create, &exists);
+        if (result < 0) {
+            return result;
+        }
+        findStoredSpelling(parent, name);
+        parent = keys.back().get();
+    }
+    return REGLIB_OK;
+}
+
+// When the enumeration ends without a match, the last name it returned is taken: callers rely on the
+// vectors as they have always been.
+void CRegLibImpl::findStoredSpelling(CRegKey* parent, std::string& name) {
+    const std::string wanted = tolower(name);
+    std::string candidate = name;
+    for (int index = 0; VQRegEnumKeys(*parent, index, candidate) >= 0; ++index) {
+        if (tolower(candidate) == wanted) {
+            break;
+        }
+    }
+    name = std::move(candidate);
+}
+
+int CRegLibImpl::VQRegDestroyKeyVect(std::vector<CRegKey*>& keys) {
+    for (CRegKey* const key : keys) {
+        delete key;
+    }
+    keys.clear();
+    return REGLIB_OK;
+}
+
+}  // namespace VQRegLib

@@ -1,0 +1,111 @@
+// The abstract store: what a session calls, and what every store needs whatever its backing.
+#ifndef REGLIB_STORE_STORE_H
+#define REGLIB_STORE_STORE_H
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "RegLib/store/HandleTable.h"
+#include "RegLib/store/KeyRecord.h"
+#include "VQRegLib.h"
+#include "portable/CritSec.h"
+
+namespace VQRegLib {
+
+class CRegWatcherThread;
+
+class CRegLibImpl {
+public:
+    // `result`, when not null, receives 0. `location` is of no effect.
+    CRegLibImpl(const char* name, const char* key, CRegLib::LOCATION location, int* result);
+
+    // The derived store has freed what it owns; records still in the table are cleared here, which
+    // is the case only when its constructor has failed.
+    virtual ~CRegLibImpl() = 0;
+    CRegLibImpl(const CRegLibImpl&) = delete;
+    CRegLibImpl& operator=(const CRegLibImpl&) = delete;
+
+    // The store's operations, in the order of their slots. The public header describes them; they
+    // are called with m_critSec entered, except the first two.
+    virtual void SetRegistryChangeHandler(CRegistryChangeHandler* handler) = 0;
+    virtual void ClrRegistryChangeHandler(CRegistryChangeHandler* handler) = 0;
+    virtual CRegKey* RootKey() const = 0;
+
+    // `exists`, when not null, receives 0 when the store set out to create a key, else 1.
+    virtual int VQRegCreateKey(CRegKey* parent, const char* subKey, CRegKey& key, int create,
+                               int* exists) = 0;
+    virtual int VQRegDeleteKey(CRegKey& key, const char* subKey) = 0;
+    virtual int VQRegDeleteValue(CRegKey& key, const char* valueName) = 0;
+
+    // `changed`, when not null, receives 1 when the stored line has changed, else 0.
+    virtual int VQRegSetValue(CRegKey& key, const char* valueName, unsigned long value,
+                              int* changed) = 0;
+    virtual int VQRegSetValue(CRegKey& key, const char* valueName, const char* value,
+                              int* changed) = 0;
+    virtual int VQRegSetValue(CRegKey& key, const char* valueName, const unsigned char* data,
+                              unsigned long size, int* changed) = 0;
+    virtual int VQRegQueryValueType(CRegKey& key, const char* valueName,
+                                    CRegLib::eDataType& type) = 0;
+    virtual int VQRegQueryValue(CRegKey& key, const char* valueName, CRegLib::eDataType& type,
+                                unsigned char* buffer, unsigned long* size) = 0;
+    virtual int VQRegEnumKeys(CRegKey& key, int index, std::string& name) = 0;
+    virtual int VQRegEnumValues(CRegKey& key, int index, std::string& name,
+                                CRegLib::eDataType& type) = 0;
+    virtual void dump() = 0;
+
+    // Registers a record under the next id for a node, and tells the id to `handleId` when that is
+    // not null. Throws VQException when the record cannot take its names: its entries stay, and the
+    // id is used again.
+    virtual void setKeyInfo(CRegKey* key, const char* fullName, const char* keyName, void* node,
+                            std::uint32_t* handleId);
+    virtual void setKeyInfo(CRegKeyImpl* record, const char* fullName, const char* keyName,
+                            void* node, std::uint32_t* handleId);
+
+    // Called whenever an id is about to be unregistered.
+    virtual void deleteKeyHandle(unsigned long handleId) = 0;
+
+    // Unregisters a record and clears it; the caller deletes it. Throws VQException when there is
+    // no memory for its empty names.
+    void clearKeyInfo(CRegKeyImpl* record);
+
+    // True when the table lists this very record under its id.
+    bool isRegistered(const CRegKeyImpl& record) const;
+
+    // A text in lower case, up to its first NUL.
+    std::string tolower(const std::string& text);
+
+    // Both always return 0; the public header says what becomes of the vectors.
+    int VQRegCreateKeyVect(CRegKey* parent, const char* path, std::vector<CRegKey*>& keys,
+                           std::vector<std::string>& names, int create);
+    int VQRegDestroyKeyVect(std::vector<CRegKey*>& keys);
+
+    // Ends the watcher, if any. Defined above the store, in instance/ChangeHandlers.cpp: a watcher
+    // needs the store's file, and the store's end needs the watcher's.
+    void DeleteRegWatcherThread();
+
+    CPCritSec m_critSec;           // around every operation of a session
+    std::int32_t m_lRefCount;      // sessions; counted by the directory, under its lock
+    std::int32_t m_nResult;        // told to sessions that join; stays 0
+    char* m_pszFileName;           // owned, from strdup, by the derived store
+    CRegKey* m_pRootKey;           // owned by the derived store
+    CRegKeyImpl* m_pRootKeyImpl;   // the root key's record
+    std::string m_strTuple;        // under which the directory lists the store
+    CHandleTable m_handles;        // guarded by m_critSec, except that handles leave it unguarded
+    CRegWatcherThread* m_pWatcherThread;  // guarded by m_watcherLock
+    CPCritSec m_watcherLock;
+
+protected:
+    // Clears every record in the table, and deletes those that no handle reaches.
+    void clearAllRecords(bool callHook);
+
+private:
+    int openKeys(CRegKey* parent, std::vector<std::string>& names, int create,
+                 std::vector<std::unique_ptr<CRegKey>>& keys);
+    void findStoredSpelling(CRegKey* parent, std::string& name);
+};
+
+}  // namespace VQRegLib
+
+#endif  // REGLIB_STORE_STORE_H

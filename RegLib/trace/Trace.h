@@ -1,0 +1,101 @@
+// The trace log of the process: one file a day, one line per event.
+#ifndef REGLIB_TRACE_TRACE_H
+#define REGLIB_TRACE_TRACE_H
+
+#include <atomic>
+#include <cstdint>
+#include <cstdio>
+#include <ctime>
+
+namespace VQRegLib {
+
+// The bits of CRegLibTrace::m_lLogLevel.
+enum eTraceBit : std::int32_t {
+    eTraceChange = 1,    // changes made to a store
+    eTraceEcho = 2,      // every line goes to standard output as well
+    eTraceLife = 4,      // construction and destruction of stores, watchers and threads
+    eTraceFlow = 8,      // entry and exit of operations
+    eTraceImport = 16,   // each line read from the configuration file
+    eTraceAlways = 0     // "(Error) " lines, whatever the level
+};
+
+}  // namespace VQRegLib
+
+class CRegLibTrace {
+public:
+    // Makes the process's trace object; only the first call of a process does anything.
+    static void createInstance();
+
+    // Reads the level and the directory, and registers the object unless the level is 0.
+    CRegLibTrace();
+    ~CRegLibTrace();
+    CRegLibTrace(const CRegLibTrace&) = delete;
+    CRegLibTrace& operator=(const CRegLibTrace&) = delete;
+
+    // Writes one line; the format brings its own line end. May be called by any thread.
+    void trace(const char* format, ...) __attribute__((format(printf, 2, 3)));
+
+    // Opens the file of the day unless it is open. A failed open is tried again in another minute.
+    void openTraceFile();
+    void getCurTime(std::tm* out);
+
+    static std::atomic<std::int32_t> m_lLogLevel;
+    static std::atomic<std::int32_t> m_lFakeMutex;  // counts the calls of createInstance
+
+private:
+    struct Attempt {  // when the file was last opened or tried
+        std::int32_t day;
+        std::int32_t minute;
+    };
+
+    // Reads the value "RegLibLogging" through a session. Defined above the store, in
+    // session/TraceConfig.cpp: the one place where the trace log depends on what it traces.
+    void readConfiguration();
+
+    void setDirectory(const char* directory);
+    bool claimOpening(std::tm* now);
+    std::FILE* openFileOfDay(const std::tm& now) const;
+    void writeHeader(std::FILE* file) const;
+
+    // Threads write while another one rolls the file over, so the file it replaces stays open until
+    // the next roll-over.
+    std::atomic<std::FILE*> m_pFile{nullptr};
+    std::atomic<Attempt> m_lastAttempt{Attempt{0, 0}};
+    char m_szDirectory[256] = {};
+    std::FILE* m_pRetiredFile = nullptr;  // touched only by the thread that claimed the opening
+    std::atomic<bool> m_opening{false};
+};
+
+namespace VQRegLib {
+
+// The process's trace object; null while tracing is off or not yet configured.
+extern std::atomic<CRegLibTrace*> g_pregLibTrace;
+
+// The object to write a line of this kind to, or null when it is not to be written.
+inline CRegLibTrace* traceFor(eTraceBit bit) {
+    CRegLibTrace* const trace = g_pregLibTrace.load(std::memory_order_acquire);
+    if (trace && bit != eTraceAlways &&
+        !(CRegLibTrace::m_lLogLevel.load(std::memory_order_relaxed) & bit)) {
+        return nullptr;
+    }
+    return trace;
+}
+
+// How an object is named in a line: by the low 32 bits of its address.
+inline std::uint32_t traceId(const void* object) {
+    return static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(object));
+}
+
+inline const char* traceText(const char* text) { return text ? text : "(null)"; }
+
+}  // namespace VQRegLib
+
+// Writes a line when lines of its kind are on; evaluates nothing otherwise.
+#define REGLIB_TRACE(bit, ...)                                                \
+    do {                                                                      \
+        if (CRegLibTrace* const regLibTrace_ = ::VQRegLib::traceFor(bit)) {   \
+            regLibTrace_->trace(__VA_ARGS__);                                 \
+        }                                                                     \
+    } while (false)
+
+#endif  // REGLIB_TRACE_TRACE_H

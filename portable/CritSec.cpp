@@ -1,0 +1,25 @@
+#include "portable/CritSec.h"
+
+namespace VQRegLib {
+
+CPCritSec::CPCritSec(const char* name, int flag) : m_mutex{}, m_pszName(name), m_nFlag(flag) {
+    pthread_mutexattr_t attributes;
+    pthread_mutexattr_init(&attributes);
+    pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);
+    pthread_mutex_init(&m_mutex, &attributes);
+    pthread_mutexattr_destroy(&attributes);
+}
+
+CPCritSec::~CPCritSec() { pthread_mutex_destroy(&m_mutex); }
+
+void CPCritSec::enter(int location) {
+    pthread_mutex_lock(&m_mutex);
+    m_nLocation = location;
+}
+
+void CPCritSec::leave(int location) {
+    m_nLocation = -location;  // negative: left from there
+    pthread_mutex_unlock(&m_mutex);
+}
+
+}  // namespace VQRegLib

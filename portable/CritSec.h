@@ -1,0 +1,31 @@
+// A critical section of one process that its holder may enter again.
+#ifndef PORTABLE_CRITSEC_H
+#define PORTABLE_CRITSEC_H
+
+#include <pthread.h>
+
+namespace VQRegLib {
+
+class CPCritSec {
+public:
+    // `name` helps in a debugger and must live as long as the object. `flag` is 1: re-entrant, the
+    // only kind there is.
+    CPCritSec(const char* name, int flag);
+    ~CPCritSec();
+    CPCritSec(const CPCritSec&) = delete;
+    CPCritSec& operator=(const CPCritSec&) = delete;
+
+    // `location` marks the place in the source that enters; the last one is kept for a debugger.
+    void enter(int location);
+    void leave(int location);
+
+private:
+    pthread_mutex_t m_mutex;
+    const char* m_pszName;
+    int m_nFlag;
+    int m_nLocation = 0;  // written by the holder only
+};
+
+}  // namespace VQRegLib
+
+#endif  // PORTABLE_CRITSEC_H

@@ -1,0 +1,29 @@
+// Owns a file descriptor.
+#ifndef PORTABLE_FILEDESCRIPTOR_H
+#define PORTABLE_FILEDESCRIPTOR_H
+
+#include <unistd.h>
+
+namespace VQRegLib {
+
+class CFileDescriptor {
+public:
+    explicit CFileDescriptor(int fd) : m_fd(fd) {}
+    ~CFileDescriptor() {
+        if (m_fd >= 0) {
+            ::close(m_fd);
+        }
+    }
+    CFileDescriptor(const CFileDescriptor&) = delete;
+    CFileDescriptor& operator=(const CFileDescriptor&) = delete;
+
+    int get() const { return m_fd; }
+    bool isOpen() const { return m_fd >= 0; }
+
+private:
+    int m_fd;
+};
+
+}  // namespace VQRegLib
+
+#endif  // PORTABLE_FILEDESCRIPTOR_H

@@ -1,0 +1,109 @@
+#include "portable/FileOps.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+
+namespace VQRegLib {
+
+namespace {
+
+std::atomic<CFileOps*> g_pReplacement{nullptr};
+
+bool hasRoom(int fd, std::uint64_t size) {
+    struct statvfs room {};
+    if (fstatvfs(fd, &room) != 0 || room.f_blocks == 0 || room.f_frsize == 0) {
+        return true;  // a file system that does not say how large it is
+    }
+    const std::uint64_t free = geteuid() == 0 ? room.f_bfree : room.f_bavail;
+    return size / room.f_frsize < free;
+}
+
+std::FILE* failWith(int fd, int error) {
+    ::close(fd);
+    errno = error;
+    return nullptr;
+}
+
+}  // namespace
+
+CFileOps& CFileOps::current() {
+    // Never destroyed: threads of the library may still use it while the process exits.
+    static CFileOps* const system = new CFileOps;
+    CFileOps* const replacement = g_pReplacement.load(std::memory_order_acquire);
+    return replacement ? *replacement : *system;
+}
+
+void CFileOps::replace(CFileOps* fileOps) {
+    g_pReplacement.store(fileOps, std::memory_order_release);
+}
+
+std::FILE* CFileOps::openForReading(const char* path) {
+    const int fd = ::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    if (fd < 0) {
+        return nullptr;
+    }
+    struct stat status {};
+    if (fstat(fd, &status) != 0) {
+        return failWith(fd, errno);
+    }
+    if (!S_ISREG(status.st_mode)) {
+        return failWith(fd, S_ISDIR(status.st_mode) ? EISDIR : EINVAL);
+    }
+    std::FILE* const file = fdopen(fd, "r");
+    if (!file) {
+        return failWith(fd, errno);
+    }
+    std::setvbuf(file, nullptr, _IONBF, 0);
+    return file;
+}
+
+std::FILE* CFileOps::createForWriting(const char* path, std::uint64_t size) {
+    const int fd = ::open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    if (fd < 0) {
+        return nullptr;
+    }
+    if (!hasRoom(fd, size)) {
+        ::unlink(path);
+        return failWith(fd, ENOSPC);
+    }
+    std::FILE* const file = fdopen(fd, "w");
+    if (!file) {
+        const int error = errno;
+        ::unlink(path);
+        return failWith(fd, error);
+    }
+    std::setvbuf(file, nullptr, _IONBF, 0);
+    return file;
+}
+
+std::size_t CFileOps::read(void* buffer, std::size_t size, std::FILE* file) {
+    return std::fread(buffer, 1, size, file);
+}
+
+std::size_t CFileOps::write(const void* data, std::size_t size, std::FILE* file) {
+    return std::fwrite(data, 1, size, file);
+}
+
+int CFileOps::flush(std::FILE* file) { return std::fflush(file); }
+
+int CFileOps::close(std::FILE* file) { return std::fclose(file); }
+
+int CFileOps::makeWritableForAll(const char* path) { return ::chmod(path, 0666); }
+
+int CFileOps::unlink(const char* path) { return ::unlink(path); }
+
+int CFileOps::link(const char* path, const char* newPath) { return ::link(path, newPath); }
+
+int CFileOps::rename(const char* path, const char* newPath) { return ::rename(path, newPath); }
+
+bool CFileOps::exists(const char* path) {
+    struct stat status {};
+    return ::stat(path, &status) == 0;
+}
+
+}  // namespace VQRegLib

@@ -1,0 +1,58 @@
+// Small services of the system under one roof: threads, time, process identity, counters, texts.
+#ifndef PORTABLE_PORTABLE_H
+#define PORTABLE_PORTABLE_H
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+
+namespace VQRegLib {
+
+class CPortable {
+public:
+    struct LocalTime {
+        std::uint16_t wYear;
+        std::uint16_t wMonth;  // 1..12
+        std::uint16_t wDayOfWeek;
+        std::uint16_t wDay;
+        std::uint16_t wHour;
+        std::uint16_t wMinute;
+        std::uint16_t wSecond;
+        std::uint16_t wMilliseconds;
+    };
+
+    // Starts a detached thread with all signals blocked, so that no handler of the program runs on
+    // it. `id`, when not null, receives a number for the thread. Returns 0 when there is no thread.
+    static unsigned long CreateThread(void (*entry)(void*), void* argument, unsigned long* id,
+                                      const std::string& name);
+    // The kernel keeps the first 15 bytes.
+    static void SetCurrentThreadName(const char* name);
+    static void Sleep(unsigned long milliseconds);
+
+    // Nanoseconds of the machine's clock: the same for every process, whatever its namespaces.
+    static std::uint64_t GetTickCountULL();
+    static void GetLocalTime(LocalTime* time);
+
+    static long GetCurrentProcessId();
+    static long GetCurrentThreadId();
+
+    static std::int32_t InterlockedIncrement(std::atomic<std::int32_t>* value);
+    static std::int32_t InterlockedDecrement(std::atomic<std::int32_t>* value);
+
+    // Folds the letters A to Z in place; every other byte stays. Returns its argument.
+    static char* strlwr(char* text);
+    static constexpr char foldedChar(char c) {
+        return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+    }
+    static std::string itoa(long value);
+
+    // A text that no other call on any machine returns, fit for a file name.
+    static std::string newPUUID();
+
+    static std::string getExeName();
+    static std::string getBuildVersion();
+};
+
+}  // namespace VQRegLib
+
+#endif  // PORTABLE_PORTABLE_H

@@ -1,0 +1,50 @@
+// Named objects that all processes of the machine share: how they are named, made and opened.
+#ifndef PORTABLE_SHAREDOBJECT_H
+#define PORTABLE_SHAREDOBJECT_H
+
+#include <cstddef>
+#include <string>
+
+namespace VQRegLib {
+
+class CSharedObject {
+public:
+    // Where the objects live.
+    static const char* directory();
+
+    // The name of the object of this kind that stands for a file: the directory of the path is
+    // resolved first, so that every spelling of a path names one object. Injective up to the 255
+    // bytes of a file name; a longer name ends in a 128-bit hash.
+    static std::string nameForPath(const std::string& kind, const std::string& path);
+
+    CSharedObject() = default;
+    ~CSharedObject();  // unmaps
+    CSharedObject(const CSharedObject&) = delete;
+    CSharedObject& operator=(const CSharedObject&) = delete;
+
+    // Maps the object of that name, making it when it is missing. A new object is filled by
+    // `initialise` and gets its name only afterwards: nobody sees an unfinished one. Everybody may
+    // read and write it. An existing object that is not a regular file of exactly this size is
+    // refused. Returns 0 or an errno.
+    int open(const std::string& name, std::size_t size, int (*initialise)(void*));
+
+    // Keeps the mapping for the rest of the process.
+    void leak() { m_address = nullptr; }
+
+    void* address() const { return m_address; }
+    bool isCreator() const { return m_creator; }
+
+private:
+    int openExisting(const std::string& path);
+    int create(const std::string& path, int (*initialise)(void*));
+    int map(int fd);
+    void unmap();
+
+    void* m_address = nullptr;
+    std::size_t m_size = 0;
+    bool m_creator = false;
+};
+
+}  // namespace VQRegLib
+
+#endif  // PORTABLE_SHAREDOBJECT_H
