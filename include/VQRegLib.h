@@ -10,12 +10,13 @@
 /// regardless of ASCII case and keep the spelling with which they were created.
 ///
 /// **Threads.** Any number of threads may share a session. A `CRegKey` belongs to one thread at a
-/// time, and destroying a *filled* `CRegKey` changes the tables of its store without a lock: destroy
-/// it when no other thread is inside a call on a session of the same store, or hand the keys to
-/// `CRegLib::VQRegDestroyKeyVect`, which takes the lock.
+/// time, and destroying a *filled* `CRegKey` changes the tables of its store without a lock:
+/// destroy it when no other thread is inside a call on a session of the same store, or hand the
+/// keys to `CRegLib::VQRegDestroyKeyVect`, which takes the lock.
 ///
 /// **fork.** A child of a multi-threaded process may use the library only if no other thread was
-/// inside a call of it at the moment of the fork. Handlers of the parent are not called in the child.
+/// inside a call of it at the moment of the fork. Handlers of the parent are not called in the
+/// child.
 ///
 /// The header needs C++11 or later.
 #ifndef VQREGLIB_H
@@ -40,22 +41,22 @@ namespace VQRegLib {
 constexpr int REGLIB_OK = 0;  ///< success
 /// memory is short, a system object could not be made, a text was null, or a stored line has no "="
 constexpr int REGLIB_E_FAIL = static_cast<int>(0xC1250FA0u);
-constexpr int REGLIB_E_NOT_FOUND = static_cast<int>(0xC1250FA2u);    ///< no value of that name
-constexpr int REGLIB_E_NOT_A_KEY = static_cast<int>(0xC1250FA3u);    ///< the name is a value's
-constexpr int REGLIB_E_NOT_A_VALUE = static_cast<int>(0xC1250FA4u);  ///< the name is a sub key's
+constexpr int REGLIB_E_NOT_FOUND = static_cast<int>(0xC1250FA2u);      ///< no value of that name
+constexpr int REGLIB_E_NOT_A_KEY = static_cast<int>(0xC1250FA3u);      ///< the name is a value's
+constexpr int REGLIB_E_NOT_A_VALUE = static_cast<int>(0xC1250FA4u);    ///< the name is a sub key's
 constexpr int REGLIB_E_NO_MORE_ITEMS = static_cast<int>(0xC1250FA5u);  ///< index past the last one
-constexpr int REGLIB_E_KEY_NOT_FOUND = static_cast<int>(0xC1250FA8u);  ///< a key of the path is missing
-constexpr int REGLIB_E_BAD_TYPE = static_cast<int>(0xC1250FB0u);  ///< neither binary, dword nor string
+constexpr int REGLIB_E_KEY_NOT_FOUND = static_cast<int>(0xC1250FA8u);  ///< no key of that name
+constexpr int REGLIB_E_BAD_TYPE = static_cast<int>(0xC1250FB0u);       ///< none of the three types
 /// the caller's buffer is too small; the size that is needed has been written back
 constexpr int REGLIB_E_BUFFER_TOO_SMALL = static_cast<int>(0xC1250FB1u);
-constexpr int REGLIB_E_BAD_FORMAT = static_cast<int>(0xC1250FB2u);  ///< the file's text is malformed
+constexpr int REGLIB_E_BAD_FORMAT = static_cast<int>(0xC1250FB2u);  ///< malformed file
 /// the key handle was never filled, was released, or belongs to a key that has been deleted
 constexpr int REGLIB_E_INVALID_HANDLE = static_cast<int>(0xC1250FB3u);
 constexpr int REGLIB_E_KEY_NOT_EMPTY = static_cast<int>(0xC1250FB4u);  ///< has sub keys or values
 /// the file, or the new file that is to replace it, could not be opened
 constexpr int REGLIB_E_FILE_OPEN = static_cast<int>(0xC1250FB5u);
 constexpr int REGLIB_E_END_OF_FILE = static_cast<int>(0xC1250FB6u);  ///< internal to the importer
-constexpr int REGLIB_E_NOT_INITIALIZED = static_cast<int>(0xC1250FB7u);  ///< session without a store
+constexpr int REGLIB_E_NOT_INITIALIZED = static_cast<int>(0xC1250FB7u);  ///< no store
 /// @}
 
 class CRegKeyAccess;
@@ -118,12 +119,12 @@ public:
 /// its operations returns `REGLIB_E_NOT_INITIALIZED` and `RootKey()` is null.
 ///
 /// Unless an operation says otherwise, it may also return these codes: `REGLIB_E_NOT_INITIALIZED`;
-/// `REGLIB_E_FAIL` when memory is short or a required text or pointer is null; `REGLIB_E_BAD_FORMAT`
-/// when the file has a malformed line (the lines before it have been read; every operation answers
-/// this until the file is mended); `REGLIB_E_FILE_OPEN` when the file cannot be read. Operations that
-/// change something return `REGLIB_E_FILE_OPEN` also when the new file cannot be written (no
-/// permission in the directory, no room): the change then stays in this process's memory only and is
-/// written with the next change that succeeds.
+/// `REGLIB_E_FAIL` when memory is short or a required text or pointer is null;
+/// `REGLIB_E_BAD_FORMAT` when the file has a malformed line (the lines before it have been read;
+/// every operation answers this until the file is mended); `REGLIB_E_FILE_OPEN` when the file
+/// cannot be read. Operations that change something return `REGLIB_E_FILE_OPEN` also when the new
+/// file cannot be written (no permission in the directory, no room): the change then stays in this
+/// process's memory only and is written with the next change that succeeds.
 ///
 /// Key names must not hold "]" or line ends, value names no double quote, ":" or line ends, string
 /// values no line ends, and a line of the file ends at 2047 bytes. The library does not check this;
@@ -149,8 +150,8 @@ public:
     ///                  where "/velquist/etc" exists and "/etc/Velquist.cfg" otherwise. The file is
     ///                  created when it is missing. Give an absolute path: a relative one is looked
     ///                  up in the working directory at every access, not just now.
-    /// @param key       name of the store's root key; null selects "Velquist". A path is allowed and
-    ///                  its last key is the root key. The keys are created when they are missing.
+    /// @param key       name of the store's root key; null selects "Velquist". It may be a path,
+    ///                  whose last key is the root key. Keys that are missing are created.
     /// @param location  `eLocationDefault`
     /// @param result    may be null; receives 0, also when no store could be opened (see above).
     ///
@@ -167,9 +168,9 @@ public:
 
     /// Opens a key, or creates it.
     ///
-    /// @param parent  the key at which `subKey` starts; null means the root key. An empty handle, or
-    ///                one whose key was deleted, means the top of the file: the path must then begin
-    ///                with the top-level key's own name.
+    /// @param parent  the key at which `subKey` starts; null means the root key. An empty handle,
+    ///                or one whose key was deleted, means the top of the file: the path must then
+    ///                begin with the top-level key's own name.
     /// @param subKey  one name, or several separated by "/" or "\". Empty names count: a path that
     ///                ends in a separator names a key with an empty name.
     /// @param key     receives the key; what it held before is released. After a failure it holds
@@ -184,8 +185,9 @@ public:
     /// Deletes an empty key.
     /// @param key     the key at which `subKey` starts
     /// @param subKey  path of the key to delete
-    /// @return `REGLIB_OK`; `REGLIB_E_KEY_NOT_FOUND`; `REGLIB_E_NOT_A_KEY`; `REGLIB_E_KEY_NOT_EMPTY`
-    ///         when it has sub keys or values; `REGLIB_E_INVALID_HANDLE`; and the common codes
+    /// @return `REGLIB_OK`; `REGLIB_E_KEY_NOT_FOUND`; `REGLIB_E_NOT_A_KEY`;
+    ///         `REGLIB_E_KEY_NOT_EMPTY` when it has sub keys or values; `REGLIB_E_INVALID_HANDLE`;
+    ///         and the common codes
     /// @throws VQException as for `VQRegCreateKey`
     int VQRegDeleteKey(CRegKey& key, const char* subKey);
 
@@ -217,15 +219,15 @@ public:
 
     /// Reads a value's type.
     /// @param type  receives the type; `eNone` on failure
-    /// @return `REGLIB_OK`; `REGLIB_E_NOT_FOUND`; `REGLIB_E_NOT_A_VALUE`; `REGLIB_E_INVALID_HANDLE`;
-    ///         `REGLIB_E_NOT_A_KEY`; and the common codes
+    /// @return `REGLIB_OK`; `REGLIB_E_NOT_FOUND`; `REGLIB_E_NOT_A_VALUE`;
+    ///         `REGLIB_E_INVALID_HANDLE`; `REGLIB_E_NOT_A_KEY`; and the common codes
     int VQRegQueryValueType(CRegKey& key, const char* valueName, eDataType& type);
 
     /// Reads a value.
     ///
-    /// @param type    receives the type as soon as the value is found, also when the call then fails
-    /// @param buffer  receives the data: 4 bytes of a number, a text with its NUL, or the bytes. Null
-    ///                counts as a buffer of 0 bytes, which asks for the size.
+    /// @param type    receives the type once the value is found, also when the call then fails
+    /// @param buffer  receives the data: 4 bytes of a number, a text with its NUL, or the bytes.
+    ///                Null counts as a buffer of 0 bytes, which asks for the size.
     /// @param size    in: the buffer's size in bytes; out: the data's size. Must not be null. A
     ///                binary value of an odd number of digits, which only a hand-edited file can
     ///                hold, yields one byte more than the size says where the buffer has room.

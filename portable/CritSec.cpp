@@ -10,7 +10,9 @@ CPCritSec::CPCritSec(const char* name, int flag) : m_mutex{}, m_pszName(name), m
     pthread_mutexattr_destroy(&attributes);
 }
 
-CPCritSec::~CPCritSec() { pthread_mutex_destroy(&m_mutex); }
+CPCritSec::~CPCritSec() {
+    pthread_mutex_destroy(&m_mutex);
+}
 
 void CPCritSec::enter(int location) {
     pthread_mutex_lock(&m_mutex);

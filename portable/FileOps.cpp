@@ -89,17 +89,29 @@ std::size_t CFileOps::write(const void* data, std::size_t size, std::FILE* file)
     return std::fwrite(data, 1, size, file);
 }
 
-int CFileOps::flush(std::FILE* file) { return std::fflush(file); }
+int CFileOps::flush(std::FILE* file) {
+    return std::fflush(file);
+}
 
-int CFileOps::close(std::FILE* file) { return std::fclose(file); }
+int CFileOps::close(std::FILE* file) {
+    return std::fclose(file);
+}
 
-int CFileOps::makeWritableForAll(const char* path) { return ::chmod(path, 0666); }
+int CFileOps::makeWritableForAll(const char* path) {
+    return ::chmod(path, 0666);
+}
 
-int CFileOps::unlink(const char* path) { return ::unlink(path); }
+int CFileOps::unlink(const char* path) {
+    return ::unlink(path);
+}
 
-int CFileOps::link(const char* path, const char* newPath) { return ::link(path, newPath); }
+int CFileOps::link(const char* path, const char* newPath) {
+    return ::link(path, newPath);
+}
 
-int CFileOps::rename(const char* path, const char* newPath) { return ::rename(path, newPath); }
+int CFileOps::rename(const char* path, const char* newPath) {
+    return ::rename(path, newPath);
+}
 
 bool CFileOps::exists(const char* path) {
     struct stat status {};

@@ -22,8 +22,9 @@ public:
     // for it. Null and errno on failure.
     virtual std::FILE* openForReading(const char* path);
 
-    // Makes a new file, readable and writable by everybody as far as the umask allows. Fails with ENOSPC, leaving no file, when the file system has no room
-    // for `size` bytes: a write would fail half-way and unseen.
+    // Makes a new file, readable and writable by everybody as far as the umask allows. Fails with
+    // ENOSPC, leaving no file, when the file system has no room for `size` bytes: a write would
+    // fail half-way and unseen.
     virtual std::FILE* createForWriting(const char* path, std::uint64_t size);
 
     // As fread, fwrite, fflush and fclose; wrong counts and EOF with errno on failure.

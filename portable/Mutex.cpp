@@ -32,14 +32,15 @@ struct SharedMutex {
     std::atomic<std::int64_t> heldSince;
 };
 
-constexpr SharedMutex::Tag kTag = {
-    {'C', 'P', 'M', 'u', 't', 'e', 'x', '\0'}, 1, sizeof(void*),
+constexpr SharedMutex::Tag kTag = {{'C', 'P', 'M', 'u', 't', 'e', 'x', '\0'},
+                                   1,
+                                   sizeof(void*),
 #ifdef __GLIBC__
-    1,
+                                   1,
 #else
-    0,
+                                   0,
 #endif
-    sizeof(pthread_mutex_t)};
+                                   sizeof(pthread_mutex_t)};
 
 // Robust, so that a holder's death hands it on. Not of the recursive kind: that compares thread
 // ids, which two containers may have in common; the depth is counted in CPMutexState instead.

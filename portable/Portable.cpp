@@ -88,7 +88,7 @@ unsigned long CPortable::CreateThread(void (*entry)(void*), void* argument, unsi
     if (pthread_create(&thread, attributes.get(), runThread, start.get()) != 0) {
         return 0;
     }
-    start.release();  // runThread owns it now
+    (void)start.release();  // runThread owns it now
     const auto number = static_cast<unsigned long>(thread);
     if (id) {
         *id = number;
@@ -131,9 +131,13 @@ void CPortable::GetLocalTime(LocalTime* time) {
     time->wMilliseconds = static_cast<std::uint16_t>(now.tv_nsec / 1'000'000);
 }
 
-long CPortable::GetCurrentProcessId() { return getpid(); }
+long CPortable::GetCurrentProcessId() {
+    return getpid();
+}
 
-long CPortable::GetCurrentThreadId() { return syscall(SYS_gettid); }
+long CPortable::GetCurrentThreadId() {
+    return syscall(SYS_gettid);
+}
 
 std::int32_t CPortable::InterlockedIncrement(std::atomic<std::int32_t>* value) {
     return value->fetch_add(1) + 1;
@@ -150,7 +154,9 @@ char* CPortable::strlwr(char* text) {
     return text;
 }
 
-std::string CPortable::itoa(long value) { return std::to_string(value); }
+std::string CPortable::itoa(long value) {
+    return std::to_string(value);
+}
 
 std::string CPortable::newPUUID() {
     unsigned char bytes[16];
@@ -186,6 +192,8 @@ std::string CPortable::getExeName() {
     return full.substr(full.rfind('/') + 1);
 }
 
-std::string CPortable::getBuildVersion() { return VQREGLIB_VERSION; }
+std::string CPortable::getBuildVersion() {
+    return VQREGLIB_VERSION;
+}
 
 }  // namespace VQRegLib

@@ -79,10 +79,12 @@ int giveName(int fd, const std::string& path) {
 
 }  // namespace
 
-const char* CSharedObject::directory() { return "/dev/shm"; }
+const char* CSharedObject::directory() {
+    return "/dev/shm";
+}
 
 std::string CSharedObject::nameForPath(const std::string& kind, const std::string& path) {
-    const std::string whole = kind + "." + encoded(absolutePath(path));
+    std::string whole = kind + "." + encoded(absolutePath(path));
     if (whole.size() <= kLongestName) {
         return whole;
     }
@@ -90,7 +92,9 @@ std::string CSharedObject::nameForPath(const std::string& kind, const std::strin
     return whole.substr(0, kLongestName - hash.size()) + hash;
 }
 
-CSharedObject::~CSharedObject() { unmap(); }
+CSharedObject::~CSharedObject() {
+    unmap();
+}
 
 void CSharedObject::unmap() {
     if (m_address) {
@@ -119,8 +123,7 @@ int CSharedObject::open(const std::string& name, std::size_t size, int (*initial
 }
 
 int CSharedObject::openExisting(const std::string& path) {
-    const CFileDescriptor file(
-        ::open(path.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
+    const CFileDescriptor file(::open(path.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
     if (!file.isOpen()) {
         return errno;
     }

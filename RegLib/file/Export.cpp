@@ -13,7 +13,9 @@ namespace {
 
 using CKeyOrValue = CRegLibImplFile::CKeyOrValue;
 
-bool hasLine(const CKeyOrValue& key) { return key.m_strName != kTreeRootName; }
+bool hasLine(const CKeyOrValue& key) {
+    return key.m_strName != kTreeRootName;
+}
 
 std::uint64_t textSize(const CKeyOrValue& node) {
     if (!node.m_iIsKey) {
@@ -76,7 +78,9 @@ int CRegLibImplFile::ExportConfigHelper(const CKeyOrValue* node, CLineWriter& wr
     return REGLIB_OK;
 }
 
-void CRegLibImplFile::dump() { DumpConfig(0, m_pRootNode.get()); }
+void CRegLibImplFile::dump() {
+    DumpConfig(0, m_pRootNode.get());
+}
 
 void CRegLibImplFile::DumpConfig(unsigned long depth, const CKeyOrValue* node) const {
     static constexpr char kBlanks[] =

@@ -108,8 +108,8 @@ std::unique_ptr<CRegKey> CRegLibImplFile::createRootKey(const char* root) {
                        makeOrThrow<CRegKeyImplFile>(eThrowPoint::eNewParentHandle).release());
     auto rootKey = makeOrThrow<CRegKey>(eThrowPoint::eNewRootKey);
     int exists = 0;
-    const int result =
-        VQRegCreateKey(parent.get(), root ? root : g_szRootKeynameFile, *rootKey, 1, &exists);
+    const int result = CRegLibImplFile::VQRegCreateKey(
+        parent.get(), root ? root : g_szRootKeynameFile, *rootKey, 1, &exists);
     if (result < 0) {
         throwAt(eThrowPoint::eCreateRootKey, result);
     }

@@ -45,8 +45,7 @@ public:
                       int* changed) override;
     int VQRegSetValue(CRegKey& key, const char* valueName, const unsigned char* data,
                       unsigned long size, int* changed) override;
-    int VQRegQueryValueType(CRegKey& key, const char* valueName,
-                            CRegLib::eDataType& type) override;
+    int VQRegQueryValueType(CRegKey& key, const char* valueName, CRegLib::eDataType& type) override;
     int VQRegQueryValue(CRegKey& key, const char* valueName, CRegLib::eDataType& type,
                         unsigned char* buffer, unsigned long* size) override;
     int VQRegEnumKeys(CRegKey& key, int index, std::string& name) override;
@@ -61,8 +60,8 @@ public:
     // The header that a key called `name` gets below `parent`, which may be null.
     static std::string CreateFullName(const CKeyOrValue* parent, const char* name);
 
-    // The cross-process lock. Every operation holds it from before its import to its end; COperation
-    // is the way to take it.
+    // The cross-process lock. Every operation holds it from before its import to its end;
+    // COperation is the way to take it.
     int Lock();
     int Unlock();
 
@@ -130,7 +129,8 @@ private:
     std::uint64_t* m_pullSharedChangeStamp = nullptr;
     std::uint64_t m_ullLocalChangeStamp = 0;
 
-    std::uint64_t m_ullTextSize = 0;  // of the text that the next FileOpen for writing makes room for
+    std::uint64_t m_ullTextSize =
+        0;  // of the text that the next FileOpen for writing makes room for
     std::vector<std::unique_ptr<CKeyOrValue>> m_displaced;
     std::unique_ptr<CTreePositions> m_pPositions;
 };

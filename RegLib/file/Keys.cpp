@@ -9,7 +9,9 @@
 
 namespace VQRegLib {
 
-CRegKey* CRegLibImplFile::RootKey() const { return m_pRootKey; }
+CRegKey* CRegLibImplFile::RootKey() const {
+    return m_pRootKey;
+}
 
 // Other stores may keep something per handle; this one does not.
 void CRegLibImplFile::deleteKeyHandle(unsigned long /*handleId*/) {}

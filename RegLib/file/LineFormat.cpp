@@ -33,7 +33,9 @@ CRegLib::eDataType typeOfWord(std::string_view word) {
     return word == kString ? CRegLib::eString : CRegLib::eNone;
 }
 
-constexpr bool isBlank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
+constexpr bool isBlank(char c) {
+    return c == ' ' || (c >= '\t' && c <= '\r');
+}
 
 constexpr unsigned kNoDigit = 16;
 

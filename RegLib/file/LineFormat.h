@@ -27,7 +27,8 @@ int parseValueLine(std::string_view line, CValueLine& parts);
 // The path between the first "[" and the first "]". REGLIB_E_BAD_FORMAT when one is missing.
 int parseKeyLine(std::string_view line, std::string_view& path);
 
-// Walks over the names in a key line's path: only slashes separate, and one at the end adds no name.
+// Walks over the names in a key line's path: only slashes separate, and one at the end adds no
+// name.
 bool nextKeyLineName(std::string_view& rest, std::string_view& name);
 
 // The data of a stored line: what follows its first ":", which for a name with a colon is not the

@@ -10,7 +10,7 @@ namespace VQRegLib {
 
 namespace {
 
-constexpr std::size_t kBlockSize = 64 * 1024;
+constexpr std::size_t kBlockSize = 64UL * 1024;
 
 }  // namespace
 
@@ -57,8 +57,8 @@ bool CLineReader::next(std::string_view& line) {
     }
     line = line.substr(0, line.find('\0'));
     const std::size_t carriageReturn = line.find('\r');
-    line = line.substr(0, carriageReturn != std::string_view::npos ? carriageReturn
-                                                                   : line.find('\n'));
+    line =
+        line.substr(0, carriageReturn != std::string_view::npos ? carriageReturn : line.find('\n'));
     return true;
 }
 

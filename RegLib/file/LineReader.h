@@ -8,8 +8,8 @@
 
 namespace VQRegLib {
 
-// Longer lines come in pieces of this many characters, each of which is a line of its own: the limit
-// that every reader of these files has always had.
+// Longer lines come in pieces of this many characters, each of which is a line of its own: the
+// limit that every reader of these files has always had.
 constexpr std::size_t kLongestPiece = 2048;
 
 class CLineReader {

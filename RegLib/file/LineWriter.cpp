@@ -10,7 +10,7 @@ namespace VQRegLib {
 
 namespace {
 
-constexpr std::size_t kLargestBuffer = 256 * 1024;
+constexpr std::size_t kLargestBuffer = 256UL * 1024;
 constexpr std::size_t kSmallestBuffer = 512;
 
 }  // namespace

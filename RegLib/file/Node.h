@@ -42,7 +42,7 @@ public:
     std::string m_strFullName;          // a key's line in the file
     Children m_mapChildren;
     CRegLib::eDataType m_eDataType = CRegLib::eNone;
-    std::string m_strValue;             // a value's line in the file
+    std::string m_strValue;  // a value's line in the file
 };
 
 // Remembered positions in the tree. Where the last enumeration stood: counting through n children

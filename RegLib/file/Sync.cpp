@@ -17,7 +17,9 @@ int CRegLibImplFile::Lock() {
     return result;
 }
 
-int CRegLibImplFile::Unlock() { return m_pMutex->release(); }
+int CRegLibImplFile::Unlock() {
+    return m_pMutex->release();
+}
 
 // The dead holder may have replaced the file and not yet told anybody, so everybody shall read it
 // again. Where links are not possible it may also have moved the file away without putting the new
@@ -42,7 +44,9 @@ void CRegLibImplFile::renewSharedStamp() {
     *m_pullSharedChangeStamp = next != 0 ? next : 1;
 }
 
-std::string CRegLibImplFile::backupName() const { return std::string(m_pszFileName) + ".bak"; }
+std::string CRegLibImplFile::backupName() const {
+    return std::string(m_pszFileName) + ".bak";
+}
 
 int CRegLibImplFile::FileOpen(int mode, std::string* openedName) {
     CFileOps& files = CFileOps::current();

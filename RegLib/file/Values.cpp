@@ -68,8 +68,8 @@ std::string CRegLibImplFile::storedSpelling(CRegKey& key, const char* name,
     return candidate;
 }
 
-// Numbers keep the stored spelling of the name in the line; texts and bytes take the caller's. Files
-// in the field depend on both.
+// Numbers keep the stored spelling of the name in the line; texts and bytes take the caller's.
+// Files in the field depend on both.
 int CRegLibImplFile::VQRegSetValue(CRegKey& key, const char* valueName, unsigned long value,
                                    int* changed) {
     const auto compose = [&](const COperation& operation) {
@@ -112,7 +112,7 @@ struct CBuffer {
 int giveDword(std::string_view text, const CBuffer& buffer) {
     const std::uint32_t number = scanHex(text, 8);
     const int result = buffer.needs(sizeof number);
-    if (result >= 0) {
+    if (result >= 0 && buffer.data) {
         std::memcpy(buffer.data, &number, sizeof number);
     }
     return result;
@@ -120,15 +120,15 @@ int giveDword(std::string_view text, const CBuffer& buffer) {
 
 int giveString(std::string_view text, const CBuffer& buffer) {
     const int result = buffer.needs(text.size() + 1);
-    if (result >= 0) {
-        std::memcpy(buffer.data, text.data(), text.size());
+    if (result >= 0 && buffer.data) {
+        text.copy(reinterpret_cast<char*>(buffer.data), text.size());
         buffer.data[text.size()] = '\0';
     }
     return result;
 }
 
-// The last digit of an odd number of them counts as a byte where the buffer has room, but not in the
-// size.
+// The last digit of an odd number of them counts as a byte where the buffer has room, but not in
+// the size.
 int giveBinary(std::string_view text, const CBuffer& buffer) {
     const int result = buffer.needs(text.size() / 2);
     if (result >= 0) {
@@ -160,9 +160,8 @@ int giveData(std::string_view line, CRegLib::eDataType type, const CBuffer& buff
 
 }  // namespace
 
-int CRegLibImplFile::VQRegQueryValue(CRegKey& key, const char* valueName,
-                                     CRegLib::eDataType& type, unsigned char* buffer,
-                                     unsigned long* size) {
+int CRegLibImplFile::VQRegQueryValue(CRegKey& key, const char* valueName, CRegLib::eDataType& type,
+                                     unsigned char* buffer, unsigned long* size) {
     type = CRegLib::eNone;
     int result = REGLIB_OK;
     try {
@@ -170,8 +169,8 @@ int CRegLibImplFile::VQRegQueryValue(CRegKey& key, const char* valueName,
         result = operation.findExistingValue(key, valueName);
         if (result >= 0) {
             type = operation.value()->m_eDataType;
-            result = giveData(operation.value()->m_strValue, type,
-                              {buffer, buffer ? *size : 0, size});
+            result =
+                giveData(operation.value()->m_strValue, type, {buffer, buffer ? *size : 0, size});
         }
     } catch (...) {
         // The answer is what was known by then, and the lock stays taken until the store is

@@ -41,7 +41,9 @@ CRegLibImplDirectory* get_reglibImplDirectory() {
 
 CRegLibImplDirectory::CRegLibImplDirectory() : m_pLock(new CPCritSec("CRegLibImplDirectory", 1)) {}
 
-CRegLibImplDirectory::~CRegLibImplDirectory() { delete m_pLock; }
+CRegLibImplDirectory::~CRegLibImplDirectory() {
+    delete m_pLock;
+}
 
 std::string CRegLibImplDirectory::getTuple(const char* name, const char* key) {
     std::string tuple = name ? std::string("FILE:") + name : std::string("REG:");

@@ -30,7 +30,9 @@ int delegate(CRegLibImpl* store, bool argumentsGiven, int location, Operation&& 
 }
 
 // The name of a key as a trace line shows it.
-const char* fullName(const CRegKey& key) { return traceText(key.GetKeyFullName()); }
+const char* fullName(const CRegKey& key) {
+    return traceText(key.GetKeyFullName());
+}
 
 }  // namespace
 
@@ -52,7 +54,8 @@ int CRegLib::VQRegCreateKey(CRegKey* parent, const char* subKey, CRegKey& key, i
     REGLIB_TRACE(eTraceFlow, "CRegLib::VQRegCreateKey (0x%08X), SubKeyName \"%s\"\n", traceId(this),
                  traceText(subKey));
     return delegate(m_pImpl, subKey, __LINE__, [&](CRegLibImpl& store) {
-        // Copied for the line below: the text may belong to `key`, which is about to be filled anew.
+        // Copied for the line below: the text may belong to `key`, which is about to be filled
+        // anew.
         const std::string name = traceFor(eTraceChange) ? subKey : "";
         int exists = 0;
         const int result = store.VQRegCreateKey(parent, subKey, key, create, &exists);
@@ -161,9 +164,8 @@ int CRegLib::VQRegQueryValue(CRegKey& key, const char* valueName, eDataType& typ
 }
 
 int CRegLib::VQRegEnumKeys(CRegKey& key, int index, std::string& name) {
-    return delegate(m_pImpl, true, __LINE__, [&](CRegLibImpl& store) {
-        return store.VQRegEnumKeys(key, index, name);
-    });
+    return delegate(m_pImpl, true, __LINE__,
+                    [&](CRegLibImpl& store) { return store.VQRegEnumKeys(key, index, name); });
 }
 
 int CRegLib::VQRegEnumValues(CRegKey& key, int index, std::string& name, eDataType& type) {
@@ -207,9 +209,8 @@ int CRegLib::VQRegCreateKeyVect(CRegKey* parent, const char* path, std::vector<C
 }
 
 int CRegLib::VQRegDestroyKeyVect(std::vector<CRegKey*>& keys) {
-    return delegate(m_pImpl, true, __LINE__, [&](CRegLibImpl& store) {
-        return store.VQRegDestroyKeyVect(keys);
-    });
+    return delegate(m_pImpl, true, __LINE__,
+                    [&](CRegLibImpl& store) { return store.VQRegDestroyKeyVect(keys); });
 }
 
 void CRegLib::SetRegistryChangeHandler(CRegistryChangeHandler* handler) {

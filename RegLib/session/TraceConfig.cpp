@@ -9,7 +9,8 @@ void CRegLibTrace::readConfiguration() {
     static constexpr char kValueName[] = "RegLibLogging";
     static constexpr char kLogDirectory[] = "/cf/corvanedata/Logs/";
     try {
-        // Constructing its store calls createInstance again, which lets only the first call through.
+        // Constructing its store calls createInstance again, which lets only the first call
+        // through.
         CRegLib session(nullptr, "Velquist/Logging", CRegLib::eLocationDefault, nullptr);
         CRegLib::eDataType type = CRegLib::eDword;
         unsigned char data[4] = {};

@@ -12,8 +12,8 @@ namespace VQRegLib {
 class CRegLibImpl;
 
 // What a handle refers to: its key's names and the id under which the store knows it. A record is
-// empty when made, registered while a store lists it, and cleared (no owner, id 0, empty names) when
-// its key or its store is gone.
+// empty when made, registered while a store lists it, and cleared (no owner, id 0, empty names)
+// when its key or its store is gone.
 class CRegKeyImpl {
 public:
     CRegKeyImpl();

@@ -18,10 +18,16 @@ CRegKey::~CRegKey() {
     }
 }
 
-const char* CRegKey::GetKeyName() const { return m_pImpl ? m_pImpl->m_pszKeyName : nullptr; }
+const char* CRegKey::GetKeyName() const {
+    return m_pImpl ? m_pImpl->m_pszKeyName : nullptr;
+}
 
-const char* CRegKey::GetKeyFullName() const { return m_pImpl ? m_pImpl->m_pszFullName : nullptr; }
+const char* CRegKey::GetKeyFullName() const {
+    return m_pImpl ? m_pImpl->m_pszFullName : nullptr;
+}
 
-unsigned long CRegKey::GetKeyHandleID() const { return CRegKeyAccess::id(*this); }
+unsigned long CRegKey::GetKeyHandleID() const {
+    return CRegKeyAccess::id(*this);
+}
 
 }  // namespace VQRegLib

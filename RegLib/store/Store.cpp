@@ -133,8 +133,8 @@ int CRegLibImpl::openKeys(CRegKey* parent, std::vector<std::string>& names, int 
     return REGLIB_OK;
 }
 
-// When the enumeration ends without a match, the last name it returned is taken: callers rely on the
-// vectors as they have always been.
+// When the enumeration ends without a match, the last name it returned is taken: callers rely on
+// the vectors as they have always been.
 void CRegLibImpl::findStoredSpelling(CRegKey* parent, std::string& name) {
     const std::string wanted = tolower(name);
     std::string candidate = name;

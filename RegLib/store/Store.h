@@ -85,14 +85,14 @@ public:
     // needs the store's file, and the store's end needs the watcher's.
     void DeleteRegWatcherThread();
 
-    CPCritSec m_critSec;           // around every operation of a session
-    std::int32_t m_lRefCount;      // sessions; counted by the directory, under its lock
-    std::int32_t m_nResult;        // told to sessions that join; stays 0
-    char* m_pszFileName;           // owned, from strdup, by the derived store
-    CRegKey* m_pRootKey;           // owned by the derived store
-    CRegKeyImpl* m_pRootKeyImpl;   // the root key's record
-    std::string m_strTuple;        // under which the directory lists the store
-    CHandleTable m_handles;        // guarded by m_critSec, except that handles leave it unguarded
+    CPCritSec m_critSec;          // around every operation of a session
+    std::int32_t m_lRefCount;     // sessions; counted by the directory, under its lock
+    std::int32_t m_nResult;       // told to sessions that join; stays 0
+    char* m_pszFileName;          // owned, from strdup, by the derived store
+    CRegKey* m_pRootKey;          // owned by the derived store
+    CRegKeyImpl* m_pRootKeyImpl;  // the root key's record
+    std::string m_strTuple;       // under which the directory lists the store
+    CHandleTable m_handles;       // guarded by m_critSec, except that handles leave it unguarded
     CRegWatcherThread* m_pWatcherThread;  // guarded by m_watcherLock
     CPCritSec m_watcherLock;
 

@@ -149,13 +149,14 @@ void CRegLibTrace::trace(const char* format, ...) {
     char line[kLineSize] = {};
     CPortable::LocalTime now{};
     CPortable::GetLocalTime(&now);
-    const int prefix = std::snprintf(
-        line, sizeof line - 1, "%02d:%02d:%02d.%03d (%5d:%5d) ", now.wHour, now.wMinute,
-        now.wSecond, now.wMilliseconds, static_cast<int>(CPortable::GetCurrentProcessId()),
-        static_cast<int>(CPortable::GetCurrentThreadId()));
+    const int prefix = std::snprintf(line, sizeof line - 1, "%02d:%02d:%02d.%03d (%5d:%5d) ",
+                                     now.wHour, now.wMinute, now.wSecond, now.wMilliseconds,
+                                     static_cast<int>(CPortable::GetCurrentProcessId()),
+                                     static_cast<int>(CPortable::GetCurrentThreadId()));
     const auto used = static_cast<std::size_t>(prefix);
     std::va_list arguments;
     va_start(arguments, format);
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): started in the line above
     std::vsnprintf(line + used, sizeof line - used, format, arguments);
     va_end(arguments);
     std::fputs(line, file);

@@ -11,12 +11,12 @@ namespace VQRegLib {
 
 // The bits of CRegLibTrace::m_lLogLevel.
 enum eTraceBit : std::int32_t {
-    eTraceChange = 1,    // changes made to a store
-    eTraceEcho = 2,      // every line goes to standard output as well
-    eTraceLife = 4,      // construction and destruction of stores, watchers and threads
-    eTraceFlow = 8,      // entry and exit of operations
-    eTraceImport = 16,   // each line read from the configuration file
-    eTraceAlways = 0     // "(Error) " lines, whatever the level
+    eTraceChange = 1,   // changes made to a store
+    eTraceEcho = 2,     // every line goes to standard output as well
+    eTraceLife = 4,     // construction and destruction of stores, watchers and threads
+    eTraceFlow = 8,     // entry and exit of operations
+    eTraceImport = 16,  // each line read from the configuration file
+    eTraceAlways = 0    // "(Error) " lines, whatever the level
 };
 
 }  // namespace VQRegLib
@@ -86,16 +86,18 @@ inline std::uint32_t traceId(const void* object) {
     return static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(object));
 }
 
-inline const char* traceText(const char* text) { return text ? text : "(null)"; }
+inline const char* traceText(const char* text) {
+    return text ? text : "(null)";
+}
 
 }  // namespace VQRegLib
 
 // Writes a line when lines of its kind are on; evaluates nothing otherwise.
-#define REGLIB_TRACE(bit, ...)                                                \
-    do {                                                                      \
-        if (CRegLibTrace* const regLibTrace_ = ::VQRegLib::traceFor(bit)) {   \
-            regLibTrace_->trace(__VA_ARGS__);                                 \
-        }                                                                     \
+#define REGLIB_TRACE(bit, ...)                                              \
+    do {                                                                    \
+        if (CRegLibTrace* const regLibTrace_ = ::VQRegLib::traceFor(bit)) { \
+            regLibTrace_->trace(__VA_ARGS__);                               \
+        }                                                                   \
     } while (false)
 
 #endif  // REGLIB_TRACE_TRACE_H

@@ -162,11 +162,8 @@ void Agent::waitFor(bool forOrder, Time until) {
         {{m_answers, POLLIN, 0}, {m_output, POLLIN, 0}, {forOrder ? m_orders : -1, POLLOUT, 0}}};
     const int ready = ::poll(polled.data(), polled.size(), static_cast<int>(left.count()) + 1);
     check(ready >= 0 || errno == EINTR, "poll");
-    const bool mayOutputFollow = drain(m_output, m_outputText);
+    otherOutput();
     const bool mayAnswerFollow = drain(m_answers, m_answerText);
-    if (!mayOutputFollow) {
-        closeDescriptor(m_output);
-    }
     if (!mayAnswerFollow && m_answerText.find('\n') == std::string::npos) {
         fail("it has ended");
     }

@@ -1,6 +1,4 @@
 // The typed orders of an agent.
-#include <stdexcept>
-
 #include "support/Agent.h"
 
 namespace vqtest {

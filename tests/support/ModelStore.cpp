@@ -1,6 +1,5 @@
 #include "support/ModelStore.h"
 
-#include <cstdio>
 #include <map>
 #include <stdexcept>
 #include <utility>
@@ -57,21 +56,23 @@ std::vector<std::string> namesOf(std::string_view path) {
 
 template <typename LeafType>
 std::string lineOf(const LeafType& leaf) {
-    const std::string start = "\"" + leaf.written + "\"=";
+    std::string line = "\"";
+    line.append(leaf.written).append("\"=");
     if (leaf.type == CRegLib::eDword) {
-        return start + "dword:" + codeToText(static_cast<int>(leaf.number)) + "\n";
+        line.append("dword:").append(codeToText(static_cast<int>(leaf.number)));
+    } else if (leaf.type == CRegLib::eString) {
+        line.append("string:").append(leaf.data);
+    } else {
+        line.append("binary:").append(toHex(leaf.data));
     }
-    if (leaf.type == CRegLib::eString) {
-        return start + "string:" + leaf.data + "\n";
-    }
-    return start + "binary:" + toHex(leaf.data) + "\n";
+    return line.append("\n");
 }
 
 }  // namespace
 
 void ModelStore::Key::print(const std::string& parentPath, std::string& text) const {
     const std::string path = parentPath + name;
-    text += "[" + path + "]\n";
+    text.append("[").append(path).append("]\n");
     for (const auto& entry : values) {
         text += lineOf(entry.second);
     }

@@ -72,6 +72,13 @@ TEST(Agent, SurvivesMoreOutputThanAPipeHolds) {
     EXPECT_EQ(agent.otherOutput().size(), 300000u);
 }
 
+TEST(Agent, MayCloseItsOutput) {
+    Agent agent(shell("exec >&-; while read x; do echo 00000000 >&3; done"));
+    EXPECT_EQ(agent.ask({"x"}).code, 0);
+    EXPECT_EQ(agent.ask({"x"}).code, 0);
+    EXPECT_EQ(agent.otherOutput(), "");
+}
+
 TEST(Agent, PassesVeryLongOrders) {
     Agent agent(shell(kEcho));
     const std::string text(500000, 'x');

@@ -1,0 +1,34 @@
+# Sourced by the other scripts: the project's directory and the packages that a command needs.
+project=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+
+# need PACKAGE...: installs with apt what is missing.
+need() {
+    local missing=()
+    local package
+    for package in "$@"; do
+        if ! dpkg-query -W -f='${db:Status-Status}\n' "$package" 2>/dev/null | grep -qx installed; then
+            missing+=("$package")
+        fi
+    done
+    [ ${#missing[@]} -eq 0 ] && return 0
+    local run=()
+    [ "$(id -u)" -eq 0 ] || run=(sudo)
+    echo "Installing: ${missing[*]}"
+    "${run[@]}" apt-get update -qq
+    DEBIAN_FRONTEND=noninteractive "${run[@]}" apt-get install -y -qq --no-install-recommends \
+        "${missing[@]}" >/dev/null
+}
+
+# build PRESET [CMAKE-ARGUMENT...]: configures and builds; the log is shown when it fails.
+build() {
+    local preset=$1
+    shift
+    local log
+    log=$(mktemp)
+    if ! { cmake -S "$project" --preset "$preset" "$@" && cmake --build --preset "$preset"; } >"$log" 2>&1; then
+        cat "$log"
+        rm -f "$log"
+        return 1
+    fi
+    rm -f "$log"
+}
