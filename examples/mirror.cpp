@@ -1,6 +1,6 @@
 // Mirrors a directory tree of small text files, such as /proc/sys, into a store: directories become
-// keys, files become values. Then starts another program on the same store and reads what that one
-// has changed.
+// keys, files become values. Then starts another program on the same store, prints what that one has
+// changed the moment it announces it, and reads it once more by itself.
 //
 //   mirror DIRECTORY STORE|- TREE [PROGRAM]
 //
@@ -12,15 +12,18 @@
 
 #include <algorithm>
 #include <chrono>
+#include <condition_variable>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <mutex>
 #include <optional>
 #include <sstream>
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <thread>
 
 namespace {
 
@@ -145,6 +148,54 @@ bool run(const char* program, const char* store, const char* tree) {
            WEXITSTATUS(status) == 0;
 }
 
+// Prints the host name when the store announces a change; one of several ways to use a handler.
+class Follower : public VQRegLib::CRegistryChangeHandler {
+public:
+    Follower(CRegLib& session, std::string tree) : m_session(session), m_tree(std::move(tree)) {
+        m_session.SetRegistryChangeHandler(this);
+    }
+    ~Follower() override { m_session.ClrRegistryChangeHandler(this); }
+    Follower(const Follower&) = delete;
+    Follower& operator=(const Follower&) = delete;
+
+    // On a thread of the library.
+    void OnRegistryChange() override {
+        {
+            CRegKey kernel;
+            CRegLib::eDataType type = CRegLib::eNone;
+            unsigned char data[256];
+            unsigned long size = sizeof data;
+            if (m_session.VQRegCreateKey(nullptr, (m_tree + "/kernel").c_str(), kernel, 0) >= 0 &&
+                m_session.VQRegQueryValue(kernel, "hostname", type, data, &size) >= 0) {
+                std::printf("Process %d is told of a change: hostname = \"%s\"\n", getpid(),
+                            reinterpret_cast<const char*>(data));
+            }
+        }
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        m_called = true;
+        m_condition.notify_all();
+    }
+
+    bool waitUntilCalled() {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        return m_condition.wait_for(lock, std::chrono::seconds(10), [this] { return m_called; });
+    }
+
+private:
+    CRegLib& m_session;
+    const std::string m_tree;
+    std::mutex m_mutex;
+    std::condition_variable m_condition;
+    bool m_called = false;
+};
+
+// Handlers are called when the file's modification time has moved by whole seconds.
+void waitForNextSecond() {
+    const auto now = std::chrono::system_clock::now();
+    const auto second = std::chrono::time_point_cast<std::chrono::seconds>(now);
+    std::this_thread::sleep_until(second + std::chrono::milliseconds(1010));
+}
+
 void showBytes(const unsigned char* data, unsigned long size) {
     for (unsigned long i = 0; i < size; ++i) {
         std::printf(" %02X", data[i]);
@@ -200,8 +251,14 @@ int main(int argc, char** argv) {
     if (argc < 5) {
         return counts.failed == 0 ? 0 : 1;
     }
+    Follower follower(session, argv[3]);
+    waitForNextSecond();
     if (!run(argv[4], argv[2], argv[3])) {
         std::fprintf(stderr, "mirror: %s failed\n", argv[4]);
+        return 1;
+    }
+    if (!follower.waitUntilCalled()) {
+        std::fprintf(stderr, "mirror: the change was not announced\n");
         return 1;
     }
     std::printf("Process %d reads again:\n", getpid());

@@ -71,6 +71,8 @@ int main(int argc, char** argv) {
         session.VQRegSetValue(kernel, "fingerprint", fingerprint, sizeof fingerprint) < 0) {
         return 1;
     }
-    std::printf("Process %d set hostname and fingerprint.\n", getpid());
+    std::printf("Process %d set hostname and fingerprint, and announces it.\n", getpid());
+    std::fflush(stdout);
+    session.SendRegistryChangeNotification();
     return 0;
 }

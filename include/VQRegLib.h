@@ -10,9 +10,11 @@
 /// regardless of ASCII case and keep the spelling with which they were created.
 ///
 /// **Threads.** Any number of threads may share a session. A `CRegKey` belongs to one thread at a
-/// time, and destroying a *filled* `CRegKey` changes the tables of its store without a lock:
-/// destroy it when no other thread is inside a call on a session of the same store, or hand the
-/// keys to `CRegLib::VQRegDestroyKeyVect`, which takes the lock.
+/// time. Destroying a *filled* `CRegKey`, or filling it again through a session of another store,
+/// changes the tables of its store without a lock: do so when no other thread is inside a call on a
+/// session of that store, opening and closing sessions included, or hand the keys to
+/// `CRegLib::VQRegDestroyKeyVect`, which takes the lock. Cancellation of a thread is put off until
+/// its call is done.
 ///
 /// **fork.** A child of a multi-threaded process may use the library only if no other thread was
 /// inside a call of it at the moment of the fork. Handlers of the parent are not called in the
@@ -66,8 +68,13 @@ class CRegLibImpl;
 /// A handle on one key of a store: filled by `CRegLib::VQRegCreateKey`, released by its destructor.
 ///
 /// Handles cannot be copied. A handle may be filled again, which releases what it held before. It
-/// may outlive its session and its store; it then has empty names and the id 0. A handle on a key
-/// that has been deleted answers `REGLIB_E_INVALID_HANDLE` wherever it is used as a key.
+/// may outlive its session and its store; it then has empty names and the id 0. Use a handle only
+/// with sessions of the store that filled it: ids count from 1 in each store, and another store
+/// would take the handle for one of its own.
+///
+/// An empty handle, or one whose key was deleted, answers `REGLIB_E_INVALID_HANDLE`, except where a
+/// path starts at it: as `parent` of a key to open and as `key` of `CRegLib::VQRegDeleteKey` it
+/// stands for the top of the file, above the top-level key.
 class VQREGLIB_EXPORT CRegKey {
 public:
     /// Makes an empty handle.
@@ -108,7 +115,8 @@ public:
     CRegistryChangeHandler();
     virtual ~CRegistryChangeHandler();
 
-    /// Called after the store's file has changed. Exceptions must not leave it.
+    /// Called after the store's file has changed, on a thread of the library on which all signals
+    /// are blocked (programs that it starts inherit that). Exceptions must not leave it.
     virtual void OnRegistryChange() = 0;
 };
 
@@ -118,7 +126,8 @@ public:
 /// destroyed with the last of them. A session whose store could not be opened still exists: each of
 /// its operations returns `REGLIB_E_NOT_INITIALIZED` and `RootKey()` is null.
 ///
-/// Unless an operation says otherwise, it may also return these codes: `REGLIB_E_NOT_INITIALIZED`;
+/// Unless an operation says otherwise, it may also return these codes: `REGLIB_E_NOT_INITIALIZED`,
+/// which leaves all arguments unchanged;
 /// `REGLIB_E_FAIL` when memory is short or a required text or pointer is null;
 /// `REGLIB_E_BAD_FORMAT` when the file has a malformed line (the lines before it have been read;
 /// every operation answers this until the file is mended); `REGLIB_E_FILE_OPEN` when the file
@@ -153,7 +162,8 @@ public:
     /// @param key       name of the store's root key; null selects "Velquist". It may be a path,
     ///                  whose last key is the root key. Keys that are missing are created.
     /// @param location  `eLocationDefault`
-    /// @param result    may be null; receives 0, also when no store could be opened (see above).
+    /// @param result    may be null; receives 0, also when the store could not be opened (see
+    ///                  above); unchanged when there was no memory to begin with.
     ///
     /// The first session of a process also reads the trace level (docs/tracing.md), for which it
     /// opens the default store.
@@ -174,7 +184,8 @@ public:
     /// @param subKey  one name, or several separated by "/" or "\". Empty names count: a path that
     ///                ends in a separator names a key with an empty name.
     /// @param key     receives the key; what it held before is released. After a failure it holds
-    ///                the last key of the path that was reached, if any.
+    ///                the last key of the path that was reached, or what it held before. Never the
+    ///                store's own `RootKey()`.
     /// @param create  0 opens an existing key; otherwise the missing keys of the path are created.
     /// @return `REGLIB_OK`; `REGLIB_E_KEY_NOT_FOUND` when a key is missing and `create` is 0;
     ///         `REGLIB_E_NOT_A_KEY` when a name of the path is a value's; and the common codes
@@ -183,11 +194,11 @@ public:
     int VQRegCreateKey(CRegKey* parent, const char* subKey, CRegKey& key, int create);
 
     /// Deletes an empty key.
-    /// @param key     the key at which `subKey` starts
+    /// @param key     the key at which `subKey` starts; as `parent` of `VQRegCreateKey`, except
+    ///                that it cannot be null
     /// @param subKey  path of the key to delete
     /// @return `REGLIB_OK`; `REGLIB_E_KEY_NOT_FOUND`; `REGLIB_E_NOT_A_KEY`;
-    ///         `REGLIB_E_KEY_NOT_EMPTY` when it has sub keys or values; `REGLIB_E_INVALID_HANDLE`;
-    ///         and the common codes
+    ///         `REGLIB_E_KEY_NOT_EMPTY` when it has sub keys or values; and the common codes
     /// @throws VQException as for `VQRegCreateKey`
     int VQRegDeleteKey(CRegKey& key, const char* subKey);
 
@@ -234,7 +245,9 @@ public:
     /// @return `REGLIB_OK`; `REGLIB_E_BUFFER_TOO_SMALL` with the needed size in `size` and the
     ///         buffer untouched; `REGLIB_E_NOT_FOUND`; `REGLIB_E_NOT_A_VALUE`;
     ///         `REGLIB_E_INVALID_HANDLE`; `REGLIB_E_NOT_A_KEY`; `REGLIB_E_BAD_TYPE`; and the common
-    ///         codes
+    ///         codes. When memory runs out before the value is found, the result is `REGLIB_OK`
+    ///         with the type `eNone` and nothing else written, and the store stays locked for other
+    ///         processes until this thread ends.
     int VQRegQueryValue(CRegKey& key, const char* valueName, eDataType& type, unsigned char* buffer,
                         unsigned long* size);
 
@@ -284,12 +297,28 @@ public:
     /// @return `REGLIB_OK`; `REGLIB_E_NOT_INITIALIZED`, with nothing freed
     int VQRegDestroyKeyVect(std::vector<CRegKey*>& keys);
 
-    /// Registers a change handler, to be called on a thread of the library when the store's file
-    /// has changed. A handler that is registered twice is called once. Null is ignored.
+    /// Registers a change handler. It is called on a thread of the store, "FileWatch", when the
+    /// file's modification time, in whole seconds, has moved since the thread's last look. It looks
+    /// when any process calls `SendRegistryChangeNotification`, and every 60 seconds. The process's
+    /// own changes count too. A handler that is registered twice is called once. Null is ignored.
+    ///
+    /// Inside the call a handler may use, open and close sessions, register and remove handlers and
+    /// send notifications. Handlers of one store are called one after the other.
+    /// @throws VQException when there is no memory for the thread's data; the handler is not
+    ///         registered then. When the thread cannot be started, it is registered but never
+    ///         called.
     void SetRegistryChangeHandler(CRegistryChangeHandler* handler);
 
-    /// Removes a change handler. Null, or one that is not registered, is ignored.
+    /// Removes a change handler. When the call returns, the handler is not running and will not be
+    /// called any more (called from a handler itself, it returns at once). Null, or a handler that
+    /// is not registered, is ignored. The handlers of a store go with its last session.
     void ClrRegistryChangeHandler(CRegistryChangeHandler* handler);
+
+    /// Tells every process of the machine, this one included, to look for changes now. Nothing does
+    /// so by itself: call it after the changes that others wait for.
+    /// @return `REGLIB_OK`, also when the session has no store; `REGLIB_E_FAIL`. Neither says
+    ///         whether anybody was told.
+    int SendRegistryChangeNotification();
 
 private:
     CRegLibImpl* m_pImpl;

@@ -11,16 +11,24 @@ CPCritSec::CPCritSec(const char* name, int flag) : m_mutex{}, m_pszName(name), m
 }
 
 CPCritSec::~CPCritSec() {
+    // An exception may have left the thread inside; destroying a locked mutex is undefined.
+    if (pthread_mutex_trylock(&m_mutex) == 0) {
+        for (++m_nDepth; m_nDepth > 0; --m_nDepth) {
+            pthread_mutex_unlock(&m_mutex);
+        }
+    }
     pthread_mutex_destroy(&m_mutex);
 }
 
 void CPCritSec::enter(int location) {
     pthread_mutex_lock(&m_mutex);
     m_nLocation = location;
+    ++m_nDepth;
 }
 
 void CPCritSec::leave(int location) {
     m_nLocation = -location;  // negative: left from there
+    --m_nDepth;
     pthread_mutex_unlock(&m_mutex);
 }
 

@@ -11,7 +11,7 @@ public:
     // `name` helps in a debugger and must live as long as the object. `flag` is 1: re-entrant, the
     // only kind there is.
     CPCritSec(const char* name, int flag);
-    ~CPCritSec();
+    ~CPCritSec();  // leaves it first if the calling thread is inside
     CPCritSec(const CPCritSec&) = delete;
     CPCritSec& operator=(const CPCritSec&) = delete;
 
@@ -23,7 +23,8 @@ private:
     pthread_mutex_t m_mutex;
     const char* m_pszName;
     int m_nFlag;
-    int m_nLocation = 0;  // written by the holder only
+    int m_nLocation = 0;  // these two are written by the holder only
+    int m_nDepth = 0;
 };
 
 }  // namespace VQRegLib

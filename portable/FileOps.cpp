@@ -29,6 +29,17 @@ std::FILE* failWith(int fd, int error) {
     return nullptr;
 }
 
+// Nobody may be waited for at a FIFO; a file that a file server has lent out is worth the wait.
+int openWithoutWaiting(const char* path) {
+    constexpr int kFlags = O_RDONLY | O_CLOEXEC | O_NOCTTY;
+    const int fd = ::open(path, kFlags | O_NONBLOCK);
+    struct stat status {};
+    if (fd < 0 && errno == EWOULDBLOCK && ::stat(path, &status) == 0 && S_ISREG(status.st_mode)) {
+        return ::open(path, kFlags);
+    }
+    return fd;
+}
+
 }  // namespace
 
 CFileOps& CFileOps::current() {
@@ -43,7 +54,7 @@ void CFileOps::replace(CFileOps* fileOps) {
 }
 
 std::FILE* CFileOps::openForReading(const char* path) {
-    const int fd = ::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    const int fd = openWithoutWaiting(path);
     if (fd < 0) {
         return nullptr;
     }

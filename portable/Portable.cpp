@@ -78,9 +78,14 @@ constexpr std::uint64_t kNanosecondsPerSecond = 1'000'000'000;
 
 unsigned long CPortable::CreateThread(void (*entry)(void*), void* argument, unsigned long* id,
                                       const std::string& name) {
-    std::unique_ptr<ThreadStart> start(new (std::nothrow) ThreadStart{entry, argument, name});
+    std::unique_ptr<ThreadStart> start;
+    try {
+        start = std::make_unique<ThreadStart>(ThreadStart{entry, argument, name});
+    } catch (const std::bad_alloc&) {
+        return 0;
+    }
     const CThreadAttributes attributes;
-    if (!start || !attributes.get()) {
+    if (!attributes.get()) {
         return 0;
     }
     const CAllSignalsBlocked blocked;
@@ -140,11 +145,12 @@ long CPortable::GetCurrentThreadId() {
 }
 
 std::int32_t CPortable::InterlockedIncrement(std::atomic<std::int32_t>* value) {
-    return value->fetch_add(1) + 1;
+    // Unsigned: a counter that is never decremented may wrap.
+    return static_cast<std::int32_t>(static_cast<std::uint32_t>(value->fetch_add(1)) + 1);
 }
 
 std::int32_t CPortable::InterlockedDecrement(std::atomic<std::int32_t>* value) {
-    return value->fetch_sub(1) - 1;
+    return static_cast<std::int32_t>(static_cast<std::uint32_t>(value->fetch_sub(1)) - 1);
 }
 
 char* CPortable::strlwr(char* text) {

@@ -166,6 +166,11 @@ int CSharedObject::create(const std::string& path, int (*initialise)(void*)) {
 }
 
 int CSharedObject::map(int fd) {
+    struct stat status {};
+    if (fstat(fd, &status) != 0) {
+        return errno;
+    }
+    m_inode = status.st_ino;
     void* const address = mmap(nullptr, m_size, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
     if (address == MAP_FAILED) {
         return errno;

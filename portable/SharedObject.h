@@ -33,6 +33,7 @@ public:
 
     void* address() const { return m_address; }
     bool isCreator() const { return m_creator; }
+    unsigned long inode() const { return m_inode; }
 
 private:
     int openExisting(const std::string& path);
@@ -42,6 +43,7 @@ private:
 
     void* m_address = nullptr;
     std::size_t m_size = 0;
+    unsigned long m_inode = 0;
     bool m_creator = false;
 };
 

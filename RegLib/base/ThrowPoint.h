@@ -13,6 +13,8 @@ enum class eThrowPoint : long {
     eClearFullName = 1991,
     eClearKeyName = 1997,
     eNewDirectory = 1826,
+    eNewNotifierSemaphore = 2372,
+    eNewWakeEvent = 714,
     eCopyDefaultFileName = 3235,
     eCopyFileName = 3243,
     eNewRootNode = 3249,

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "RegLib/base/Guarded.h"
 #include "RegLib/base/ThrowPoint.h"
 #include "RegLib/file/Node.h"
 #include "RegLib/file/Operation.h"
@@ -40,6 +41,7 @@ CRegLibImplFile::CRegLibImplFile(const char* name, const char* root, CRegLib::LO
                  traceId(this), traceText(name), traceText(root));
     try {
         chooseFile(name);
+        nameBackup();
         m_pRootNode = makeOrThrow<CKeyOrValue>(eThrowPoint::eNewRootNode, 1, kTreeRootName);
         m_pPositions = makeOrThrow<CTreePositions>(eThrowPoint::eNewRootNode);
         openSharedObjects();
@@ -51,10 +53,10 @@ CRegLibImplFile::CRegLibImplFile(const char* name, const char* root, CRegLib::LO
         m_pszFileName = nullptr;
         throw;
     }
-    {
+    guarded([this] {
         const CStoreLock lock(*this, eUnwinding::eRelease);
-        ImportConfig();
-    }
+        return ImportConfig();
+    });
     REGLIB_TRACE(eTraceFlow, "<<<CRegLibImplFile::CRegLibImplFile (0x%08X)\n", traceId(this));
 }
 
@@ -72,6 +74,12 @@ void CRegLibImplFile::chooseFile(const char* name) {
         REGLIB_TRACE(eTraceAlways, "(Error) CRegLibImplFile::CRegLibImplFile, strdup failed\n");
         throwAt(eThrowPoint::eCopyDefaultFileName);
     }
+}
+
+void CRegLibImplFile::nameBackup() try {
+    m_strBackupName = std::string(m_pszFileName) + ".bak";
+} catch (const std::bad_alloc&) {
+    throwAt(eThrowPoint::eCopyFileName);
 }
 
 void CRegLibImplFile::openSharedObjects() {

@@ -82,6 +82,7 @@ private:
 
     // Construction.
     void chooseFile(const char* name);
+    void nameBackup();
     void openSharedObjects();
     std::unique_ptr<CRegKey> createRootKey(const char* root);
 
@@ -105,6 +106,9 @@ private:
     void issueHandle(CKeyOrValue* node, std::string_view name, CRegKey& key);
     void unlinkKey(CKeyOrValue* node);
 
+    // Change handlers; defined in instance/ChangeHandlers.cpp with the two operations above.
+    CRegWatcherThread* watcherForHandlers();
+
     // Values.
     template <typename Compose>
     int setValue(CRegKey& key, const char* name, CRegLib::eDataType type, Compose&& compose,
@@ -118,9 +122,8 @@ private:
     void discard(std::unique_ptr<CKeyOrValue> node);
     void displace(std::unique_ptr<CKeyOrValue> node);
     void orphanHandles(const CKeyOrValue& node);
+    void makeRoomForDisplaced();
     bool isAboveDisplaced(const CKeyOrValue& node) const;
-
-    std::string backupName() const;
 
     std::unique_ptr<CKeyOrValue> m_pRootNode;
     std::unique_ptr<CPMutex> m_pMutex;
@@ -129,8 +132,8 @@ private:
     std::uint64_t* m_pullSharedChangeStamp = nullptr;
     std::uint64_t m_ullLocalChangeStamp = 0;
 
-    std::uint64_t m_ullTextSize =
-        0;  // of the text that the next FileOpen for writing makes room for
+    std::string m_strBackupName;      // made beforehand: where it is needed nothing may fail
+    std::uint64_t m_ullTextSize = 0;  // for which the next FileOpen for writing makes room
     std::vector<std::unique_ptr<CKeyOrValue>> m_displaced;
     std::unique_ptr<CTreePositions> m_pPositions;
 };

@@ -33,6 +33,7 @@ int CRegLibImplFile::ImportConfig() {
     int result = FileOpen(eRead, nullptr);
     if (result == REGLIB_E_NOT_FOUND) {
         ExportConfig();
+        REGLIB_TRACE(eTraceFlow, "<<<CRegLibImplFile::ImportConfig\n");
         return REGLIB_OK;
     }
     if (result < 0) {
@@ -129,7 +130,7 @@ int CRegLibImplFile::ImportCreateValueHelper(CKeyOrValue* key, std::string_view 
     value->m_strValue = line;
     value->m_eDataType = parts.type;
     if (found) {
-        m_displaced.reserve(m_displaced.size() + 1);  // nothing may fail half-way
+        makeRoomForDisplaced();
         value->m_pParent = key;
         at->second.swap(value);
         m_pPositions->importHint = std::next(at);

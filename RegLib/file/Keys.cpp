@@ -141,6 +141,7 @@ int CRegLibImplFile::VQRegDeleteKey(CRegKey& key, const char* subKey) {
 
 // A key that a value has displaced is in no parent's map any more; it only loses its handles.
 void CRegLibImplFile::unlinkKey(CKeyOrValue* node) {
+    makeRoomForDisplaced();
     auto& siblings = node->m_pParent->m_mapChildren;
     const auto at = siblings.find(CFoldedName(node->m_strName).view());
     std::unique_ptr<CKeyOrValue> owned;
@@ -148,8 +149,13 @@ void CRegLibImplFile::unlinkKey(CKeyOrValue* node) {
         owned = std::move(at->second);
         siblings.erase(at);
     }
-    deleteKeyHandle(node->m_ulKeyHandleID);
-    m_handles.retire(node->m_ulKeyHandleID);
+    const std::uint32_t id = node->m_ulKeyHandleID;
+    deleteKeyHandle(id);
+    // The handle that found the key holds no reference: without an owner its record goes with it.
+    if (CRegKeyImpl* const record = m_handles.recordOf(id)) {
+        record->m_pRegLibImpl = nullptr;
+    }
+    m_handles.retire(id);
     if (owned) {
         discard(std::move(owned));
     } else {

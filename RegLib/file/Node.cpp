@@ -100,6 +100,13 @@ bool hasHandles(const CKeyOrValue& node) {
 
 }  // namespace
 
+// Called before a node leaves the tree, so that nothing fails half-way.
+void CRegLibImplFile::makeRoomForDisplaced() {
+    if (m_displaced.size() == m_displaced.capacity()) {
+        m_displaced.reserve(2 * m_displaced.size() + 1);
+    }
+}
+
 void CRegLibImplFile::discard(std::unique_ptr<CKeyOrValue> node) {
     m_pPositions->forget();
     orphanHandles(*node);

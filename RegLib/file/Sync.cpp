@@ -26,11 +26,8 @@ int CRegLibImplFile::Unlock() {
 // one in its place: the backup is then the last complete text.
 void CRegLibImplFile::recoverFromDeath() {
     CFileOps& files = CFileOps::current();
-    if (!files.exists(m_pszFileName)) {
-        const std::string backup = backupName();
-        if (files.link(backup.c_str(), m_pszFileName) != 0) {
-            files.rename(backup.c_str(), m_pszFileName);
-        }
+    if (!files.exists(m_pszFileName) && files.link(m_strBackupName.c_str(), m_pszFileName) != 0) {
+        files.rename(m_strBackupName.c_str(), m_pszFileName);
     }
     if (m_pullSharedChangeStamp) {
         renewSharedStamp();
@@ -42,10 +39,6 @@ void CRegLibImplFile::recoverFromDeath() {
 void CRegLibImplFile::renewSharedStamp() {
     const std::uint64_t next = std::max(CPortable::GetTickCountULL(), *m_pullSharedChangeStamp + 1);
     *m_pullSharedChangeStamp = next != 0 ? next : 1;
-}
-
-std::string CRegLibImplFile::backupName() const {
-    return std::string(m_pszFileName) + ".bak";
 }
 
 int CRegLibImplFile::FileOpen(int mode, std::string* openedName) {
@@ -83,14 +76,14 @@ void CRegLibImplFile::FileClose(int mode, const std::string& openedName) {
     if (mode == eRead || openedName.empty()) {
         return;
     }
-    const std::string backup = backupName();
-    files.unlink(backup.c_str());
+    const char* const backup = m_strBackupName.c_str();
+    files.unlink(backup);
     // With a second name for the old text, the path is never without a file: the first rename finds
     // one file under both names and does nothing, the second one replaces it. A process killed in
     // between would otherwise leave no file, and the next one would start with an empty store.
     // Where links are not possible the renames do the work alone.
-    files.link(m_pszFileName, backup.c_str());
-    files.rename(m_pszFileName, backup.c_str());
+    files.link(m_pszFileName, backup);
+    files.rename(m_pszFileName, backup);
     files.rename(openedName.c_str(), m_pszFileName);
 }
 

@@ -21,8 +21,16 @@ int CRegLibImplFile::setValue(CRegKey& key, const char* name, CRegLib::eDataType
         if (opened < 0) {
             return opened;
         }
+        std::string line = compose(operation);
+        if (traceFor(eTraceFlow)) {
+            // The counting in storedSpelling brings imports, which may have replaced the node.
+            const int again = operation.findValue(key, name);
+            if (again < 0) {
+                return again;
+            }
+        }
         return storeLine(operation.key(), operation.value(), name, operation.foldedName(), type,
-                         compose(operation), stored);
+                         std::move(line), stored);
     });
     if (changed) {
         *changed = stored;
@@ -173,8 +181,8 @@ int CRegLibImplFile::VQRegQueryValue(CRegKey& key, const char* valueName, CRegLi
                 giveData(operation.value()->m_strValue, type, {buffer, buffer ? *size : 0, size});
         }
     } catch (...) {
-        // The answer is what was known by then, and the lock stays taken until the store is
-        // destroyed or the thread ends: nobody shall write over what the exception left behind.
+        // The answer is what was known by then, and the lock stays taken until this thread ends or
+        // destroys the store: nobody shall write over what the exception left behind.
     }
     return result;
 }
@@ -199,6 +207,7 @@ int CRegLibImplFile::VQRegDeleteValue(CRegKey& key, const char* valueName) {
         if (result < 0) {
             return result;
         }
+        makeRoomForDisplaced();
         auto& siblings = operation.key()->m_mapChildren;
         const auto at = siblings.find(operation.foldedName().view());
         std::unique_ptr<CKeyOrValue> owned = std::move(at->second);

@@ -1,12 +1,70 @@
 // The operations of a store that deal with change handlers.
+#include <new>
+#include <utility>
+
+#include "RegLib/base/CritSecGuard.h"
+#include "RegLib/base/ThrowPoint.h"
 #include "RegLib/file/FileStore.h"
+#include "RegLib/instance/Directory.h"
+#include "RegLib/instance/Watcher.h"
+#include "RegLib/trace/Trace.h"
 
 namespace VQRegLib {
 
-void CRegLibImpl::DeleteRegWatcherThread() {}
+// The watcher ends without m_watcherLock: one of its handlers may be waiting for that.
+void CRegLibImpl::DeleteRegWatcherThread() {
+    CRegWatcherThread* watcher = nullptr;
+    {
+        const CCritSecGuard guard(m_watcherLock, __LINE__);
+        watcher = std::exchange(m_pWatcherThread, nullptr);
+        m_bWatcherEnded = true;
+    }
+    if (watcher) {
+        CRegWatcherThread::end(watcher);
+    }
+}
 
-void CRegLibImplFile::SetRegistryChangeHandler(CRegistryChangeHandler* /*handler*/) {}
+// The store's watcher, made if need be; null when the store is being destroyed.
+CRegWatcherThread* CRegLibImplFile::watcherForHandlers() {
+    const CCritSecGuard guard(m_watcherLock, __LINE__);
+    if (!m_pWatcherThread && !m_bWatcherEnded) {
+        m_pWatcherThread =
+            new CRegWatcherThread(eRegModeFile, m_pszFileName ? m_pszFileName : "", m_nResult);
+    }
+    return m_pWatcherThread;
+}
 
-void CRegLibImplFile::ClrRegistryChangeHandler(CRegistryChangeHandler* /*handler*/) {}
+// The handler is entered without m_watcherLock. A round may be going on, and entering waits for its
+// end, while one of its handlers may be waiting for m_watcherLock. The watcher stays meanwhile: a
+// store is destroyed only when nobody has a session on it, or when its own handlers have returned.
+void CRegLibImplFile::SetRegistryChangeHandler(CRegistryChangeHandler* handler) {
+    REGLIB_TRACE(eTraceFlow, "CRegLibImplFile::SetRegistryChangeHandler\n");
+    if (handler) {
+        get_reglibImplDirectory()->startRegistryChangeNotifierThread();
+        try {
+            if (CRegWatcherThread* const watcher = watcherForHandlers()) {
+                watcher->setRegistryChangeHandler(handler);
+            }
+        } catch (const std::bad_alloc&) {
+            throwAt(eThrowPoint::eNewWakeEvent);
+        }
+    }
+    REGLIB_TRACE(eTraceFlow, "<<<CRegLibImplFile::SetRegistryChangeHandler\n");
+}
+
+void CRegLibImplFile::ClrRegistryChangeHandler(CRegistryChangeHandler* handler) {
+    REGLIB_TRACE(eTraceFlow, "CRegLibImplFile::ClrRegistryChangeHandler\n");
+    if (handler) {
+        CRegWatcherThread* watcher = nullptr;
+        {
+            const CCritSecGuard guard(m_watcherLock, __LINE__);
+            watcher = m_pWatcherThread;
+        }
+        if (watcher) {
+            watcher->clrRegistryChangeHandler(handler);
+        }
+    }
+    REGLIB_TRACE(eTraceFlow, "<<<CRegLibImplFile::ClrRegistryChangeHandler\n");
+}
 
 }  // namespace VQRegLib

@@ -7,6 +7,7 @@
 #include "RegLib/base/ThrowPoint.h"
 #include "RegLib/file/FileStore.h"
 #include "RegLib/trace/Trace.h"
+#include "portable/NoCancellation.h"
 
 namespace VQRegLib {
 
@@ -58,6 +59,7 @@ CRegLibImpl* CRegLibImplDirectory::acquireRegLibImpl(const char* name, const cha
         eTraceFlow,
         "CRegLibImpl::CRegLibImplDirectory::acquireRegLibImpl (0x%08X) - name %s, key %s\n",
         traceId(this), traceText(name), traceText(key));
+    const CNoCancellation noCancellation;
     const CCritSecGuard guard(*m_pLock, eAcquire);
     try {
         const std::string tuple = getTuple(name, key);
@@ -81,13 +83,21 @@ CRegLibImpl* CRegLibImplDirectory::acquireRegLibImpl(const char* name, const cha
 }
 
 void CRegLibImplDirectory::releaseRegLibImpl(CRegLibImpl* impl) {
+    const CNoCancellation noCancellation;
+    // Ends after the guard. A store with a watcher is destroyed without the directory's lock: its
+    // end waits for handlers, and one of them may be opening a session.
+    std::unique_ptr<CRegLibImpl> watched;
     const CCritSecGuard guard(*m_pLock, eRelease);
     const auto found = m_mapInstances.find(impl->m_strTuple);
     if (found == m_mapInstances.end()) {
         return;
     }
     if (--impl->m_lRefCount == 0) {
-        delete impl;
+        std::unique_ptr<CRegLibImpl> ended(impl);
+        if (impl->hasWatcher()) {
+            watched = std::move(ended);
+        }
+        ended.reset();
         m_mapInstances.erase(found);
     }
 }

@@ -4,6 +4,8 @@
 
 #include <pthread.h>
 
+#include <atomic>
+#include <cstdint>
 #include <map>
 #include <string>
 
@@ -12,6 +14,8 @@
 #include "portable/CritSec.h"
 
 namespace VQRegLib {
+
+class CPSemaphore;
 
 // Makes sessions that name the same store share it. A store is constructed and destroyed under the
 // directory's lock, which is re-entrant: the first store of a process makes the trace object, and
@@ -34,9 +38,25 @@ public:
     // two stores, which share the file like two processes.
     static std::string getTuple(const char* name, const char* key);
 
+    // Starts the thread that wakes the watchers of this process when another process announces a
+    // change, and waits until it can be reached. Without the thread, handlers are called when their
+    // watcher looks by itself.
+    void startRegistryChangeNotifierThread();
+    void StopRegistryChangeNotifierThread();
+
 private:
+    static void RegistryChangeNotifierThread(void* directory);
+    void RegistryChangeNotifierThreadFunc();
+    bool makeNotificationSemaphore();
+    void wakeWatchers();
+
     CPCritSec* m_pLock;
     std::map<std::string, CRegLibImpl*> m_mapInstances;
+    std::atomic<CPSemaphore*> m_pNotificationSemaphore{nullptr};
+    std::atomic<std::uint32_t> m_stopRequested{0};
+    std::atomic<std::uint32_t> m_notifierStarted{0};
+    std::atomic<std::uint32_t> m_notifierRunning{0};
+    std::atomic<std::int32_t> m_notifierPid{0};  // the process whose thread it is
 };
 
 // Guards the creation of the directory and nothing else.

@@ -1,11 +1,14 @@
 // CRegLib: a session. Checks, traces, serialises and delegates.
+#include <iterator>
 #include <string>
 
 #include "RegLib/base/Guarded.h"
 #include "RegLib/base/KeyPath.h"
 #include "RegLib/instance/Directory.h"
+#include "RegLib/instance/Notifier.h"
 #include "RegLib/trace/Trace.h"
 #include "VQRegLib.h"
+#include "portable/NoCancellation.h"
 
 namespace VQRegLib {
 
@@ -13,8 +16,8 @@ namespace {
 
 // Calls one operation of the store under its session lock, if there is a store and the caller gave
 // every text and pointer that the operation needs. No guard holds the lock: when a VQException
-// passes, it stays taken. What the exception interrupted is half done, and a session that hangs is
-// better than one that goes on with it.
+// passes, it stays taken: what the exception interrupted is half done, and other threads that hang
+// are better than threads that go on with it.
 template <typename Operation>
 int delegate(CRegLibImpl* store, bool argumentsGiven, int location, Operation&& operation) {
     if (!store) {
@@ -23,6 +26,7 @@ int delegate(CRegLibImpl* store, bool argumentsGiven, int location, Operation&& 
     if (!argumentsGiven) {
         return REGLIB_E_FAIL;
     }
+    const CNoCancellation noCancellation;
     store->m_critSec.enter(location);
     const int result = guarded([&] { return operation(*store); });
     store->m_critSec.leave(location);
@@ -56,10 +60,11 @@ int CRegLib::VQRegCreateKey(CRegKey* parent, const char* subKey, CRegKey& key, i
     return delegate(m_pImpl, subKey, __LINE__, [&](CRegLibImpl& store) {
         // Copied for the line below: the text may belong to `key`, which is about to be filled
         // anew.
-        const std::string name = traceFor(eTraceChange) ? subKey : "";
+        const bool traced = traceFor(eTraceChange) != nullptr;
+        const std::string name = traced ? subKey : "";
         int exists = 0;
         const int result = store.VQRegCreateKey(parent, subKey, key, create, &exists);
-        if (exists == 0) {
+        if (exists == 0 && traced) {
             REGLIB_TRACE(eTraceChange,
                          "CRegLibImpl::VQRegCreateKey (0x%08X), creating new key %s%s%s\n",
                          traceId(&store), fullName(key), "/", name.c_str());
@@ -142,7 +147,7 @@ int CRegLib::VQRegSetValue(CRegKey& key, const char* valueName, const unsigned c
 int CRegLib::VQRegQueryValueType(CRegKey& key, const char* valueName, eDataType& type) {
     REGLIB_TRACE(eTraceFlow, "CRegLib::VQRegQueryValueType (0x%08X), ValueName \"%s\"\n",
                  traceId(this), traceText(valueName));
-    if (!valueName) {
+    if (m_pImpl && !valueName) {
         type = eNone;
     }
     return delegate(m_pImpl, valueName, __LINE__, [&](CRegLibImpl& store) {
@@ -155,7 +160,7 @@ int CRegLib::VQRegQueryValue(CRegKey& key, const char* valueName, eDataType& typ
     REGLIB_TRACE(eTraceFlow, "CRegLib::VQRegQueryValue (0x%08X), ValueName \"%s\"\n", traceId(this),
                  traceText(valueName));
     const bool given = valueName && size;
-    if (!given) {
+    if (m_pImpl && !given) {
         type = eNone;
     }
     return delegate(m_pImpl, given, __LINE__, [&](CRegLibImpl& store) {
@@ -192,11 +197,13 @@ void CRegLib::dump() {
 
 int CRegLib::ParseKeyPath(const char* path, std::vector<std::string>& names) {
     return delegate(m_pImpl, path, __LINE__, [&](CRegLibImpl&) {
-        const std::string copy = path;
-        CKeyPath rest(copy);
+        std::vector<std::string> found;
+        CKeyPath rest(path);
         for (std::string_view name; rest.next(name);) {
-            names.emplace_back(name);
+            found.emplace_back(name);
         }
+        names.insert(names.end(), std::make_move_iterator(found.begin()),
+                     std::make_move_iterator(found.end()));
         return names.empty() ? REGLIB_E_INVALID_HANDLE : REGLIB_OK;
     });
 }
@@ -215,14 +222,26 @@ int CRegLib::VQRegDestroyKeyVect(std::vector<CRegKey*>& keys) {
 
 void CRegLib::SetRegistryChangeHandler(CRegistryChangeHandler* handler) {
     if (m_pImpl) {
+        const CNoCancellation noCancellation;
         m_pImpl->SetRegistryChangeHandler(handler);
     }
 }
 
 void CRegLib::ClrRegistryChangeHandler(CRegistryChangeHandler* handler) {
     if (m_pImpl) {
+        const CNoCancellation noCancellation;
         m_pImpl->ClrRegistryChangeHandler(handler);
     }
+}
+
+int CRegLib::SendRegistryChangeNotification() {
+    if (!m_pImpl) {
+        return REGLIB_OK;
+    }
+    return delegate(m_pImpl, true, __LINE__, [](CRegLibImpl&) {
+        releaseNotificationSemaphores();
+        return REGLIB_OK;
+    });
 }
 
 }  // namespace VQRegLib

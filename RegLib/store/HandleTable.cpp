@@ -20,6 +20,19 @@ CRegKeyImpl* CHandleTable::enroll(void* node, CRegKeyImpl* record) {
     return replaced;
 }
 
+void CHandleTable::clearPendingNode() {
+    const auto found = m_mapHandleToNode.find(m_ulNextHandleId);
+    if (found != m_mapHandleToNode.end()) {
+        found->second = nullptr;
+    }
+}
+
+void CHandleTable::retirePending(const CRegKeyImpl* record) {
+    if (recordOf(m_ulNextHandleId) == record) {
+        retire(m_ulNextHandleId);
+    }
+}
+
 void CHandleTable::retire(std::uint32_t id) {
     m_mapHandleToNode.erase(id);
     m_mapHandleToKeyImpl.erase(id);

@@ -20,6 +20,11 @@ public:
     CRegKeyImpl* enroll(void* node, CRegKeyImpl* record);
     void advance() { ++m_ulNextHandleId; }
 
+    // After a registration that failed, the next id has entries already. Its node must not be found
+    // through them, and its record may have to leave before they are overwritten.
+    void clearPendingNode();
+    void retirePending(const CRegKeyImpl* record);
+
     // Erases the id from both maps; an unknown one changes nothing.
     void retire(std::uint32_t id);
 

@@ -77,9 +77,12 @@ void CRegKeyAccess::release(CRegKey& key) {
         return;
     }
     const std::int32_t count = CPortable::InterlockedDecrement(&record->m_lRefCount);
+    if (count > 0) {
+        return;  // other handles use it
+    }
     CRegLibImpl* const owner = record->m_pRegLibImpl;
-    if (count > 0 || (count < 0 && owner && owner->isRegistered(*record))) {
-        return;  // other handles use it, or it stays in the store's table
+    if (count < 0 && owner) {
+        return;  // it stays in the store's table
     }
     const std::unique_ptr<CRegKeyImpl> freed(record);
     if (count == 0 && owner) {

@@ -31,8 +31,8 @@ public:
     char* m_pszKeyName;   // owned, from strdup
     char* m_pszFullName;  // owned, from strdup
 
-    // References held by handles. Below zero after a handle has left a record that never was handed
-    // to a caller: such a record belongs to its store's table alone.
+    // References held by handles. Below zero after a handle has left a record for which it held no
+    // reference, as those of a path's inner keys: such a record belongs to its store's table alone.
     std::atomic<std::int32_t> m_lRefCount;
 };
 

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "RegLib/base/CritSecGuard.h"
 #include "RegLib/base/Guarded.h"
 #include "RegLib/base/KeyPath.h"
 #include "RegLib/trace/Trace.h"
@@ -48,22 +49,29 @@ void CRegLibImpl::setKeyInfo(CRegKeyImpl* record, const char* fullName, const ch
         replaced->m_pRegLibImpl = nullptr;
         delete replaced;
     }
-    record->SetKeyInfo(this, fullName, keyName, id);
+    try {
+        record->SetKeyInfo(this, fullName, keyName, id);
+    } catch (const VQException&) {
+        m_handles.clearPendingNode();
+        throw;
+    }
     if (handleId) {
         *handleId = id;
     }
     m_handles.advance();
 }
 
+bool CRegLibImpl::hasWatcher() {
+    const CCritSecGuard guard(m_watcherLock, __LINE__);
+    return m_pWatcherThread != nullptr;
+}
+
 void CRegLibImpl::clearKeyInfo(CRegKeyImpl* record) {
     const std::uint32_t id = record->m_ulHandleId;
     deleteKeyHandle(id);
     m_handles.retire(id);
+    m_handles.retirePending(record);
     record->ClearKeyInfo();
-}
-
-bool CRegLibImpl::isRegistered(const CRegKeyImpl& record) const {
-    return m_handles.recordOf(record.m_ulHandleId) == &record;
 }
 
 void CRegLibImpl::clearAllRecords(bool callHook) {
@@ -78,6 +86,7 @@ void CRegLibImpl::clearAllRecords(bool callHook) {
         } catch (const VQException& exception) {
             REGLIB_TRACE(eTraceAlways, "(Error) CRegLibImpl::~CRegLibImpl (0x%08X), exception %s\n",
                          traceId(this), exception.m_szText);
+            record->m_ulHandleId = 0;
         }
         if (record->m_lRefCount.load() < 0) {
             delete record;

@@ -70,9 +70,6 @@ public:
     // no memory for its empty names.
     void clearKeyInfo(CRegKeyImpl* record);
 
-    // True when the table lists this very record under its id.
-    bool isRegistered(const CRegKeyImpl& record) const;
-
     // A text in lower case, up to its first NUL.
     std::string tolower(const std::string& text);
 
@@ -84,6 +81,7 @@ public:
     // Ends the watcher, if any. Defined above the store, in instance/ChangeHandlers.cpp: a watcher
     // needs the store's file, and the store's end needs the watcher's.
     void DeleteRegWatcherThread();
+    bool hasWatcher();
 
     CPCritSec m_critSec;          // around every operation of a session
     std::int32_t m_lRefCount;     // sessions; counted by the directory, under its lock
@@ -95,6 +93,7 @@ public:
     CHandleTable m_handles;       // guarded by m_critSec, except that handles leave it unguarded
     CRegWatcherThread* m_pWatcherThread;  // guarded by m_watcherLock
     CPCritSec m_watcherLock;
+    bool m_bWatcherEnded = false;  // guarded by m_watcherLock: the store is being destroyed
 
 protected:
     // Clears every record in the table, and deletes those that no handle reaches.

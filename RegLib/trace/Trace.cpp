@@ -1,5 +1,6 @@
 #include "RegLib/trace/Trace.h"
 
+#include <pthread.h>
 #include <sys/stat.h>
 
 #include <cstdarg>
@@ -7,6 +8,7 @@
 #include <new>
 
 #include "RegLib/trace/Echo.h"
+#include "portable/NoCancellation.h"
 #include "portable/Portable.h"
 
 namespace VQRegLib {
@@ -48,6 +50,7 @@ CRegLibTrace::CRegLibTrace() {
     readConfiguration();
     if (m_lLogLevel.load() != 0) {
         g_pregLibTrace.store(this, std::memory_order_release);
+        pthread_atfork(nullptr, nullptr, afterForkInChild);
     }
 }
 
@@ -73,32 +76,40 @@ void CRegLibTrace::getCurTime(std::tm* out) {
     localtime_r(&now, out);
 }
 
-// True for the one thread that is to open the file now.
+// True when there is nothing to open at this time.
+bool CRegLibTrace::isSettled(const std::tm& now) const {
+    const Attempt last = m_lastAttempt.load();
+    return last.day == now.tm_mday && (m_pFile.load() || last.minute == now.tm_min);
+}
+
+// True for the one thread that is to open the file now. The others wait a little while nobody can
+// write yet, so that their lines are not lost.
 bool CRegLibTrace::claimOpening(std::tm* now) {
-    getCurTime(now);
-    Attempt last = m_lastAttempt.load();
     for (int naps = 0; naps < kOpeningNaps; ++naps) {
-        if (last.day == now->tm_mday) {
-            if (m_pFile.load() || last.minute == now->tm_min) {
-                if (m_pFile.load() || !m_opening.load()) {
-                    return false;
-                }
-                CPortable::Sleep(kOpeningNapMilliseconds);
-                continue;
-            }
+        getCurTime(now);
+        if (isSettled(*now) && (m_pFile.load() || !m_opening.load())) {
+            return false;
         }
         bool expected = false;
-        if (m_opening.compare_exchange_strong(expected, true)) {
-            if (m_lastAttempt.compare_exchange_strong(last, {now->tm_mday, now->tm_min})) {
-                return true;
-            }
-            m_opening.store(false);  // somebody else has just been through
-        } else {
+        if (!m_opening.compare_exchange_strong(expected, true)) {
             CPortable::Sleep(kOpeningNapMilliseconds);
-            last = m_lastAttempt.load();
+            continue;
         }
+        getCurTime(now);  // again: another thread may have been through since, and past midnight
+        if (!isSettled(*now)) {
+            m_lastAttempt.store({now->tm_mday, now->tm_min});
+            return true;
+        }
+        m_opening.store(false);
     }
     return false;
+}
+
+// A child of fork has no thread that could finish an opening.
+void CRegLibTrace::afterForkInChild() {
+    if (CRegLibTrace* const trace = g_pregLibTrace.load()) {
+        trace->m_opening.store(false);
+    }
 }
 
 std::FILE* CRegLibTrace::openFileOfDay(const std::tm& now) const {
@@ -141,6 +152,7 @@ void CRegLibTrace::openTraceFile() {
 }
 
 void CRegLibTrace::trace(const char* format, ...) {
+    const VQRegLib::CNoCancellation noCancellation;  // destructors write lines too
     openTraceFile();
     std::FILE* const file = m_pFile.load();
     if (!file) {

@@ -53,6 +53,8 @@ private:
     void readConfiguration();
 
     void setDirectory(const char* directory);
+    static void afterForkInChild();
+    bool isSettled(const std::tm& now) const;
     bool claimOpening(std::tm* now);
     std::FILE* openFileOfDay(const std::tm& now) const;
     void writeHeader(std::FILE* file) const;

@@ -1,0 +1,146 @@
+#include "RegLib/instance/Watcher.h"
+
+#include <new>
+
+#include "RegLib/base/CritSecGuard.h"
+#include "RegLib/base/ThrowPoint.h"
+#include "RegLib/trace/Trace.h"
+#include "portable/Portable.h"
+
+namespace VQRegLib {
+
+namespace {
+
+constexpr unsigned long kLookMilliseconds = 60'000;
+constexpr unsigned long kPollMilliseconds = 100;
+
+}  // namespace
+
+CRegWatcherThread::CRegWatcherThread(REGMODE mode, const std::string& name, int cli)
+    : m_handlerLock("", 1),
+      m_mode(mode),
+      m_strName(name),
+      m_nCli(cli),
+      m_lPid(CPortable::GetCurrentProcessId()) {
+    REGLIB_TRACE(eTraceLife,
+                 "CRegWatcherThread::CRegWatcherThread (0x%08X) - mode %d, name %s, cli %d\n",
+                 traceId(this), m_mode, m_strName.c_str(), m_nCli);
+    try {
+        m_pWakeEvent = std::make_unique<CPEvent>(1, "", 1);
+    } catch (const std::bad_alloc&) {
+        REGLIB_TRACE(
+            eTraceAlways,
+            "(Error) CRegWatcherThread::acquireRegWatcherThread (0x%08X), new CPEvent failed\n",
+            traceId(this));
+        throwAt(eThrowPoint::eNewWakeEvent);
+    }
+    m_running.store(1);
+    if (CPortable::CreateThread(fileWatcherThread, this, nullptr, "") == 0) {
+        m_running.store(0);
+        REGLIB_TRACE(
+            eTraceAlways,
+            "(Error) CRegWatcherThread::acquireRegWatcherThread (0x%08X), CreateThread failed\n",
+            traceId(this));
+    }
+}
+
+CRegWatcherThread::~CRegWatcherThread() {
+    REGLIB_TRACE(eTraceLife, "CRegWatcherThread::~CRegWatcherThread (0x%08X)\n", traceId(this));
+    {
+        // Once the lock is free no round is going on, and after this none begins. The thread is
+        // waited for without the lock, which it may be about to take.
+        const CCritSecGuard guard(m_handlerLock, __LINE__);
+        m_stopRequested.store(1);
+        m_pWakeEvent->set(0);
+    }
+    while (hasThread()) {
+        CPortable::Sleep(kPollMilliseconds);
+    }
+}
+
+bool CRegWatcherThread::hasThread() const {
+    return m_running.load() != 0 && m_lPid == CPortable::GetCurrentProcessId();
+}
+
+void CRegWatcherThread::end(CRegWatcherThread* watcher) {
+    if (watcher->hasThread() && watcher->m_lThreadId.load() == CPortable::GetCurrentThreadId()) {
+        watcher->m_bEndsItself.store(true);
+        watcher->m_stopRequested.store(1);
+        watcher->wake();
+    } else {
+        delete watcher;
+    }
+}
+
+void CRegWatcherThread::setRegistryChangeHandler(CRegistryChangeHandler* handler) {
+    REGLIB_TRACE(eTraceFlow, "CRegWatcherThread::setRegistryChangeHandler\n");
+    if (handler) {
+        const CCritSecGuard guard(m_handlerLock, __LINE__);
+        m_mapHandlers[handler] = handler;
+    }
+}
+
+void CRegWatcherThread::clrRegistryChangeHandler(CRegistryChangeHandler* handler) {
+    REGLIB_TRACE(eTraceFlow, "CRegWatcherThread::clrRegistryChangeHandler\n");
+    if (handler) {
+        const CCritSecGuard guard(m_handlerLock, __LINE__);
+        m_mapHandlers.erase(handler);
+    }
+}
+
+void CRegWatcherThread::wake() {
+    if (m_pWakeEvent) {
+        m_pWakeEvent->set(0);
+    }
+}
+
+void CRegWatcherThread::fileWatcherThread(void* self) {
+    static_cast<CRegWatcherThread*>(self)->fileWatcherThreadFunc();
+}
+
+void CRegWatcherThread::fileWatcherThreadFunc() {
+    m_lThreadId.store(CPortable::GetCurrentThreadId());
+    m_running.store(1);
+    CPortable::SetCurrentThreadName("FileWatch");
+    // A capital F here and a small one below: whoever searches old logs knows both.
+    REGLIB_TRACE(eTraceLife, "CRegWatcherThread::FileWatcherThreadFunc (0x%08X) - starting\n",
+                 traceId(this));
+    struct stat lastSeen {};
+    stat(m_strName.c_str(), &lastSeen);
+    for (;;) {
+        m_pWakeEvent->wait(kLookMilliseconds, nullptr);
+        if (m_stopRequested.load() != 0) {
+            break;
+        }
+        struct stat current = lastSeen;
+        stat(m_strName.c_str(), &current);
+        if (current.st_mtime != lastSeen.st_mtime) {
+            REGLIB_TRACE(eTraceFlow,
+                         "CRegWatcherThread::fileWatcherThreadFunc (0x%08X) - got file change\n",
+                         traceId(this));
+            callHandlers();
+        }
+        lastSeen = current;
+    }
+    REGLIB_TRACE(eTraceLife, "CRegWatcherThread::fileWatcherThreadFunc (0x%08X) - stopping\n",
+                 traceId(this));
+    const bool endsItself = m_bEndsItself.load();
+    m_running.store(0);  // unless it is the thread's own, the object may be gone after this
+    if (endsItself) {
+        delete this;
+    }
+}
+
+// Handlers come and go during a round: each step looks for the next address, and nothing is kept
+// from one step to the other but the last one called.
+void CRegWatcherThread::callHandlers() {
+    const CCritSecGuard guard(m_handlerLock, __LINE__);
+    auto next = m_mapHandlers.begin();
+    while (next != m_mapHandlers.end() && m_stopRequested.load() == 0) {
+        CRegistryChangeHandler* const handler = next->first;
+        handler->OnRegistryChange();
+        next = m_mapHandlers.upper_bound(handler);
+    }
+}
+
+}  // namespace VQRegLib

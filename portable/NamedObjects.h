@@ -1,0 +1,27 @@
+// Lists the named objects of the machine.
+#ifndef PORTABLE_NAMEDOBJECTS_H
+#define PORTABLE_NAMEDOBJECTS_H
+
+#include <string>
+#include <vector>
+
+namespace VQRegLib {
+
+// The semaphores in use whose names begin with a prefix, as they are when the object is made.
+// Semaphores that no process owns are not listed, and are removed where the directory allows it.
+class CPEnumNamedObjects {
+public:
+    static constexpr int kSemaphores = 0;  // the only type there is
+
+    CPEnumNamedObjects(const std::string& prefix, int type);
+
+    // 1 with the whole name of the object at this index, counted from 0; 0 past the last.
+    int enumNamedObject(int index, std::string* name, int* type) const;
+
+private:
+    std::vector<std::string> m_names;
+};
+
+}  // namespace VQRegLib
+
+#endif  // PORTABLE_NAMEDOBJECTS_H

@@ -1,0 +1,62 @@
+// A named counting semaphore that all processes of the machine share.
+#ifndef PORTABLE_SEMAPHORE_H
+#define PORTABLE_SEMAPHORE_H
+
+#include <semaphore.h>
+
+#include <memory>
+#include <string>
+
+#include "portable/SharedObject.h"
+#include "portable/TerminateWait.h"
+
+namespace VQRegLib {
+
+// A semaphore may have owners: processes that wait on it. The kernel knows whether one lives, by a
+// lock on the object's file; so a semaphore whose owners are all gone can be told from one in use,
+// whatever pid namespaces or reused process ids say.
+class CPSemaphore {
+public:
+    static constexpr unsigned long kInfinite = 0xFFFFFFFF;
+
+    // (1, initial, 0x7fffffff, name, 1): opens the semaphore of that name, or makes it with the
+    // initial count.
+    CPSemaphore(int shared, int initial, int maximum, const std::string& name, int create);
+    ~CPSemaphore();  // the semaphore itself stays
+    CPSemaphore(const CPSemaphore&) = delete;
+    CPSemaphore& operator=(const CPSemaphore&) = delete;
+
+    bool isOpen() const { return semaphore() != nullptr; }
+    int error() const { return m_nError; }  // why not, as an errno
+    bool isCreator() const { return m_pObject->isCreator(); }
+
+    // True when the count was taken.
+    bool wait(unsigned long milliseconds, CTerminateWait* terminate);
+    void release();
+
+    // Makes the calling process an owner until it ends. A process that ends normally takes the
+    // semaphore with it. One semaphore per process. False, with error(), when that is impossible.
+    bool own();
+
+    // Takes the name away, so that the semaphore ends with its users.
+    void remove();
+
+    // True when no process owns the semaphore of that name; its name is then taken away.
+    static bool removeIfOwnerless(const std::string& name);
+
+    // The name of the file in CSharedObject::directory, as sem_open has it too.
+    static std::string fileName(const std::string& name) { return "sem." + name; }
+
+private:
+    sem_t* semaphore() const { return static_cast<sem_t*>(m_pObject->address()); }
+    void openObject();
+    int tryToOwn(int* fd) const;
+
+    std::string m_strName;
+    std::unique_ptr<CSharedObject> m_pObject;
+    int m_nError = 0;
+};
+
+}  // namespace VQRegLib
+
+#endif  // PORTABLE_SEMAPHORE_H
