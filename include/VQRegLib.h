@@ -314,6 +314,24 @@ public:
     /// is not registered, is ignored. The handlers of a store go with its last session.
     void ClrRegistryChangeHandler(CRegistryChangeHandler* handler);
 
+    /// Begins an update: the changes up to its end become one write of the file, and other
+    /// processes see all of them or none. The calling thread keeps the store to itself until then;
+    /// every other process and thread waits, so be brief. Its own operations see the changes at
+    /// once. Updates nest, and the outermost one counts. A process that dies in an update has
+    /// changed nothing.
+    ///
+    /// End the update in the thread that began it, before the session is closed; `CRegUpdate` does
+    /// that for a scope.
+    /// @return `REGLIB_OK`; the common codes of a read: the update has not begun then
+    int VQRegBeginUpdate();
+
+    /// Ends an update. The end of the outermost one writes the file if anything has changed.
+    /// @return `REGLIB_OK`; `REGLIB_E_FILE_OPEN` when the file cannot be written: the update has
+    ///         ended all the same, and its changes stay in this process's memory as after any such
+    ///         failure; `REGLIB_E_FAIL` without an update of this thread, or when memory is short;
+    ///         `REGLIB_E_NOT_INITIALIZED`
+    int VQRegEndUpdate();
+
     /// Tells every process of the machine, this one included, to look for changes now. Nothing does
     /// so by itself: call it after the changes that others wait for.
     /// @return `REGLIB_OK`, also when the session has no store; `REGLIB_E_FAIL`. Neither says
@@ -322,6 +340,43 @@ public:
 
 private:
     CRegLibImpl* m_pImpl;
+};
+
+/// An update for the length of a scope.
+///
+///     CRegUpdate update(session);
+///     session.VQRegSetValue(key, "Address", "10.0.0.7");
+///     session.VQRegSetValue(key, "Port", 8080ul);
+///     if (update.end() < 0) { ... }
+class CRegUpdate {
+public:
+    /// Begins an update; `result` says whether it could. The session must outlive the object.
+    explicit CRegUpdate(CRegLib& session)
+        : m_session(session), m_result(session.VQRegBeginUpdate()), m_begun(m_result >= 0) {}
+
+    /// Ends the update unless `end` has; the result is lost.
+    ~CRegUpdate() { end(); }
+
+    CRegUpdate(const CRegUpdate&) = delete;
+    CRegUpdate& operator=(const CRegUpdate&) = delete;
+
+    /// What `VQRegBeginUpdate` returned, and after `end` what `VQRegEndUpdate` did.
+    int result() const { return m_result; }
+
+    /// Ends the update now; later calls do nothing.
+    /// @return as `result`
+    int end() {
+        if (m_begun) {
+            m_begun = false;
+            m_result = m_session.VQRegEndUpdate();
+        }
+        return m_result;
+    }
+
+private:
+    CRegLib& m_session;
+    int m_result;
+    bool m_begun;
 };
 
 }  // namespace VQRegLib

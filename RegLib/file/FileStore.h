@@ -53,6 +53,9 @@ public:
                         CRegLib::eDataType& type) override;
     void dump() override;
     void deleteKeyHandle(unsigned long handleId) override;
+    int VQRegBeginUpdate() override;
+    int VQRegEndUpdate() override;
+    bool isUpdating() const override { return m_nUpdateDepth > 0; }
 
     // VQRegCreateKey without taking a reference for the caller.
     int VQRegFindKey(CRegKey* parent, const char* subKey, CRegKey& key, int create, int* exists);
@@ -89,6 +92,8 @@ private:
     // The stamp.
     void renewSharedStamp();
     void recoverFromDeath();
+
+    int commitChange();
 
     // Import.
     int ImportConfigHelper();
@@ -132,6 +137,8 @@ private:
     std::uint64_t* m_pullSharedChangeStamp = nullptr;
     std::uint64_t m_ullLocalChangeStamp = 0;
 
+    int m_nUpdateDepth = 0;           // updates begun and not ended; with the lock held
+    bool m_bUpdatePending = false;    // the tree has changes that the end of the update will write
     std::string m_strBackupName;      // made beforehand: where it is needed nothing may fail
     std::uint64_t m_ullTextSize = 0;  // for which the next FileOpen for writing makes room
     std::vector<std::unique_ptr<CKeyOrValue>> m_displaced;

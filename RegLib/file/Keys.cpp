@@ -90,7 +90,7 @@ int CRegLibImplFile::walkPath(CKeyOrValue* node, std::string_view path, CRegKey&
             return REGLIB_OK;
         });
     }
-    return result >= 0 && changed ? ExportConfig() : result;
+    return result >= 0 && changed ? commitChange() : result;
 }
 
 CRegLibImplFile::CKeyOrValue* CRegLibImplFile::addKey(CKeyOrValue* parent, std::string_view name,
@@ -135,7 +135,7 @@ int CRegLibImplFile::VQRegDeleteKey(CRegKey& key, const char* subKey) {
             return REGLIB_E_KEY_NOT_EMPTY;
         }
         unlinkKey(operation.key());
-        return ExportConfig();
+        return commitChange();
     });
 }
 

@@ -54,7 +54,7 @@ int CRegLibImplFile::storeLine(CKeyOrValue* key, CKeyOrValue* value, const char*
     value->m_strValue = std::move(line);
     value->m_eDataType = type;
     changed = 1;
-    return ExportConfig();
+    return commitChange();
 }
 
 // The spelling under which an existing value was created. The number setter has always found it by
@@ -213,7 +213,7 @@ int CRegLibImplFile::VQRegDeleteValue(CRegKey& key, const char* valueName) {
         std::unique_ptr<CKeyOrValue> owned = std::move(at->second);
         siblings.erase(at);
         discard(std::move(owned));
-        return ExportConfig();
+        return commitChange();
     });
 }
 

@@ -234,6 +234,29 @@ void CRegLib::ClrRegistryChangeHandler(CRegistryChangeHandler* handler) {
     }
 }
 
+int CRegLib::VQRegBeginUpdate() {
+    REGLIB_TRACE(eTraceFlow, "CRegLib::VQRegBeginUpdate (0x%08X)\n", traceId(this));
+    return delegate(m_pImpl, true, __LINE__, [](CRegLibImpl& store) {
+        const int result = store.VQRegBeginUpdate();
+        if (result >= 0) {
+            store.m_critSec.enter(__LINE__);  // until the end of the update
+        }
+        return result;
+    });
+}
+
+int CRegLib::VQRegEndUpdate() {
+    REGLIB_TRACE(eTraceFlow, "CRegLib::VQRegEndUpdate (0x%08X)\n", traceId(this));
+    return delegate(m_pImpl, true, __LINE__, [](CRegLibImpl& store) {
+        if (!store.isUpdating()) {
+            return REGLIB_E_FAIL;
+        }
+        const int result = store.VQRegEndUpdate();
+        store.m_critSec.leave(__LINE__);
+        return result;
+    });
+}
+
 int CRegLib::SendRegistryChangeNotification() {
     if (!m_pImpl) {
         return REGLIB_OK;

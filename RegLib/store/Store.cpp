@@ -61,6 +61,18 @@ void CRegLibImpl::setKeyInfo(CRegKeyImpl* record, const char* fullName, const ch
     m_handles.advance();
 }
 
+int CRegLibImpl::VQRegBeginUpdate() {
+    return REGLIB_E_FAIL;
+}
+
+int CRegLibImpl::VQRegEndUpdate() {
+    return REGLIB_E_FAIL;
+}
+
+bool CRegLibImpl::isUpdating() const {
+    return false;
+}
+
 bool CRegLibImpl::hasWatcher() {
     const CCritSecGuard guard(m_watcherLock, __LINE__);
     return m_pWatcherThread != nullptr;

@@ -66,6 +66,13 @@ public:
     // Called whenever an id is about to be unregistered.
     virtual void deleteKeyHandle(unsigned long handleId) = 0;
 
+    // Between the two the calling thread holds the store's cross-process lock, and the store's file
+    // is written once, at the end of the outermost update. The caller holds m_critSec all the time.
+    // A store that cannot do this refuses to begin.
+    virtual int VQRegBeginUpdate();
+    virtual int VQRegEndUpdate();
+    virtual bool isUpdating() const;
+
     // Unregisters a record and clears it; the caller deletes it. Throws VQException when there is
     // no memory for its empty names.
     void clearKeyInfo(CRegKeyImpl* record);
