@@ -21,8 +21,8 @@ public:
 
 private:
     pthread_mutex_t m_mutex;
-    const char* m_pszName;
-    int m_nFlag;
+    [[maybe_unused]] const char* m_pszName;
+    [[maybe_unused]] int m_nFlag;
     int m_nLocation = 0;  // these two are written by the holder only
     int m_nDepth = 0;
 };
