@@ -137,10 +137,6 @@ int CPSemaphore::tryToOwn(int* fd) const {
     return 0;
 }
 
-void CPSemaphore::remove() {
-    ::unlink(pathOf(m_strName).c_str());
-}
-
 bool CPSemaphore::removeIfOwnerless(const std::string& name) {
     const std::string path = pathOf(name);
     const CFileDescriptor file(openFile(path));

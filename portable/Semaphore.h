@@ -38,9 +38,6 @@ public:
     // semaphore with it. One semaphore per process. False, with error(), when that is impossible.
     bool own();
 
-    // Takes the name away, so that the semaphore ends with its users.
-    void remove();
-
     // True when no process owns the semaphore of that name; its name is then taken away.
     static bool removeIfOwnerless(const std::string& name);
 

@@ -23,12 +23,11 @@ std::string absolutePath(const std::string& path) {
     const std::size_t slash = path.rfind('/');
     const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash + 1);
     const std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
-    char* const resolved = realpath(directory.c_str(), nullptr);
-    if (!resolved) {
+    char resolved[PATH_MAX];
+    if (!realpath(directory.c_str(), resolved)) {
         return path;  // no such directory: no file can be there either
     }
     std::string result(resolved);
-    std::free(resolved);
     if (result.back() != '/') {
         result += '/';
     }

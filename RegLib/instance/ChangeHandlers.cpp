@@ -27,6 +27,9 @@ void CRegLibImpl::DeleteRegWatcherThread() {
 // The store's watcher, made if need be; null when the store is being destroyed.
 CRegWatcherThread* CRegLibImplFile::watcherForHandlers() {
     const CCritSecGuard guard(m_watcherLock, __LINE__);
+    if (m_pWatcherThread && m_pWatcherThread->isInherited()) {
+        m_pWatcherThread = nullptr;
+    }
     if (!m_pWatcherThread && !m_bWatcherEnded) {
         m_pWatcherThread =
             new CRegWatcherThread(eRegModeFile, m_pszFileName ? m_pszFileName : "", m_nResult);
@@ -60,7 +63,7 @@ void CRegLibImplFile::ClrRegistryChangeHandler(CRegistryChangeHandler* handler) 
             const CCritSecGuard guard(m_watcherLock, __LINE__);
             watcher = m_pWatcherThread;
         }
-        if (watcher) {
+        if (watcher && !watcher->isInherited()) {
             watcher->clrRegistryChangeHandler(handler);
         }
     }

@@ -2,12 +2,14 @@
 
 #include <memory>
 #include <new>
+#include <utility>
 
 #include "RegLib/base/CritSecGuard.h"
 #include "RegLib/base/ThrowPoint.h"
 #include "RegLib/file/FileStore.h"
 #include "RegLib/trace/Trace.h"
 #include "portable/NoCancellation.h"
+#include "portable/Portable.h"
 
 namespace VQRegLib {
 
@@ -16,7 +18,7 @@ CRegLibImplDirectory* g_preglibImplDirectory = nullptr;
 
 namespace {
 
-enum eLocation : int { eAcquire = 1, eRelease = 2 };
+enum eLocation : int { eAcquire = 1, eRelease = 2, eFork = 3 };
 
 class CGlobalsGuard {
 public:
@@ -33,6 +35,9 @@ CRegLibImplDirectory* get_reglibImplDirectory() {
     if (!g_preglibImplDirectory) {
         try {
             g_preglibImplDirectory = new CRegLibImplDirectory;
+            pthread_atfork(CRegLibImplDirectory::prepareFork,
+                           CRegLibImplDirectory::afterForkInParent,
+                           CRegLibImplDirectory::afterForkInChild);
         } catch (const std::bad_alloc&) {
             throwAt(eThrowPoint::eNewDirectory);
         }
@@ -41,6 +46,38 @@ CRegLibImplDirectory* get_reglibImplDirectory() {
 }
 
 CRegLibImplDirectory::CRegLibImplDirectory() : m_pLock(new CPCritSec("CRegLibImplDirectory", 1)) {}
+
+namespace {
+
+// A store that another thread is constructing may wait for a file's lock, and that may be held by
+// the very thread that forks; so a fork waits only a little. Its child may then not use the library,
+// which is what the header says of children that are made while other threads are inside a call.
+constexpr int kForkNaps = 200;
+constexpr unsigned long kForkNapMilliseconds = 1;
+
+thread_local bool t_holdsLockForFork = false;
+
+}  // namespace
+
+void CRegLibImplDirectory::prepareFork() {
+    for (int naps = 0; naps < kForkNaps && !t_holdsLockForFork; ++naps) {
+        t_holdsLockForFork = g_preglibImplDirectory->m_pLock->tryEnter(eFork);
+        if (!t_holdsLockForFork) {
+            CPortable::Sleep(kForkNapMilliseconds);
+        }
+    }
+}
+
+void CRegLibImplDirectory::afterForkInParent() {
+    if (std::exchange(t_holdsLockForFork, false)) {
+        g_preglibImplDirectory->m_pLock->leave(eFork);
+    }
+}
+
+void CRegLibImplDirectory::afterForkInChild() {
+    t_holdsLockForFork = false;
+    g_preglibImplDirectory->m_pLock->resetInChild();
+}
 
 CRegLibImplDirectory::~CRegLibImplDirectory() {
     delete m_pLock;

@@ -38,6 +38,11 @@ public:
     // two stores, which share the file like two processes.
     static std::string getTuple(const char* name, const char* key);
 
+    // Around a fork, so that the child does not inherit the lock from the notifier's thread.
+    static void prepareFork();
+    static void afterForkInParent();
+    static void afterForkInChild();
+
     // Starts the thread that wakes the watchers of this process when another process announces a
     // change, and waits until it can be reached. Without the thread, handlers are called when their
     // watcher looks by itself.

@@ -45,7 +45,7 @@ void releaseNotificationSemaphores() {
         }
         semaphore->release();
         if (semaphore->isCreator()) {
-            semaphore->remove();  // its process ended a moment ago and took it away
+            CPSemaphore::removeIfOwnerless(name);  // its process ended a moment ago
         }
     }
 }

@@ -59,10 +59,17 @@ CRegWatcherThread::~CRegWatcherThread() {
 }
 
 bool CRegWatcherThread::hasThread() const {
-    return m_running.load() != 0 && m_lPid == CPortable::GetCurrentProcessId();
+    return m_running.load() != 0 && !isInherited();
+}
+
+bool CRegWatcherThread::isInherited() const {
+    return m_lPid != CPortable::GetCurrentProcessId();
 }
 
 void CRegWatcherThread::end(CRegWatcherThread* watcher) {
+    if (watcher->isInherited()) {
+        return;
+    }
     if (watcher->hasThread() && watcher->m_lThreadId.load() == CPortable::GetCurrentThreadId()) {
         watcher->m_bEndsItself.store(true);
         watcher->m_stopRequested.store(1);

@@ -36,6 +36,10 @@ public:
     // calls no further handler.
     static void end(CRegWatcherThread* watcher);
 
+    // A child of fork has inherited the object without its thread, and its locks as they were: it
+    // must leave the object alone.
+    bool isInherited() const;
+
     void setRegistryChangeHandler(CRegistryChangeHandler* handler);
     void clrRegistryChangeHandler(CRegistryChangeHandler* handler);
     void wake();

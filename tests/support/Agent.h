@@ -68,6 +68,7 @@ public:
     void watch();             ///< registers a change handler
     void unwatch();           ///< removes it
     std::uint64_t changes();  ///< how often the handler was called
+    int send();               ///< tells all processes to look for changes
     void dump();              ///< see `otherOutput`
     int exit();               ///< closes the session and ends; collect with `waitExit`
     /// @}

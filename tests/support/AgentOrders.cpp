@@ -31,6 +31,10 @@ std::uint64_t Agent::changes() {
     return askCount({"changes"});
 }
 
+int Agent::send() {
+    return ask({"send"}).code;
+}
+
 void Agent::dump() {
     ask({"dump"});
 }

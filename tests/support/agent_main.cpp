@@ -10,6 +10,7 @@
 //   close, exit, dump
 //   watch, unwatch        registers or removes a change handler
 //   changes               COUNT of the handler's calls
+//   send                  tells all processes to look for changes
 //   create PATH           PATH starts at the root key; "." is the root key
 //   openkey PATH
 //   delkey PATH
@@ -136,6 +137,10 @@ Answer unwatch(const Fields&) {
 
 Answer changes(const Fields&) {
     return {VQRegLib::REGLIB_OK, {std::to_string(theHandler.count())}};
+}
+
+Answer send(const Fields&) {
+    return {session().SendRegistryChangeNotification()};
 }
 
 Answer createKey(const Fields& order) {
@@ -293,7 +298,7 @@ const std::map<std::string, OrderKind>& orderKinds() {
         {"delkey", {1, deleteKey}},   {"setd", {3, setDword}},      {"sets", {3, setString}},
         {"setb", {3, setBinary}},     {"get", {2, getValue}},       {"type", {2, getType}},
         {"delval", {2, deleteValue}}, {"enumkeys", {1, enumKeys}},  {"enumvals", {1, enumValues}},
-        {"stress", {3, stress}},
+        {"stress", {3, stress}},      {"send", {0, send}},
     };
     return kinds;
 }

@@ -1,0 +1,82 @@
+#!/usr/bin/env bash
+# check_install.sh cmake|pkg-config BUILD CONSUMER PRIVATE_ROOT COMPILER [FLAG...]
+#
+# Installs the build BUILD into a new directory and builds and runs the program in the directory
+# CONSUMER against what is there, found in one of the two ways, for each standard of C++.
+set -euo pipefail
+
+way=$1
+build=$2
+consumer=$3
+private_root=$4
+compiler=$5
+shift 5
+flags=("$@")
+
+work=$(mktemp -d "$build/install-check-XXXXXX")
+trap 'rm -rf "$work"' EXIT
+prefix=$work/prefix
+standards=(11 14 17 20)
+cplusplus=(201103 201402 201703 202002)
+
+quietly() {
+    if ! "$@" >"$work/log" 2>&1; then
+        cat "$work/log" >&2
+        echo "check_install: failed: $*" >&2
+        exit 1
+    fi
+}
+
+build_with_cmake() {
+    quietly cmake -S "$consumer" -B "$work/build" -DCMAKE_PREFIX_PATH="$prefix" \
+        -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_CXX_FLAGS="${flags[*]}"
+    quietly cmake --build "$work/build"
+    cp "$work/build"/consumer?? "$work"
+}
+
+build_with_pkg_config() {
+    PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name VQRegLib.pc)")
+    export PKG_CONFIG_PATH
+    local options
+    read -ra options <<<"$(pkg-config --cflags --libs VQRegLib)"
+    for standard in "${standards[@]}"; do
+        quietly "$compiler" "-std=c++$standard" -Wall -Wextra -Wpedantic -Werror "${flags[@]}" \
+            "$consumer/consumer.cpp" -o "$work/consumer$standard" "${options[@]}"
+    done
+}
+
+expect_version() {
+    local version
+    version=$(pkg-config --modversion VQRegLib)
+    [[ $version =~ ^1\.[0-9]+\.[0-9]+$ ]] || {
+        echo "check_install: pkg-config says version \"$version\"" >&2
+        exit 1
+    }
+}
+
+quietly cmake --install "$build" --prefix "$prefix"
+case $way in
+    cmake) build_with_cmake ;;
+    pkg-config)
+        build_with_pkg_config
+        expect_version
+        ;;
+    *)
+        echo "check_install: unknown way $way" >&2
+        exit 2
+        ;;
+esac
+
+LD_LIBRARY_PATH=$(dirname "$(find "$prefix" -name 'libVQRegLib.so.1')")
+export LD_LIBRARY_PATH
+for i in "${!standards[@]}"; do
+    printed=$("$private_root" "$work/consumer${standards[i]}" "/tmp/store$i.cfg" | tail -n 1) || {
+        status=$?
+        echo "check_install: the program of C++${standards[i]} ended with $status" >&2
+        exit "$status"
+    }
+    if [ "$printed" != "${cplusplus[i]}" ]; then
+        echo "check_install: C++${standards[i]} printed \"$printed\"" >&2
+        exit 1
+    fi
+done

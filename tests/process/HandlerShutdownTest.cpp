@@ -1,0 +1,303 @@
+// Destroying stores, and ending processes, while handlers wait, run or are about to be called.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+#include <utility>
+
+#include "VQRegLib.h"
+#include "support/ForkedChild.h"
+#include "support/WatchedStore.h"
+
+using namespace VQRegLib;
+using vqtest::Common;
+using vqtest::ForkedChild;
+using vqtest::Handler;
+using vqtest::moveFileTime;
+using vqtest::openSession;
+using vqtest::setNumber;
+using vqtest::TempStore;
+using vqtest::waitUntil;
+using vqtest::waitWatchers;
+
+namespace {
+
+constexpr unsigned kPatienceSeconds = 90;  // a deadlock ends the process then
+constexpr std::chrono::milliseconds kProbe(50);
+
+class HandlerShutdown : public vqtest::WatchedStore {
+protected:
+    void SetUp() override {
+        ::alarm(kPatienceSeconds);
+        WatchedStore::SetUp();
+    }
+
+    static bool waitNoWatchers() {
+        return waitUntil([] { return vqtest::countThreads("FileWatch") == 0; });
+    }
+};
+
+/// A piece of work on a thread of its own.
+class Background {
+public:
+    explicit Background(const std::function<void()>& work)
+        : m_thread([this, work] {
+              m_isBegun = true;
+              work();
+              m_isOver = true;
+          }) {}
+    ~Background() { m_thread.join(); }
+    Background(const Background&) = delete;
+    Background& operator=(const Background&) = delete;
+
+    bool isBegun() const { return m_isBegun; }
+    bool isOver() const { return m_isOver; }
+    bool waitOver() const {
+        return waitUntil([this] { return isOver(); });
+    }
+    /// False negatives are possible on a slow machine, false alarms are not.
+    bool staysBusy() const {
+        return !waitUntil([this] { return isOver(); }, kProbe);
+    }
+
+private:
+    std::atomic<bool> m_isBegun{false};
+    std::atomic<bool> m_isOver{false};
+    std::thread m_thread;
+};
+
+}  // namespace
+
+TEST_F(HandlerShutdown, EndsAWatcherThatWaits) {
+    Handler handler;
+    watch(handler);
+    session.reset();
+    EXPECT_TRUE(waitNoWatchers());
+    EXPECT_EQ(vqtest::countThreads("RegChgNotif"), 1);
+    EXPECT_EQ(handler.begun(), 0);
+}
+
+TEST_F(HandlerShutdown, WaitsForARoundThatHasBegun) {
+    std::atomic<bool> mayReturn{false};
+    Handler handler([&] { waitUntil([&] { return mayReturn.load(); }); });
+    Handler another([&] { waitUntil([&] { return mayReturn.load(); }); });
+    session->SetRegistryChangeHandler(&handler);
+    watch(another);
+    announceChange();
+    ASSERT_TRUE(waitUntil([&] { return handler.begun() + another.begun() == 1; }));
+    int callsAtEnd = 0;
+    {
+        const Background closing([&] {
+            session.reset();
+            callsAtEnd = handler.calls() + another.calls();
+        });
+        EXPECT_TRUE(closing.staysBusy());
+        mayReturn = true;
+        EXPECT_TRUE(closing.waitOver());
+    }
+    EXPECT_EQ(callsAtEnd, 2) << "the round is finished";
+    EXPECT_TRUE(waitNoWatchers());
+}
+
+TEST_F(HandlerShutdown, EndsAWatcherThatIsAboutToCall) {
+    for (int round = 0; round < 25; ++round) {
+        auto own = openSession(file.path(), ("Root" + std::to_string(round)).c_str());
+        std::atomic<bool> isClosed{false};
+        std::atomic<bool> wasLate{false};
+        Handler handler([&] { wasLate = wasLate || isClosed; });
+        own->SetRegistryChangeHandler(&handler);
+        ASSERT_TRUE(waitWatchers(1));
+        moveFileTime(file.path());
+        own->SendRegistryChangeNotification();
+        std::this_thread::sleep_for(std::chrono::microseconds(round * 20));
+        own.reset();
+        isClosed = true;
+        EXPECT_FALSE(wasLate);
+        ASSERT_TRUE(waitNoWatchers());
+    }
+}
+
+TEST_F(HandlerShutdown, EndsWhileAHandlerOpensSessionsAndRegisters) {
+    TempStore otherFile;
+    std::atomic<bool> isClosing{false};
+    Handler inner;
+    Handler handler([&] {
+        waitUntil([&] { return isClosing.load(); });
+        std::this_thread::sleep_for(kProbe);  // gives the other thread time to get stuck
+        const auto other = openSession(otherFile.path());
+        const auto same = openSession(file.path());
+        other->SetRegistryChangeHandler(&inner);
+        same->SetRegistryChangeHandler(&inner);
+        same->ClrRegistryChangeHandler(&inner);
+        setNumber(*same, "Number", 3);
+        same->SendRegistryChangeNotification();
+    });
+    watch(handler);
+    announceChange();
+    ASSERT_TRUE(handler.waitBegun(1));
+    const Background closing([&] {
+        isClosing = true;
+        session.reset();
+    });
+    EXPECT_TRUE(closing.waitOver());
+    EXPECT_EQ(handler.calls(), 1);
+    EXPECT_TRUE(waitNoWatchers());
+}
+
+TEST_F(HandlerShutdown, TheRestOfTheProcessGoesOnMeanwhile) {
+    std::atomic<bool> mayReturn{false};
+    Handler slow([&] { waitUntil([&] { return mayReturn.load(); }); });
+    watch(slow);
+    announceChange();
+    ASSERT_TRUE(slow.waitBegun(1));
+    const Background closing([&] { session.reset(); });
+    EXPECT_TRUE(closing.staysBusy());
+    TempStore otherFile;
+    auto other = openSession(otherFile.path());
+    Handler handler;
+    other->SetRegistryChangeHandler(&handler);
+    EXPECT_TRUE(waitWatchers(2));
+    moveFileTime(otherFile.path());
+    EXPECT_EQ(other->SendRegistryChangeNotification(), REGLIB_OK);
+    EXPECT_TRUE(handler.waitCalls(1));
+    const auto again = openSession(file.path());
+    EXPECT_EQ(setNumber(*again, "Number", 9), REGLIB_OK);
+    other.reset();
+    EXPECT_FALSE(closing.isOver());
+    mayReturn = true;
+}
+
+TEST_F(HandlerShutdown, AHandlerMayCloseTheLastSessionOfItsStore) {
+    const auto sender = openSession(file.path(), "Sender");
+    Handler closing([&] { session.reset(); });
+    Handler another([&] { session.reset(); });
+    session->SetRegistryChangeHandler(&closing);
+    watch(another);
+    moveFileTime(file.path());
+    sender->SendRegistryChangeNotification();
+    ASSERT_TRUE(waitUntil([&] { return closing.calls() + another.calls() == 1; }));
+    EXPECT_TRUE(waitNoWatchers());
+    EXPECT_EQ(closing.begun() + another.begun(), 1) << "the rest of the round is dropped";
+
+    session = openSession(file.path());
+    Handler next;
+    watch(next);
+    announceChange();
+    EXPECT_TRUE(next.waitCalls(1));
+}
+
+TEST_F(HandlerShutdown, AHandlerMayCloseTheLastSessionOfAnotherStore) {
+    TempStore otherFile;
+    auto other = openSession(otherFile.path());
+    Handler ofOther;
+    other->SetRegistryChangeHandler(&ofOther);
+    Handler handler([&] { other.reset(); });
+    watch(handler, 2);
+    announceChange();
+    ASSERT_TRUE(handler.waitCalls(1));
+    EXPECT_TRUE(waitWatchers(1));
+}
+
+TEST_F(HandlerShutdown, AHandlerMayReopenItsStoreWhileTheLastSessionIsClosed) {
+    std::unique_ptr<CRegLib> kept;
+    Handler handler([&] { kept = openSession(file.path()); });
+    watch(handler);
+    announceChange();
+    ASSERT_TRUE(handler.waitBegun(1));
+    session.reset();
+    ASSERT_TRUE(handler.waitCalls(1));
+    ASSERT_NE(kept, nullptr);
+    EXPECT_EQ(setNumber(*kept, "Number", 4), REGLIB_OK);
+    kept.reset();
+    EXPECT_TRUE(waitNoWatchers());
+}
+
+TEST_F(HandlerShutdown, RegisteringWhileAHandlerRegistersDoesNotBlock) {
+    std::atomic<bool> isRegistering{false};
+    Handler fromInside;
+    Handler fromOutside;
+    Handler handler([&] {
+        waitUntil([&] { return isRegistering.load(); });
+        std::this_thread::sleep_for(kProbe);
+        session->SetRegistryChangeHandler(&fromInside);
+        session->ClrRegistryChangeHandler(&fromInside);
+        session->SetRegistryChangeHandler(&fromInside);
+    });
+    watch(handler);
+    announceChange();
+    ASSERT_TRUE(handler.waitBegun(1));
+    const Background registering([&] {
+        isRegistering = true;
+        session->SetRegistryChangeHandler(&fromOutside);
+        session->ClrRegistryChangeHandler(&handler);
+    });
+    EXPECT_TRUE(registering.waitOver());
+    announceChange();
+    EXPECT_TRUE(fromOutside.waitCalls(1));
+    EXPECT_TRUE(waitUntil([&] { return fromInside.calls() >= 1; }));
+    EXPECT_EQ(handler.calls(), 1);
+}
+
+// In the children: a root key of their own makes their session the only one of its store.
+
+TEST_F(HandlerShutdown, AProcessMayExitWhileAHandlerRuns) {
+    ForkedChild child([&] {
+        ::alarm(kPatienceSeconds);
+        Handler handler([] { ::pause(); });
+        auto* const own = openSession(file.path(), "Child").release();
+        own->SetRegistryChangeHandler(&handler);
+        if (!waitWatchers(1)) {
+            return 1;
+        }
+        moveFileTime(file.path());
+        own->SendRegistryChangeNotification();
+        std::exit(handler.waitBegun(1) ? 4 : 2);
+        return 0;
+    });
+    EXPECT_EQ(child.wait(), 4);
+}
+
+TEST_F(HandlerShutdown, AHandlerMayExitTheProcess) {
+    for (const bool isStatic : {false, true}) {
+        Common<std::atomic<bool>> isReady;
+        ForkedChild child([&] {
+            ::alarm(kPatienceSeconds);
+            static std::unique_ptr<CRegLib> atExit;  // destroyed by the thread that calls exit
+            Handler handler([] { std::exit(6); });
+            auto own = openSession(file.path(), "Child");
+            CRegLib& opened = *own;
+            atExit = isStatic ? std::move(own) : std::unique_ptr<CRegLib>();
+            opened.SetRegistryChangeHandler(&handler);
+            *isReady = waitWatchers(1);
+            return ::pause();
+        });
+        ASSERT_TRUE(waitUntil([&] { return isReady->load(); }));
+        announceChange();
+        EXPECT_EQ(child.wait(), 6) << isStatic;
+    }
+}
+
+TEST_F(HandlerShutdown, SessionsMayBeClosedByExit) {
+    ForkedChild child([&] {
+        ::alarm(kPatienceSeconds);
+        static Handler handler;
+        static std::unique_ptr<CRegLib> atExit;
+        atExit = openSession(file.path(), "Child");
+        atExit->SetRegistryChangeHandler(&handler);
+        if (!waitWatchers(1)) {
+            return 1;
+        }
+        moveFileTime(file.path());
+        atExit->SendRegistryChangeNotification();
+        std::exit(7);
+        return 0;
+    });
+    EXPECT_EQ(child.wait(), 7);
+    EXPECT_TRUE(vqtest::semaphoreFiles().empty());
+}

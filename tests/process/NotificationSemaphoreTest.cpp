@@ -1,0 +1,327 @@
+// The semaphores on which the processes hear of changes: their names, and when they come and go.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <semaphore.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <thread>
+
+#include "VQRegLib.h"
+#include "support/Agent.h"
+#include "support/ForkedChild.h"
+#include "support/WatchedStore.h"
+
+using namespace VQRegLib;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::UnorderedElementsAre;
+using vqtest::Agent;
+using vqtest::Common;
+using vqtest::ForkedChild;
+using vqtest::Handler;
+using vqtest::hasSemaphore;
+using vqtest::openSession;
+using vqtest::semaphoreFile;
+using vqtest::semaphoreFiles;
+using vqtest::semaphoreName;
+using vqtest::waitUntil;
+using vqtest::waitWatchers;
+
+namespace {
+
+// The test process itself only sends; others watch.
+class NotificationSemaphore : public vqtest::WatchedStore {
+protected:
+    std::unique_ptr<Agent> watchingAgent() const {
+        auto agent = std::make_unique<Agent>(VQREG_AGENT_PATH);
+        EXPECT_EQ(agent->open(file.path()), REGLIB_OK);
+        agent->watch();
+        EXPECT_TRUE(waitWatchers(1, agent->pid()));
+        return agent;
+    }
+
+    void expectReached(Agent& agent) {
+        const std::uint64_t before = agent.changes();
+        announceChange();
+        EXPECT_TRUE(waitUntil([&] { return agent.changes() == before + 1; }));
+    }
+};
+
+// What a process leaves that ends without taking its semaphore along.
+void leaveSemaphore(const std::string& path, unsigned count = 0) {
+    sem_t semaphore{};
+    ::sem_init(&semaphore, 1, count);
+    std::ofstream out(path, std::ios::binary);
+    out.write(reinterpret_cast<const char*>(&semaphore), sizeof semaphore);
+}
+
+}  // namespace
+
+TEST_F(NotificationSemaphore, HasTheFixedNameAndIsOpenToAll) {
+    ::umask(077);
+    Agent agent(VQREG_AGENT_PATH);
+    ASSERT_EQ(agent.open(file.path()), REGLIB_OK);
+    EXPECT_THAT(semaphoreFiles(), IsEmpty());
+    agent.watch();
+    const std::string name = "sem.REG-CHANGENOTIF-SEM-BF96420F-BEA8-4a58-AA2E-FA2A7AE7F5A5-";
+    std::string digits = std::to_string(agent.pid());
+    while (digits.size() < 4) {
+        digits.insert(0, "0");
+    }
+    EXPECT_THAT(semaphoreFiles(), ElementsAre("/dev/shm/" + name + digits));
+    struct stat status {};
+    ASSERT_EQ(::stat(semaphoreFile(agent.pid()).c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode, static_cast<mode_t>(S_IFREG | 0666));
+    EXPECT_EQ(static_cast<std::size_t>(status.st_size), sizeof(sem_t));
+}
+
+TEST_F(NotificationSemaphore, IsTheSystemsOwnKindOfSemaphore) {
+    const auto agent = watchingAgent();
+    sem_t* const semaphore = ::sem_open(("/" + semaphoreName(agent->pid())).c_str(), 0);
+    ASSERT_NE(semaphore, SEM_FAILED);
+    vqtest::moveFileTime(file.path());
+    EXPECT_EQ(::sem_post(semaphore), 0);
+    EXPECT_TRUE(waitUntil([&] { return agent->changes() == 1; }));
+    int count = -1;
+    EXPECT_TRUE(waitUntil([&] { return ::sem_getvalue(semaphore, &count) == 0 && count == 0; }));
+    ::sem_close(semaphore);
+}
+
+TEST_F(NotificationSemaphore, SendersMakeNone) {
+    announceNothing();
+    EXPECT_THAT(semaphoreFiles(), IsEmpty());
+}
+
+TEST_F(NotificationSemaphore, OutlivesTheLastHandlerAndTheLastStore) {
+    const auto agent = watchingAgent();
+    agent->unwatch();
+    EXPECT_TRUE(hasSemaphore(agent->pid()));
+    ASSERT_EQ(agent->close(), REGLIB_OK);
+    EXPECT_TRUE(hasSemaphore(agent->pid()));
+    EXPECT_EQ(vqtest::countThreads("FileWatch", agent->pid()), 0);
+    EXPECT_EQ(vqtest::countThreads("RegChgNotif", agent->pid()), 1);
+    // It is used again.
+    ASSERT_EQ(agent->open(file.path()), REGLIB_OK);
+    agent->watch();
+    ASSERT_TRUE(waitWatchers(1, agent->pid()));
+    expectReached(*agent);
+}
+
+TEST_F(NotificationSemaphore, GoesWithANormalEnd) {
+    const auto agent = watchingAgent();
+    ASSERT_TRUE(hasSemaphore(agent->pid()));
+    ASSERT_EQ(agent->exit(), REGLIB_OK);
+    EXPECT_EQ(agent->waitExit(), (vqtest::ExitStatus{true, false, 0}));
+    EXPECT_THAT(semaphoreFiles(), IsEmpty());
+}
+
+TEST_F(NotificationSemaphore, GoesWithAnExitWhileThreadsAreAtWork) {
+    for (const bool fromAnotherThread : {false, true}) {
+        Common<std::atomic<bool>> had;
+        ForkedChild child([&] {
+            auto* const own = openSession(file.path()).release();
+            auto* const handler = new Handler;
+            own->SetRegistryChangeHandler(handler);
+            *had = hasSemaphore();
+            std::thread sending([&] {
+                for (int i = 0; i < 10; ++i) {
+                    own->SendRegistryChangeNotification();
+                }
+                if (fromAnotherThread) {
+                    std::exit(3);
+                }
+            });
+            if (fromAnotherThread) {
+                sending.join();
+            }
+            sending.detach();
+            std::exit(3);
+            return 0;
+        });
+        EXPECT_EQ(child.wait(), 3);
+        EXPECT_TRUE(*had);
+        EXPECT_THAT(semaphoreFiles(), IsEmpty());
+    }
+}
+
+TEST_F(NotificationSemaphore, OfAKilledProcessIsSweptByTheNextNotification) {
+    const auto living = watchingAgent();
+    const auto killed = watchingAgent();
+    killed->kill(SIGKILL);
+    killed->waitExit();
+    EXPECT_TRUE(hasSemaphore(killed->pid()));
+    expectReached(*living);
+    EXPECT_THAT(semaphoreFiles(), ElementsAre(semaphoreFile(living->pid())));
+}
+
+TEST_F(NotificationSemaphore, ThousandsLeftBehindAreSweptAtOnce) {
+    const auto living = watchingAgent();
+    for (int i = 0; i < 10000; ++i) {
+        leaveSemaphore(semaphoreFile(10'000'000 + i));
+    }
+    expectReached(*living);
+    EXPECT_THAT(semaphoreFiles(), ElementsAre(semaphoreFile(living->pid())));
+}
+
+TEST_F(NotificationSemaphore, WithTheNumberOfALivingStrangerIsSwept) {
+    Agent stranger(VQREG_AGENT_PATH);
+    ASSERT_EQ(stranger.open(file.path()), REGLIB_OK);
+    leaveSemaphore(semaphoreFile(stranger.pid()));
+    announceNothing(1);
+    EXPECT_THAT(semaphoreFiles(), IsEmpty());
+}
+
+TEST_F(NotificationSemaphore, LeftBehindUnderTheOwnNumberIsTakenOver) {
+    Agent agent(VQREG_AGENT_PATH);
+    ASSERT_EQ(agent.open(file.path()), REGLIB_OK);
+    leaveSemaphore(semaphoreFile(agent.pid()), 5);
+    agent.watch();
+    ASSERT_TRUE(waitWatchers(1, agent.pid()));
+    expectReached(agent);
+    EXPECT_THAT(semaphoreFiles(), ElementsAre(semaphoreFile(agent.pid())));
+    ASSERT_EQ(agent.exit(), REGLIB_OK);
+    agent.waitExit();
+    EXPECT_THAT(semaphoreFiles(), IsEmpty());
+}
+
+TEST_F(NotificationSemaphore, OfALivingProcessInAnotherPidNamespaceStays) {
+    Common<std::atomic<int>> calls;
+    Common<std::atomic<bool>> isReady;
+    Common<std::atomic<pid_t>> innerPid;
+    ForkedChild outer([&] {
+        if (::unshare(CLONE_NEWPID) != 0) {
+            return 1;
+        }
+        ForkedChild inner([&] {
+            Handler handler([&] { ++*calls; });
+            const auto own = openSession(file.path());
+            own->SetRegistryChangeHandler(&handler);
+            *isReady = ::getpid() == 1 && hasSemaphore(1) && waitWatchers(1);
+            ::pause();
+            return 0;
+        });
+        *innerPid = inner.pid();
+        return inner.wait();
+    });
+    ASSERT_TRUE(waitUntil([&] { return isReady->load(); }));
+    EXPECT_THAT(semaphoreFiles(), ElementsAre(semaphoreFile(1)));
+    announceChange();
+    EXPECT_TRUE(waitUntil([&] { return *calls == 1; }));
+    announceChange();
+    EXPECT_TRUE(waitUntil([&] { return *calls == 2; }));
+    EXPECT_TRUE(hasSemaphore(1));
+    ASSERT_GT(*innerPid, 0);
+    ::kill(*innerPid, SIGKILL);
+    outer.wait();
+    EXPECT_TRUE(hasSemaphore(1));
+    announceNothing(1);
+    EXPECT_FALSE(hasSemaphore(1));
+}
+
+TEST_F(NotificationSemaphore, IsNeitherRemovedNorKeptByAForkedChild) {
+    Common<std::atomic<int>> calls;
+    Common<std::atomic<int>> step;
+    Common<std::atomic<pid_t>> grandchild;
+    ForkedChild owner([&] {
+        Handler handler([&] { ++*calls; });
+        const auto own = openSession(file.path());
+        own->SetRegistryChangeHandler(&handler);
+        if (!waitWatchers(1) || ForkedChild([] {
+                                    std::exit(5);
+                                    return 0;
+                                }).wait() != 5) {
+            return 1;
+        }
+        ForkedChild living([] { return ::pause(); });
+        *grandchild = living.pid();
+        *step = 1;
+        ::pause();
+        return 0;
+    });
+    ASSERT_TRUE(waitUntil([&] { return *step == 1; }));
+    EXPECT_TRUE(hasSemaphore(owner.pid())) << "a child that ended took it away";
+    announceChange();
+    EXPECT_TRUE(waitUntil([&] { return *calls == 1; }));
+    owner.kill();
+    ASSERT_GT(*grandchild, 0);
+    ASSERT_EQ(::kill(*grandchild, 0), 0);
+    // The child may not have come to run yet.
+    EXPECT_TRUE(waitUntil([&] {
+        announceNothing(1);
+        return !hasSemaphore(owner.pid());
+    })) << "a child that lives keeps it";
+    ::kill(*grandchild, SIGKILL);
+}
+
+TEST_F(NotificationSemaphore, GarbageUnderSuchNamesDisturbsNobody) {
+    const auto living = watchingAgent();
+    const auto name = [](const char* ending) {
+        return std::string("/dev/shm/sem.") + vqtest::kSemaphorePrefix + ending;
+    };
+    std::filesystem::create_directory(name("directory"));
+    std::filesystem::create_symlink("/etc/passwd", name("link"));
+    ASSERT_EQ(::mkfifo(name("pipe").c_str(), 0666), 0);
+    std::ofstream(name("")) << "";
+    std::ofstream(name("owned")) << "too short";
+    const int owned = ::open(name("owned").c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(::flock(owned, LOCK_SH), 0);
+    expectReached(*living);
+    expectReached(*living);
+    EXPECT_TRUE(std::filesystem::exists(semaphoreFile(living->pid())));
+    EXPECT_EQ(vqtest::readFile(name("owned")), "too short");
+    EXPECT_TRUE(std::filesystem::exists("/etc/passwd"));
+    ::close(owned);
+}
+
+TEST_F(NotificationSemaphore, AForeignFileUnderTheOwnNameLeavesTheHandlerUncalled) {
+    std::filesystem::create_directory(semaphoreFile());
+    Handler handler;
+    watch(handler);
+    EXPECT_EQ(vqtest::countThreads("RegChgNotif"), 0);
+    announceChange();
+    std::filesystem::remove(semaphoreFile());
+    Handler other;
+    session->SetRegistryChangeHandler(&other);  // tries again
+    announceChange();
+    EXPECT_TRUE(other.waitCalls(1));
+    EXPECT_TRUE(handler.waitCalls(1));
+}
+
+TEST_F(NotificationSemaphore, ComesIntoBeingWhileOthersSend) {
+    std::atomic<bool> isOver{false};
+    std::thread sending([&] {
+        while (!isOver) {
+            session->SendRegistryChangeNotification();
+        }
+    });
+    for (int round = 0; round < 20; ++round) {
+        Agent agent(VQREG_AGENT_PATH);
+        if (agent.open(file.path()) != REGLIB_OK) {
+            ADD_FAILURE();
+            break;
+        }
+        agent.watch();
+        EXPECT_TRUE(waitWatchers(1, agent.pid()));
+        vqtest::moveFileTime(file.path());
+        EXPECT_TRUE(waitUntil([&] { return agent.changes() == 1; })) << round;
+        if (round % 2 == 0) {
+            agent.exit();
+            agent.waitExit();
+        }
+    }
+    isOver = true;
+    sending.join();
+    announceNothing(1);
+    EXPECT_THAT(semaphoreFiles(), IsEmpty());
+}

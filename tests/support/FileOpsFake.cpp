@@ -1,0 +1,162 @@
+#include "support/FileOpsFake.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <new>
+#include <stdexcept>
+
+namespace vqtest {
+
+namespace {
+
+constexpr std::size_t kUniqueEnding = 36;
+
+std::string shortName(const char* path) {
+    std::string name = path;
+    name = name.substr(name.rfind('/') + 1);
+    const std::size_t size = name.size();
+    const bool isTemporary = size > kUniqueEnding && name[size - 13] == '-' &&
+                             name[size - 18] == '-' && name[size - 23] == '-';
+    return isTemporary ? name.substr(0, size - kUniqueEnding) + "+" : name;
+}
+
+}  // namespace
+
+FileOpsFake::FileOpsFake() {
+    VQRegLib::CFileOps::replace(this);
+}
+
+FileOpsFake::~FileOpsFake() {
+    VQRegLib::CFileOps::replace(nullptr);
+}
+
+void FileOpsFake::fail(FileCall call, int error, int skip) {
+    m_orders[call] = {Kind::eError, error, skip};
+}
+
+void FileOpsFake::throwNoMemory(FileCall call) {
+    m_orders[call] = {Kind::eNoMemory, 0, 0};
+}
+
+void FileOpsFake::throwOther(FileCall call) {
+    m_orders[call] = {Kind::eOther, 0, 0};
+}
+
+void FileOpsFake::breakReadingAfter(std::size_t bytes, int error) {
+    m_breaksReading = true;
+    m_readableBytes = bytes;
+    m_readError = error;
+}
+
+void FileOpsFake::heal() {
+    m_orders.clear();
+    m_breaksReading = false;
+}
+
+int FileOpsFake::count(FileCall call) const {
+    const auto found = m_counts.find(call);
+    return found == m_counts.end() ? 0 : found->second;
+}
+
+void FileOpsFake::clear() {
+    m_calls.clear();
+    m_counts.clear();
+}
+
+bool FileOpsFake::fails(FileCall call, const std::string& text) {
+    m_calls.push_back(text);
+    ++m_counts[call];
+    const auto found = m_orders.find(call);
+    if (found == m_orders.end()) {
+        return false;
+    }
+    Order& order = found->second;
+    if (order.skip > 0) {
+        --order.skip;
+        return false;
+    }
+    switch (order.kind) {
+        case Kind::eNoMemory:
+            throw std::bad_alloc();
+        case Kind::eOther:
+            throw std::runtime_error("a fault on order");
+        default:
+            errno = order.error;
+            return true;
+    }
+}
+
+std::FILE* FileOpsFake::openForReading(const char* path) {
+    return fails(FileCall::eOpenForReading, "openForReading " + shortName(path))
+               ? nullptr
+               : CFileOps::openForReading(path);
+}
+
+std::FILE* FileOpsFake::createForWriting(const char* path, std::uint64_t size) {
+    return fails(FileCall::eCreateForWriting, "createForWriting " + shortName(path))
+               ? nullptr
+               : CFileOps::createForWriting(path, size);
+}
+
+std::size_t FileOpsFake::read(void* buffer, std::size_t size, std::FILE* file) {
+    bool broken = fails(FileCall::eRead, "read");
+    std::size_t got = 0;
+    if (!broken) {
+        got =
+            CFileOps::read(buffer, m_breaksReading ? std::min(size, m_readableBytes) : size, file);
+        m_readableBytes -= m_breaksReading ? got : 0;
+        broken = m_breaksReading && m_readableBytes == 0;
+    }
+    if (broken) {
+        const int error = m_breaksReading ? m_readError : errno;
+        std::fputc(0, file);  // not open for writing: sets the error mark of the stream
+        errno = error;
+    }
+    return got;
+}
+
+std::size_t FileOpsFake::write(const void* data, std::size_t size, std::FILE* file) {
+    return fails(FileCall::eWrite, "write") ? 0 : CFileOps::write(data, size, file);
+}
+
+int FileOpsFake::flush(std::FILE* file) {
+    return fails(FileCall::eFlush, "flush") ? EOF : CFileOps::flush(file);
+}
+
+int FileOpsFake::close(std::FILE* file) {
+    const bool failing = fails(FileCall::eClose, "close");
+    const int error = errno;
+    const int result = CFileOps::close(file);
+    if (failing) {
+        errno = error;
+    }
+    return failing ? EOF : result;
+}
+
+int FileOpsFake::makeWritableForAll(const char* path) {
+    return fails(FileCall::eMakeWritableForAll, "makeWritableForAll " + shortName(path))
+               ? -1
+               : CFileOps::makeWritableForAll(path);
+}
+
+int FileOpsFake::unlink(const char* path) {
+    return fails(FileCall::eUnlink, "unlink " + shortName(path)) ? -1 : CFileOps::unlink(path);
+}
+
+int FileOpsFake::link(const char* path, const char* newPath) {
+    return fails(FileCall::eLink, "link " + shortName(path) + " " + shortName(newPath))
+               ? -1
+               : CFileOps::link(path, newPath);
+}
+
+int FileOpsFake::rename(const char* path, const char* newPath) {
+    return fails(FileCall::eRename, "rename " + shortName(path) + " " + shortName(newPath))
+               ? -1
+               : CFileOps::rename(path, newPath);
+}
+
+bool FileOpsFake::exists(const char* path) {
+    return !fails(FileCall::eExists, "exists " + shortName(path)) && CFileOps::exists(path);
+}
+
+}  // namespace vqtest

@@ -1,0 +1,124 @@
+// What the tests of the inner store have in common. For tests that see the library's inner headers.
+#ifndef VQTEST_STORE_FIXTURE_H
+#define VQTEST_STORE_FIXTURE_H
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "RegLib/file/FileStore.h"
+#include "RegLib/file/Node.h"
+#include "RegLib/trace/Trace.h"
+#include "support/Results.h"
+#include "support/TempStore.h"
+
+namespace VQRegLib {
+
+/// Looks inside a file store.
+class CFileStoreProbe {
+public:
+    using CKeyOrValue = CRegLibImplFile::CKeyOrValue;
+
+    explicit CFileStoreProbe(CRegLibImplFile& store) : m_store(store) {}
+
+    CKeyOrValue& treeRoot() const { return *m_store.m_pRootNode; }
+    std::uint64_t& localStamp() const { return m_store.m_ullLocalChangeStamp; }
+    std::uint64_t& sharedStamp() const { return *m_store.m_pullSharedChangeStamp; }
+    bool isFileOpen() const { return m_store.m_pFile != nullptr; }
+    std::size_t displaced() const { return m_store.m_displaced.size(); }
+    bool isLocked() const { return m_store.m_pMutex->holder().pid != 0; }
+    int importLines() const { return m_store.ImportConfigHelper(); }
+
+    /// A node by the folded names on its way from the tree root; null when it is missing.
+    CKeyOrValue* node(const std::vector<std::string>& foldedNames) const {
+        CKeyOrValue* at = m_store.m_pRootNode.get();
+        for (const std::string& name : foldedNames) {
+            at = at ? at->findChild(name) : nullptr;
+        }
+        return at;
+    }
+
+private:
+    CRegLibImplFile& m_store;
+};
+
+}  // namespace VQRegLib
+
+namespace vqtest {
+
+using namespace VQRegLib;
+
+/// A place for a store, with the trace switched off so that nothing else touches files.
+class StoreTest : public testing::Test {
+protected:
+    StoreTest() { CRegLibTrace::m_lFakeMutex = 1; }
+
+    std::unique_ptr<CRegLibImplFile> open(const char* root = nullptr) const {
+        return std::make_unique<CRegLibImplFile>(file.path().c_str(), root,
+                                                 CRegLib::eLocationDefault, nullptr);
+    }
+
+    TempStore file;
+};
+
+inline int createKey(CRegLibImpl& store, const char* path, CRegKey& key,
+                     CRegKey* parent = nullptr) {
+    return store.VQRegCreateKey(parent, path, key, 1, nullptr);
+}
+
+inline int openKey(CRegLibImpl& store, const char* path, CRegKey& key, CRegKey* parent = nullptr) {
+    return store.VQRegCreateKey(parent, path, key, 0, nullptr);
+}
+
+inline int setText(CRegLibImpl& store, CRegKey& key, const char* name, const char* text,
+                   int* changed = nullptr) {
+    return store.VQRegSetValue(key, name, text, changed);
+}
+
+inline int setNumber(CRegLibImpl& store, CRegKey& key, const char* name, unsigned long number,
+                     int* changed = nullptr) {
+    return store.VQRegSetValue(key, name, number, changed);
+}
+
+inline int setBytes(CRegLibImpl& store, CRegKey& key, const char* name, const std::string& bytes,
+                    int* changed = nullptr) {
+    return store.VQRegSetValue(key, name, reinterpret_cast<const unsigned char*>(bytes.data()),
+                               bytes.size(), changed);
+}
+
+inline Value get(CRegLibImpl& store, CRegKey& key, const char* name) {
+    CRegLib::eDataType type = CRegLib::eNone;
+    std::vector<unsigned char> buffer(8192);
+    unsigned long size = buffer.size();
+    const int code = store.VQRegQueryValue(key, name, type, buffer.data(), &size);
+    if (code < 0) {
+        return Value::failure(code);
+    }
+    return {code, type, std::string(reinterpret_cast<const char*>(buffer.data()), size)};
+}
+
+inline std::vector<std::string> keyNames(CRegLibImpl& store, CRegKey& key) {
+    std::vector<std::string> names;
+    std::string name;
+    for (int index = 0; store.VQRegEnumKeys(key, index, name) >= 0; ++index) {
+        names.push_back(name);
+    }
+    return names;
+}
+
+inline std::vector<std::string> valueNames(CRegLibImpl& store, CRegKey& key) {
+    std::vector<std::string> names;
+    std::string name;
+    CRegLib::eDataType type = CRegLib::eNone;
+    for (int index = 0; store.VQRegEnumValues(key, index, name, type) >= 0; ++index) {
+        names.push_back(name);
+    }
+    return names;
+}
+
+}  // namespace vqtest
+
+#endif  // VQTEST_STORE_FIXTURE_H

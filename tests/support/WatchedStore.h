@@ -1,0 +1,71 @@
+// What the tests of change handlers have in common.
+#ifndef VQTEST_WATCHED_STORE_H
+#define VQTEST_WATCHED_STORE_H
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+#include "VQRegLib.h"
+#include "support/Handlers.h"
+#include "support/TempStore.h"
+
+namespace vqtest {
+
+using VQRegLib::CRegKey;
+using VQRegLib::CRegLib;
+
+inline std::unique_ptr<CRegLib> openSession(const std::string& path, const char* root = nullptr) {
+    return std::make_unique<CRegLib>(path.c_str(), root, CRegLib::eLocationDefault, nullptr);
+}
+
+inline int setNumber(CRegLib& session, const char* name, unsigned long number) {
+    return session.VQRegSetValue(*session.RootKey(), name, number);
+}
+
+/// The number of a value of the root key, or -1.
+inline long numberOf(CRegLib& session, const char* name) {
+    CRegLib::eDataType type = CRegLib::eNone;
+    std::uint32_t number = 0;
+    unsigned long size = sizeof number;
+    const int code = session.VQRegQueryValue(*session.RootKey(), name, type,
+                                             reinterpret_cast<unsigned char*>(&number), &size);
+    return code == VQRegLib::REGLIB_OK ? static_cast<long>(number) : -1;
+}
+
+/// A store with a session, whose file is older than this day.
+class WatchedStore : public testing::Test {
+protected:
+    void SetUp() override {
+        session = openSession(file.path());
+        ASSERT_NE(session->RootKey(), nullptr);
+        ASSERT_EQ(setNumber(*session, "Number", 1), VQRegLib::REGLIB_OK);
+        moveFileTime(file.path());
+    }
+
+    /// Registers a handler and waits until the thread has seen the file.
+    void watch(Handler& handler, long watchers = 1) {
+        session->SetRegistryChangeHandler(&handler);
+        ASSERT_TRUE(waitWatchers(watchers));
+    }
+
+    /// Makes the file look changed and tells everybody.
+    void announceChange() {
+        moveFileTime(file.path());
+        ASSERT_EQ(session->SendRegistryChangeNotification(), VQRegLib::REGLIB_OK);
+    }
+
+    void announceNothing(int times = 20) {
+        for (int i = 0; i < times; ++i) {
+            ASSERT_EQ(session->SendRegistryChangeNotification(), VQRegLib::REGLIB_OK);
+        }
+    }
+
+    TempStore file;
+    std::unique_ptr<CRegLib> session;
+};
+
+}  // namespace vqtest
+
+#endif  // VQTEST_WATCHED_STORE_H

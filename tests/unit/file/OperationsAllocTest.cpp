@@ -1,0 +1,348 @@
+// Every operation, with the n-th allocation failing, for every n.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <iterator>
+#include <new>
+#include <set>
+#include <string>
+
+#include "support/StoreFixture.h"
+
+using namespace vqtest;
+using testing::ElementsAre;
+using testing::IsSupersetOf;
+
+namespace {
+
+constexpr long kOff = -1;
+long g_left = kOff;  // allocations that succeed before one fails
+bool g_failed = false;
+
+bool failNow() {
+    if (g_left == kOff) {
+        return false;
+    }
+    if (g_left > 0) {
+        --g_left;
+        return false;
+    }
+    g_left = kOff;  // one failure only: what cleans up after it may allocate
+    g_failed = true;
+    return true;
+}
+
+void* allocate(std::size_t size) {
+    return failNow() ? nullptr : std::malloc(size ? size : 1);
+}
+
+void* allocateOrThrow(std::size_t size) {
+    if (void* const memory = allocate(size)) {
+        return memory;
+    }
+    throw std::bad_alloc();
+}
+
+}  // namespace
+
+// Not inlined: the compiler would take malloc and operator delete, or new and free, for a mismatch.
+[[gnu::noinline]] void* operator new(std::size_t size) {
+    return allocateOrThrow(size);
+}
+
+[[gnu::noinline]] void* operator new[](std::size_t size) {
+    return allocateOrThrow(size);
+}
+
+[[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    return allocate(size);
+}
+
+[[gnu::noinline]] void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+    return allocate(size);
+}
+
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+
+[[gnu::noinline]] void operator delete[](void* memory) noexcept {
+    std::free(memory);
+}
+
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
+
+[[gnu::noinline]] void operator delete[](void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
+
+[[gnu::noinline]] void operator delete(void* memory, const std::nothrow_t&) noexcept {
+    std::free(memory);
+}
+
+[[gnu::noinline]] void operator delete[](void* memory, const std::nothrow_t&) noexcept {
+    std::free(memory);
+}
+
+namespace {
+
+constexpr long kMostAllocations = 500;
+
+const std::string kLongName(300, 'N');
+
+// No allocation fails or counts in its scope.
+class Unlimited {
+public:
+    Unlimited() { g_left = kOff; }
+    ~Unlimited() { g_left = m_left; }
+    Unlimited(const Unlimited&) = delete;
+    Unlimited& operator=(const Unlimited&) = delete;
+
+private:
+    const long m_left = g_left;
+};
+
+std::ptrdiff_t openDescriptors() {
+    const std::filesystem::directory_iterator all("/proc/self/fd");
+    return std::distance(begin(all), end(all));
+}
+
+// Runs an action with the n-th allocation failing. True when it came to that one.
+template <typename Action>
+bool failingAt(long n, Action&& action) {
+    g_failed = false;
+    g_left = n;
+    action();
+    g_left = kOff;
+    return g_failed;
+}
+
+class Operations : public StoreTest {
+protected:
+    using Store = CRegLibImplFile;
+    using Operation = std::function<int(Store&)>;
+
+    void prepare(Store& store) const {
+        CRegKey key;
+        ASSERT_EQ(createKey(store, "k/below", key), REGLIB_OK);
+        ASSERT_EQ(createKey(store, "empty", key), REGLIB_OK);
+        ASSERT_EQ(setText(store, *store.RootKey(), "Text", "x"), REGLIB_OK);
+        ASSERT_EQ(setNumber(store, *store.RootKey(), kLongName.c_str(), 1), REGLIB_OK);
+    }
+
+    // The store works, nobody holds its lock, and a new one reads from the file what it holds.
+    void expectSound(Store& store) const {
+        ASSERT_FALSE(CFileStoreProbe(store).isFileOpen());
+        static unsigned long number = 100;
+        CRegKey& root = *store.RootKey();
+        ASSERT_EQ(setNumber(store, root, "check", ++number), REGLIB_OK);
+        ASSERT_EQ(get(store, root, "check"), Value::ofDword(static_cast<std::uint32_t>(number)));
+        const auto other = open();
+        CRegKey& otherRoot = *other->RootKey();
+        ASSERT_EQ(valueNames(*other, otherRoot), valueNames(store, root));
+        ASSERT_EQ(keyNames(*other, otherRoot), keyNames(store, root));
+        for (const std::string& name : valueNames(store, root)) {
+            ASSERT_EQ(get(*other, otherRoot, name.c_str()), get(store, root, name.c_str()));
+        }
+        ASSERT_THAT(file.files(), ElementsAre("store.cfg", "store.cfg.bak"));
+    }
+
+    // Tries the operation on a fresh copy of the store for each n until no allocation is left to
+    // fail.
+    void tryAll(const Operation& operation, bool mayKeepLock = false) {
+        long n = 0;
+        const std::ptrdiff_t descriptors = openDescriptors();
+        for (bool failed = true; failed; ++n) {
+            ASSERT_LT(n, kMostAllocations);
+            file.write("");
+            auto store = open();
+            prepare(*store);
+            int code = REGLIB_OK;
+            failed = failingAt(n, [&] {
+                try {
+                    code = operation(*store);
+                } catch (const VQException& exception) {
+                    code = exception.m_lCode;
+                }
+            });
+            ASSERT_TRUE(code == REGLIB_OK || code == REGLIB_E_FAIL) << n << " " << code;
+            ASSERT_TRUE(failed || code == REGLIB_OK);
+            if (CFileStoreProbe(*store).isLocked()) {
+                ASSERT_TRUE(mayKeepLock) << n;
+                ASSERT_EQ(store->Unlock(), 0);
+            }
+            ASSERT_FALSE(CFileStoreProbe(*store).isLocked()) << n;
+            expectSound(*store);
+            if (HasFatalFailure()) {
+                FAIL() << "at allocation " << n;
+            }
+        }
+        EXPECT_GT(n, 1) << "nothing is allocated here";
+        EXPECT_EQ(openDescriptors(), descriptors);
+    }
+};
+
+void makeStale(CRegLibImplFile& store) {
+    ++CFileStoreProbe(store).sharedStamp();
+}
+
+}  // namespace
+
+TEST_F(Operations, CreateKeysWithoutMemory) {
+    tryAll([](Store& store) {
+        CRegKey key;
+        return createKey(store, "new/path/of/keys", key);
+    });
+    const std::string longPath = std::string(300, 'M') + "/" + std::string(300, 'O');
+    tryAll([&](Store& store) {
+        CRegKey key;
+        return createKey(store, longPath.c_str(), key);
+    });
+}
+
+TEST_F(Operations, OpenKeysWithoutMemory) {
+    tryAll([](Store& store) {
+        CRegKey key;
+        const int first = openKey(store, "k/below", key);
+        return first < 0 ? first : openKey(store, "K", key);
+    });
+}
+
+TEST_F(Operations, CreateSeveralKeysWithoutMemory) {
+    tryAll([](Store& store) {
+        std::vector<CRegKey*> keys;
+        std::vector<std::string> names;
+        const int code = store.VQRegCreateKeyVect(store.RootKey(), "k/new/keys", keys, names, 1);
+        EXPECT_EQ(keys.size(), names.size());
+        store.VQRegDestroyKeyVect(keys);
+        return code;
+    });
+}
+
+TEST_F(Operations, SetTextsWithoutMemory) {
+    const std::string text(400, 't');
+    tryAll([&](Store& store) { return setText(store, *store.RootKey(), "new", text.c_str()); });
+    tryAll([&](Store& store) { return setText(store, *store.RootKey(), "Text", text.c_str()); });
+}
+
+TEST_F(Operations, SetNumbersWithoutMemory) {
+    tryAll([](Store& store) {
+        const int code = setNumber(store, *store.RootKey(), kLongName.c_str(), 2);
+        return code < 0 ? code : setNumber(store, *store.RootKey(), "a new number", 3);
+    });
+}
+
+TEST_F(Operations, SetBytesWithoutMemory) {
+    const std::string bytes(400, 'b');
+    tryAll([&](Store& store) { return setBytes(store, *store.RootKey(), "new bytes", bytes); });
+}
+
+TEST_F(Operations, AFailedSetLeavesTheOldValueOrTheNew) {
+    tryAll([](Store& store) {
+        int changed = -1;
+        const int code = setText(store, *store.RootKey(), "Text", "another text", &changed);
+        const Unlimited unlimited;
+        const Value now = get(store, *store.RootKey(), "text");
+        EXPECT_EQ(now, Value::ofText(changed ? "another text" : "x"));
+        EXPECT_TRUE(code < 0 || changed == 1);
+        return code;
+    });
+}
+
+TEST_F(Operations, QueryWithoutMemory) {
+    const auto query = [](Store& store) {
+        CRegLib::eDataType type = CRegLib::eString;
+        unsigned char buffer[16];
+        unsigned long size = sizeof buffer;
+        return store.VQRegQueryValue(*store.RootKey(), kLongName.c_str(), type, buffer, &size);
+    };
+    tryAll(query, true);
+    tryAll(
+        [&](Store& store) {
+            makeStale(store);
+            return query(store);
+        },
+        true);
+    tryAll([](Store& store) {
+        CRegLib::eDataType type = CRegLib::eString;
+        return store.VQRegQueryValueType(*store.RootKey(), kLongName.c_str(), type);
+    });
+}
+
+TEST_F(Operations, EnumerateWithoutMemory) {
+    tryAll([](Store& store) {
+        std::string name;
+        CRegLib::eDataType type = CRegLib::eNone;
+        const int code = store.VQRegEnumValues(*store.RootKey(), 0, name, type);
+        return code < 0 ? code : store.VQRegEnumKeys(*store.RootKey(), 1, name);
+    });
+}
+
+TEST_F(Operations, DeleteValuesWithoutMemory) {
+    tryAll(
+        [](Store& store) { return store.VQRegDeleteValue(*store.RootKey(), kLongName.c_str()); });
+}
+
+TEST_F(Operations, DeleteKeysWithoutMemory) {
+    tryAll([](Store& store) {
+        CRegKey handle;
+        const int code = openKey(store, "empty", handle);
+        return code < 0 ? code : store.VQRegDeleteKey(*store.RootKey(), "Empty");
+    });
+}
+
+TEST_F(Operations, ImportWithoutMemory) {
+    const std::string text = "[Velquist]\n\"" + kLongName +
+                             "\"=dword:00000009\n\"k\"=string:" + std::string(200, 'x') +
+                             "\n[Velquist/a/new/path/of/quite/a/few/names]\n\"v\"=string:y\n";
+    tryAll([&](Store& store) {
+        CRegKey displaced;  // keeps the key alive whose name the file gives to a value
+        {
+            const Unlimited unlimited;
+            EXPECT_EQ(openKey(store, "k", displaced), REGLIB_OK);
+            file.write(text);
+            makeStale(store);
+        }
+        std::string name;
+        return store.VQRegEnumKeys(*store.RootKey(), 0, name);
+    });
+}
+
+TEST_F(Operations, ConstructAStoreWithoutMemory) {
+    std::set<std::string> thrown;
+    const std::ptrdiff_t descriptors = openDescriptors();
+    bool failed = true;
+    for (long n = 0; failed; ++n) {
+        ASSERT_LT(n, kMostAllocations);
+        file.write("[Other]\n\"a\"=string:x\n");
+        std::unique_ptr<CRegLibImplFile> store;
+        std::string text;
+        const std::string path = file.path();
+        failed = failingAt(n, [&] {
+            try {
+                store = std::make_unique<CRegLibImplFile>(path.c_str(), "Velquist/Logging",
+                                                          CRegLib::eLocationDefault, nullptr);
+            } catch (const VQException& exception) {
+                EXPECT_EQ(exception.m_lCode, REGLIB_E_FAIL);
+                g_left = kOff;
+                text = exception.m_szText;
+            } catch (const std::bad_alloc&) {
+                text = "no memory";
+            }
+        });
+        ASSERT_EQ(store == nullptr, !text.empty());
+        thrown.insert(text);
+        store.reset();
+        EXPECT_EQ(CPMutex(1, 0, path, 1, 1).holder().pid, 0) << n;
+        const auto again = open("Velquist/Logging");
+        EXPECT_EQ(file.read(), "[Other]\n\"a\"=string:x\n[Velquist]\n[Velquist/Logging]\n");
+    }
+    EXPECT_EQ(openDescriptors(), descriptors);
+    EXPECT_THAT(thrown, IsSupersetOf({"RegLib.3249", "RegLib.3253", "RegLib.3264", "RegLib.3282",
+                                      "RegLib.3294", "RegLib.3311"}));
+}

@@ -1,0 +1,290 @@
+// The named semaphore, its users and its owners.
+#include "portable/Semaphore.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <semaphore.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <thread>
+
+#include "support/ForkedChild.h"
+#include "support/Wait.h"
+
+namespace fs = std::filesystem;
+
+using VQRegLib::CPSemaphore;
+using VQRegLib::CTerminateWait;
+using vqtest::Common;
+using vqtest::ForkedChild;
+using vqtest::waitUntil;
+
+namespace {
+
+constexpr int kMaximum = 0x7fffffff;
+
+class Semaphore : public testing::Test {
+protected:
+    ~Semaphore() override {
+        std::error_code ignored;
+        fs::remove_all(path, ignored);
+    }
+
+    const std::string name = "vqreg-test-semaphore-" + std::to_string(::getpid());
+    const std::string path = "/dev/shm/sem." + name;
+};
+
+struct SemaphoreOf : CPSemaphore {
+    explicit SemaphoreOf(const std::string& name, int initial = 0)
+        : CPSemaphore(1, initial, kMaximum, name, 1) {}
+};
+
+}  // namespace
+
+TEST_F(Semaphore, IsMadeByTheFirstAndOpenedByTheOthers) {
+    ::umask(077);
+    SemaphoreOf first(name);
+    SemaphoreOf second(name);
+    EXPECT_TRUE(first.isOpen());
+    EXPECT_TRUE(second.isOpen());
+    EXPECT_TRUE(first.isCreator());
+    EXPECT_FALSE(second.isCreator());
+    EXPECT_EQ(fs::file_size(path), sizeof(sem_t));
+    struct stat status {};
+    ASSERT_EQ(::stat(path.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0666u);
+    second.release();
+    EXPECT_TRUE(first.wait(0, nullptr));
+    EXPECT_FALSE(second.wait(0, nullptr));
+}
+
+TEST_F(Semaphore, CountsReleases) {
+    SemaphoreOf semaphore(name);
+    for (int i = 0; i < 3; ++i) {
+        semaphore.release();
+    }
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_TRUE(semaphore.wait(CPSemaphore::kInfinite, nullptr));
+    }
+    EXPECT_FALSE(semaphore.wait(5, nullptr));
+}
+
+TEST_F(Semaphore, OnlyItsMakerSetsTheInitialCount) {
+    SemaphoreOf first(name, 2);
+    SemaphoreOf second(name, 5);
+    EXPECT_TRUE(second.wait(0, nullptr));
+    EXPECT_TRUE(second.wait(0, nullptr));
+    EXPECT_FALSE(second.wait(0, nullptr));
+}
+
+TEST_F(Semaphore, OutlivesTheObjectsOfAProcess) {
+    { SemaphoreOf(name).release(); }
+    ASSERT_TRUE(fs::exists(path));
+    SemaphoreOf again(name);
+    EXPECT_FALSE(again.isCreator());
+    EXPECT_TRUE(again.wait(0, nullptr));
+}
+
+TEST_F(Semaphore, IsOneObjectForAllProcesses) {
+    SemaphoreOf semaphore(name);
+    ForkedChild child([&] {
+        SemaphoreOf other(name);
+        other.release();
+        return other.isCreator() ? 1 : 0;
+    });
+    EXPECT_TRUE(semaphore.wait(CPSemaphore::kInfinite, nullptr));
+    EXPECT_EQ(child.wait(), 0);
+}
+
+TEST_F(Semaphore, IsWhatTheSystemsOwnFunctionsOpen) {
+    SemaphoreOf semaphore(name);
+    sem_t* const system = ::sem_open(("/" + name).c_str(), 0);
+    ASSERT_NE(system, SEM_FAILED);
+    ::sem_post(system);
+    EXPECT_TRUE(semaphore.wait(0, nullptr));
+    semaphore.release();
+    EXPECT_EQ(::sem_trywait(system), 0);
+    ::sem_close(system);
+}
+
+TEST_F(Semaphore, OpensOneThatTheSystemMade) {
+    sem_t* const system = ::sem_open(("/" + name).c_str(), O_CREAT, 0666, 1);
+    ASSERT_NE(system, SEM_FAILED);
+    SemaphoreOf semaphore(name);
+    EXPECT_FALSE(semaphore.isCreator());
+    EXPECT_TRUE(semaphore.wait(0, nullptr));
+    ::sem_close(system);
+}
+
+TEST_F(Semaphore, AWaitCanBeTerminated) {
+    SemaphoreOf semaphore(name);
+    CTerminateWait terminate;
+    std::atomic<bool> isOver{false};
+    std::thread waiting([&] {
+        EXPECT_FALSE(semaphore.wait(CPSemaphore::kInfinite, &terminate));
+        isOver = true;
+    });
+    terminate.terminate();
+    EXPECT_TRUE(waitUntil([&] { return isOver.load(); }));
+    waiting.join();
+}
+
+TEST_F(Semaphore, AWaitGoesOnAfterASignal) {
+    struct sigaction action {};
+    action.sa_handler = [](int) {};
+    ASSERT_EQ(::sigaction(SIGUSR1, &action, nullptr), 0);  // without SA_RESTART
+    SemaphoreOf semaphore(name);
+    std::atomic<bool> isOver{false};
+    std::thread waiting([&] {
+        EXPECT_TRUE(semaphore.wait(CPSemaphore::kInfinite, nullptr));
+        isOver = true;
+    });
+    for (int i = 0; i < 20; ++i) {
+        ::pthread_kill(waiting.native_handle(), SIGUSR1);
+        std::this_thread::yield();
+    }
+    EXPECT_FALSE(waitUntil([&] { return isOver.load(); }, std::chrono::milliseconds(20)));
+    semaphore.release();
+    waiting.join();
+}
+
+TEST_F(Semaphore, AnotherKindOfFileIsRefused) {
+    std::ofstream(path) << "too short";
+    SemaphoreOf semaphore(name);
+    EXPECT_FALSE(semaphore.isOpen());
+    EXPECT_EQ(semaphore.error(), EINVAL);
+    EXPECT_FALSE(semaphore.own());
+    EXPECT_TRUE(fs::exists(path));
+}
+
+TEST_F(Semaphore, WithoutOwnersItMayBeRemoved) {
+    SemaphoreOf semaphore(name);
+    EXPECT_TRUE(CPSemaphore::removeIfOwnerless(name));
+    EXPECT_FALSE(fs::exists(path));
+    EXPECT_FALSE(CPSemaphore::removeIfOwnerless(name));
+    // It lives on for those who have it open.
+    semaphore.release();
+    EXPECT_TRUE(semaphore.wait(0, nullptr));
+}
+
+TEST_F(Semaphore, WithAnOwnerItStays) {
+    SemaphoreOf semaphore(name);
+    ASSERT_TRUE(semaphore.own());
+    EXPECT_FALSE(CPSemaphore::removeIfOwnerless(name));
+    ForkedChild child([&] { return CPSemaphore::removeIfOwnerless(name) ? 1 : 0; });
+    EXPECT_EQ(child.wait(), 0);
+    EXPECT_TRUE(fs::exists(path));
+}
+
+TEST_F(Semaphore, OwningMakesANameThatIsMissing) {
+    SemaphoreOf semaphore(name);
+    fs::remove(path);
+    ASSERT_TRUE(semaphore.own());
+    ASSERT_TRUE(fs::exists(path));
+    SemaphoreOf other(name);
+    other.release();
+    EXPECT_TRUE(semaphore.wait(0, nullptr)) << "the owner has the object that others find";
+}
+
+TEST_F(Semaphore, OwningWaitsForASenderThatLooks) {
+    SemaphoreOf semaphore(name);
+    const int looking = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
+    ASSERT_EQ(::flock(looking, LOCK_EX), 0);
+    std::atomic<bool> isOwner{false};
+    std::thread owning([&] { isOwner = semaphore.own(); });
+    EXPECT_FALSE(waitUntil([&] { return isOwner.load(); }, std::chrono::milliseconds(20)));
+    fs::remove(path);  // it finds no owner
+    ::close(looking);
+    owning.join();
+    EXPECT_TRUE(isOwner);
+    SemaphoreOf other(name);
+    other.release();
+    EXPECT_TRUE(semaphore.wait(0, nullptr));
+}
+
+TEST_F(Semaphore, IsOwnerlessAfterItsOwnersDeath) {
+    Common<std::atomic<bool>> isOwned;
+    ForkedChild owner([&] {
+        SemaphoreOf semaphore(name);
+        *isOwned = semaphore.own();
+        ::pause();
+        return 0;
+    });
+    ASSERT_TRUE(waitUntil([&] { return isOwned->load(); }));
+    EXPECT_FALSE(CPSemaphore::removeIfOwnerless(name));
+    owner.kill();
+    EXPECT_TRUE(fs::exists(path));
+    EXPECT_TRUE(CPSemaphore::removeIfOwnerless(name));
+}
+
+TEST_F(Semaphore, StaysWhileOneOfTwoOwnersLives) {
+    Common<std::atomic<bool>> isOwned;
+    ForkedChild first([&] {
+        SemaphoreOf semaphore(name);
+        if (!semaphore.own()) {
+            return 1;
+        }
+        *isOwned = true;
+        ::pause();
+        return 0;
+    });
+    ASSERT_TRUE(waitUntil([&] { return isOwned->load(); }));
+    ForkedChild second([&] {
+        SemaphoreOf semaphore(name);
+        std::exit(semaphore.own() ? 0 : 1);
+        return 0;
+    });
+    EXPECT_EQ(second.wait(), 0);
+    EXPECT_TRUE(fs::exists(path)) << "the end of one took it from the other";
+    EXPECT_FALSE(CPSemaphore::removeIfOwnerless(name));
+    first.kill();
+    EXPECT_TRUE(CPSemaphore::removeIfOwnerless(name));
+}
+
+TEST_F(Semaphore, GoesWithANormalEndOfItsOwner) {
+    ForkedChild owner([&] {
+        SemaphoreOf semaphore(name);
+        std::exit(semaphore.own() && fs::exists(path) ? 0 : 1);
+        return 0;
+    });
+    EXPECT_EQ(owner.wait(), 0);
+    EXPECT_FALSE(fs::exists(path));
+}
+
+TEST_F(Semaphore, IsNotOwnedByAForkedChild) {
+    Common<std::atomic<pid_t>> child;
+    ForkedChild owner([&] {
+        SemaphoreOf semaphore(name);
+        if (!semaphore.own()) {
+            return 1;
+        }
+        ForkedChild ended([] {
+            std::exit(0);
+            return 0;
+        });
+        ended.wait();
+        ForkedChild living([] { return ::pause(); });
+        *child = living.pid();
+        ::pause();
+        return 0;
+    });
+    ASSERT_TRUE(waitUntil([&] { return *child != 0; }));
+    EXPECT_TRUE(fs::exists(path));
+    owner.kill();
+    EXPECT_EQ(::kill(*child, 0), 0);
+    // The child may not have come to run yet.
+    EXPECT_TRUE(waitUntil([&] { return CPSemaphore::removeIfOwnerless(name); }))
+        << "the child keeps it";
+    ASSERT_GT(*child, 0);
+    ::kill(*child, SIGKILL);
+}

@@ -1,0 +1,180 @@
+#include "portable/SharedMemory.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "portable/Mutex.h"
+#include "support/ForkedChild.h"
+#include "support/TempStore.h"
+#include "support/TinyFileSystem.h"
+
+namespace fs = std::filesystem;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using VQRegLib::CPSharedMemory;
+using VQRegLib::CSharedObject;
+using vqtest::ForkedChild;
+
+namespace {
+
+class SharedMemory : public testing::Test {
+protected:
+    static std::uint64_t& number(const CPSharedMemory& memory) {
+        return *static_cast<std::uint64_t*>(memory.getAddress());
+    }
+
+    vqtest::TempStore m_store;
+    const std::string m_path = m_store.path();
+    const std::string m_object = std::string(CSharedObject::directory()) + "/" +
+                                 CSharedObject::nameForPath("CPSharedMemory", m_path);
+};
+
+}  // namespace
+
+TEST_F(SharedMemory, TellsWhoHasMadeIt) {
+    const CPSharedMemory first(m_path, 8);
+    ASSERT_NE(first.getAddress(), nullptr) << first.error();
+    EXPECT_NE(first.isCreator(), 0);
+    EXPECT_EQ(first.error(), 0);
+    const CPSharedMemory second(m_path, 8);
+    ASSERT_NE(second.getAddress(), nullptr);
+    EXPECT_EQ(second.isCreator(), 0);
+}
+
+TEST_F(SharedMemory, IsZeroAtFirst) {
+    const CPSharedMemory memory(m_path, 8);
+    ASSERT_NE(memory.getAddress(), nullptr);
+    EXPECT_EQ(number(memory), 0u);
+}
+
+TEST_F(SharedMemory, ItsFileHoldsTheBytesAndNothingElse) {
+    const CPSharedMemory memory(m_path, 8);
+    ASSERT_NE(memory.getAddress(), nullptr);
+    EXPECT_EQ(vqtest::readFile(m_object), std::string(8, '\0'));
+    std::memcpy(memory.getAddress(), "\1\2\3\4\5\6\7\10", 8);
+    EXPECT_EQ(vqtest::readFile(m_object), "\1\2\3\4\5\6\7\10");
+}
+
+TEST_F(SharedMemory, IsSharedWithinAProcess) {
+    const CPSharedMemory first(m_path, 8);
+    const CPSharedMemory second(m_path, 8);
+    const CPSharedMemory other(m_path + "2", 8);
+    number(first) = 5;
+    EXPECT_EQ(number(second), 5u);
+    EXPECT_EQ(number(other), 0u);
+}
+
+TEST_F(SharedMemory, IsSharedWithOtherProcessesAndOutlivesThem) {
+    EXPECT_EQ(ForkedChild([this] {
+                  const CPSharedMemory memory(m_path, 8);
+                  number(memory) = 0x0123456789ABCDEFu;
+                  return memory.isCreator();
+              }).wait(),
+              1);
+    const CPSharedMemory memory(m_path, 8);
+    EXPECT_EQ(memory.isCreator(), 0);
+    EXPECT_EQ(number(memory), 0x0123456789ABCDEFu);
+    EXPECT_EQ(ForkedChild([this] {
+                  const CPSharedMemory again(m_path, 8);
+                  number(again) = 7;
+                  return again.isCreator();
+              }).wait(),
+              0);
+    EXPECT_EQ(number(memory), 7u);
+}
+
+TEST_F(SharedMemory, OneOfManyAtOnceMakesIt) {
+    constexpr int kChildren = 8;
+    struct Counts {
+        std::atomic<int> ready{0};
+        std::atomic<int> opened{0};
+        std::atomic<int> creators{0};
+    };
+    for (int attempt = 0; attempt < 5; ++attempt) {
+        const std::string path = m_path + std::to_string(attempt);
+        vqtest::Common<Counts> counts;
+        std::vector<std::unique_ptr<ForkedChild>> children;
+        for (int i = 0; i < kChildren; ++i) {
+            children.push_back(std::make_unique<ForkedChild>([&] {
+                ++counts->ready;
+                while (counts->ready.load() < kChildren) {
+                    std::this_thread::yield();
+                }
+                const CPSharedMemory memory(path, 8);
+                if (memory.getAddress()) {
+                    ++*static_cast<std::atomic<std::uint64_t>*>(memory.getAddress());
+                }
+                counts->creators += memory.isCreator();
+                return memory.error();
+            }));
+        }
+        for (const auto& child : children) {
+            EXPECT_EQ(child->wait(), 0);
+        }
+        EXPECT_EQ(counts->creators.load(), 1);
+        EXPECT_EQ(number(CPSharedMemory(path, 8)), std::uint64_t{kChildren});
+    }
+}
+
+TEST_F(SharedMemory, IsNotTheMutexOfItsPath) {
+    const VQRegLib::CPMutex mutex(1, 0, m_path, 1, 1);
+    const CPSharedMemory memory(m_path, 8);
+    EXPECT_TRUE(mutex.isOpen());
+    EXPECT_NE(memory.isCreator(), 0);
+    const std::string encoded = vqtest::encodedPath(m_path);
+    EXPECT_THAT(m_store.sharedObjects(),
+                ElementsAre("CPMutex." + encoded, "CPSharedMemory." + encoded));
+}
+
+TEST_F(SharedMemory, EverybodyMayUseItWhateverTheUmask) {
+    const mode_t old = umask(077);
+    const CPSharedMemory memory(m_path, 8);
+    umask(old);
+    struct stat status {};
+    ASSERT_EQ(stat(m_object.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777u, 0666u);
+    EXPECT_EQ(status.st_size, 8);
+}
+
+TEST_F(SharedMemory, AFileOfAnotherSizeIsRefused) {
+    for (const std::size_t size : {0u, 7u, 9u, 4096u}) {
+        std::ofstream(m_object, std::ios::binary) << std::string(size, 'x');
+        const CPSharedMemory memory(m_path, 8);
+        EXPECT_EQ(memory.getAddress(), nullptr) << size;
+        EXPECT_NE(memory.error(), 0);
+        EXPECT_EQ(memory.isCreator(), 0);
+    }
+}
+
+TEST_F(SharedMemory, WhatIsNoFileIsRefused) {
+    const std::string target = m_store.directory() + "/target";
+    std::ofstream(target) << "12345678";
+    fs::create_symlink(target, m_object);
+    EXPECT_EQ(CPSharedMemory(m_path, 8).error(), ELOOP);
+    fs::remove(m_object);
+    ASSERT_EQ(mkfifo(m_object.c_str(), 0666), 0);
+    EXPECT_EQ(CPSharedMemory(m_path, 8).getAddress(), nullptr);
+    EXPECT_EQ(vqtest::readFile(target), "12345678");
+}
+
+TEST_F(SharedMemory, NoRoomIsAnErrorAndLeavesNothing) {
+    const vqtest::TinyFileSystem full("/dev/shm", "size=16k");
+    full.fill();
+    const CPSharedMemory memory(m_path, 8);
+    EXPECT_EQ(memory.getAddress(), nullptr);
+    EXPECT_EQ(memory.error(), ENOSPC);
+    EXPECT_EQ(memory.isCreator(), 0);
+    EXPECT_THAT(m_store.sharedObjects(), IsEmpty());
+}

@@ -1,0 +1,193 @@
+// Texts that cannot be copied.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "support/StoreFixture.h"
+#include "support/TraceLog.h"
+
+using namespace vqtest;
+using testing::Contains;
+
+namespace {
+
+int g_copiesLeft = -1;  // below zero: without limit
+
+}  // namespace
+
+extern "C" {
+char* __real_strdup(const char* text);
+char* __wrap_strdup(const char* text);
+
+char* __wrap_strdup(const char* text) {
+    if (g_copiesLeft == 0) {
+        return nullptr;
+    }
+    g_copiesLeft -= g_copiesLeft > 0 ? 1 : 0;
+    return __real_strdup(text);
+}
+}
+
+namespace {
+
+// So many copies succeed, then none.
+class CopiesLeft {
+public:
+    explicit CopiesLeft(int count) { g_copiesLeft = count; }
+    ~CopiesLeft() { g_copiesLeft = -1; }
+    CopiesLeft(const CopiesLeft&) = delete;
+    CopiesLeft& operator=(const CopiesLeft&) = delete;
+};
+
+template <typename Action>
+std::string thrownBy(Action&& action) {
+    try {
+        action();
+    } catch (const VQException& exception) {
+        EXPECT_EQ(exception.m_lCode, REGLIB_E_FAIL);
+        return exception.m_szText;
+    }
+    return "nothing";
+}
+
+class NoCopies : public StoreTest {
+protected:
+    std::unique_ptr<CRegLibImplFile> store = open();
+};
+
+}  // namespace
+
+TEST_F(NoCopies, FillingARecordThrowsAtTheFullName) {
+    CRegKeyImplFile record;
+    record.SetKeyInfo(store.get(), "[old]", "old", 5);
+    const CopiesLeft none(0);
+    EXPECT_EQ(thrownBy([&] { record.SetKeyInfo(store.get(), "[a]", "a", 7); }), "RegLib.1972");
+    EXPECT_EQ(record.m_pRegLibImpl, store.get());
+    EXPECT_EQ(record.m_pszFullName, nullptr);
+    EXPECT_STREQ(record.m_pszKeyName, "old");
+    EXPECT_EQ(record.m_ulHandleId, 5u);
+}
+
+TEST_F(NoCopies, FillingARecordThrowsAtTheKeyName) {
+    CRegKeyImplFile record;
+    const CopiesLeft one(1);
+    EXPECT_EQ(thrownBy([&] { record.SetKeyInfo(store.get(), "[a]", "a", 7); }), "RegLib.1978");
+    EXPECT_STREQ(record.m_pszFullName, "[a]");
+    EXPECT_EQ(record.m_pszKeyName, nullptr);
+    EXPECT_EQ(record.m_ulHandleId, 0u);
+}
+
+TEST_F(NoCopies, ClearingARecordThrowsAtTheFullName) {
+    CRegKeyImplFile record;
+    record.SetKeyInfo(store.get(), "[a]", "a", 7);
+    const CopiesLeft none(0);
+    EXPECT_EQ(thrownBy([&] { record.ClearKeyInfo(); }), "RegLib.1991");
+    EXPECT_EQ(record.m_pRegLibImpl, nullptr);
+    EXPECT_EQ(record.m_pszFullName, nullptr);
+    EXPECT_STREQ(record.m_pszKeyName, "a");
+    EXPECT_EQ(record.m_ulHandleId, 7u);
+}
+
+TEST_F(NoCopies, ClearingARecordThrowsAtTheKeyName) {
+    CRegKeyImplFile record;
+    record.SetKeyInfo(store.get(), "[a]", "a", 7);
+    const CopiesLeft one(1);
+    EXPECT_EQ(thrownBy([&] { record.ClearKeyInfo(); }), "RegLib.1997");
+    EXPECT_STREQ(record.m_pszFullName, "");
+    EXPECT_EQ(record.m_pszKeyName, nullptr);
+}
+
+TEST_F(NoCopies, OpeningAKeyThrowsAndTheNextTimeWorks) {
+    CRegKey key;
+    for (int copies = 0; copies < 2; ++copies) {
+        const CopiesLeft few(copies);
+        EXPECT_EQ(thrownBy([&] { createKey(*store, "a", key); }),
+                  copies == 0 ? "RegLib.1972" : "RegLib.1978");
+    }
+    EXPECT_FALSE(CFileStoreProbe(*store).isLocked());
+    EXPECT_EQ(key.GetKeyName(), nullptr);
+    // The registration that failed keeps its entries and its id until the next one takes them over.
+    EXPECT_EQ(store->m_handles.nextId(), 2u);
+    EXPECT_EQ(store->m_handles.size(), 2u);
+    ASSERT_EQ(createKey(*store, "a", key), REGLIB_OK);
+    EXPECT_EQ(key.GetKeyHandleID(), 2u);
+    EXPECT_EQ(store->m_handles.size(), 2u);
+    EXPECT_EQ(store->m_handles.recordOf(2), CRegKeyAccess::record(key));
+}
+
+TEST_F(NoCopies, FillingAHandleAgainThrowsWhileTheOldRecordIsCleared) {
+    CRegKey key;
+    ASSERT_EQ(createKey(*store, "a", key), REGLIB_OK);
+    {
+        const CopiesLeft forTheNewRecord(2);
+        EXPECT_EQ(thrownBy([&] { openKey(*store, "a", key); }), "RegLib.1991");
+    }
+    EXPECT_EQ(store->m_handles.recordOf(2), nullptr);
+    ASSERT_EQ(openKey(*store, "a", key), REGLIB_OK);
+    EXPECT_STREQ(key.GetKeyFullName(), "[Velquist/a]");
+}
+
+TEST_F(NoCopies, AKeyThatWasMadeBeforeTheThrowIsWrittenWithTheNextChange) {
+    CRegKey key;
+    const std::string before = file.read();
+    {
+        const CopiesLeft none(0);
+        EXPECT_EQ(thrownBy([&] { createKey(*store, "a", key); }), "RegLib.1972");
+    }
+    EXPECT_EQ(file.read(), before);
+    ASSERT_EQ(setText(*store, *store->RootKey(), "v", "x"), REGLIB_OK);
+    EXPECT_EQ(file.read(), "[Velquist]\n\"v\"=string:x\n[Velquist/a]\n");
+}
+
+TEST_F(NoCopies, APathThatIsMadeHalfWayIsNotWrittenAndTheHandleKeepsTheLastKeyReached) {
+    CRegKey key;
+    const std::string before = file.read();
+    {
+        const CopiesLeft forTheFirstLevel(2);
+        EXPECT_EQ(thrownBy([&] { createKey(*store, "a/b/c", key); }), "RegLib.1972");
+    }
+    EXPECT_EQ(file.read(), before);
+    EXPECT_STREQ(key.GetKeyFullName(), "[Velquist/a]");
+    EXPECT_EQ(CRegKeyAccess::record(key)->m_lRefCount.load(), 0);
+    const CFileStoreProbe probe(*store);
+    EXPECT_NE(probe.node({"velquist", "a", "b"}), nullptr);
+    EXPECT_EQ(probe.node({"velquist", "a", "b", "c"}), nullptr);
+    ASSERT_EQ(createKey(*store, "a/b/c", key), REGLIB_OK);
+    EXPECT_EQ(file.read(), "[Velquist]\n[Velquist/a]\n[Velquist/a/b]\n[Velquist/a/b/c]\n");
+}
+
+TEST_F(NoCopies, ANameIsLeftAsItIsWhenItCannotBeFolded) {
+    const CopiesLeft none(0);
+    EXPECT_EQ(store->tolower("ABC"), "ABC");
+    EXPECT_EQ(store->tolower(std::string("A\0B", 3)), std::string("A\0B", 3));
+}
+
+TEST_F(NoCopies, AStoreCanBeDestroyedWithHandlesOpen) {
+    CRegKey key;
+    ASSERT_EQ(createKey(*store, "a/b", key), REGLIB_OK);
+    {
+        const CopiesLeft none(0);
+        store.reset();
+    }
+    EXPECT_EQ(key.GetKeyName() ? std::string(key.GetKeyName()) : "", "b");
+    EXPECT_EQ(CRegKeyAccess::record(key)->m_pRegLibImpl, nullptr);
+    EXPECT_EQ(key.GetKeyHandleID(), 0u);
+}
+
+TEST(NoCopiesTrace, DestroyingAHandleSaysSoInTheLogAndDoesNotThrow) {
+    const TraceLog log(1);
+    CRegLibTrace::m_lFakeMutex = 0;
+    const TempStore file;
+    CRegLibImplFile store(file.path().c_str(), nullptr, CRegLib::eLocationDefault, nullptr);
+    {
+        CRegKey key;
+        ASSERT_EQ(createKey(store, "a", key), REGLIB_OK);
+        g_copiesLeft = 0;
+    }
+    g_copiesLeft = -1;
+    EXPECT_THAT(log.texts(TraceLog::Addresses::eReplace),
+                Contains("(Error) CRegKey::~CRegKey (0x@), exception RegLib.1991"));
+    EXPECT_EQ(store.m_handles.size(), 1u);
+}
