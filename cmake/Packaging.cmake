@@ -1,0 +1,73 @@
+# Debian packages: the library, what programs are built with, and the command.
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME vqreglib)
+set(CPACK_PACKAGE_VENDOR "VQRegLib")
+set(CPACK_PACKAGE_CONTACT "VQRegLib maintainers <maintainers@vqreglib.example>")
+set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "${PROJECT_DESCRIPTION}")
+set(CPACK_STRIP_FILES ON)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
+    OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+set(CPACK_COMPONENTS_GROUPING ONE_PER_GROUP)
+set(CPACK_COMPONENTS_ALL library development)
+if(TARGET vqreg)
+    list(APPEND CPACK_COMPONENTS_ALL tools)
+endif()
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS OFF)
+# Where dpkg-shlibdeps finds the library that the command needs.
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}/lib)
+
+set(library_package libvqreglib${PROJECT_VERSION_MAJOR})
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_NAME ${library_package})
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
+set(CPACK_COMPONENT_LIBRARY_DESCRIPTION
+    "One configuration store for the processes of a machine, shared library
+ Programs open keys by path and set, query, enumerate and delete typed values
+ in one text file. Every process sees every change at its next call.
+ .
+ This package contains the shared library.")
+
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libvqreglib-dev)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
+    "${library_package} (= ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})")
+set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
+    "One configuration store for the processes of a machine, development files
+ Programs open keys by path and set, query, enumerate and delete typed values
+ in one text file. Every process sees every change at its next call.
+ .
+ This package contains the header, the CMake package, the pkg-config file and
+ the manual pages.")
+
+set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME vqreg)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION admin)
+set(CPACK_COMPONENT_TOOLS_DESCRIPTION
+    "One configuration store for the processes of a machine, command
+ Reads, changes, checks, compares and watches the stores of programs that use
+ the VQRegLib library.
+ .
+ This package contains the command, its manual page and shell completions.")
+
+# Every package has its copyright and its changelog.
+set(doc ${PROJECT_BINARY_DIR}/packaging)
+file(MAKE_DIRECTORY ${doc})
+string(TIMESTAMP now "%a, %d %b %Y %H:%M:%S +0000" UTC)
+foreach(component library development tools)
+    string(TOUPPER ${component} upper)
+    set(package ${CPACK_DEBIAN_${upper}_PACKAGE_NAME})
+    configure_file(${PROJECT_SOURCE_DIR}/cmake/packaging/changelog.in ${doc}/${package}/changelog.Debian)
+    execute_process(COMMAND ${GZIP} -9nf ${doc}/${package}/changelog.Debian)
+    install(FILES ${doc}/${package}/changelog.Debian.gz ${PROJECT_SOURCE_DIR}/cmake/packaging/copyright
+            DESTINATION share/doc/${package} COMPONENT ${component} EXCLUDE_FROM_ALL)
+endforeach()
+
+include(CPack)

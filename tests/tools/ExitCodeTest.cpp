@@ -1,0 +1,251 @@
+// Each exit code of vqreg, and the words that go with it.
+#include <VQRegLib.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <thread>
+
+#include "tools/VqregStore.h"
+
+using vqtest::Arguments;
+using vqtest::fails;
+using vqtest::prints;
+
+class ExitCode : public vqtest::VqregStore {
+protected:
+    static constexpr const char* kText = "[Velquist]\n\"V\"=string:x\n";
+
+    std::string directoryWith(const std::string& path) const { return file.directory() + path; }
+};
+
+namespace {
+
+// A directory that nobody may write, root included.
+class ReadOnlyDirectory {
+public:
+    explicit ReadOnlyDirectory(std::string path, const char* text = nullptr)
+        : m_path(std::move(path)) {
+        std::filesystem::create_directory(m_path);
+        mountOrThrow(0);
+        if (text) {
+            std::ofstream(file()) << text;
+        }
+        mountOrThrow(MS_REMOUNT | MS_RDONLY);
+    }
+    ~ReadOnlyDirectory() { ::umount2(m_path.c_str(), MNT_DETACH); }
+    ReadOnlyDirectory(const ReadOnlyDirectory&) = delete;
+    ReadOnlyDirectory& operator=(const ReadOnlyDirectory&) = delete;
+
+    std::string file() const { return m_path + "/store.cfg"; }
+
+private:
+    void mountOrThrow(unsigned long flags) const {
+        if (::mount("tmpfs", m_path.c_str(), "tmpfs", flags, "size=64k") != 0) {
+            throw std::system_error(errno, std::generic_category(), "mount " + m_path);
+        }
+    }
+
+    const std::string m_path;
+};
+
+// A process that keeps the lock of a store until the object goes.
+class LockHolder {
+public:
+    explicit LockHolder(const std::string& file) {
+        int ready[2];
+        if (::pipe(ready) != 0 || (m_pid = ::fork()) < 0) {
+            throw std::system_error(errno, std::generic_category(), "fork");
+        }
+        if (m_pid == 0) {
+            VQRegLib::CRegLib session(file.c_str(), nullptr, VQRegLib::CRegLib::eLocationDefault,
+                                      nullptr);
+            const char byte = session.VQRegBeginUpdate() < 0 ? 'n' : 'y';
+            [[maybe_unused]] const ssize_t written = ::write(ready[1], &byte, 1);
+            ::pause();
+            ::_exit(0);
+        }
+        ::close(ready[1]);
+        char byte = 'n';
+        if (::read(ready[0], &byte, 1) != 1 || byte != 'y') {
+            throw std::runtime_error("the lock was not taken");
+        }
+        ::close(ready[0]);
+    }
+    ~LockHolder() { end(); }
+    LockHolder(const LockHolder&) = delete;
+    LockHolder& operator=(const LockHolder&) = delete;
+
+    pid_t pid() const { return m_pid; }
+
+    void end() {
+        if (m_pid > 0) {
+            ::kill(m_pid, SIGKILL);
+            ::waitpid(m_pid, nullptr, 0);
+            m_pid = -1;
+        }
+    }
+
+private:
+    pid_t m_pid = -1;
+};
+
+}  // namespace
+
+TEST_F(ExitCode, Done) {
+    file.write(kText);
+    EXPECT_EQ(run({"get", "/", "V"}), prints("x\n"));
+}
+
+TEST_F(ExitCode, NegativeAnswer) {
+    file.write(kText);
+    EXPECT_EQ(run({"get", "/", "W"}), fails(1, "the root key has no value \"W\""));
+}
+
+TEST_F(ExitCode, Usage) {
+    EXPECT_EQ(run({"get"}).status, 2);
+}
+
+TEST_F(ExitCode, UnavailableBecauseOfTheFile) {
+    for (const Arguments& arguments : std::vector<Arguments>{{"get", "/", "V"},
+                                                             {"ls"},
+                                                             {"tree"},
+                                                             {"rm", "/", "V"},
+                                                             {"info"},
+                                                             {"export"},
+                                                             {"notify"},
+                                                             {"cp", "A", "B"}}) {
+        EXPECT_EQ(run(arguments), fails(3, file.path() + ": the file does not exist"));
+        EXPECT_FALSE(file.exists());
+    }
+    std::filesystem::create_directory(file.path());
+    EXPECT_EQ(run({"ls"}), fails(3, file.path() + ": is a directory, not a file"));
+    EXPECT_EQ(run({"set", "K", "V", "1"}), fails(3, file.path() + ": is a directory, not a file"));
+    std::filesystem::remove(file.path());
+    std::filesystem::create_symlink("nowhere", file.path());
+    EXPECT_EQ(run({"ls"}), fails(3, file.path() + ": the file is a symbolic link to nothing"));
+}
+
+TEST_F(ExitCode, UnavailableBecauseOfTheDirectory) {
+    const std::string directory = directoryWith("/no");
+    const std::string path = directory + "/x.cfg";
+    for (const Arguments& arguments :
+         std::vector<Arguments>{{"--file", path, "ls"}, {"--file", path, "set", "K", "V", "1"}}) {
+        EXPECT_EQ(vqtest::runVqreg(arguments),
+                  fails(3, path + ": the directory " + directory + " does not exist"));
+    }
+    EXPECT_EQ(vqtest::runVqreg({"--file", "/etc/passwd/x.cfg", "ls"}).status, 3);
+}
+
+TEST_F(ExitCode, UnavailableBecauseOfPermissions) {
+    const std::string path = directoryWith("/mounted");
+    const ReadOnlyDirectory directory(path);
+    EXPECT_EQ(vqtest::runVqreg({"--file", directory.file(), "set", "K", "V", "1"}),
+              fails(3, directory.file() + ": the file does not exist, and the directory " + path +
+                           " is on a read-only file system"));
+}
+
+TEST_F(ExitCode, UnavailableBecauseOfTheSharedObject) {
+    file.write(kText);
+    const std::string object = "/dev/shm/CPMutex." + vqtest::encodedPath(file.path());
+    std::filesystem::create_directory(object);
+    const auto result = run({"get", "/", "V"});
+    std::filesystem::remove(object);
+    EXPECT_EQ(result, fails(3, file.path() + ": the shared object " + object +
+                                   " may not be used (owner root, mode 0755)"));
+}
+
+TEST_F(ExitCode, Malformed) {
+    file.write("[Velquist]\n\"V\"=string:x\n\"W\"=word:1\n");
+    for (const Arguments& arguments :
+         std::vector<Arguments>{{"get", "/", "V"}, {"set", "/", "V", "1"}, {"ls"}}) {
+        const auto result = run(arguments);
+        EXPECT_EQ(result.status, 4);
+        EXPECT_EQ(result.out, "");
+        EXPECT_EQ(result.err.rfind("vqreg: " + file.path() + ":3:", 0), 0u) << result.err;
+    }
+    EXPECT_EQ(run({"info"}).status, 4);
+}
+
+TEST_F(ExitCode, WrongKind) {
+    file.write("[Velquist]\n[Velquist/K]\n");
+    EXPECT_EQ(run({"get", "/", "K"}), fails(5, "\"K\" is a sub key of the root key, not a value"));
+}
+
+TEST_F(ExitCode, LockNotObtained) {
+    file.write(kText);
+    const LockHolder holder(file.path());
+    const auto result = run({"--timeout", "0.2", "get", "/", "V"});
+    EXPECT_EQ(result.status, 6);
+    EXPECT_EQ(result.out, "");
+    const std::regex message("vqreg: the lock of " + file.path() +
+                             " was not obtained within 0\\.2 s; it is held by process " +
+                             std::to_string(holder.pid()) + " \\(.+\\), for \\d+ s\n");
+    EXPECT_TRUE(std::regex_match(result.err, message)) << result.err;
+    EXPECT_EQ(file.read(), kText);
+}
+
+TEST_F(ExitCode, HolderIsNamedAfterTwoSeconds) {
+    file.write(kText);
+    LockHolder holder(file.path());
+    const auto start = std::chrono::steady_clock::now();
+    vqtest::VqregProcess command({"--file", file.path(), "get", "/", "V"});
+    std::this_thread::sleep_for(std::chrono::milliseconds(3500));
+    const std::string pid = std::to_string(holder.pid());
+    holder.end();
+    const auto result = command.finish();
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.out, "x\n");
+    const std::regex message("vqreg: waiting for the lock of " + file.path() +
+                             ", held by process " + pid + " \\(.+\\), for \\d+ s\n");
+    EXPECT_TRUE(std::regex_match(result.err, message)) << result.err;
+}
+
+// The first session of a process opens the default store too.
+TEST_F(ExitCode, LockOfTheDefaultStoreCountsToo) {
+    file.write(kText);
+    const LockHolder holder("/etc/Velquist.cfg");
+    const auto result = run({"--timeout", "0.2", "get", "/", "V"});
+    EXPECT_EQ(result.status, 6);
+    EXPECT_NE(result.err.find("the lock of /etc/Velquist.cfg"), std::string::npos) << result.err;
+}
+
+TEST_F(ExitCode, InfoDoesNotWait) {
+    file.write(kText);
+    const LockHolder holder(file.path());
+    const auto result = run({"info"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_NE(result.out.find("lock           held by process " + std::to_string(holder.pid())),
+              std::string::npos)
+        << result.out;
+}
+
+TEST_F(ExitCode, WritingFailed) {
+    const std::string path = directoryWith("/mounted");
+    const ReadOnlyDirectory directory(path, kText);
+    EXPECT_EQ(vqtest::runVqreg({"--file", directory.file(), "get", "/", "V"}), prints("x\n"));
+    for (const Arguments& arguments :
+         std::vector<Arguments>{{"set", "K", "V", "1"}, {"mkkey", "K"}, {"rm", "/", "V"}}) {
+        Arguments all = {"--file", directory.file()};
+        all.insert(all.end(), arguments.begin(), arguments.end());
+        EXPECT_EQ(vqtest::runVqreg(all),
+                  fails(7, directory.file() + ": the change could not be written: the directory " +
+                               path + " is on a read-only file system"));
+    }
+    EXPECT_EQ(vqtest::readFile(directory.file()), kText);
+}
+
+TEST_F(ExitCode, ClosedPipeIsQuiet) {
+    std::string text = "[Velquist]\n";
+    for (int i = 0; i < 20000; ++i) {
+        text += "\"value" + std::to_string(i) + "\"=string:x\n";
+    }
+    file.write(text);
+    vqtest::VqregProcess command({"--file", file.path(), "ls"});
+    command.closeOutput();
+    EXPECT_EQ(command.finish(), prints(""));
+}

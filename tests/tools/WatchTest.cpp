@@ -1,0 +1,111 @@
+// vqreg watch.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <csignal>
+
+#include "support/TempStore.h"
+#include "tools/VqregProcess.h"
+
+using vqtest::CommandResult;
+using vqtest::runVqreg;
+using vqtest::TempStore;
+using vqtest::VqregProcess;
+
+namespace {
+
+const std::string kText =
+    "[Velquist]\n"
+    "\"Port\"=dword:00000050\n"
+    "[Velquist/Sub]\n"
+    "\"a\"=string:b\n";
+
+class WatchTest : public testing::Test {
+protected:
+    WatchTest() { store.write(kText); }
+
+    std::vector<std::string> watching(std::vector<std::string> arguments) const {
+        arguments.insert(arguments.begin(), {"--file", store.path(), "watch", "--initial"});
+        return arguments;
+    }
+
+    int change(std::vector<std::string> arguments) const {
+        arguments.insert(arguments.begin(), {"--file", store.path(), "--no-notify"});
+        return runVqreg(arguments).status;
+    }
+
+    TempStore store;
+};
+
+}  // namespace
+
+TEST_F(WatchTest, PrintsEachChange) {
+    VqregProcess watch(watching({}));
+    // From here on nothing is missed.
+    EXPECT_EQ("+ [Velquist] \"Port\"=dword:00000050", watch.line());
+    EXPECT_EQ("+ [Velquist/Sub]", watch.line());
+    EXPECT_EQ("+ [Velquist/Sub] \"a\"=string:b", watch.line());
+    ASSERT_EQ(0, change({"set", "/", "Port", "-t", "dword", "8080"}));
+    EXPECT_EQ("~ [Velquist] \"Port\"=dword:00000050 -> dword:00001F90", watch.line());
+    ASSERT_EQ(0, change({"set", "Sub", "c", "-t", "string", "x"}));
+    EXPECT_EQ("+ [Velquist/Sub] \"c\"=string:x", watch.line());
+    ASSERT_EQ(0, change({"rm", "-f", "Sub", "a"}));
+    EXPECT_EQ("- [Velquist/Sub] \"a\"=string:b", watch.line());
+    ASSERT_EQ(0, change({"mkkey", "New"}));
+    EXPECT_EQ("+ [Velquist/New]", watch.line());
+    ASSERT_EQ(0, change({"rm", "-f", "-r", "Sub"}));
+    EXPECT_EQ("- [Velquist/Sub]", watch.line());
+    EXPECT_EQ("- [Velquist/Sub] \"c\"=string:x", watch.line());
+    watch.signal(SIGTERM);
+    EXPECT_EQ((CommandResult{0, "", ""}), watch.finish());
+}
+
+TEST_F(WatchTest, WatchesOneKeyAndPrintsJson) {
+    VqregProcess watch(watching({"--json", "Sub"}));
+    EXPECT_EQ(
+        "{\"event\":\"created\",\"key\":\"Sub\",\"name\":\"a\",\"new\":{\"type\":\"string\","
+        "\"value\":\"b\"}}",
+        watch.line());
+    ASSERT_EQ(0, change({"set", "/", "Port", "-t", "dword", "1"}));
+    ASSERT_EQ(0, change({"set", "Sub", "a", "-t", "string", "c"}));
+    EXPECT_EQ(
+        "{\"event\":\"changed\",\"key\":\"Sub\",\"name\":\"a\",\"old\":{\"type\":\"string\","
+        "\"value\":\"b\"},\"new\":{\"type\":\"string\",\"value\":\"c\"}}",
+        watch.line());
+    watch.signal(SIGINT);
+    EXPECT_EQ((CommandResult{0, "", ""}), watch.finish());
+}
+
+TEST_F(WatchTest, SeesTheFileWrittenByHand) {
+    VqregProcess watch(watching({"Sub"}));
+    EXPECT_EQ("+ [Velquist/Sub] \"a\"=string:b", watch.line());
+    store.write("[Velquist]\n[Velquist/Sub]\n\"a\"=string:by hand\n");
+    EXPECT_EQ("~ [Velquist/Sub] \"a\"=string:b -> string:by hand", watch.line());
+}
+
+TEST_F(WatchTest, GoesOnAfterAMalformedFile) {
+    VqregProcess watch(watching({"Sub"}));
+    EXPECT_EQ("+ [Velquist/Sub] \"a\"=string:b", watch.line());
+    store.write("bad");
+    store.write("[Velquist]\n[Velquist/Sub]\n\"a\"=string:c\n");
+    EXPECT_EQ("~ [Velquist/Sub] \"a\"=string:b -> string:c", watch.line());
+}
+
+TEST_F(WatchTest, ShowsARemovedFileAsEmpty) {
+    VqregProcess watch(watching({"Sub"}));
+    EXPECT_EQ("+ [Velquist/Sub] \"a\"=string:b", watch.line());
+    ASSERT_EQ(0, ::unlink(store.path().c_str()));
+    EXPECT_EQ("- [Velquist/Sub] \"a\"=string:b", watch.line());
+}
+
+TEST_F(WatchTest, EndsQuietlyWhenNobodyReads) {
+    VqregProcess watch(watching({"Sub"}));
+    EXPECT_EQ("+ [Velquist/Sub] \"a\"=string:b", watch.line());
+    watch.closeOutput();
+    EXPECT_EQ((CommandResult{0, "", ""}), watch.finish());
+}
+
+TEST_F(WatchTest, NeedsAStore) {
+    TempStore other;
+    EXPECT_EQ(3, runVqreg({"--file", other.directory() + "/missing/a.cfg", "watch"}).status);
+}

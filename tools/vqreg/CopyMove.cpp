@@ -1,0 +1,166 @@
+// vqreg cp and mv.
+#include <memory>
+
+#include "tools/vqreg/Commands.h"
+#include "tools/vqreg/ExitCode.h"
+#include "tools/vqreg/Output.h"
+#include "tools/vqreg/Rules.h"
+#include "tools/vqreg/Usage.h"
+
+namespace vqreg {
+
+namespace {
+
+using Path = std::vector<std::string>;
+
+// Two arguments are keys, three or four are about a value.
+struct Options {
+    std::string first;
+    std::string second;
+    std::optional<std::string> third;
+    std::optional<std::string> fourth;
+    bool force = false;
+    bool move = false;
+
+    const char* verb() const { return move ? "move" : "copy"; }
+};
+
+bool isSameOrBelow(const Path& path, const Path& top) {
+    if (path.size() < top.size()) {
+        return false;
+    }
+    for (std::size_t at = 0; at < top.size(); ++at) {
+        if (folded(path[at]) != folded(top[at])) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool isSame(const Path& left, const Path& right) {
+    return left.size() == right.size() && isSameOrBelow(left, right);
+}
+
+void writeTree(StoreSession& store, const Path& path, const Key& key) {
+    store.createKey(path);
+    for (const auto& entry : key.values) {
+        store.set(path, entry.second);
+    }
+    for (const auto& entry : key.keys) {
+        Path childPath = path;
+        childPath.push_back(entry.second.name);
+        writeTree(store, childPath, entry.second);
+    }
+}
+
+void checkPlaces(const Options& options, const Path& from, const Path& to) {
+    if (isSame(from, to) && (!options.move || from == to)) {
+        throw CommandError(eExit::eUsage,
+                           "cannot " + std::string(options.verb()) + " a key to itself");
+    }
+    if (options.move && from.empty()) {
+        throw CommandError(eExit::eUsage, "cannot move the root key");
+    }
+    if (options.move && !isSame(from, to) && isSameOrBelow(to, from)) {
+        throw CommandError(eExit::eUsage, "cannot move a key below itself");
+    }
+}
+
+// One update from the first look on. The whole tree is checked before the first change.
+void copyKey(const Options& options, StoreSession& store, const StoreOptions& storeOptions) {
+    const Path from = splitPath(options.first);
+    const Path to = splitPath(options.second);
+    checkPlaces(options, from, to);
+    store.begin();
+    const auto key = store.load(from);
+    if (!key) {
+        throw CommandError(eExit::eNegative, nameOfKey(from) + " does not exist");
+    }
+    if (!isSame(from, to) && !options.force && store.hasKey(to)) {
+        throw CommandError(eExit::eNegative, nameOfKey(to) + " exists already; -f merges into it");
+    }
+    const auto broken = brokenRulesOfTree(rootName(storeOptions), to, *key);
+    if (!broken.empty()) {
+        throw CommandError(eExit::eWrongKind, broken.front());
+    }
+    if (options.move) {
+        // First, so that a key can be moved to another spelling of its own name.
+        store.removeKey(from);
+    }
+    writeTree(store, to, *key);
+    store.end();
+}
+
+void copyValue(const Options& options, StoreSession& store) {
+    const Path from = splitPath(options.first);
+    const Path to = splitPath(*options.third);
+    const std::string newName = options.fourth.value_or(options.second);
+    const bool isSamePlace = isSame(from, to) && folded(options.second) == folded(newName);
+    if (isSamePlace && (!options.move || options.second == newName)) {
+        throw CommandError(eExit::eUsage,
+                           "cannot " + std::string(options.verb()) + " a value to itself");
+    }
+    store.begin();
+    auto value = store.value(from, options.second);
+    if (!value) {
+        throw CommandError(eExit::eNegative,
+                           fmt::format("the value \"{}\" of {} does not exist",
+                                       printable(options.second), nameOfKey(from)));
+    }
+    if (!isSamePlace && !options.force && store.value(to, newName)) {
+        throw CommandError(eExit::eNegative,
+                           fmt::format("the value \"{}\" of {} exists already; -f replaces it",
+                                       printable(newName), nameOfKey(to)));
+    }
+    value->name = newName;
+    if (const auto broken = brokenRuleOfValue(*value)) {
+        throw CommandError(eExit::eWrongKind, *broken);
+    }
+    if (options.move) {
+        store.removeValue(from, options.second);
+    }
+    store.set(to, *value);
+    store.end();
+}
+
+void copy(const Options& options, Context& context) {
+    StoreSession store(context.store);
+    if (options.third) {
+        copyValue(options, store);
+    } else {
+        copyKey(options, store, context.store);
+    }
+}
+
+void add(CLI::App& app, Context& context, bool move) {
+    const auto options = std::make_shared<Options>();
+    options->move = move;
+    const std::string verb = move ? "Move" : "Copy";
+    CLI::App* const command =
+        app.add_subcommand(move ? "mv" : "cp", verb + " a value, or a key with all below it");
+    setUsage(*command, command->get_name() + " [-f] KEY [NAME] NEWKEY [NEWNAME]");
+    command->add_flag("-f", options->force, "Replace a value, or merge into a key, that exists");
+    command->add_option("KEY", options->first, "Path of the key")->required()->type_name("");
+    command
+        ->add_option("SECOND", options->second,
+                     "With two arguments the path of the new key; else the name of the value")
+        ->required()
+        ->type_name("");
+    command->add_option("NEWKEY", options->third, "Path of the key that the value goes to")
+        ->type_name("");
+    command->add_option("NEWNAME", options->fourth, "New name of the value (default: its old name)")
+        ->type_name("");
+    command->callback([options, &context] { copy(*options, context); });
+}
+
+}  // namespace
+
+void addCp(CLI::App& app, Context& context) {
+    add(app, context, false);
+}
+
+void addMv(CLI::App& app, Context& context) {
+    add(app, context, true);
+}
+
+}  // namespace vqreg

@@ -1,0 +1,125 @@
+#include "tools/vqreg/DataInput.h"
+
+#include <charconv>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+
+#include "tools/vqreg/ExitCode.h"
+#include "tools/vqreg/Output.h"
+
+namespace vqreg {
+
+using VQRegLib::CRegLib;
+
+namespace {
+
+std::optional<std::uint32_t> parseDigits(const char* begin, const char* end, int base) {
+    std::uint32_t number = 0;
+    const auto [stop, error] = std::from_chars(begin, end, number, base);
+    return begin != end && error == std::errc() && stop == end ? std::optional(number)
+                                                               : std::nullopt;
+}
+
+std::optional<unsigned> digitValue(char c) {
+    if (c >= '0' && c <= '9') {
+        return static_cast<unsigned>(c - '0');
+    }
+    if (c >= 'A' && c <= 'F') {
+        return static_cast<unsigned>(c - 'A') + 10;
+    }
+    if (c >= 'a' && c <= 'f') {
+        return static_cast<unsigned>(c - 'a') + 10;
+    }
+    return std::nullopt;
+}
+
+bool isHexNumber(const std::string& text) {
+    return text.starts_with("0x") || text.starts_with("0X");
+}
+
+std::string readAll(std::istream& in, const std::string& name) {
+    std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    if (in.bad()) {
+        throw CommandError(eExit::eUnavailable, name + ": cannot be read");
+    }
+    return bytes;
+}
+
+std::string parseBytes(const std::string& text) {
+    if (text == "-") {
+        return readAll(std::cin, "standard input");
+    }
+    if (text.starts_with('@')) {
+        const std::string name = text.substr(1);
+        std::ifstream in(name, std::ios::binary);
+        // A directory can be opened, but not read from.
+        if (!in || (in.peek(), in.bad())) {
+            throw CommandError(eExit::eUnavailable, name + ": cannot be read");
+        }
+        in.clear();
+        return readAll(in, name);
+    }
+    auto bytes = parseHex(text);
+    if (!bytes) {
+        throw CommandError(eExit::eWrongKind,
+                           fmt::format("binary data must be pairs of hexadecimal digits, @FILE or "
+                                       "-: \"{}\"",
+                                       printable(text)));
+    }
+    return std::move(*bytes);
+}
+
+}  // namespace
+
+CRegLib::eDataType guessType(const std::string& text) {
+    const bool hasLeadingZero = text.size() > 1 && text[0] == '0';
+    const bool isShort = text.size() <= 10;
+    const bool mayBeNumber = isHexNumber(text) ? isShort : !hasLeadingZero;
+    return mayBeNumber && parseNumber(text) ? CRegLib::eDword : CRegLib::eString;
+}
+
+std::optional<std::uint32_t> parseNumber(const std::string& text) {
+    const char* const end = text.data() + text.size();
+    return isHexNumber(text) ? parseDigits(text.data() + 2, end, 16)
+                             : parseDigits(text.data(), end, 10);
+}
+
+std::optional<std::string> parseHex(const std::string& text) {
+    if (text.size() % 2 != 0) {
+        return std::nullopt;
+    }
+    std::string bytes;
+    for (std::size_t at = 0; at < text.size(); at += 2) {
+        const auto high = digitValue(text[at]);
+        const auto low = digitValue(text[at + 1]);
+        if (!high || !low) {
+            return std::nullopt;
+        }
+        bytes += static_cast<char>(*high << 4 | *low);
+    }
+    return bytes;
+}
+
+void parseData(const std::string& text, Value& value) {
+    switch (value.type) {
+        case CRegLib::eDword: {
+            const auto number = parseNumber(text);
+            if (!number) {
+                throw CommandError(eExit::eWrongKind,
+                                   fmt::format("a dword must be a number from 0 to 4294967295, in "
+                                               "decimal or with 0x: \"{}\"",
+                                               printable(text)));
+            }
+            value.number = *number;
+            break;
+        }
+        case CRegLib::eBinary:
+            value.bytes = parseBytes(text);
+            break;
+        default:
+            value.bytes = text;
+    }
+}
+
+}  // namespace vqreg

@@ -1,0 +1,171 @@
+#include "tools/vqreg/Difference.h"
+
+#include "tools/vqreg/JsonText.h"
+#include "tools/vqreg/TextLines.h"
+
+namespace vqreg {
+
+using VQRegLib::CRegLib;
+
+namespace {
+
+using Path = std::vector<std::string>;
+
+// Walks over two maps of one order at the same time; either side may be null.
+template <typename Map, typename Visit>
+void walkBoth(const Map& before, const Map& after, Visit visit) {
+    auto left = before.begin();
+    auto right = after.begin();
+    while (left != before.end() || right != after.end()) {
+        const bool hasLeft =
+            right == after.end() || (left != before.end() && left->first <= right->first);
+        const bool hasRight =
+            left == before.end() || (right != after.end() && right->first <= left->first);
+        visit(hasLeft ? &left->second : nullptr, hasRight ? &right->second : nullptr);
+        left = hasLeft ? std::next(left) : left;
+        right = hasRight ? std::next(right) : right;
+    }
+}
+
+void compare(const Key& before, const Key& after, Path& path, std::vector<Change>& changes) {
+    walkBoth(before.values, after.values, [&](const Value* left, const Value* right) {
+        if (left && right && left->sameData(*right)) {
+            return;
+        }
+        Change change{Change::eKind::eChanged, path, {}, {}};
+        if (left) {
+            change.before = *left;
+        }
+        if (right) {
+            change.after = *right;
+        }
+        change.kind = !left    ? Change::eKind::eCreated
+                      : !right ? Change::eKind::eDeleted
+                               : Change::eKind::eChanged;
+        changes.push_back(std::move(change));
+    });
+    static const Key kNothing;
+    walkBoth(before.keys, after.keys, [&](const Key* left, const Key* right) {
+        path.push_back(left ? left->name : right->name);
+        if (!left) {
+            changes.push_back({Change::eKind::eCreated, path, {}, {}});
+        } else if (!right) {
+            changes.push_back({Change::eKind::eDeleted, path, {}, {}});
+        }
+        compare(left ? *left : kNothing, right ? *right : kNothing, path, changes);
+        path.pop_back();
+    });
+}
+
+std::string keyText(const Path& path) {
+    std::string text;
+    for (const std::string& name : path) {
+        text += text.empty() ? "" : "/";
+        text += name;
+    }
+    return text;
+}
+
+// As in the file, but on one line whatever it holds.
+std::string dataOf(const Value& value) {
+    Value nameless = value;
+    nameless.name.clear();
+    Key key;
+    key.values.emplace("", std::move(nameless));
+    std::string line = composeConfigText(key);  // "\"\"=TYPE:DATA\n"
+    line = line.substr(3, line.size() - 4);
+    return escaped(line);
+}
+
+void findConflicts(const Key& base, const Key& addition, Path& path,
+                   std::vector<std::string>& conflicts) {
+    const auto report = [&](const std::string& name) {
+        conflicts.push_back("[" + escaped(keyText(path)) + "] \"" + escaped(name) + "\"");
+    };
+    for (const auto& [name, value] : addition.values) {
+        if (base.keys.contains(name)) {
+            report(value.name);
+        }
+    }
+    for (const auto& [name, key] : addition.keys) {
+        if (base.values.contains(name)) {
+            report(key.name);
+        }
+        const auto known = base.keys.find(name);
+        if (known != base.keys.end()) {
+            path.push_back(known->second.name);
+            findConflicts(known->second, key, path, conflicts);
+            path.pop_back();
+        }
+    }
+}
+
+}  // namespace
+
+std::vector<Change> difference(const Key& before, const Key& after, const Path& path) {
+    std::vector<Change> changes;
+    Path walked = path;
+    compare(before, after, walked, changes);
+    return changes;
+}
+
+std::string lineOf(const Change& change, const Path& above) {
+    const char sign = change.kind == Change::eKind::eCreated   ? '+'
+                      : change.kind == Change::eKind::eDeleted ? '-'
+                                                               : '~';
+    Path path = above;
+    path.insert(path.end(), change.path.begin(), change.path.end());
+    std::string line = std::string(1, sign) + " [" + escaped(keyText(path)) + "]";
+    if (change.isOfKey()) {
+        return line;
+    }
+    line += " \"" + escaped(change.value().name) + "\"=";
+    if (change.before && change.after) {
+        return line + dataOf(*change.before) + " -> " + dataOf(*change.after);
+    }
+    return line + dataOf(change.value());
+}
+
+nlohmann::ordered_json jsonOf(const Change& change) {
+    nlohmann::ordered_json json;
+    json["event"] = change.kind == Change::eKind::eCreated   ? "created"
+                    : change.kind == Change::eKind::eDeleted ? "deleted"
+                                                             : "changed";
+    json["key"] = change.path.empty() ? "/" : textForJson(keyText(change.path));
+    if (!change.isOfKey()) {
+        json["name"] = textForJson(change.value().name);
+    }
+    if (change.before) {
+        json["old"] = jsonOf(*change.before);
+    }
+    if (change.after) {
+        json["new"] = jsonOf(*change.after);
+    }
+    return json;
+}
+
+Key merged(Key base, const Key& addition) {
+    for (const auto& [name, value] : addition.values) {
+        base.keys.erase(name);
+        base.values[name] = value;
+    }
+    for (const auto& [name, key] : addition.keys) {
+        base.values.erase(name);
+        const auto known = base.keys.find(name);
+        if (known == base.keys.end()) {
+            base.keys.emplace(name, key);
+        } else {
+            known->second = merged(std::move(known->second), key);
+        }
+    }
+    return base;
+}
+
+std::vector<std::string> kindConflicts(const Key& base, const Key& addition, const Path& path) {
+    std::vector<std::string> conflicts;
+    Path walked = path;
+    findConflicts(base, addition, walked, conflicts);
+    return conflicts;
+}
+
+}  // namespace vqreg

@@ -1,0 +1,116 @@
+#include "tools/vqreg/Editor.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+
+#include "tools/vqreg/ExitCode.h"
+#include "tools/vqreg/FileHandle.h"
+
+namespace vqreg {
+
+namespace {
+
+// A variable that is set and not empty.
+const char* variable(const char* name) {
+    const char* const value = std::getenv(name);
+    return value && *value ? value : nullptr;
+}
+
+bool writeAll(int fd, std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t size = ::write(fd, text.data(), text.size());
+        if (size < 0 && errno != EINTR) {
+            return false;
+        }
+        text.remove_prefix(size < 0 ? 0 : static_cast<std::size_t>(size));
+    }
+    return true;
+}
+
+// The keys that end the editor's work are not meant for this process.
+class SignalsIgnored {
+public:
+    SignalsIgnored()
+        : m_interrupt(std::signal(SIGINT, SIG_IGN)), m_quit(std::signal(SIGQUIT, SIG_IGN)) {}
+    ~SignalsIgnored() {
+        std::signal(SIGINT, m_interrupt);
+        std::signal(SIGQUIT, m_quit);
+    }
+    SignalsIgnored(const SignalsIgnored&) = delete;
+    SignalsIgnored& operator=(const SignalsIgnored&) = delete;
+
+private:
+    using Handler = void (*)(int);
+    const Handler m_interrupt;
+    const Handler m_quit;
+};
+
+// As the shell starts it: the variable may hold options too. The editor gets the signals back.
+pid_t start(const char* editor, const std::string& file) {
+    std::string command = std::string(editor) + " \"$1\"";
+    std::string shell = "sh";
+    std::string option = "-c";
+    std::string path = file;
+    char* const arguments[] = {shell.data(), option.data(), command.data(),
+                               shell.data(), path.data(),   nullptr};
+    sigset_t defaults;
+    sigemptyset(&defaults);
+    for (const int signal : {SIGINT, SIGQUIT, SIGPIPE}) {
+        sigaddset(&defaults, signal);
+    }
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    posix_spawnattr_setsigdefault(&attributes, &defaults);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
+    pid_t pid = -1;
+    const int error = posix_spawn(&pid, "/bin/sh", nullptr, &attributes, arguments, environ);
+    posix_spawnattr_destroy(&attributes);
+    if (error != 0) {
+        throw CommandError(eExit::eUnavailable, fmt::format("/bin/sh: {}", std::strerror(error)));
+    }
+    return pid;
+}
+
+}  // namespace
+
+TemporaryText::TemporaryText(std::string_view text) {
+    const char* const directory = variable("TMPDIR");
+    m_path = std::string(directory ? directory : "/tmp") + "/vqreg-XXXXXX.cfg";
+    const FileHandle file(::mkostemps(m_path.data(), 4, O_CLOEXEC));  // with mode 0600
+    if (!file.isOpen() || !writeAll(file.get(), text)) {
+        throw CommandError(eExit::eWriteFailed,
+                           fmt::format("{}: {}", m_path, std::strerror(errno)));
+    }
+}
+
+TemporaryText::~TemporaryText() {
+    if (!m_isKept) {
+        ::unlink(m_path.c_str());
+    }
+}
+
+void runEditor(const std::string& file) {
+    const char* const visual = variable("VISUAL");
+    const char* const usual = variable("EDITOR");
+    const char* const editor = visual ? visual : usual ? usual : "vi";
+    const SignalsIgnored ignored;
+    const pid_t pid = start(editor, file);
+    int status = 0;
+    while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+    }
+    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+        throw CommandError(eExit::eUnavailable,
+                           fmt::format("the editor \"{}\" failed with status {}", editor,
+                                       WIFEXITED(status) ? WEXITSTATUS(status) : WTERMSIG(status)));
+    }
+}
+
+}  // namespace vqreg

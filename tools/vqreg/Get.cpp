@@ -1,0 +1,79 @@
+// vqreg get: prints one value.
+#include <memory>
+
+#include "tools/vqreg/Commands.h"
+#include "tools/vqreg/ExitCode.h"
+#include "tools/vqreg/JsonText.h"
+#include "tools/vqreg/Output.h"
+
+namespace vqreg {
+
+namespace {
+
+struct Options {
+    std::string key;
+    std::string name;
+    bool type = false;
+    bool raw = false;
+    bool json = false;
+    bool zero = false;
+    std::optional<std::string> fallback;
+};
+
+void print(const Value& value, const Options& options) {
+    Output& output = Output::standard();
+    if (options.json) {
+        output.json(jsonOf(value));
+    } else if (options.type) {
+        output.line(typeName(value.type), options.zero ? '\0' : '\n');
+    } else if (options.raw) {
+        output.write(value.type == VQRegLib::CRegLib::eBinary ? value.bytes : dataText(value));
+    } else {
+        output.line(dataText(value), options.zero ? '\0' : '\n');
+    }
+}
+
+void get(const Options& options, Context& context) {
+    StoreSession store(context.store);
+    const std::vector<std::string> path = splitPath(options.key);
+    if (const auto value = store.value(path, options.name)) {
+        print(*value, options);
+        return;
+    }
+    if (options.fallback) {
+        Value value;
+        value.type = VQRegLib::CRegLib::eString;
+        value.bytes = *options.fallback;
+        print(value, options);
+        return;
+    }
+    const std::string key = nameOfKey(path);
+    throw CommandError(eExit::eNegative,
+                       store.hasKey(path)
+                           ? fmt::format("{} has no value \"{}\"", key, printable(options.name))
+                           : key + " does not exist");
+}
+
+}  // namespace
+
+void addGet(CLI::App& app, Context& context) {
+    const auto options = std::make_shared<Options>();
+    CLI::App* const command = app.add_subcommand("get", "Print a value");
+    CLI::Option* const type =
+        command->add_flag("--type", options->type, "Print the type instead of the data");
+    command
+        ->add_flag("--raw", options->raw,
+                   "Print the data as they are, without a line end; binary data as bytes")
+        ->excludes(type);
+    command
+        ->add_option("--default", options->fallback,
+                     "What to print when the key or the value does not exist")
+        ->type_name("V");
+    command->add_flag("--json", options->json, "Print type and data as JSON");
+    command->add_flag("-0", options->zero, "End the line with a NUL");
+    command->add_option("KEY", options->key, "Path of the key")->required()->type_name("");
+    command->add_option("NAME", options->name, "Name of the value")->required()->type_name("");
+    command->callback([options, &context] { get(*options, context); });
+}
+
+}  // namespace vqreg

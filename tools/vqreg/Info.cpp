@@ -1,0 +1,136 @@
+// vqreg info: where the store is and how it is.
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <memory>
+
+#include "tools/vqreg/Commands.h"
+#include "tools/vqreg/ConfigText.h"
+#include "tools/vqreg/ExitCode.h"
+#include "tools/vqreg/FileFacts.h"
+#include "tools/vqreg/LockInfo.h"
+#include "tools/vqreg/Output.h"
+#include "tools/vqreg/StoreFault.h"
+
+namespace vqreg {
+
+namespace {
+
+struct Facts {
+    std::string file;
+    std::string why;
+    struct stat status {};
+    std::optional<struct stat> backup;
+    Count count;
+    std::optional<std::uint64_t> stamp;
+    std::optional<LockHolder> holder;
+    std::size_t alive = 0;
+    std::size_t stale = 0;
+    std::optional<Finding> fault;
+};
+
+std::string reasonFor(const StoreOptions& options, const std::string& file) {
+    if (options.file) {
+        return "given with --file";
+    }
+    return file.starts_with("/velquist/") ? "default, /velquist/etc exists"
+                                          : "default, /velquist/etc does not exist";
+}
+
+// The library is not asked: it would wait for the lock, and what stands in the way is what a person
+// may want to know.
+Facts gather(const StoreOptions& options) {
+    Facts facts;
+    facts.file = storeFile(options);
+    facts.why = reasonFor(options, facts.file);
+    const ConfigText config = parseConfigText(readStoreFile(facts.file, rootName(options)));
+    facts.count = countBelow(config.top);
+    const auto fault = std::find_if(config.findings.begin(), config.findings.end(),
+                                    [](const Finding& finding) { return finding.isError; });
+    if (fault != config.findings.end()) {
+        facts.fault = *fault;
+    }
+    ::stat(facts.file.c_str(), &facts.status);
+    struct stat backup {};
+    if (::stat((facts.file + ".bak").c_str(), &backup) == 0) {
+        facts.backup = backup;
+    }
+    facts.stamp = changeStamp(facts.file);
+    facts.holder = lockHolder(facts.file);
+    for (const NotificationSemaphore& semaphore : notificationSemaphores()) {
+        ++(semaphore.isAlive ? facts.alive : facts.stale);
+    }
+    return facts;
+}
+
+void printText(const Facts& facts) {
+    Output& output = Output::standard();
+    const auto line = [&](std::string_view name, const std::string& text) {
+        std::string padded(name);
+        padded.append(15 - name.size(), ' ');
+        output.line(output.styled(eStyle::eName, padded) + text);
+    };
+    line("file", printable(facts.file));
+    line("why", facts.why);
+    line("owner", userName(facts.status.st_uid) + ":" + groupName(facts.status.st_gid));
+    line("mode", modeText(facts.status.st_mode));
+    line("size", fmt::format("{} bytes", facts.status.st_size));
+    line("modified", localTime(facts.status.st_mtime));
+    line("backup", facts.backup
+                       ? fmt::format("{}.bak, {} bytes, {}", printable(facts.file),
+                                     facts.backup->st_size, localTime(facts.backup->st_mtime))
+                       : "none");
+    line("keys", std::to_string(facts.count.keys));
+    line("values", std::to_string(facts.count.values));
+    line("change stamp", facts.stamp ? std::to_string(*facts.stamp) : "none");
+    line("lock", facts.holder ? "held by " + facts.holder->text() : "free");
+    line("notification", fmt::format("{} alive, {} stale", facts.alive, facts.stale));
+}
+
+void printJson(const Facts& facts) {
+    Json json{{"file", facts.file},
+              {"why", facts.why},
+              {"owner", userName(facts.status.st_uid)},
+              {"group", groupName(facts.status.st_gid)},
+              {"mode", modeText(facts.status.st_mode)},
+              {"size", facts.status.st_size},
+              {"modified", facts.status.st_mtime}};
+    json["backup"] = nullptr;
+    if (facts.backup) {
+        json["backup"] = Json{{"file", facts.file + ".bak"},
+                              {"size", facts.backup->st_size},
+                              {"modified", facts.backup->st_mtime}};
+    }
+    json["keys"] = facts.count.keys;
+    json["values"] = facts.count.values;
+    json["stamp"] = facts.stamp ? Json(*facts.stamp) : Json(nullptr);
+    json["lock"] = nullptr;
+    if (facts.holder) {
+        json["lock"] = Json{{"pid", facts.holder->pid}, {"since", facts.holder->since}};
+    }
+    json["semaphores"] = Json{{"alive", facts.alive}, {"stale", facts.stale}};
+    Output::standard().json(json);
+}
+
+void info(bool json, const Context& context) {
+    const Facts facts = gather(context.store);
+    if (json) {
+        printJson(facts);
+    } else {
+        printText(facts);
+    }
+    if (facts.fault) {
+        throw CommandError(eExit::eMalformed, format(facts.file, *facts.fault));
+    }
+}
+
+}  // namespace
+
+void addInfo(CLI::App& app, Context& context) {
+    const auto json = std::make_shared<bool>(false);
+    CLI::App* const command = app.add_subcommand("info", "Tell where the store is and how it is");
+    command->add_flag("--json", *json, "As JSON; times are seconds since 1970");
+    command->callback([json, &context] { info(*json, context); });
+}
+
+}  // namespace vqreg

@@ -1,0 +1,42 @@
+// What the objects in /dev/shm tell about a store: who holds its lock, when it changed, and who
+// listens for changes. They are only read; the layout is the one that portable/README.md documents.
+#ifndef TOOLS_VQREG_LOCKINFO_H
+#define TOOLS_VQREG_LOCKINFO_H
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace vqreg {
+
+// The path of the object of this kind that stands for a file.
+std::string sharedObjectPath(const std::string& kind, const std::string& file);
+
+std::string lockObjectPath(const std::string& file);
+
+struct LockHolder {
+    std::int32_t pid = 0;
+    std::int64_t since = 0;  // seconds since the epoch
+
+    std::string text() const;  // "process 4711 (agent), for 12 s"
+};
+
+// None when nobody holds the lock, or nobody has made it yet.
+std::optional<LockHolder> lockHolder(const std::string& file);
+
+// The time of the last change that the processes agree on, in nanoseconds; none without an object.
+std::optional<std::uint64_t> changeStamp(const std::string& file);
+
+struct NotificationSemaphore {
+    std::string name;      // of its file in /dev/shm
+    bool isAlive = false;  // a process owns it
+};
+
+std::vector<NotificationSemaphore> notificationSemaphores();
+
+}  // namespace vqreg
+
+#endif  // TOOLS_VQREG_LOCKINFO_H

@@ -1,0 +1,51 @@
+// The inside of a StoreSession.
+#ifndef TOOLS_VQREG_STOREIMPL_H
+#define TOOLS_VQREG_STOREIMPL_H
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tools/vqreg/StoreSession.h"
+
+namespace vqreg {
+
+using Path = std::vector<std::string>;
+
+struct StoreSession::Impl {
+    StoreOptions options;
+    std::string file;
+    std::string root;
+    std::unique_ptr<VQRegLib::CRegLib> session;
+    VQRegLib::CRegKey top;  // an empty handle: the top of the file
+    int depth = 0;
+    bool isPending = false;  // the update has changes
+    bool isChanged = false;  // the file has changed, and nobody has been told
+
+    void open();
+    void begin();
+    void beginChange();  // of something
+    void end();
+
+    // Throws for a code that is a failure.
+    void check(int code) const;
+
+    // What the lengths of key lines are counted from.
+    std::string ruleRoot() const { return options.wholeFile ? std::string() : root; }
+
+    VQRegLib::CRegKey& start() { return options.wholeFile ? top : *session->RootKey(); }
+    VQRegLib::CRegKey* walk(const Path& path, VQRegLib::CRegKey& key, bool create);
+    VQRegLib::CRegKey* step(VQRegLib::CRegKey& from, const Path& path, std::size_t at,
+                            VQRegLib::CRegKey& key, bool create);
+
+    std::vector<Value> valueNames(VQRegLib::CRegKey& key);
+    std::vector<std::string> keyNames(VQRegLib::CRegKey& key);
+    int query(VQRegLib::CRegKey& key, Value& value);
+    void read(VQRegLib::CRegKey& key, const Path& path, Key& into, int depthLeft);
+    void write(VQRegLib::CRegKey& key, const Path& path, const Value& value);
+    void removeBelow(VQRegLib::CRegKey& key, const Path& path);
+};
+
+}  // namespace vqreg
+
+#endif  // TOOLS_VQREG_STOREIMPL_H

@@ -1,0 +1,70 @@
+// Where a store is, and where something is in it.
+#include <sys/stat.h>
+
+#include <filesystem>
+
+#include "tools/vqreg/ExitCode.h"
+#include "tools/vqreg/Output.h"
+#include "tools/vqreg/StoreSession.h"
+
+namespace vqreg {
+
+namespace {
+
+constexpr char kPreferredDirectory[] = "/velquist/etc";
+constexpr char kPreferredFile[] = "/velquist/etc/Velquist.cfg";
+constexpr char kUsualFile[] = "/etc/Velquist.cfg";
+
+}  // namespace
+
+std::string rootName(const StoreOptions& options) {
+    return options.root.value_or("Velquist");
+}
+
+std::string storeFile(const StoreOptions& options) {
+    if (!options.file) {
+        struct stat status {};
+        return ::stat(kPreferredDirectory, &status) == 0 ? kPreferredFile : kUsualFile;
+    }
+    if (options.file->empty()) {
+        throw CommandError(eExit::eUsage, "--file needs the path of a file");
+    }
+    return std::filesystem::absolute(*options.file).string();
+}
+
+std::vector<std::string> splitPath(const std::string& path) {
+    if (path == "/" || path == ".") {
+        return {};
+    }
+    std::vector<std::string> names;
+    std::size_t begin = path.starts_with('/') ? 1 : 0;
+    for (;;) {
+        const std::size_t end = path.find('/', begin);
+        names.push_back(path.substr(begin, end - begin));
+        if (end == std::string::npos) {
+            return names;
+        }
+        begin = end + 1;
+    }
+}
+
+std::string joinPath(const std::vector<std::string>& names) {
+    if (names.empty()) {
+        return "/";
+    }
+    std::string path;
+    for (const std::string& name : names) {
+        if (&name != &names.front()) {
+            path += '/';
+        }
+        path += name;
+    }
+    // What would not be read back as these names without a slash in front.
+    return path.empty() || path == "." || path.front() == '/' ? "/" + path : path;
+}
+
+std::string nameOfKey(const std::vector<std::string>& path) {
+    return path.empty() ? "the root key" : "the key \"" + printable(joinPath(path)) + '"';
+}
+
+}  // namespace vqreg

@@ -1,0 +1,80 @@
+# bash completion for vqreg: commands, options, and the keys and value names of the chosen store.
+
+_vqreg_names() {
+    local IFS=$'\n'
+    "${words[0]}" "${store[@]}" complete "$@" 2>/dev/null
+}
+
+# Names may hold blanks and other characters that the shell would take apart.
+_vqreg_offer() {
+    local name
+    while IFS= read -r name; do
+        COMPREPLY+=("$(printf '%q' "$name")")
+    done
+}
+
+_vqreg() {
+    local cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD-1]}
+    local words=("${COMP_WORDS[@]}") store=() arguments=() command='' at
+    local commands='get set rm mkkey ls tree cp mv export import diff watch check edit notify info
+                    restore clean'
+    COMPREPLY=()
+    for ((at = 1; at < COMP_CWORD; ++at)); do
+        case ${words[at]} in
+            --file | --root)
+                # "--file=X" arrives as three words.
+                local option=${words[at]}
+                [[ ${words[at + 1]} != = ]] || ((++at))
+                store+=("$option" "${words[at + 1]/#\~\//$HOME/}")
+                ((++at)) ;;
+            --timeout | --color | --default | -t | --type | -L)
+                # get has a --type without a word behind it.
+                [[ $command == get && ${words[at]} == --type ]] || ((++at)) ;;
+            -*) ;;
+            *)
+                if [[ -z $command ]]; then
+                    command=${words[at]}
+                else
+                    # As the shell would read the word: without its quotes and backslashes.
+                    arguments+=("$(printf '%s' "${words[at]}" | sed -e 's/\\\(.\)/\1/g' \
+                        -e 's/^["'\'']//' -e 's/["'\'']$//')")
+                fi ;;
+        esac
+    done
+    [[ $prev != = ]] || prev=${COMP_WORDS[COMP_CWORD-2]}
+    case $prev in
+        --file) mapfile -t COMPREPLY < <(compgen -f -- "$cur"); return ;;
+        --color) mapfile -t COMPREPLY < <(compgen -W 'auto always never' -- "$cur"); return ;;
+        --root | --timeout | --default | -L) return ;;
+        -t | --type)
+            if [[ $command == set ]]; then
+                mapfile -t COMPREPLY < <(compgen -W 'string dword binary' -- "$cur")
+                return
+            fi ;;
+    esac
+    if [[ $cur == -* ]]; then
+        mapfile -t COMPREPLY < <(compgen -W \
+            "$("${words[0]}" $command --help 2>/dev/null | grep -oE -- '(^|[ ,])--?[a-zA-Z0-9][a-z-]*' \
+                | tr -d ' ,') --file --root --timeout --no-notify --color" -- "$cur")
+        return
+    fi
+    if [[ -z $command ]]; then
+        mapfile -t COMPREPLY < <(compgen -W "$commands" -- "$cur")
+        return
+    fi
+    local plain=${cur//\\/}
+    case $command:${#arguments[@]} in
+        import:0 | check:0 | diff:[01]) mapfile -t COMPREPLY < <(compgen -f -- "$cur") ;;
+        get:0 | set:0 | rm:0 | mkkey:0 | ls:0 | tree:0 | export:0 | watch:0 | edit:0 | cp:0 | mv:0)
+            _vqreg_offer < <(_vqreg_names keys "$plain") ;;
+        get:1 | set:1 | rm:1)
+            _vqreg_offer < <(_vqreg_names values "${arguments[0]}" "$plain") ;;
+        cp:1 | mv:1)
+            _vqreg_offer < <(_vqreg_names keys "$plain"
+                             _vqreg_names values "${arguments[0]}" "$plain") ;;
+        cp:2 | mv:2) _vqreg_offer < <(_vqreg_names keys "$plain") ;;
+        cp:3 | mv:3) _vqreg_offer < <(_vqreg_names values "${arguments[2]}" "$plain") ;;
+    esac
+}
+
+complete -F _vqreg vqreg
