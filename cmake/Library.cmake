@@ -8,8 +8,8 @@ add_library(vqreg_objects OBJECT ${VQREGLIB_SOURCES})
 set_target_properties(vqreg_objects PROPERTIES POSITION_INDEPENDENT_CODE ON)
 target_include_directories(vqreg_objects PUBLIC ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include)
 target_compile_definitions(vqreg_objects PRIVATE VQREGLIB_VERSION="${PROJECT_VERSION}")
-target_link_libraries(vqreg_objects PUBLIC Threads::Threads vqreg_sanitizers
-                      PRIVATE vqreg_warnings)
+target_link_libraries(vqreg_objects PUBLIC Threads::Threads vqreg_sanitizer_runtime
+                      PRIVATE vqreg_warnings vqreg_sanitizers)
 
 add_library(VQRegLib SHARED)
 add_library(VQRegLib::VQRegLib ALIAS VQRegLib)
