@@ -320,8 +320,9 @@ public:
     /// once. Updates nest, and the outermost one counts. A process that dies in an update has
     /// changed nothing.
     ///
-    /// End the update in the thread that began it, before the session is closed; `CRegUpdate` does
-    /// that for a scope.
+    /// End the update in the thread that began it; `CRegUpdate` does that for a scope. Open and
+    /// close no sessions in an update, this one included: another thread that is opening one may be
+    /// waiting for the update while the update waits for it.
     /// @return `REGLIB_OK`; the common codes of a read: the update has not begun then
     int VQRegBeginUpdate();
 

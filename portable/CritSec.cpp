@@ -3,20 +3,11 @@
 namespace VQRegLib {
 
 CPCritSec::CPCritSec(const char* name, int flag) : m_mutex{}, m_pszName(name), m_nFlag(flag) {
-    initialise();
-}
-
-void CPCritSec::initialise() {
     pthread_mutexattr_t attributes;
     pthread_mutexattr_init(&attributes);
     pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);
     pthread_mutex_init(&m_mutex, &attributes);
     pthread_mutexattr_destroy(&attributes);
-    m_nDepth = 0;
-}
-
-void CPCritSec::resetInChild() {
-    initialise();
 }
 
 bool CPCritSec::tryEnter(int location) {

@@ -22,12 +22,7 @@ public:
     // Enters if that needs no waiting.
     bool tryEnter(int location);
 
-    // In a child of fork: free again, whoever was inside in the parent.
-    void resetInChild();
-
 private:
-    void initialise();
-
     pthread_mutex_t m_mutex;
     [[maybe_unused]] const char* m_pszName;
     [[maybe_unused]] int m_nFlag;

@@ -18,6 +18,8 @@ CRegLibImplDirectory* g_preglibImplDirectory = nullptr;
 
 namespace {
 
+constexpr char kLockName[] = "CRegLibImplDirectory";
+
 enum eLocation : int { eAcquire = 1, eRelease = 2, eFork = 3 };
 
 class CGlobalsGuard {
@@ -45,7 +47,7 @@ CRegLibImplDirectory* get_reglibImplDirectory() {
     return g_preglibImplDirectory;
 }
 
-CRegLibImplDirectory::CRegLibImplDirectory() : m_pLock(new CPCritSec("CRegLibImplDirectory", 1)) {}
+CRegLibImplDirectory::CRegLibImplDirectory() : m_pLock(new CPCritSec(kLockName, 1)) {}
 
 namespace {
 
@@ -76,7 +78,8 @@ void CRegLibImplDirectory::afterForkInParent() {
 
 void CRegLibImplDirectory::afterForkInChild() {
     t_holdsLockForFork = false;
-    g_preglibImplDirectory->m_pLock->resetInChild();
+    // The old one belongs to a thread of the parent for good, by its thread id.
+    g_preglibImplDirectory->m_pLock = new CPCritSec(kLockName, 1);
 }
 
 CRegLibImplDirectory::~CRegLibImplDirectory() {
