@@ -53,7 +53,7 @@ public:
 private:
     int m_nError = 0;        // before the state, whose making sets it
     CPMutexState* m_pState;  // shared by the process, never freed
-    int m_nWaits = 0;  // through this object and not yet released; changed by the holder only
+    int m_nWaits = 0;        // through this object and not yet released; changed by the holder only
 };
 
 }  // namespace VQRegLib
