@@ -29,12 +29,13 @@ set(CPACK_DEBIAN_LIBRARY_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/cmake/packaging/triggers)
 set(CPACK_COMPONENT_LIBRARY_DESCRIPTION
     "One configuration store for the processes of a machine, shared library
- Programs open keys by path and set, query, enumerate and delete typed values
- in one text file. Every process sees every change at its next call.
- .
- This package contains the shared library.")
+Programs open keys by path and set, query, enumerate and delete typed values
+in one text file. Every process sees every change at its next call.
+
+This package contains the shared library.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libvqreglib-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
@@ -42,20 +43,20 @@ set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
     "${library_package} (= ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})")
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
     "One configuration store for the processes of a machine, development files
- Programs open keys by path and set, query, enumerate and delete typed values
- in one text file. Every process sees every change at its next call.
- .
- This package contains the header, the CMake package, the pkg-config file and
- the manual pages.")
+Programs open keys by path and set, query, enumerate and delete typed values
+in one text file. Every process sees every change at its next call.
+
+This package contains the header, the CMake package, the pkg-config file and
+the manual pages.")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME vqreg)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION admin)
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION
     "One configuration store for the processes of a machine, command
- Reads, changes, checks, compares and watches the stores of programs that use
- the VQRegLib library.
- .
- This package contains the command, its manual page and shell completions.")
+Reads, changes, checks, compares and watches the stores of programs that use
+the VQRegLib library.
+
+This package contains the command, its manual page and shell completions.")
 
 # Every package has its copyright and its changelog.
 set(doc ${PROJECT_BINARY_DIR}/packaging)
