@@ -78,8 +78,11 @@ void CRegLibImplDirectory::afterForkInParent() {
 
 void CRegLibImplDirectory::afterForkInChild() {
     t_holdsLockForFork = false;
-    // The old one belongs to a thread of the parent for good, by its thread id.
-    g_preglibImplDirectory->m_pLock = new CPCritSec(kLockName, 1);
+    // The old one belongs to a thread of the parent for good, by its thread id; a held lock can be
+    // neither left from here nor destroyed, so it stays as it is.
+    CRegLibImplDirectory& directory = *g_preglibImplDirectory;
+    directory.m_inheritedLocks.push_front(directory.m_pLock);
+    directory.m_pLock = new CPCritSec(kLockName, 1);
 }
 
 CRegLibImplDirectory::~CRegLibImplDirectory() {

@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <forward_list>
 #include <map>
 #include <string>
 
@@ -56,6 +57,7 @@ private:
     void wakeWatchers();
 
     CPCritSec* m_pLock;
+    std::forward_list<CPCritSec*> m_inheritedLocks;  // of the processes that forked this one
     std::map<std::string, CRegLibImpl*> m_mapInstances;
     std::atomic<CPSemaphore*> m_pNotificationSemaphore{nullptr};
     std::atomic<std::uint32_t> m_stopRequested{0};
