@@ -22,7 +22,7 @@ namespace fs = std::filesystem;
 // A younger file may belong to a change that is being written.
 constexpr std::time_t kYoungest = 60;
 
-struct Options {
+struct CleanOptions {
     bool dryRun = false;
     bool json = false;
     bool zero = false;
@@ -71,7 +71,7 @@ std::vector<std::string> leftovers(const std::string& file) {
     return found;
 }
 
-void clean(const Options& options, Context& context) {
+void clean(const CleanOptions& options, Context& context) {
     std::vector<std::string> removed;
     std::optional<CommandError> failure;
     for (const std::string& path : leftovers(storeFile(context.store))) {
@@ -100,7 +100,7 @@ void clean(const Options& options, Context& context) {
 }  // namespace
 
 void addClean(CLI::App& app, Context& context) {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<CleanOptions>();
     CLI::App* const command = app.add_subcommand(
         "clean", "Remove temporary files that killed processes left beside the file");
     command->add_flag("-n,--dry-run", options->dryRun, "Only list them");

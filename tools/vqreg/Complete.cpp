@@ -12,7 +12,7 @@ namespace vqreg {
 
 namespace {
 
-struct Options {
+struct CompleteOptions {
     std::string what;
     std::string first;
     std::string second;
@@ -31,7 +31,7 @@ void printKeys(const Key& key, const std::string& path, const std::string& prefi
 
 // The file is read without the store's lock and without the library: a person who presses a key
 // shall not wait, and shall see no message.
-void complete(const Options& options, const Context& context) {
+void complete(const CompleteOptions& options, const Context& context) {
     std::ifstream in(storeFile(context.store), std::ios::binary);
     const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     const ConfigText config = parseConfigText(text);
@@ -55,7 +55,7 @@ void complete(const Options& options, const Context& context) {
 }  // namespace
 
 void addComplete(CLI::App& app, Context& context) {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<CompleteOptions>();
     CLI::App* const command = app.add_subcommand("complete", "Names for the completion of a shell");
     command->group("");
     command->add_option("WHAT", options->what, "keys or values")

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "tools/vqreg/ConfigReader.h"
+#include "tools/vqreg/HexDigits.h"
 
 namespace vqreg {
 
@@ -10,26 +11,20 @@ using VQRegLib::CRegLib;
 
 namespace {
 
-constexpr char kDigits[] = "0123456789ABCDEF";
-
 void composeValue(const Value& value, std::string& text) {
     text += '"';
     text += value.name;
     if (value.type == CRegLib::eDword) {
         text += "\"=dword:";
-        for (int shift = 28; shift >= 0; shift -= 4) {
-            text += kDigits[(value.number >> shift) & 15];
+        for (int shift = 24; shift >= 0; shift -= 8) {
+            appendHex(text, static_cast<unsigned char>(value.number >> shift));
         }
     } else if (value.type == CRegLib::eString) {
         text += "\"=string:";
         text += value.bytes;
     } else {
         text += "\"=binary:";
-        for (const char c : value.bytes) {
-            const auto byte = static_cast<unsigned char>(c);
-            text += kDigits[byte >> 4];
-            text += kDigits[byte & 15];
-        }
+        text += hexText(value.bytes);
     }
     text += '\n';
 }

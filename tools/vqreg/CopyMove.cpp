@@ -14,7 +14,7 @@ namespace {
 using Path = std::vector<std::string>;
 
 // Two arguments are keys, three or four are about a value.
-struct Options {
+struct CopyMoveOptions {
     std::string first;
     std::string second;
     std::optional<std::string> third;
@@ -53,7 +53,7 @@ void writeTree(StoreSession& store, const Path& path, const Key& key) {
     }
 }
 
-void checkPlaces(const Options& options, const Path& from, const Path& to) {
+void checkPlaces(const CopyMoveOptions& options, const Path& from, const Path& to) {
     if (isSame(from, to) && (!options.move || from == to)) {
         throw CommandError(eExit::eUsage,
                            "cannot " + std::string(options.verb()) + " a key to itself");
@@ -67,7 +67,8 @@ void checkPlaces(const Options& options, const Path& from, const Path& to) {
 }
 
 // One update from the first look on. The whole tree is checked before the first change.
-void copyKey(const Options& options, StoreSession& store, const StoreOptions& storeOptions) {
+void copyKey(const CopyMoveOptions& options, StoreSession& store,
+             const StoreOptions& storeOptions) {
     const Path from = splitPath(options.first);
     const Path to = splitPath(options.second);
     checkPlaces(options, from, to);
@@ -91,7 +92,7 @@ void copyKey(const Options& options, StoreSession& store, const StoreOptions& st
     store.end();
 }
 
-void copyValue(const Options& options, StoreSession& store) {
+void copyValue(const CopyMoveOptions& options, StoreSession& store) {
     const Path from = splitPath(options.first);
     const Path to = splitPath(*options.third);
     const std::string newName = options.fourth.value_or(options.second);
@@ -123,7 +124,7 @@ void copyValue(const Options& options, StoreSession& store) {
     store.end();
 }
 
-void copy(const Options& options, Context& context) {
+void copy(const CopyMoveOptions& options, Context& context) {
     StoreSession store(context.store);
     if (options.third) {
         copyValue(options, store);
@@ -133,7 +134,7 @@ void copy(const Options& options, Context& context) {
 }
 
 void add(CLI::App& app, Context& context, bool move) {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<CopyMoveOptions>();
     options->move = move;
     const std::string verb = move ? "Move" : "Copy";
     CLI::App* const command =

@@ -6,6 +6,7 @@
 #include <iterator>
 
 #include "tools/vqreg/ExitCode.h"
+#include "tools/vqreg/HexDigits.h"
 #include "tools/vqreg/Output.h"
 
 namespace vqreg {
@@ -19,19 +20,6 @@ std::optional<std::uint32_t> parseDigits(const char* begin, const char* end, int
     const auto [stop, error] = std::from_chars(begin, end, number, base);
     return begin != end && error == std::errc() && stop == end ? std::optional(number)
                                                                : std::nullopt;
-}
-
-std::optional<unsigned> digitValue(char c) {
-    if (c >= '0' && c <= '9') {
-        return static_cast<unsigned>(c - '0');
-    }
-    if (c >= 'A' && c <= 'F') {
-        return static_cast<unsigned>(c - 'A') + 10;
-    }
-    if (c >= 'a' && c <= 'f') {
-        return static_cast<unsigned>(c - 'a') + 10;
-    }
-    return std::nullopt;
 }
 
 bool isHexNumber(const std::string& text) {
@@ -91,8 +79,8 @@ std::optional<std::string> parseHex(const std::string& text) {
     }
     std::string bytes;
     for (std::size_t at = 0; at < text.size(); at += 2) {
-        const auto high = digitValue(text[at]);
-        const auto low = digitValue(text[at + 1]);
+        const auto high = hexDigitValue(text[at]);
+        const auto low = hexDigitValue(text[at + 1]);
         if (!high || !low) {
             return std::nullopt;
         }

@@ -10,7 +10,7 @@ namespace vqreg {
 
 namespace {
 
-struct Options {
+struct GetOptions {
     std::string key;
     std::string name;
     bool type = false;
@@ -20,7 +20,7 @@ struct Options {
     std::optional<std::string> fallback;
 };
 
-void print(const Value& value, const Options& options) {
+void print(const Value& value, const GetOptions& options) {
     Output& output = Output::standard();
     if (options.json) {
         output.json(jsonOf(value));
@@ -33,7 +33,7 @@ void print(const Value& value, const Options& options) {
     }
 }
 
-void get(const Options& options, Context& context) {
+void get(const GetOptions& options, Context& context) {
     StoreSession store(context.store);
     const std::vector<std::string> path = splitPath(options.key);
     if (const auto value = store.value(path, options.name)) {
@@ -57,7 +57,7 @@ void get(const Options& options, Context& context) {
 }  // namespace
 
 void addGet(CLI::App& app, Context& context) {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<GetOptions>();
     CLI::App* const command = app.add_subcommand("get", "Print a value");
     CLI::Option* const type =
         command->add_flag("--type", options->type, "Print the type instead of the data");

@@ -4,6 +4,7 @@
 #include <cctype>
 #include <iterator>
 
+#include "tools/vqreg/HexDigits.h"
 #include "tools/vqreg/JsonReader.h"
 
 namespace vqreg {
@@ -15,18 +16,6 @@ namespace {
 
 constexpr std::string_view kHexPrefix = "hex:/";
 
-std::string digitsOf(std::string_view bytes) {
-    constexpr char kDigits[] = "0123456789ABCDEF";
-    std::string digits;
-    digits.reserve(2 * bytes.size());
-    for (const char c : bytes) {
-        const auto byte = static_cast<unsigned char>(c);
-        digits += kDigits[byte >> 4];
-        digits += kDigits[byte & 15];
-    }
-    return digits;
-}
-
 bool isUtf8(std::string_view text) {
     try {
         static_cast<void>(Json(std::string(text)).dump());
@@ -36,7 +25,7 @@ bool isUtf8(std::string_view text) {
     }
 }
 
-std::string quoted(const std::string& text) {
+std::string jsonString(const std::string& text) {
     return Json(textForJson(text)).dump();
 }
 
@@ -49,7 +38,7 @@ void writeObject(const char* name, const Map& map, const std::string& indent, st
     text += indent + "\"" + name + "\": {";
     const char* separator = "\n";
     for (const auto& entry : map) {
-        text += separator + indent + "  " + quoted(entry.second.name) + ": ";
+        text += separator + indent + "  " + jsonString(entry.second.name) + ": ";
         write(entry.second);
         separator = ",\n";
     }
@@ -86,7 +75,7 @@ std::string textForJson(std::string_view text) {
     if (isUtf8(text) && !text.starts_with(kHexPrefix)) {
         return std::string(text);
     }
-    return std::string(kHexPrefix) + digitsOf(text);
+    return std::string(kHexPrefix) + hexText(text);
 }
 
 std::optional<std::string> textFromJson(std::string_view text) {
@@ -101,7 +90,7 @@ Json jsonOf(const Value& value) {
         case CRegLib::eDword:
             return {{"type", "dword"}, {"value", value.number}};
         case CRegLib::eBinary:
-            return {{"type", "binary"}, {"value", digitsOf(value.bytes)}};
+            return {{"type", "binary"}, {"value", hexText(value.bytes)}};
         default:
             return {{"type", "string"}, {"value", textForJson(value.bytes)}};
     }
@@ -109,8 +98,8 @@ Json jsonOf(const Value& value) {
 
 std::string composeJsonText(const Key& key, const std::string& path) {
     std::string text = "{\n";
-    text += "  \"name\": " + quoted(key.name) + ",\n";
-    text += "  \"path\": " + quoted(path) + ",\n";
+    text += "  \"name\": " + jsonString(key.name) + ",\n";
+    text += "  \"path\": " + jsonString(path) + ",\n";
     writeMembers(key, "  ", text);
     return text + "\n}\n";
 }

@@ -11,7 +11,7 @@ namespace vqreg {
 
 namespace {
 
-struct Options {
+struct LsOptions {
     std::string key = "/";
     bool recursive = false;
     bool large = false;
@@ -59,12 +59,12 @@ void printJson(const std::vector<Entry>& entries) {
 }
 
 // Names go out as they are when a program reads them up to a NUL.
-std::string styledName(const Entry& entry, const Options& options) {
+std::string styledName(const Entry& entry, const LsOptions& options) {
     const std::string name = options.zero ? entry.name() : printable(entry.name());
     return entry.value ? name : Output::standard().styled(eStyle::eKey, name);
 }
 
-void printText(const std::vector<Entry>& entries, const Options& options) {
+void printText(const std::vector<Entry>& entries, const LsOptions& options) {
     Output& output = Output::standard();
     const char end = options.zero ? '\0' : '\n';
     std::size_t width = 0;
@@ -88,7 +88,7 @@ void printText(const std::vector<Entry>& entries, const Options& options) {
     }
 }
 
-void ls(const Options& options, Context& context) {
+void ls(const LsOptions& options, Context& context) {
     StoreSession store(context.store);
     const std::vector<std::string> path = splitPath(options.key);
     const auto key = store.load(path, options.recursive ? -1 : 1);
@@ -107,7 +107,7 @@ void ls(const Options& options, Context& context) {
 }  // namespace
 
 void addLs(CLI::App& app, Context& context) {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<LsOptions>();
     CLI::App* const command = app.add_subcommand("ls", "List the values and sub keys of a key");
     command->add_flag("-R", options->recursive, "Everything below the key too");
     command->add_flag("-l", options->large, "With types and data");

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "tools/vqreg/ExitCode.h"
+#include "tools/vqreg/HexDigits.h"
 
 namespace vqreg {
 
@@ -138,18 +139,6 @@ std::string printable(std::string_view text) {
         } else {
             result += c;
         }
-    }
-    return result;
-}
-
-std::string hexText(std::string_view bytes) {
-    static constexpr char kDigits[] = "0123456789ABCDEF";
-    std::string result;
-    result.reserve(2 * bytes.size());
-    for (const char c : bytes) {
-        const auto byte = static_cast<unsigned char>(c);
-        result += kDigits[byte >> 4];
-        result += kDigits[byte & 15];
     }
     return result;
 }

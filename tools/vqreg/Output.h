@@ -57,8 +57,6 @@ std::string dataText(const Value& value);
 // Control characters as \xNN: for names and data in the middle of a line.
 std::string printable(std::string_view text);
 
-std::string hexText(std::string_view bytes);
-
 }  // namespace vqreg
 
 #endif  // TOOLS_VQREG_OUTPUT_H

@@ -20,7 +20,7 @@ namespace vqreg {
 
 namespace {
 
-struct Options {
+struct RestoreOptions {
     bool dryRun = false;
     bool force = false;
     bool json = false;
@@ -81,7 +81,7 @@ void restoreByReplacing(const StoreOptions& options, const std::string& file,
     }
 }
 
-void restore(const Options& options, const Context& context) {
+void restore(const RestoreOptions& options, const Context& context) {
     const std::string file = storeFile(context.store);
     const std::string backup = file + ".bak";
     const std::string text =
@@ -117,7 +117,7 @@ void restore(const Options& options, const Context& context) {
 }  // namespace
 
 void addRestore(CLI::App& app, Context& context) {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<RestoreOptions>();
     CLI::App* const command =
         app.add_subcommand("restore", "Show what the backup would change, and bring it back");
     command->add_flag("-n,--dry-run", options->dryRun, "Only show the difference");

@@ -11,14 +11,14 @@ namespace {
 
 using VQRegLib::CRegLib;
 
-struct Options {
+struct SetOptions {
     std::string key;
     std::string name;
     std::string data;
     std::string type;
 };
 
-CRegLib::eDataType typeOf(const Options& options) {
+CRegLib::eDataType typeOf(const SetOptions& options) {
     for (const auto type : {CRegLib::eString, CRegLib::eDword, CRegLib::eBinary}) {
         if (options.type == typeName(type)) {
             return type;
@@ -27,7 +27,7 @@ CRegLib::eDataType typeOf(const Options& options) {
     return guessType(options.data);
 }
 
-void set(const Options& options, Context& context) {
+void set(const SetOptions& options, Context& context) {
     Value value;
     value.name = options.name;
     value.type = typeOf(options);
@@ -38,7 +38,7 @@ void set(const Options& options, Context& context) {
 }  // namespace
 
 void addSet(CLI::App& app, Context& context) {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<SetOptions>();
     CLI::App* const command =
         app.add_subcommand("set", "Set a value; the key is created when it is missing");
     command->add_option("-t,--type", options->type, "string, dword or binary")

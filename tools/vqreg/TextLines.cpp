@@ -3,23 +3,13 @@
 #include <algorithm>
 #include <cctype>
 
+#include "tools/vqreg/HexDigits.h"
+
 namespace vqreg {
 
 using VQRegLib::CRegLib;
 
 namespace {
-
-constexpr unsigned kNoDigit = 16;
-
-unsigned digitValue(char c) {
-    if (c >= '0' && c <= '9') {
-        return static_cast<unsigned>(c - '0');
-    }
-    if (c >= 'A' && c <= 'F') {
-        return static_cast<unsigned>(c - 'A') + 10;
-    }
-    return c >= 'a' && c <= 'f' ? static_cast<unsigned>(c - 'a') + 10 : kNoDigit;
-}
 
 bool isBlank(char c) {
     return c == ' ' || (c >= '\t' && c <= '\r');
@@ -41,11 +31,11 @@ std::uint32_t scanHex(std::string_view text, std::size_t width) {
     }
     std::uint32_t number = 0;
     for (const char c : text) {
-        const unsigned digit = digitValue(c);
-        if (digit == kNoDigit) {
+        const auto digit = hexDigitValue(c);
+        if (!digit) {
             break;
         }
-        number = number * 16 + digit;
+        number = number * 16 + *digit;
     }
     return isNegative ? 0 - number : number;
 }
@@ -96,7 +86,7 @@ Fault faultOfTypeWord(std::string_view word, std::size_t at) {
 
 void findNumberOddities(const ValueLine& parts, std::vector<Fault>& faults) {
     const auto bad = std::find_if(parts.data.begin(), parts.data.end(),
-                                  [](char c) { return digitValue(c) == kNoDigit; });
+                                  [](char c) { return !hexDigitValue(c); });
     if (bad == parts.data.end() && parts.data.size() == 8) {
         return;
     }
@@ -116,7 +106,7 @@ void findNumberOddities(const ValueLine& parts, std::vector<Fault>& faults) {
 
 void findBinaryOddities(const ValueLine& parts, std::vector<Fault>& faults) {
     const auto bad = std::find_if(parts.data.begin(), parts.data.end(),
-                                  [](char c) { return digitValue(c) == kNoDigit; });
+                                  [](char c) { return !hexDigitValue(c); });
     if (bad != parts.data.end()) {
         faults.push_back({parts.dataAt + static_cast<std::size_t>(bad - parts.data.begin()),
                           shown({&*bad, 1}) + " is no hexadecimal digit: other bytes are read",
@@ -239,14 +229,12 @@ std::vector<std::string_view> namesOfKeyLine(std::string_view path) {
 }
 
 std::string escaped(std::string_view text) {
-    constexpr char kDigits[] = "0123456789ABCDEF";
     std::string result;
     for (const char c : text) {
         const auto byte = static_cast<unsigned char>(c);
         if (byte < ' ' || byte == 0x7F) {
             result += "\\x";
-            result += kDigits[byte >> 4];
-            result += kDigits[byte & 15];
+            appendHex(result, byte);
         } else {
             result += c;
         }

@@ -12,7 +12,7 @@ namespace vqreg {
 
 namespace {
 
-struct Options {
+struct TreeOptions {
     std::string key = "/";
     int levels = -1;
     bool json = false;
@@ -57,7 +57,7 @@ private:
     std::string m_indent;
 };
 
-void tree(const Options& options, Context& context) {
+void tree(const TreeOptions& options, Context& context) {
     StoreSession store(context.store);
     const std::vector<std::string> path = splitPath(options.key);
     const auto key = store.load(path, options.levels);
@@ -76,7 +76,7 @@ void tree(const Options& options, Context& context) {
 }  // namespace
 
 void addTree(CLI::App& app, Context& context) {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<TreeOptions>();
     CLI::App* const command = app.add_subcommand("tree", "Draw what is below a key");
     command->add_option("-L", options->levels, "Only so many levels below the key")
         ->type_name("N")

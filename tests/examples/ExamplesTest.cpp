@@ -1,0 +1,194 @@
+// The example programs do what they say, in processes of their own.
+#include <VQRegLib.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "support/ChildProcess.h"
+#include "support/TempStore.h"
+
+namespace {
+
+class Example : public testing::Test {
+protected:
+    static std::string path(const std::string& name) {
+        return std::string(VQREG_EXAMPLES) + '/' + name;
+    }
+
+    static vqtest::CommandResult run(const std::string& name,
+                                     const std::vector<std::string>& arguments) {
+        return vqtest::ChildProcess(path(name), arguments).finish();
+    }
+
+    std::string read() const { return file.read(); }
+
+    vqtest::TempStore file;
+};
+
+const std::string kTop = "[Velquist]\n[Velquist/Service]\n";
+
+}  // namespace
+
+using CountExample = Example;
+
+TEST_F(CountExample, LosesNoCountOfManyProcesses) {
+    EXPECT_EQ(run("count", {file.path(), "Shared/Counter", "4", "100"}).out, "Count is 400\n");
+    EXPECT_EQ(run("count", {file.path(), "Shared/Counter", "2", "5"}).out, "Count is 410\n");
+    EXPECT_NE(read().find("\"Count\"=dword:0000019A\n"), std::string::npos);
+}
+
+TEST_F(CountExample, RefusesWhatIsNoNumber) {
+    EXPECT_EQ(run("count", {file.path(), "Counter", "2x", "5"}).status, 2);
+    EXPECT_EQ(run("count", {file.path(), "Counter", "2"}).status, 2);
+    EXPECT_FALSE(file.exists());
+}
+
+TEST_F(CountExample, SaysThatAStoreIsUnavailable) {
+    const vqtest::CommandResult result = run("count", {file.directory(), "Counter", "2", "5"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.err, "count: a process could not count\n");
+}
+
+using MigrateExample = Example;
+
+TEST_F(MigrateExample, BringsTheOldestLayoutToTheNewest) {
+    file.write(kTop + "\"Listen\"=string:10.0.0.7:8080\n\"Log\"=string:debug\n");
+    EXPECT_EQ(run("migrate", {file.path(), "Service"}).out, "layout 0 -> 1\nlayout 1 -> 2\n");
+    EXPECT_EQ(read(), kTop +
+                          "\"Layout\"=dword:00000002\n"
+                          "[Velquist/Service/Log]\n\"Level\"=dword:00000002\n"
+                          "[Velquist/Service/Network]\n\"Address\"=string:10.0.0.7\n"
+                          "\"Port\"=dword:00001F90\n");
+    // Both steps were one write: the backup holds the old layout.
+    EXPECT_EQ(file.readBackup(), kTop + "\"Listen\"=string:10.0.0.7:8080\n\"Log\"=string:debug\n");
+}
+
+TEST_F(MigrateExample, DoesOnlyTheStepsThatAreMissing) {
+    file.write(kTop + "\"Layout\"=dword:00000001\n\"Log\"=string:error\n");
+    EXPECT_EQ(run("migrate", {file.path(), "Service"}).out, "layout 1 -> 2\n");
+    EXPECT_EQ(read(), kTop +
+                          "\"Layout\"=dword:00000002\n"
+                          "[Velquist/Service/Log]\n\"Level\"=dword:00000000\n");
+}
+
+TEST_F(MigrateExample, LeavesTheNewestLayoutAsItIs) {
+    EXPECT_EQ(run("migrate", {file.path(), "Service"}).status, 0);
+    const ino_t before = file.inode();
+    EXPECT_EQ(run("migrate", {file.path(), "Service"}).out, "layout 2 already\n");
+    EXPECT_EQ(file.inode(), before);
+}
+
+TEST_F(MigrateExample, RefusesALayoutOfTheFuture) {
+    const std::string future = kTop + "\"Layout\"=dword:00000003\n";
+    file.write(future);
+    const vqtest::CommandResult result = run("migrate", {file.path(), "Service"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.err, "migrate: layout 3 is newer than this program knows\n");
+    EXPECT_EQ(read(), future);
+}
+
+TEST_F(MigrateExample, StopsBeforeAStepThatItCannotDo) {
+    for (const std::string listen : {"8080", "host:", "host:80x", "host:65536"}) {
+        const std::string old = kTop + "\"Listen\"=string:" + listen + '\n';
+        file.write(old);
+        const vqtest::CommandResult result = run("migrate", {file.path(), "Service"});
+        EXPECT_EQ(result.status, 1);
+        EXPECT_EQ(result.err, "migrate: \"Listen\" is no HOST:PORT: " + listen + '\n');
+        EXPECT_EQ(read(), old);
+    }
+}
+
+TEST_F(MigrateExample, RunsOnceWhenManyStartTogether) {
+    file.write(kTop + "\"Listen\"=string:10.0.0.7:8080\n");
+    std::vector<std::unique_ptr<vqtest::ChildProcess>> services;
+    const std::vector<std::string> arguments = {file.path(), "Service"};
+    for (int i = 0; i < 6; ++i) {
+        services.push_back(std::make_unique<vqtest::ChildProcess>(path("migrate"), arguments));
+    }
+    std::multiset<std::string> said;
+    for (const auto& service : services) {
+        said.insert(service->finish().out);
+    }
+    EXPECT_EQ(said.count("layout 0 -> 1\nlayout 1 -> 2\n"), 1u);
+    EXPECT_EQ(said.count("layout 2 already\n"), 5u);
+}
+
+class FollowExample : public Example {
+protected:
+    void set(const std::string& text) const { file.write("[Velquist]\n[Velquist/Job]\n" + text); }
+
+    std::vector<std::string> arguments() const { return {file.path(), "Job"}; }
+};
+
+TEST_F(FollowExample, HasDefaultsAndEndsWithASignal) {
+    for (const int signal : {SIGTERM, SIGINT}) {
+        vqtest::ChildProcess daemon(path("follow"), arguments());
+        EXPECT_EQ(daemon.line(), "settings: interval 60000 ms, message \"at work\"");
+        daemon.signal(signal);
+        EXPECT_EQ(daemon.line(), "end");
+        EXPECT_EQ(daemon.finish(), vqtest::CommandResult{});
+    }
+}
+
+TEST_F(FollowExample, WorksAtTheIntervalOfTheStore) {
+    set("\"Interval\"=dword:00000005\n\"Message\"=string:hello\n");
+    vqtest::ChildProcess daemon(path("follow"), arguments());
+    EXPECT_EQ(daemon.line(), "settings: interval 5 ms, message \"hello\"");
+    EXPECT_EQ(daemon.line(), "hello");
+    EXPECT_EQ(daemon.line(), "hello");
+}
+
+TEST_F(FollowExample, TakesAChangeOverWhenItIsAnnounced) {
+    set("\"Message\"=string:one\n");
+    // A change is announced by a new second in the file's time.
+    std::filesystem::last_write_time(
+        file.path(), std::filesystem::file_time_type::clock::now() - std::chrono::seconds(10));
+    vqtest::ChildProcess daemon(path("follow"), arguments());
+    EXPECT_EQ(daemon.line(), "settings: interval 60000 ms, message \"one\"");
+    VQRegLib::CRegLib session(file.path().c_str(), nullptr, VQRegLib::CRegLib::eLocationDefault,
+                              nullptr);
+    VQRegLib::CRegKey job;
+    ASSERT_EQ(session.VQRegCreateKey(nullptr, "Job", job, 0), VQRegLib::REGLIB_OK);
+    ASSERT_EQ(session.VQRegSetValue(job, "Message", "two"), VQRegLib::REGLIB_OK);
+    session.SendRegistryChangeNotification();
+    // Its interval is a minute, longer than a test waits for a line: it was told.
+    EXPECT_EQ(daemon.line(), "settings: interval 60000 ms, message \"two\"");
+}
+
+TEST_F(FollowExample, KeepsAwayFromValuesOfAnotherTypeOrSize) {
+    set("\"Interval\"=string:soon\n\"Message\"=dword:00000001\n");
+    vqtest::ChildProcess daemon(path("follow"), arguments());
+    EXPECT_EQ(daemon.line(), "settings: interval 60000 ms, message \"at work\"");
+    const std::string longText(500, 'x');
+    set("\"Interval\"=dword:00000000\n\"Message\"=string:" + longText + '\n');
+    vqtest::ChildProcess other(path("follow"), arguments());
+    EXPECT_EQ(other.line(), "settings: interval 1 ms, message \"" + longText + '"');
+}
+
+using MirrorExample = Example;
+
+TEST_F(MirrorExample, MakesKeysOfDirectoriesAndValuesOfFiles) {
+    const std::filesystem::path tree = file.directory() + "/tree";
+    std::filesystem::create_directories(tree / "sub");
+    std::ofstream(tree / "number") << "4294967295\n";
+    std::ofstream(tree / "more") << "4294967296\n";
+    std::ofstream(tree / "lines") << "one\ntwo\n";
+    std::ofstream(tree / "sub" / "text") << "some text\n";
+    const vqtest::CommandResult result = run("mirror", {tree.string(), file.path(), "Copy"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_NE(
+        result.out.find("2 keys, 1 numbers, 2 texts;\n   skipped 0 unreadable files and 1 that "
+                        "no line can hold; 0 failures.\n"),
+        std::string::npos)
+        << result.out;
+    EXPECT_EQ(read(),
+              "[Velquist]\n[Velquist/Copy]\n\"more\"=string:4294967296\n"
+              "\"number\"=dword:FFFFFFFF\n[Velquist/Copy/sub]\n\"text\"=string:some text\n");
+}
