@@ -303,7 +303,9 @@ public:
     /// own changes count too. A handler that is registered twice is called once. Null is ignored.
     ///
     /// Inside the call a handler may use, open and close sessions, register and remove handlers and
-    /// send notifications. Handlers of one store are called one after the other.
+    /// send notifications. Handlers of one store are called one after the other. Closing the last
+    /// session of another store waits for a handler of that store which is running; two handlers
+    /// that do so to each other wait for ever.
     /// @throws VQException when there is no memory for the thread's data; the handler is not
     ///         registered then. When the thread cannot be started, it is registered but never
     ///         called.
@@ -320,9 +322,10 @@ public:
     /// once. Updates nest, and the outermost one counts. A process that dies in an update has
     /// changed nothing.
     ///
-    /// End the update in the thread that began it; `CRegUpdate` does that for a scope. Open and
-    /// close no sessions in an update, this one included: another thread that is opening one may be
-    /// waiting for the update while the update waits for it.
+    /// End the update in the thread that began it; `CRegUpdate` does that for a scope. In an update
+    /// open and close no sessions, this one included, and register and remove no change handlers:
+    /// another thread that is opening a session, or a handler that is running, may be waiting for
+    /// the update while the update waits for it.
     /// @return `REGLIB_OK`; the common codes of a read: the update has not begun then
     int VQRegBeginUpdate();
 

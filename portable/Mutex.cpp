@@ -207,6 +207,10 @@ int lockInSlices(pthread_mutex_t* mutex, unsigned long milliseconds,
 
 }  // namespace
 
+void CPMutex::registerForkHandlers() {
+    CMutexRegistry::instance();
+}
+
 CPMutex::CPMutex(int /*shared*/, int /*owned*/, const std::string& path, int /*create*/,
                  int /*recursive*/)
     : m_pState(CMutexRegistry::instance().find(CSharedObject::nameForPath("CPMutex", path),

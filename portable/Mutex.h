@@ -24,6 +24,10 @@ public:
     };
     static constexpr unsigned long kInfinite = 0xFFFFFFFF;
 
+    // A fork waits for the making of mutexes to end. A lock that is held while a mutex is made, and
+    // for which a fork waits too, must register its own handlers after this.
+    static void registerForkHandlers();
+
     struct Holder {
         std::int32_t pid;       // as its own pid namespace numbers it; 0: nobody
         std::int64_t sinceSec;  // seconds since the epoch

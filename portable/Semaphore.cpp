@@ -45,20 +45,29 @@ void unlinkLocked(int fd, const std::string& path) {
 // exit and fork may come at any time.
 std::atomic<int> g_ownedFile{-1};
 std::atomic<pid_t> g_ownerPid{0};
+std::atomic<dev_t> g_ownedDevice{0};
+std::atomic<ino_t> g_ownedInode{0};
 char g_szOwnedPath[300];
+
+// A program that closes all descriptors may have given the number to a file of its own.
+bool isOwnedFile(int fd) {
+    struct stat status {};
+    return fd >= 0 && fstat(fd, &status) == 0 && status.st_dev == g_ownedDevice.load() &&
+           status.st_ino == g_ownedInode.load();
+}
 
 void removeOwnedAtExit() {
     const int fd = g_ownedFile.load();
     // Alone: another process of this id in another container may own it too.
-    if (fd >= 0 && g_ownerPid.load() == getpid() && flock(fd, LOCK_EX | LOCK_NB) == 0) {
+    if (isOwnedFile(fd) && g_ownerPid.load() == getpid() && flock(fd, LOCK_EX | LOCK_NB) == 0) {
         unlinkLocked(fd, g_szOwnedPath);
     }
 }
 
-// A child that kept the file open would keep its parent's semaphore alive.
-void disownInChild() {
+// In a child that kept the file open, it would keep the parent's semaphore alive.
+void disown() {
     const int fd = g_ownedFile.exchange(-1);
-    if (fd >= 0) {
+    if (isOwnedFile(fd)) {
         ::close(fd);
     }
 }
@@ -66,16 +75,18 @@ void disownInChild() {
 void keepOwned(int fd, const std::string& path) {
     static const bool registered = [] {
         std::atexit(removeOwnedAtExit);
-        pthread_atfork(nullptr, nullptr, disownInChild);
+        pthread_atfork(nullptr, nullptr, disown);
         return true;
     }();
     (void)registered;
     g_szOwnedPath[path.copy(g_szOwnedPath, sizeof g_szOwnedPath - 1)] = '\0';
     g_ownerPid.store(getpid());
-    const int previous = g_ownedFile.exchange(fd);
-    if (previous >= 0) {
-        ::close(previous);
-    }
+    disown();  // what it may have owned before
+    struct stat status {};
+    fstat(fd, &status);
+    g_ownedDevice.store(status.st_dev);
+    g_ownedInode.store(status.st_ino);
+    g_ownedFile.store(fd);
 }
 
 }  // namespace
@@ -105,17 +116,21 @@ void CPSemaphore::release() {
 }
 
 bool CPSemaphore::own() {
+    int error = m_nError;
     for (int attempt = 0; attempt < kAttempts && isOpen(); ++attempt) {
         int fd = -1;
-        m_nError = tryToOwn(&fd);
-        if (m_nError == 0) {
+        error = tryToOwn(&fd);
+        if (error == 0) {
             keepOwned(fd, pathOf(m_strName));
             return true;
         }
-        if (m_nError == EWOULDBLOCK) {
+        if (error == EWOULDBLOCK) {
             CPortable::Sleep(1);  // a sender is looking whether anybody owns it
         }
         openObject();  // that sender, or an administrator, may have taken it away
+    }
+    if (isOpen()) {
+        m_nError = error;
     }
     return false;
 }

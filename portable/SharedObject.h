@@ -2,6 +2,8 @@
 #ifndef PORTABLE_SHAREDOBJECT_H
 #define PORTABLE_SHAREDOBJECT_H
 
+#include <sys/types.h>
+
 #include <cstddef>
 #include <string>
 
@@ -33,7 +35,7 @@ public:
 
     void* address() const { return m_address; }
     bool isCreator() const { return m_creator; }
-    unsigned long inode() const { return m_inode; }
+    ino_t inode() const { return m_inode; }
 
 private:
     int openExisting(const std::string& path);
@@ -43,7 +45,7 @@ private:
 
     void* m_address = nullptr;
     std::size_t m_size = 0;
-    unsigned long m_inode = 0;
+    ino_t m_inode = 0;
     bool m_creator = false;
 };
 

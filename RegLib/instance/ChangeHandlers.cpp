@@ -1,6 +1,5 @@
 // The operations of a store that deal with change handlers.
 #include <new>
-#include <utility>
 
 #include "RegLib/base/CritSecGuard.h"
 #include "RegLib/base/ThrowPoint.h"
@@ -11,26 +10,32 @@
 
 namespace VQRegLib {
 
-// The watcher ends without m_watcherLock: one of its handlers may be waiting for that.
+// The watcher ends without m_watcherLock: one of its handlers may be waiting for that. Until then
+// it stays known, so that the handler may remove others.
 void CRegLibImpl::DeleteRegWatcherThread() {
     CRegWatcherThread* watcher = nullptr;
     {
         const CCritSecGuard guard(m_watcherLock, __LINE__);
-        watcher = std::exchange(m_pWatcherThread, nullptr);
+        watcher = m_pWatcherThread;
         m_bWatcherEnded = true;
     }
     if (watcher) {
         CRegWatcherThread::end(watcher);
+        const CCritSecGuard guard(m_watcherLock, __LINE__);
+        m_pWatcherThread = nullptr;
     }
 }
 
 // The store's watcher, made if need be; null when the store is being destroyed.
 CRegWatcherThread* CRegLibImplFile::watcherForHandlers() {
     const CCritSecGuard guard(m_watcherLock, __LINE__);
+    if (m_bWatcherEnded) {
+        return nullptr;
+    }
     if (m_pWatcherThread && m_pWatcherThread->isInherited()) {
         m_pWatcherThread = nullptr;
     }
-    if (!m_pWatcherThread && !m_bWatcherEnded) {
+    if (!m_pWatcherThread) {
         m_pWatcherThread =
             new CRegWatcherThread(eRegModeFile, m_pszFileName ? m_pszFileName : "", m_nResult);
     }

@@ -8,6 +8,7 @@
 #include "RegLib/base/ThrowPoint.h"
 #include "RegLib/file/FileStore.h"
 #include "RegLib/trace/Trace.h"
+#include "portable/Mutex.h"
 #include "portable/NoCancellation.h"
 #include "portable/Portable.h"
 
@@ -37,6 +38,9 @@ CRegLibImplDirectory* get_reglibImplDirectory() {
     if (!g_preglibImplDirectory) {
         try {
             g_preglibImplDirectory = new CRegLibImplDirectory;
+            // First, which makes it the last before a fork: whoever holds the directory's lock may
+            // be making a mutex.
+            CPMutex::registerForkHandlers();
             pthread_atfork(CRegLibImplDirectory::prepareFork,
                            CRegLibImplDirectory::afterForkInParent,
                            CRegLibImplDirectory::afterForkInChild);

@@ -13,6 +13,7 @@
 #include "RegLib/store/Store.h"
 #include "VQRegLib.h"
 #include "portable/CritSec.h"
+#include "portable/ProcessMark.h"
 
 namespace VQRegLib {
 
@@ -52,6 +53,7 @@ public:
 
 private:
     static void RegistryChangeNotifierThread(void* directory);
+    bool hasNotifier() const;
     void RegistryChangeNotifierThreadFunc();
     bool makeNotificationSemaphore();
     void wakeWatchers();
@@ -63,7 +65,7 @@ private:
     std::atomic<std::uint32_t> m_stopRequested{0};
     std::atomic<std::uint32_t> m_notifierStarted{0};
     std::atomic<std::uint32_t> m_notifierRunning{0};
-    std::atomic<std::int32_t> m_notifierPid{0};  // the process whose thread it is
+    CProcessMark m_notifierProcess;  // whose thread it is; guarded by m_pLock
 };
 
 // Guards the creation of the directory and nothing else.

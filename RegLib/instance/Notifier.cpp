@@ -50,14 +50,17 @@ void releaseNotificationSemaphores() {
     }
 }
 
+// The thread of a parent does not exist in a child of fork.
+bool CRegLibImplDirectory::hasNotifier() const {
+    return m_notifierRunning.load() != 0 && m_notifierProcess.isOfThisProcess();
+}
+
 void CRegLibImplDirectory::startRegistryChangeNotifierThread() {
     const CCritSecGuard guard(*m_pLock, __LINE__);
-    const auto pid = static_cast<std::int32_t>(CPortable::GetCurrentProcessId());
-    // The thread of a parent does not exist in a child of fork.
-    if (m_notifierRunning.load() != 0 && m_notifierPid.load() == pid) {
+    if (hasNotifier()) {
         return;
     }
-    m_notifierPid.store(pid);
+    m_notifierProcess = CProcessMark();
     m_notifierStarted.store(0);
     m_notifierRunning.store(1);
     if (CPortable::CreateThread(RegistryChangeNotifierThread, this, nullptr, "") == 0) {
@@ -77,6 +80,12 @@ void CRegLibImplDirectory::startRegistryChangeNotifierThread() {
 
 void CRegLibImplDirectory::StopRegistryChangeNotifierThread() {
     m_stopRequested.store(1);
+    {
+        const CCritSecGuard guard(*m_pLock, __LINE__);
+        if (!m_notifierProcess.isOfThisProcess()) {
+            return;  // a child of fork has nothing to stop, and the semaphore is its parent's
+        }
+    }
     if (CPSemaphore* const semaphore = m_pNotificationSemaphore.load()) {
         semaphore->release();
     }

@@ -17,11 +17,7 @@ constexpr unsigned long kPollMilliseconds = 100;
 }  // namespace
 
 CRegWatcherThread::CRegWatcherThread(REGMODE mode, const std::string& name, int cli)
-    : m_handlerLock("", 1),
-      m_mode(mode),
-      m_strName(name),
-      m_nCli(cli),
-      m_lPid(CPortable::GetCurrentProcessId()) {
+    : m_handlerLock("", 1), m_mode(mode), m_strName(name), m_nCli(cli) {
     REGLIB_TRACE(eTraceLife,
                  "CRegWatcherThread::CRegWatcherThread (0x%08X) - mode %d, name %s, cli %d\n",
                  traceId(this), m_mode, m_strName.c_str(), m_nCli);
@@ -63,7 +59,7 @@ bool CRegWatcherThread::hasThread() const {
 }
 
 bool CRegWatcherThread::isInherited() const {
-    return m_lPid != CPortable::GetCurrentProcessId();
+    return !m_process.isOfThisProcess();
 }
 
 void CRegWatcherThread::end(CRegWatcherThread* watcher) {

@@ -13,6 +13,7 @@
 #include "VQRegLib.h"
 #include "portable/CritSec.h"
 #include "portable/Event.h"
+#include "portable/ProcessMark.h"
 
 namespace VQRegLib {
 
@@ -59,7 +60,7 @@ private:
     std::atomic<std::uint32_t> m_running{0};
     std::unique_ptr<CPEvent> m_pWakeEvent;
 
-    const long m_lPid;  // a child of fork has the object but not the thread
+    const CProcessMark m_process;  // a child of fork has the object but not the thread
     std::atomic<long> m_lThreadId{0};
     std::atomic<bool> m_bEndsItself{false};  // the thread destroys the object
 };

@@ -155,6 +155,16 @@ TEST_F(HandlerCall, AMissingFileCountsAsUnchanged) {
     EXPECT_EQ(handler.calls(), 1);
 }
 
+TEST_F(HandlerCall, AFileThatAppearsLaterIsAChange) {
+    const std::string aside = file.path() + ".aside";
+    std::filesystem::rename(file.path(), aside);
+    Handler handler;
+    watch(handler);
+    std::filesystem::rename(aside, file.path());
+    announceNothing(1);
+    EXPECT_TRUE(handler.waitCalls(1));
+}
+
 TEST_F(HandlerCall, RegisteredTwiceIsCalledOnceAndGoneWithOneClear) {
     Handler twice;
     Handler other;
@@ -227,9 +237,10 @@ TEST_F(HandlerCall, EachStoreWatchesItsOwnFile) {
     TempStore otherFile;
     const auto other = openSession(otherFile.path());
     const auto sameFile = openSession(file.directory() + "/./store.cfg");
-    Handler handler;
-    Handler ofOther;
-    Handler ofSameFile;
+    std::atomic<pid_t> threads[3] = {};
+    Handler handler([&] { threads[0] = ::gettid(); });
+    Handler ofOther([&] { threads[1] = ::gettid(); });
+    Handler ofSameFile([&] { threads[2] = ::gettid(); });
     other->SetRegistryChangeHandler(&ofOther);
     sameFile->SetRegistryChangeHandler(&ofSameFile);
     watch(handler, 3);
@@ -241,6 +252,7 @@ TEST_F(HandlerCall, EachStoreWatchesItsOwnFile) {
     ASSERT_TRUE(ofOther.waitCalls(1));
     EXPECT_EQ(ofOther.calls(), 1);
     EXPECT_EQ(handler.calls(), 1);
+    EXPECT_TRUE(threads[0] != threads[1] && threads[0] != threads[2] && threads[1] != threads[2]);
     EXPECT_EQ(vqtest::countThreads("FileWatch"), 3);
     EXPECT_EQ(vqtest::countThreads("RegChgNotif"), 1);
 }

@@ -1,5 +1,6 @@
 // Children of a process that has change handlers.
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -157,6 +158,46 @@ TEST_F(HandlerFork, AChildMadeWhileAHandlerRunsMayOpenSetAndExit) {
     EXPECT_EQ(child.wait(), 0);
     mayReturn = true;
     EXPECT_TRUE(handler.waitCalls(1));
+}
+
+// The first process of a pid namespace, which makes another namespace: its child has its number.
+TEST_F(HandlerFork, AChildMayHaveTheNumberOfItsParent) {
+    session.reset();
+    ForkedChild outer([&] {
+        if (::unshare(CLONE_NEWPID) != 0) {
+            return 1;
+        }
+        ForkedChild first([&] {
+            session = openSession(file.path());
+            Handler handler;
+            session->SetRegistryChangeHandler(&handler);
+            if (::getpid() != 1 || !waitWatchers(1) || ::unshare(CLONE_NEWPID) != 0) {
+                return 2;
+            }
+            ForkedChild child([&] {
+                if (::getpid() != 1) {
+                    return 3;
+                }
+                session.reset();
+                const auto own = openSession(file.path(), "Other");
+                Handler ofChild;
+                own->SetRegistryChangeHandler(&ofChild);
+                if (!waitWatchers(1)) {
+                    return 4;
+                }
+                moveFileTime(file.path());
+                // The two share a semaphore, so the parent may be the one that is woken.
+                const bool isCalled = waitUntil([&] {
+                    own->SendRegistryChangeNotification();
+                    return ofChild.calls() > 0;
+                });
+                return isCalled ? 0 : 5;
+            });
+            return child.wait();
+        });
+        return first.wait();
+    });
+    EXPECT_EQ(outer.wait(), 0);
 }
 
 TEST_F(HandlerFork, AHandlerMayFork) {

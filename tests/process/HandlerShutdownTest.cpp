@@ -1,15 +1,20 @@
 // Destroying stores, and ending processes, while handlers wait, run or are about to be called.
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
+#include <exception>
 #include <functional>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include "VQRegLib.h"
 #include "support/ForkedChild.h"
@@ -77,6 +82,7 @@ private:
 TEST_F(HandlerShutdown, EndsAWatcherThatWaits) {
     Handler handler;
     watch(handler);
+    ::alarm(30);  // long before the watcher would look by itself
     session.reset();
     EXPECT_TRUE(waitNoWatchers());
     EXPECT_EQ(vqtest::countThreads("RegChgNotif"), 1);
@@ -216,6 +222,55 @@ TEST_F(HandlerShutdown, AHandlerMayReopenItsStoreWhileTheLastSessionIsClosed) {
     EXPECT_EQ(setNumber(*kept, "Number", 4), REGLIB_OK);
     kept.reset();
     EXPECT_TRUE(waitNoWatchers());
+}
+
+TEST_F(HandlerShutdown, AHandlerMayClearAnotherWhileTheLastSessionIsClosed) {
+    CRegLib* const closed = session.get();
+    std::atomic<bool> isClosing{false};
+    Handler* second = nullptr;
+    Handler handlers[] = {
+        Handler([&] {
+            waitUntil([&] { return isClosing.load(); });
+            closed->ClrRegistryChangeHandler(second);
+            closed->SetRegistryChangeHandler(second);  // too late: nobody will call it
+            closed->ClrRegistryChangeHandler(second);
+        }),
+        Handler()};
+    second = &handlers[1];  // the round comes to it after the first one
+    session->SetRegistryChangeHandler(second);
+    watch(handlers[0]);
+    announceChange();
+    ASSERT_TRUE(handlers[0].waitBegun(1));
+    const Background closing([&] {
+        ::pthread_setname_np(::pthread_self(), "Closing");
+        session.reset();
+    });
+    isClosing = waitUntil([] {  // for the handler
+        const std::vector<vqtest::ThreadInfo> all = vqtest::threads();
+        return std::any_of(all.begin(), all.end(), [](const vqtest::ThreadInfo& thread) {
+            return thread.name == "Closing" && thread.state == 'S';
+        });
+    });
+    ASSERT_TRUE(isClosing);
+    EXPECT_TRUE(closing.waitOver());
+    EXPECT_EQ(handlers[0].calls(), 1);
+    EXPECT_EQ(handlers[1].begun(), 0);
+    EXPECT_TRUE(waitNoWatchers());
+}
+
+TEST_F(HandlerShutdown, AnExceptionThatLeavesAHandlerEndsTheProcess) {
+    session.reset();
+    ForkedChild child([&] {
+        ::alarm(kPatienceSeconds);
+        std::set_terminate([] { ::_exit(9); });
+        session = openSession(file.path());
+        Handler handler([] { throw std::runtime_error("left the handler"); });
+        watch(handler);
+        announceChange();
+        handler.waitCalls(1);
+        return 0;
+    });
+    EXPECT_EQ(child.wait(), 9);
 }
 
 TEST_F(HandlerShutdown, RegisteringWhileAHandlerRegistersDoesNotBlock) {

@@ -10,6 +10,7 @@
 
 #include "RegLib/instance/Directory.h"
 #include "RegLib/instance/Notifier.h"
+#include "support/ForkedChild.h"
 #include "support/WatchedStore.h"
 
 using namespace VQRegLib;
@@ -71,6 +72,19 @@ TEST_F(Notifier, MayBeStoppedBeforeItWasStarted) {
     directory().StopRegistryChangeNotifierThread();
     EXPECT_EQ(countThreads("RegChgNotif"), 0);
     EXPECT_FALSE(vqtest::hasSemaphore());
+}
+
+TEST_F(Notifier, OfAParentIsNotStoppedByAForkedChild) {
+    Handler handler;
+    watch(handler);
+    vqtest::ForkedChild child([] {
+        ::alarm(30);
+        directory().StopRegistryChangeNotifierThread();
+        return 0;
+    });
+    EXPECT_EQ(child.wait(), 0);
+    announceChange();
+    EXPECT_TRUE(handler.waitCalls(1));
 }
 
 TEST_F(Notifier, OutlivesTheLastStore) {

@@ -89,9 +89,8 @@ protected:
 TEST_F(WatcherWait, LooksEverySixtySeconds) {
     Handler handler;
     watchAndWait(handler);
-    EXPECT_GT(lastLimit, 0);
     EXPECT_LE(lastLimit, 60000);
-    EXPECT_GT(lastLimit, 30000);
+    EXPECT_GT(lastLimit, 55000);  // measured from now on, and the machine may be slow
     moveFileTime(file.path());
     EXPECT_EQ(handler.begun(), 0);
     timeOutsToGive = 1;

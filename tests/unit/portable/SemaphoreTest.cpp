@@ -212,6 +212,40 @@ TEST_F(Semaphore, OwningWaitsForASenderThatLooks) {
     EXPECT_TRUE(semaphore.wait(0, nullptr));
 }
 
+TEST_F(Semaphore, OwningGivesUpOnASenderThatLooksForEver) {
+    SemaphoreOf semaphore(name);
+    const int looking = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
+    ASSERT_EQ(::flock(looking, LOCK_EX), 0);
+    EXPECT_FALSE(semaphore.own());
+    EXPECT_EQ(semaphore.error(), EWOULDBLOCK);
+    ::close(looking);
+}
+
+TEST_F(Semaphore, AProgramMayCloseTheDescriptorAndUseItsNumber) {
+    ForkedChild program([&] {
+        SemaphoreOf semaphore(name);
+        if (!semaphore.own() || ::close_range(3, ~0u, 0) != 0) {
+            return 1;
+        }
+        const int own = ::open("/dev/null", O_RDWR);
+        while (::dup(own) < 32) {
+        }
+        ForkedChild child([&] {
+            for (int fd = own; fd <= 32; ++fd) {
+                if (::fcntl(fd, F_GETFD) == -1) {
+                    return fd;
+                }
+            }
+            return 0;
+        });
+        const int closed = child.wait();
+        std::exit(closed);  // takes no lock on a file that is not its own
+        return 0;
+    });
+    EXPECT_EQ(program.wait(), 0) << "this descriptor of the program was closed in its child";
+    EXPECT_TRUE(CPSemaphore::removeIfOwnerless(name));
+}
+
 TEST_F(Semaphore, IsOwnerlessAfterItsOwnersDeath) {
     Common<std::atomic<bool>> isOwned;
     ForkedChild owner([&] {

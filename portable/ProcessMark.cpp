@@ -1,0 +1,34 @@
+#include "portable/ProcessMark.h"
+
+#include <pthread.h>
+
+#include <atomic>
+
+#include "portable/Portable.h"
+
+namespace VQRegLib {
+
+namespace {
+
+std::atomic<std::uint32_t> g_forks{0};
+
+void countFork() {
+    ++g_forks;
+}
+
+// Counts from the first mark on; forks before it tell nothing apart.
+std::uint32_t forks() {
+    static const int registered = pthread_atfork(nullptr, nullptr, countFork);
+    (void)registered;
+    return g_forks.load();
+}
+
+}  // namespace
+
+CProcessMark::CProcessMark() : m_lPid(CPortable::GetCurrentProcessId()), m_nForks(forks()) {}
+
+bool CProcessMark::isOfThisProcess() const {
+    return m_nForks == forks() && m_lPid == CPortable::GetCurrentProcessId();
+}
+
+}  // namespace VQRegLib
