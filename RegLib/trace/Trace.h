@@ -43,7 +43,8 @@ public:
     static std::atomic<std::int32_t> m_lFakeMutex;  // counts the calls of createInstance
 
 private:
-    struct Attempt {  // when the file was last opened or tried
+    // When the file was last opened or tried. Aligned so that it is one word to every compiler.
+    struct alignas(std::int64_t) Attempt {
         std::int32_t day;
         std::int32_t minute;
     };
@@ -63,6 +64,7 @@ private:
     // the next roll-over.
     std::atomic<std::FILE*> m_pFile{nullptr};
     std::atomic<Attempt> m_lastAttempt{Attempt{0, 0}};
+    static_assert(std::atomic<Attempt>::is_always_lock_free);
     char m_szDirectory[256] = {};
     std::FILE* m_pRetiredFile = nullptr;  // touched only by the thread that claimed the opening
     std::atomic<bool> m_opening{false};
