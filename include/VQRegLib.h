@@ -394,8 +394,8 @@ public:
     /// @param line  the line there
     VQException(long code, const char* file, long line);
     virtual ~VQException();
-    VQException(const VQException&) = default;
-    VQException& operator=(const VQException&) = default;
+    VQException(const VQException&) = default;             ///< exceptions are copied when thrown
+    VQException& operator=(const VQException&) = default;  ///< all members
 
     std::int32_t m_lCode;  ///< a result code
     char m_szText[272];    ///< file and line with a point between, at most 269 characters

@@ -11,8 +11,6 @@ namespace vqreg {
 
 namespace {
 
-using Path = std::vector<std::string>;
-
 // Two arguments are keys, three or four are about a value.
 struct CopyMoveOptions {
     std::string first;

@@ -9,8 +9,6 @@ using VQRegLib::CRegLib;
 
 namespace {
 
-using Path = std::vector<std::string>;
-
 // Walks over two maps of one order at the same time; either side may be null.
 template <typename Map, typename Visit>
 void walkBoth(const Map& before, const Map& after, Visit visit) {

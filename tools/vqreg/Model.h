@@ -7,8 +7,11 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <vector>
 
 namespace vqreg {
+
+using Path = std::vector<std::string>;  // the names of keys, from the root key on
 
 // Lower case as the store folds names: A to Z only.
 std::string folded(const std::string& name);

@@ -10,8 +10,6 @@ namespace vqreg {
 
 namespace {
 
-using Path = std::vector<std::string>;
-
 struct RmOptions {
     std::string key;
     std::optional<std::string> name;

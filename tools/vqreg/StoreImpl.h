@@ -10,8 +10,6 @@
 
 namespace vqreg {
 
-using Path = std::vector<std::string>;
-
 struct StoreSession::Impl {
     StoreOptions options;
     std::string file;

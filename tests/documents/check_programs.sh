@@ -1,0 +1,70 @@
+#!/usr/bin/env bash
+# check_programs.sh readme|guide PROJECT LIBRARY WORK PRIVATE_ROOT COMPILER [FLAG...]
+#
+# readme: builds and runs the program of README.md as it stands there, and compares what it prints
+# and leaves with what README.md says. guide: compiles each piece of code of the user guide.
+set -euo pipefail
+
+what=$1
+project=$2
+library=$3
+work=$(mktemp -d "$4/documents-XXXXXX")
+private_root=$5
+compiler=$6
+shift 6
+trap 'rm -rf "$work"' EXIT
+
+fail() {
+    echo "check_programs: $*" >&2
+    exit 1
+}
+
+# blocks FILE LANGUAGE: the code blocks of that language, each in a file of its own, by number.
+blocks() {
+    awk -v language="$2" -v prefix="$work/$2." '
+        /^```/ { if (inside) { inside = 0; close(file) } else { inside = 1; name = substr($0, 4)
+                 if (name == language) { file = prefix (++count) } else { file = "/dev/null" } } next }
+        inside { print > file }' "$1"
+    ls "$work/$2."* >/dev/null || fail "$1 has no code in $2"
+}
+
+compile() {
+    "$compiler" -std=c++11 -Wall -Wextra -Wpedantic -Werror -I"$project/include" "$@"
+}
+
+readme() {
+    blocks "$project/README.md" cpp
+    mv "$work/cpp.1" "$work/program.cpp"
+    [ "$(wc -l <"$work/program.cpp")" -le 36 ] || fail "the program of README.md has become long"
+    compile "$@" "$work/program.cpp" "$library" -Wl,-rpath,"$(dirname "$library")" -o "$work/program"
+    sed -n 's/^It prints `\(.*\)` and leaves this in the file:$/\1/p' "$project/README.md" >"$work/said"
+    awk '/^It prints/ { after = 1 } after && /^```/ { if (inside) exit; inside = 1; next }
+         inside' "$project/README.md" >>"$work/said"
+    [ "$(wc -l <"$work/said")" -gt 4 ] || fail "README.md does not say what its program does"
+    local status=0
+    "$private_root" /bin/sh -c "\"$work/program\" && cat /tmp/readme.cfg" >"$work/done" || status=$?
+    [ "$status" -ne 77 ] || exit 77
+    diff "$work/said" "$work/done" || fail "README.md says (<) other than its program does (>)"
+}
+
+guide() {
+    blocks "$project/docs/user-guide.md" "cpp prelude"
+    blocks "$project/docs/user-guide.md" cpp
+    local count=0
+    for piece in "$work"/cpp.*; do
+        count=$((count + 1))
+        {
+            cat "$work/cpp prelude.1"
+            echo "void piece(); void piece() {"
+            cat "$piece"
+            echo "}"
+        } >"$work/piece.cpp"
+        compile -fsyntax-only -Wno-unused-variable "$work/piece.cpp" || fail "$(cat "$piece")"
+    done
+    [ "$count" -ge 7 ] || fail "the user guide has only $count pieces of code"
+}
+
+case $what in
+    readme | guide) "$what" "$@" ;;
+    *) fail "unknown: $what" ;;
+esac
