@@ -19,8 +19,8 @@ fail() {
 
 # Without addresses, kinds and versions. The name of the version is listed as an absolute symbol.
 exported() {
-    "$nm" -DC --defined-only "$library" | grep -v ' A ' |
-        sed -E 's/^[0-9a-f]* +[A-Za-z] //; s/@@?VQREGLIB_1$//' | sort -u
+    "$nm" -D --defined-only "$library" | grep -v ' A ' |
+        sed -E 's/^[0-9a-f]* +[A-Za-z] //; s/@@?VQREGLIB_1$//' | c++filt | sort -u
 }
 
 if ! difference=$(diff <(sort -u "$list") <(exported)); then
