@@ -35,10 +35,39 @@ inline void PrintTo(const CommandResult& result, std::ostream* out) {
          << result.err << "---";
 }
 
+/// Variables of the environment that a process gets besides those of the test.
+using Environment = std::vector<std::pair<std::string, std::string>>;
+
+/// Becomes another program; for a child that has its standard streams already.
+[[noreturn]] inline void executeProgram(std::string program, std::vector<std::string> arguments,
+                                        const Environment& environment) {
+    for (const auto& [name, value] : environment) {
+        ::setenv(name.c_str(), value.c_str(), 1);
+    }
+    for (const int signal : {SIGPIPE, SIGINT, SIGQUIT}) {
+        ::signal(signal, SIG_DFL);
+    }
+    std::vector<char*> pointers = {program.data()};
+    for (std::string& argument : arguments) {
+        pointers.push_back(argument.data());
+    }
+    pointers.push_back(nullptr);
+    ::execvp(program.c_str(), pointers.data());
+    ::_exit(127);
+}
+
+/// How a child ended: its exit code, or the negated number of the signal.
+inline int waitForProcess(pid_t pid) {
+    int status = 0;
+    while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+}
+
 /// A program with its standard streams at pipes. The destructor kills and reaps it.
 class ChildProcess {
 public:
-    using Environment = std::vector<std::pair<std::string, std::string>>;
+    using Environment = vqtest::Environment;
 
     explicit ChildProcess(const std::string& program, const std::vector<std::string>& arguments,
                           const Environment& environment = {}) {
@@ -57,7 +86,7 @@ public:
             ::dup2(in[0], 0);
             ::dup2(out[1], 1);
             ::dup2(err[1], 2);
-            execute(program, arguments, environment);
+            executeProgram(program, arguments, environment);
         }
         ::close(in[0]);
         ::close(out[1]);
@@ -120,21 +149,6 @@ public:
 private:
     static constexpr auto kDeadline = std::chrono::seconds(30);
 
-    [[noreturn]] static void execute(std::string program, std::vector<std::string> arguments,
-                                     const Environment& environment) {
-        for (const auto& [name, value] : environment) {
-            ::setenv(name.c_str(), value.c_str(), 1);
-        }
-        ::signal(SIGPIPE, SIG_DFL);
-        std::vector<char*> pointers = {program.data()};
-        for (std::string& argument : arguments) {
-            pointers.push_back(argument.data());
-        }
-        pointers.push_back(nullptr);
-        ::execv(program.c_str(), pointers.data());
-        ::_exit(127);
-    }
-
     // False at the end of both streams.
     bool readSome(std::chrono::milliseconds deadline) {
         pollfd streams[] = {{m_out, POLLIN, 0}, {m_err, POLLIN, 0}};
@@ -158,11 +172,8 @@ private:
     }
 
     int wait() {
-        int status = 0;
-        while (::waitpid(m_pid, &status, 0) < 0 && errno == EINTR) {
-        }
         m_isReaped = true;
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+        return waitForProcess(m_pid);
     }
 
     static void closeOne(int& fd) {

@@ -1,45 +1,181 @@
-// The completion of bash, run in a bash without a terminal.
-#include <cstdio>
+// What bash, zsh and fish offer for the command line of the command.
+#include <gmock/gmock.h>
 
+#include <algorithm>
+#include <set>
+#include <sstream>
+
+#include "tools/ShellProcess.h"
 #include "tools/VqregStore.h"
 
-class Completion : public vqtest::VqregStore {
+using testing::ElementsAre;
+using testing::IsEmpty;
+using vqtest::ShellProcess;
+
+using Words = std::vector<std::string>;
+
+class Completion : public vqtest::VqregStore, public testing::WithParamInterface<const char*> {
 protected:
-    // What bash would offer for the last word, one offer per line.
-    static std::string offers(const std::string& words) {
-        const std::string command = "bash -c '. " VQREG_COMPLETIONS
-                                    "/vqreg.bash\n"
-                                    "COMP_WORDS=(" VQREG_COMMAND_PATH " " +
-                                    words +
-                                    ")\nCOMP_CWORD=$((${#COMP_WORDS[@]} - 1))\n_vqreg\n"
-                                    "printf \"%s\\n\" \"${COMPREPLY[@]}\"'";
-        std::string text;
-        std::FILE* const pipe = ::popen(command.c_str(), "r");
-        for (int c = std::fgetc(pipe); c != EOF; c = std::fgetc(pipe)) {
-            text += static_cast<char>(c);
+    void SetUp() override {
+        if (!ShellProcess::isInstalled(GetParam())) {
+            GTEST_SKIP() << GetParam() << " is not installed";
         }
-        ::pclose(pipe);
-        return text;
+        m_shell = std::make_unique<ShellProcess>(GetParam());
     }
+
+    Words offers(const Words& before, const std::string& word) const {
+        return m_shell->offers(before, word);
+    }
+
+    // The same behind the options that choose the store of the test.
+    Words offersInStore(Words before, const std::string& word) const {
+        before.insert(before.begin(), {"--file", file.path()});
+        return offers(before, word);
+    }
+
+    void makeNames() const {
+        make({"set", "Net work/Dns", "First Server", "1"});
+        make({"set", "Net work/Dns", "Second", "1"});
+        make({"set", "Net", "Port", "1"});
+    }
+
+private:
+    std::unique_ptr<ShellProcess> m_shell;
 };
 
-TEST_F(Completion, CommandsAndOptions) {
-    EXPECT_EQ(offers("re"), "restore\n");
-    EXPECT_EQ(offers("\"\"").substr(0, 12), "get\nset\nrm\nm");
-    EXPECT_EQ(offers("tree --js"), "--json\n");
-    EXPECT_EQ(offers("tree --fi"), "--file\n");
-    EXPECT_EQ(offers("--color a"), "auto\nalways\n");
-    EXPECT_EQ(offers("set -t d"), "dword\n");
+namespace {
+
+// The first words of the indented lines behind a heading of a help.
+Words listed(const Words& command, const std::string& heading) {
+    Words arguments = command;
+    arguments.emplace_back("--help");
+    std::istringstream help(vqtest::runVqreg(arguments).out);
+    Words words;
+    bool isBehind = false;
+    for (std::string line; std::getline(help, line);) {
+        if (!line.starts_with("  ")) {
+            isBehind = line == heading;
+        } else if (isBehind && line[2] != ' ') {
+            words.push_back(line.substr(2, line.find(' ', 2) - 2));
+        }
+    }
+    return words;
 }
 
-TEST_F(Completion, NamesOfTheStore) {
-    make({"set", "Net work/Dns", "First Server", "1"});
-    make({"set", "Net work/Dns", "Second", "1"});
-    make({"set", "Net", "Port", "1"});
-    const std::string store = "--file " + file.path() + ' ';
-    EXPECT_EQ(offers(store + "get N"), "Net\nNet\\ work\nNet\\ work/Dns\n");
-    EXPECT_EQ(offers(store + "get Net p"), "Port\n");
-    EXPECT_EQ(offers(store + "get \"Net\\\\ work/Dns\" \"\""), "First\\ Server\nSecond\n");
-    EXPECT_EQ(offers(store + "mv Net Port \"Net\\\\ work/\""), "Net\\ work/Dns\n");
-    EXPECT_EQ(offers("--file = " + file.path() + " rm Net \"\""), "Port\n");
+Words commands() {
+    Words names = listed({}, "Subcommands:");
+    std::sort(names.begin(), names.end());
+    return names;
 }
+
+// "-t,--type" is two.
+std::set<std::string> options(const Words& command) {
+    std::set<std::string> names;
+    for (const std::string& both : listed(command, "Options:")) {
+        std::istringstream stream(both);
+        for (std::string name; std::getline(stream, name, ',');) {
+            names.insert(name);
+        }
+    }
+    return names;
+}
+
+}  // namespace
+
+TEST_P(Completion, OffersTheCommandsOfTheHelp) {
+    ASSERT_EQ(18u, commands().size());
+    EXPECT_EQ(offers({}, ""), commands());
+    EXPECT_THAT(offers({}, "re"), ElementsAre("restore"));
+    EXPECT_THAT(offers({"--no-notify", "--timeout", "3"}, "ex"), ElementsAre("export"));
+}
+
+TEST_P(Completion, DoesNotOfferTheHiddenCommand) {
+    EXPECT_THAT(offers({}, "compl"), IsEmpty());
+}
+
+TEST_P(Completion, OffersTheOptionsOfTheHelpInFrontOfACommand) {
+    const Words offered = offers({}, "-");
+    EXPECT_EQ(std::set<std::string>(offered.begin(), offered.end()), options({}));
+}
+
+TEST_P(Completion, OffersTheOptionsOfTheHelpOfEachCommand) {
+    std::set<std::string> everywhere = options({});
+    everywhere.erase("--version");
+    for (const std::string& command : commands()) {
+        std::set<std::string> expected = options({command});
+        EXPECT_TRUE(expected.contains("--help")) << command;
+        expected.insert(everywhere.begin(), everywhere.end());
+        const Words offered = offers({command}, "-");
+        EXPECT_EQ(std::set<std::string>(offered.begin(), offered.end()), expected) << command;
+    }
+}
+
+TEST_P(Completion, OffersArgumentsOfOptions) {
+    EXPECT_THAT(offers({"--color"}, "a"), ElementsAre("always", "auto"));
+    EXPECT_THAT(offers({"ls", "--color"}, "n"), ElementsAre("never"));
+    EXPECT_THAT(offers({"set", "-t"}, "d"), ElementsAre("dword"));
+    EXPECT_THAT(offers({"set", "--type"}, ""), ElementsAre("binary", "dword", "string"));
+}
+
+TEST_P(Completion, OffersFiles) {
+    makeNames();
+    const std::string beginning = file.path().substr(0, file.path().size() - 5);
+    const auto both = ElementsAre(file.path(), file.backupPath());
+    EXPECT_THAT(offers({"--file"}, beginning), both);
+    EXPECT_THAT(offers({"import"}, beginning), both);
+    EXPECT_THAT(offers({"check"}, beginning), both);
+    EXPECT_THAT(offers({"diff", file.path()}, beginning), both);
+    EXPECT_THAT(offersInStore({"get"}, beginning), IsEmpty());
+    ASSERT_EQ(0, std::rename(file.backupPath().c_str(), (file.path() + " b").c_str()));
+    EXPECT_THAT(offers({"import"}, file.path() + "\\ "), ElementsAre(file.path() + " b"));
+}
+
+TEST_P(Completion, OffersKeysOfTheChosenStore) {
+    makeNames();
+    const auto all = ElementsAre("Net", "Net work", "Net work/Dns");
+    for (const char* const command :
+         {"get", "set", "rm", "mkkey", "ls", "tree", "cp", "mv", "export", "watch", "edit"}) {
+        EXPECT_THAT(offersInStore({command}, "N"), all) << command;
+    }
+    EXPECT_THAT(offers({"--file=" + file.path(), "get"}, "N"), all);
+    EXPECT_THAT(offers({"get", "--file", file.path()}, "N"), all);
+    EXPECT_THAT(offersInStore({"--root", "Velquist/Net work", "ls"}, ""), ElementsAre("Dns"));
+    EXPECT_THAT(offersInStore({"import", "--key"}, "N"), all);
+    EXPECT_THAT(offersInStore({"info"}, "N"), IsEmpty());
+    EXPECT_THAT(offers({"--file", file.path() + ".missing", "get"}, "N"), IsEmpty());
+}
+
+TEST_P(Completion, OffersValuesOfTheKey) {
+    makeNames();
+    for (const char* const command : {"get", "set", "rm"}) {
+        EXPECT_THAT(offersInStore({command, "Net"}, "p"), ElementsAre("Port")) << command;
+    }
+    EXPECT_THAT(offersInStore({"get", "Net work/Dns"}, ""), ElementsAre("First Server", "Second"));
+    EXPECT_THAT(offersInStore({"get", "--type", "--default", "x", "net"}, ""), ElementsAre("Port"));
+    EXPECT_THAT(offersInStore({"set", "-t", "dword", "Net"}, ""), ElementsAre("Port"));
+    EXPECT_THAT(offers({"--file=" + file.path(), "rm", "Net"}, ""), ElementsAre("Port"));
+    EXPECT_THAT(offers({"get", "Net", "--file", file.path()}, ""), ElementsAre("Port"));
+}
+
+TEST_P(Completion, OffersKeysAndValuesForTheNewPlace) {
+    makeNames();
+    for (const char* const command : {"cp", "mv"}) {
+        EXPECT_THAT(offersInStore({command, "Net"}, ""),
+                    ElementsAre("Net", "Net work", "Net work/Dns", "Port"));
+        EXPECT_THAT(offersInStore({command, "Net", "Port"}, "Net\\ work/"),
+                    ElementsAre("Net work/Dns"));
+        EXPECT_THAT(offersInStore({command, "Net", "Port", "Net work/Dns"}, "s"),
+                    ElementsAre("Second"));
+    }
+}
+
+TEST_P(Completion, CompletesNamesWithBlanks) {
+    makeNames();
+    EXPECT_THAT(offersInStore({"get"}, "Net\\ w"), ElementsAre("Net work", "Net work/Dns"));
+    EXPECT_THAT(offersInStore({"get"}, "\"Net work/D"), ElementsAre("Net work/Dns"));
+    EXPECT_THAT(offersInStore({"get"}, "'Net work/D"), ElementsAre("Net work/Dns"));
+    EXPECT_THAT(offersInStore({"get", "Net work/Dns"}, "fi"), ElementsAre("First Server"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Shells, Completion, testing::Values("bash", "zsh", "fish"),
+                         [](const auto& shell) { return std::string(shell.param); });

@@ -224,6 +224,13 @@ TEST_F(ExitCode, InfoDoesNotWait) {
         << result.out;
 }
 
+TEST_F(ExitCode, StaysWhenNobodyCanBeTold) {
+    file.write("bad\n");
+    const std::string command =
+        std::string(VQREG_COMMAND_PATH) + " --file " + file.path() + ".new import " + file.path();
+    EXPECT_EQ(4, WEXITSTATUS(std::system((command + " 2>/dev/full").c_str())));
+}
+
 TEST_F(ExitCode, WritingFailed) {
     const std::string path = directoryWith("/mounted");
     const ReadOnlyDirectory directory(path, kText);

@@ -6,6 +6,7 @@
 
 #include "tools/vqreg/Commands.h"
 #include "tools/vqreg/ExitCode.h"
+#include "tools/vqreg/Interruption.h"
 #include "tools/vqreg/Output.h"
 #include "tools/vqreg/Usage.h"
 
@@ -112,6 +113,8 @@ int runCommand(int argc, char** argv) {
         return run(argc, argv);
     } catch (const ClosedPipe&) {
         return 0;
+    } catch (const Interrupted& interrupted) {
+        endProcess(interrupted);
     } catch (const CommandError& error) {
         note(error.what());
         return exitCode(error.code());

@@ -3,18 +3,36 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <iostream>
+
+#include "tools/vqreg/Interruption.h"
 
 namespace vqreg {
+
+namespace {
+
+// What comes next shall not stand behind the question.
+void endLine() {
+    std::fputc('\n', stderr);
+}
+
+}  // namespace
 
 bool confirm(const std::string& question) {
     if (::isatty(STDIN_FILENO) != 1) {
         return true;
     }
+    const Interruption interruption;
     std::fprintf(stderr, "vqreg: %s [y/N] ", question.c_str());
-    std::string answer;
-    std::getline(std::cin, answer);
-    return answer == "y" || answer == "Y" || answer == "yes";
+    try {
+        const std::optional<std::string> answer = Interruption::readLine();
+        if (!answer) {
+            endLine();
+        }
+        return answer == "y" || answer == "Y" || answer == "yes";
+    } catch (const Interrupted&) {
+        endLine();
+        throw;
+    }
 }
 
 }  // namespace vqreg

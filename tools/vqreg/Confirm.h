@@ -6,7 +6,7 @@
 
 namespace vqreg {
 
-// Asks on standard error when standard input is a terminal; true without one.
+// Asks on standard error when standard input is a terminal; true without one. Throws Interrupted.
 bool confirm(const std::string& question);
 
 }  // namespace vqreg

@@ -8,6 +8,7 @@
 #include "tools/vqreg/Confirm.h"
 #include "tools/vqreg/Editor.h"
 #include "tools/vqreg/ExitCode.h"
+#include "tools/vqreg/Interruption.h"
 #include "tools/vqreg/Output.h"
 #include "tools/vqreg/TreeInput.h"
 
@@ -104,6 +105,10 @@ void runEdit(Context& context, const EditOptions& options) {
         file.keep();
         throw CommandError(error.code(),
                            fmt::format("{}; the edited text is in {}", error.what(), file.path()));
+    } catch (const Interrupted&) {
+        file.keep();
+        note("the edited text is in " + file.path());
+        throw;
     }
 }
 

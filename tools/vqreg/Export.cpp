@@ -1,13 +1,17 @@
 // vqreg export: the text of a key and everything below it.
 #include <fmt/format.h>
 
+#include <filesystem>
 #include <memory>
+#include <string_view>
 
 #include "tools/vqreg/Commands.h"
 #include "tools/vqreg/ExitCode.h"
 #include "tools/vqreg/JsonText.h"
 #include "tools/vqreg/Output.h"
+#include "tools/vqreg/Progress.h"
 #include "tools/vqreg/Rules.h"
+#include "tools/vqreg/StoreFault.h"
 #include "tools/vqreg/TreeInput.h"
 
 namespace vqreg {
@@ -19,10 +23,43 @@ struct ExportOptions {
     bool json = false;
 };
 
+constexpr std::size_t kExportPiece = 64UL * 1024;
+
+// How much there is to read, for one who watches.
+std::size_t entriesBelow(const StoreOptions& options, const Names& full) {
+    const std::string file = storeFile(options);
+    if (!Progress::isWatched() || !std::filesystem::exists(file)) {
+        return 0;
+    }
+    const ConfigText text = parseConfigText(readStoreFile(file, rootName(options)));
+    const Key* const key = findKey(text.top, full);
+    const Count count = key ? countBelow(*key) : Count();
+    return count.keys + count.values;
+}
+
+std::optional<Key> loadWatched(StoreSession& session, const Names& path, std::size_t entries) {
+    Progress progress(entries, "keys and values");
+    return session.load(path, -1, [&progress] { progress.step(); });
+}
+
+// Whoever reads it may be slow. On a terminal the text itself shows how far it is.
+void writeText(const std::string& text) {
+    Progress progress(text.size(), "bytes");
+    for (std::size_t at = 0; at < text.size(); at += kExportPiece) {
+        const std::string_view piece = std::string_view(text).substr(at, kExportPiece);
+        Output::standard().write(piece);
+        if (!Output::isTerminal()) {
+            progress.step(piece.size());
+        }
+    }
+}
+
 void runExport(Context& context, const ExportOptions& options) {
     Names path = splitPath(options.key);
+    Names full = rootNames(context.store);
+    full.insert(full.end(), path.begin(), path.end());
     StoreSession session(context.store);
-    std::optional<Key> key = session.load(path);
+    std::optional<Key> key = loadWatched(session, path, entriesBelow(context.store, full));
     if (!key) {
         throw CommandError(eExit::eNegative,
                            fmt::format("there is no key \"{}\"", printable(options.key)));
@@ -32,12 +69,10 @@ void runExport(Context& context, const ExportOptions& options) {
         note("warning: " + rule);
     }
     if (options.json) {
-        Output::standard().write(composeJsonText(*key, joinPath(path)));
+        writeText(composeJsonText(*key, joinPath(path)));
         return;
     }
-    Names full = rootNames(context.store);
-    full.insert(full.end(), path.begin(), path.end());
-    Output::standard().write(composeConfigText(topAround(full, std::move(*key))));
+    writeText(composeConfigText(topAround(full, std::move(*key))));
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 
 #include "tools/vqreg/Commands.h"
 #include "tools/vqreg/ExitCode.h"
+#include "tools/vqreg/Interruption.h"
 #include "tools/vqreg/JsonText.h"
 #include "tools/vqreg/Output.h"
 #include "tools/vqreg/Progress.h"
@@ -86,16 +87,15 @@ void importTree(Context& context, const ImportOptions& options, const PlacedTree
     session.begin();
     const std::vector<Change> changes =
         plan(options, rootNames(context.store), tree, session.load(tree.path));
-    constexpr const char* kInterrupted = "interrupted; nothing has been changed";
     const Interruption interruption;
     {
-        Progress progress(changes.size());
+        Progress progress(changes.size(), "changes");
         applyChanges(session, changes, [&] {
             progress.step();
-            Interruption::endProcessIfAsked(kInterrupted);
+            Interruption::check();
         });
     }
-    Interruption::endProcessIfAsked(kInterrupted);
+    Interruption::check();
     session.end();
 }
 

@@ -10,12 +10,14 @@ namespace vqreg {
 // A line on standard error, if that is a terminal and the work takes more than a second.
 class Progress {
 public:
-    explicit Progress(std::size_t total);
+    // What is counted, in the plural.
+    Progress(std::size_t total, const char* what);
     ~Progress();  // removes the line
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
 
-    void step();
+    static bool isWatched();  // whether there is anybody to show it to
+    void step(std::size_t count = 1);
 
 private:
     using Clock = std::chrono::steady_clock;
@@ -23,23 +25,12 @@ private:
     void show(Clock::time_point now);
 
     const std::size_t m_total;
+    const char* const m_what;
     std::size_t m_done = 0;
-    const bool m_isTerminal;
+    const bool m_isWatched;
     bool m_isShown = false;
     const Clock::time_point m_start;
     Clock::time_point m_next;
-};
-
-// While it lives, SIGINT and SIGTERM are only remembered.
-class Interruption {
-public:
-    Interruption();
-    ~Interruption();
-    Interruption(const Interruption&) = delete;
-    Interruption& operator=(const Interruption&) = delete;
-
-    // Ends the process as the signal would have, if there was one.
-    static void endProcessIfAsked(const char* message);
 };
 
 }  // namespace vqreg

@@ -182,10 +182,12 @@ int StoreSession::Impl::query(CRegKey& key, Value& value) {
     return code;
 }
 
-void StoreSession::Impl::read(CRegKey& key, const Path& path, Key& into, int depthLeft) {
+void StoreSession::Impl::read(CRegKey& key, const Path& path, Key& into, int depthLeft,
+                              const std::function<void()>& done) {
     for (Value& value : valueNames(key)) {
         check(query(key, value));
         into.values.emplace_hint(into.values.end(), folded(value.name), std::move(value));
+        done();
     }
     Path childPath = path;
     childPath.emplace_back();
@@ -193,12 +195,13 @@ void StoreSession::Impl::read(CRegKey& key, const Path& path, Key& into, int dep
         Key& child = into.keys[folded(name)];
         child.name = name;
         childPath.back() = name;
+        done();
         if (depthLeft == 1) {
             continue;
         }
         CRegKey handle;
         if (step(key, childPath, path.size(), handle, false)) {
-            read(handle, childPath, child, depthLeft - 1);
+            read(handle, childPath, child, depthLeft - 1, done);
         } else {
             note(nameOfKey(childPath) + " cannot be opened: \"\\\" separates names");
         }

@@ -39,7 +39,8 @@ struct StoreSession::Impl {
     std::vector<Value> valueNames(VQRegLib::CRegKey& key);
     std::vector<std::string> keyNames(VQRegLib::CRegKey& key);
     int query(VQRegLib::CRegKey& key, Value& value);
-    void read(VQRegLib::CRegKey& key, const Path& path, Key& into, int depthLeft);
+    void read(VQRegLib::CRegKey& key, const Path& path, Key& into, int depthLeft,
+              const std::function<void()>& done);
     void write(VQRegLib::CRegKey& key, const Path& path, const Value& value);
     void removeBelow(VQRegLib::CRegKey& key, const Path& path);
 };

@@ -67,7 +67,8 @@ StoreSession::~StoreSession() {
     }
 }
 
-std::optional<Key> StoreSession::load(const Path& path, int depth) {
+std::optional<Key> StoreSession::load(const Path& path, int depth,
+                                      const std::function<void()>& done) {
     const Reading reading(*m_impl);
     CRegKey handle;
     CRegKey* const key = m_impl->walk(path, handle, false);
@@ -81,7 +82,8 @@ std::optional<Key> StoreSession::load(const Path& path, int depth) {
     const std::string inner = text.substr(0, text.find(']'));
     const std::size_t before = inner.find_last_of("[/");
     result.name = before == std::string::npos ? inner : inner.substr(before + 1);
-    m_impl->read(*key, path, result, depth);
+    m_impl->read(
+        *key, path, result, depth, done ? done : [] {});
     return result;
 }
 

@@ -5,6 +5,7 @@
 
 #include <VQRegLib.h>
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -52,7 +53,9 @@ public:
     // A key with everything below it, or down to `depth` levels of sub keys (1 or more), the last of
     // which have their names only; none when it is missing. Throws eWrongKind when a name of the
     // path is a value's.
-    std::optional<Key> load(const std::vector<std::string>& path, int depth = -1);
+    // `done` is called for each key and value below it that has been read.
+    std::optional<Key> load(const std::vector<std::string>& path, int depth = -1,
+                            const std::function<void()>& done = {});
     // Its name is the one that was asked for, whatever its spelling in the store.
     std::optional<Value> value(const std::vector<std::string>& path, const std::string& name);
     bool hasKey(const std::vector<std::string>& path);

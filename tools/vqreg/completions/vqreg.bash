@@ -1,16 +1,29 @@
 # bash completion for vqreg: commands, options, and the keys and value names of the chosen store.
 
+# A word as the shell would read it: without its quotes and backslashes.
+_vqreg_plain() {
+    printf '%s' "$1" | sed -e 's/\\\(.\)/\1/g' -e 's/^["'\'']//' -e 's/["'\'']$//'
+}
+
 _vqreg_names() {
     local IFS=$'\n'
     "${words[0]}" "${store[@]}" complete "$@" 2>/dev/null
 }
 
-# Names may hold blanks and other characters that the shell would take apart.
+# Names may hold blanks and other characters that the shell would take apart, unless the present word
+# begins with a quote.
 _vqreg_offer() {
     local name
     while IFS= read -r name; do
-        COMPREPLY+=("$(printf '%q' "$name")")
+        [[ $cur == [\'\"]* ]] || name=$(printf '%q' "$name")
+        COMPREPLY+=("$name")
     done
+}
+
+# The shell quotes names of files itself.
+_vqreg_files() {
+    compopt -o filenames
+    mapfile -t COMPREPLY < <(compgen -f -- "$plain")
 }
 
 _vqreg() {
@@ -25,26 +38,31 @@ _vqreg() {
                 # "--file=X" arrives as three words.
                 local option=${words[at]}
                 [[ ${words[at + 1]} != = ]] || ((++at))
-                store+=("$option" "${words[at + 1]/#\~\//$HOME/}")
+                store+=("$option" "$(_vqreg_plain "${words[at + 1]/#\~\//$HOME/}")")
                 ((++at)) ;;
-            --timeout | --color | --default | -t | --type | -L)
+            --timeout | --color | --default | --key | -t | --type | -L)
                 # get has a --type without a word behind it.
-                [[ $command == get && ${words[at]} == --type ]] || ((++at)) ;;
+                if [[ $command != get || ${words[at]} != --type ]]; then
+                    [[ ${words[at + 1]} != = ]] || ((++at))
+                    ((++at))
+                fi ;;
             -*) ;;
             *)
                 if [[ -z $command ]]; then
                     command=${words[at]}
                 else
-                    # As the shell would read the word: without its quotes and backslashes.
-                    arguments+=("$(printf '%s' "${words[at]}" | sed -e 's/\\\(.\)/\1/g' \
-                        -e 's/^["'\'']//' -e 's/["'\'']$//')")
+                    arguments+=("$(_vqreg_plain "${words[at]}")")
                 fi ;;
         esac
     done
     [[ $prev != = ]] || prev=${COMP_WORDS[COMP_CWORD-2]}
+    [[ $cur != = ]] || cur=
+    local plain=${cur//\\/}
+    [[ $cur != [\'\"]* ]] || plain=${cur:1}
     case $prev in
-        --file) mapfile -t COMPREPLY < <(compgen -f -- "$cur"); return ;;
+        --file) _vqreg_files; return ;;
         --color) mapfile -t COMPREPLY < <(compgen -W 'auto always never' -- "$cur"); return ;;
+        --key) _vqreg_offer < <(_vqreg_names keys "$plain"); return ;;
         --root | --timeout | --default | -L) return ;;
         -t | --type)
             if [[ $command == set ]]; then
@@ -54,17 +72,16 @@ _vqreg() {
     esac
     if [[ $cur == -* ]]; then
         mapfile -t COMPREPLY < <(compgen -W \
-            "$("${words[0]}" $command --help 2>/dev/null | grep -oE -- '(^|[ ,])--?[a-zA-Z0-9][a-z-]*' \
-                | tr -d ' ,') --file --root --timeout --no-notify --color" -- "$cur")
+            "$("${words[0]}" ${command:+"$command"} --help 2>/dev/null | sed -n 's/^  \(-[^ ]*\).*/\1/p' | tr , ' ') \
+                --file --root --timeout --no-notify --color" -- "$cur")
         return
     fi
     if [[ -z $command ]]; then
         mapfile -t COMPREPLY < <(compgen -W "$commands" -- "$cur")
         return
     fi
-    local plain=${cur//\\/}
     case $command:${#arguments[@]} in
-        import:0 | check:0 | diff:[01]) mapfile -t COMPREPLY < <(compgen -f -- "$cur") ;;
+        import:0 | check:0 | diff:[01]) _vqreg_files ;;
         get:0 | set:0 | rm:0 | mkkey:0 | ls:0 | tree:0 | export:0 | watch:0 | edit:0 | cp:0 | mv:0)
             _vqreg_offer < <(_vqreg_names keys "$plain") ;;
         get:1 | set:1 | rm:1)
