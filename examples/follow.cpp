@@ -72,7 +72,7 @@ public:
           m_session(store, nullptr, CRegLib::eLocationDefault, nullptr),
           m_waker(m_session, m_event) {}
 
-    // The handler is registered by now, so that no change is lost between the first look and it.
+    // The handler is registered by now, before the first look at the settings.
     bool run() {
         if (m_session.RootKey() == nullptr) {
             return false;
@@ -87,8 +87,9 @@ public:
             }
             eventfd_t count = 0;
             eventfd_read(m_event.fd(), &count);
-            // At its own pace it looks as well: a query costs next to nothing, and a change in the
-            // second of the one before is not announced by the file's time.
+            // At its own pace it looks as well. A query costs next to nothing, and the library tells
+            // changes by the file's time, in whole seconds, since its own first look: one that comes
+            // in the same second, or before that look, is not announced.
             follow();
             if (ready == 0) {
                 work();

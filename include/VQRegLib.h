@@ -133,7 +133,8 @@ public:
 /// every operation answers this until the file is mended); `REGLIB_E_FILE_OPEN` when the file
 /// cannot be read. Operations that change something return `REGLIB_E_FILE_OPEN` also when the new
 /// file cannot be written (no permission in the directory, no room): the change then stays in this
-/// process's memory only and is written with the next change that succeeds.
+/// process's memory only and is written with the next change that succeeds. They do not tell when the
+/// new file is written but cannot take the old one's place: docs/guarantees.md.
 ///
 /// Key names must not hold "]" or line ends, value names no double quote, ":" or line ends, string
 /// values no line ends, and a line of the file ends at 2047 bytes. The library does not check this;
@@ -301,6 +302,8 @@ public:
     /// file's modification time, in whole seconds, has moved since the thread's last look. It looks
     /// when any process calls `SendRegistryChangeNotification`, and every 60 seconds. The process's
     /// own changes count too. A handler that is registered twice is called once. Null is ignored.
+    /// The thread's first look, from which on it tells changes, comes shortly after the store's
+    /// first registration: register first, then read.
     ///
     /// Inside the call a handler may use, open and close sessions, register and remove handlers and
     /// send notifications. Handlers of one store are called one after the other. Closing the last

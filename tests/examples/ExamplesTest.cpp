@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "support/ChildProcess.h"
+#include "support/Handlers.h"
 #include "support/TempStore.h"
 
 namespace {
@@ -152,6 +153,7 @@ TEST_F(FollowExample, TakesAChangeOverWhenItIsAnnounced) {
         file.path(), std::filesystem::file_time_type::clock::now() - std::chrono::seconds(10));
     vqtest::ChildProcess daemon(path("follow"), arguments());
     EXPECT_EQ(daemon.line(), "settings: interval 60000 ms, message \"one\"");
+    ASSERT_TRUE(vqtest::waitWatchers(1, daemon.pid()));
     VQRegLib::CRegLib session(file.path().c_str(), nullptr, VQRegLib::CRegLib::eLocationDefault,
                               nullptr);
     VQRegLib::CRegKey job;

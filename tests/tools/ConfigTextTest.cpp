@@ -114,9 +114,11 @@ TEST(ConfigTextTest, FindsWhatTheLibraryReadsAsHardlyAnybodyMeansIt) {
         {"[K] x",
          "2:4: warning: text stands after the \"]\" and would be written again; remove it"},
         {"[K/]", "2:3: warning: the \"/\" before the \"]\" adds no key; remove it"},
-        {"[K//a]",
-         "2:1: warning: [K/] has no line before this one, which will be written for it too: "
-         "values would move; write [K/] before this line"},
+        {"[K//a]", "2:4: warning: a key has an empty name; remove a \"/\", or name the key"},
+        {"[/K]", "2:2: warning: a key has an empty name; remove a \"/\", or name the key"},
+        {"[" + std::string(2100, 'k') + "]",
+         "2:2049: error: the line is too long: it is cut here, and the rest is read as a line of "
+         "its own; keep lines within 2047 bytes"},
         {"[K/a\\b]",
          "2:5: warning: no program can open a key with \"\\\" in its name; choose another name"},
         {"[K/<root>]",

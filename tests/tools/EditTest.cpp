@@ -132,11 +132,18 @@ TEST_F(EditTest, SeesWhatIsDeletedMeanwhile) {
 
 TEST_F(EditTest, LeavesTheTextWhenTheEditorFails) {
     const CommandResult result = edit("sh -c 'exit 3' sh");
-    EXPECT_EQ((CommandResult{3, "",
+    EXPECT_EQ((CommandResult{1, "",
                              "vqreg: the editor \"sh -c 'exit 3' sh\" failed with status 3; the "
                              "edited text is in " +
                                  leftText() + "\n"}),
               result);
+    EXPECT_EQ(kText, store.read());
+}
+
+TEST_F(EditTest, NamesNoTextThatTheEditorHasRemoved) {
+    const CommandResult result = edit("rm -f");
+    EXPECT_EQ(3, result.status);
+    EXPECT_EQ(std::string::npos, result.err.find("the edited text is in")) << result.err;
     EXPECT_EQ(kText, store.read());
 }
 

@@ -246,6 +246,100 @@ TEST_F(ExitCode, WritingFailed) {
     EXPECT_EQ(vqtest::readFile(directory.file()), kText);
 }
 
+// A container's usual way to hand one file in.
+TEST_F(ExitCode, WritingFailedBecauseTheFileIsAMountPoint) {
+    file.write(kText);
+    const std::string real = directoryWith("/real.cfg");
+    std::ofstream(real) << kText;
+    ASSERT_EQ(::mount(real.c_str(), file.path().c_str(), "", MS_BIND, nullptr), 0);
+    const auto result = run({"set", "/", "V", "y"});
+    const auto same = run({"set", "/", "V", "x"});
+    ::umount2(file.path().c_str(), MNT_DETACH);
+    EXPECT_EQ(
+        result,
+        fails(7, file.path() + ": the change could not be written: the file is a mount point and "
+                               "cannot be replaced; mount its directory instead (\"vqreg clean\" "
+                               "removes what is left)"));
+    EXPECT_EQ(same, prints("")) << "there is nothing to write";
+    EXPECT_EQ(vqtest::readFile(real), kText);
+}
+
+// An ordinary user, for whom permissions count.
+class ExitCodeOfAUser : public ExitCode {
+protected:
+    void SetUp() override {
+        if (as({"--version"}).status != 0) {
+            GTEST_SKIP() << "the command cannot be run as another user here";
+        }
+        std::filesystem::permissions(file.directory(), std::filesystem::perms(0755));
+    }
+
+    static vqtest::CommandResult as(const Arguments& arguments) {
+        Arguments all = {"--reuid", "65534",          "--regid",
+                         "65534",   "--clear-groups", VQREG_COMMAND_PATH};
+        all.insert(all.end(), arguments.begin(), arguments.end());
+        return vqtest::ChildProcess("/usr/bin/setpriv", all).finish();
+    }
+
+    vqtest::CommandResult runAs(Arguments arguments) const {
+        arguments.insert(arguments.begin(), {"--file", file.path()});
+        return as(arguments);
+    }
+};
+
+TEST_F(ExitCodeOfAUser, UnavailableBecauseOfTheFilesPermissions) {
+    file.write(kText);
+    std::filesystem::permissions(file.path(), std::filesystem::perms(0600));
+    for (const Arguments& arguments : std::vector<Arguments>{{"get", "/", "V"},
+                                                             {"set", "/", "V", "y"},
+                                                             {"check"},
+                                                             {"diff", "-", "-"},
+                                                             {"export"}}) {
+        EXPECT_EQ(runAs(arguments),
+                  fails(3, file.path() + ": the file may not be read (owner root, mode 0600)"));
+    }
+}
+
+TEST_F(ExitCodeOfAUser, UnavailableBecauseOfTheDirectorysPermissions) {
+    std::filesystem::permissions(file.directory(), std::filesystem::perms(0700));
+    for (const Arguments& arguments :
+         std::vector<Arguments>{{"get", "/", "V"}, {"check"}, {"import", "-"}}) {
+        EXPECT_EQ(runAs(arguments), fails(3, file.path() + ": the directory " + file.directory() +
+                                                 " may not be entered (owner root, mode 0700)"));
+    }
+}
+
+TEST_F(ExitCodeOfAUser, WritingFailedBecauseOfTheDirectorysPermissions) {
+    file.write(kText);
+    EXPECT_EQ(runAs({"get", "/", "V"}), prints("x\n"));
+    EXPECT_EQ(runAs({"set", "/", "V", "y"}),
+              fails(7, file.path() + ": the change could not be written: the directory " +
+                           file.directory() + " is not writable (owner root, mode 0755)"));
+    EXPECT_EQ(file.read(), kText);
+}
+
+TEST_F(ExitCodeOfAUser, WritingFailedInAStickyDirectory) {
+    std::filesystem::permissions(file.directory(), std::filesystem::perms(01777));
+    file.write(kText);
+    for (const Arguments& arguments :
+         std::vector<Arguments>{{"set", "/", "V", "y"}, {"mkkey", "K"}, {"rm", "/", "V"}}) {
+        EXPECT_EQ(runAs(arguments),
+                  fails(7, file.path() + ": the change could not be written: the directory " +
+                               file.directory() +
+                               " is sticky, and the file is root's (\"vqreg clean\" removes what "
+                               "is left)"));
+    }
+    EXPECT_EQ(file.read(), kText);
+}
+
+TEST_F(ExitCode, UnavailableBecauseOfTheLengthOfTheName) {
+    const std::string path = directoryWith("/" + std::string(230, 'x'));
+    EXPECT_EQ(vqtest::runVqreg({"--file", path, "set", "K", "V", "1"}),
+              fails(3, path + ": the file's name is too long: it has 230 bytes and may have 219, "
+                              "because changes are written to one with an appendix"));
+    EXPECT_FALSE(std::filesystem::exists(path));
+}
+
 TEST_F(ExitCode, ClosedPipeIsQuiet) {
     std::string text = "[Velquist]\n";
     for (int i = 0; i < 20000; ++i) {

@@ -117,8 +117,37 @@ TEST_F(GetSet, BinaryFromFileAndInput) {
     make({"set", "-t", "binary", "K", "Empty", ""});
     EXPECT_EQ(run({"get", "K", "Empty"}), prints("\n"));
     EXPECT_EQ(run({"set", "-t", "binary", "K", "V", "@/nowhere"}),
-              fails(3, "/nowhere: cannot be read"));
-    EXPECT_EQ(run({"set", "-t", "binary", "K", "V", "@/tmp"}), fails(3, "/tmp: cannot be read"));
+              fails(3, "/nowhere: No such file or directory"));
+    EXPECT_EQ(run({"set", "-t", "binary", "K", "V", "@/tmp"}),
+              fails(3, "/tmp: is a directory, not a file"));
+}
+
+TEST_F(GetSet, BinaryFromAnInputThatCannotBeRead) {
+    make({"set", "-t", "binary", "K", "V", "0102"});
+    const auto result =
+        vqtest::ChildProcess("/bin/sh", {"-c", "exec " VQREG_COMMAND_PATH " --file " + file.path() +
+                                                   " set -t binary K V - < /tmp"})
+            .finish();
+    EXPECT_EQ(result, fails(3, "standard input: Is a directory"));
+    EXPECT_EQ(run({"get", "K", "V"}), prints("0102\n"));
+}
+
+TEST_F(GetSet, DefaultWithoutTheRootKey) {
+    file.write("");
+    EXPECT_EQ(run({"get", "--default", "7", "K", "V"}), prints("7\n"));
+    file.write("[Other]\n");
+    EXPECT_EQ(run({"get", "--default", "7", "K", "V"}), prints("7\n"));
+    file.write("nonsense\n");
+    EXPECT_EQ(run({"get", "--default", "7", "K", "V"}).status, 4);
+}
+
+TEST_F(GetSet, ClosedStreams) {
+    const auto result =
+        vqtest::ChildProcess("/bin/sh", {"-c", "exec " VQREG_COMMAND_PATH " --file " + file.path() +
+                                                   " set K V text <&- >&- 2>&-"})
+            .finish();
+    EXPECT_EQ(result, prints(""));
+    EXPECT_EQ(run({"get", "K", "V"}), prints("text\n"));
 }
 
 TEST_F(GetSet, BadHex) {

@@ -197,6 +197,22 @@ TEST_F(ImportTest, RefusesWhatBreaksARule) {
     expectUntouched();
 }
 
+TEST_F(ImportTest, RefusesTextsThatTheFileWouldCut) {
+    for (const std::string& line :
+         {std::string("\"V\"=string:a\rb\n"), std::string("\"V\"=string:a\0b\n", 15)}) {
+        const CommandResult result = import({}, "[Velquist]\n" + line);
+        EXPECT_EQ(5, result.status);
+        EXPECT_NE(std::string::npos, result.err.find("-:2:13: warning: ")) << result.err;
+        EXPECT_EQ(kText, store.read());
+    }
+    // An ordinary line end of other systems is none of these.
+    EXPECT_EQ(0, import({}, "[Velquist]\r\n\"V\"=string:a\r\n").status);
+}
+
+TEST_F(ImportTest, WantsNoLinesOfTheKeysAbove) {
+    EXPECT_EQ((CommandResult{0, "", ""}), import({"--key", "A/B"}, "[Velquist/A/B]\n"));
+}
+
 TEST_F(ImportTest, RefusesTextsAboutOtherKeys) {
     const std::string message = "; leave out the rest, or name another key or root key\n";
     EXPECT_EQ(
@@ -225,6 +241,22 @@ bool catchesInterrupts(pid_t pid) {
     const std::size_t at = status.find("SigCgt:");
     return at != std::string::npos &&
            (std::stoull(status.substr(at + 7), nullptr, 16) >> (SIGINT - 1) & 1) != 0;
+}
+
+TEST(ImportSignalTest, ComesTooLateAfterTheWrite) {
+    TempStore store;
+    store.write(kText);
+    const ino_t before = store.inode();
+    std::string input = "[Velquist]\n";
+    for (int i = 0; i < 50000; ++i) {
+        input += "\"v" + std::to_string(i) + "\"=dword:00000001\n";
+    }
+    TempStore texts;
+    texts.write(input);
+    vqtest::VqregProcess process({"--file", store.path(), "import", texts.path()});
+    ASSERT_TRUE(vqtest::waitUntil([&] { return store.exists() && store.inode() != before; }));
+    process.signal(SIGINT);
+    EXPECT_EQ((CommandResult{0, "", ""}), process.finish());
 }
 
 TEST(ImportSignalTest, LeavesTheStoreAsItWas) {

@@ -34,6 +34,13 @@ TerminalResult shows(const std::string& screen) {
     return {.status = 0, .screen = screen, .out = "", .err = ""};
 }
 
+TerminalResult declined(const std::string& screen, const std::string& done) {
+    return {.status = 1,
+            .screen = screen + "vqreg: nothing has been " + done + "\n",
+            .out = "",
+            .err = ""};
+}
+
 class Terminal : public vqtest::VqregStore {
 protected:
     Terminal() { file.write(kText); }
@@ -86,14 +93,14 @@ TEST_F(TerminalRm, TellsHowMuchIsBelowAKey) {
 
 TEST_F(TerminalRm, TakesEveryOtherAnswerForNo) {
     for (const std::string keys : {"n\n", "\n", "yo\n", "no\n"}) {
-        EXPECT_EQ(answer({"rm", "Sub", "a"}, question, keys), shows(question + keys));
+        EXPECT_EQ(answer({"rm", "Sub", "a"}, question, keys), declined(question + keys, "removed"));
     }
     EXPECT_EQ(kText, file.read());
 }
 
 TEST_F(TerminalRm, TakesTheEndOfInputForNoAndEndsTheLine) {
     EXPECT_EQ(answer({"rm", "Sub", "a"}, question, TerminalProcess::kEndOfInput),
-              shows(question + "\n"));
+              declined(question + "\n", "removed"));
     EXPECT_EQ(kText, file.read());
 }
 
@@ -145,7 +152,7 @@ TEST_F(TerminalRestore, ColoursTheDifference) {
 TEST_F(TerminalRestore, LeavesTheStoreWithoutAYes) {
     const std::string before = file.read();
     EXPECT_EQ(answer({"--color=never", "restore"}, question(), "\n"),
-              shows(difference + question() + "\n"));
+              declined(difference + question() + "\n", "restored"));
     EXPECT_EQ(before, file.read());
 }
 

@@ -71,6 +71,19 @@ TEST(Usage, MisspeltOptions) {
               misused("unknown option \"--something-else\"; write -- before arguments that begin "
                       "with \"-\"",
                       kGetUsage));
+    EXPECT_EQ(runVqreg({"get", "-x", "K", "V"}),
+              misused("unknown option \"-x\"; write -- before arguments that begin with \"-\"",
+                      kGetUsage));
+    EXPECT_EQ(runVqreg({"get", "K", "++"}), misused("write -- before \"++\"", kUsage));
+}
+
+TEST(Usage, AnOptionMayHaveAnEmptyText) {
+    // The argument behind it is its own.
+    EXPECT_EQ(runVqreg({"--root=", "set", "K", "V", "x"}).status, 5);
+    EXPECT_EQ(runVqreg({"get", "--default=", "K", "V"}), vqtest::prints("\n"));
+    EXPECT_EQ(runVqreg({"set", "K", "V", "--", "--root="}), vqtest::prints(""));
+    EXPECT_EQ(runVqreg({"get", "K", "V"}), vqtest::prints("--root=\n"));
+    EXPECT_EQ(runVqreg({"get", "K", "--", "++"}).status, 1);
 }
 
 TEST(Usage, WrongNumberOfArguments) {
@@ -78,7 +91,7 @@ TEST(Usage, WrongNumberOfArguments) {
     EXPECT_EQ(runVqreg({"get", "K"}), misused("NAME is required", kGetUsage));
     EXPECT_EQ(runVqreg({"get", "K", "V", "X"}), misused("one argument too many: \"X\"", kGetUsage));
     EXPECT_EQ(runVqreg({"cp", "K"}).err,
-              "vqreg: SECOND is required\n"
+              "vqreg: NEWKEY|NAME is required\n"
               "usage: vqreg cp [-f] KEY [NAME] NEWKEY [NEWNAME]\n");
 }
 

@@ -2,7 +2,9 @@
 #include <sys/stat.h>
 #include <utime.h>
 
+#include <filesystem>
 #include <fstream>
+#include <memory>
 #include <regex>
 
 #include "tools/VqregStore.h"
@@ -112,6 +114,70 @@ TEST_F(WholeStore, RestoreOfAMalformedFile) {
     EXPECT_EQ(vqtest::readFile(file.path() + ".malformed"), "[Velquist]\nnonsense\n");
 }
 
+TEST_F(WholeStore, RestoreKeepsEveryMalformedText) {
+    std::ofstream(file.backupPath()) << "[Velquist]\n";
+    for (const std::string text : {"first", "second"}) {
+        file.write(text + "\n");
+        EXPECT_EQ(run({"restore"}).status, 0);
+    }
+    EXPECT_EQ(vqtest::readFile(file.path() + ".malformed"), "first\n");
+    EXPECT_EQ(vqtest::readFile(file.path() + ".malformed.1"), "second\n");
+    EXPECT_EQ(file.files().size(), 4u);
+}
+
+TEST_F(WholeStore, RestoreWritesThroughNoLink) {
+    const std::string precious = file.directory() + "/precious";
+    std::ofstream(precious) << "mine";
+    for (const char* const name : {".restored", ".malformed"}) {
+        std::filesystem::create_symlink(precious, file.path() + name);
+    }
+    file.write("nonsense\n");
+    std::ofstream(file.backupPath()) << "[Velquist]\n";
+    EXPECT_EQ(run({"restore"}).status, 0);
+    EXPECT_EQ(vqtest::readFile(precious), "mine");
+    EXPECT_TRUE(std::filesystem::is_regular_file(std::filesystem::symlink_status(file.path())));
+    EXPECT_EQ(file.read(), "[Velquist]\n");
+}
+
+TEST_F(WholeStore, RestoreByManyAtOnce) {
+    std::ofstream(file.backupPath()) << "[Velquist]\n\"V\"=string:x\n";
+    for (int round = 0; round < 10; ++round) {
+        file.write("nonsense\n");
+        std::vector<std::unique_ptr<vqtest::VqregProcess>> commands;
+        const vqtest::Arguments arguments = {"--file", file.path(), "restore", "-f"};
+        for (int i = 0; i < 4; ++i) {
+            commands.push_back(std::make_unique<vqtest::VqregProcess>(arguments));
+        }
+        int done = 0;
+        for (const auto& command : commands) {
+            const vqtest::CommandResult result = command->finish();
+            EXPECT_TRUE(result.status == 0 || result.status == 1) << result.err;
+            done += result.status == 0 ? 1 : 0;
+        }
+        EXPECT_GE(done, 1);
+        EXPECT_EQ(file.read(), "[Velquist]\n\"V\"=string:x\n");
+        EXPECT_EQ(vqtest::readFile(file.path() + ".malformed"), "nonsense\n");
+    }
+}
+
+TEST_F(WholeStore, RestoreOfAnotherRootKey) {
+    file.write("nonsense\n");
+    std::ofstream(file.backupPath()) << "[Other]\n";
+    EXPECT_EQ(run({"restore"}).status, 0);
+    EXPECT_EQ(file.read(), "[Other]\n");
+}
+
+// None of these waits for a writer that does not come.
+TEST_F(WholeStore, ASpecialFileIsNoStore) {
+    ASSERT_EQ(::mkfifo(file.path().c_str(), 0666), 0);
+    const std::string why = file.path() + ": is a special file, not a file";
+    EXPECT_EQ(run({"diff", "-", "-"}), fails(3, why));
+    EXPECT_EQ(run({"check"}), fails(3, why));
+    EXPECT_EQ(run({"import", "--dry-run", "-"}, "[Velquist]\n"), fails(3, why));
+    EXPECT_EQ(run({"get", "K", "V"}), fails(3, why));
+    EXPECT_EQ(run({"complete", "keys"}), prints(""));
+}
+
 TEST_F(WholeStore, RestoreWithoutABackup) {
     file.write("[Velquist]\n");
     EXPECT_EQ(run({"restore"}), fails(3, file.backupPath() + ": there is no backup"));
@@ -134,6 +200,13 @@ TEST_F(WholeStore, CleanRemovesOldTemporaryFiles) {
     }
     std::ofstream(old).close();
     std::ofstream(young).close();
+    age(old);
+    // What a killed restore leaves.
+    const std::string restored = file.path() + ".restored-a1B2c3";
+    std::ofstream(restored).close();
+    age(restored);
+    EXPECT_EQ(run({"clean"}), prints(restored + "\n" + old + "\n"));
+    std::ofstream(old).close();
     age(old);
     age(file.path());
     EXPECT_EQ(run({"clean", "-n"}), prints(old + "\n"));

@@ -5,6 +5,7 @@
 
 #include "tools/vqreg/Commands.h"
 #include "tools/vqreg/Output.h"
+#include "tools/vqreg/StoreFault.h"
 #include "tools/vqreg/TreeInput.h"
 
 namespace vqreg {
@@ -27,7 +28,8 @@ Json jsonOf(const std::string& file, const Finding& finding) {
 
 void runCheck(Context& context, const CheckOptions& options) {
     const std::string file = options.file ? *options.file : storeFile(context.store);
-    const ConfigText parsed = parseConfigText(readInput(file));
+    const ConfigText parsed = parseConfigText(
+        options.file ? readInput(file) : readStoreFile(file, rootName(context.store)));
     Output& output = Output::standard();
     for (const Finding& finding : parsed.findings) {
         if (options.json) {

@@ -44,6 +44,12 @@ bool isIdentifier(std::string_view text) {
     return true;
 }
 
+// What vqreg restore appends to the file's name while it writes.
+bool isOfRestore(std::string_view appendix) {
+    constexpr std::string_view kStart = ".restored-";
+    return appendix.starts_with(kStart) && appendix.size() == kStart.size() + 6;
+}
+
 bool isOldFile(const std::string& path) {
     struct stat status {};
     return ::lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
@@ -62,8 +68,11 @@ std::vector<std::string> leftovers(const std::string& file) {
     std::vector<std::string> found;
     for (const auto& entry : entries) {
         const std::string other = entry.path().filename().string();
-        if (other.starts_with(name) && isIdentifier(std::string_view(other).substr(name.size())) &&
-            isOldFile(entry.path().string())) {
+        if (!other.starts_with(name)) {
+            continue;
+        }
+        const std::string_view appendix = std::string_view(other).substr(name.size());
+        if ((isIdentifier(appendix) || isOfRestore(appendix)) && isOldFile(entry.path().string())) {
             found.push_back(entry.path().string());
         }
     }

@@ -2,7 +2,12 @@
 
 #include <VQRegLib.h>
 
+#include <algorithm>
+#include <cstdlib>
 #include <exception>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "tools/vqreg/Commands.h"
 #include "tools/vqreg/ExitCode.h"
@@ -27,7 +32,12 @@ void addGlobalOptions(CLI::App& app, Context& context) {
     app.add_option("--timeout", context.store.timeoutSeconds,
                    "Seconds to wait for the lock of the store (default: 30)")
         ->type_name("S")
-        ->check(CLI::Range(0.0, 1e6).description(""));
+        ->check(CLI::Validator(
+            [](const std::string& text) {
+                const double seconds = std::strtod(text.c_str(), nullptr);
+                return seconds >= 0 && seconds <= 1e6 ? "" : "must be from 0 to 1000000: " + text;
+            },
+            ""));
     app.add_flag_callback(
         "--no-notify", [&context] { context.store.notify = false; },
         "Do not tell other processes of changes");
@@ -67,9 +77,33 @@ int usageError(const CLI::App& app, const std::string& message) {
     return exitCode(eExit::eUsage);
 }
 
+// In the order in which CLI11 takes them: the last one first. It would take the argument behind
+// "--option=" for the option's text, and "++" for the end of a command's arguments.
+std::vector<std::string> argumentsOf(int argc, char** argv) {
+    std::vector<std::string> arguments;
+    bool mayBeOption = true;
+    for (int i = 1; i < argc; ++i) {
+        std::string argument = argv[i];
+        mayBeOption = mayBeOption && argument != "--";
+        if (mayBeOption && argument == "++") {
+            throw CommandError(eExit::eUsage, "write -- before \"++\"");
+        }
+        if (mayBeOption && argument.size() > 3 && argument.starts_with("--") &&
+            argument.find('=') == argument.size() - 1) {
+            argument.pop_back();
+            arguments.push_back(std::move(argument));
+            arguments.emplace_back();
+        } else {
+            arguments.push_back(std::move(argument));
+        }
+    }
+    std::reverse(arguments.begin(), arguments.end());
+    return arguments;
+}
+
 int parseAndRun(CLI::App& app, Context& context, int argc, char** argv) {
     try {
-        app.parse(argc, argv);
+        app.parse(argumentsOf(argc, argv));
         Output::standard().flush();
         return context.exitCode;
     } catch (const CLI::CallForHelp&) {

@@ -1,11 +1,11 @@
 // vqreg complete: names for the completion of a shell.
-#include <fstream>
-#include <iterator>
 #include <memory>
 
 #include "tools/vqreg/Commands.h"
 #include "tools/vqreg/ConfigText.h"
+#include "tools/vqreg/ExitCode.h"
 #include "tools/vqreg/Output.h"
+#include "tools/vqreg/StoreFault.h"
 #include "tools/vqreg/TreeInput.h"
 
 namespace vqreg {
@@ -32,8 +32,12 @@ void printKeys(const Key& key, const std::string& path, const std::string& prefi
 // The file is read without the store's lock and without the library: a person who presses a key
 // shall not wait, and shall see no message.
 void complete(const CompleteOptions& options, const Context& context) {
-    std::ifstream in(storeFile(context.store), std::ios::binary);
-    const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    std::string text;
+    try {
+        text = readStoreFile(storeFile(context.store), rootName(context.store));
+    } catch (const CommandError&) {
+        return;
+    }
     const ConfigText config = parseConfigText(text);
     const Key* const root = findKey(config.top, rootNames(context.store));
     if (!root) {

@@ -114,7 +114,7 @@ void ConfigReader::walkPath(const Piece& piece, std::string_view line,
             child.name = names[i];
             child.text = line;
             child.line = piece.line;
-            if (i + 1 < names.size()) {
+            if (i + 1 < names.size() && !names[i].empty()) {
                 missing.push_back(bracketed(names, i + 1));
             }
         } else if (!child.isKey && !m_isInvisible) {
@@ -138,11 +138,13 @@ void ConfigReader::walkPath(const Piece& piece, std::string_view line,
             list += (i + 1 == missing.size() ? " and " : ", ") + missing[i];
         }
         const bool isOne = missing.size() == 1;
-        warning(piece, {0,
-                        list + (isOne ? " has no line" : " have no lines") +
-                            " before this one, which will be written for " +
-                            (isOne ? "it" : "them") + " too: values would move",
-                        "write " + list + " before this line"});
+        warning(piece,
+                {0,
+                 list + (isOne ? " has no line" : " have no lines") +
+                     " before this one, which will be written for " + (isOne ? "it" : "them") +
+                     " too: values would move",
+                 "write " + list + " before this line"},
+                Finding::eKind::eMissingParent);
     }
 }
 
@@ -203,10 +205,13 @@ void ConfigReader::judgeReplaced(const Piece& piece, const ValueLine& parts, con
 
 void ConfigReader::noteCut(const Piece& piece, eCut cut, std::size_t size) {
     if (cut == eCut::eNul) {
-        warning(piece, {size, "a NUL ends the line here: the rest of it is ignored", "remove it"});
+        warning(piece, {size, "a NUL ends the line here: the rest of it is ignored", "remove it"},
+                Finding::eKind::eTruncated);
     } else if (cut == eCut::eCarriageReturn) {
-        warning(piece, {size, "a carriage return ends the line here: the rest of it is ignored",
-                        "remove it, or make it a line end"});
+        warning(piece,
+                {size, "a carriage return ends the line here: the rest of it is ignored",
+                 "remove it, or make it a line end"},
+                Finding::eKind::eTruncated);
     } else if (cut == eCut::eLineEnd && !m_hasCarriageReturns) {
         m_hasCarriageReturns = true;
         warning(piece, {size, "lines end in CR LF, and the next change writes LF",
@@ -235,22 +240,23 @@ void ConfigReader::error(const Piece& piece, const Fault& fault) {
         m_hasError = true;
         m_readTop = modelOf(m_top);
     }
-    if (piece.offset > 0) {
+    // What is wrong with a long key line is that it is long: its "]" may stand behind the cut.
+    if (piece.offset > 0 || (m_longLine == piece.line && piece.bytes.starts_with('['))) {
         m_findings[m_longFinding].isError = true;
     } else {
         add(piece, fault, true);
     }
 }
 
-void ConfigReader::warning(const Piece& piece, const Fault& fault) {
+void ConfigReader::warning(const Piece& piece, const Fault& fault, Finding::eKind kind) {
     if (piece.offset == 0) {
-        add(piece, fault, false);
+        add(piece, fault, false, kind);
     }
 }
 
-void ConfigReader::add(const Piece& piece, const Fault& fault, bool isError) {
+void ConfigReader::add(const Piece& piece, const Fault& fault, bool isError, Finding::eKind kind) {
     m_findings.push_back(
-        {piece.line, piece.offset + fault.at + 1, isError, fault.what, fault.mend});
+        {piece.line, piece.offset + fault.at + 1, isError, fault.what, fault.mend, kind});
 }
 
 Key ConfigReader::takeTop() {

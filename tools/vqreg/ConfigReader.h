@@ -55,8 +55,10 @@ private:
     void noteLongLine(const Piece& piece);
 
     void error(const Piece& piece, const Fault& fault);
-    void warning(const Piece& piece, const Fault& fault);
-    void add(const Piece& piece, const Fault& fault, bool isError);
+    void warning(const Piece& piece, const Fault& fault,
+                 Finding::eKind kind = Finding::eKind::eOther);
+    void add(const Piece& piece, const Fault& fault, bool isError,
+             Finding::eKind kind = Finding::eKind::eOther);
 
     static Key modelOf(const Node& node);
     static void print(const Node& node, std::string& text);

@@ -16,6 +16,11 @@ struct Finding {
     bool isError = true;  // the library refuses the file; otherwise it reads something unexpected
     std::string what;     // what is wrong
     std::string mend;     // how to mend it
+    enum class eKind {
+        eOther,
+        eMissingParent,  // means nothing in a text that is put into a store
+        eTruncated       // the library reads less than the line has
+    } kind = eKind::eOther;
 };
 
 // "FILE:LINE:COL: error: what is wrong; how to mend it" (or "warning:").

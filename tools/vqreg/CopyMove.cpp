@@ -141,7 +141,7 @@ void add(CLI::App& app, Context& context, bool move) {
     command->add_flag("-f", options->force, "Replace a value, or merge into a key, that exists");
     command->add_option("KEY", options->first, "Path of the key")->required()->type_name("");
     command
-        ->add_option("SECOND", options->second,
+        ->add_option("NEWKEY|NAME", options->second,
                      "With two arguments the path of the new key; else the name of the value")
         ->required()
         ->type_name("");

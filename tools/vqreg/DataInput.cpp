@@ -1,13 +1,11 @@
 #include "tools/vqreg/DataInput.h"
 
 #include <charconv>
-#include <fstream>
-#include <iostream>
-#include <iterator>
 
 #include "tools/vqreg/ExitCode.h"
 #include "tools/vqreg/HexDigits.h"
 #include "tools/vqreg/Output.h"
+#include "tools/vqreg/TreeInput.h"
 
 namespace vqreg {
 
@@ -26,27 +24,12 @@ bool isHexNumber(const std::string& text) {
     return text.starts_with("0x") || text.starts_with("0X");
 }
 
-std::string readAll(std::istream& in, const std::string& name) {
-    std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    if (in.bad()) {
-        throw CommandError(eExit::eUnavailable, name + ": cannot be read");
-    }
-    return bytes;
-}
-
 std::string parseBytes(const std::string& text) {
-    if (text == "-") {
-        return readAll(std::cin, "standard input");
+    if (text == "@") {
+        throw CommandError(eExit::eUsage, "\"@\" needs the name of a file behind it");
     }
-    if (text.starts_with('@')) {
-        const std::string name = text.substr(1);
-        std::ifstream in(name, std::ios::binary);
-        // A directory can be opened, but not read from.
-        if (!in || (in.peek(), in.bad())) {
-            throw CommandError(eExit::eUnavailable, name + ": cannot be read");
-        }
-        in.clear();
-        return readAll(in, name);
+    if (text == "-" || text.starts_with('@')) {
+        return readInput(text == "-" ? text : text.substr(1));
     }
     auto bytes = parseHex(text);
     if (!bytes) {

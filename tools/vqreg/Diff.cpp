@@ -5,6 +5,7 @@
 
 #include "tools/vqreg/Commands.h"
 #include "tools/vqreg/Output.h"
+#include "tools/vqreg/StoreFault.h"
 #include "tools/vqreg/TreeInput.h"
 
 namespace vqreg {
@@ -18,8 +19,11 @@ struct DiffOptions {
 };
 
 Key topOf(const Context& context, const std::string& name) {
-    const std::string file = name == "-" ? storeFile(context.store) : name;
-    return parsedTop(file, readInput(file));
+    if (name != "-") {
+        return parsedTop(name, readInput(name));
+    }
+    const std::string file = storeFile(context.store);
+    return parsedTop(file, readStoreFile(file, rootName(context.store)));
 }
 
 void runDiff(Context& context, const DiffOptions& options) {

@@ -2,6 +2,7 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <memory>
 
 #include "tools/vqreg/Commands.h"
@@ -87,12 +88,21 @@ void editKey(Context& context, const EditOptions& options, const Names& path, co
         return;
     }
     for (const Change& change : changes) {
-        fmt::print(stderr, "{}\n", lineOf(change, rootNames(context.store)));
+        // Nobody can be told where this fails.
+        std::fputs((lineOf(change, rootNames(context.store)) + '\n').c_str(), stderr);
     }
     if (!options.yes && !confirm("Make these changes?")) {
         throw CommandError(eExit::eNegative, "nothing has been changed");
     }
     apply(context, path, before, changes);
+}
+
+// Says where the text stays; nothing if the editor has removed it.
+std::string keep(TemporaryText& file, const std::string& before) {
+    file.keep();
+    return ::access(file.path().c_str(), F_OK) == 0
+               ? before + "the edited text is in " + file.path()
+               : std::string();
 }
 
 void runEdit(Context& context, const EditOptions& options) {
@@ -102,12 +112,12 @@ void runEdit(Context& context, const EditOptions& options) {
     try {
         editKey(context, options, path, before, file);
     } catch (const CommandError& error) {
-        file.keep();
-        throw CommandError(error.code(),
-                           fmt::format("{}; the edited text is in {}", error.what(), file.path()));
+        throw CommandError(error.code(), error.what() + keep(file, "; "));
     } catch (const Interrupted&) {
-        file.keep();
-        note("the edited text is in " + file.path());
+        const std::string place = keep(file, "");
+        if (!place.empty()) {
+            note(place);
+        }
         throw;
     }
 }

@@ -24,17 +24,6 @@ const char* variable(const char* name) {
     return value && *value ? value : nullptr;
 }
 
-bool writeAll(int fd, std::string_view text) {
-    while (!text.empty()) {
-        const ssize_t size = ::write(fd, text.data(), text.size());
-        if (size < 0 && errno != EINTR) {
-            return false;
-        }
-        text.remove_prefix(size < 0 ? 0 : static_cast<std::size_t>(size));
-    }
-    return true;
-}
-
 // The keys that end the editor's work are not meant for this process.
 class SignalsIgnored {
 public:
@@ -107,7 +96,7 @@ void runEditor(const std::string& file) {
     while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
     }
     if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
-        throw CommandError(eExit::eUnavailable,
+        throw CommandError(eExit::eNegative,
                            fmt::format("the editor \"{}\" failed with status {}", editor,
                                        WIFEXITED(status) ? WEXITSTATUS(status) : WTERMSIG(status)));
     }

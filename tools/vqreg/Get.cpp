@@ -33,25 +33,32 @@ void print(const Value& value, const GetOptions& options) {
     }
 }
 
-void get(const GetOptions& options, Context& context) {
+// Throws when there is none.
+Value storedValue(const GetOptions& options, const Context& context) {
     StoreSession store(context.store);
-    const std::vector<std::string> path = splitPath(options.key);
-    if (const auto value = store.value(path, options.name)) {
-        print(*value, options);
-        return;
-    }
-    if (options.fallback) {
-        Value value;
-        value.type = VQRegLib::CRegLib::eString;
-        value.bytes = *options.fallback;
-        print(value, options);
-        return;
+    const Path path = splitPath(options.key);
+    if (auto value = store.value(path, options.name)) {
+        return std::move(*value);
     }
     const std::string key = nameOfKey(path);
     throw CommandError(eExit::eNegative,
                        store.hasKey(path)
                            ? fmt::format("{} has no value \"{}\"", key, printable(options.name))
                            : key + " does not exist");
+}
+
+void get(const GetOptions& options, const Context& context) {
+    try {
+        print(storedValue(options, context), options);
+    } catch (const CommandError& error) {
+        if (error.code() != eExit::eNegative || !options.fallback) {
+            throw;
+        }
+        Value value;
+        value.type = VQRegLib::CRegLib::eString;
+        value.bytes = *options.fallback;
+        print(value, options);
+    }
 }
 
 }  // namespace

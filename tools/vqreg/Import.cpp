@@ -1,9 +1,8 @@
 // vqreg import: puts a text into the store, in one update.
 #include <fmt/format.h>
-#include <sys/stat.h>
 
-#include <cerrno>
 #include <memory>
+#include <optional>
 
 #include "tools/vqreg/Commands.h"
 #include "tools/vqreg/ExitCode.h"
@@ -11,6 +10,7 @@
 #include "tools/vqreg/JsonText.h"
 #include "tools/vqreg/Output.h"
 #include "tools/vqreg/Progress.h"
+#include "tools/vqreg/StoreFault.h"
 #include "tools/vqreg/TreeInput.h"
 
 namespace vqreg {
@@ -39,13 +39,13 @@ PlacedTree readJsonTree(const ImportOptions& options, const std::string& text) {
 // What the store has at the place, without changing or making anything.
 std::optional<Key> currentTree(const Context& context, const Names& path) {
     const std::string file = storeFile(context.store);
-    struct stat status {};
-    if (::stat(file.c_str(), &status) != 0 && errno == ENOENT) {
+    const std::optional<std::string> text = readStoreFileIfAny(file, rootName(context.store));
+    if (!text) {
         return std::nullopt;
     }
-    const ConfigText parsed = parseConfigText(readInput(file));
+    const ConfigText parsed = parseConfigText(*text);
     if (!parsed.isReadable()) {
-        parsedTop(file, readInput(file));  // prints why, and throws
+        parsedTop(file, *text);  // prints why, and throws
     }
     Names full = rootNames(context.store);
     full.insert(full.end(), path.begin(), path.end());
@@ -83,11 +83,12 @@ std::vector<Change> plan(const ImportOptions& options, const Names& above, const
 void importTree(Context& context, const ImportOptions& options, const PlacedTree& tree) {
     StoreOptions store = context.store;
     store.create = true;
+    std::optional<Interruption> interruption;  // outlives the session: what is written is written
     StoreSession session(store);
     session.begin();
     const std::vector<Change> changes =
         plan(options, rootNames(context.store), tree, session.load(tree.path));
-    const Interruption interruption;
+    interruption.emplace();
     {
         Progress progress(changes.size(), "changes");
         applyChanges(session, changes, [&] {

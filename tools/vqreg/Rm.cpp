@@ -21,8 +21,10 @@ CommandError missing(const std::string& what) {
     return {eExit::eNegative, what + " does not exist"};
 }
 
-bool mayRemove(const RmOptions& options, const std::string& what) {
-    return options.force || confirm("remove " + what + "?");
+void askToRemove(const RmOptions& options, const std::string& what) {
+    if (!options.force && !confirm("remove " + what + "?")) {
+        throw CommandError(eExit::eNegative, "nothing has been removed");
+    }
 }
 
 void removeValue(StoreSession& store, const RmOptions& options, const Path& path) {
@@ -31,7 +33,8 @@ void removeValue(StoreSession& store, const RmOptions& options, const Path& path
     if (!store.value(path, *options.name)) {
         throw missing(what);
     }
-    if (mayRemove(options, what) && !store.removeValue(path, *options.name)) {
+    askToRemove(options, what);
+    if (!store.removeValue(path, *options.name)) {
         throw missing(what);
     }
 }
@@ -55,7 +58,8 @@ void removeKey(StoreSession& store, const RmOptions& options, const Path& path) 
                 : fmt::format("{} with {} {} and {} {} below it", nameOfKey(path), count.keys,
                               count.keys == 1 ? "key" : "keys", count.values,
                               count.values == 1 ? "value" : "values");
-    if (mayRemove(options, what) && !store.removeKey(path)) {
+    askToRemove(options, what);
+    if (!store.removeKey(path)) {
         throw missing(nameOfKey(path));
     }
 }

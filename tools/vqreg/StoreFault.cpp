@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <filesystem>
 #include <optional>
@@ -213,7 +214,41 @@ CommandError writeFault(const std::string& file) {
                     start + fmt::format("no room on the file system of {}", directory)};
         }
     }
-    return {eExit::eWriteFailed, start + fmt::format("no new file can be made in {}", directory)};
+    return {eExit::eWriteFailed,
+            start + fmt::format("there is no room, or no new file can be made, in {}", directory)};
+}
+
+CommandError replaceFault(const std::string& file) {
+    const std::string directory = directoryOf(file);
+    std::string why = "the new file could not take its place";
+    struct stat above {};
+    struct stat status {};
+    struct statx more {};
+    if (::statx(AT_FDCWD, file.c_str(), 0, STATX_TYPE, &more) == 0 &&
+        (more.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0) {
+        why = "the file is a mount point and cannot be replaced; mount its directory instead";
+    } else if (::stat(directory.c_str(), &above) == 0 && (above.st_mode & S_ISVTX) != 0 &&
+               ::stat(file.c_str(), &status) == 0 && status.st_uid != ::geteuid()) {
+        why = fmt::format("the directory {} is sticky, and the file is {}'s", directory,
+                          userName(status.st_uid));
+    }
+    return {eExit::eWriteFailed,
+            fmt::format("{}: the change could not be written: {} (\"vqreg clean\" removes what is "
+                        "left)",
+                        file, why)};
+}
+
+std::optional<CommandError> nameFault(const std::string& file) {
+    constexpr std::size_t kAppended = 36;  // what tells the temporary files apart
+    constexpr std::size_t kLongest = NAME_MAX - kAppended;
+    const std::string name = std::filesystem::path(file).filename();
+    if (name.size() <= kLongest) {
+        return std::nullopt;
+    }
+    return unavailable(
+        fmt::format("{}: the file's name is too long: it has {} bytes and may have "
+                    "{}, because changes are written to one with an appendix",
+                    file, name.size(), kLongest));
 }
 
 CommandError codeFault(const std::string& file, const std::string& root, int code) {
@@ -232,7 +267,7 @@ CommandError codeFault(const std::string& file, const std::string& root, int cod
     }
 }
 
-std::string readStoreFile(const std::string& file, const std::string& root) {
+std::optional<std::string> readStoreFileIfAny(const std::string& file, const std::string& root) {
     if (const auto fault = directoryFault(file)) {
         throw *fault;
     }
@@ -242,10 +277,17 @@ std::string readStoreFile(const std::string& file, const std::string& root) {
     std::optional<std::string> text = contentOf(file);
     if (!text) {
         struct stat status {};
-        if (::stat(file.c_str(), &status) != 0 && errno == ENOENT) {
-            throw unavailable(file + ": the file does not exist");
+        if (::stat(file.c_str(), &status) == 0 || errno != ENOENT) {
+            throw openFault(file, root);
         }
-        throw openFault(file, root);
+    }
+    return text;
+}
+
+std::string readStoreFile(const std::string& file, const std::string& root) {
+    std::optional<std::string> text = readStoreFileIfAny(file, root);
+    if (!text) {
+        throw unavailable(file + ": the file does not exist");
     }
     return std::move(*text);
 }

@@ -2,6 +2,7 @@
 #include "tools/vqreg/StoreImpl.h"
 
 #include <fmt/format.h>
+#include <sys/stat.h>
 
 #include <array>
 #include <cstring>
@@ -9,6 +10,7 @@
 #include <string_view>
 
 #include "tools/vqreg/ExitCode.h"
+#include "tools/vqreg/LockInfo.h"
 #include "tools/vqreg/LockWatch.h"
 #include "tools/vqreg/Output.h"
 #include "tools/vqreg/Rules.h"
@@ -50,6 +52,9 @@ void StoreSession::Impl::open() {
             throw CommandError(eExit::eWrongKind, "--root: " + *broken);
         }
     }
+    if (const auto fault = options.create ? nameFault(file) : std::nullopt) {
+        throw *fault;
+    }
     if (!options.create && (options.file || std::filesystem::exists(file))) {
         const std::string text = readStoreFile(file, root);
         if (!options.wholeFile && !hasRootKey(text, root)) {
@@ -75,7 +80,20 @@ void StoreSession::Impl::begin() {
         watch.emplace(std::vector<std::string>{file}, options.timeoutSeconds);
     }
     check(session->VQRegBeginUpdate());
-    ++depth;
+    if (depth++ == 0) {
+        before = trace();
+    }
+}
+
+StoreSession::Impl::Trace StoreSession::Impl::trace() const {
+    Trace now;
+    now.stamp = changeStamp(file);
+    struct stat status {};
+    if (::stat(file.c_str(), &status) == 0) {
+        now.device = status.st_dev;
+        now.inode = status.st_ino;
+    }
+    return now;
 }
 
 void StoreSession::Impl::beginChange() {
@@ -94,6 +112,12 @@ void StoreSession::Impl::end() {
         throw writeFault(file);
     }
     check(code);
+    const Trace after = trace();
+    if (depth == 0 && after.stamp != before.stamp && after.inode == before.inode &&
+        after.device == before.device) {
+        isChanged = false;
+        throw replaceFault(file);
+    }
 }
 
 // One name at a time: asked for a whole path, the library may find a name of its end in the place

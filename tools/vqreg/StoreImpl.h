@@ -2,6 +2,10 @@
 #ifndef TOOLS_VQREG_STOREIMPL_H
 #define TOOLS_VQREG_STOREIMPL_H
 
+#include <sys/types.h>
+
+#include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -20,6 +24,16 @@ struct StoreSession::Impl {
     bool isPending = false;  // the update has changes
     bool isChanged = false;  // the file has changed, and nobody has been told
 
+    // What tells whether an update has been written: the library renews the stamp with every
+    // attempt, and every new file is another one.
+    struct Trace {
+        std::optional<std::uint64_t> stamp;
+        dev_t device = 0;
+        ino_t inode = 0;
+    };
+    Trace before;  // of the update
+
+    Trace trace() const;
     void open();
     void begin();
     void beginChange();  // of something

@@ -1,17 +1,18 @@
 #include "tools/vqreg/TreeInput.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 
 #include "tools/vqreg/ExitCode.h"
+#include "tools/vqreg/FileHandle.h"
 #include "tools/vqreg/Output.h"
 #include "tools/vqreg/Rules.h"
 #include "tools/vqreg/TextLines.h"
@@ -20,20 +21,29 @@ namespace vqreg {
 
 namespace {
 
-std::string readStandardInput() {
+[[noreturn]] void failToRead(const std::string& name) {
+    throw CommandError(eExit::eUnavailable, fmt::format("{}: {}", name, std::strerror(errno)));
+}
+
+std::string readAll(int fd, const std::string& name) {
     std::string text;
     char buffer[64 * 1024];
     for (;;) {
-        const ssize_t size = ::read(STDIN_FILENO, buffer, sizeof buffer);
+        const ssize_t size = ::read(fd, buffer, sizeof buffer);
         if (size == 0) {
             return text;
         }
         if (size > 0) {
             text.append(buffer, static_cast<std::size_t>(size));
         } else if (errno != EINTR) {
-            throw CommandError(eExit::eUnavailable,
-                               fmt::format("standard input: {}", std::strerror(errno)));
+            failToRead(name);
         }
+    }
+}
+
+void checkReadable(const std::string& file, const ConfigText& parsed) {
+    if (!parsed.isReadable()) {
+        throw CommandError(eExit::eMalformed, file + ": the text is malformed");
     }
 }
 
@@ -69,22 +79,17 @@ Names rootNames(const StoreOptions& options) {
 
 std::string readInput(const std::string& file) {
     if (file == "-") {
-        return readStandardInput();
+        return readAll(STDIN_FILENO, "standard input");
     }
     std::error_code error;
     if (std::filesystem::is_directory(file, error)) {
         throw CommandError(eExit::eUnavailable, file + ": is a directory, not a file");
     }
-    errno = 0;
-    std::ifstream in(file, std::ios::binary);
-    if (!in.is_open()) {
-        throw CommandError(eExit::eUnavailable, fmt::format("{}: {}", file, std::strerror(errno)));
+    const FileHandle handle(::open(file.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!handle.isOpen()) {
+        failToRead(file);
     }
-    std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    if (in.bad()) {
-        throw CommandError(eExit::eUnavailable, fmt::format("{}: cannot be read", file));
-    }
-    return text;
+    return readAll(handle.get(), file);
 }
 
 void printFindings(const std::string& file, const std::vector<Finding>& findings) {
@@ -98,9 +103,7 @@ void printFindings(const std::string& file, const std::vector<Finding>& findings
 Key parsedTop(const std::string& file, std::string_view text) {
     ConfigText parsed = parseConfigText(text);
     printFindings(file, parsed.findings);
-    if (!parsed.isReadable()) {
-        throw CommandError(eExit::eMalformed, file + ": the text is malformed");
-    }
+    checkReadable(file, parsed);
     return std::move(parsed.top);
 }
 
@@ -128,7 +131,19 @@ Key topAround(const Names& path, Key key) {
 
 PlacedTree placedTree(const StoreOptions& options, const std::string& file, std::string_view text,
                       const Names& path) {
-    Key top = parsedTop(file, text);
+    ConfigText parsed = parseConfigText(text);
+    std::erase_if(parsed.findings, [](const Finding& finding) {
+        return finding.kind == Finding::eKind::eMissingParent;
+    });
+    printFindings(file, parsed.findings);
+    checkReadable(file, parsed);
+    if (std::any_of(parsed.findings.begin(), parsed.findings.end(), [](const Finding& finding) {
+            return finding.kind == Finding::eKind::eTruncated;
+        })) {
+        throw CommandError(eExit::eWrongKind,
+                           file + ": the text holds what a configuration file cannot give back");
+    }
+    Key top = std::move(parsed.top);
     PlacedTree tree{path, {}};
     Names full = rootNames(options);
     full.insert(full.end(), path.begin(), path.end());

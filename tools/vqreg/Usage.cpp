@@ -63,6 +63,9 @@ std::size_t distance(const std::string& left, const std::string& right) {
 // Empty when nothing is near.
 std::string nearest(const std::string& word, const std::vector<std::string>& candidates) {
     std::string best;
+    if (word.size() <= 2) {
+        return best;  // everything is near to an option of one letter
+    }
     std::size_t bestDistance = std::max<std::size_t>(2, word.size() / 3) + 1;
     for (const std::string& candidate : candidates) {
         const std::size_t steps = distance(word, candidate);
