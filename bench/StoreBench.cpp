@@ -126,6 +126,29 @@ BENCHMARK(setChanged)
     ->Arg(100'000)
     ->Unit(benchmark::kMicrosecond);
 
+// So many changed values: one write each, or one for all of them.
+void setMany(benchmark::State& state, bool inUpdate) {
+    const BenchStore store(1000);
+    Session s(store.path());
+    const int count = static_cast<int>(state.range(0));
+    unsigned long number = 1;
+    for (auto _ : state) {
+        ++number;
+        if (inUpdate) {
+            check(state, s.session.VQRegBeginUpdate());
+        }
+        for (int i = 0; i < count; ++i) {
+            check(state, s.session.VQRegSetValue(s.key, valueName(i).c_str(), number));
+        }
+        if (inUpdate) {
+            check(state, s.session.VQRegEndUpdate());
+        }
+    }
+    state.SetItemsProcessed(state.iterations() * count);
+}
+BENCHMARK_CAPTURE(setMany, oneByOne, false)->Arg(100)->Unit(benchmark::kMicrosecond);
+BENCHMARK_CAPTURE(setMany, inUpdate, true)->Arg(100)->Arg(10'000)->Unit(benchmark::kMicrosecond);
+
 // A query after a foreign change reads the whole file again.
 void importChange(benchmark::State& state) {
     const BenchStore store(static_cast<int>(state.range(0)));
