@@ -66,6 +66,7 @@ thread_local bool t_holdsLockForFork = false;
 }  // namespace
 
 void CRegLibImplDirectory::prepareFork() {
+    pthread_mutex_lock(&g_mutexGlobals);
     for (int naps = 0; naps < kForkNaps && !t_holdsLockForFork; ++naps) {
         t_holdsLockForFork = g_preglibImplDirectory->m_pLock->tryEnter(eFork);
         if (!t_holdsLockForFork) {
@@ -78,12 +79,14 @@ void CRegLibImplDirectory::afterForkInParent() {
     if (std::exchange(t_holdsLockForFork, false)) {
         g_preglibImplDirectory->m_pLock->leave(eFork);
     }
+    pthread_mutex_unlock(&g_mutexGlobals);
 }
 
 void CRegLibImplDirectory::afterForkInChild() {
     t_holdsLockForFork = false;
-    // The old one belongs to a thread of the parent for good, by its thread id; a held lock can be
-    // neither left from here nor destroyed, so it stays as it is.
+    // Both belong to a thread of the parent for good, by its thread id. A held lock can be neither
+    // left from here nor destroyed, so the directory's stays as it is.
+    g_mutexGlobals = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
     CRegLibImplDirectory& directory = *g_preglibImplDirectory;
     directory.m_inheritedLocks.push_front(directory.m_pLock);
     directory.m_pLock = new CPCritSec(kLockName, 1);

@@ -40,7 +40,7 @@ public:
     // two stores, which share the file like two processes.
     static std::string getTuple(const char* name, const char* key);
 
-    // Around a fork, so that the child does not inherit the lock from the notifier's thread.
+    // Around a fork, so that the child inherits neither this lock nor g_mutexGlobals taken.
     static void prepareFork();
     static void afterForkInParent();
     static void afterForkInChild();
