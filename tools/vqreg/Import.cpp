@@ -83,7 +83,7 @@ std::vector<Change> plan(const ImportOptions& options, const Names& above, const
 void importTree(Context& context, const ImportOptions& options, const PlacedTree& tree) {
     StoreOptions store = context.store;
     store.create = true;
-    std::optional<Interruption> interruption;  // outlives the session: what is written is written
+    std::optional<Interruption> interruption;
     StoreSession session(store);
     session.begin();
     const std::vector<Change> changes =
@@ -97,6 +97,7 @@ void importTree(Context& context, const ImportOptions& options, const PlacedTree
         });
     }
     Interruption::check();
+    interruption->stay();  // what is written is written, and others are to be told
     session.end();
 }
 

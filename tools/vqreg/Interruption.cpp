@@ -45,8 +45,10 @@ Interruption::Interruption() {
 }
 
 Interruption::~Interruption() {
-    sigaction(SIGINT, &m_interrupt, nullptr);
-    sigaction(SIGTERM, &m_terminate, nullptr);
+    if (!m_stays) {
+        sigaction(SIGINT, &m_interrupt, nullptr);
+        sigaction(SIGTERM, &m_terminate, nullptr);
+    }
 }
 
 void Interruption::check() {

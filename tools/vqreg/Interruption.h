@@ -25,10 +25,14 @@ public:
 
     static void check();  // throws Interrupted if there was a signal
 
+    // From now on it is too late: for the rest of the process neither signal has an effect.
+    void stay() { m_stays = true; }
+
     // The next line of standard input; none at its end. Throws Interrupted.
     static std::optional<std::string> readLine();
 
 private:
+    bool m_stays = false;
     struct sigaction m_interrupt {};
     struct sigaction m_terminate {};
 };
