@@ -37,10 +37,10 @@ CRegLibImplDirectory* get_reglibImplDirectory() {
     const CGlobalsGuard guard;
     if (!g_preglibImplDirectory) {
         try {
-            g_preglibImplDirectory = new CRegLibImplDirectory;
-            // First, which makes it the last before a fork: whoever holds the directory's lock may
+            // First, which makes them the last before a fork: whoever holds the directory's lock may
             // be making a mutex.
             CPMutex::registerForkHandlers();
+            g_preglibImplDirectory = new CRegLibImplDirectory;
             pthread_atfork(CRegLibImplDirectory::prepareFork,
                            CRegLibImplDirectory::afterForkInParent,
                            CRegLibImplDirectory::afterForkInChild);
@@ -84,9 +84,11 @@ void CRegLibImplDirectory::afterForkInParent() {
 
 void CRegLibImplDirectory::afterForkInChild() {
     t_holdsLockForFork = false;
-    // Both belong to a thread of the parent for good, by its thread id. A held lock can be neither
-    // left from here nor destroyed, so the directory's stays as it is.
-    g_mutexGlobals = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
+    // Both may belong to the forking thread under the id that it has in the parent: it is refused
+    // to leave them here, and a held lock cannot be destroyed, so the directory's stays as it is.
+    if (pthread_mutex_unlock(&g_mutexGlobals) != 0) {
+        g_mutexGlobals = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
+    }
     CRegLibImplDirectory& directory = *g_preglibImplDirectory;
     directory.m_inheritedLocks.push_front(directory.m_pLock);
     directory.m_pLock = new CPCritSec(kLockName, 1);

@@ -92,6 +92,7 @@ StoreSession::Impl::Trace StoreSession::Impl::trace() const {
     if (::stat(file.c_str(), &status) == 0) {
         now.device = status.st_dev;
         now.inode = status.st_ino;
+        now.modified = status.st_mtim.tv_sec * 1'000'000'000 + status.st_mtim.tv_nsec;
     }
     return now;
 }
@@ -113,8 +114,7 @@ void StoreSession::Impl::end() {
     }
     check(code);
     const Trace after = trace();
-    if (depth == 0 && after.stamp != before.stamp && after.inode == before.inode &&
-        after.device == before.device) {
+    if (depth == 0 && after.stamp != before.stamp && after.isOfSameFile(before)) {
         isChanged = false;
         throw replaceFault(file);
     }

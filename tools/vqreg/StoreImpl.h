@@ -25,11 +25,16 @@ struct StoreSession::Impl {
     bool isChanged = false;  // the file has changed, and nobody has been told
 
     // What tells whether an update has been written: the library renews the stamp with every
-    // attempt, and every new file is another one.
+    // attempt, and every new file is another one. (The time is for numbers that are used again.)
     struct Trace {
         std::optional<std::uint64_t> stamp;
         dev_t device = 0;
         ino_t inode = 0;
+        std::int64_t modified = 0;  // nanoseconds
+
+        bool isOfSameFile(const Trace& other) const {
+            return device == other.device && inode == other.inode && modified == other.modified;
+        }
     };
     Trace before;  // of the update
 
