@@ -35,20 +35,30 @@ inline std::optional<std::vector<unsigned char>> data(CRegLib& session, CRegKey&
     }
 }
 
-inline std::optional<std::uint32_t> number(CRegLib& session, CRegKey& key, const char* name) {
-    const auto bytes = data(session, key, name, CRegLib::eDword);
-    std::uint32_t value = 0;
-    if (!bytes || bytes->size() != sizeof value) {
-        return std::nullopt;
-    }
-    std::memcpy(&value, bytes->data(), sizeof value);
-    return value;
+inline bool isMissing(CRegLib& session, CRegKey& key, const char* name) {
+    CRegLib::eDataType type = CRegLib::eNone;
+    return session.VQRegQueryValueType(key, name, type) == VQRegLib::REGLIB_E_NOT_FOUND;
 }
 
-inline std::optional<std::string> text(CRegLib& session, CRegKey& key, const char* name) {
-    const auto bytes = data(session, key, name, CRegLib::eString);
-    return bytes ? std::optional<std::string>(reinterpret_cast<const char*>(bytes->data()))
-                 : std::nullopt;
+// The fallback stands for a value that is missing. Nothing is returned for one of another type, or
+// when the store cannot be read: whoever took that for a missing value would lose a setting.
+inline std::optional<std::uint32_t> number(CRegLib& session, CRegKey& key, const char* name,
+                                           std::uint32_t fallback) {
+    const auto bytes = data(session, key, name, CRegLib::eDword);
+    std::uint32_t value = fallback;
+    if (bytes && bytes->size() == sizeof value) {
+        std::memcpy(&value, bytes->data(), sizeof value);
+        return value;
+    }
+    return isMissing(session, key, name) ? std::optional(value) : std::nullopt;
+}
+
+inline std::optional<std::string> text(CRegLib& session, CRegKey& key, const char* name,
+                                       const std::string& fallback) {
+    if (const auto bytes = data(session, key, name, CRegLib::eString)) {
+        return std::string(reinterpret_cast<const char*>(bytes->data()));
+    }
+    return isMissing(session, key, name) ? std::optional(fallback) : std::nullopt;
 }
 
 // The store's path as the command lines of the examples have it: "-" is the default store.

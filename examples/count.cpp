@@ -27,8 +27,8 @@ bool addOne(CRegLib& session, CRegKey& key) {
     if (update.result() < 0) {
         return false;
     }
-    const unsigned long count = example::number(session, key, "Count").value_or(0);
-    return session.VQRegSetValue(key, "Count", count + 1) >= 0 && update.end() >= 0;
+    const auto count = example::number(session, key, "Count", 0);
+    return count && session.VQRegSetValue(key, "Count", *count + 1ul) >= 0 && update.end() >= 0;
 }
 
 // Each process opens its own session: nothing of a store crosses a fork.
@@ -93,7 +93,7 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "count: there is nothing to count in\n");
         return 1;
     }
-    std::printf("Count is %u\n", example::number(session, key, "Count").value_or(0));
+    std::printf("Count is %u\n", example::number(session, key, "Count", 0).value_or(0));
     std::fprintf(stderr, "%.2f s\n", took.count());
     return 0;
 }

@@ -12,9 +12,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -77,45 +79,70 @@ public:
         if (m_session.RootKey() == nullptr) {
             return false;
         }
-        show(m_settings = read());
+        follow();
         for (;;) {
-            pollfd sources[] = {{m_ending.fd(), POLLIN, 0}, {m_event.fd(), POLLIN, 0}};
-            const int ready = poll(sources, 2, static_cast<int>(m_settings.interval));
-            if (sources[0].revents != 0) {
-                std::printf("end\n");
-                return true;
+            const auto begun = Clock::now();
+            for (auto left = interval(); left.count() > 0; left = interval() - since(begun)) {
+                if (isEndedWithin(left)) {
+                    std::printf("end\n");
+                    return true;
+                }
+                // At its own pace it looks as well. A query costs next to nothing, and the library
+                // tells changes by the file's time, in whole seconds, since its own first look: one
+                // that comes in the same second, or before that look, is not announced.
+                follow();
             }
-            eventfd_t count = 0;
-            eventfd_read(m_event.fd(), &count);
-            // At its own pace it looks as well. A query costs next to nothing, and the library tells
-            // changes by the file's time, in whole seconds, since its own first look: one that comes
-            // in the same second, or before that look, is not announced.
-            follow();
-            if (ready == 0) {
-                work();
-            }
+            work();
         }
     }
 
 private:
-    // A key that does not exist yet is no failure: all settings have their defaults then.
-    Settings read() {
+    using Clock = std::chrono::steady_clock;
+    using Milliseconds = std::chrono::milliseconds;
+
+    Milliseconds interval() const { return Milliseconds(m_settings->interval); }
+
+    static Milliseconds since(Clock::time_point begun) {
+        return std::chrono::duration_cast<Milliseconds>(Clock::now() - begun);
+    }
+
+    // Waits for the end, for an announcement, or until it is time to work.
+    bool isEndedWithin(Milliseconds left) {
+        pollfd sources[] = {{m_ending.fd(), POLLIN, 0}, {m_event.fd(), POLLIN, 0}};
+        poll(sources, 2, static_cast<int>(left.count()));
+        eventfd_t count = 0;
+        eventfd_read(m_event.fd(), &count);
+        return sources[0].revents != 0;
+    }
+
+    // Nothing while the store cannot be read. A key that does not exist yet is no failure: all
+    // settings have their defaults then, and so has a value that is missing or of another type.
+    std::optional<Settings> read() {
         Settings settings;
         CRegKey key;
-        if (m_session.VQRegCreateKey(nullptr, m_path.c_str(), key, 0) < 0) {
-            return settings;
+        const int result = m_session.VQRegCreateKey(nullptr, m_path.c_str(), key, 0);
+        if (result < 0) {
+            return result == VQRegLib::REGLIB_E_KEY_NOT_FOUND ? std::optional(settings)
+                                                              : std::nullopt;
         }
         constexpr std::uint32_t kLongest = 24 * 60 * 60 * 1000;
-        settings.interval = std::clamp(
-            example::number(m_session, key, "Interval").value_or(settings.interval), 1u, kLongest);
-        settings.message = example::text(m_session, key, "Message").value_or(settings.message);
+        settings.interval =
+            std::clamp(example::number(m_session, key, "Interval", settings.interval)
+                           .value_or(settings.interval),
+                       1u, kLongest);
+        settings.message =
+            example::text(m_session, key, "Message", settings.message).value_or(settings.message);
         return settings;
     }
 
     void follow() {
-        const Settings settings = read();
-        if (settings != m_settings) {
-            show(m_settings = settings);
+        const std::optional<Settings> settings = read();
+        if (!settings) {
+            std::fprintf(stderr, "follow: the store cannot be read; the settings stay\n");
+            m_settings = m_settings ? m_settings : Settings();
+        } else if (settings != m_settings) {
+            m_settings = settings;
+            show(*settings);
         }
     }
 
@@ -124,14 +151,14 @@ private:
                     settings.message.c_str());
     }
 
-    void work() { std::printf("%s\n", m_settings.message.c_str()); }
+    void work() { std::printf("%s\n", m_settings->message.c_str()); }
 
     const std::string m_path;
     const File m_ending;
     const File m_event;
     CRegLib m_session;
     Waker m_waker;
-    Settings m_settings;
+    std::optional<Settings> m_settings;
 };
 
 }  // namespace

@@ -2,11 +2,16 @@
 // steps are one update: other processes see the old layout or the new one, never a mixture, and of
 // several processes that start at the same time one does the work.
 //
+// A process that still has the old values in memory writes them again with its next change. So no key
+// of the new layout has the name that a value of the old one had, and old values that come back do no
+// harm: the layout's number says that they are of no account. Programs that use the old layout must
+// be stopped first.
+//
 //   migrate STORE|- KEY
 //
 //   layout 0   "Listen" = "HOST:PORT", "Log" = "error", "info" or "debug"
 //   layout 1   Network: "Address" = "HOST", "Port" = dword; "Log" as before
-//   layout 2   Network as before; Log: "Level" = dword
+//   layout 2   Network as before; Logging: "Level" = dword
 //
 // The number of the layout is the dword "Layout" of KEY; without it, 0.
 #include <VQRegLib.h>
@@ -48,7 +53,8 @@ std::optional<std::uint16_t> portOf(std::string_view text) {
 }
 
 bool splitListen(CRegLib& session, CRegKey& key) {
-    const std::string listen = example::text(session, key, "Listen").value_or("0.0.0.0:80");
+    const std::string listen =
+        example::text(session, key, "Listen", "0.0.0.0:80").value_or("(not a text)");
     const std::size_t colon = listen.rfind(':');
     const auto port = colon == std::string::npos
                           ? std::nullopt
@@ -66,38 +72,41 @@ bool splitListen(CRegLib& session, CRegKey& key) {
 
 bool numberLogLevels(CRegLib& session, CRegKey& key) {
     constexpr std::array<std::string_view, 3> kLevels = {"error", "info", "debug"};
-    const std::string level = example::text(session, key, "Log").value_or("info");
+    const std::string level = example::text(session, key, "Log", "info").value_or("(not a text)");
     const auto found = std::find(kLevels.begin(), kLevels.end(), level);
     if (found == kLevels.end()) {
         std::fprintf(stderr, "migrate: \"Log\" is none of error, info and debug: %s\n",
                      level.c_str());
         return false;
     }
-    // The value makes room for the key of its name.
-    CRegKey log;
-    return remove(session, key, "Log") && isDone(session.VQRegCreateKey(&key, "Log", log, 1)) &&
-           isDone(session.VQRegSetValue(
-               log, "Level", static_cast<unsigned long>(std::distance(kLevels.begin(), found))));
+    CRegKey logging;
+    const auto number = static_cast<unsigned long>(std::distance(kLevels.begin(), found));
+    return isDone(session.VQRegCreateKey(&key, "Logging", logging, 1)) &&
+           isDone(session.VQRegSetValue(logging, "Level", number)) && remove(session, key, "Log");
 }
 
 constexpr std::array<Step, 2> kSteps = {splitListen, numberLogLevels};
 
 // From the layout that is found to the newest one, step by step.
 bool migrate(CRegLib& session, CRegKey& key) {
-    const std::uint32_t found = example::number(session, key, "Layout").value_or(0);
-    if (found > kSteps.size()) {
-        std::fprintf(stderr, "migrate: layout %u is newer than this program knows\n", found);
+    const auto found = example::number(session, key, "Layout", 0);
+    if (!found) {
+        std::fprintf(stderr, "migrate: \"Layout\" is no number\n");
         return false;
     }
-    for (std::uint32_t layout = found; layout < kSteps.size(); ++layout) {
+    if (*found > kSteps.size()) {
+        std::fprintf(stderr, "migrate: layout %u is newer than this program knows\n", *found);
+        return false;
+    }
+    for (std::uint32_t layout = *found; layout < kSteps.size(); ++layout) {
         if (!kSteps[layout](session, key) ||
             !isDone(session.VQRegSetValue(key, "Layout", layout + 1ul))) {
             return false;
         }
         std::printf("layout %u -> %u\n", layout, layout + 1);
     }
-    if (found == kSteps.size()) {
-        std::printf("layout %u already\n", found);
+    if (*found == kSteps.size()) {
+        std::printf("layout %u already\n", *found);
     }
     return true;
 }

@@ -14,6 +14,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -48,14 +49,6 @@ constexpr int kLastExitCode = 7;
 constexpr unsigned kPatienceSeconds = 60;
 constexpr int kSkipped = 77;
 
-[[noreturn]] void fail(const Arguments& arguments, const std::string& what) {
-    std::fprintf(stderr, "broken: %s\n", what.c_str());
-    for (const std::string& argument : arguments) {
-        std::fprintf(stderr, "  %s\n", argument.c_str());
-    }
-    std::abort();
-}
-
 // The root directory of the command lines.
 class Root {
 public:
@@ -86,6 +79,16 @@ private:
 const Root& root() {
     static const Root directory;
     return directory;
+}
+
+[[noreturn]] void fail(const Arguments& arguments, const std::string& what) {
+    std::fprintf(stderr, "broken: %s\n", what.c_str());
+    for (const std::string& argument : arguments) {
+        std::fprintf(stderr, "  %s\n", argument.c_str());
+    }
+    std::error_code ignored;
+    fs::remove_all(root().path(), ignored);
+    std::abort();
 }
 
 const std::map<std::string, std::string>& seeds() {
@@ -178,6 +181,7 @@ void takeCoverage() {}
     if (::chroot(root().path().c_str()) != 0 || ::chdir("/") != 0) {
         std::_Exit(kSkipped);
     }
+    std::signal(SIGALRM, SIG_DFL);  // a fuzzer has its own use for it
     ::alarm(kPatienceSeconds);
     std::vector<char*> pointers;
     for (std::string& argument : arguments) {

@@ -2,13 +2,16 @@
 #include <VQRegLib.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <memory>
 #include <set>
+#include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "support/ChildProcess.h"
@@ -45,6 +48,13 @@ TEST_F(CountExample, LosesNoCountOfManyProcesses) {
     EXPECT_NE(read().find("\"Count\"=dword:0000019A\n"), std::string::npos);
 }
 
+TEST_F(CountExample, CountsNotOnWithAnotherType) {
+    const std::string text = "[Velquist]\n[Velquist/Counter]\n\"Count\"=string:7\n";
+    file.write(text);
+    EXPECT_EQ(run("count", {file.path(), "Counter", "1", "1"}).status, 1);
+    EXPECT_EQ(read(), text);
+}
+
 TEST_F(CountExample, RefusesWhatIsNoNumber) {
     EXPECT_EQ(run("count", {file.path(), "Counter", "2x", "5"}).status, 2);
     EXPECT_EQ(run("count", {file.path(), "Counter", "2"}).status, 2);
@@ -64,7 +74,7 @@ TEST_F(MigrateExample, BringsTheOldestLayoutToTheNewest) {
     EXPECT_EQ(run("migrate", {file.path(), "Service"}).out, "layout 0 -> 1\nlayout 1 -> 2\n");
     EXPECT_EQ(read(), kTop +
                           "\"Layout\"=dword:00000002\n"
-                          "[Velquist/Service/Log]\n\"Level\"=dword:00000002\n"
+                          "[Velquist/Service/Logging]\n\"Level\"=dword:00000002\n"
                           "[Velquist/Service/Network]\n\"Address\"=string:10.0.0.7\n"
                           "\"Port\"=dword:00001F90\n");
     // Both steps were one write: the backup holds the old layout.
@@ -76,7 +86,7 @@ TEST_F(MigrateExample, DoesOnlyTheStepsThatAreMissing) {
     EXPECT_EQ(run("migrate", {file.path(), "Service"}).out, "layout 1 -> 2\n");
     EXPECT_EQ(read(), kTop +
                           "\"Layout\"=dword:00000002\n"
-                          "[Velquist/Service/Log]\n\"Level\"=dword:00000000\n");
+                          "[Velquist/Service/Logging]\n\"Level\"=dword:00000000\n");
 }
 
 TEST_F(MigrateExample, LeavesTheNewestLayoutAsItIs) {
@@ -104,6 +114,26 @@ TEST_F(MigrateExample, StopsBeforeAStepThatItCannotDo) {
         EXPECT_EQ(result.err, "migrate: \"Listen\" is no HOST:PORT: " + listen + '\n');
         EXPECT_EQ(read(), old);
     }
+}
+
+TEST_F(MigrateExample, TakesNothingOfAnotherTypeForMissing) {
+    for (const std::string line : {"\"Layout\"=string:1\n", "\"Listen\"=dword:00000050\n"}) {
+        const std::string old = kTop + line;
+        file.write(old);
+        EXPECT_EQ(run("migrate", {file.path(), "Service"}).status, 1);
+        EXPECT_EQ(read(), old);
+    }
+}
+
+TEST_F(MigrateExample, SurvivesAProcessWithTheOldTree) {
+    file.write(kTop + "\"Listen\"=string:10.0.0.7:8080\n\"Log\"=string:debug\n");
+    VQRegLib::CRegLib session(file.path().c_str(), nullptr, VQRegLib::CRegLib::eLocationDefault,
+                              nullptr);
+    ASSERT_EQ(run("migrate", {file.path(), "Service"}).status, 0);
+    ASSERT_EQ(session.VQRegSetValue(*session.RootKey(), "Other", 1ul), VQRegLib::REGLIB_OK);
+    EXPECT_NE(read().find("[Velquist/Service/Logging]\n\"Level\"=dword:00000002\n"),
+              std::string::npos);
+    EXPECT_EQ(run("migrate", {file.path(), "Service"}).out, "layout 2 already\n");
 }
 
 TEST_F(MigrateExample, RunsOnceWhenManyStartTogether) {
@@ -162,6 +192,48 @@ TEST_F(FollowExample, TakesAChangeOverWhenItIsAnnounced) {
     session.SendRegistryChangeNotification();
     // Its interval is a minute, longer than a test waits for a line: it was told.
     EXPECT_EQ(daemon.line(), "settings: interval 60000 ms, message \"two\"");
+}
+
+TEST_F(FollowExample, WorksThoughChangesAreAnnouncedAllTheTime) {
+    set("\"Interval\"=dword:00000032\n");
+    vqtest::ChildProcess daemon(path("follow"), arguments());
+    EXPECT_EQ(daemon.line(), "settings: interval 50 ms, message \"at work\"");
+    std::atomic<bool> isOver{false};
+    std::thread announcing([&] {
+        VQRegLib::CRegLib session(file.path().c_str(), nullptr, VQRegLib::CRegLib::eLocationDefault,
+                                  nullptr);
+        while (!isOver) {
+            vqtest::moveFileTime(file.path());
+            session.SendRegistryChangeNotification();
+        }
+    });
+    std::string line;
+    try {
+        line = daemon.line();
+    } catch (const std::runtime_error&) {
+        // it never came to work
+    }
+    isOver = true;
+    announcing.join();
+    EXPECT_EQ(line, "at work");
+}
+
+TEST_F(FollowExample, KeepsItsSettingsWhileTheStoreCannotBeRead) {
+    set("\"Interval\"=dword:00000005\n\"Message\"=string:one\n");
+    VQRegLib::CRegLib session(file.path().c_str(), nullptr, VQRegLib::CRegLib::eLocationDefault,
+                              nullptr);
+    vqtest::ChildProcess daemon(path("follow"), arguments());
+    EXPECT_EQ(daemon.line(), "settings: interval 5 ms, message \"one\"");
+    // A line end in a text makes the file malformed for others at their next look.
+    ASSERT_EQ(session.VQRegSetValue(*session.RootKey(), "Bad", "a\nb"), VQRegLib::REGLIB_OK);
+    for (int i = 0; i < 5; ++i) {
+        EXPECT_EQ(daemon.line(), "one");
+    }
+    daemon.signal(SIGTERM);
+    const vqtest::CommandResult result = daemon.finish();
+    EXPECT_NE(result.err.find("follow: the store cannot be read; the settings stay\n"),
+              std::string::npos);
+    EXPECT_EQ(result.out.find("settings:"), std::string::npos);
 }
 
 TEST_F(FollowExample, KeepsAwayFromValuesOfAnotherTypeOrSize) {

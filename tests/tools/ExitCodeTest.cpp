@@ -265,6 +265,34 @@ TEST_F(ExitCode, WritingFailedBecauseTheFileIsAMountPoint) {
     EXPECT_EQ(vqtest::readFile(real), kText);
 }
 
+TEST_F(ExitCode, WritingFailedWhileTheStoreIsOpened) {
+    file.write("");
+    const std::string real = directoryWith("/real.cfg");
+    std::ofstream(real).close();
+    ASSERT_EQ(::mount(real.c_str(), file.path().c_str(), "", MS_BIND, nullptr), 0);
+    const auto result = run({"mkkey", "/"});
+    ::umount2(file.path().c_str(), MNT_DETACH);
+    EXPECT_EQ(result.status, 7);
+    EXPECT_EQ(vqtest::readFile(real), "");
+}
+
+// The library does not look whether its text has been written.
+TEST_F(ExitCode, WritingFailedHalfWay) {
+    std::string text = "[Velquist]\n";
+    for (int i = 0; i < 8000; ++i) {
+        text += "\"value" + std::to_string(10000 + i) + "\"=string:x\n";
+    }
+    file.write(text);
+    const auto result =
+        vqtest::ChildProcess(
+            "/bin/bash", {"-c", "trap '' XFSZ; ulimit -f 20; exec " VQREG_COMMAND_PATH " --file " +
+                                    file.path() + " set A one 1"})
+            .finish();
+    EXPECT_EQ(result.status, 7);
+    EXPECT_EQ(result.out, "");
+    EXPECT_TRUE(file.read() == text || file.readBackup() == text);
+}
+
 // An ordinary user, for whom permissions count.
 class ExitCodeOfAUser : public ExitCode {
 protected:

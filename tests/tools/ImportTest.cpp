@@ -259,6 +259,21 @@ TEST(ImportSignalTest, ComesTooLateAfterTheWrite) {
     EXPECT_EQ((CommandResult{0, "", ""}), process.finish());
 }
 
+// A script's background process ignores Ctrl-C.
+TEST(ImportSignalTest, LeavesAnIgnoredSignalIgnored) {
+    TempStore store;
+    TempStore texts;
+    std::string input = "[Velquist]\n";
+    for (int i = 0; i < 20000; ++i) {
+        input += "\"v" + std::to_string(i) + "\"=dword:00000001\n";
+    }
+    texts.write(input);
+    const std::string script = "trap '' INT; " VQREG_COMMAND_PATH " --file " + store.path() +
+                               " import " + texts.path() +
+                               " & while kill -INT $! 2>/dev/null; do :; done; wait $!";
+    EXPECT_EQ((CommandResult{0, "", ""}), vqtest::ChildProcess("/bin/sh", {"-c", script}).finish());
+}
+
 TEST(ImportSignalTest, LeavesTheStoreAsItWas) {
     TempStore store;
     store.write(kText);

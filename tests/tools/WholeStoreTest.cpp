@@ -1,4 +1,7 @@
 // vqreg info, restore, clean, notify and complete.
+#include <VQRegLib.h>
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <utime.h>
 
@@ -158,6 +161,52 @@ TEST_F(WholeStore, RestoreByManyAtOnce) {
         EXPECT_EQ(file.read(), "[Velquist]\n\"V\"=string:x\n");
         EXPECT_EQ(vqtest::readFile(file.path() + ".malformed"), "nonsense\n");
     }
+}
+
+// A process that has not looked at the malformed text must not write over the restored one.
+TEST_F(WholeStore, RestoreReachesProcessesThatHaveAnOlderTree) {
+    make({"set", "/", "V", "backup"});
+    make({"set", "/", "V", "old"});
+    VQRegLib::CRegLib session(file.path().c_str(), nullptr, VQRegLib::CRegLib::eLocationDefault,
+                              nullptr);
+    file.write("nonsense\n");
+    EXPECT_EQ(run({"--no-notify", "restore"}).status, 0);
+    EXPECT_EQ(session.VQRegSetValue(*session.RootKey(), "W", 1ul), VQRegLib::REGLIB_OK);
+    EXPECT_EQ(file.read(), "[Velquist]\n\"V\"=string:backup\n\"W\"=dword:00000001\n");
+}
+
+TEST_F(WholeStore, RestoreIsUndoneByASecondOne) {
+    const std::string present = "[A]\n\"x\"=dword:00000001\n";
+    file.write(present);
+    std::ofstream(file.backupPath()) << "[B]\n\"y\"=dword:00000002\n";
+    EXPECT_EQ(run({"restore"}).status, 0);
+    EXPECT_EQ(file.read(), "[B]\n\"y\"=dword:00000002\n");
+    EXPECT_EQ(run({"restore"}).status, 0);
+    EXPECT_EQ(file.read(), present);
+}
+
+TEST_F(WholeStore, RestoreGoesOnWhenNobodyReads) {
+    file.write("[Velquist]\n");
+    std::string backup = "[Velquist]\n";
+    for (int i = 0; i < 4000; ++i) {
+        backup += "\"v" + std::to_string(10000 + i) + "\"=dword:00000001\n";
+    }
+    std::ofstream(file.backupPath()) << backup;
+    vqtest::VqregProcess command({"--file", file.path(), "restore"});
+    command.closeOutput();
+    EXPECT_EQ(command.finish(), prints(""));
+    EXPECT_EQ(file.read(), backup);
+}
+
+TEST_F(WholeStore, RestoreWaitsForAnotherOnlySoLong) {
+    file.write("nonsense\n");
+    std::ofstream(file.backupPath()) << "[Velquist]\n";
+    const int other = ::open(file.path().c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(::flock(other, LOCK_EX), 0);
+    const auto result = run({"--timeout", "0.1", "restore"});
+    EXPECT_EQ(result.status, 6);
+    EXPECT_EQ(result.err, "vqreg: " + file.path() + ": another process has locked the file\n");
+    ::close(other);
 }
 
 TEST_F(WholeStore, RestoreOfAnotherRootKey) {

@@ -34,14 +34,23 @@ void waitForInput() {
     sigprocmask(SIG_SETMASK, &before, nullptr);
 }
 
+// A signal that is ignored, as in the background of a script, stays so.
+void take(int signal, struct sigaction& before) {
+    struct sigaction action {};
+    action.sa_handler = remember;
+    action.sa_flags = SA_RESTART;
+    sigaction(signal, &action, &before);
+    if (before.sa_handler == SIG_IGN) {
+        sigaction(signal, &before, nullptr);
+    }
+}
+
 }  // namespace
 
 Interruption::Interruption() {
     g_signal = 0;
-    struct sigaction action {};
-    action.sa_handler = remember;
-    sigaction(SIGINT, &action, &m_interrupt);
-    sigaction(SIGTERM, &action, &m_terminate);
+    take(SIGINT, m_interrupt);
+    take(SIGTERM, m_terminate);
 }
 
 Interruption::~Interruption() {

@@ -5,12 +5,14 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <optional>
 #include <string>
+#include <thread>
 
 #include "tools/vqreg/Commands.h"
 #include "tools/vqreg/ConfigText.h"
@@ -47,8 +49,9 @@ StoreOptions wholeFile(const StoreOptions& options, const Key& top) {
 }
 
 // Through the library, as a change like any other: no process writes over it unseen.
-void restoreByUpdate(const StoreOptions& options, const std::string& file, const Key& wanted) {
-    const StoreOptions whole = wholeFile(options, wanted);
+void restoreByUpdate(const StoreOptions& options, const std::string& file, const Key& present,
+                     const Key& wanted) {
+    const StoreOptions whole = wholeFile(options, present.keys.empty() ? wanted : present);
     StoreSession store(whole);
     store.begin();
     // Nobody else can write now, and the file may have changed since the difference was shown.
@@ -90,29 +93,38 @@ public:
     NewFile(const NewFile&) = delete;
     NewFile& operator=(const NewFile&) = delete;
 
-    // Takes the place of the file; of no file that has come into being if `flags` say so.
-    bool moveTo(const std::string& file, unsigned flags) {
-        if (::renameat2(AT_FDCWD, m_path.c_str(), AT_FDCWD, file.c_str(), flags) != 0) {
-            return false;
-        }
-        m_path.clear();
-        return true;
+    // Takes the place of the file.
+    bool replace(const std::string& file) {
+        return isMoved(::rename(m_path.c_str(), file.c_str()) == 0);
+    }
+
+    // Takes a name that nobody has. Not every file system can do that in one step.
+    bool take(const std::string& name) {
+        const bool isRenamed =
+            ::renameat2(AT_FDCWD, m_path.c_str(), AT_FDCWD, name.c_str(), RENAME_NOREPLACE) == 0;
+        return isMoved(isRenamed || (errno == EINVAL && ::link(m_path.c_str(), name.c_str()) == 0 &&
+                                     ::unlink(m_path.c_str()) == 0));
     }
 
 private:
+    bool isMoved(bool moved) {
+        if (moved) {
+            m_path.clear();
+        }
+        return moved;
+    }
+
     std::string m_path;
     const FileHandle m_handle;
 };
 
-// The malformed text, under the first name that is free.
-void keepMalformed(const std::string& file, const std::string& text) {
+// Keeps the malformed text under the first name that is free, and says which.
+std::string keepMalformed(const std::string& file, const std::string& text) {
     NewFile kept(file, text);
     for (int number = 0; number < 1000; ++number) {
-        const std::string name =
-            file + ".malformed" + (number == 0 ? "" : "." + std::to_string(number));
-        if (kept.moveTo(name, RENAME_NOREPLACE)) {
-            note("the malformed text is kept in " + name);
-            return;
+        std::string name = file + ".malformed" + (number == 0 ? "" : "." + std::to_string(number));
+        if (kept.take(name)) {
+            return name;
         }
         if (errno != EEXIST) {
             failToWrite(name);
@@ -121,36 +133,75 @@ void keepMalformed(const std::string& file, const std::string& text) {
     failToWrite(file + ".malformed");
 }
 
-// The library refuses a malformed file, and nobody can write one that it refuses: it is replaced
-// without the store's lock. Others that restore it are kept out by a lock on the file itself. Every
-// process that has met the file reads again at its next call.
+bool isStillAt(int fd, const std::string& path) {
+    struct stat opened {};
+    struct stat present {};
+    return ::fstat(fd, &opened) == 0 && ::stat(path.c_str(), &present) == 0 &&
+           opened.st_dev == present.st_dev && opened.st_ino == present.st_ino &&
+           opened.st_mtim.tv_sec == present.st_mtim.tv_sec &&
+           opened.st_mtim.tv_nsec == present.st_mtim.tv_nsec;
+}
+
+// Others that restore the file keep out while it is locked. A file system that knows no locks does
+// without.
+void lock(int fd, const StoreOptions& options, const std::string& file) {
+    using Clock = std::chrono::steady_clock;
+    const auto end = Clock::now() + std::chrono::duration<double>(options.timeoutSeconds);
+    while (::flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+        if (Clock::now() >= end) {
+            throw CommandError(eExit::eLocked, file + ": another process has locked the file");
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+}
+
+// The library refuses a malformed file, so that the store's lock cannot be had: the file is replaced
+// without it.
 void restoreByReplacing(const StoreOptions& options, const std::string& file,
                         const std::string& text) {
     NewFile restored(file, text);
     const FileHandle old(::open(file.c_str(), O_RDONLY | O_CLOEXEC));
-    if (old.isOpen()) {
-        struct stat locked {};
-        struct stat present {};
-        if (::flock(old.get(), LOCK_EX) != 0 || ::fstat(old.get(), &locked) != 0 ||
-            ::stat(file.c_str(), &present) != 0 || locked.st_ino != present.st_ino) {
-            failBecauseChanged(file);
+    if (!old.isOpen()) {
+        if (!restored.take(file)) {
+            errno == EEXIST ? failBecauseChanged(file) : failToWrite(file);
         }
-        const std::string malformed = readStoreFile(file, rootName(options));
-        if (parseConfigText(malformed).isReadable()) {
-            failBecauseChanged(file);
-        }
-        keepMalformed(file, malformed);
-        if (!restored.moveTo(file, 0)) {
-            failToWrite(file);
-        }
-    } else if (!restored.moveTo(file, RENAME_NOREPLACE)) {
-        errno == EEXIST ? failBecauseChanged(file) : failToWrite(file);
+        return;
     }
+    lock(old.get(), options, file);
+    const std::string malformed = readStoreFile(file, rootName(options));
+    if (!isStillAt(old.get(), file) || parseConfigText(malformed).isReadable()) {
+        failBecauseChanged(file);
+    }
+    const std::string kept = keepMalformed(file, malformed);
+    if (!isStillAt(old.get(), file) || !restored.replace(file)) {
+        const int error = errno;
+        ::unlink(kept.c_str());
+        errno = error;
+        isStillAt(old.get(), file) ? failToWrite(file) : failBecauseChanged(file);
+    }
+    note("the malformed text is kept in " + kept);
 }
 
-void announceRestored(const StoreOptions& options, const Key& top) {
-    if (options.notify && !top.keys.empty()) {
-        StoreSession(wholeFile(options, top)).announce();
+// A change that changes nothing: it renews the stamp. Without it, processes that have not met the
+// malformed text would not look at the file, and their next change would write over it.
+void renewStamp(const StoreOptions& options, const Key& top) {
+    if (top.keys.empty()) {
+        return;
+    }
+    const Path passing = {"vqreg-restore"};
+    StoreSession store(wholeFile(options, top));
+    store.begin();
+    store.createKey(passing);
+    store.removeKey(passing);
+    store.end();
+}
+
+// A pipe that is closed shall not keep the rest from being done.
+void show(const std::vector<Change>& changes, bool json) {
+    try {
+        printChanges(changes, {}, json);
+        Output::standard().flush();
+    } catch (const ClosedPipe&) {
     }
 }
 
@@ -174,8 +225,7 @@ void restore(const RestoreOptions& options, const Context& context) {
     }
     const std::vector<Change> changes = difference(current.top, wanted.top);
     const bool isUsable = isThere && current.isReadable();
-    printChanges(changes, {}, options.json);
-    Output::standard().flush();
+    show(changes, options.json);
     const bool isNeeded = !isUsable || !changes.empty();
     if (options.dryRun || !isNeeded) {
         return;
@@ -184,10 +234,10 @@ void restore(const RestoreOptions& options, const Context& context) {
         throw CommandError(eExit::eNegative, "nothing has been restored");
     }
     if (isUsable) {
-        restoreByUpdate(context.store, file, wanted.top);
+        restoreByUpdate(context.store, file, current.top, wanted.top);
     } else {
         restoreByReplacing(context.store, file, *text);
-        announceRestored(context.store, wanted.top);
+        renewStamp(context.store, wanted.top);
     }
 }
 

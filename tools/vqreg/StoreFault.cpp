@@ -148,7 +148,8 @@ std::optional<CommandError> sharedObjectFault(const std::string& file) {
 }  // namespace
 
 bool hasRootKey(const std::string& text, const std::string& root) {
-    const std::string wanted = folded(root);
+    std::string wanted = folded(root);
+    std::replace(wanted.begin(), wanted.end(), '\\', '/');
     std::size_t begin = 0;
     while (begin < text.size()) {
         const std::size_t end = std::min(text.find('\n', begin), text.size());
@@ -236,6 +237,21 @@ CommandError replaceFault(const std::string& file) {
             fmt::format("{}: the change could not be written: {} (\"vqreg clean\" removes what is "
                         "left)",
                         file, why)};
+}
+
+bool isCut(const std::string& file) {
+    const FileHandle handle(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    struct stat status {};
+    char last = 0;
+    return handle.isOpen() && ::fstat(handle.get(), &status) == 0 && status.st_size > 0 &&
+           ::pread(handle.get(), &last, 1, status.st_size - 1) == 1 && last != '\n';
+}
+
+CommandError cutFault(const std::string& file) {
+    return {eExit::eWriteFailed,
+            file +
+                ": only a part of the new text could be written; make room and try again, or "
+                "bring the old text back with \"vqreg restore\""};
 }
 
 std::optional<CommandError> nameFault(const std::string& file) {

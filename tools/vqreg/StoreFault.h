@@ -20,6 +20,10 @@ CommandError writeFault(const std::string& file);
 // tell at all.
 CommandError replaceFault(const std::string& file);
 
+// Whether the text of the file ends in the middle of a line, and what to say then.
+bool isCut(const std::string& file);
+CommandError cutFault(const std::string& file);
+
 // For a path that no change could be written to, because its name leaves no room for the names of
 // temporary files.
 std::optional<CommandError> nameFault(const std::string& file);

@@ -72,6 +72,10 @@ void StoreSession::Impl::open() {
     if (!session->RootKey()) {
         throw openFault(file, root);
     }
+    // Opening makes it where it is missing.
+    if (options.create && !hasRootKey(readStoreFile(file, root), root)) {
+        throw replaceFault(file);
+    }
 }
 
 void StoreSession::Impl::begin() {
@@ -92,7 +96,7 @@ StoreSession::Impl::Trace StoreSession::Impl::trace() const {
     if (::stat(file.c_str(), &status) == 0) {
         now.device = status.st_dev;
         now.inode = status.st_ino;
-        now.modified = status.st_mtim.tv_sec * 1'000'000'000 + status.st_mtim.tv_nsec;
+        now.modified = status.st_mtim;
     }
     return now;
 }
@@ -109,14 +113,30 @@ void StoreSession::Impl::end() {
         isChanged = true;
     }
     const int code = session->VQRegEndUpdate();
-    if (code == REGLIB_E_FILE_OPEN) {
-        throw writeFault(file);
+    if (depth > 0) {
+        check(code);
+        return;
     }
-    check(code);
-    const Trace after = trace();
-    if (depth == 0 && after.stamp != before.stamp && after.isOfSameFile(before)) {
-        isChanged = false;
+    try {
+        if (code == REGLIB_E_FILE_OPEN) {
+            throw writeFault(file);
+        }
+        check(code);
+        checkWritten(before);
+    } catch (const CommandError&) {
+        isChanged = false;  // there is nothing to tell others
+        throw;
+    }
+}
+
+// The library looks neither at the results of its writes nor at those of its renames.
+void StoreSession::Impl::checkWritten(const Trace& earlier) const {
+    const Trace now = trace();
+    if (now.isFailedSince(earlier)) {
         throw replaceFault(file);
+    }
+    if (now.stamp != earlier.stamp && isCut(file)) {
+        throw cutFault(file);
     }
 }
 

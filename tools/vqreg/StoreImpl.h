@@ -3,6 +3,7 @@
 #define TOOLS_VQREG_STOREIMPL_H
 
 #include <sys/types.h>
+#include <time.h>
 
 #include <cstdint>
 #include <memory>
@@ -30,15 +31,20 @@ struct StoreSession::Impl {
         std::optional<std::uint64_t> stamp;
         dev_t device = 0;
         ino_t inode = 0;
-        std::int64_t modified = 0;  // nanoseconds
+        timespec modified = {};
 
-        bool isOfSameFile(const Trace& other) const {
-            return device == other.device && inode == other.inode && modified == other.modified;
+        // An attempt was made since, but the file is still the same one.
+        bool isFailedSince(const Trace& earlier) const {
+            return inode != 0 && stamp && earlier.stamp && *stamp != *earlier.stamp &&
+                   device == earlier.device && inode == earlier.inode &&
+                   modified.tv_sec == earlier.modified.tv_sec &&
+                   modified.tv_nsec == earlier.modified.tv_nsec;
         }
     };
     Trace before;  // of the update
 
     Trace trace() const;
+    void checkWritten(const Trace& earlier) const;
     void open();
     void begin();
     void beginChange();  // of something
