@@ -43,8 +43,8 @@ const std::string kTop = "[Velquist]\n[Velquist/Service]\n";
 using CountExample = Example;
 
 TEST_F(CountExample, LosesNoCountOfManyProcesses) {
-    EXPECT_EQ(run("count", {file.path(), "Shared/Counter", "4", "100"}).out, "Count is 400\n");
-    EXPECT_EQ(run("count", {file.path(), "Shared/Counter", "2", "5"}).out, "Count is 410\n");
+    EXPECT_EQ(run("count", {file.path(), "Common/Counter", "4", "100"}).out, "Count is 400\n");
+    EXPECT_EQ(run("count", {file.path(), "Common/Counter", "2", "5"}).out, "Count is 410\n");
     EXPECT_NE(read().find("\"Count\"=dword:0000019A\n"), std::string::npos);
 }
 
