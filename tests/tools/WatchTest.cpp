@@ -3,6 +3,8 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <filesystem>
+#include <fstream>
 
 #include "support/TempStore.h"
 #include "tools/VqregProcess.h"
@@ -32,6 +34,13 @@ protected:
     int change(std::vector<std::string> arguments) const {
         arguments.insert(arguments.begin(), {"--file", store.path(), "--no-notify"});
         return runVqreg(arguments).status;
+    }
+
+    // Another file in the place of the store's. Written in place, it would be empty for a moment.
+    void replace(const std::string& text) const {
+        const std::string other = store.path() + ".other";
+        std::ofstream(other) << text;
+        std::filesystem::rename(other, store.path());
     }
 
     TempStore store;
@@ -79,15 +88,15 @@ TEST_F(WatchTest, WatchesOneKeyAndPrintsJson) {
 TEST_F(WatchTest, SeesTheFileWrittenByHand) {
     VqregProcess watch(watching({"Sub"}));
     EXPECT_EQ("+ [Velquist/Sub] \"a\"=string:b", watch.line());
-    store.write("[Velquist]\n[Velquist/Sub]\n\"a\"=string:by hand\n");
+    replace("[Velquist]\n[Velquist/Sub]\n\"a\"=string:by hand\n");
     EXPECT_EQ("~ [Velquist/Sub] \"a\"=string:b -> string:by hand", watch.line());
 }
 
 TEST_F(WatchTest, GoesOnAfterAMalformedFile) {
     VqregProcess watch(watching({"Sub"}));
     EXPECT_EQ("+ [Velquist/Sub] \"a\"=string:b", watch.line());
-    store.write("bad");
-    store.write("[Velquist]\n[Velquist/Sub]\n\"a\"=string:c\n");
+    replace("bad");
+    replace("[Velquist]\n[Velquist/Sub]\n\"a\"=string:c\n");
     EXPECT_EQ("~ [Velquist/Sub] \"a\"=string:b -> string:c", watch.line());
 }
 
