@@ -61,7 +61,7 @@ TEST_F(DeepTree, MayBeDeeperInMemoryThanAnyLine) {
     onSmallStack([&] {
         const auto store = open();
         CRegKey key;
-        ASSERT_EQ(createKey(*store, deepPath(20 * kLevels).c_str(), key), REGLIB_OK);
+        ASSERT_EQ(createKey(*store, deepPath(5 * kLevels).c_str(), key), REGLIB_OK);
         EXPECT_EQ(CFileStoreProbe(*store).treeRoot().m_mapChildren.size(), 1u);
     });
 }
