@@ -47,7 +47,7 @@ public:
         for (const char c : m_directory) {
             encoded += c == '/' ? std::string("%2F") : std::string(1, c);
         }
-        for (const char* kind : {"CPMutex.", "CPSharedMemory."}) {
+        for (const char* kind : {"CPLock.", "CPBlock."}) {
             std::filesystem::remove(std::string("/dev/shm/") + kind + encoded + "%2Fbench.cfg",
                                     error);
         }

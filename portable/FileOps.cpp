@@ -160,6 +160,13 @@ int CFileOps::exchange(const char* path, const char* other) {
     return ::renameat2(AT_FDCWD, path, AT_FDCWD, other, RENAME_EXCHANGE);
 }
 
+bool CFileOps::isFileAt(std::FILE* file, const char* path) const {
+    struct stat opened {};
+    struct stat named {};
+    return ::fstat(::fileno(file), &opened) == 0 && ::lstat(path, &named) == 0 &&
+           opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
+}
+
 bool CFileOps::holdsText(const char* path) const {
     struct stat status {};
     return ::lstat(path, &status) == 0 && S_ISREG(status.st_mode) && status.st_size > 0;

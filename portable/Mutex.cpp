@@ -1,74 +1,44 @@
+// Two locks make the mutex: one of the process, for its threads, and within it the kernel's on the
+// file, for the processes. flock is taken, not a POSIX record lock, because that goes with any
+// closing of the file by the process. A lock of flock belongs to the open file, which a child of fork
+// shares: the child closes its descriptor, and the parent's unlocking works all the same.
+//
+// A program may close descriptors that are not its own, and give their numbers to other files. So
+// device and inode are compared before a descriptor is used, and what is another's is left alone. An
+// administrator may remove the object: whoever takes the lock next finds that the name means another
+// file, and takes the lock of that one.
 #include "portable/Mutex.h"
 
-#include <pthread.h>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
-#include <cstring>
+#include <forward_list>
 #include <map>
 #include <memory>
 #include <mutex>
 
+#include "portable/FileLocks.h"
+#include "portable/Portable.h"
+#include "portable/SharedFile.h"
 #include "portable/SharedObject.h"
 
 namespace VQRegLib {
 
 namespace {
 
-// What the processes share. The tag keeps apart programs whose mutexes have another shape.
-struct SharedMutex {
-    struct Tag {
-        char magic[8];
-        std::uint32_t version;
-        std::uint32_t wordSize;
-        std::uint32_t libc;
-        std::uint32_t mutexSize;
-    };
-    Tag tag;
-    pthread_mutex_t mutex;
-    std::atomic<std::int32_t> holderPid;
-    std::atomic<std::int64_t> heldSince;
+constexpr unsigned long kLookMilliseconds = 5;
+constexpr int kAttempts = 100;  // at an object that is replaced again and again
+
+// What the object holds: nothing that anybody relies on.
+struct HolderNote {
+    std::int64_t pid;
+    std::int64_t sinceSec;
 };
-
-constexpr SharedMutex::Tag kTag = {{'C', 'P', 'M', 'u', 't', 'e', 'x', '\0'},
-                                   1,
-                                   sizeof(void*),
-#ifdef __GLIBC__
-                                   1,
-#else
-                                   0,
-#endif
-                                   sizeof(pthread_mutex_t)};
-
-// Robust, so that a holder's death hands it on. Not of the recursive kind: that compares thread
-// ids, which two containers may have in common; the depth is counted in CPMutexState instead.
-int initialiseSharedMutex(void* address) {
-    auto* const shared = new (address) SharedMutex{};
-    shared->tag = kTag;
-    pthread_mutexattr_t attributes;
-    int error = pthread_mutexattr_init(&attributes);
-    if (error != 0) {
-        return error;
-    }
-    pthread_mutexattr_setpshared(&attributes, PTHREAD_PROCESS_SHARED);
-    pthread_mutexattr_setrobust(&attributes, PTHREAD_MUTEX_ROBUST);
-    error = pthread_mutex_init(&shared->mutex, &attributes);
-    pthread_mutexattr_destroy(&attributes);
-    return error;
-}
-
-std::atomic<std::int32_t> g_pid{0};  // getpid is a system call
-
-std::int32_t cachedPid() {
-    std::int32_t pid = g_pid.load(std::memory_order_relaxed);
-    if (pid == 0) {
-        pid = getpid();
-        g_pid.store(pid, std::memory_order_relaxed);
-    }
-    return pid;
-}
 
 // Numbers the threads of the process. pthread_self would not do: the thread that follows one that
 // died holding a lock may be given the same value.
@@ -81,8 +51,6 @@ std::uint64_t currentThreadNumber() {
     return number;
 }
 
-constexpr long kSliceNanoseconds = 50'000'000;  // how late a timed wait may notice its end
-
 std::uint64_t monotonicMilliseconds() {
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC, &now);
@@ -90,47 +58,93 @@ std::uint64_t monotonicMilliseconds() {
            static_cast<std::uint64_t>(now.tv_nsec) / 1'000'000;
 }
 
-timespec nextSlice() {
-    timespec at{};
-    clock_gettime(CLOCK_REALTIME, &at);
-    at.tv_nsec += kSliceNanoseconds;
-    if (at.tv_nsec >= 1'000'000'000) {
-        at.tv_nsec -= 1'000'000'000;
-        ++at.tv_sec;
+// When and why a wait is to be given up.
+class CPatience {
+public:
+    CPatience(unsigned long milliseconds, const CTerminateWait* terminate)
+        : m_milliseconds(milliseconds), m_pTerminate(terminate), m_start(monotonicMilliseconds()) {}
+
+    bool isEndless() const { return m_milliseconds == CPMutex::kInfinite && !m_pTerminate; }
+
+    // 0, or what the wait ends with. Naps a little when it goes on.
+    int napOrGiveUp() const {
+        if (m_pTerminate && m_pTerminate->isTerminated()) {
+            return ECANCELED;
+        }
+        if (m_milliseconds != CPMutex::kInfinite &&
+            monotonicMilliseconds() - m_start >= m_milliseconds) {
+            return ETIMEDOUT;
+        }
+        CPortable::Sleep(kLookMilliseconds);
+        return 0;
     }
-    return at;
-}
+
+    bool isTerminated() const { return m_pTerminate && m_pTerminate->isTerminated(); }
+
+private:
+    const unsigned long m_milliseconds;
+    const CTerminateWait* const m_pTerminate;
+    const std::uint64_t m_start;
+};
 
 }  // namespace
 
-// One per mutex and process. It stays mapped until the process ends: a lock that is held when its
-// memory goes could not be handed on.
+// One per mutex and process, never freed. The file belongs to the thread that holds `inside`.
 struct CPMutexState {
-    SharedMutex* shared = nullptr;
+    std::string name;
+    std::mutex* inside = new std::mutex;  // another one after a fork
     std::atomic<std::uint64_t> owner{0};  // the number of the holder if it is of this process
     int depth = 0;                        // changed by the owner only
+    std::uint64_t holding = 0;            // counts the holdings of this process
+    int users = 0;                        // CPMutex objects; guarded by the registry's lock
+    CSharedFile file;
+    CPMutexState* nextOfThread = nullptr;  // that the same thread holds
 
     bool heldByCaller() const {
         return owner.load(std::memory_order_relaxed) == currentThreadNumber();
     }
 
-    void take() {
-        owner.store(currentThreadNumber(), std::memory_order_relaxed);
-        depth = 1;
-        timespec now{};
-        clock_gettime(CLOCK_REALTIME_COARSE, &now);
-        shared->heldSince.store(now.tv_sec, std::memory_order_relaxed);
-        shared->holderPid.store(cachedPid(), std::memory_order_relaxed);
-    }
-
-    void giveUp() {
-        shared->holderPid.store(0, std::memory_order_relaxed);
-        owner.store(0, std::memory_order_relaxed);
-        pthread_mutex_unlock(&shared->mutex);
-    }
+    int takeInside(const CPatience& patience);
+    int takeFile(const CPatience& patience);
+    int takeOpenFile(const CPatience& patience);
+    void take();
+    void giveUp();
 };
 
 namespace {
+
+// What a thread holds, so that it does not take it along when it ends.
+class CHeldByThread {
+public:
+    ~CHeldByThread() {
+        while (m_first) {
+            m_first->giveUp();
+        }
+    }
+    CHeldByThread() = default;
+    CHeldByThread(const CHeldByThread&) = delete;
+    CHeldByThread& operator=(const CHeldByThread&) = delete;
+
+    void add(CPMutexState* state) {
+        state->nextOfThread = m_first;
+        m_first = state;
+    }
+    void remove(CPMutexState* state) {
+        CPMutexState** at = &m_first;
+        while (*at && *at != state) {
+            at = &(*at)->nextOfThread;
+        }
+        if (*at) {
+            *at = state->nextOfThread;
+        }
+    }
+    void forget() { m_first = nullptr; }
+
+private:
+    CPMutexState* m_first = nullptr;
+};
+
+thread_local CHeldByThread t_held;
 
 // The states of this process by object name. Never destroyed; kept usable in a forked child, which
 // holds none of the locks that its parent's threads held.
@@ -141,28 +155,23 @@ public:
         return *registry;
     }
 
-    CPMutexState* find(const std::string& name, int* error) {
+    CPMutexState* join(const std::string& name) {
         const std::lock_guard<std::mutex> guard(m_lock);
-        const auto found = m_states.find(name);
-        if (found != m_states.end()) {
-            return found->second.get();
+        auto& state = m_states[name];
+        if (!state) {
+            state = std::make_unique<CPMutexState>();
+            state->name = name;
         }
-        CSharedObject object;
-        *error = object.open(name, sizeof(SharedMutex), initialiseSharedMutex);
-        if (*error != 0) {
-            return nullptr;
+        ++state->users;
+        return state.get();
+    }
+
+    // The last one closes the file, unless a thread still holds the lock.
+    void leave(CPMutexState& state) {
+        const std::lock_guard<std::mutex> guard(m_lock);
+        if (--state.users == 0 && state.owner.load() == 0) {
+            state.file.close();
         }
-        auto* const shared = static_cast<SharedMutex*>(object.address());
-        if (std::memcmp(&shared->tag, &kTag, sizeof kTag) != 0) {
-            *error = EPROTO;
-            return nullptr;
-        }
-        auto state = std::make_unique<CPMutexState>();
-        state->shared = shared;
-        CPMutexState* const result = state.get();
-        m_states.emplace(name, std::move(state));
-        object.leak();
-        return result;
     }
 
 private:
@@ -171,41 +180,87 @@ private:
     static void prepareFork() { instance().m_lock.lock(); }
     static void afterForkInParent() { instance().m_lock.unlock(); }
     static void afterForkInChild() {
-        g_pid.store(0, std::memory_order_relaxed);
         for (const auto& entry : instance().m_states) {
-            entry.second->owner.store(0, std::memory_order_relaxed);
-            entry.second->depth = 0;
+            CPMutexState& state = *entry.second;
+            state.owner.store(0, std::memory_order_relaxed);
+            state.depth = 0;
+            state.file.close();
+            // A thread that does not exist here may be inside.
+            instance().m_inherited.push_front(state.inside);
+            state.inside = new std::mutex;
         }
+        t_held.forget();
         instance().m_lock.unlock();
     }
 
     std::mutex m_lock;
     std::map<std::string, std::unique_ptr<CPMutexState>> m_states;
+    std::forward_list<std::mutex*> m_inherited;
 };
 
-int lockInSlices(pthread_mutex_t* mutex, unsigned long milliseconds,
-                 const CTerminateWait* terminate) {
-    const std::uint64_t start = monotonicMilliseconds();
+}  // namespace
+
+int CPMutexState::takeInside(const CPatience& patience) {
+    if (patience.isEndless()) {
+        inside->lock();
+        return 0;
+    }
+    while (!inside->try_lock()) {
+        if (const int error = patience.napOrGiveUp()) {
+            return error;
+        }
+    }
+    return 0;
+}
+
+int CPMutexState::takeOpenFile(const CPatience& patience) {
     for (;;) {
-        if (terminate && terminate->isTerminated()) {
-            return ECANCELED;
+        if (::flock(file.descriptor(), patience.isEndless() ? LOCK_EX : LOCK_EX | LOCK_NB) == 0) {
+            return 0;
         }
-        const int tried = pthread_mutex_trylock(mutex);
-        if (tried != EBUSY) {
-            return tried;
+        if (errno != EINTR && errno != EWOULDBLOCK) {
+            return errno;
         }
-        if (milliseconds != CPMutex::kInfinite && monotonicMilliseconds() - start >= milliseconds) {
-            return ETIMEDOUT;
+        if (patience.isEndless()) {
+            continue;
         }
-        const timespec until = nextSlice();
-        const int waited = pthread_mutex_timedlock(mutex, &until);
-        if (waited != ETIMEDOUT) {
-            return waited;
+        if (const int error = patience.napOrGiveUp()) {
+            return error;
         }
     }
 }
 
-}  // namespace
+int CPMutexState::takeFile(const CPatience& patience) {
+    int error = EAGAIN;
+    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+        error = file.isOurs() ? 0 : file.open(name, sizeof(HolderNote));
+        if (error == 0) {
+            error = takeOpenFile(patience);
+        }
+        if (error != 0 || file.isNamed()) {
+            return error;
+        }
+        file.close();  // and with it the lock of a file that nobody else will find
+    }
+    return error != 0 ? error : EAGAIN;
+}
+
+void CPMutexState::take() {
+    owner.store(currentThreadNumber(), std::memory_order_relaxed);
+    depth = 1;
+    ++holding;
+    t_held.add(this);
+}
+
+void CPMutexState::giveUp() {
+    t_held.remove(this);
+    depth = 0;
+    owner.store(0, std::memory_order_relaxed);
+    if (file.isOurs()) {
+        ::flock(file.descriptor(), LOCK_UN);
+    }
+    inside->unlock();
+}
 
 void CPMutex::registerForkHandlers() {
     CMutexRegistry::instance();
@@ -213,42 +268,52 @@ void CPMutex::registerForkHandlers() {
 
 CPMutex::CPMutex(int /*shared*/, int /*owned*/, const std::string& path, int /*create*/,
                  int /*recursive*/)
-    : m_pState(CMutexRegistry::instance().find(CSharedObject::nameForPath("CPMutex", path),
-                                               &m_nError)) {}
+    : m_pState(nullptr) {
+    const std::string name = CSharedObject::nameForPath("CPLock", path);
+    m_nError = CSharedFile::make(name, sizeof(HolderNote));
+    m_pState = CMutexRegistry::instance().join(name);
+}
 
 CPMutex::~CPMutex() {
-    while (m_pState && m_nWaits > 0 && m_pState->heldByCaller()) {
+    while (isHeldHere()) {
         release();
     }
+    CMutexRegistry::instance().leave(*m_pState);
+}
+
+int CPMutex::waits() const {
+    return m_holding == m_pState->holding ? m_nWaits : 0;
 }
 
 CPMutex::eWaitResult CPMutex::wait(unsigned long milliseconds, CTerminateWait* terminate) {
     if (m_pState->heldByCaller()) {
         ++m_pState->depth;
-        ++m_nWaits;
+        m_nWaits = waits() + 1;
+        m_holding = m_pState->holding;
         return eOwned;
     }
-    pthread_mutex_t* const mutex = &m_pState->shared->mutex;
-    const int error = milliseconds == kInfinite && !terminate
-                          ? pthread_mutex_lock(mutex)
-                          : lockInSlices(mutex, milliseconds, terminate);
+    const CPatience patience(milliseconds, terminate);
+    int error = patience.isTerminated() ? ECANCELED : m_pState->takeInside(patience);
+    if (error == 0) {
+        error = m_pState->takeFile(patience);
+        if (error != 0) {
+            m_pState->inside->unlock();
+        }
+    }
     switch (error) {
         case 0:
-            break;
-        case EOWNERDEAD:
-            // At once: unlocked without this, the mutex would be lost for good.
-            pthread_mutex_consistent(mutex);
-            break;
+            m_pState->take();
+            m_nWaits = 1;
+            m_holding = m_pState->holding;
+            return eOwned;
         case ETIMEDOUT:
             return eTimeout;
         case ECANCELED:
             return eTerminated;
         default:
+            m_nError = error;
             return eFailed;
     }
-    m_pState->take();
-    ++m_nWaits;
-    return error == 0 ? eOwned : eOwnerDied;
 }
 
 int CPMutex::release() {
@@ -262,13 +327,39 @@ int CPMutex::release() {
     return 0;
 }
 
+bool CPMutex::isStillHeld() const {
+    return m_pState->heldByCaller() && m_pState->file.isOurs();
+}
+
+bool CPMutex::isHeldHere() const {
+    return m_pState->heldByCaller() && waits() > 0;
+}
+
 bool CPMutex::isHeldThroughAnother() const {
-    return m_pState->heldByCaller() && m_pState->depth > m_nWaits;
+    return m_pState->heldByCaller() && m_pState->depth > waits();
+}
+
+void CPMutex::noteHolding() const {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME_COARSE, &now);
+    const HolderNote note{CPortable::GetCurrentProcessId(), now.tv_sec};
+    if (m_pState->heldByCaller() && m_pState->file.isOurs()) {
+        // Only for telling a person.
+        (void)!::pwrite(m_pState->file.descriptor(), &note, sizeof note, 0);
+    }
 }
 
 CPMutex::Holder CPMutex::holder() const {
-    return {m_pState->shared->holderPid.load(std::memory_order_relaxed),
-            m_pState->shared->heldSince.load(std::memory_order_relaxed)};
+    CSharedFile file;
+    if (file.open(m_pState->name, sizeof(HolderNote)) != 0) {
+        return {0, 0};
+    }
+    const std::int32_t pid = holderOfFileLock(file.device(), file.inode());
+    HolderNote note{};
+    const bool isNoted =
+        ::pread(file.descriptor(), &note, sizeof note, 0) == static_cast<ssize_t>(sizeof note) &&
+        note.pid == pid;
+    return {pid, isNoted ? note.sinceSec : 0};
 }
 
 }  // namespace VQRegLib

@@ -11,17 +11,16 @@ namespace VQRegLib {
 
 struct CPMutexState;
 
+// The kernel holds it, as a file lock on a named object, and drops it when the holder dies, in
+// whatever pid namespace. Nothing about it lies in memory that others may write: whoever may open the
+// object can hold the lock, and that is all he can do.
+//
 // The holder is a thread. All CPMutex objects of a process on one path are one mutex: a thread that
-// holds it through one object takes it again through another.
+// holds it through one object takes it again through another. A thread that ends while it holds the
+// mutex lets go of it.
 class CPMutex {
 public:
-    enum eWaitResult : std::int32_t {
-        eOwned = 0,
-        eOwnerDied = 1,  // owned, and the process or thread that held it died holding it
-        eTimeout = 2,
-        eTerminated = 3,
-        eFailed = -1
-    };
+    enum eWaitResult : std::int32_t { eOwned = 0, eTimeout = 2, eTerminated = 3, eFailed = -1 };
     static constexpr unsigned long kInfinite = 0xFFFFFFFF;
 
     // A fork waits for the making of mutexes to end. A lock that is held while a mutex is made, and
@@ -29,8 +28,8 @@ public:
     static void registerForkHandlers();
 
     struct Holder {
-        std::int32_t pid;       // as its own pid namespace numbers it; 0: nobody
-        std::int64_t sinceSec;  // seconds since the epoch
+        std::int32_t pid;       // as the caller's pid namespace numbers it; 0: nobody
+        std::int64_t sinceSec;  // seconds since the epoch; 0: unknown
     };
 
     // (1, 0, path, 1, 1): the four numbers are fixed. Opens the mutex that stands for the path, or
@@ -42,14 +41,23 @@ public:
     CPMutex(const CPMutex&) = delete;
     CPMutex& operator=(const CPMutex&) = delete;
 
-    bool isOpen() const { return m_pState != nullptr; }
-    int error() const { return m_nError; }  // why not, as an errno
+    bool isOpen() const { return m_nError == 0; }
+    int error() const { return m_nError; }  // why not, as an errno; also of a wait that has failed
 
-    // Waits for at most so many milliseconds, or without end. `terminate` may be null.
+    // Waits for at most so many milliseconds, or without end. `terminate` may be null. A wait without
+    // end and terminate is woken at once, others look every few milliseconds. eFailed when the
+    // system cannot give a lock or a descriptor for it.
     eWaitResult wait(unsigned long milliseconds, CTerminateWait* terminate);
 
     // 0, or EPERM when the calling thread does not hold the mutex.
     int release();
+
+    // True while the calling thread holds the mutex and the lock is still behind that: a program that
+    // closes all its descriptors loses it.
+    bool isStillHeld() const;
+
+    // True when the calling thread holds the mutex through this object.
+    bool isHeldHere() const;
 
     // True when the calling thread holds the mutex through another object of this process.
     bool isHeldThroughAnother() const;
@@ -57,13 +65,23 @@ public:
     // In a child of fork: what its parent had not released through this object is not the child's.
     void forgetInherited() { m_nWaits = 0; }
 
+    // Writes down since when the calling thread holds the mutex, for holder(); worth its system call
+    // where the mutex is going to be held for longer than a moment.
+    void noteHolding() const;
+
     // Who holds it at this moment; only good for telling a person.
     Holder holder() const;
 
 private:
-    int m_nError = 0;        // before the state, whose making sets it
+    int waits() const;
+
+    int m_nError = 0;
+
     CPMutexState* m_pState;  // shared by the process, never freed
-    int m_nWaits = 0;        // through this object and not yet released; changed by the holder only
+    // Waits through this object that are not yet released, and the holding that they are part of: a
+    // thread that ends leaves them behind. Changed by the holder only.
+    int m_nWaits = 0;
+    std::uint64_t m_holding = 0;
 };
 
 }  // namespace VQRegLib

@@ -121,6 +121,12 @@ std::uint64_t CPortable::GetTickCountULL() {
            static_cast<std::uint64_t>(now.tv_nsec);
 }
 
+std::uint32_t CPortable::GetSeconds() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    return static_cast<std::uint32_t>(now.tv_sec);
+}
+
 void CPortable::GetLocalTime(LocalTime* time) {
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);

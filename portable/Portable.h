@@ -31,6 +31,8 @@ public:
 
     // Nanoseconds of the machine's clock: the same for every process, whatever its namespaces.
     static std::uint64_t GetTickCountULL();
+    // Seconds of a clock that is never set, for telling that time has passed. Costs next to nothing.
+    static std::uint32_t GetSeconds();
     static void GetLocalTime(LocalTime* time);
 
     static long GetCurrentProcessId();

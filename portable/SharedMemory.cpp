@@ -1,8 +1,206 @@
 #include "portable/SharedMemory.h"
 
+#include <fcntl.h>
+#include <sys/ipc.h>
+#include <sys/random.h>
+#include <sys/shm.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+
+#include "portable/Portable.h"
+#include "portable/SharedObject.h"
+
 namespace VQRegLib {
 
+namespace {
+
+constexpr char kMagic[8] = {'C', 'P', 'B', 'l', 'o', 'c', 'k', '1'};
+constexpr int kMakingNaps = 400;  // at a process that is making the block
+constexpr unsigned long kMakingNapMilliseconds = 5;
+
+// The beginning of the segment. 64 bytes, so that the block begins at a cache line.
+struct Header {
+    char magic[8];
+    std::uint64_t size;
+    unsigned char lot[16];
+    char name[32];  // the hash of the name
+};
+static_assert(sizeof(Header) == 64);
+
+// Bytes of the named file that are locked.
+enum eLockedByte : off_t { eMaking = 0, eUsing = 1 };
+
+int lockByte(int fd, eLockedByte byte, short kind) {
+    struct flock lock {};
+    lock.l_type = kind;
+    lock.l_whence = SEEK_SET;
+    lock.l_start = byte;
+    lock.l_len = 1;
+    return ::fcntl(fd, F_OFD_SETLK, &lock) == 0 ? 0 : errno;
+}
+
+// What tells this IPC namespace from others; 0 where there is no /proc.
+std::uint64_t ipcNamespace() {
+    struct stat status {};
+    return ::stat("/proc/self/ns/ipc", &status) == 0 ? status.st_ino : 0;
+}
+
+Header headerFor(const std::string& name, const unsigned char (&lot)[16], unsigned long size) {
+    Header header{};
+    std::memcpy(header.magic, kMagic, sizeof kMagic);
+    header.size = size;
+    std::memcpy(header.lot, lot, sizeof lot);
+    CSharedObject::hashOf(name).copy(header.name, sizeof header.name);
+    return header;
+}
+
+}  // namespace
+
+// What the named file holds.
+struct CPSharedMemory::Record {
+    char magic[8];
+    std::uint64_t ipcNamespace;
+    std::int64_t id;
+    unsigned char lot[16];
+};
+
 CPSharedMemory::CPSharedMemory(const std::string& path, unsigned long size)
-    : m_nError(m_object.open(CSharedObject::nameForPath("CPSharedMemory", path), size, nullptr)) {}
+    : m_name(CSharedObject::nameForPath("CPBlock", path)) {
+    m_nError = open(size);
+}
+
+CPSharedMemory::~CPSharedMemory() {
+    if (m_segment) {
+        ::shmdt(m_segment);
+    }
+}
+
+void* CPSharedMemory::getAddress() const {
+    return m_segment ? static_cast<char*>(m_segment) + sizeof(Header) : nullptr;
+}
+
+bool CPSharedMemory::read(Record& record) const {
+    return ::pread(m_file.descriptor(), &record, sizeof record, 0) ==
+           static_cast<ssize_t>(sizeof record);
+}
+
+int CPSharedMemory::open(unsigned long size) {
+    int error = m_file.open(m_name, sizeof(Record));
+    if (error == 0) {
+        error = attach(size);
+        if (error != 0) {
+            error = make(size);
+        }
+    }
+    if (error == 0) {
+        // Nobody else may take the place of a block that is in use. Without it the block is as good.
+        lockByte(m_file.descriptor(), eUsing, F_RDLCK);
+    }
+    return error;
+}
+
+// 0 when the file leads to the block; otherwise why not.
+int CPSharedMemory::attach(unsigned long size) {
+    Record record{};
+    if (!read(record) || std::memcmp(record.magic, kMagic, sizeof kMagic) != 0 ||
+        record.id != static_cast<int>(record.id)) {
+        return ENOENT;
+    }
+    if (record.ipcNamespace != ipcNamespace()) {
+        return EXDEV;
+    }
+    const int id = static_cast<int>(record.id);
+    struct shmid_ds status {};
+    if (::shmctl(id, IPC_STAT, &status) != 0) {
+        return errno;
+    }
+    if (status.shm_segsz != sizeof(Header) + size) {
+        return EPROTO;
+    }
+    void* const segment = ::shmat(id, nullptr, 0);
+    if (segment == reinterpret_cast<void*>(-1)) {
+        return errno;
+    }
+    const Header expected = headerFor(m_name, record.lot, size);
+    if (std::memcmp(segment, &expected, sizeof expected) != 0) {
+        ::shmdt(segment);
+        return EPROTO;
+    }
+    m_segment = segment;
+    m_id = id;
+    std::memcpy(m_lot, record.lot, sizeof m_lot);
+    return 0;
+}
+
+// Under a lock of its own, because others may be at it too. A block of this namespace to which nobody
+// can attach is gone; one of another namespace is gone when nobody uses it.
+int CPSharedMemory::make(unsigned long size) {
+    const int fd = m_file.descriptor();
+    int error = lockByte(fd, eMaking, F_WRLCK);
+    for (int naps = 0; error == EAGAIN && naps < kMakingNaps; ++naps) {
+        CPortable::Sleep(kMakingNapMilliseconds);
+        error = lockByte(fd, eMaking, F_WRLCK);
+    }
+    if (error != 0) {
+        return error;
+    }
+    error = attach(size);
+    if (error == EXDEV && lockByte(fd, eUsing, F_WRLCK) == 0) {
+        error = ENOENT;
+    }
+    if (error != 0 && error != EXDEV) {
+        error = makeSegment(size);
+    }
+    lockByte(fd, eMaking, F_UNLCK);
+    return error;
+}
+
+int CPSharedMemory::makeSegment(unsigned long size) {
+    Record record{};
+    if (::getrandom(record.lot, sizeof record.lot, GRND_NONBLOCK) !=
+        static_cast<ssize_t>(sizeof record.lot)) {
+        const std::string lot = CPortable::newPUUID();  // early at boot
+        lot.copy(reinterpret_cast<char*>(record.lot), sizeof record.lot);
+    }
+    const int id = ::shmget(IPC_PRIVATE, sizeof(Header) + size, IPC_CREAT | IPC_EXCL | 0666);
+    if (id < 0) {
+        return errno;
+    }
+    void* const segment = ::shmat(id, nullptr, 0);
+    const int error = segment == reinterpret_cast<void*>(-1) ? errno : 0;
+    ::shmctl(id, IPC_RMID, nullptr);  // it lives while somebody is attached
+    if (error != 0) {
+        return error;
+    }
+    const Header header = headerFor(m_name, record.lot, size);
+    std::memcpy(segment, &header, sizeof header);
+    std::memcpy(record.magic, kMagic, sizeof kMagic);
+    record.ipcNamespace = ipcNamespace();
+    record.id = id;
+    if (::pwrite(m_file.descriptor(), &record, sizeof record, 0) !=
+        static_cast<ssize_t>(sizeof record)) {
+        const int failure = errno;
+        ::shmdt(segment);
+        return failure;
+    }
+    m_segment = segment;
+    m_id = id;
+    std::memcpy(m_lot, record.lot, sizeof m_lot);
+    m_creator = true;
+    return 0;
+}
+
+bool CPSharedMemory::isCurrent() {
+    if (!m_file.isOurs() && m_file.open(m_name, sizeof(Record)) == 0) {
+        lockByte(m_file.descriptor(), eUsing, F_RDLCK);  // a program had closed it
+    }
+    Record record{};
+    return m_segment && m_file.isNamed() && read(record) && record.id == m_id &&
+           std::memcmp(record.lot, m_lot, sizeof m_lot) == 0;
+}
 
 }  // namespace VQRegLib

@@ -4,23 +4,53 @@
 
 #include <string>
 
-#include "portable/SharedObject.h"
+#include "portable/SharedFile.h"
 
 namespace VQRegLib {
 
+// The memory is a System V segment, because nobody can shrink one: a mapped file that somebody cuts
+// short kills everybody who looks at it. The segment is removed as soon as it is made; it lives on
+// while anybody is attached, and others attach by its number, so nothing piles up. The number stands
+// in a named file, and what it leads to is checked before it is used: size, tag, name and a number
+// drawn by lot. A block holds nothing that a process may rely on as a pointer, a size or an index,
+// for everybody may write it.
+//
+// Segments are numbered by IPC namespace, and processes may share the named file but not the
+// namespace (a service with PrivateIPC=, some containers). Who uses the block holds a shared lock on
+// the file; while somebody of another namespace does, a block cannot be opened here (EXDEV).
 class CPSharedMemory {
 public:
     // Opens the block that stands for the path, or makes one of zeroes. `size` in bytes.
     CPSharedMemory(const std::string& path, unsigned long size);
+    ~CPSharedMemory();
+    CPSharedMemory(const CPSharedMemory&) = delete;
+    CPSharedMemory& operator=(const CPSharedMemory&) = delete;
 
     // Null when the block could not be opened; `error` says why, as an errno.
-    void* getAddress() const { return m_object.address(); }
-    int isCreator() const { return m_object.isCreator() ? 1 : 0; }
+    void* getAddress() const;
+    int isCreator() const { return m_creator ? 1 : 0; }
     int error() const { return m_nError; }
 
+    // False when others who open the path now get another block: somebody has removed the named file
+    // or written into it.
+    bool isCurrent();
+
 private:
-    CSharedObject m_object;
-    int m_nError;
+    struct Record;
+
+    int open(unsigned long size);
+    int attach(unsigned long size);
+    int make(unsigned long size);
+    int makeSegment(unsigned long size);
+    bool read(Record& record) const;
+
+    std::string m_name;
+    CSharedFile m_file;
+    void* m_segment = nullptr;
+    int m_id = -1;
+    unsigned char m_lot[16] = {};
+    bool m_creator = false;
+    int m_nError = 0;
 };
 
 }  // namespace VQRegLib

@@ -11,6 +11,7 @@
 #include <cstdlib>
 
 #include "portable/FileDescriptor.h"
+#include "portable/SharedFile.h"
 
 namespace VQRegLib {
 
@@ -50,32 +51,6 @@ std::string encoded(const std::string& path) {
 
 __extension__ using uint128 = unsigned __int128;
 
-// FNV-1a with its 128-bit parameters, in hexadecimal.
-std::string hash128(const std::string& text) {
-    const uint128 prime = (uint128{1} << 88) + 0x13b;
-    uint128 hash = (uint128{0x6c62272e07bb0142u} << 64) + 0x62b821756295c58du;
-    for (const char c : text) {
-        hash = (hash ^ static_cast<unsigned char>(c)) * prime;
-    }
-    char digits[33];
-    std::snprintf(digits, sizeof digits, "%016llx%016llx",
-                  static_cast<unsigned long long>(hash >> 64),
-                  static_cast<unsigned long long>(hash & ~std::uint64_t{0}));
-    return digits;
-}
-
-int giveName(int fd, const std::string& path) {
-    const std::string self = "/proc/self/fd/" + std::to_string(fd);
-    if (linkat(AT_FDCWD, self.c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW) == 0) {
-        return 0;
-    }
-    // No /proc here; a privileged process can do without it.
-    if (errno == ENOENT && linkat(fd, "", AT_FDCWD, path.c_str(), AT_EMPTY_PATH) == 0) {
-        return 0;
-    }
-    return errno;
-}
-
 }  // namespace
 
 const char* CSharedObject::directory() {
@@ -87,8 +62,22 @@ std::string CSharedObject::nameForPath(const std::string& kind, const std::strin
     if (whole.size() <= kLongestName) {
         return whole;
     }
-    const std::string hash = "#" + hash128(whole);
+    const std::string hash = "#" + hashOf(whole);
     return whole.substr(0, kLongestName - hash.size()) + hash;
+}
+
+// FNV-1a with its 128-bit parameters.
+std::string CSharedObject::hashOf(const std::string& text) {
+    const uint128 prime = (uint128{1} << 88) + 0x13b;
+    uint128 hash = (uint128{0x6c62272e07bb0142u} << 64) + 0x62b821756295c58du;
+    for (const char c : text) {
+        hash = (hash ^ static_cast<unsigned char>(c)) * prime;
+    }
+    char digits[33];
+    std::snprintf(digits, sizeof digits, "%016llx%016llx",
+                  static_cast<unsigned long long>(hash >> 64),
+                  static_cast<unsigned long long>(hash & ~std::uint64_t{0}));
+    return digits;
 }
 
 CSharedObject::~CSharedObject() {
@@ -154,7 +143,7 @@ int CSharedObject::create(const std::string& path, int (*initialise)(void*)) {
         error = errno;
     }
     if (error == 0) {
-        error = giveName(file.get(), path);
+        error = CSharedFile::giveName(file.get(), path);
     }
     if (error != 0) {
         unmap();

@@ -19,6 +19,9 @@ public:
     // bytes of a file name; a longer name ends in a 128-bit hash.
     static std::string nameForPath(const std::string& kind, const std::string& path);
 
+    // 128 bits of a text, in 32 hexadecimal digits.
+    static std::string hashOf(const std::string& text);
+
     CSharedObject() = default;
     ~CSharedObject();  // unmaps
     CSharedObject(const CSharedObject&) = delete;

@@ -41,7 +41,8 @@ int CRegLibImplFile::ExportConfig() {
         return result;
     }
     renewSharedStamp();
-    m_ullLocalChangeStamp = *m_pullSharedChangeStamp;
+    m_ullLocalChangeStamp = sharedStamp();
+    m_glanced.reset();
     REGLIB_TRACE(eTraceFlow, "<<<CRegLibImplFile::ExportConfig\n");
     return REGLIB_OK;
 }

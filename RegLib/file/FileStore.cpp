@@ -22,6 +22,10 @@ constexpr char kPreferredDirectory[] = "/velquist/etc";
 constexpr char kPreferredFile[] = "/velquist/etc/Velquist.cfg";
 constexpr char kUsualFile[] = "/etc/Velquist.cfg";
 
+void closeFile(std::FILE* file) {
+    CFileOps::current().close(file);
+}
+
 // Makes an object, or throws from the given place when there is no memory for it.
 template <typename Object, typename... Arguments>
 std::unique_ptr<Object> makeOrThrow(eThrowPoint point, Arguments&&... arguments) {
@@ -36,7 +40,7 @@ std::unique_ptr<Object> makeOrThrow(eThrowPoint point, Arguments&&... arguments)
 
 CRegLibImplFile::CRegLibImplFile(const char* name, const char* root, CRegLib::LOCATION location,
                                  int* result)
-    : CRegLibImpl(name, root, location, result) {
+    : CRegLibImpl(name, root, location, result), m_glanced(nullptr, closeFile) {
     REGLIB_TRACE(eTraceFlow,
                  "CRegLibImplFile::CRegLibImplFile (0x%08X), name \"%s\", root \"%s\"\n",
                  traceId(this), traceText(name), traceText(root));
@@ -53,10 +57,7 @@ CRegLibImplFile::CRegLibImplFile(const char* name, const char* root, CRegLib::LO
         m_pszFileName = nullptr;
         throw;
     }
-    guarded([this] {
-        const CStoreLock lock(*this, eUnwinding::eRelease);
-        return ImportConfig();
-    });
+    (void)guarded([this] { return ImportConfig(); });
     REGLIB_TRACE(eTraceFlow, "<<<CRegLibImplFile::CRegLibImplFile (0x%08X)\n", traceId(this));
 }
 
@@ -89,23 +90,16 @@ void CRegLibImplFile::openSharedObjects() {
                      traceId(this), m_pMutex->error());
         throwAt(eThrowPoint::eNewMutex);
     }
-    const bool ownerDied = Lock() == CPMutex::eOwnerDied;
-    m_pSharedMemory = makeOrThrow<CPSharedMemory>(eThrowPoint::eNewSharedMemory, m_pszFileName,
-                                                  sizeof(std::uint64_t));
-    if (!m_pSharedMemory->getAddress()) {
+    auto block = makeOrThrow<CPSharedMemory>(eThrowPoint::eNewSharedMemory, m_pszFileName,
+                                             sizeof(std::uint64_t));
+    if (!block->getAddress()) {
         REGLIB_TRACE(
             eTraceAlways,
             "(Error) CRegLibImplFile::CRegLibImplFile (0x%08X), shared memory failed, errno %d\n",
-            traceId(this), m_pSharedMemory->error());
-        throwAt(eThrowPoint::eNewSharedMemory);  // the mutex lets go of the lock as it is destroyed
+            traceId(this), block->error());
+        throwAt(eThrowPoint::eNewSharedMemory);
     }
-    m_pullSharedChangeStamp = static_cast<std::uint64_t*>(m_pSharedMemory->getAddress());
-    // A stamp of 0 is that of a creator that died before this line.
-    if (m_pSharedMemory->isCreator() || *m_pullSharedChangeStamp == 0 || ownerDied) {
-        renewSharedStamp();
-    }
-    m_ullLocalChangeStamp = 0;
-    Unlock();
+    useBlock(std::move(block));
 }
 
 // An empty handle as the parent stands for the tree root.

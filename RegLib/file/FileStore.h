@@ -2,6 +2,7 @@
 #ifndef REGLIB_FILE_FILESTORE_H
 #define REGLIB_FILE_FILESTORE_H
 
+#include <atomic>
 #include <cstdint>
 #include <cstdio>
 #include <memory>
@@ -18,10 +19,14 @@ namespace VQRegLib {
 
 class CFoldedName;
 class CLineWriter;
+class COperation;
 class CTreePositions;
 
 // The name of the top-level key of a store that was opened without one.
 extern char g_szRootKeynameFile[9];
+
+// What becomes of the cross-process lock when an exception passes.
+enum class eUnwinding { eRelease, eKeepLock };
 
 class CRegLibImplFile : public CRegLibImpl {
 public:
@@ -66,14 +71,20 @@ public:
     // The header that a key called `name` gets below `parent`, which may be null.
     static std::string CreateFullName(const CKeyOrValue* parent, const char* name);
 
-    // The cross-process lock. Every operation holds it from before its import to its end;
-    // COperation is the way to take it.
+    // The cross-process lock, which who changes something holds; COperation is the way to take it.
+    // REGLIB_E_FILE_OPEN when it cannot be had.
     int Lock();
     int Unlock();
 
-    // Brings the tree up to date with the file, and the file with the tree; with the lock held.
-    int ImportConfig();
+    // Brings the tree up to date with the file. Needs no lock, and takes it where the file is missing.
+    // `unwinding` is for that lock.
+    int ImportConfig(eUnwinding unwinding = eUnwinding::eRelease);
+
+    // Writes the tree to the file; with the lock held.
     int ExportConfig();
+
+    // The tree has all changes that were completed by now.
+    bool isUpToDate();
 
     // Opens the file for reading, or a new temporary file for writing; `openedName`, when not null,
     // receives the name even on failure. Closing the latter puts it in the file's place, or fails
@@ -92,16 +103,34 @@ private:
     void openSharedObjects();
     std::unique_ptr<CRegKey> createRootKey(const char* root);
 
-    // The stamp.
+    // Lock and stamp; Sync.cpp explains them.
+    friend class CStoreLock;
+    friend class COperation;
+    int takeLock(unsigned long milliseconds);
+    std::uint64_t sharedStamp() const;
     void renewSharedStamp();
-    void recoverFromDeath();
+    void markReplacing();
+    void useBlock(std::unique_ptr<CPSharedMemory> block);
+    bool hasBlock();
+    void complainOfStopped(std::uint64_t stamp);
+
+    // Opening; FileAccess.cpp.
+    int openUnlocked();
+    int finishOpen(int mode, const char* name, int error);
 
     int commitChange();
     bool isUpdatedElsewhere() const;
+    int refuseDuringOthersUpdate() const;
     int readAnew();
     void moveHandles(const CKeyOrValue& from, CKeyOrValue& to);
 
     // Import.
+    int bringUpToDate(eUnwinding unwinding);
+    int importLocked();
+    int importWaiting(eUnwinding unwinding);
+    int glance(std::uint64_t stamp, eUnwinding unwinding);
+    int importOpened(std::uint64_t stamp);
+    int readOpened();
     int ImportConfigHelper();
     void tellOfLostText() const;
     int ImportCreateKeyHelper(CKeyOrValue** current, std::string_view line);
@@ -114,6 +143,9 @@ private:
     void DumpConfig(unsigned long depth, const CKeyOrValue* node) const;
 
     // Keys.
+    bool lacksKey(CKeyOrValue* node, std::string_view path) const;
+    int openPath(const CRegKey& start, std::string_view path, CRegKey& key, int create,
+                 int& exists);
     int walkPath(CKeyOrValue* node, std::string_view path, CRegKey& key, int create, int& exists);
     CKeyOrValue* addKey(CKeyOrValue* parent, std::string_view name, const CFoldedName& folded);
     void issueHandle(CKeyOrValue* node, std::string_view name, CRegKey& key);
@@ -126,9 +158,9 @@ private:
     template <typename Compose>
     int setValue(CRegKey& key, const char* name, CRegLib::eDataType type, Compose&& compose,
                  int* changed);
-    int storeLine(CKeyOrValue* key, CKeyOrValue* value, const char* name, const CFoldedName& folded,
-                  CRegLib::eDataType type, std::string&& line, int& changed);
-    std::string storedSpelling(CRegKey& key, const char* name, const CKeyOrValue& value);
+    int storeLine(const COperation& operation, const char* name, CRegLib::eDataType type,
+                  std::string&& line, int& changed);
+    std::string countedSpelling(CRegKey& key, const char* name);
 
     // Nodes that leave the tree: discard frees one as soon as nothing can refer to it, displace
     // keeps one alive whose handles shall go on working.
@@ -142,8 +174,18 @@ private:
     std::unique_ptr<CPMutex> m_pMutex;
     std::FILE* m_pFile = nullptr;
     std::unique_ptr<CPSharedMemory> m_pSharedMemory;
-    std::uint64_t* m_pullSharedChangeStamp = nullptr;
+    std::atomic<std::uint64_t>* m_pullSharedChangeStamp = nullptr;
     std::uint64_t m_ullLocalChangeStamp = 0;
+    static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
+
+    static constexpr std::uint32_t kNeverLooked = 0xFFFFFFFF;
+    std::uint32_t m_lastLook = kNeverLooked;  // at the block; kNeverLooked also when it is lost
+
+    // The file as it was read while a writer was replacing it, and what that reading brought.
+    std::unique_ptr<std::FILE, void (*)(std::FILE*)> m_glanced;
+    int m_nGlanced = 0;
+    std::uint64_t m_ullOddStamp = 0;
+    std::uint32_t m_oddSince = 0;
 
     int m_nUpdateDepth = 0;         // updates begun and not ended; with the lock held
     bool m_bUpdatePending = false;  // the tree has changes that the end of the update will write

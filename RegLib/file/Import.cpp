@@ -1,4 +1,5 @@
 // The importer: merges the file into the tree.
+#include "RegLib/base/AtEnd.h"
 #include "RegLib/base/FoldedName.h"
 #include "RegLib/file/FileStore.h"
 #include "RegLib/file/LineFormat.h"
@@ -8,52 +9,47 @@
 
 namespace VQRegLib {
 
-namespace {
-
-// Closes the file also when an allocation fails half-way through it.
-template <typename Close>
-class CCloser {
-public:
-    explicit CCloser(Close close) : m_close(std::move(close)) {}
-    ~CCloser() { m_close(); }
-    CCloser(const CCloser&) = delete;
-    CCloser& operator=(const CCloser&) = delete;
-
-private:
-    Close m_close;
-};
-
-}  // namespace
-
-int CRegLibImplFile::ImportConfig() {
+int CRegLibImplFile::ImportConfig(eUnwinding unwinding) {
     REGLIB_TRACE(eTraceFlow, ">>>CRegLibImplFile::ImportConfig\n");
-    if (m_ullLocalChangeStamp == *m_pullSharedChangeStamp) {
+    if (isUpToDate()) {
         return REGLIB_OK;
     }
-    int result = FileOpen(eRead, nullptr);
-    if (result == REGLIB_E_NOT_FOUND) {
+    return bringUpToDate(unwinding);
+}
+
+int CRegLibImplFile::importLocked() {
+    const int opened = FileOpen(eRead, nullptr);
+    if (opened == REGLIB_E_NOT_FOUND) {
         tellOfLostText();
         if (!isUpdatedElsewhere()) {
-            ExportConfig();  // the result is 0 whatever it says: there is nothing to read
+            // The result is 0 whatever it says: there is nothing to read.
+            (void)ExportConfig();
         }
         REGLIB_TRACE(eTraceFlow, "<<<CRegLibImplFile::ImportConfig\n");
         return REGLIB_OK;
     }
-    if (result < 0) {
-        return result;
+    return opened < 0 ? opened : importOpened(sharedStamp());
+}
+
+// Reads the open file and closes it. The stamp is that from before it was opened; after a read error
+// the next operation tries again.
+int CRegLibImplFile::importOpened(std::uint64_t stamp) {
+    const CAtEnd closing([this] { FileClose(eRead, std::string()); });
+    const int result = readOpened();
+    if (result >= 0 && !m_isReadCutShort) {
+        m_ullLocalChangeStamp = stamp;
+        m_glanced.reset();
     }
-    {
-        const CCloser closer([this] { FileClose(eRead, std::string()); });
-        m_pPositions->forget();
-        result = m_isTreeAhead ? readAnew() : ImportConfigHelper();
-    }
+    return result;
+}
+
+int CRegLibImplFile::readOpened() {
+    m_pPositions->forget();
+    int result = m_isTreeAhead ? readAnew() : ImportConfigHelper();
     if (result == REGLIB_E_END_OF_FILE) {
         result = REGLIB_OK;
     }
-    if (result >= 0) {
-        // After a read error the next operation tries again.
-        m_ullLocalChangeStamp = m_isReadCutShort ? m_ullLocalChangeStamp : *m_pullSharedChangeStamp;
-    } else {
+    if (result < 0) {
         REGLIB_TRACE(eTraceAlways,
                      "(Error) CRegLibImplFile::ImportConfig (0x%08X), import failed 0x%08X\n",
                      traceId(this), static_cast<unsigned>(result));

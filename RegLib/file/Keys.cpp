@@ -41,14 +41,7 @@ int CRegLibImplFile::VQRegFindKey(CRegKey* parent, const char* subKey, CRegKey& 
     });
     if (result >= 0) {
         const CRegKey& start = parent ? *parent : *RootKey();
-        result = guarded([&] {
-            const COperation operation(*this);
-            if (operation.result() < 0) {
-                return operation.result();
-            }
-            CKeyOrValue* const node = nodeOf(start);
-            return walkPath(node ? node : m_pRootNode.get(), path, key, create, existed);
-        });
+        result = guarded([&] { return openPath(start, path, key, create, existed); });
         subKey = path.c_str();
     }
     if (exists) {
@@ -58,6 +51,31 @@ int CRegLibImplFile::VQRegFindKey(CRegKey* parent, const char* subKey, CRegKey& 
                  "<<<CRegLibImplFile::VQRegFindKey (0x%08X) SubKeyName \"%s\", exists %d\n",
                  traceId(this), subKey, existed);
     return result;
+}
+
+// Each level takes an id, so whether there is one to be made has to be known before the first.
+int CRegLibImplFile::openPath(const CRegKey& start, std::string_view path, CRegKey& key, int create,
+                              int& exists) {
+    COperation operation(*this);
+    if (operation.result() < 0) {
+        return operation.result();
+    }
+    return operation.change([&] {
+        CKeyOrValue* const found = nodeOf(start);
+        CKeyOrValue* const node = found ? found : m_pRootNode.get();
+        if (create && !operation.isLocked() && lacksKey(node, path)) {
+            return COperation::kNeedsLock;
+        }
+        return walkPath(node, path, key, create, exists);
+    });
+}
+
+bool CRegLibImplFile::lacksKey(CKeyOrValue* node, std::string_view path) const {
+    CKeyPath rest(path);
+    for (std::string_view name; node && node->m_iIsKey && rest.next(name);) {
+        node = node->findChild(CFoldedName(name).view());
+    }
+    return !node;
 }
 
 int CRegLibImplFile::walkPath(CKeyOrValue* node, std::string_view path, CRegKey& key, int create,
@@ -80,9 +98,6 @@ int CRegLibImplFile::walkPath(CKeyOrValue* node, std::string_view path, CRegKey&
             if (!child) {
                 if (!create) {
                     return REGLIB_E_KEY_NOT_FOUND;
-                }
-                if (isUpdatedElsewhere()) {
-                    return REGLIB_E_FAIL;
                 }
                 exists = 0;
                 child = addKey(node, name, folded);
@@ -130,18 +145,20 @@ int CRegLibImplFile::VQRegDeleteKey(CRegKey& key, const char* subKey) {
     }
     return guarded([&] {
         COperation operation(*this);
-        const int opened = operation.findKey(found);
-        if (opened < 0) {
-            return opened;
-        }
-        if (!operation.key()->m_mapChildren.empty()) {
-            return REGLIB_E_KEY_NOT_EMPTY;
-        }
-        if (isUpdatedElsewhere()) {
-            return REGLIB_E_FAIL;
-        }
-        unlinkKey(operation.key());
-        return commitChange();
+        return operation.change([&] {
+            const int opened = operation.findKey(found);
+            if (opened < 0) {
+                return opened;
+            }
+            if (!operation.key()->m_mapChildren.empty()) {
+                return REGLIB_E_KEY_NOT_EMPTY;
+            }
+            if (!operation.isLocked()) {
+                return COperation::kNeedsLock;
+            }
+            unlinkKey(operation.key());
+            return commitChange();
+        });
     });
 }
 

@@ -10,33 +10,55 @@
 
 namespace VQRegLib {
 
-// What becomes of the cross-process lock when an exception passes.
-enum class eUnwinding { eRelease, eKeepLock };
-
-// Holds the store's cross-process lock for a scope.
+// Holds the store's cross-process lock for a scope, if it can be had.
 class CStoreLock {
 public:
-    CStoreLock(CRegLibImplFile& store, eUnwinding unwinding);
+    enum eHow { eWait, eTry };
+
+    explicit CStoreLock(CRegLibImplFile& store, eUnwinding unwinding = eUnwinding::eRelease,
+                        eHow how = eWait);
     ~CStoreLock();
     CStoreLock(const CStoreLock&) = delete;
     CStoreLock& operator=(const CStoreLock&) = delete;
+
+    int result() const { return m_nResult; }  // REGLIB_E_FILE_OPEN when it could not
 
 private:
     CRegLibImplFile& m_store;
     const eUnwinding m_unwinding;
     const int m_nExceptions;
+    const int m_nResult;
 };
 
-// Taking the lock is bringing the tree up to date: an operation cannot forget it. The code of that
-// import comes before all others.
+// An operation begins by bringing the tree up to date, which it cannot forget: that is its
+// construction, and the code of it comes before all others. It goes on by looking things up. One that
+// finds that it has to change something asks for the lock, and when it gets it now, it looks things
+// up once more: the tree may have been brought up to date again.
 class COperation {
 public:
     using CKeyOrValue = CRegLibImplFile::CKeyOrValue;
 
     explicit COperation(CRegLibImplFile& store, eUnwinding unwinding = eUnwinding::eRelease)
-        : m_store(store), m_lock(store, unwinding), m_nResult(store.ImportConfig()) {}
+        : m_store(store), m_nResult(store.ImportConfig(unwinding)) {}
 
     int result() const { return m_nResult; }
+
+    // Runs a piece of the operation that looks things up: without the lock, and where it returns
+    // kNeedsLock, again with it. REGLIB_E_FILE_OPEN when the lock cannot be had, REGLIB_E_FAIL while
+    // the thread has an update through another store on the file.
+    template <typename Piece>
+    int change(Piece&& piece) {
+        int result = piece();
+        if (result == kNeedsLock) {
+            result = lockForChange();
+            if (result >= 0) {
+                result = piece();
+            }
+        }
+        return result;
+    }
+    static constexpr int kNeedsLock = 1;  // no result code is positive
+    bool isLocked() const { return m_lock.has_value(); }
 
     // Finds the handle's key. REGLIB_E_INVALID_HANDLE, REGLIB_E_NOT_A_KEY.
     int findKey(const CRegKey& key);
@@ -53,8 +75,10 @@ public:
     const CFoldedName& foldedName() const { return *m_name; }
 
 private:
+    int lockForChange();
+
     CRegLibImplFile& m_store;
-    CStoreLock m_lock;
+    std::optional<CStoreLock> m_lock;
     int m_nResult;
     CKeyOrValue* m_pKey = nullptr;
     CKeyOrValue* m_pValue = nullptr;

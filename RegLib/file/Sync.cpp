@@ -1,87 +1,187 @@
-// The file store's cross-process lock, its change stamp, and the opening and replacing of its file.
+// The file store's cross-process lock, its change stamp, and the opening and closing of its file.
+//
+// Why reads need no lock. The stamp is a sequence word in memory that all processes share: odd while
+// a writer replaces the file, even otherwise, and never the same twice. A process remembers the stamp
+// under which it last read or wrote the file. An operation that changes nothing is valid at the
+// instant at which it finds the two equal: no change that had been completed by then is missing from
+// its tree. Where they differ it reads the file first. The path always names a complete text, so that
+// needs no lock either; the stamp that is remembered was loaded before the file was opened, so what
+// was read may be newer than it says, never older, and then the next operation reads once more.
+//
+// A writer holds the lock. It makes the stamp odd before it touches a name and even afterwards. Whoever
+// finds it odd tries the lock without waiting. With the lock in hand and the stamp still odd, the
+// writer is dead: the path is mended and the stamp made even. Without it the writer is at work, or
+// stopped: the file is read as it is, old or new, and no stamp is remembered. The file is then kept
+// open, for as long as it is the one that the path names there is no need to read it again.
+//
+// Only a missing file makes a read wait for the lock: on file systems without links and exchanges the
+// path is absent for a moment, and otherwise it has to be made.
 #include <algorithm>
-#include <cerrno>
+#include <utility>
 
+#include "RegLib/base/AtEnd.h"
 #include "RegLib/file/FileStore.h"
+#include "RegLib/file/Operation.h"
 #include "RegLib/trace/Trace.h"
 #include "portable/FileOps.h"
 #include "portable/Portable.h"
 
 namespace VQRegLib {
 
+namespace {
+
+constexpr std::uint64_t kReplacing = 1;  // the bit that makes a stamp odd
+constexpr std::uint32_t kComplaintSeconds = 60;
+
+bool isOdd(std::uint64_t stamp) {
+    return (stamp & kReplacing) != 0;
+}
+
+// The next even number above both.
+std::uint64_t stampAfter(std::uint64_t stamp, std::uint64_t tick) {
+    const std::uint64_t next = (std::max(tick, stamp + 1) + 1) & ~kReplacing;
+    return next != 0 ? next : 2;
+}
+
+}  // namespace
+
 int CRegLibImplFile::Lock() {
-    const CPMutex::eWaitResult result = m_pMutex->wait(CPMutex::kInfinite, nullptr);
-    if (result == CPMutex::eOwnerDied) {
-        recoverFromDeath();
+    return takeLock(CPMutex::kInfinite);
+}
+
+// Whoever comes in first looks whether everything is as it should be.
+int CRegLibImplFile::takeLock(unsigned long milliseconds) {
+    const bool isFirst = !m_pMutex->isHeldHere();
+    if (m_pMutex->wait(milliseconds, nullptr) != CPMutex::eOwned) {
+        return REGLIB_E_FILE_OPEN;
     }
-    return result;
+    if (!isFirst) {
+        return REGLIB_OK;
+    }
+    if (!hasBlock()) {
+        Unlock();
+        return REGLIB_E_FILE_OPEN;
+    }
+    if (isOdd(sharedStamp())) {
+        m_file.recover();
+        renewSharedStamp();
+    }
+    return REGLIB_OK;
 }
 
 int CRegLibImplFile::Unlock() {
     return m_pMutex->release();
 }
 
-// The dead holder may have replaced the file and not yet told anybody, so everybody shall read it
-// again.
-void CRegLibImplFile::recoverFromDeath() {
-    m_file.recover();
-    if (m_pullSharedChangeStamp) {
-        renewSharedStamp();
-    }
+std::uint64_t CRegLibImplFile::sharedStamp() const {
+    return m_pullSharedChangeStamp->load(std::memory_order_acquire);
 }
 
-// Later than any stamp before, whatever the clock does, and never 0: that is the local stamp of a
+// Later than any stamp before, whatever the clock does, even, and never 0: that is the stamp of a
 // store that has not read its file yet.
 void CRegLibImplFile::renewSharedStamp() {
-    const std::uint64_t next = std::max(CPortable::GetTickCountULL(), *m_pullSharedChangeStamp + 1);
-    *m_pullSharedChangeStamp = next != 0 ? next : 1;
+    m_pullSharedChangeStamp->store(stampAfter(sharedStamp(), CPortable::GetTickCountULL()),
+                                   std::memory_order_release);
 }
 
-int CRegLibImplFile::FileOpen(int mode, std::string* openedName) {
-    CFileOps& files = CFileOps::current();
-    std::string name = m_pszFileName;
-    if (mode != eRead) {
-        name += CPortable::newPUUID();
+// A full barrier, because the mark must be seen before the first of the renames is.
+void CRegLibImplFile::markReplacing() {
+    m_pullSharedChangeStamp->fetch_or(kReplacing, std::memory_order_seq_cst);
+}
+
+// The stamp of a new block is 0 until the first of its users gives it one.
+void CRegLibImplFile::useBlock(std::unique_ptr<CPSharedMemory> block) {
+    m_pSharedMemory = std::move(block);
+    m_pullSharedChangeStamp =
+        static_cast<std::atomic<std::uint64_t>*>(m_pSharedMemory->getAddress());
+    std::uint64_t none = 0;
+    m_pullSharedChangeStamp->compare_exchange_strong(none,
+                                                     stampAfter(0, CPortable::GetTickCountULL()));
+    m_ullLocalChangeStamp = 0;
+}
+
+// False when somebody has removed the block, or put another one in its place, and it cannot be had.
+bool CRegLibImplFile::hasBlock() {
+    m_lastLook = CPortable::GetSeconds();
+    if (m_pSharedMemory->isCurrent()) {
+        return true;
     }
-    REGLIB_TRACE(eTraceFlow, "CRegLibImplFile::FileOpen (0x%08X) \"%s\"\n", traceId(this),
-                 name.c_str());
-    m_pFile = mode != eRead ? files.createForWriting(name.c_str(), m_ullTextSize)
-                            : files.openForReading(name.c_str());
-    const int error = m_pFile ? 0 : errno;
-    // At every open, so that a file written under a narrow umask becomes everybody's in the end.
-    if (m_pFile && mode == eRead) {
-        files.makeWritableForAll(m_pFile);
-    } else {
-        files.makeWritableForAll(m_pszFileName);
-    }
-    int result = REGLIB_OK;
-    if (!m_pFile) {
-        result = error == ENOENT ? REGLIB_E_NOT_FOUND : REGLIB_E_FILE_OPEN;
+    auto block = std::make_unique<CPSharedMemory>(m_pszFileName, sizeof(std::uint64_t));
+    if (!block->getAddress()) {
         REGLIB_TRACE(eTraceAlways,
-                     "(Error) CRegLibImplFile::FileOpen (0x%08X) \"%s\" failed, errno %d\n",
-                     traceId(this), name.c_str(), error);
+                     "(Error) CRegLibImplFile::Lock (0x%08X), shared memory failed, errno %d\n",
+                     traceId(this), block->error());
+        m_lastLook = kNeverLooked;
+        m_ullLocalChangeStamp = 0;
+        return false;
     }
-    if (openedName) {
-        *openedName = std::move(name);
-    }
-    return result;
+    useBlock(std::move(block));
+    return true;
 }
 
-int CRegLibImplFile::FileClose(int mode, const std::string& openedName) {
-    const bool isWriting = mode != eRead && !openedName.empty();
-    bool isClosed = true;
-    if (m_pFile) {
-        isClosed = CFileOps::current().close(m_pFile) == 0;
-        m_pFile = nullptr;
+// Whether the block still is the one that others use is looked at once a second: often enough for
+// who removes it, too seldom to be felt.
+bool CRegLibImplFile::isUpToDate() {
+    if (m_lastLook != CPortable::GetSeconds() && !hasBlock()) {
+        return false;
     }
-    if (!isWriting) {
-        return REGLIB_OK;
+    return sharedStamp() == m_ullLocalChangeStamp;
+}
+
+int CRegLibImplFile::bringUpToDate(eUnwinding unwinding) {
+    if (m_lastLook == kNeverLooked) {
+        return REGLIB_E_FILE_OPEN;  // it would never learn of another process's changes
     }
-    if (!isClosed) {
-        return REGLIB_E_FILE_OPEN;  // some file systems tell only now that a write has failed
+    if (m_pMutex->isHeldHere()) {
+        return importLocked();
     }
-    m_file.replaceBy(openedName.c_str());
-    return REGLIB_OK;
+    const std::uint64_t stamp = sharedStamp();
+    if (isOdd(stamp)) {
+        const CStoreLock lock(*this, unwinding, CStoreLock::eTry);
+        return lock.result() < 0 ? glance(stamp, unwinding) : importLocked();
+    }
+    const int opened = openUnlocked();
+    if (opened == REGLIB_E_NOT_FOUND) {
+        return importWaiting(unwinding);
+    }
+    return opened < 0 ? opened : importOpened(stamp);
+}
+
+int CRegLibImplFile::importWaiting(eUnwinding unwinding) {
+    const CStoreLock lock(*this, unwinding);
+    return lock.result() < 0 ? lock.result() : importLocked();
+}
+
+// While a writer is at work, or has been stopped: the file as it is, and no stamp.
+int CRegLibImplFile::glance(std::uint64_t stamp, eUnwinding unwinding) {
+    complainOfStopped(stamp);
+    if (m_glanced && CFileOps::current().isFileAt(m_glanced.get(), m_pszFileName)) {
+        return m_nGlanced;
+    }
+    const int opened = openUnlocked();
+    if (opened == REGLIB_E_NOT_FOUND) {
+        return importWaiting(unwinding);
+    }
+    if (opened < 0) {
+        return opened;
+    }
+    const CAtEnd keeping([this] { m_glanced.reset(std::exchange(m_pFile, nullptr)); });
+    m_nGlanced = readOpened();
+    return m_nGlanced;
+}
+
+void CRegLibImplFile::complainOfStopped(std::uint64_t stamp) {
+    const std::uint32_t now = CPortable::GetSeconds();
+    if (stamp != m_ullOddStamp) {
+        m_ullOddStamp = stamp;
+        m_oddSince = now;
+    } else if (now - m_oddSince >= kComplaintSeconds) {
+        m_oddSince = now;
+        REGLIB_TRACE(eTraceAlways,
+                     "(Error) CRegLibImplFile::ImportConfig (0x%08X), a writer of \"%s\" has been "
+                     "stopped\n",
+                     traceId(this), m_pszFileName);
+    }
 }
 
 }  // namespace VQRegLib

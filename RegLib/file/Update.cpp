@@ -10,19 +10,22 @@ namespace VQRegLib {
 // Both locks stay taken until the end of the update; the session lock is the caller's.
 int CRegLibImplFile::VQRegBeginUpdate() {
     return guarded([this] {
-        COperation operation(*this);
-        if (operation.result() < 0) {
-            return operation.result();
-        }
         if (isUpdatedElsewhere()) {
             return REGLIB_E_FAIL;
+        }
+        const CStoreLock lock(*this);
+        const int result = lock.result() < 0 ? lock.result() : ImportConfig();
+        if (result < 0) {
+            return result;
         }
         if (m_isReadCutShort) {
             return REGLIB_E_FILE_OPEN;  // its end could write nothing
         }
-        Lock();  // once more, and kept
-        ++m_nUpdateDepth;
-        return REGLIB_OK;
+        const int kept = Lock();  // once more, and kept
+        if (kept >= 0 && m_nUpdateDepth++ == 0) {
+            m_pMutex->noteHolding();
+        }
+        return kept;
     });
 }
 
@@ -43,9 +46,12 @@ int CRegLibImplFile::VQRegEndUpdate() {
 // the changes that are still to be written.
 int CRegLibImplFile::VQRegReload() {
     return guarded([this] {
-        const CStoreLock lock(*this, eUnwinding::eRelease);
         if (isUpdating() || isUpdatedElsewhere()) {
             return REGLIB_E_FAIL;
+        }
+        const CStoreLock lock(*this);
+        if (lock.result() < 0) {
+            return lock.result();
         }
         renewSharedStamp();
         return REGLIB_OK;
@@ -57,6 +63,11 @@ int CRegLibImplFile::VQRegReload() {
 // it to light before.
 bool CRegLibImplFile::isUpdatedElsewhere() const {
     return m_pMutex->isHeldThroughAnother();
+}
+
+// What a change answers that would change nothing: the update may be about to.
+int CRegLibImplFile::refuseDuringOthersUpdate() const {
+    return isUpdatedElsewhere() ? REGLIB_E_FAIL : REGLIB_OK;
 }
 
 // A child of fork has the update of its parent in its tree, and the parent may yet fail to write it,

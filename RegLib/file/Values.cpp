@@ -10,27 +10,43 @@
 
 namespace VQRegLib {
 
-// `compose` makes the line from the operation, which knows the value if there is one already.
+namespace {
+
+// Where a line takes the name of an existing value from.
+enum class eSpelling { eOfNode, eCounted };
+
+}  // namespace
+
+// `compose` makes the line from the operation, which knows the value if there is one already. It is
+// called a second time where somebody follows the call flow: then it may count through the values.
 template <typename Compose>
 int CRegLibImplFile::setValue(CRegKey& key, const char* name, CRegLib::eDataType type,
                               Compose&& compose, int* changed) {
     int stored = 0;
     const int result = guarded([&] {
         COperation operation(*this);
-        const int opened = operation.findValue(key, name);
-        if (opened < 0) {
-            return opened;
-        }
-        std::string line = compose(operation);
-        if (traceFor(eTraceFlow)) {
-            // The counting in storedSpelling brings imports, which may have replaced the node.
-            const int again = operation.findValue(key, name);
-            if (again < 0) {
-                return again;
+        return operation.change([&] {
+            const int opened = operation.findValue(key, name);
+            if (opened < 0) {
+                return opened;
             }
-        }
-        return storeLine(operation.key(), operation.value(), name, operation.foldedName(), type,
-                         std::move(line), stored);
+            const CKeyOrValue* const value = operation.value();
+            std::string line = compose(operation, eSpelling::eOfNode);
+            const bool isSame = value && value->m_strValue == line && value->m_eDataType == type;
+            if (!isSame && !operation.isLocked()) {
+                return COperation::kNeedsLock;
+            }
+            if (traceFor(eTraceFlow)) {
+                line = compose(operation, eSpelling::eCounted);
+                // The counting brings imports, which may have replaced the node.
+                const int again = operation.findValue(key, name);
+                if (again < 0) {
+                    return again;
+                }
+            }
+            return isSame ? refuseDuringOthersUpdate()
+                          : storeLine(operation, name, type, std::move(line), stored);
+        });
     });
     if (changed) {
         *changed = stored;
@@ -40,18 +56,14 @@ int CRegLibImplFile::setValue(CRegKey& key, const char* name, CRegLib::eDataType
 
 // The line is complete before anything is linked: a new node without one would break the file for
 // everybody.
-int CRegLibImplFile::storeLine(CKeyOrValue* key, CKeyOrValue* value, const char* name,
-                               const CFoldedName& folded, CRegLib::eDataType type,
-                               std::string&& line, int& changed) {
-    if (isUpdatedElsewhere()) {
-        return REGLIB_E_FAIL;
-    }
-    if (value && value->m_strValue == line && value->m_eDataType == type) {
-        return REGLIB_OK;
-    }
+int CRegLibImplFile::storeLine(const COperation& operation, const char* name,
+                               CRegLib::eDataType type, std::string&& line, int& changed) {
+    CKeyOrValue* value = operation.value();
     if (!value) {
         m_pPositions->forget();
-        value = key->addChild(key->m_mapChildren.lower_bound(folded.view()), folded.view(),
+        CKeyOrValue* const key = operation.key();
+        const std::string_view folded = operation.foldedName().view();
+        value = key->addChild(key->m_mapChildren.lower_bound(folded), folded,
                               std::make_unique<CKeyOrValue>(0, name));
     }
     value->m_strValue = std::move(line);
@@ -63,11 +75,7 @@ int CRegLibImplFile::storeLine(CKeyOrValue* key, CKeyOrValue* value, const char*
 // The spelling under which an existing value was created. The number setter has always found it by
 // counting through the values, each of which brings an import check; whoever follows the call flow
 // in the trace log sees them. Nobody else needs to wait for it: the node knows its name.
-std::string CRegLibImplFile::storedSpelling(CRegKey& key, const char* name,
-                                            const CKeyOrValue& value) {
-    if (!traceFor(eTraceFlow)) {
-        return value.m_strName;
-    }
+std::string CRegLibImplFile::countedSpelling(CRegKey& key, const char* name) {
     const std::string wanted = tolower(name);
     std::string candidate = name;
     CRegLib::eDataType type = CRegLib::eNone;
@@ -83,24 +91,29 @@ std::string CRegLibImplFile::storedSpelling(CRegKey& key, const char* name,
 // Files in the field depend on both.
 int CRegLibImplFile::VQRegSetValue(CRegKey& key, const char* valueName, unsigned long value,
                                    int* changed) {
-    const auto compose = [&](const COperation& operation) {
+    const auto compose = [&](const COperation& operation, eSpelling spelling) {
         const auto number = static_cast<std::uint32_t>(value);
-        return operation.value()
-                   ? composeDwordLine(storedSpelling(key, valueName, *operation.value()), number)
-                   : composeDwordLine(valueName, number);
+        if (!operation.value()) {
+            return composeDwordLine(valueName, number);
+        }
+        return composeDwordLine(spelling == eSpelling::eCounted ? countedSpelling(key, valueName)
+                                                                : operation.value()->m_strName,
+                                number);
     };
     return setValue(key, valueName, CRegLib::eDword, compose, changed);
 }
 
 int CRegLibImplFile::VQRegSetValue(CRegKey& key, const char* valueName, const char* value,
                                    int* changed) {
-    const auto compose = [&](const COperation&) { return composeStringLine(valueName, value); };
+    const auto compose = [&](const COperation&, eSpelling) {
+        return composeStringLine(valueName, value);
+    };
     return setValue(key, valueName, CRegLib::eString, compose, changed);
 }
 
 int CRegLibImplFile::VQRegSetValue(CRegKey& key, const char* valueName, const unsigned char* data,
                                    unsigned long size, int* changed) {
-    const auto compose = [&](const COperation&) {
+    const auto compose = [&](const COperation&, eSpelling) {
         return composeBinaryLine(valueName, data, size);
     };
     return setValue(key, valueName, CRegLib::eBinary, compose, changed);
@@ -206,20 +219,22 @@ int CRegLibImplFile::VQRegQueryValueType(CRegKey& key, const char* valueName,
 int CRegLibImplFile::VQRegDeleteValue(CRegKey& key, const char* valueName) {
     return guarded([&] {
         COperation operation(*this);
-        const int result = operation.findExistingValue(key, valueName);
-        if (result < 0) {
-            return result;
-        }
-        if (isUpdatedElsewhere()) {
-            return REGLIB_E_FAIL;
-        }
-        makeRoomForDisplaced();
-        auto& siblings = operation.key()->m_mapChildren;
-        const auto at = siblings.find(operation.foldedName().view());
-        std::unique_ptr<CKeyOrValue> owned = std::move(at->second);
-        siblings.erase(at);
-        discard(std::move(owned));
-        return commitChange();
+        return operation.change([&] {
+            const int result = operation.findExistingValue(key, valueName);
+            if (result < 0) {
+                return result;
+            }
+            if (!operation.isLocked()) {
+                return COperation::kNeedsLock;
+            }
+            makeRoomForDisplaced();
+            auto& siblings = operation.key()->m_mapChildren;
+            const auto at = siblings.find(operation.foldedName().view());
+            std::unique_ptr<CKeyOrValue> owned = std::move(at->second);
+            siblings.erase(at);
+            discard(std::move(owned));
+            return commitChange();
+        });
     });
 }
 

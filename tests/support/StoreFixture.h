@@ -26,7 +26,12 @@ public:
 
     CKeyOrValue& treeRoot() const { return *m_store.m_pRootNode; }
     std::uint64_t& localStamp() const { return m_store.m_ullLocalChangeStamp; }
-    std::uint64_t& sharedStamp() const { return *m_store.m_pullSharedChangeStamp; }
+    std::uint64_t sharedStamp() const { return m_store.sharedStamp(); }
+    void setSharedStamp(std::uint64_t stamp) const { *m_store.m_pullSharedChangeStamp = stamp; }
+    /// As a writer does before it touches a name, and never takes back when it dies.
+    void markReplacing() const { m_store.markReplacing(); }
+    /// As another process's write does.
+    void moveStamp() const { setSharedStamp(sharedStamp() + 2); }
     bool isFileOpen() const { return m_store.m_pFile != nullptr; }
     std::size_t displaced() const { return m_store.m_displaced.size(); }
     bool isLocked() const { return m_store.m_pMutex->holder().pid != 0; }

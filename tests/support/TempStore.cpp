@@ -123,7 +123,7 @@ std::vector<std::string> TempStore::sharedObjects() const {
     const std::string encoded = encodedPath(m_directory);
     std::vector<std::string> names;
     for (const std::string& name : namesIn(kSharedObjects)) {
-        const bool isOurKind = name.starts_with("CPMutex.") || name.starts_with("CPSharedMemory.");
+        const bool isOurKind = name.starts_with("CPLock.") || name.starts_with("CPBlock.");
         if (isOurKind && name.find(encoded) != std::string::npos) {
             names.push_back(name);
         }

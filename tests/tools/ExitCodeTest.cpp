@@ -151,7 +151,7 @@ TEST_F(ExitCode, UnavailableBecauseOfPermissions) {
 
 TEST_F(ExitCode, UnavailableBecauseOfTheSharedObject) {
     file.write(kText);
-    const std::string object = "/dev/shm/CPMutex." + vqtest::encodedPath(file.path());
+    const std::string object = "/dev/shm/CPLock." + vqtest::encodedPath(file.path());
     std::filesystem::create_directory(object);
     const auto result = run({"get", "/", "V"});
     std::filesystem::remove(object);

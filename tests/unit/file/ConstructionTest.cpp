@@ -144,7 +144,7 @@ TEST_F(Construction, TheFirstStoreStampsTheSharedBlockAndLaterOnesLeaveIt) {
 }
 
 TEST_F(Construction, FailsWithoutItsMutex) {
-    const std::string obstacle = obstruct("CPMutex");
+    const std::string obstacle = obstruct("CPLock");
     EXPECT_EQ(failure(), Failure(REGLIB_E_FAIL, "RegLib.3253"));
     EXPECT_THAT(file.files(), IsEmpty());
     fs::remove(obstacle);
@@ -152,7 +152,7 @@ TEST_F(Construction, FailsWithoutItsMutex) {
 }
 
 TEST_F(Construction, FailsWithoutItsSharedBlockAndGivesTheLockBack) {
-    const std::string obstacle = obstruct("CPSharedMemory");
+    const std::string obstacle = obstruct("CPBlock");
     EXPECT_EQ(failure(), Failure(REGLIB_E_FAIL, "RegLib.3264"));
     EXPECT_THAT(file.files(), IsEmpty());
     EXPECT_EQ(CPMutex(1, 0, file.path(), 1, 1).holder().pid, 0);

@@ -73,7 +73,7 @@ TEST_F(DeepTree, IsDisplacedAsAWholeWithLittleStack) {
         CRegKey key;
         ASSERT_EQ(createKey(*store, ("d/" + deepPath(kLevels)).c_str(), key), REGLIB_OK);
         file.write("[Velquist]\n\"d\"=string:x\n");
-        ++CFileStoreProbe(*store).sharedStamp();
+        CFileStoreProbe(*store).moveStamp();
         EXPECT_EQ(get(*store, *store->RootKey(), "d"), Value::ofText("x"));
         EXPECT_EQ(store->VQRegDeleteValue(*store->RootKey(), "d"), REGLIB_OK);
         EXPECT_EQ(setText(*store, key, "a", "y"), REGLIB_OK) << "its handles go on working";

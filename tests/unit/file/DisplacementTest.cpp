@@ -16,7 +16,7 @@ class Displacement : public StoreTest {
 protected:
     int import(const std::string& text) {
         file.write(text);
-        ++probe.sharedStamp();
+        probe.moveStamp();
         store->Lock();
         const int result = store->ImportConfig();
         store->Unlock();
@@ -73,7 +73,7 @@ TEST_F(Displacement, ADisplacedKeyCanBeDeletedThroughItsHandles) {
 
 TEST_F(Displacement, AKeyWithoutHandlesIsFreed) {
     file.write("[Velquist]\n[Velquist/Net]\n\"a\"=string:1\n[Velquist/Net/Deep]\n");
-    ++probe.sharedStamp();
+    probe.moveStamp();
     ASSERT_EQ(get(*store, root, "none").code, REGLIB_E_NOT_FOUND);
     EXPECT_EQ(import("[Velquist]\n\"Net\"=string:x\n"), REGLIB_OK);
     EXPECT_EQ(probe.displaced(), 0u);

@@ -4,13 +4,11 @@
 #include <gtest/gtest.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <string>
 
-#include "portable/Mutex.h"
 #include "support/FileOpsFake.h"
 #include "support/StoreFixture.h"
 
@@ -26,19 +24,6 @@ protected:
         struct stat status {};
         EXPECT_EQ(::stat(path.c_str(), &status), 0) << path;
         return status.st_mode & 07777u;
-    }
-
-    // Another process takes the lock and ends without giving it back.
-    void dieHoldingTheLock() const {
-        const pid_t child = ::fork();
-        ASSERT_GE(child, 0);
-        if (child == 0) {
-            CPMutex mutex(1, 0, file.path(), 1, 1);
-            mutex.wait(CPMutex::kInfinite, nullptr);
-            ::_exit(0);
-        }
-        int status = 0;
-        ASSERT_EQ(::waitpid(child, &status, 0), child);
     }
 
     std::unique_ptr<CRegLibImplFile> store = open();
@@ -60,7 +45,7 @@ TEST_F(FileReplace, AChangeReplacesTheFileInOneOrder) {
 
 TEST_F(FileReplace, AnImportOpensTheFileOnce) {
     const FileOpsFake files;
-    ++probe.sharedStamp();
+    probe.moveStamp();
     EXPECT_EQ(get(*store, root, "a"), Value::failure(REGLIB_E_NOT_FOUND));
     EXPECT_THAT(files.calls(), ElementsAre("openForReading store.cfg",
                                            "makeWritableForAll (opened)", "read", "close"));
@@ -74,7 +59,7 @@ TEST_F(FileReplace, TheModeIsSetEvenWhenTheOpenFails) {
     EXPECT_THAT(files.calls(),
                 ElementsAre("createForWriting store.cfg+", "makeWritableForAll store.cfg"));
     files.clear();
-    ++probe.sharedStamp();
+    probe.moveStamp();
     files.fail(FileCall::eOpenForReading, EACCES);
     get(*store, root, "a");
     EXPECT_THAT(files.calls(),
@@ -85,7 +70,7 @@ TEST_F(FileReplace, TheFailureIsThatOfTheOpenAndNotOfTheMode) {
     FileOpsFake files;
     files.fail(FileCall::eOpenForReading, EACCES);
     files.fail(FileCall::eMakeWritableForAll, ENOENT);
-    ++probe.sharedStamp();
+    probe.moveStamp();
     EXPECT_EQ(get(*store, root, "a"), Value::failure(REGLIB_E_FILE_OPEN));
 }
 
@@ -93,7 +78,7 @@ TEST_F(FileReplace, AFileBecomesWritableForAllAtTheNextOpen) {
     const mode_t before = ::umask(077);
     setText(*store, root, "a", "x");
     EXPECT_EQ(modeOf(file.path()), 0600u);
-    ++probe.sharedStamp();
+    probe.moveStamp();
     get(*store, root, "a");
     EXPECT_EQ(modeOf(file.path()), 0666u);
     setText(*store, root, "a", "y");
@@ -248,10 +233,10 @@ TEST_F(FileReplace, AReadOnlyDirectoryFailsEveryChangeAndStillAnswers) {
     EXPECT_EQ(::umount(directory.c_str()), 0);
 }
 
-TEST_F(FileReplace, ADeathWithTheLockMakesEverybodyReadAgain) {
+TEST_F(FileReplace, ADeathInAReplacementMakesEverybodyReadAgain) {
     const std::uint64_t before = probe.sharedStamp();
     file.write("[Velquist]\n\"a\"=string:x\n");
-    dieHoldingTheLock();
+    probe.markReplacing();  // and nobody holds the lock: the writer has died
     EXPECT_EQ(get(*store, root, "a"), Value::ofText("x"));
     EXPECT_GT(probe.sharedStamp(), before);
     EXPECT_FALSE(probe.isLocked());
@@ -259,7 +244,7 @@ TEST_F(FileReplace, ADeathWithTheLockMakesEverybodyReadAgain) {
 
 TEST_F(FileReplace, ADeathThatANewStoreNoticesMakesTheOthersReadAgainToo) {
     file.write("[Velquist]\n\"a\"=string:x\n");
-    dieHoldingTheLock();
+    probe.markReplacing();  // and nobody holds the lock: the writer has died
     const auto other = open();
     EXPECT_EQ(get(*other, *other->RootKey(), "a"), Value::ofText("x"));
     EXPECT_EQ(get(*store, root, "a"), Value::ofText("x"));
@@ -268,7 +253,7 @@ TEST_F(FileReplace, ADeathThatANewStoreNoticesMakesTheOthersReadAgainToo) {
 TEST_F(FileReplace, ADeathBetweenTheRenamesBringsTheBackupBack) {
     setText(*store, root, "a", "x");
     ASSERT_EQ(::rename(file.path().c_str(), file.backupPath().c_str()), 0);
-    dieHoldingTheLock();
+    probe.markReplacing();  // and nobody holds the lock: the writer has died
     EXPECT_EQ(get(*store, root, "a"), Value::ofText("x"));
     EXPECT_EQ(file.read(), "[Velquist]\n\"a\"=string:x\n");
 }

@@ -21,7 +21,7 @@ protected:
     // Reads `text` into the store as if another process had written it.
     int import(const std::string& text) {
         file.write(text);
-        ++probe.sharedStamp();
+        probe.moveStamp();
         store->Lock();
         const int result = store->ImportConfig();
         store->Unlock();
@@ -60,7 +60,7 @@ TEST_F(Import, AnEmptyFileAddsNothing) {
 TEST_F(Import, HappensOnlyWhenTheStampsDiffer) {
     file.write("[Velquist]\n\"a\"=dword:00000001\n");
     EXPECT_EQ(get(*store, root, "a"), Value::failure(REGLIB_E_NOT_FOUND));
-    ++probe.sharedStamp();
+    probe.moveStamp();
     EXPECT_EQ(get(*store, root, "a"), Value::ofDword(1));
     EXPECT_EQ(probe.localStamp(), probe.sharedStamp());
     const FileOpsFake files;
@@ -159,7 +159,7 @@ TEST_F(Import, FailsAtABinaryValueThatWasWrittenTooLong) {
     EXPECT_EQ(setBytes(*store, root, "b", std::string(1100, 'x')), REGLIB_OK);
     const auto other = [this] { open(); };
     EXPECT_THROW(other(), VQException);
-    ++probe.sharedStamp();
+    probe.moveStamp();
     EXPECT_EQ(get(*store, root, "b"), Value::failure(REGLIB_E_BAD_FORMAT));
 }
 
@@ -261,7 +261,7 @@ TEST_F(Import, MakesTheFileWhenItIsMissing) {
     ASSERT_EQ(std::remove(file.path().c_str()), 0);
     EXPECT_EQ(get(*store, root, "a"), Value::ofText("x"));
     EXPECT_FALSE(file.exists());  // nobody has told that the file changed
-    ++probe.sharedStamp();
+    probe.moveStamp();
     EXPECT_EQ(get(*store, root, "a"), Value::ofText("x"));
     EXPECT_EQ(file.read(), "[Velquist]\n\"a\"=string:x\n");
     EXPECT_EQ(probe.localStamp(), probe.sharedStamp());
@@ -269,7 +269,7 @@ TEST_F(Import, MakesTheFileWhenItIsMissing) {
 
 TEST_F(Import, SucceedsWhenTheMissingFileCannotBeMade) {
     ASSERT_EQ(std::remove(file.path().c_str()), 0);
-    ++probe.sharedStamp();
+    probe.moveStamp();
     FileOpsFake files;
     files.fail(FileCall::eCreateForWriting, EACCES);
     EXPECT_EQ(get(*store, root, "a"), Value::failure(REGLIB_E_NOT_FOUND));
@@ -279,7 +279,7 @@ TEST_F(Import, SucceedsWhenTheMissingFileCannotBeMade) {
 
 TEST_F(Import, FailsWhenTheFileCannotBeOpened) {
     setText(*store, root, "a", "x");
-    ++probe.sharedStamp();
+    probe.moveStamp();
     const std::uint64_t local = probe.localStamp();
     FileOpsFake files;
     files.fail(FileCall::eOpenForReading, EACCES);

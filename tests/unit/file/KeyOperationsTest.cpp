@@ -133,7 +133,7 @@ TEST_F(DeleteKey, EvenTheRootKeyCanBeDeleted) {
 TEST_F(DeleteKey, FailsWhenTheFileCannotBeRead) {
     createKey(*store, "a", key);
     file.write("bad\n");
-    ++probe.sharedStamp();
+    probe.moveStamp();
     EXPECT_EQ(store->VQRegDeleteKey(root, "a"), REGLIB_E_BAD_FORMAT);
     EXPECT_FALSE(probe.isLocked());
 }
@@ -220,7 +220,7 @@ TEST_F(EnumKeys, FailsForAHandleThatWasNeverFilled) {
 
 TEST_F(EnumKeys, FailsWhenTheFileCannotBeRead) {
     file.write("bad\n");
-    ++probe.sharedStamp();
+    probe.moveStamp();
     nameAt(0);
     EXPECT_EQ(code, REGLIB_E_BAD_FORMAT);
     EXPECT_FALSE(probe.isLocked());

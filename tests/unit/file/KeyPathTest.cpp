@@ -210,7 +210,7 @@ TEST_F(KeyPath, AParentThatIsNotRegisteredStandsForTheTop) {
 }
 
 TEST_F(KeyPath, AFileThatCannotBeReadFailsBeforeAnythingElse) {
-    ++probe.sharedStamp();
+    probe.moveStamp();
     file.write("bad\n");
     EXPECT_EQ(createIt("a"), REGLIB_E_BAD_FORMAT);
     EXPECT_EQ(exists, 1);

@@ -84,7 +84,7 @@ TEST_F(LinkedFile, ALinkPlantedLaterIsNotFollowed) {
     ASSERT_EQ(::chmod(secret.c_str(), 0600), 0);
     ASSERT_EQ(::unlink(real().c_str()), 0);
     fs::create_symlink(secret, real());
-    ++CFileStoreProbe(*store).sharedStamp();
+    CFileStoreProbe(*store).moveStamp();
     EXPECT_EQ(get(*store, *store->RootKey(), "a"), Value::failure(REGLIB_E_FILE_OPEN));
     EXPECT_EQ(setText(*store, *store->RootKey(), "a", "x"), REGLIB_E_FILE_OPEN);
     EXPECT_EQ(modeOf(secret), 0600u);

@@ -188,7 +188,7 @@ protected:
 };
 
 void makeStale(CRegLibImplFile& store) {
-    ++CFileStoreProbe(store).sharedStamp();
+    CFileStoreProbe(store).moveStamp();
 }
 
 }  // namespace

@@ -137,7 +137,7 @@ TEST_F(QueryValue, ReadsWhatAHandEditedFileHolds) {
     file.write(
         "[Velquist]\n\"n\"=dword:1f\n\"long\"=dword:123456789\n\"none\"=dword:\n"
         "\"b\"=binary:aBcD\n");
-    ++probe.sharedStamp();
+    probe.moveStamp();
     EXPECT_EQ(get(*store, root, "n"), Value::ofDword(0x1F));
     EXPECT_EQ(get(*store, root, "long"), Value::ofDword(0x12345678));
     EXPECT_EQ(get(*store, root, "none"), Value::ofDword(0));
@@ -195,7 +195,7 @@ TEST_F(QueryValue, TellsWhatIsWrongWithAStoredLine) {
 TEST_F(QueryValue, FailsWhenTheFileCannotBeRead) {
     setText(*store, root, "v", "x");
     file.write("bad\n");
-    ++probe.sharedStamp();
+    probe.moveStamp();
     EXPECT_EQ(query("v", 10), REGLIB_E_BAD_FORMAT);
     EXPECT_EQ(type, CRegLib::eNone);
     FileOpsFake files;
@@ -210,7 +210,7 @@ TEST_F(QueryValue, AnExceptionKeepsTheLockAndAnswersWhatWasKnown) {
     for (const bool noMemory : {true, false}) {
         noMemory ? files.throwNoMemory(FileCall::eOpenForReading)
                  : files.throwOther(FileCall::eOpenForReading);
-        ++probe.sharedStamp();
+        probe.markReplacing();  // the reading needs the lock then: somebody has died
         EXPECT_EQ(query("v", 10), REGLIB_OK);
         EXPECT_EQ(type, CRegLib::eNone);
         EXPECT_EQ(size, 10u);
@@ -227,17 +227,28 @@ TEST_F(QueryValue, AnExceptionWhileTheFileIsReadClosesIt) {
     setText(*store, root, "v", "x");
     FileOpsFake files;
     files.throwNoMemory(FileCall::eRead);
-    ++probe.sharedStamp();
+    probe.markReplacing();
     EXPECT_EQ(query("v", 10), REGLIB_OK);
     EXPECT_FALSE(probe.isFileOpen());
     EXPECT_TRUE(probe.isLocked());
     store->Unlock();
 }
 
+TEST_F(QueryValue, AnExceptionKeepsNoLockWhereTheReadingNeedsNone) {
+    setText(*store, root, "v", "x");
+    FileOpsFake files;
+    files.throwNoMemory(FileCall::eRead);
+    probe.moveStamp();
+    EXPECT_EQ(query("v", 10), REGLIB_OK);
+    EXPECT_EQ(type, CRegLib::eNone);
+    EXPECT_FALSE(probe.isLocked());
+    EXPECT_FALSE(probe.isFileOpen());
+}
+
 TEST_F(QueryValue, OtherOperationsGiveTheLockBackWhenThereIsNoMemory) {
     FileOpsFake files;
     files.throwNoMemory(FileCall::eOpenForReading);
-    ++probe.sharedStamp();
+    probe.moveStamp();
     std::string name;
     EXPECT_EQ(store->VQRegQueryValueType(root, "v", type), REGLIB_E_FAIL);
     EXPECT_EQ(setText(*store, root, "v", "x"), REGLIB_E_FAIL);
@@ -274,7 +285,7 @@ TEST_F(QueryValue, TheTypeAloneNeedsNoBuffer) {
     EXPECT_EQ(store->VQRegQueryValueType(empty, "n", type), REGLIB_E_INVALID_HANDLE);
     EXPECT_EQ(type, CRegLib::eNone);
     file.write("bad\n");
-    ++probe.sharedStamp();
+    probe.moveStamp();
     EXPECT_EQ(typeOf("n", REGLIB_E_BAD_FORMAT), CRegLib::eNone);
 }
 

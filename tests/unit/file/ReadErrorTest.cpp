@@ -24,7 +24,7 @@ protected:
     // In a store that has read the file before.
     void breakReading(CRegLibImplFile& store, FileOpsFake& files) {
         file.write("[Velquist]\n\"a\"=string:new\n\"b\"=string:new\n");
-        ++CFileStoreProbe(store).sharedStamp();
+        CFileStoreProbe(store).moveStamp();
         files.breakReadingAfter(kBeforeB, EIO);
     }
 };

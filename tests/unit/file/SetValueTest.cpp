@@ -167,7 +167,7 @@ TEST_F(SetValue, FailsForAHandleThatWasNeverFilled) {
 
 TEST_F(SetValue, FailsWhenTheFileCannotBeRead) {
     file.write("bad\n");
-    ++probe.sharedStamp();
+    probe.moveStamp();
     EXPECT_EQ(setText(*store, root, "v", "x", &changed), REGLIB_E_BAD_FORMAT);
     EXPECT_EQ(changed, 0);
     EXPECT_EQ(probe.node({"velquist", "v"}), nullptr);
@@ -224,7 +224,7 @@ TEST_F(DeleteValue, TellsThatTheFileCannotBeReadOrWritten) {
     EXPECT_EQ(store->VQRegDeleteValue(root, "v"), REGLIB_E_FILE_OPEN);
     EXPECT_EQ(store->VQRegDeleteValue(root, "v"), REGLIB_E_NOT_FOUND);
     file.write("bad\n");
-    ++probe.sharedStamp();
+    probe.moveStamp();
     EXPECT_EQ(store->VQRegDeleteValue(root, "v"), REGLIB_E_BAD_FORMAT);
     EXPECT_FALSE(probe.isLocked());
 }
@@ -292,7 +292,7 @@ TEST_F(EnumValues, FailsForAHandleThatWasNeverFilledAndForABadFile) {
     EXPECT_EQ(store->VQRegEnumValues(key, 0, name, type), REGLIB_E_INVALID_HANDLE);
     EXPECT_EQ(name, "before");
     file.write("bad\n");
-    ++probe.sharedStamp();
+    probe.moveStamp();
     nameAt(0);
     EXPECT_EQ(code, REGLIB_E_BAD_FORMAT);
     EXPECT_FALSE(probe.isLocked());

@@ -146,7 +146,7 @@ TEST_F(StoreTrace, ShowsTheLinesOfTheFileAtTheirOwnLevelOnly) {
     const auto store = open();
     lines();
     file.write("[Velquist]\r\n\"a\"=string:x\r\nbad\rrest\n");
-    ++CFileStoreProbe(*store).sharedStamp();
+    CFileStoreProbe(*store).moveStamp();
     setLevel(16);
     get(*store, *store->RootKey(), "a");
     EXPECT_THAT(lines(), ElementsAre("import line \"[Velquist]\"", "import line \"\"a\"=string:x\"",
@@ -191,7 +191,7 @@ TEST_F(StoreTrace, TellsOfAnImportThatCouldNotOpenItsFileOnce) {
     lines();
     FileOpsFake files;
     files.fail(FileCall::eOpenForReading, EIO);
-    ++CFileStoreProbe(*store).sharedStamp();
+    CFileStoreProbe(*store).moveStamp();
     get(*store, *store->RootKey(), "a");
     EXPECT_THAT(lines(), ElementsAre("(Error) CRegLibImplFile::FileOpen (0x@) \"PATH\" failed, "
                                      "errno 5"));
@@ -202,7 +202,7 @@ TEST_F(StoreTrace, TellsOfAReadError) {
     lines();
     FileOpsFake files;
     files.fail(FileCall::eRead, EIO);
-    ++CFileStoreProbe(*store).sharedStamp();
+    CFileStoreProbe(*store).moveStamp();
     get(*store, *store->RootKey(), "a");
     EXPECT_THAT(lines(),
                 ElementsAre("(Error) CRegLibImplFile:fgets_ (0x@), fgets failed, errno 5"));
@@ -228,12 +228,12 @@ TEST_F(StoreTrace, TellsOfAWriteErrorOncePerBlock) {
 
 TEST_F(StoreTrace, TellsWhySystemObjectsCouldNotBeMade) {
     const std::string prefix = "(Error) CRegLibImplFile::CRegLibImplFile (0x@), ";
-    for (const std::string kind : {"CPMutex", "CPSharedMemory"}) {
+    for (const std::string kind : {"CPLock", "CPBlock"}) {
         const std::string object = std::string(CSharedObject::directory()) + "/" +
                                    CSharedObject::nameForPath(kind, file.path());
         ASSERT_EQ(::mkdir(object.c_str(), 0777), 0);
         EXPECT_THROW(open(), VQException);
-        const std::string what = kind == "CPMutex" ? "mutex" : "shared memory";
+        const std::string what = kind == "CPLock" ? "mutex" : "shared memory";
         EXPECT_THAT(lines(), ElementsAre(StartsWith(prefix + what + " failed, errno ")));
         ASSERT_EQ(::rmdir(object.c_str()), 0);
     }

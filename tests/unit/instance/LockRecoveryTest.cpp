@@ -11,6 +11,7 @@
 
 #include "RegLib/file/FileStore.h"
 #include "VQRegLib.h"
+#include "support/StoreFixture.h"
 #include "support/TempStore.h"
 
 namespace fs = std::filesystem;
@@ -29,7 +30,7 @@ protected:
     }
 
     // Has another process take the lock, do `work` and be killed.
-    void dieWithLock(const std::function<void()>& work) {
+    void dieWithLock(const std::function<void(const CFileStoreProbe&)>& work) {
         int ready[2];
         ASSERT_EQ(::pipe(ready), 0);
         const pid_t child = ::fork();
@@ -37,7 +38,7 @@ protected:
             CRegLibImplFile other(store.path().c_str(), nullptr, CRegLib::eLocationDefault,
                                   nullptr);
             other.Lock();
-            work();
+            work(CFileStoreProbe(other));
             [[maybe_unused]] const ssize_t told = ::write(ready[1], "", 1);
             for (;;) {
                 ::pause();
@@ -67,32 +68,36 @@ protected:
 }  // namespace
 
 TEST_F(LockRecovery, TheLockIsHandedOn) {
-    dieWithLock([] {});
+    dieWithLock([](const CFileStoreProbe&) {});
     unsigned number = 0;
     EXPECT_EQ(query("Number", number), REGLIB_OK);
     EXPECT_EQ(number, 2u);
     EXPECT_EQ(session.VQRegSetValue(*session.RootKey(), "Number", 3ul), REGLIB_OK);
-    dieWithLock([] {});
+    dieWithLock([](const CFileStoreProbe&) {});
     EXPECT_EQ(session.VQRegSetValue(*session.RootKey(), "Number", 4ul), REGLIB_OK);
     EXPECT_EQ(store.read(), "[Velquist]\n\"Number\"=dword:00000004\n\"Old\"=dword:00000001\n");
 }
 
 TEST_F(LockRecovery, ANewSessionGetsTheLock) {
-    dieWithLock([] {});
+    dieWithLock([](const CFileStoreProbe&) {});
     CRegLib next(store.path().c_str(), "Velquist", CRegLib::eLocationDefault, nullptr);
     ASSERT_NE(next.RootKey(), nullptr);
     EXPECT_EQ(next.VQRegSetValue(*next.RootKey(), "Number", 5ul), REGLIB_OK);
 }
 
 TEST_F(LockRecovery, AFileThatWasReplacedWithoutAWordIsRead) {
-    dieWithLock([this] { store.write("[Velquist]\n\"Number\"=dword:00000007\n"); });
+    dieWithLock([this](const CFileStoreProbe& probe) {
+        probe.markReplacing();
+        store.write("[Velquist]\n\"Number\"=dword:00000007\n");
+    });
     unsigned number = 0;
     EXPECT_EQ(query("Number", number), REGLIB_OK);
     EXPECT_EQ(number, 7u);
 }
 
 TEST_F(LockRecovery, AFileThatIsMissingComesBackFromItsBackup) {
-    dieWithLock([this] {
+    dieWithLock([this](const CFileStoreProbe& probe) {
+        probe.markReplacing();
         fs::remove(store.backupPath());
         fs::rename(store.path(), store.backupPath());
     });
@@ -103,7 +108,7 @@ TEST_F(LockRecovery, AFileThatIsMissingComesBackFromItsBackup) {
 }
 
 TEST_F(LockRecovery, AnUnfinishedTemporaryFileChangesNothing) {
-    dieWithLock([this] {
+    dieWithLock([this](const CFileStoreProbe&) {
         fs::copy_file(store.path(), store.path() + "unfinished");
         fs::resize_file(store.path() + "unfinished", 15);
     });

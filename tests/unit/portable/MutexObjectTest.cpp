@@ -1,6 +1,8 @@
 // The file behind a mutex: its name, its mode, and which files are no mutex.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -8,12 +10,14 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <vector>
 
 #include "portable/Mutex.h"
 #include "portable/SharedObject.h"
 #include "support/ForkedChild.h"
 #include "support/TempStore.h"
 #include "support/TinyFileSystem.h"
+#include "support/Wait.h"
 
 namespace fs = std::filesystem;
 using testing::IsEmpty;
@@ -26,7 +30,7 @@ namespace {
 
 std::string objectPath(const std::string& path) {
     return std::string(CSharedObject::directory()) + "/" +
-           CSharedObject::nameForPath("CPMutex", path);
+           CSharedObject::nameForPath("CPLock", path);
 }
 
 void put(const std::string& path, const std::string& content) {
@@ -52,13 +56,6 @@ int errorOf(const std::string& path) {
 
 class MutexObject : public testing::Test {
 protected:
-    // What a fresh mutex of this machine looks like.
-    std::string goodContent() {
-        const std::string model = m_store.directory() + "/model";
-        EXPECT_EQ(errorOf(model), 0);
-        return vqtest::readFile(objectPath(model));
-    }
-
     vqtest::TempStore m_store;
     const std::string m_path = m_store.path();
     const std::string m_object = objectPath(m_path);
@@ -127,33 +124,72 @@ TEST_F(MutexObject, IsKeptWhenTheLastUserGoes) {
     EXPECT_EQ(errorOf(m_path), 0);
 }
 
-TEST_F(MutexObject, AFileOfAnotherSizeIsRefused) {
-    const std::string good = goodContent();
-    for (const std::string& content : {std::string(), good.substr(1), good + '\0'}) {
+TEST_F(MutexObject, WhatSomebodyWritesIntoItMakesNoDifference) {
+    for (const std::string& content :
+         {std::string(), std::string(3, 'x'), std::string(9999, 'y')}) {
         put(m_object, content);
-        EXPECT_NE(errorOf(m_path), 0) << content.size();
-        EXPECT_EQ(vqtest::readFile(m_object), content);
+        EXPECT_TRUE(areOne(m_path, m_path)) << content.size();
     }
+    fs::resize_file(m_object, std::uintmax_t{1} << 30);
+    EXPECT_TRUE(areOne(m_path, m_path));
 }
 
-TEST_F(MutexObject, AFileOfAnotherFormIsRefused) {
-    const std::string good = goodContent();
-    put(m_object, std::string(good.size(), '\0'));
-    EXPECT_NE(errorOf(m_path), 0);
-    for (std::size_t at = 0; at < 24; ++at) {  // the tag
-        std::string content = good;
-        content[at] = static_cast<char>(content[at] + 1);
-        put(m_object, content);
-        EXPECT_NE(errorOf(m_path), 0) << at;
-        EXPECT_EQ(vqtest::readFile(m_object), content);
+TEST_F(MutexObject, CutShortWhileItIsHeldItIsStillHeld) {
+    CPMutex mutex(1, 0, m_path, 1, 1);
+    ASSERT_EQ(mutex.wait(0, nullptr), CPMutex::eOwned);
+    fs::resize_file(m_object, 0);
+    const auto tryElsewhere = [&] {
+        return ForkedChild([&] { return CPMutex(1, 0, m_path, 1, 1).wait(0, nullptr); }).wait();
+    };
+    EXPECT_EQ(tryElsewhere(), CPMutex::eTimeout);
+    EXPECT_EQ(mutex.holder().pid, ::getpid());
+    EXPECT_EQ(mutex.release(), 0);
+    EXPECT_EQ(tryElsewhere(), CPMutex::eOwned);
+}
+
+TEST_F(MutexObject, RemovedWhileItIsFreeItIsMadeAgainByTheNext) {
+    CPMutex old(1, 0, m_path, 1, 1);
+    ASSERT_EQ(old.wait(0, nullptr), CPMutex::eOwned);
+    ASSERT_EQ(old.release(), 0);
+    fs::remove(m_object);
+    ForkedChild other([&] {
+        CPMutex mutex(1, 0, m_path, 1, 1);
+        return mutex.wait(0, nullptr) == CPMutex::eOwned ? ::pause() : 1;
+    });
+    ASSERT_TRUE(vqtest::waitUntil([&] { return old.holder().pid == other.pid(); }));
+    EXPECT_EQ(old.wait(0, nullptr), CPMutex::eTimeout) << "it must not be the one that was removed";
+    other.kill();
+    EXPECT_EQ(old.wait(0, nullptr), CPMutex::eOwned);
+}
+
+TEST_F(MutexObject, ItsDescriptorMayBeClosedByTheProgramAndBecomeAnotherFile) {
+    CPMutex mutex(1, 0, m_path, 1, 1);
+    ASSERT_EQ(mutex.wait(0, nullptr), CPMutex::eOwned);
+    EXPECT_TRUE(mutex.isStillHeld());
+    ::closefrom(3);
+    EXPECT_FALSE(mutex.isStillHeld());
+    const std::string stranger = m_store.directory() + "/stranger";
+    std::vector<int> descriptors;
+    for (int i = 0; i < 10; ++i) {
+        descriptors.push_back(::open(stranger.c_str(), O_RDWR | O_CREAT, 0666));
+        ASSERT_EQ(::flock(descriptors.back(), LOCK_SH), 0);
     }
-    put(m_object, good);
-    EXPECT_EQ(errorOf(m_path), 0);
+    EXPECT_FALSE(mutex.isStillHeld());
+    EXPECT_EQ(mutex.release(), 0);
+    const int other = ::open(stranger.c_str(), O_RDWR);
+    EXPECT_NE(::flock(other, LOCK_EX | LOCK_NB), 0) << "the program's own locks stay";
+    EXPECT_EQ(mutex.wait(0, nullptr), CPMutex::eOwned);
+    EXPECT_TRUE(mutex.isStillHeld());
+    EXPECT_EQ(mutex.release(), 0);
+    for (const int descriptor : descriptors) {
+        EXPECT_EQ(::close(descriptor), 0) << "the program's own files stay open";
+    }
+    ::close(other);
 }
 
 TEST_F(MutexObject, ALinkIsRefused) {
     const std::string target = m_store.directory() + "/target";
-    put(target, goodContent());
+    put(target, "");
     fs::create_symlink(target, m_object);
     EXPECT_EQ(errorOf(m_path), ELOOP);
     fs::remove(target);

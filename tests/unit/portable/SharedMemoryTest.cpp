@@ -2,7 +2,9 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
@@ -16,9 +18,11 @@
 #include <vector>
 
 #include "portable/Mutex.h"
+#include "portable/SharedObject.h"
 #include "support/ForkedChild.h"
 #include "support/TempStore.h"
 #include "support/TinyFileSystem.h"
+#include "support/Wait.h"
 
 namespace fs = std::filesystem;
 using testing::ElementsAre;
@@ -38,7 +42,7 @@ protected:
     vqtest::TempStore m_store;
     const std::string m_path = m_store.path();
     const std::string m_object = std::string(CSharedObject::directory()) + "/" +
-                                 CSharedObject::nameForPath("CPSharedMemory", m_path);
+                                 CSharedObject::nameForPath("CPBlock", m_path);
 };
 
 }  // namespace
@@ -59,14 +63,6 @@ TEST_F(SharedMemory, IsZeroAtFirst) {
     EXPECT_EQ(number(memory), 0u);
 }
 
-TEST_F(SharedMemory, ItsFileHoldsTheBytesAndNothingElse) {
-    const CPSharedMemory memory(m_path, 8);
-    ASSERT_NE(memory.getAddress(), nullptr);
-    EXPECT_EQ(vqtest::readFile(m_object), std::string(8, '\0'));
-    std::memcpy(memory.getAddress(), "\1\2\3\4\5\6\7\10", 8);
-    EXPECT_EQ(vqtest::readFile(m_object), "\1\2\3\4\5\6\7\10");
-}
-
 TEST_F(SharedMemory, IsSharedWithinAProcess) {
     const CPSharedMemory first(m_path, 8);
     const CPSharedMemory second(m_path, 8);
@@ -76,23 +72,97 @@ TEST_F(SharedMemory, IsSharedWithinAProcess) {
     EXPECT_EQ(number(other), 0u);
 }
 
-TEST_F(SharedMemory, IsSharedWithOtherProcessesAndOutlivesThem) {
+TEST_F(SharedMemory, IsSharedWithOtherProcesses) {
+    const CPSharedMemory memory(m_path, 8);
+    number(memory) = 7;
+    EXPECT_EQ(ForkedChild([this] {
+                  const CPSharedMemory own(m_path, 8);
+                  const bool isSeen = number(own) == 7;
+                  number(own) = 0x0123456789ABCDEFu;
+                  return own.isCreator() == 0 && isSeen ? 0 : 1;
+              }).wait(),
+              0);
+    EXPECT_EQ(number(memory), 0x0123456789ABCDEFu);
+}
+
+TEST_F(SharedMemory, IsMadeAnewWhenItsUsersAreGone) {
     EXPECT_EQ(ForkedChild([this] {
                   const CPSharedMemory memory(m_path, 8);
-                  number(memory) = 0x0123456789ABCDEFu;
+                  number(memory) = 7;
                   return memory.isCreator();
               }).wait(),
               1);
     const CPSharedMemory memory(m_path, 8);
-    EXPECT_EQ(memory.isCreator(), 0);
-    EXPECT_EQ(number(memory), 0x0123456789ABCDEFu);
-    EXPECT_EQ(ForkedChild([this] {
-                  const CPSharedMemory again(m_path, 8);
-                  number(again) = 7;
-                  return again.isCreator();
-              }).wait(),
-              0);
+    EXPECT_EQ(memory.isCreator(), 1);
+    EXPECT_EQ(number(memory), 0u);
+}
+
+// The attack: whoever cuts a mapped file short kills everybody who looks at the mapping.
+TEST_F(SharedMemory, CuttingItsFileShortHurtsNobody) {
+    const CPSharedMemory memory(m_path, 8);
+    number(memory) = 7;
+    fs::resize_file(m_object, 0);
     EXPECT_EQ(number(memory), 7u);
+    number(memory) = 8;
+    CPSharedMemory again(m_path, 8);
+    ASSERT_NE(again.getAddress(), nullptr);
+    EXPECT_EQ(number(again), 0u) << "who comes later has another block";
+    EXPECT_TRUE(again.isCurrent());
+}
+
+TEST_F(SharedMemory, KnowsWhetherOthersStillGetTheSame) {
+    CPSharedMemory memory(m_path, 8);
+    EXPECT_TRUE(memory.isCurrent());
+    fs::remove(m_object);
+    EXPECT_FALSE(memory.isCurrent());
+    CPSharedMemory second(m_path, 8);
+    EXPECT_EQ(second.isCreator(), 1);
+    EXPECT_FALSE(memory.isCurrent());
+    EXPECT_TRUE(second.isCurrent());
+    const std::string record = vqtest::readFile(m_object);
+    for (std::size_t at = 16; at < record.size(); ++at) {
+        std::string other = record;
+        other[at] = static_cast<char>(other[at] + 1);
+        std::ofstream(m_object, std::ios::binary) << other;
+        EXPECT_FALSE(second.isCurrent()) << at;
+    }
+    std::ofstream(m_object, std::ios::binary) << record;
+    EXPECT_TRUE(second.isCurrent());
+}
+
+TEST_F(SharedMemory, SurvivesThatTheProgramClosesItsDescriptor) {
+    CPSharedMemory memory(m_path, 8);
+    number(memory) = 7;
+    ::closefrom(3);
+    EXPECT_TRUE(memory.isCurrent());
+    EXPECT_EQ(number(CPSharedMemory(m_path, 8)), 7u);
+}
+
+TEST_F(SharedMemory, OfAnotherIpcNamespaceIsRefusedWhileItIsUsed) {
+    const auto tryElsewhere = [this] {
+        return ForkedChild([this] {
+                   if (::unshare(CLONE_NEWIPC) != 0) {
+                       return 100;
+                   }
+                   const CPSharedMemory memory(m_path, 8);
+                   return memory.getAddress() ? 0 : memory.error();
+               })
+            .wait();
+    };
+    {
+        CPSharedMemory memory(m_path, 8);
+        number(memory) = 7;
+        const int refused = tryElsewhere();
+        if (refused == 100) {
+            GTEST_SKIP() << "no IPC namespaces can be made here";
+        }
+        EXPECT_EQ(refused, EXDEV);
+        EXPECT_TRUE(memory.isCurrent());
+        EXPECT_EQ(number(memory), 7u);
+    }
+    EXPECT_EQ(tryElsewhere(), 0) << "nobody uses it any more";
+    const CPSharedMemory memory(m_path, 8);
+    EXPECT_EQ(memory.error(), 0) << "the other namespace has ended";
 }
 
 TEST_F(SharedMemory, OneOfManyAtOnceMakesIt) {
@@ -117,14 +187,20 @@ TEST_F(SharedMemory, OneOfManyAtOnceMakesIt) {
                     ++*static_cast<std::atomic<std::uint64_t>*>(memory.getAddress());
                 }
                 counts->creators += memory.isCreator();
+                ++counts->opened;
+                while (counts->opened.load() <= kChildren) {
+                    std::this_thread::yield();  // a block lives as long as its users
+                }
                 return memory.error();
             }));
         }
+        ASSERT_TRUE(vqtest::waitUntil([&] { return counts->opened == kChildren; }));
+        EXPECT_EQ(number(CPSharedMemory(path, 8)), std::uint64_t{kChildren});
+        ++counts->opened;
         for (const auto& child : children) {
             EXPECT_EQ(child->wait(), 0);
         }
         EXPECT_EQ(counts->creators.load(), 1);
-        EXPECT_EQ(number(CPSharedMemory(path, 8)), std::uint64_t{kChildren});
     }
 }
 
@@ -134,8 +210,7 @@ TEST_F(SharedMemory, IsNotTheMutexOfItsPath) {
     EXPECT_TRUE(mutex.isOpen());
     EXPECT_NE(memory.isCreator(), 0);
     const std::string encoded = vqtest::encodedPath(m_path);
-    EXPECT_THAT(m_store.sharedObjects(),
-                ElementsAre("CPMutex." + encoded, "CPSharedMemory." + encoded));
+    EXPECT_THAT(m_store.sharedObjects(), ElementsAre("CPBlock." + encoded, "CPLock." + encoded));
 }
 
 TEST_F(SharedMemory, EverybodyMayUseItWhateverTheUmask) {
@@ -145,17 +220,28 @@ TEST_F(SharedMemory, EverybodyMayUseItWhateverTheUmask) {
     struct stat status {};
     ASSERT_EQ(stat(m_object.c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 07777u, 0666u);
-    EXPECT_EQ(status.st_size, 8);
 }
 
-TEST_F(SharedMemory, AFileOfAnotherSizeIsRefused) {
-    for (const std::size_t size : {0u, 7u, 9u, 4096u}) {
+TEST_F(SharedMemory, WhatSomebodyWroteIntoItsFileLeadsNowhere) {
+    for (const std::size_t size : {0u, 7u, 40u, 4096u}) {
         std::ofstream(m_object, std::ios::binary) << std::string(size, 'x');
         const CPSharedMemory memory(m_path, 8);
-        EXPECT_EQ(memory.getAddress(), nullptr) << size;
-        EXPECT_NE(memory.error(), 0);
-        EXPECT_EQ(memory.isCreator(), 0);
+        ASSERT_NE(memory.getAddress(), nullptr) << size;
+        EXPECT_EQ(memory.isCreator(), 1);
+        EXPECT_EQ(number(memory), 0u);
     }
+}
+
+TEST_F(SharedMemory, ASegmentOfSomethingElseIsNotTaken) {
+    const std::string otherObject = std::string(CSharedObject::directory()) + "/" +
+                                    CSharedObject::nameForPath("CPBlock", m_path + "2");
+    const CPSharedMemory other(m_path + "2", 8);
+    const CPSharedMemory larger(m_path + "3", 16);
+    std::ofstream(m_object, std::ios::binary) << vqtest::readFile(otherObject);
+    const CPSharedMemory memory(m_path, 8);
+    EXPECT_EQ(memory.isCreator(), 1) << "that of another path";
+    number(memory) = 1;
+    EXPECT_EQ(number(other), 0u);
 }
 
 TEST_F(SharedMemory, WhatIsNoFileIsRefused) {

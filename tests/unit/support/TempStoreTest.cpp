@@ -66,9 +66,9 @@ TEST(TempStore, RemovesWhatBelongsToItAndNothingElse) {
     auto store = std::make_unique<TempStore>();
     const TempStore other;
     const std::string directory = store->directory();
-    const std::string mutex = "CPMutex." + vqtest::encodedPath(store->path());
-    const std::string memory = "CPSharedMemory." + vqtest::encodedPath(store->path());
-    const std::string foreign = "CPMutex." + vqtest::encodedPath(other.path());
+    const std::string mutex = "CPLock." + vqtest::encodedPath(store->path());
+    const std::string memory = "CPBlock." + vqtest::encodedPath(store->path());
+    const std::string foreign = "CPLock." + vqtest::encodedPath(other.path());
     const std::string unknown = "Other." + vqtest::encodedPath(store->path());
     for (const std::string& name : {mutex, memory, foreign, unknown}) {
         touch("/dev/shm/" + name);

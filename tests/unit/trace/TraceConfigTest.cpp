@@ -26,7 +26,7 @@ namespace {
 
 const std::string kFile = "/etc/Velquist.cfg";
 const std::string kOne = "[Velquist/Logging]\n\"RegLibLogging\"=dword:00000001\n";
-const std::string kShared = "/dev/shm/CPSharedMemory.%2Fetc%2FVelquist.cfg";
+const std::string kShared = "/dev/shm/CPBlock.%2Fetc%2FVelquist.cfg";
 
 void writeText(const std::string& path, const std::string& text) {
     std::ofstream(path, std::ios::binary) << text;

@@ -143,7 +143,7 @@ TEST(TraceObject, TheEndOfAnyOneEndsTheRegisteredOne) {
         const TraceLog off(0);
         // The level of another process is of no interest: the store is read again because its
         // stamp is gone.
-        std::remove("/dev/shm/CPSharedMemory.%2Fetc%2FVelquist.cfg");
+        std::remove("/dev/shm/CPBlock.%2Fetc%2FVelquist.cfg");
         other = std::make_unique<CRegLibTrace>();
     }
     EXPECT_NE(g_pregLibTrace.load(), nullptr);

@@ -1,0 +1,103 @@
+#include "portable/SharedFile.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "portable/FileDescriptor.h"
+#include "portable/SharedObject.h"
+
+namespace VQRegLib {
+
+namespace {
+
+constexpr int kAttempts = 100;  // a name may come and go while it is being opened
+
+}  // namespace
+
+int CSharedFile::open(const std::string& name, std::size_t size) {
+    close();
+    m_path = std::string(CSharedObject::directory()) + "/" + name;
+    int error = 0;
+    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+        // Without O_CREAT first: a directory like this one may refuse O_CREAT on a file of another
+        // user even to root.
+        error = openExisting();
+        if (error != ENOENT) {
+            return error;
+        }
+        error = create(size);
+        if (error != 0 && error != EEXIST) {
+            return error;
+        }
+    }
+    return error;
+}
+
+int CSharedFile::make(const std::string& name, std::size_t size) {
+    CSharedFile file;
+    return file.open(name, size);
+}
+
+int CSharedFile::openExisting() {
+    CFileDescriptor file(::open(m_path.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
+    struct stat status {};
+    if (!file.isOpen() || ::fstat(file.get(), &status) != 0) {
+        return errno;
+    }
+    if (!S_ISREG(status.st_mode)) {
+        return EINVAL;
+    }
+    m_device = status.st_dev;
+    m_inode = status.st_ino;
+    m_fd = file.release();
+    return 0;
+}
+
+// Finished first and named then: nobody sees an unfinished one, whoever is killed when.
+int CSharedFile::create(std::size_t size) const {
+    const CFileDescriptor file(
+        ::open(CSharedObject::directory(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
+    if (!file.isOpen()) {
+        return errno;
+    }
+    if (const int error = ::posix_fallocate(file.get(), 0, static_cast<off_t>(size))) {
+        return error;
+    }
+    return ::fchmod(file.get(), 0666) == 0 ? giveName(file.get(), m_path) : errno;
+}
+
+int CSharedFile::giveName(int fd, const std::string& path) {
+    const std::string self = "/proc/self/fd/" + std::to_string(fd);
+    if (::linkat(AT_FDCWD, self.c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW) == 0) {
+        return 0;
+    }
+    // No /proc here; a privileged process can do without it.
+    if (errno == ENOENT && ::linkat(fd, "", AT_FDCWD, path.c_str(), AT_EMPTY_PATH) == 0) {
+        return 0;
+    }
+    return errno;
+}
+
+void CSharedFile::close() {
+    if (isOurs()) {
+        ::close(m_fd);
+    }
+    m_fd = -1;
+}
+
+bool CSharedFile::isOurs() const {
+    struct stat status {};
+    return m_fd >= 0 && ::fstat(m_fd, &status) == 0 && status.st_dev == m_device &&
+           status.st_ino == m_inode;
+}
+
+bool CSharedFile::isNamed() const {
+    struct stat status {};
+    return ::lstat(m_path.c_str(), &status) == 0 && status.st_dev == m_device &&
+           status.st_ino == m_inode;
+}
+
+}  // namespace VQRegLib

@@ -1,0 +1,52 @@
+// A named file that all processes of the machine may open, read, write and lock. It is never mapped:
+// whoever may write it could cut it short under the hands of those who look at the mapping.
+#ifndef PORTABLE_SHAREDFILE_H
+#define PORTABLE_SHAREDFILE_H
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <string>
+
+namespace VQRegLib {
+
+class CSharedFile {
+public:
+    CSharedFile() = default;
+    ~CSharedFile() { close(); }
+    CSharedFile(const CSharedFile&) = delete;
+    CSharedFile& operator=(const CSharedFile&) = delete;
+
+    // Opens the file of that name, making it of so many zeroes when it is missing. What is no regular
+    // file is refused. 0 or an errno.
+    int open(const std::string& name, std::size_t size);
+
+    // Whether that works, without keeping it open.
+    static int make(const std::string& name, std::size_t size);
+
+    // Closes it, unless the program has done so and given the number to a file of its own.
+    void close();
+
+    bool isOurs() const;   // the descriptor is still that of the file
+    bool isNamed() const;  // the name still means this file
+
+    int descriptor() const { return m_fd; }
+    dev_t device() const { return m_device; }
+    ino_t inode() const { return m_inode; }
+
+    // Links an unnamed file to its name. 0 or an errno.
+    static int giveName(int fd, const std::string& path);
+
+private:
+    int openExisting();
+    int create(std::size_t size) const;
+
+    std::string m_path;
+    int m_fd = -1;
+    dev_t m_device = 0;
+    ino_t m_inode = 0;
+};
+
+}  // namespace VQRegLib
+
+#endif  // PORTABLE_SHAREDFILE_H
