@@ -21,6 +21,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <new>
 
 #include "portable/FileLocks.h"
 #include "portable/Portable.h"
@@ -230,7 +231,7 @@ int CPMutexState::takeOpenFile(const CPatience& patience) {
     }
 }
 
-int CPMutexState::takeFile(const CPatience& patience) {
+int CPMutexState::takeFile(const CPatience& patience) try {
     int error = EAGAIN;
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
         error = file.isOurs() ? 0 : file.open(name, sizeof(HolderNote));
@@ -243,6 +244,8 @@ int CPMutexState::takeFile(const CPatience& patience) {
         file.close();  // and with it the lock of a file that nobody else will find
     }
     return error != 0 ? error : EAGAIN;
+} catch (const std::bad_alloc&) {
+    return ENOMEM;
 }
 
 void CPMutexState::take() {

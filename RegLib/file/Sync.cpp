@@ -17,6 +17,7 @@
 // Only a missing file makes a read wait for the lock: on file systems without links and exchanges the
 // path is absent for a moment, and otherwise it has to be made.
 #include <algorithm>
+#include <cerrno>
 #include <utility>
 
 #include "RegLib/base/AtEnd.h"
@@ -52,21 +53,26 @@ int CRegLibImplFile::Lock() {
 // Whoever comes in first looks whether everything is as it should be.
 int CRegLibImplFile::takeLock(unsigned long milliseconds) {
     const bool isFirst = !m_pMutex->isHeldHere();
-    if (m_pMutex->wait(milliseconds, nullptr) != CPMutex::eOwned) {
-        return REGLIB_E_FILE_OPEN;
+    const CPMutex::eWaitResult waited = m_pMutex->wait(milliseconds, nullptr);
+    if (waited != CPMutex::eOwned) {
+        const bool lacksMemory = waited == CPMutex::eFailed && m_pMutex->error() == ENOMEM;
+        return lacksMemory ? REGLIB_E_FAIL : REGLIB_E_FILE_OPEN;
     }
     if (!isFirst) {
         return REGLIB_OK;
     }
-    if (!hasBlock()) {
-        Unlock();
-        return REGLIB_E_FILE_OPEN;
-    }
-    if (isOdd(sharedStamp())) {
+    bool isUsable = false;
+    const CAtEnd letGo([&] {
+        if (!isUsable) {
+            Unlock();
+        }
+    });
+    isUsable = hasBlock();
+    if (isUsable && isOdd(sharedStamp())) {
         m_file.recover();
         renewSharedStamp();
     }
-    return REGLIB_OK;
+    return isUsable ? REGLIB_OK : REGLIB_E_FILE_OPEN;
 }
 
 int CRegLibImplFile::Unlock() {

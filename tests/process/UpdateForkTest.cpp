@@ -73,6 +73,7 @@ TEST_F(UpdateFork, TheChildGoesOnAfterTheUpdateFromWhatItWrote) {
     CRegKey key;
     ASSERT_EQ(session.VQRegCreateKey(nullptr, "Kept", key, 1), REGLIB_OK);
     ASSERT_EQ(session.VQRegSetValue(key, "A", 1ul), REGLIB_OK);
+    Common<std::atomic<bool>> isOver;
     std::unique_ptr<ForkedChild> child;
     {
         const CRegUpdate update(session);
@@ -92,6 +93,7 @@ TEST_F(UpdateFork, TheChildGoesOnAfterTheUpdateFromWhatItWrote) {
         ASSERT_EQ(session.VQRegDeleteValue(*session.RootKey(), "Passing"), REGLIB_OK);
         ASSERT_EQ(session.VQRegDeleteKey(*session.RootKey(), "PassingKey"), REGLIB_OK);
     }
+    *isOver = true;
     EXPECT_EQ(child->wait(), 0);
     EXPECT_EQ(store.read(),
               "[Velquist]\n[Velquist/Kept]\n\"A\"=dword:00000003\n\"B\"=dword:00000004\n");
