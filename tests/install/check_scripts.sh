@@ -58,6 +58,14 @@ expect_command_in() {
         fail "after scripts/$script the installation of ${1#"$copy"/} is without the command"
 }
 
+# Where the command's packages are missing, the configuration says so where warnings stand.
+expect_word_of_what_is_left_out() {
+    local said
+    said=$(cd "$copy" && $configure -B "$work/without" -DVQREGLIB_TESTS=OFF -DVQREGLIB_BENCH=OFF \
+        -DCMAKE_DISABLE_FIND_PACKAGE_CLI11=ON 2>&1 >"$work/log")
+    [[ $said == *vqreg*"left out"*libcli11-dev* ]] || fail "vqreg is left out without a word: $said"
+}
+
 make_tools
 mkdir "$copy"
 tar -C "$project" --exclude=./build --exclude=./.git -c . | tar -C "$copy" -x
@@ -66,3 +74,4 @@ folder=$(readme_line "cmake --install" | cut -d " " -f 3)
 run_up_to_the_build
 (cd "$copy" && $configure >"$work/log" 2>&1) || fail "$configure: $(cat "$work/log")"
 expect_command_in "$copy/$folder"
+expect_word_of_what_is_left_out
