@@ -75,9 +75,9 @@ void removeOwnedAtExit() {
 }
 
 // In a child that kept the file open, it would keep the parent's semaphore alive.
-void disown() {
+void disown(int unless = -1) {
     const int fd = g_ownedFile.exchange(-1);
-    if (isOwnedFile(fd)) {
+    if (fd != unless && isOwnedFile(fd)) {
         ::close(fd);
     }
 }
@@ -105,7 +105,7 @@ void keepOwned(int fd, const std::string& path) {
         g_szOwnedPath[path.copy(g_szOwnedPath, sizeof g_szOwnedPath - 1)] = '\0';
     }
     g_ownerPid.store(getpid());
-    disown();  // what it may have owned before
+    disown(fd);  // what it may have owned before, unless its number has come back
     struct stat status {};
     fstat(fd, &status);
     g_ownedDevice.store(status.st_dev);

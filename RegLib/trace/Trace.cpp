@@ -157,12 +157,16 @@ void CRegLibTrace::writeHeader(std::FILE* file) const try {
     // A file without its header is better than a program without its log.
 }
 
-// False when the stream's descriptor is not what the library has put there: a program that closes
-// all descriptors may have given the number to a file of its own.
-bool CRegLibTrace::isOwnFile() const {
+// False when the descriptor is not what the library has put there: a program that closes all
+// descriptors may have given the number to a file of its own.
+bool CRegLibTrace::isOwnFile(int descriptor) const {
     struct stat status {};
-    return fstat(m_descriptor.load(), &status) == 0 && status.st_dev == m_device.load() &&
-           status.st_ino == m_inode.load();
+    return descriptor == m_descriptor.load() && fstat(descriptor, &status) == 0 &&
+           status.st_dev == m_device.load() && status.st_ino == m_inode.load();
+}
+
+bool CRegLibTrace::isOwnFile() const {
+    return isOwnFile(m_descriptor.load());
 }
 
 void CRegLibTrace::rememberFile(int descriptor) {
@@ -222,7 +226,7 @@ void CRegLibTrace::openTraceFile() {
 bool CRegLibTrace::put(const char* line) {
     ++m_writers;
     std::FILE* const file = m_pFile.load();
-    const bool isOpen = file && isOwnFile();
+    const bool isOpen = file && isOwnFile(fileno(file));
     if (isOpen) {
         std::fputs(line, file);
         std::fflush(file);

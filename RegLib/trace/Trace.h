@@ -65,7 +65,8 @@ private:
     bool claimOpening(std::tm* now);
     std::FILE* openFileOfDay(const std::tm& now) const;
     void writeHeader(std::FILE* file) const;
-    bool isOwnFile() const;
+    bool isOwnFile(int descriptor) const;
+    bool isOwnFile() const;  // the one that is open
     void rememberFile(int descriptor);
     void putInPlace(std::FILE* opened);
     void closeFile();

@@ -367,6 +367,22 @@ TEST_F(Semaphore, IsLostWithTheDescriptorAndMayBeOwnedAgain) {
     EXPECT_FALSE(fs::exists(path)) << "it goes with a normal end again";
 }
 
+TEST_F(Semaphore, IsOwnedAgainUnderTheNumberThatItHad) {
+    ForkedChild program([&] {
+        SemaphoreOf semaphore(name);
+        for (int i = 0; i < 2; ++i) {
+            if (!semaphore.own() || !semaphore.isOwner()) {
+                return 1;
+            }
+            if (CPSemaphore::removeIfOwnerless(name) || ::close_range(3, ~0u, 0) != 0) {
+                return 2;
+            }
+        }
+        return 0;
+    });
+    EXPECT_EQ(program.wait(), 0);
+}
+
 TEST_F(Semaphore, IsNotOwnedAgainAfterTheExitTookItAway) {
     static SemaphoreOf* semaphore = nullptr;
     ForkedChild program([&] {
