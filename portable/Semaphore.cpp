@@ -7,22 +7,27 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <climits>
 #include <csignal>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
 #include "portable/FileDescriptor.h"
 #include "portable/Portable.h"
-#include "portable/SemaphoreWait.h"
+#include "portable/SharedCount.h"
 
 namespace VQRegLib {
 
 namespace {
 
-constexpr int kAttempts = 1000;     // each waits for a sender that is just looking
+constexpr int kAttempts = 100;  // each waits for a sender that is just looking
+constexpr int kLostNapMilliseconds = 100;
+constexpr std::uint64_t kSliceMilliseconds = 50;  // how late a termination may be noticed
+constexpr std::uint64_t kLongestMilliseconds = 3'600'000;
 constexpr long kMomentSeconds = 3;  // a new semaphore's maker may not have got any further yet
 
 int initialiseSemaphore(void* address) {
@@ -140,6 +145,16 @@ bool isOlderThanAMoment(int fd) {
     return now.tv_sec - made.tv_sec > kMomentSeconds;
 }
 
+// One that was cut short, or is no semaphore for another reason. Who may do that to a name is for the
+// directory to say.
+void removeUseless(const std::string& path) {
+    struct stat status {};
+    if (::lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
+        status.st_size != static_cast<off_t>(sizeof(sem_t))) {
+        ::unlink(path.c_str());
+    }
+}
+
 bool isRegularFile(int fd) {
     struct stat status {};
     return fstat(fd, &status) == 0 && S_ISREG(status.st_mode);
@@ -164,11 +179,29 @@ void CPSemaphore::openObject() {
 }
 
 bool CPSemaphore::wait(unsigned long milliseconds, CTerminateWait* terminate) {
-    return waitSemaphore(semaphore(), milliseconds, terminate);
+    const CSharedCount count(semaphore());
+    std::uint64_t left = milliseconds == kInfinite ? UINT64_MAX : milliseconds;
+    do {
+        if (terminate && terminate->isTerminated()) {
+            return false;
+        }
+        const std::uint64_t slice =
+            std::min(left, terminate ? kSliceMilliseconds : kLongestMilliseconds);
+        const CSharedCount::eOutcome outcome = count.wait(static_cast<unsigned long>(slice));
+        if (outcome == CSharedCount::eTaken) {
+            return true;
+        }
+        if (outcome == CSharedCount::eLost) {
+            CPortable::Sleep(kLostNapMilliseconds);  // whoever waits again shall not spin
+            return false;
+        }
+        left -= left == UINT64_MAX ? 0 : slice;
+    } while (left > 0);
+    return false;
 }
 
 void CPSemaphore::release() {
-    sem_post(semaphore());
+    CSharedCount(semaphore()).post();
 }
 
 bool CPSemaphore::own() {
@@ -177,6 +210,10 @@ bool CPSemaphore::own() {
     if (isOpen() && (g_isExiting.load() || !registerHandlers())) {
         m_nError = g_isExiting.load() ? ESHUTDOWN : ENOMEM;
         return false;
+    }
+    if (!isOpen() && m_nError == EINVAL) {
+        removeUseless(path);
+        openObject();
     }
     for (int attempt = 0; attempt < kAttempts && isOpen(); ++attempt) {
         int fd = -1;
@@ -213,6 +250,21 @@ int CPSemaphore::tryToOwn(int* fd) const {
     return 0;
 }
 
+void CPSemaphore::waitUntilFree(const std::string& name) {
+    const CFileDescriptor file(openFile(pathOf(name)));
+    for (int attempt = 0; attempt < kAttempts && file.isOpen(); ++attempt) {
+        if (flock(file.get(), LOCK_SH | LOCK_NB) == 0 || errno != EWOULDBLOCK) {
+            return;
+        }
+        CPortable::Sleep(1);
+    }
+}
+
+long CPSemaphore::userOf(const std::string& name) {
+    struct stat status {};
+    return ::lstat(pathOf(name).c_str(), &status) == 0 ? static_cast<long>(status.st_uid) : -1;
+}
+
 bool CPSemaphore::isExiting() {
     return g_isExiting.load();
 }
@@ -220,7 +272,8 @@ bool CPSemaphore::isExiting() {
 bool CPSemaphore::isOwner() const {
     struct stat status {};
     return isOwnedFile(g_ownedFile.load(), status) && g_ownerPid.load() == getpid() &&
-           status.st_ino == m_pObject->inode() && status.st_nlink > 0;
+           status.st_ino == m_pObject->inode() && status.st_nlink > 0 &&
+           status.st_size == static_cast<off_t>(sizeof(sem_t));
 }
 
 bool CPSemaphore::removeIfOwnerless(const std::string& name) {

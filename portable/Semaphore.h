@@ -30,13 +30,21 @@ public:
     int error() const { return m_nError; }  // why not, as an errno
     bool isCreator() const { return m_pObject->isCreator(); }
 
-    // True when the count was taken.
+    // True when the count was taken. False soon when somebody has cut the semaphore's file short; such
+    // a semaphore is nobody's any more. Releasing one does nothing.
     bool wait(unsigned long milliseconds, CTerminateWait* terminate);
     void release();
 
     // Makes the calling process an owner until it ends. A process that ends normally takes the
     // semaphore with it. One semaphore per process. False, with error(), when that is impossible.
     bool own();
+
+    // Waits, 100 ms at most, while somebody holds a lock on the semaphore of that name with which
+    // nobody can own it.
+    static void waitUntilFree(const std::string& name);
+
+    // The user whose file is under that name; -1 when there is none.
+    static long userOf(const std::string& name);
 
     // True while the calling process owns the semaphore and the name still means it. A program that
     // closes all its descriptors owns nothing any more.

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "RegLib/base/CritSecGuard.h"
+#include "RegLib/base/Guarded.h"
 #include "RegLib/base/ThrowPoint.h"
 #include "RegLib/instance/Contained.h"
 #include "RegLib/instance/Directory.h"
@@ -69,6 +70,13 @@ bool CRegLibImplDirectory::hasNotifier() const {
 }
 
 void CRegLibImplDirectory::startRegistryChangeNotifierThread() {
+    if (m_notifierRunning.load() == 0) {
+        // Who squats on the name delays this registration, but nobody who opens a session meanwhile.
+        (void)guarded([] {
+            CPSemaphore::waitUntilFree(notificationSemaphoreName(CPortable::GetCurrentProcessId()));
+            return REGLIB_OK;
+        });
+    }
     {
         const CCritSecGuard guard(*m_pLock, __LINE__);
         if (!hasNotifier()) {
@@ -167,8 +175,9 @@ std::unique_ptr<CPSemaphore> CRegLibImplDirectory::ownSemaphore() try {
         CPSemaphore::removeIfOwnerless(name);
     }
     if (!CPSemaphore::isExiting() && !std::exchange(m_ownFailed, true)) {
-        REGLIB_TRACE(eTraceAlways, "(Error) %s (0x%08X), semaphore failed, errno %d\n", kThreadName,
-                     traceId(this), semaphore->error());
+        REGLIB_TRACE(eTraceAlways,
+                     "(Error) %s (0x%08X), semaphore failed, errno %d, the file is of user %ld\n",
+                     kThreadName, traceId(this), semaphore->error(), CPSemaphore::userOf(name));
     }
     return nullptr;
 } catch (const std::bad_alloc&) {

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdarg>
 #include <cstring>
 #include <new>
@@ -133,14 +134,46 @@ void CRegLibTrace::afterForkInChild() {
     }
 }
 
+namespace {
+
+// The processes of all users share a day's file, in a directory that all may write. Nobody may make
+// them write elsewhere with a link, or wait with a FIFO; and only a file of root's or the caller's is
+// given to everybody, never by its path. Another user's is taken when it is open to everybody.
+int openShared(const char* name) {
+    constexpr int kFlags = O_RDWR | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+    int descriptor = ::open(name, kFlags);
+    if (descriptor < 0 && errno == ENOENT) {
+        descriptor = ::open(name, kFlags | O_CREAT, 0666);
+    }
+    struct stat status {};
+    if (descriptor < 0 || fstat(descriptor, &status) != 0) {
+        return descriptor;
+    }
+    const bool isOurs = status.st_uid == 0 || status.st_uid == geteuid();
+    const bool isShared = isOurs || (status.st_mode & 0666) == 0666;
+    if (!S_ISREG(status.st_mode) || status.st_nlink > 1 || !isShared) {
+        ::close(descriptor);
+        return -1;
+    }
+    if (isOurs) {
+        (void)fchmod(descriptor, 0666);  // root's own, if this is not root
+    }
+    return descriptor;
+}
+
+}  // namespace
+
 std::FILE* CRegLibTrace::openFileOfDay(const std::tm& now) const {
     char name[kNameSize];
     if (std::snprintf(name, sizeof name, "%sRegLibTrace%s-%02d%02d%02d.Log", m_szDirectory, "",
                       now.tm_year % 100, now.tm_mon + 1, now.tm_mday) < 0) {
         return nullptr;
     }
-    std::FILE* const file = std::fopen(name, "a+e");
-    chmod(name, 0666);
+    const int descriptor = openShared(name);
+    std::FILE* const file = descriptor >= 0 ? fdopen(descriptor, "a+") : nullptr;
+    if (!file && descriptor >= 0) {
+        ::close(descriptor);
+    }
     if (file) {
         // Nothing waits in the stream: a child of fork, or the next day's file, would get it too.
         std::setvbuf(file, nullptr, _IONBF, 0);

@@ -1,14 +1,14 @@
 // How long a watcher waits. In an executable of its own, because it replaces the waiting.
 #include <gtest/gtest.h>
-#include <pthread.h>
 #include <semaphore.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
 #include <cstdint>
-#include <cstring>
 
+#include "RegLib/instance/Notifier.h"
 #include "support/WatchedStore.h"
 
 using namespace VQRegLib;
@@ -22,16 +22,9 @@ std::atomic<int> timeOutsToGive{0};
 std::atomic<int> timedWaits{0};  // begun
 std::atomic<std::int64_t> lastLimit{0};
 std::atomic<int> interruptionsToGive{0};
-std::atomic<int> takenByNotifier{0};
 
 std::int64_t milliseconds(const timespec& time) {
     return time.tv_sec * 1000 + time.tv_nsec / 1'000'000;
-}
-
-bool isNotifier() {
-    char name[16] = "";
-    return pthread_getname_np(pthread_self(), name, sizeof name) == 0 &&
-           std::strcmp(name, "RegChgNotif") == 0;
 }
 
 bool take(std::atomic<int>& stock) {
@@ -47,13 +40,8 @@ bool take(std::atomic<int>& stock) {
 extern "C" int __real_sem_clockwait(sem_t*, clockid_t, const timespec*);
 extern "C" int __wrap_sem_clockwait(sem_t*, clockid_t, const timespec*);
 
-// The notifier waits as it likes; a watcher's waits end when a test says so.
+// A watcher's waits end when a test says so. The notifier does not wait this way.
 extern "C" int __wrap_sem_clockwait(sem_t* semaphore, clockid_t clock, const timespec* until) {
-    if (isNotifier()) {
-        const int result = __real_sem_clockwait(semaphore, clock, until);
-        takenByNotifier += result == 0 ? 1 : 0;
-        return result;
-    }
     timespec now{};
     clock_gettime(clock, &now);
     lastLimit = milliseconds(*until) - milliseconds(now);
@@ -122,7 +110,11 @@ TEST_F(WatcherWait, EachNotificationIsTaken) {
     Handler handler;
     watchAndWait(handler);
     announceNothing(3);
-    EXPECT_TRUE(waitUntil([] { return takenByNotifier == 3; }));
+    sem_t* const semaphore = ::sem_open(("/" + notificationSemaphoreName(::getpid())).c_str(), 0);
+    ASSERT_NE(semaphore, SEM_FAILED);
+    int count = -1;
+    EXPECT_TRUE(waitUntil([&] { return ::sem_getvalue(semaphore, &count) == 0 && count == 0; }));
+    ::sem_close(semaphore);
     EXPECT_TRUE(waitUntil([] { return timedWaits >= 2; }));
     EXPECT_EQ(handler.begun(), 0);
 }

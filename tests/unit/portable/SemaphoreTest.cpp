@@ -159,12 +159,52 @@ TEST_F(Semaphore, AWaitGoesOnAfterASignal) {
 }
 
 TEST_F(Semaphore, AnotherKindOfFileIsRefused) {
+    fs::create_directory(path);
+    SemaphoreOf semaphore(name);
+    EXPECT_FALSE(semaphore.isOpen());
+    EXPECT_FALSE(semaphore.own());
+    EXPECT_TRUE(fs::exists(path));
+}
+
+TEST_F(Semaphore, AFileThatIsTooShortIsReplacedByItsOwner) {
     std::ofstream(path) << "too short";
     SemaphoreOf semaphore(name);
     EXPECT_FALSE(semaphore.isOpen());
     EXPECT_EQ(semaphore.error(), EINVAL);
-    EXPECT_FALSE(semaphore.own());
-    EXPECT_TRUE(fs::exists(path));
+    EXPECT_TRUE(semaphore.own());
+    EXPECT_TRUE(semaphore.isOwner());
+    SemaphoreOf(name).release();
+    EXPECT_TRUE(semaphore.wait(0, nullptr));
+}
+
+// The attack: whoever touches a mapping whose file was cut short dies.
+TEST_F(Semaphore, CuttingItsFileShortKillsNobody) {
+    SemaphoreOf semaphore(name);
+    ASSERT_TRUE(semaphore.own());
+    fs::resize_file(path, 0);
+    semaphore.release();
+    EXPECT_FALSE(semaphore.wait(CPSemaphore::kInfinite, nullptr)) << "and it does not hang";
+    EXPECT_FALSE(semaphore.isOwner());
+    SemaphoreOf again(name);
+    EXPECT_TRUE(again.own());
+    SemaphoreOf(name).release();
+    EXPECT_TRUE(again.wait(0, nullptr));
+}
+
+TEST_F(Semaphore, CuttingItsFileShortUnderAWaitKillsNobody) {
+    SemaphoreOf semaphore(name);
+    std::atomic<bool> isOver{false};
+    std::thread waiting([&] {
+        while (!isOver) {
+            semaphore.wait(1, nullptr);
+        }
+    });
+    for (int i = 0; i < 200; ++i) {
+        fs::resize_file(path, i % 2 == 0 ? 0 : sizeof(sem_t));
+        semaphore.release();
+    }
+    isOver = true;
+    waiting.join();
 }
 
 TEST_F(Semaphore, WithoutOwnersItMayBeRemoved) {

@@ -312,8 +312,7 @@ TEST_F(RollOver, DropsLinesWhenTheFileOfTheNewDayCannotBeOpened) {
     write("lost");
     struct stat status {};
     ASSERT_EQ(stat(kFile16.c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode & 07777u, 0666u)
-        << "the mode is set whether or not it could be opened";
+    EXPECT_EQ(status.st_mode & 07777u, 0700u) << "what is no file is left alone";
     fs::remove(kFile16);
     write("lost");
     g_now = kMidnight + kMinute;
