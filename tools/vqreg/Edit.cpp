@@ -26,8 +26,7 @@ Key load(const Context& context, const Names& path) {
     StoreSession session(context.store);
     std::optional<Key> key = session.load(path);
     if (!key) {
-        throw CommandError(eExit::eNegative,
-                           fmt::format("there is no key \"{}\"", printable(joinPath(path))));
+        throw CommandError(eExit::eNegative, nameOfKey(path) + " does not exist");
     }
     return std::move(*key);
 }

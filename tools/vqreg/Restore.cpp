@@ -197,9 +197,9 @@ void renewStamp(const StoreOptions& options, const Key& top) {
 }
 
 // A pipe that is closed shall not keep the rest from being done.
-void show(const std::vector<Change>& changes, bool json) {
+void show(const std::vector<Change>& changes, const Names& root, bool json) {
     try {
-        printChanges(changes, {}, json);
+        printChanges(changes, {}, json, root);
         Output::standard().flush();
     } catch (const ClosedPipe&) {
     }
@@ -225,7 +225,7 @@ void restore(const RestoreOptions& options, const Context& context) {
     }
     const std::vector<Change> changes = difference(current.top, wanted.top);
     const bool isUsable = isThere && current.isReadable();
-    show(changes, options.json);
+    show(changes, rootNames(context.store), options.json);
     const bool isNeeded = !isUsable || !changes.empty();
     if (options.dryRun || !isNeeded) {
         return;

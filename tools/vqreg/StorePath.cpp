@@ -48,10 +48,7 @@ std::vector<std::string> splitPath(const std::string& path) {
     }
 }
 
-std::string joinPath(const std::vector<std::string>& names) {
-    if (names.empty()) {
-        return "/";
-    }
+std::string plainPath(const std::vector<std::string>& names) {
     std::string path;
     for (const std::string& name : names) {
         if (&name != &names.front()) {
@@ -59,11 +56,26 @@ std::string joinPath(const std::vector<std::string>& names) {
         }
         path += name;
     }
+    return path;
+}
+
+std::string joinPath(const std::vector<std::string>& names) {
+    if (names.empty()) {
+        return "/";
+    }
+    const std::string path = plainPath(names);
     // What would not be read back as these names without a slash in front.
     return path.empty() || path == "." || path.front() == '/' ? "/" + path : path;
 }
 
+bool isNothing(const std::vector<std::string>& path) {
+    return path.size() == 1 && path.front().empty();
+}
+
 std::string nameOfKey(const std::vector<std::string>& path) {
+    if (isNothing(path)) {
+        return "the key \"\" (the root key is \"/\")";
+    }
     return path.empty() ? "the root key" : "the key \"" + printable(joinPath(path)) + '"';
 }
 

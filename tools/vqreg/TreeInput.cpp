@@ -173,11 +173,12 @@ void checkRules(const StoreOptions& options, const PlacedTree& tree) {
     throw CommandError(eExit::eWrongKind, broken.back());
 }
 
-void printChanges(const std::vector<Change>& changes, const Names& above, bool json) {
+void printChanges(const std::vector<Change>& changes, const Names& above, bool json,
+                  const Names& root) {
     Output& output = Output::standard();
     for (const Change& change : changes) {
         if (json) {
-            output.json(jsonOf(change), -1);
+            output.json(jsonOf(change, root), -1);
             continue;
         }
         const eStyle style = change.kind == Change::eKind::eCreated   ? eStyle::eAdded

@@ -48,8 +48,10 @@ PlacedTree placedTree(const StoreOptions& options, const std::string& file, std:
 // Throws eWrongKind when the tree breaks a rule of the format, after all have been printed.
 void checkRules(const StoreOptions& options, const PlacedTree& tree);
 
-// On standard output, a line for each; `above` is put before the paths of the text lines.
-void printChanges(const std::vector<Change>& changes, const Names& above, bool json);
+// On standard output, a line for each; `above` is put before the paths of the text lines. `root` is
+// for JSON lines of changes whose paths begin at the top of a file.
+void printChanges(const std::vector<Change>& changes, const Names& above, bool json,
+                  const Names& root = {});
 
 // Makes the changes, deletions first; `done` is called after each one.
 void applyChanges(StoreSession& session, const std::vector<Change>& changes,
