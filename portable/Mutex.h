@@ -51,6 +51,9 @@ public:
     // 0, or EPERM when the calling thread does not hold the mutex.
     int release();
 
+    // True when the calling thread holds the mutex through another object of this process.
+    bool isHeldThroughAnother() const;
+
     // Who holds it at this moment; only good for telling a person.
     Holder holder() const;
 

@@ -32,28 +32,41 @@ std::uint64_t textSize(const CKeyOrValue& node) {
 
 int CRegLibImplFile::ExportConfig() {
     REGLIB_TRACE(eTraceFlow, ">>>CRegLibImplFile::ExportConfig\n");
-    m_ullTextSize = textSize(*m_pRootNode);
-    std::string openedName;
-    const int result = FileOpen(eWrite, &openedName);
+    // After a reading that an error cut short, the file may hold more than the tree.
+    const int result = m_isReadCutShort ? REGLIB_E_FILE_OPEN : replaceText();
     if (result < 0) {
         REGLIB_TRACE(eTraceAlways,
                      "(Error) CRegLibImplFile::ExportConfig (0x%08X), export failed 0x%08X\n",
                      traceId(this), static_cast<unsigned>(result));
         return result;
     }
-    writeTree(openedName);
-    FileClose(eWrite, openedName);
     renewSharedStamp();
     m_ullLocalChangeStamp = *m_pullSharedChangeStamp;
     REGLIB_TRACE(eTraceFlow, "<<<CRegLibImplFile::ExportConfig\n");
     return REGLIB_OK;
 }
 
+// A text that could not be written whole takes nobody's place.
+int CRegLibImplFile::replaceText() {
+    m_ullTextSize = textSize(*m_pRootNode);
+    std::string openedName;
+    const int opened = FileOpen(eWrite, &openedName);
+    if (opened < 0) {
+        return opened;
+    }
+    const bool isWhole = writeTree(openedName);
+    if (FileClose(isWhole ? eWrite : eRead, openedName) < 0 || !isWhole) {
+        CFileOps::current().unlink(openedName.c_str());
+        return REGLIB_E_FILE_OPEN;
+    }
+    return REGLIB_OK;
+}
+
 // Leaves no half-written file behind when there is no memory for the buffer.
-void CRegLibImplFile::writeTree(const std::string& openedName) try {
+bool CRegLibImplFile::writeTree(const std::string& openedName) try {
     CLineWriter writer(this, m_pFile, static_cast<std::size_t>(m_ullTextSize));
     ExportConfigHelper(m_pRootNode.get(), writer);
-    writer.finish();
+    return writer.finish();
 } catch (...) {
     FileClose(eRead, std::string());
     CFileOps::current().unlink(openedName.c_str());

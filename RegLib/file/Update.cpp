@@ -10,11 +10,18 @@ namespace VQRegLib {
 int CRegLibImplFile::VQRegBeginUpdate() {
     return guarded([this] {
         COperation operation(*this);
-        if (operation.result() >= 0) {
-            Lock();  // once more, and kept
-            ++m_nUpdateDepth;
+        if (operation.result() < 0) {
+            return operation.result();
         }
-        return operation.result();
+        if (isUpdatedElsewhere()) {
+            return REGLIB_E_FAIL;
+        }
+        if (m_isReadCutShort) {
+            return REGLIB_E_FILE_OPEN;  // its end could write nothing
+        }
+        Lock();  // once more, and kept
+        ++m_nUpdateDepth;
+        return REGLIB_OK;
     });
 }
 
@@ -29,6 +36,26 @@ int CRegLibImplFile::VQRegEndUpdate() {
     });
     Unlock();
     return result;
+}
+
+// A new stamp is all that it takes. In an update it would make the next operation read the file over
+// the changes that are still to be written.
+int CRegLibImplFile::VQRegReload() {
+    return guarded([this] {
+        const CStoreLock lock(*this, eUnwinding::eRelease);
+        if (isUpdating() || isUpdatedElsewhere()) {
+            return REGLIB_E_FAIL;
+        }
+        renewSharedStamp();
+        return REGLIB_OK;
+    });
+}
+
+// The thread holds the lock through another store of this process, which has an update on the same
+// file. What this store wrote now would be overwritten by that update's end, and would bring half of
+// it to light before.
+bool CRegLibImplFile::isUpdatedElsewhere() const {
+    return m_pMutex->isHeldThroughAnother();
 }
 
 // What an operation calls when it has changed the tree.

@@ -257,6 +257,12 @@ int CRegLib::VQRegEndUpdate() {
     });
 }
 
+int CRegLib::VQRegReload() {
+    REGLIB_TRACE(eTraceFlow, "CRegLib::VQRegReload (0x%08X)\n", traceId(this));
+    return delegate(m_pImpl, true, __LINE__,
+                    [](CRegLibImpl& store) { return store.VQRegReload(); });
+}
+
 int CRegLib::SendRegistryChangeNotification() {
     if (!m_pImpl) {
         return REGLIB_OK;

@@ -73,6 +73,10 @@ bool CRegLibImpl::isUpdating() const {
     return false;
 }
 
+int CRegLibImpl::VQRegReload() {
+    return REGLIB_E_FAIL;
+}
+
 bool CRegLibImpl::hasWatcher() {
     const CCritSecGuard guard(m_watcherLock, __LINE__);
     return m_pWatcherThread != nullptr;
