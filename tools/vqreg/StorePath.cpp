@@ -5,6 +5,7 @@
 
 #include "tools/vqreg/ExitCode.h"
 #include "tools/vqreg/Output.h"
+#include "tools/vqreg/StoreLink.h"
 #include "tools/vqreg/StoreSession.h"
 
 namespace vqreg {
@@ -22,6 +23,10 @@ std::string rootName(const StoreOptions& options) {
 }
 
 std::string storeFile(const StoreOptions& options) {
+    return fileBehindLinks(givenFile(options));
+}
+
+std::string givenFile(const StoreOptions& options) {
     if (!options.file) {
         struct stat status {};
         return ::stat(kPreferredDirectory, &status) == 0 ? kPreferredFile : kUsualFile;

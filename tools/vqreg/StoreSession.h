@@ -27,7 +27,9 @@ struct StoreOptions {
 // The name of the root key, which may be a path.
 std::string rootName(const StoreOptions& options);
 
-// The path of the file that the library uses for these options, an absolute one.
+// The absolute path that these options give, and the one of the file that the library uses for it:
+// they differ where the given one is a symbolic link. Throws for a link that is not to be followed.
+std::string givenFile(const StoreOptions& options);
 std::string storeFile(const StoreOptions& options);
 
 // Paths below the root key have "/" between names; "/" and "." are the root key itself; one leading
