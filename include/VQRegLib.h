@@ -20,7 +20,7 @@
 /// inside a call of it at the moment of the fork. Handlers of the parent are not called in the
 /// child. In the child no update is open, whatever its parent was doing: it does not see the changes
 /// of an update that has not ended, `CRegLib::VQRegEndUpdate` fails, the end of a `CRegUpdate` does
-/// nothing, and the parent's update goes on untouched. A fork waits up to two seconds for another
+/// nothing, and the parent's update goes on untouched. A fork waits up to 200 ms for another
 /// thread that is opening or closing a session; the child of one that has waited in vain cannot use
 /// the library: every call returns `REGLIB_E_FAIL`, and new sessions have no store.
 ///

@@ -58,6 +58,7 @@ public:
     int VQRegEndUpdate() override;
     bool isUpdating() const override { return m_nUpdateDepth > 0; }
     int VQRegReload() override;
+    void dropInheritedUpdate() override;
 
     // VQRegCreateKey without taking a reference for the caller.
     int VQRegFindKey(CRegKey* parent, const char* subKey, CRegKey& key, int create, int* exists);
@@ -97,6 +98,8 @@ private:
 
     int commitChange();
     bool isUpdatedElsewhere() const;
+    int readAnew();
+    void moveHandles(const CKeyOrValue& from, CKeyOrValue& to);
 
     // Import.
     int ImportConfigHelper();
@@ -131,7 +134,7 @@ private:
     // keeps one alive whose handles shall go on working.
     void discard(std::unique_ptr<CKeyOrValue> node);
     void displace(std::unique_ptr<CKeyOrValue> node);
-    void orphanHandles(const CKeyOrValue& node);
+    void orphanHandles(const CKeyOrValue& top);
     void makeRoomForDisplaced();
     bool isAboveDisplaced(const CKeyOrValue& node) const;
 
@@ -142,9 +145,10 @@ private:
     std::uint64_t* m_pullSharedChangeStamp = nullptr;
     std::uint64_t m_ullLocalChangeStamp = 0;
 
-    int m_nUpdateDepth = 0;           // updates begun and not ended; with the lock held
-    bool m_bUpdatePending = false;    // the tree has changes that the end of the update will write
-    bool m_isReadCutShort = false;    // the last reading ended in an error: the tree is not whole
+    int m_nUpdateDepth = 0;         // updates begun and not ended; with the lock held
+    bool m_bUpdatePending = false;  // the tree has changes that the end of the update will write
+    bool m_isTreeAhead = false;     // it has changes of an update that this process must not write
+    bool m_isReadCutShort = false;  // the last reading ended in an error: the tree is not whole
     std::uint64_t m_ullTextSize = 0;  // for which the next FileOpen for writing makes room
     CConfigFile m_file;
     std::vector<std::unique_ptr<CKeyOrValue>> m_displaced;

@@ -45,7 +45,7 @@ int CRegLibImplFile::ImportConfig() {
     {
         const CCloser closer([this] { FileClose(eRead, std::string()); });
         m_pPositions->forget();
-        result = ImportConfigHelper();
+        result = m_isTreeAhead ? readAnew() : ImportConfigHelper();
     }
     if (result == REGLIB_E_END_OF_FILE) {
         result = REGLIB_OK;
@@ -152,6 +152,7 @@ int CRegLibImplFile::ImportCreateValueHelper(CKeyOrValue* key, std::string_view 
     if (found) {
         makeRoomForDisplaced();
         value->m_pParent = key;
+        value->m_place = at;
         at->second.swap(value);
         m_pPositions->importHint = std::next(at);
         displace(std::move(value));

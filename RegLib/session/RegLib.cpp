@@ -23,7 +23,7 @@ int delegate(CRegLibImpl* store, bool argumentsGiven, int location, Operation&& 
     if (!store) {
         return REGLIB_E_NOT_INITIALIZED;
     }
-    if (!argumentsGiven) {
+    if (!argumentsGiven || !CRegLibImplDirectory::isUsable()) {
         return REGLIB_E_FAIL;
     }
     const CNoCancellation noCancellation;
@@ -221,14 +221,14 @@ int CRegLib::VQRegDestroyKeyVect(std::vector<CRegKey*>& keys) {
 }
 
 void CRegLib::SetRegistryChangeHandler(CRegistryChangeHandler* handler) {
-    if (m_pImpl) {
+    if (m_pImpl && CRegLibImplDirectory::isUsable()) {
         const CNoCancellation noCancellation;
         m_pImpl->SetRegistryChangeHandler(handler);
     }
 }
 
 void CRegLib::ClrRegistryChangeHandler(CRegistryChangeHandler* handler) {
-    if (m_pImpl) {
+    if (m_pImpl && CRegLibImplDirectory::isUsable()) {
         const CNoCancellation noCancellation;
         m_pImpl->ClrRegistryChangeHandler(handler);
     }

@@ -73,6 +73,8 @@ bool CRegLibImpl::isUpdating() const {
     return false;
 }
 
+void CRegLibImpl::dropInheritedUpdate() {}
+
 int CRegLibImpl::VQRegReload() {
     return REGLIB_E_FAIL;
 }

@@ -73,6 +73,9 @@ public:
     virtual int VQRegEndUpdate();
     virtual bool isUpdating() const;
 
+    // In a child of fork: the update that its parent had begun is not the child's.
+    virtual void dropInheritedUpdate();
+
     // Makes every process read the store's file again at its next operation.
     virtual int VQRegReload();
 
