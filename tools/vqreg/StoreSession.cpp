@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include "tools/vqreg/ExitCode.h"
+#include "tools/vqreg/LockWatch.h"
 #include "tools/vqreg/Output.h"
 #include "tools/vqreg/Rules.h"
 #include "tools/vqreg/StoreImpl.h"
@@ -203,6 +204,12 @@ void StoreSession::announce() {
         throw CommandError(eExit::eUnavailable, m_impl->file + ": the notification cannot be sent");
     }
     m_impl->isChanged = false;
+}
+
+void StoreSession::reload() {
+    const LockWatch watch({m_impl->file}, m_impl->options.timeoutSeconds);
+    m_impl->check(m_impl->session->VQRegReload());
+    m_impl->isChanged = true;
 }
 
 CRegLib& StoreSession::session() {

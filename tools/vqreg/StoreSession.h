@@ -83,6 +83,8 @@ public:
     // With everything below it; of the root key only what is below it.
     bool removeKey(const std::vector<std::string>& path);
     void announce();  // now
+    // Makes all processes read the file again, this one included: it was changed by other means.
+    void reload();
 
     VQRegLib::CRegLib& session();
 

@@ -24,6 +24,10 @@ std::string readInput(const std::string& file);
 // Each finding as a line on standard error.
 void printFindings(const std::string& file, const std::vector<Finding>& findings);
 
+// Throws eMalformed for a text that the library refuses, eWrongKind for one that it reads only a
+// part of. Nothing is printed.
+void checkClean(const std::string& file, const ConfigText& parsed);
+
 // The tree of a configuration text, its top first. Prints what is odd about the text. Throws
 // eMalformed when the library would refuse the text, after all faults have been printed.
 Key parsedTop(const std::string& file, std::string_view text);
