@@ -189,6 +189,13 @@ TEST_F(Keys, ASlashBehindAKeyThatExistsDoesNotMatter) {
     EXPECT_EQ(run({"export", "Net/Dns/"}), run({"export", "Net/Dns"}));
     EXPECT_EQ(run({"export", "--json", "Net/Dns/"}), run({"export", "--json", "Net/Dns"}));
     EXPECT_EQ(run({"ls", "--json", "Net/"}), run({"ls", "--json", "Net"}));
+    make({"cp", "Net/Dns/", "Copy"});
+    make({"cp", "-f", "Net/Dns/", "Copy/"});
+    make({"cp", "Net/", "Port", "Copy/"});
+    EXPECT_EQ(run({"ls", "Copy"}), prints("First\nPort\n"));
+    make({"rm", "-r", "Copy/"});
+    EXPECT_EQ(run({"mv", "Net/", "Net/Dns/Net"}).status, 2) << "below itself";
+    EXPECT_EQ(run({"mv", "Net/", "Net"}).status, 2) << "to itself";
     make({"set", "Void/", "V", "1"});
     make({"rm", "Void/", "V"});
     make({"mkkey", "Void/"});

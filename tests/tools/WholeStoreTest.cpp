@@ -315,6 +315,7 @@ TEST_F(WholeStore, Complete) {
     EXPECT_EQ(run({"complete", "keys"}), prints("Nest\nNet\nNet/Dns\n"));
     EXPECT_EQ(run({"complete", "keys", "net"}), prints("Net\nNet/Dns\n"));
     EXPECT_EQ(run({"complete", "values", "Net/Dns"}), prints("First\nSecond\n"));
+    EXPECT_EQ(run({"complete", "values", "Net/Dns/"}), prints("First\nSecond\n"));
     EXPECT_EQ(run({"complete", "values", "net/dns", "s"}), prints("Second\n"));
     EXPECT_EQ(run({"complete", "values", "No"}), prints(""));
     EXPECT_EQ(vqtest::runVqreg({"--file", "/nowhere/x", "complete", "keys"}), prints(""));
