@@ -67,8 +67,8 @@ void checkPlaces(const CopyMoveOptions& options, const Path& from, const Path& t
 // One update from the first look on. The whole tree is checked before the first change.
 void copyKey(const CopyMoveOptions& options, StoreSession& store,
              const StoreOptions& storeOptions) {
-    const Path from = splitPath(options.first);
-    const Path to = splitPath(options.second);
+    const Path from = store.tidied(splitPath(options.first));
+    const Path to = store.tidied(splitPath(options.second));
     checkPlaces(options, from, to);
     store.begin();
     const auto key = store.load(from);
@@ -91,8 +91,8 @@ void copyKey(const CopyMoveOptions& options, StoreSession& store,
 }
 
 void copyValue(const CopyMoveOptions& options, StoreSession& store) {
-    const Path from = splitPath(options.first);
-    const Path to = splitPath(*options.third);
+    const Path from = store.tidied(splitPath(options.first));
+    const Path to = store.tidied(splitPath(*options.third));
     const std::string newName = options.fourth.value_or(options.second);
     const bool isSamePlace = isSame(from, to) && folded(options.second) == folded(newName);
     if (isSamePlace && (!options.move || options.second == newName)) {

@@ -1,17 +1,18 @@
 // vqreg edit: a part of the store in the user's editor.
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <memory>
+#include <utility>
 
 #include "tools/vqreg/Commands.h"
 #include "tools/vqreg/Confirm.h"
 #include "tools/vqreg/Editor.h"
 #include "tools/vqreg/ExitCode.h"
-#include "tools/vqreg/Interruption.h"
 #include "tools/vqreg/Output.h"
+#include "tools/vqreg/StoreFault.h"
 #include "tools/vqreg/TreeInput.h"
+#include "tools/vqreg/WholeFile.h"
 
 namespace vqreg {
 
@@ -22,14 +23,15 @@ struct EditOptions {
     bool yes = false;
 };
 
-Key load(const Context& context, const Names& path) {
+// The key, and its path without what does not belong to it.
+std::pair<Names, Key> load(const Context& context, const Names& given) {
     StoreSession session(context.store);
+    const Names path = session.tidied(given);
     std::optional<Key> key = session.load(path);
     if (!key) {
-        throw CommandError(eExit::eNegative,
-                           fmt::format("there is no key \"{}\"", printable(joinPath(path))));
+        throw CommandError(eExit::eNegative, nameOfKey(path) + " does not exist");
     }
-    return std::move(*key);
+    return {path, std::move(*key)};
 }
 
 std::string textOf(const Context& context, const Names& path, const Key& key) {
@@ -38,29 +40,23 @@ std::string textOf(const Context& context, const Names& path, const Key& key) {
     return composeConfigText(topAround(full, key));
 }
 
-// Until the text is well-formed. None when it has not been changed.
+// An editor that failed may have left nothing, and nobody means a store without a key.
+void checkHasKey(const std::string& file, const ConfigText& parsed) {
+    if (parsed.isReadable() && parsed.top.keys.empty()) {
+        throw CommandError(eExit::eWrongKind, file + ": the text has no key line");
+    }
+}
+
+// None when it has not been changed.
 std::optional<PlacedTree> edited(const Context& context, const Names& path,
                                  const std::string& before, const TemporaryText& file) {
-    for (;;) {
-        runEditor(file.path());
-        const std::string text = readInput(file.path());
-        if (text == before) {
-            return std::nullopt;
-        }
-        try {
-            PlacedTree tree = placedTree(context.store, file.path(), text, path);
-            checkRules(context.store, tree);
-            return tree;
-        } catch (const CommandError& error) {
-            if (isatty(STDIN_FILENO) == 0) {
-                throw;
-            }
-            note(error.what());
-            if (!confirm("Edit the text again?")) {
-                throw;
-            }
-        }
-    }
+    PlacedTree tree;
+    const bool isChanged = editText(file, before, [&](const std::string& text) {
+        checkHasKey(file.path(), parseConfigText(text));
+        tree = placedTree(context.store, file.path(), text, path);
+        checkRules(context.store, tree);
+    });
+    return isChanged ? std::optional(std::move(tree)) : std::nullopt;
 }
 
 // A session of its own: that of before would keep what other processes have deleted meanwhile.
@@ -77,6 +73,14 @@ void apply(const Context& context, const Names& path, const Key& before,
     session.end();
 }
 
+// On standard error.
+void showChanges(const std::vector<Change>& changes, const Names& above) {
+    for (const Change& change : changes) {
+        // Nobody can be told where this fails.
+        std::fputs((lineOf(change, above) + '\n').c_str(), stderr);
+    }
+}
+
 void editKey(Context& context, const EditOptions& options, const Names& path, const Key& before,
              TemporaryText& file) {
     const std::string text = textOf(context, path, before);
@@ -87,39 +91,69 @@ void editKey(Context& context, const EditOptions& options, const Names& path, co
         note("nothing has been changed");
         return;
     }
-    for (const Change& change : changes) {
-        // Nobody can be told where this fails.
-        std::fputs((lineOf(change, rootNames(context.store)) + '\n').c_str(), stderr);
-    }
+    showChanges(changes, rootNames(context.store));
     if (!options.yes && !confirm("Make these changes?")) {
         throw CommandError(eExit::eNegative, "nothing has been changed");
     }
     apply(context, path, before, changes);
 }
 
-// Says where the text stays; nothing if the editor has removed it.
-std::string keep(TemporaryText& file, const std::string& before) {
-    file.keep();
-    return ::access(file.path().c_str(), F_OK) == 0
-               ? before + "the edited text is in " + file.path()
-               : std::string();
+// The store's text, when it is malformed.
+std::optional<std::string> malformedText(const StoreOptions& options) {
+    std::optional<std::string> text = readStoreFileIfAny(storeFile(options), rootName(options));
+    return text && !parseConfigText(*text).isReadable() ? text : std::nullopt;
+}
+
+ConfigText checkedText(const std::string& file, const std::string& text) {
+    ConfigText parsed = parseConfigText(text);
+    printFindings(file, parsed.findings);
+    checkClean(file, parsed);
+    checkHasKey(file, parsed);
+    return parsed;
+}
+
+// The library refuses the file, so the text itself is edited, all of it, and nothing else takes its
+// place than a text that the library takes.
+void editMalformed(const StoreOptions& options, const std::string& before, bool yes) {
+    const std::string file = storeFile(options);
+    const ConfigText present = parseConfigText(before);
+    printFindings(file, present.findings);
+    note(file + ": the text is malformed; all of it is edited");
+    TemporaryText edited(before);
+    bool isChanged = false;
+    keepingText(edited, [&] {
+        std::string text;
+        ConfigText wanted;
+        isChanged = editText(edited, before, [&](const std::string& now) {
+            wanted = checkedText(edited.path(), now);
+            text = now;
+        });
+        if (!isChanged) {
+            return;
+        }
+        showChanges(difference(present.all(), wanted.top), {});
+        if (!yes && !confirm("Write this text?")) {
+            throw CommandError(eExit::eNegative, "nothing has been changed");
+        }
+        replaceMalformed(options, text, &before);
+        makeReread(options, wanted.top);
+    });
+    if (!isChanged) {
+        throw CommandError(eExit::eMalformed,
+                           file + ": the text is malformed still; nothing has been changed");
+    }
 }
 
 void runEdit(Context& context, const EditOptions& options) {
-    const Names path = splitPath(options.key);
-    const Key before = load(context, path);
-    TemporaryText file(textOf(context, path, before));
-    try {
-        editKey(context, options, path, before, file);
-    } catch (const CommandError& error) {
-        throw CommandError(error.code(), error.what() + keep(file, "; "));
-    } catch (const Interrupted&) {
-        const std::string place = keep(file, "");
-        if (!place.empty()) {
-            note(place);
-        }
-        throw;
+    if (const auto malformed = malformedText(context.store)) {
+        editMalformed(context.store, *malformed, options.yes);
+        return;
     }
+    const auto [path, before] = load(context, splitPath(options.key));
+    TemporaryText file(textOf(context, path, before));
+    keepingText(file, [&, &path = path, &before = before] {
+        editKey(context, options, path, before, file);
+    });
 }
 
 }  // namespace
@@ -131,7 +165,9 @@ void addEdit(CLI::App& app, Context& context) {
     command->add_flag("-y,--yes", options->yes, "Do not ask before the changes are made");
     command->footer(
         "The editor is $VISUAL, else $EDITOR, else vi. What is deleted from the text is deleted\n"
-        "from the store. Nothing is written when the store has changed meanwhile.");
+        "from the store. Nothing is written when the store has changed meanwhile.\n"
+        "Of a malformed file the whole text is edited, whatever the KEY, and written when it is\n"
+        "well-formed.");
     command->callback([&context, options] { runEdit(context, *options); });
 }
 

@@ -32,7 +32,10 @@ void set(const SetOptions& options, Context& context) {
     value.name = options.name;
     value.type = typeOf(options);
     parseData(options.data, value);
-    StoreSession(context.store).set(splitPath(options.key), value);
+    const Path path = splitPath(options.key);
+    if (StoreSession(context.store).set(path, value)) {
+        note("made " + nameOfKey(path));
+    }
 }
 
 }  // namespace

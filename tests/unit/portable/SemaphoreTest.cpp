@@ -410,7 +410,7 @@ TEST_F(Semaphore, IsLostWithTheDescriptorAndMayBeOwnedAgain) {
 TEST_F(Semaphore, IsOwnedAgainUnderTheNumberThatItHad) {
     ForkedChild program([&] {
         SemaphoreOf semaphore(name);
-        for (int i = 0; i < 2; ++i) {
+        for (int i = 0; i < 3; ++i) {
             if (!semaphore.own() || !semaphore.isOwner()) {
                 return 1;
             }
