@@ -2,9 +2,11 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
-#include <pthread.h>
 #include <sys/file.h>
+#include <sys/ipc.h>
+#include <sys/shm.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -15,6 +17,8 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <sstream>
+#include <string_view>
 
 #include "tools/vqreg/FileHandle.h"
 
@@ -26,20 +30,26 @@ constexpr char kDirectory[] = "/dev/shm/";
 constexpr std::size_t kLongestName = NAME_MAX;
 constexpr char kSemaphorePrefix[] = "sem.REG-CHANGENOTIF-SEM-BF96420F-BEA8-4a58-AA2E-FA2A7AE7F5A5-";
 
-// The lock object on a machine of this word size: tag, mutex, holder, since when.
-struct LockObject {
-    struct Tag {
-        char magic[8];
-        std::uint32_t version;
-        std::uint32_t wordSize;
-        std::uint32_t libc;
-        std::uint32_t mutexSize;
-    };
-    Tag tag;
-    alignas(pthread_mutex_t) char mutex[sizeof(pthread_mutex_t)];
-    std::int32_t holderPid;
-    std::int64_t heldSince;
+// What the lock object holds: who has written down that it holds the lock, and since when.
+struct HolderNote {
+    std::int64_t pid;
+    std::int64_t since;
 };
+
+// What the object of the block holds, and what the segment begins with.
+struct BlockRecord {
+    char magic[8];
+    std::uint64_t ipcNamespace;
+    std::int64_t id;
+    unsigned char lot[16];
+};
+struct SegmentHeader {
+    char magic[8];
+    std::uint64_t size;
+    unsigned char lot[16];
+    char name[32];
+};
+constexpr std::string_view kBlockMagic = "CPBlock1";
 
 std::string absolutePath(const std::string& path) {
     const std::size_t slash = path.rfind('/');
@@ -84,22 +94,36 @@ std::string hash128(const std::string& text) {
                        static_cast<std::uint64_t>(hash & ~std::uint64_t{0}));
 }
 
-// Reads a whole object of exactly this size.
+// Reads the beginning of an object, and tells which file that is.
 template <typename Object>
-std::optional<Object> readObject(const std::string& path) {
+std::optional<Object> readObject(const std::string& path, struct stat& status) {
     const FileHandle file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
-    struct stat status {};
-    if (!file.isOpen() || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode) ||
-        static_cast<std::size_t>(status.st_size) != sizeof(Object)) {
-        return std::nullopt;
-    }
     char bytes[sizeof(Object)];
-    if (::read(file.get(), bytes, sizeof bytes) != static_cast<ssize_t>(sizeof bytes)) {
+    if (!file.isOpen() || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode) ||
+        ::pread(file.get(), bytes, sizeof bytes, 0) != static_cast<ssize_t>(sizeof bytes)) {
         return std::nullopt;
     }
     Object object;
     std::memcpy(&object, bytes, sizeof object);
     return object;
+}
+
+// The process that has the kernel's exclusive lock on a file; -1 when it is out of sight. A line is
+// "1: FLOCK  ADVISORY  WRITE 731 00:1b:4711 0 EOF"; those who wait have "->" before the kind.
+std::optional<std::int32_t> holderOfFileLock(const struct stat& file) {
+    const std::string place =
+        fmt::format("{:02x}:{:02x}:{}", major(file.st_dev), minor(file.st_dev), file.st_ino);
+    std::ifstream locks("/proc/locks");
+    for (std::string line; std::getline(locks, line);) {
+        std::istringstream fields(line);
+        std::string number, kind, manner, access, at;
+        std::int32_t pid = 0;
+        if (fields >> number >> kind >> manner >> access >> pid >> at && kind == "FLOCK" &&
+            access == "WRITE" && at == place) {
+            return pid > 0 ? pid : -1;
+        }
+    }
+    return std::nullopt;
 }
 
 std::string programOf(std::int32_t pid) {
@@ -128,27 +152,63 @@ std::string sharedObjectPath(const std::string& kind, const std::string& file) {
 }
 
 std::string lockObjectPath(const std::string& file) {
-    return sharedObjectPath("CPMutex", file);
+    return sharedObjectPath("CPLock", file);
 }
 
 std::string LockHolder::text() const {
+    if (pid < 0) {
+        return "a process out of sight";
+    }
     const std::string program = programOf(pid);
-    const std::int64_t seconds = std::max<std::int64_t>(0, std::time(nullptr) - since);
-    return program.empty() ? fmt::format("process {}, for {} s", pid, seconds)
-                           : fmt::format("process {} ({}), for {} s", pid, program, seconds);
+    std::string result = fmt::format("process {}", pid);
+    if (!program.empty()) {
+        result += fmt::format(" ({})", program);
+    }
+    if (since != 0) {
+        const std::int64_t seconds = std::max<std::int64_t>(0, std::time(nullptr) - since);
+        result += fmt::format(", for {} s", seconds);
+    }
+    return result;
 }
 
 std::optional<LockHolder> lockHolder(const std::string& file) {
-    const auto object = readObject<LockObject>(lockObjectPath(file));
-    if (!object || std::memcmp(object->tag.magic, "CPMutex", 8) != 0 || object->tag.version != 1 ||
-        object->holderPid == 0) {
+    struct stat status {};
+    const auto note = readObject<HolderNote>(lockObjectPath(file), status);
+    const auto pid = status.st_ino != 0 ? holderOfFileLock(status) : std::nullopt;
+    if (!pid) {
         return std::nullopt;
     }
-    return LockHolder{object->holderPid, object->heldSince};
+    return LockHolder{*pid, note && note->pid == *pid ? note->since : 0};
+}
+
+std::optional<std::int64_t> blockSegment(const std::string& file) {
+    struct stat status {};
+    const auto record = readObject<BlockRecord>(sharedObjectPath("CPBlock", file), status);
+    if (!record || std::string_view(record->magic, sizeof record->magic) != kBlockMagic ||
+        record->id != static_cast<int>(record->id)) {
+        return std::nullopt;
+    }
+    return record->id;
 }
 
 std::optional<std::uint64_t> changeStamp(const std::string& file) {
-    return readObject<std::uint64_t>(sharedObjectPath("CPSharedMemory", file));
+    const auto id = blockSegment(file);
+    struct shmid_ds status {};
+    if (!id || ::shmctl(static_cast<int>(*id), IPC_STAT, &status) != 0 ||
+        status.shm_segsz != sizeof(SegmentHeader) + sizeof(std::uint64_t)) {
+        return std::nullopt;
+    }
+    const void* const segment = ::shmat(static_cast<int>(*id), nullptr, SHM_RDONLY);
+    if (segment == reinterpret_cast<void*>(-1)) {
+        return std::nullopt;
+    }
+    SegmentHeader header;
+    std::uint64_t stamp = 0;
+    std::memcpy(&header, segment, sizeof header);
+    std::memcpy(&stamp, static_cast<const char*>(segment) + sizeof header, sizeof stamp);
+    ::shmdt(segment);
+    const bool isBlock = std::string_view(header.magic, sizeof header.magic) == kBlockMagic;
+    return isBlock && stamp != 0 ? std::optional(stamp) : std::nullopt;
 }
 
 std::vector<NotificationSemaphore> notificationSemaphores() {

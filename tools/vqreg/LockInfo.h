@@ -18,8 +18,8 @@ std::string sharedObjectPath(const std::string& kind, const std::string& file);
 std::string lockObjectPath(const std::string& file);
 
 struct LockHolder {
-    std::int32_t pid = 0;
-    std::int64_t since = 0;  // seconds since the epoch
+    std::int32_t pid = 0;    // -1: of a process out of sight
+    std::int64_t since = 0;  // seconds since the epoch; 0: unknown
 
     std::string text() const;  // "process 4711 (agent), for 12 s"
 };
@@ -27,7 +27,11 @@ struct LockHolder {
 // None when nobody holds the lock, or nobody has made it yet.
 std::optional<LockHolder> lockHolder(const std::string& file);
 
-// The time of the last change that the processes agree on, in nanoseconds; none without an object.
+// The number of the memory segment that the processes with the store share; none without an object.
+std::optional<std::int64_t> blockSegment(const std::string& file);
+
+// The time of the last change that the processes agree on, in nanoseconds, odd while one is being
+// made; none when no process has the store open.
 std::optional<std::uint64_t> changeStamp(const std::string& file);
 
 struct NotificationSemaphore {

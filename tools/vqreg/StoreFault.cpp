@@ -130,7 +130,7 @@ std::optional<CommandError> textFault(const std::string& file, const std::string
 }
 
 std::optional<CommandError> sharedObjectFault(const std::string& file) {
-    for (const char* const kind : {"CPMutex", "CPSharedMemory"}) {
+    for (const char* const kind : {"CPLock", "CPBlock"}) {
         const std::string object = sharedObjectPath(kind, file);
         struct stat status {};
         if (::lstat(object.c_str(), &status) != 0) {
