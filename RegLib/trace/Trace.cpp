@@ -46,6 +46,7 @@ void compose(char (&line)[kLineSize], const char* format, std::va_list arguments
                                      static_cast<int>(CPortable::GetCurrentProcessId()),
                                      static_cast<int>(CPortable::GetCurrentThreadId()));
     const auto used = static_cast<std::size_t>(prefix);
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the caller has started it
     std::vsnprintf(line + used, sizeof line - used, format, arguments);
 }
 
@@ -288,7 +289,6 @@ void CRegLibTrace::trace(const char* format, ...) {
         }
         std::va_list arguments;
         va_start(arguments, format);
-        // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): started in the line above
         compose(line, format, arguments);
         va_end(arguments);
         isWritten = write(line);
