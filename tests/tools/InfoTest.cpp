@@ -83,6 +83,8 @@ TEST_F(Info, SaysNothingOfTheKindOtherwise) {
 // A number of 64 bits would not survive every reader of JSON.
 TEST_F(Info, TheStampIsATextInJson) {
     make({"set", "/", "V", "1"});
+    const VQRegLib::CRegLib session(file.path().c_str(), nullptr,
+                                    VQRegLib::CRegLib::eLocationDefault, nullptr);
     const std::string out = run({"info", "--json"}).out;
     const std::size_t at = out.find("\"stamp\": \"");
     ASSERT_NE(at, std::string::npos) << out;

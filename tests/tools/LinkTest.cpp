@@ -75,6 +75,8 @@ TEST_F(LinkedStore, InfoShowsBothNamesAndTheObjectsOfTheRealFile) {
     file.write(kText);
     link("link", file.path());
     ASSERT_EQ(run({"set", "/", "V", "y"}), prints(""));
+    const VQRegLib::CRegLib session(file.path().c_str(), nullptr,
+                                    VQRegLib::CRegLib::eLocationDefault, nullptr);
     const std::string out = runAt("link", {"info"}).out;
     EXPECT_EQ(out.substr(0, out.find("\nwhy")),
               "file           " + at("link") + "\nreal file      " + file.path());

@@ -46,6 +46,8 @@ TEST_F(WholeStore, Info) {
 
     make({"set", "/", "V", "y"});
     std::ofstream("/dev/shm/sem.REG-CHANGENOTIF-SEM-BF96420F-BEA8-4a58-AA2E-FA2A7AE7F5A5-99999");
+    const VQRegLib::CRegLib session(file.path().c_str(), nullptr,
+                                    VQRegLib::CRegLib::eLocationDefault, nullptr);
     const auto second = run({"info"});
     const std::regex after("(.*\n)*backup         " + file.path() +
                            "\\.bak, 58 bytes, .*\n(.*\n)*change stamp   [1-9]\\d+\n(.*\n)*"

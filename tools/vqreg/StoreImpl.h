@@ -63,6 +63,7 @@ struct StoreSession::Impl {
     VQRegLib::CRegKey* step(VQRegLib::CRegKey& from, const Path& path, std::size_t at,
                             VQRegLib::CRegKey& key, bool create);
 
+    std::optional<Key> load(const Path& path, int depthLeft, const std::function<void()>& done);
     std::vector<Value> valueNames(VQRegLib::CRegKey& key);
     std::vector<std::string> keyNames(VQRegLib::CRegKey& key);
     int query(VQRegLib::CRegKey& key, Value& value);

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include "tools/vqreg/ExitCode.h"
+#include "tools/vqreg/LockInfo.h"
 #include "tools/vqreg/LockWatch.h"
 #include "tools/vqreg/Output.h"
 #include "tools/vqreg/Rules.h"
@@ -13,6 +14,8 @@ namespace vqreg {
 using namespace VQRegLib;
 
 namespace {
+
+constexpr int kFreeReadings = 5;
 
 // Keeps what several calls read together: an update without changes writes nothing.
 template <typename Impl>
@@ -79,12 +82,26 @@ std::vector<std::string> StoreSession::tidied(const Path& path) {
     return !isThere && m_impl->walk(without, handle, false) ? without : path;
 }
 
+// Without the lock, so that nobody's change holds it up: what was read is of one piece when the stamp
+// has not moved meanwhile. Where it keeps moving, with the lock.
 std::optional<Key> StoreSession::load(const Path& given, int depth,
                                       const std::function<void()>& done) {
-    const Reading reading(*m_impl);
     const Path path = tidied(given);
+    for (int attempt = 0; attempt < kFreeReadings; ++attempt) {
+        const auto before = changeStamp(m_impl->file);
+        std::optional<Key> key = m_impl->load(path, depth, done);
+        if (m_impl->depth > 0 || changeStamp(m_impl->file) == before) {
+            return key;
+        }
+    }
+    const Reading reading(*m_impl);
+    return m_impl->load(path, depth, done);
+}
+
+std::optional<Key> StoreSession::Impl::load(const Path& path, int depthLeft,
+                                            const std::function<void()>& done) {
     CRegKey handle;
-    CRegKey* const key = m_impl->walk(path, handle, false);
+    CRegKey* const key = walk(path, handle, false);
     if (!key) {
         return std::nullopt;
     }
@@ -93,15 +110,14 @@ std::optional<Key> StoreSession::load(const Path& given, int depth,
     const char* const full = key->GetKeyFullName();
     const std::string text = full ? full : "";
     const std::string inner = text.substr(0, text.find(']'));
-    const std::size_t before = inner.find_last_of("[/");
-    result.name = before == std::string::npos ? inner : inner.substr(before + 1);
-    m_impl->read(
-        *key, path, result, depth, done ? done : [] {});
+    const std::size_t last = inner.find_last_of("[/");
+    result.name = last == std::string::npos ? inner : inner.substr(last + 1);
+    read(
+        *key, path, result, depthLeft, done ? done : [] {});
     return result;
 }
 
 std::optional<Value> StoreSession::value(const Path& given, const std::string& name) {
-    const Reading reading(*m_impl);
     const Path path = tidied(given);
     CRegKey handle;
     CRegKey* const key = m_impl->walk(path, handle, false);
@@ -123,7 +139,6 @@ std::optional<Value> StoreSession::value(const Path& given, const std::string& n
 }
 
 bool StoreSession::hasKey(const Path& path) {
-    const Reading reading(*m_impl);
     CRegKey handle;
     return m_impl->walk(tidied(path), handle, false) != nullptr;
 }
