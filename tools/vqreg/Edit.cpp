@@ -5,12 +5,14 @@
 #include <cstdio>
 #include <memory>
 
+#include "tools/vqreg/Changing.h"
 #include "tools/vqreg/Commands.h"
 #include "tools/vqreg/Confirm.h"
 #include "tools/vqreg/Editor.h"
 #include "tools/vqreg/ExitCode.h"
 #include "tools/vqreg/Interruption.h"
 #include "tools/vqreg/Output.h"
+#include "tools/vqreg/Returning.h"
 #include "tools/vqreg/TreeInput.h"
 
 namespace vqreg {
@@ -20,6 +22,7 @@ namespace {
 struct EditOptions {
     std::string key = "/";
     bool yes = false;
+    ReportOptions report;
 };
 
 Key load(const Context& context, const Names& path) {
@@ -91,10 +94,14 @@ void editKey(Context& context, const EditOptions& options, const Names& path, co
         // Nobody can be told where this fails.
         std::fputs((lineOf(change, rootNames(context.store)) + '\n').c_str(), stderr);
     }
+    if (deletesAny(changes)) {
+        warnOfReturn(processesWith(storeFile(context.store)));
+    }
     if (!options.yes && !confirm("Make these changes?")) {
         throw CommandError(eExit::eNegative, "nothing has been changed");
     }
     apply(context, path, before, changes);
+    reportChanges(context, options.report, rootNames(context.store), changes, true);
 }
 
 // Says where the text stays; nothing if the editor has removed it.
@@ -129,6 +136,7 @@ void addEdit(CLI::App& app, Context& context) {
     const auto options = std::make_shared<EditOptions>();
     command->add_option("KEY", options->key, "The key; without it, the root key")->type_name("");
     command->add_flag("-y,--yes", options->yes, "Do not ask before the changes are made");
+    addVerifyOption(*command, options->report);
     command->footer(
         "The editor is $VISUAL, else $EDITOR, else vi. What is deleted from the text is deleted\n"
         "from the store. Nothing is written when the store has changed meanwhile.");

@@ -14,12 +14,14 @@
 #include <string>
 #include <thread>
 
+#include "tools/vqreg/Changing.h"
 #include "tools/vqreg/Commands.h"
 #include "tools/vqreg/ConfigText.h"
 #include "tools/vqreg/Confirm.h"
 #include "tools/vqreg/ExitCode.h"
 #include "tools/vqreg/FileHandle.h"
 #include "tools/vqreg/Output.h"
+#include "tools/vqreg/Returning.h"
 #include "tools/vqreg/StoreFault.h"
 #include "tools/vqreg/TreeInput.h"
 
@@ -30,7 +32,7 @@ namespace {
 struct RestoreOptions {
     bool dryRun = false;
     bool force = false;
-    bool json = false;
+    ReportOptions report;
 };
 
 bool exists(const std::string& path) {
@@ -197,15 +199,15 @@ void renewStamp(const StoreOptions& options, const Key& top) {
 }
 
 // A pipe that is closed shall not keep the rest from being done.
-void show(const std::vector<Change>& changes, bool json) {
+void show(const std::vector<Change>& changes) {
     try {
-        printChanges(changes, {}, json);
+        printChanges(changes, {}, false);
         Output::standard().flush();
     } catch (const ClosedPipe&) {
     }
 }
 
-void restore(const RestoreOptions& options, const Context& context) {
+void restore(const RestoreOptions& options, Context& context) {
     const std::string file = storeFile(context.store);
     const std::string backup = file + ".bak";
     const std::optional<std::string> text = readStoreFileIfAny(backup, rootName(context.store));
@@ -225,10 +227,16 @@ void restore(const RestoreOptions& options, const Context& context) {
     }
     const std::vector<Change> changes = difference(current.top, wanted.top);
     const bool isUsable = isThere && current.isReadable();
-    show(changes, options.json);
+    if (!options.report.json) {
+        show(changes);
+    }
     const bool isNeeded = !isUsable || !changes.empty();
     if (options.dryRun || !isNeeded) {
+        reportChanges(context, {options.report.json, {}}, {}, changes, isNeeded);
         return;
+    }
+    if (deletesAny(changes)) {
+        warnOfReturn(processesWith(file));
     }
     if (!options.force && !confirm("restore " + file + " from its backup?")) {
         throw CommandError(eExit::eNegative, "nothing has been restored");
@@ -239,6 +247,7 @@ void restore(const RestoreOptions& options, const Context& context) {
         restoreByReplacing(context.store, file, *text);
         renewStamp(context.store, wanted.top);
     }
+    reportChanges(context, options.report, {}, changes, true);
 }
 
 }  // namespace
@@ -249,7 +258,8 @@ void addRestore(CLI::App& app, Context& context) {
         app.add_subcommand("restore", "Show what the backup would change, and bring it back");
     command->add_flag("-n,--dry-run", options->dryRun, "Only show the difference");
     command->add_flag("-f", options->force, "Do not ask, not even on a terminal");
-    command->add_flag("--json", options->json, "Show the difference as one JSON object per line");
+    addJsonOption(*command, options->report);
+    addVerifyOption(*command, options->report);
     command->footer(
         "The backup is the text before the last change. It is applied as a change of its own, so\n"
         "that a second restore brings the present text back.");

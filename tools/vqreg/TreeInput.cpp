@@ -130,7 +130,7 @@ Key topAround(const Names& path, Key key) {
 }
 
 PlacedTree placedTree(const StoreOptions& options, const std::string& file, std::string_view text,
-                      const Names& path) {
+                      const Names& path, const std::string& advice) {
     ConfigText parsed = parseConfigText(text);
     std::erase_if(parsed.findings, [](const Finding& finding) {
         return finding.kind == Finding::eKind::eMissingParent;
@@ -144,7 +144,7 @@ PlacedTree placedTree(const StoreOptions& options, const std::string& file, std:
                            file + ": the text holds what a configuration file cannot give back");
     }
     Key top = std::move(parsed.top);
-    PlacedTree tree{path, {}};
+    PlacedTree tree{path, {}, !top.keys.empty()};
     Names full = rootNames(options);
     full.insert(full.end(), path.begin(), path.end());
     const bool isEmpty = top.keys.empty() && top.values.empty();
@@ -154,9 +154,8 @@ PlacedTree placedTree(const StoreOptions& options, const std::string& file, std:
             name += (name.empty() ? "" : "/") + each;
         }
         throw CommandError(eExit::eWrongKind,
-                           fmt::format("{}: the text has more than the key [{}]; leave out the "
-                                       "rest, or name another key or root key",
-                                       file, printable(name)));
+                           fmt::format("{}: the text has more than the key [{}]; {}", file,
+                                       printable(name), advice));
     }
     return tree;
 }

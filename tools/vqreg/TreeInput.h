@@ -38,12 +38,14 @@ Key topAround(const Names& path, Key key);
 struct PlacedTree {
     Names path;
     Key key;
+    bool isNamed = true;  // the text has a key at all
 };
 
 // The part of a configuration text that is below the root key's key `path`. Throws eWrongKind for
-// a text that also has something elsewhere.
-PlacedTree placedTree(const StoreOptions& options, const std::string& file, std::string_view text,
-                      const Names& path);
+// a text that also has something elsewhere, with the advice at the end of the message.
+PlacedTree placedTree(
+    const StoreOptions& options, const std::string& file, std::string_view text, const Names& path,
+    const std::string& advice = "leave out the rest, or name another key or root key");
 
 // Throws eWrongKind when the tree breaks a rule of the format, after all have been printed.
 void checkRules(const StoreOptions& options, const PlacedTree& tree);

@@ -4,6 +4,7 @@
 #include <map>
 #include <vector>
 
+#include "tools/vqreg/ExitCode.h"
 #include "tools/vqreg/Output.h"
 
 namespace vqreg {
@@ -150,6 +151,27 @@ std::string usageLine(const CLI::App& app) {
         }
     }
     return line;
+}
+
+// CLI11 would take the argument behind "--option=" for the option's text, and "++" for the end of a
+// command's arguments.
+std::vector<std::string> parserOrder(const std::vector<std::string>& words) {
+    std::vector<std::string> arguments;
+    bool mayBeOption = true;
+    for (const std::string& word : words) {
+        mayBeOption = mayBeOption && word != "--";
+        if (mayBeOption && word == "++") {
+            throw CommandError(eExit::eUsage, "write -- before \"++\"");
+        }
+        const bool isEmptyText = mayBeOption && word.size() > 3 && word.starts_with("--") &&
+                                 word.find('=') == word.size() - 1;
+        arguments.push_back(isEmptyText ? word.substr(0, word.size() - 1) : word);
+        if (isEmptyText) {
+            arguments.emplace_back();
+        }
+    }
+    std::reverse(arguments.begin(), arguments.end());
+    return arguments;
 }
 
 std::shared_ptr<CLI::FormatterBase> makeFormatter() {

@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace vqreg {
 
@@ -14,6 +15,9 @@ std::string usageLine(const CLI::App& app);
 // Replaces the line that usageLine would make of the options: for commands whose arguments depend
 // on each other.
 void setUsage(CLI::App& app, const std::string& line);
+
+// The arguments of a command line in the order in which CLI11 takes them: the last one first.
+std::vector<std::string> parserOrder(const std::vector<std::string>& words);
 
 // Help texts that begin with the usage line.
 std::shared_ptr<CLI::FormatterBase> makeFormatter();
