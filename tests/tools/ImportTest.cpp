@@ -139,8 +139,11 @@ TEST_F(ImportTest, ReadsJson) {
     const std::string input =
         "{\"values\": {\"Port\": {\"type\": \"dword\", \"value\": 8080}},\n"
         " \"keys\": {\"New\": {\"values\": {\"c\": {\"type\": \"binary\", \"value\": \"00ff\"}}}}}";
-    EXPECT_EQ((CommandResult{0, "", ""}), import({}, input));
-    EXPECT_EQ(kMerged, store.read());
+    for (const std::string start : {"", " \n\t", "\xEF\xBB\xBF"}) {
+        store.write(kText);
+        EXPECT_EQ((CommandResult{0, "", ""}), import({}, start + input));
+        EXPECT_EQ(kMerged, store.read());
+    }
 }
 
 TEST_F(ImportTest, PutsAnExportedKeyWhereItWas) {

@@ -9,6 +9,7 @@
 
 #include "support/Agent.h"
 #include "support/Wait.h"
+#include "tools/TerminalProcess.h"
 #include "tools/VqregStore.h"
 
 using vqtest::Agent;
@@ -104,6 +105,15 @@ TEST_F(OpenStore, IsNamedBeforeADeletion) {
     EXPECT_EQ(run({"import", "--replace", "-"}, "[Velquist]\n[Velquist/Net]\n"), warned);
     EXPECT_EQ(run({"restore", "--json"}).err, "");
     EXPECT_EQ(run({"restore", "--json"}).err, warning());
+}
+
+TEST_F(OpenStore, IsNamedBeforeTheQuestion) {
+    vqtest::TerminalProcess command(VQREG_COMMAND_PATH,
+                                    {"--file", file.path(), "rm", "Net", "Port"});
+    command.expect(warning() + "vqreg: remove the value \"Port\" of the key \"Net\"? [y/N] ");
+    command.type("n\n");
+    EXPECT_EQ(command.finish().status, 1);
+    EXPECT_EQ(file.read(), kText);
 }
 
 TEST_F(OpenStore, IsNotNamedWhereNothingIsDeleted) {

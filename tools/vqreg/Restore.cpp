@@ -51,15 +51,17 @@ StoreOptions wholeFile(const StoreOptions& options, const Key& top) {
 }
 
 // Through the library, as a change like any other: no process writes over it unseen.
-void restoreByUpdate(const StoreOptions& options, const std::string& file, const Key& present,
-                     const Key& wanted) {
+std::vector<Change> restoreByUpdate(const StoreOptions& options, const std::string& file,
+                                    const Key& present, const Key& wanted) {
     const StoreOptions whole = wholeFile(options, present.keys.empty() ? wanted : present);
     StoreSession store(whole);
     store.begin();
     // Nobody else can write now, and the file may have changed since the difference was shown.
     const ConfigText current = parseConfigText(readStoreFile(file, rootName(whole)));
-    applyChanges(store, difference(current.top, wanted), [] {});
+    std::vector<Change> changes = difference(current.top, wanted);
+    applyChanges(store, changes, [] {});
     store.end();
+    return changes;
 }
 
 [[noreturn]] void failToWrite(const std::string& path) {
@@ -225,7 +227,7 @@ void restore(const RestoreOptions& options, Context& context) {
     if (isThere) {
         current = parseConfigText(readStoreFile(file, rootName(context.store)));
     }
-    const std::vector<Change> changes = difference(current.top, wanted.top);
+    std::vector<Change> changes = difference(current.top, wanted.top);
     const bool isUsable = isThere && current.isReadable();
     if (!options.report.json) {
         show(changes);
@@ -242,7 +244,7 @@ void restore(const RestoreOptions& options, Context& context) {
         throw CommandError(eExit::eNegative, "nothing has been restored");
     }
     if (isUsable) {
-        restoreByUpdate(context.store, file, current.top, wanted.top);
+        changes = restoreByUpdate(context.store, file, current.top, wanted.top);
     } else {
         restoreByReplacing(context.store, file, *text);
         renewStamp(context.store, wanted.top);

@@ -17,9 +17,10 @@ namespace vqreg {
 
 namespace {
 
-// No line of a configuration file begins like this.
+// No line of a configuration file begins like this. Some programs put a mark before UTF-8.
 bool isJson(const std::string& text) {
-    const std::size_t start = text.find_first_not_of(" \t\r\n");
+    const std::size_t mark = text.starts_with("\xEF\xBB\xBF") ? 3 : 0;
+    const std::size_t start = text.find_first_not_of(" \t\r\n", mark);
     return start != std::string::npos && text[start] == '{';
 }
 

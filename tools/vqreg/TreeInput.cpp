@@ -47,6 +47,14 @@ void checkReadable(const std::string& file, const ConfigText& parsed) {
     }
 }
 
+ConfigText parsedPart(std::string_view text) {
+    ConfigText parsed = parseConfigText(text);
+    std::erase_if(parsed.findings, [](const Finding& finding) {
+        return finding.kind == Finding::eKind::eMissingParent;
+    });
+    return parsed;
+}
+
 // Removes the key at the path from the tree and says whether anything else is there but the keys on
 // the way to it.
 bool takeKey(Key& top, const Names& path, Key& taken) {
@@ -100,8 +108,8 @@ void printFindings(const std::string& file, const std::vector<Finding>& findings
     std::fputs(lines.c_str(), stderr);  // nobody can be told where this fails
 }
 
-Key parsedTop(const std::string& file, std::string_view text) {
-    ConfigText parsed = parseConfigText(text);
+Key parsedTop(const std::string& file, std::string_view text, bool isPart) {
+    ConfigText parsed = isPart ? parsedPart(text) : parseConfigText(text);
     printFindings(file, parsed.findings);
     checkReadable(file, parsed);
     return std::move(parsed.top);
@@ -131,10 +139,7 @@ Key topAround(const Names& path, Key key) {
 
 PlacedTree placedTree(const StoreOptions& options, const std::string& file, std::string_view text,
                       const Names& path, const std::string& advice) {
-    ConfigText parsed = parseConfigText(text);
-    std::erase_if(parsed.findings, [](const Finding& finding) {
-        return finding.kind == Finding::eKind::eMissingParent;
-    });
+    ConfigText parsed = parsedPart(text);
     printFindings(file, parsed.findings);
     checkReadable(file, parsed);
     if (std::any_of(parsed.findings.begin(), parsed.findings.end(), [](const Finding& finding) {

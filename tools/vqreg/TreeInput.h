@@ -25,8 +25,9 @@ std::string readInput(const std::string& file);
 void printFindings(const std::string& file, const std::vector<Finding>& findings);
 
 // The tree of a configuration text, its top first. Prints what is odd about the text. Throws
-// eMalformed when the library would refuse the text, after all faults have been printed.
-Key parsedTop(const std::string& file, std::string_view text);
+// eMalformed when the library would refuse the text, after all faults have been printed. In a part of
+// a store's text it is not odd that lines of the keys above are missing.
+Key parsedTop(const std::string& file, std::string_view text, bool isPart = false);
 
 // A key below another one; null when it is missing.
 const Key* findKey(const Key& top, const Names& path);
