@@ -92,6 +92,16 @@ TEST_F(OpenStore, IsToldByInfo) {
     EXPECT_TRUE(nlohmann::json::parse(run({"info", "--json"}).out)["openIn"].empty());
 }
 
+// Every program looks into the default store once, for the level of its trace.
+TEST_F(OpenStore, IsNotTheDefaultStoreOfEveryProgram) {
+    EXPECT_EQ(vqtest::runVqreg({"set", "K", "V", "1"}), prints(""));
+    Agent second(VQREG_AGENT_PATH);
+    ASSERT_EQ(second.open(file.path()), 0);
+    EXPECT_EQ(vqtest::runVqreg({"rm", "K", "V"}), prints(""));
+    ASSERT_EQ(second.open(), 0);
+    EXPECT_EQ(vqtest::runVqreg({"rm", "K"}).err, warning(second.pid()));
+}
+
 TEST_F(OpenStore, IsNamedBeforeADeletion) {
     const CommandResult warned = {0, "", warning()};
     EXPECT_EQ(run({"rm", "Net", "Port"}), warned);

@@ -9,6 +9,7 @@
 #include <charconv>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <sstream>
 #include <system_error>
 #include <utility>
@@ -23,15 +24,14 @@ namespace {
 // By device and number: a process in another root has another path to the same object.
 using Object = std::pair<dev_t, ino_t>;
 
-std::vector<Object> objectsOf(const std::string& file) {
-    std::vector<Object> objects;
-    for (const char* const kind : {"CPMutex", "CPSharedMemory"}) {
-        struct stat status {};
-        if (::stat(sharedObjectPath(kind, file).c_str(), &status) == 0) {
-            objects.emplace_back(status.st_dev, status.st_ino);
-        }
+// The change stamp, which is mapped as long as a store is in memory. The lock stays mapped for the
+// rest of the process, and every process has had that of the default store once.
+std::optional<Object> objectOf(const std::string& file) {
+    struct stat status {};
+    if (::stat(sharedObjectPath("CPSharedMemory", file).c_str(), &status) != 0) {
+        return std::nullopt;
     }
-    return objects;
+    return Object(status.st_dev, status.st_ino);
 }
 
 // "7f0e4c000000-7f0e4c001000 rw-s 00000000 00:1b 4711  /dev/shm/..."
@@ -47,12 +47,11 @@ Object mappedObject(const std::string& line) {
     return fields ? Object(makedev(major, minor), inode) : Object();
 }
 
-bool hasMapped(const std::string& process, const std::vector<Object>& objects) {
+bool hasMapped(const std::string& process, const Object& object) {
     std::ifstream maps(process + "/maps");
     for (std::string line; std::getline(maps, line);) {
         // Most of what a process maps are no shared objects.
-        if (line.find(" rw-s ") != std::string::npos &&
-            std::find(objects.begin(), objects.end(), mappedObject(line)) != objects.end()) {
+        if (line.find(" rw-s ") != std::string::npos && mappedObject(line) == object) {
             return true;
         }
     }
@@ -67,8 +66,8 @@ std::string OpenIn::text() const {
 
 std::vector<OpenIn> processesWith(const std::string& file) {
     std::vector<OpenIn> found;
-    const std::vector<Object> objects = objectsOf(file);
-    if (objects.empty()) {
+    const std::optional<Object> object = objectOf(file);
+    if (!object) {
         return found;
     }
     std::error_code error;
@@ -79,7 +78,7 @@ std::vector<OpenIn> processesWith(const std::string& file) {
         pid_t pid = 0;
         const auto [stop, fault] = std::from_chars(name.data(), name.data() + name.size(), pid);
         const bool isProcess = fault == std::errc() && stop == name.data() + name.size();
-        if (isProcess && pid != ::getpid() && hasMapped(at->path().string(), objects)) {
+        if (isProcess && pid != ::getpid() && hasMapped(at->path().string(), *object)) {
             found.push_back({pid, programOf(pid)});
         }
     }

@@ -17,7 +17,7 @@ struct OpenIn {
     std::string text() const;  // "27846 (heaterd)"
 };
 
-// The processes, except this one, that have mapped the shared objects of the file, by their numbers.
+// The processes, except this one, that have the store of the file in memory, by their numbers.
 // The system lets only root look into processes of other users.
 std::vector<OpenIn> processesWith(const std::string& file);
 
