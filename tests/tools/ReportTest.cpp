@@ -104,6 +104,15 @@ TEST_F(Report, OfRestoreNamesOtherTopLevelKeys) {
     EXPECT_EQ(restored["changes"][0]["key"], "Net");
 }
 
+TEST_F(Report, OfRestoreOfAMalformedFile) {
+    make({"set", "Net", "Port", "80", "--root", "Else"});
+    file.write(file.readBackup() + "nonsense\n");
+    const CommandResult result = run({"restore", "--json"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.err, "vqreg: the malformed text is kept in " + file.path() + ".malformed\n");
+    EXPECT_EQ(json::parse(result.out), (json{{"changed", true}, {"changes", json::array()}}));
+}
+
 TEST_F(Report, OfBytesThatAreNotUtf8) {
     const json report = this->report({"set", "--json", "Net", "caf\xE9", "\xFF"});
     EXPECT_EQ(report["changes"][0]["name"], "hex:/636166E9");
