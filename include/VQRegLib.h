@@ -18,7 +18,11 @@
 ///
 /// **fork.** A child of a multi-threaded process may use the library only if no other thread was
 /// inside a call of it at the moment of the fork. Handlers of the parent are not called in the
-/// child.
+/// child. In the child no update is open, whatever its parent was doing: it does not see the changes
+/// of an update that has not ended, `CRegLib::VQRegEndUpdate` fails, the end of a `CRegUpdate` does
+/// nothing, and the parent's update goes on untouched. A fork waits up to 200 ms for another
+/// thread that is opening or closing a session; the child of one that has waited in vain cannot use
+/// the library: every call returns `REGLIB_E_FAIL`, and new sessions have no store.
 ///
 /// The header needs C++11 or later.
 #ifndef VQREGLIB_H
@@ -132,13 +136,22 @@ public:
 /// `REGLIB_E_BAD_FORMAT` when the file has a malformed line (the lines before it have been read;
 /// every operation answers this until the file is mended); `REGLIB_E_FILE_OPEN` when the file
 /// cannot be read. Operations that change something return `REGLIB_E_FILE_OPEN` also when the new
-/// file cannot be written (no permission in the directory, no room): the change then stays in this
-/// process's memory only and is written with the next change that succeeds. They do not tell when the
-/// new file is written but cannot take the old one's place: docs/guarantees.md.
+/// file cannot be written whole (no permission in the directory, no room): the change then stays in
+/// this process's memory only and is written with the next change that succeeds. They do not tell
+/// when the new file is written but cannot take the old one's place: docs/guarantees.md.
 ///
-/// Key names must not hold "]" or line ends, value names no double quote, ":" or line ends, string
-/// values no line ends, and a line of the file ends at 2047 bytes. The library does not check this;
-/// a file that breaks these rules is malformed for every process that reads it.
+/// When a reading of the file ends in an error of the disk, what was read before counts and the call
+/// succeeds, but nothing is written, which returns `REGLIB_E_FILE_OPEN`, until the file has been read
+/// whole; each operation tries again.
+///
+/// What the format cannot hold, the library does not check. A line end in a name or in a string
+/// value, a double quote in a value name, and a line of the file above 2047 bytes usually make the
+/// file malformed for every process that reads it. Other names are accepted, and the data are found
+/// elsewhere, or nowhere, once the file is read: a ":" in a value name (its data begin after it), a
+/// "]" in a key name (the name ends before it), an empty last name of a key (its values move to the
+/// key above), a key called `<root>` (it has no line: its values move to the key before it, its sub
+/// keys up), and a key with the name that a value still has in the memory of another process. "/" and
+/// "\" separate names and cannot be part of one. docs/file-format.md shows each of these.
 class VQREGLIB_EXPORT CRegLib {
 public:
     /// The type of a value.
@@ -158,8 +171,10 @@ public:
     ///
     /// @param name      path of the configuration file; null selects "/velquist/etc/Velquist.cfg"
     ///                  where "/velquist/etc" exists and "/etc/Velquist.cfg" otherwise. The file is
-    ///                  created when it is missing. Give an absolute path: a relative one is looked
-    ///                  up in the working directory at every access, not just now.
+    ///                  created when it is missing. A symbolic link of root's or the caller's is
+    ///                  followed, now and not again; anybody else's, and an empty path, is no store.
+    ///                  Give an absolute path: a relative one is looked up in the working directory
+    ///                  at every access, not just now.
     /// @param key       name of the store's root key; null selects "Velquist". It may be a path,
     ///                  whose last key is the root key. Keys that are missing are created.
     /// @param location  `eLocationDefault`
@@ -325,11 +340,16 @@ public:
     /// once. Updates nest, and the outermost one counts. A process that dies in an update has
     /// changed nothing.
     ///
+    /// A thread that has an update on a file cannot change it through another of its stores, one with
+    /// another root key for example: such calls return `REGLIB_E_FAIL` and change nothing, and reads
+    /// through them see the state before the update.
+    ///
     /// End the update in the thread that began it; `CRegUpdate` does that for a scope. In an update
     /// open and close no sessions, this one included, and register and remove no change handlers:
     /// another thread that is opening a session, or a handler that is running, may be waiting for
     /// the update while the update waits for it.
-    /// @return `REGLIB_OK`; the common codes of a read: the update has not begun then
+    /// @return `REGLIB_OK`; `REGLIB_E_FAIL` also when the thread has an update on the file through
+    ///         another store; the common codes: the update has not begun then
     int VQRegBeginUpdate();
 
     /// Ends an update. The end of the outermost one writes the file if anything has changed.
@@ -338,6 +358,13 @@ public:
     ///         failure; `REGLIB_E_FAIL` without an update of this thread, or when memory is short;
     ///         `REGLIB_E_NOT_INITIALIZED`
     int VQRegEndUpdate();
+
+    /// Makes every process, this one included, read the file again at its next operation: for who has
+    /// changed the file by other means than the library, with an editor for example. What only the
+    /// memory of a process has stays there, as at every reading.
+    /// @return `REGLIB_OK`; `REGLIB_E_FAIL` while this thread has an update on the file, or when
+    ///         memory is short; `REGLIB_E_NOT_INITIALIZED`
+    int VQRegReload();
 
     /// Tells every process of the machine, this one included, to look for changes now. Nothing does
     /// so by itself: call it after the changes that others wait for.

@@ -41,4 +41,14 @@ void CPCritSec::leave(int location) {
     pthread_mutex_unlock(&m_mutex);
 }
 
+// It belongs to the thread that forked, under the number that this has in the parent; so the system
+// refuses the child to leave it. (The sanitizer of threads, which knows the thread by another number,
+// must see it left all the same.)
+void CPCritSec::forgetInherited() {
+    for (; m_nDepth > 0; --m_nDepth) {
+        pthread_mutex_unlock(&m_mutex);
+    }
+    m_mutex = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
+}
+
 }  // namespace VQRegLib

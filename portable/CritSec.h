@@ -22,6 +22,9 @@ public:
     // Enters if that needs no waiting.
     bool tryEnter(int location);
 
+    // In a child of fork that has inherited it entered: nobody is inside any more.
+    void forgetInherited();
+
 private:
     pthread_mutex_t m_mutex;
     [[maybe_unused]] const char* m_pszName;

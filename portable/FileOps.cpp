@@ -7,6 +7,9 @@
 
 #include <atomic>
 #include <cerrno>
+#include <string>
+
+#include "portable/FileDescriptor.h"
 
 namespace VQRegLib {
 
@@ -29,12 +32,33 @@ std::FILE* failWith(int fd, int error) {
     return nullptr;
 }
 
+constexpr mode_t kModeForAll = 0666;
+
+// False with errno for anything else.
+bool isRegular(int fd) {
+    struct stat status {};
+    if (::fstat(fd, &status) != 0) {
+        return false;
+    }
+    errno = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
+    return S_ISREG(status.st_mode);
+}
+
+// Starts the writing of a file's data, which gives them their place on the disk. A file that cannot
+// be opened is not worth a failure.
+void startWriteOut(const char* path) {
+    const CFileDescriptor file(::open(path, O_WRONLY | O_NOFOLLOW | O_CLOEXEC));
+    if (file.isOpen()) {
+        ::sync_file_range(file.get(), 0, 0, SYNC_FILE_RANGE_WRITE);
+    }
+}
+
 // Nobody may be waited for at a FIFO; a file that a file server has lent out is worth the wait.
 int openWithoutWaiting(const char* path) {
-    constexpr int kFlags = O_RDONLY | O_CLOEXEC | O_NOCTTY;
+    constexpr int kFlags = O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NOFOLLOW;
     const int fd = ::open(path, kFlags | O_NONBLOCK);
     struct stat status {};
-    if (fd < 0 && errno == EWOULDBLOCK && ::stat(path, &status) == 0 && S_ISREG(status.st_mode)) {
+    if (fd < 0 && errno == EWOULDBLOCK && ::lstat(path, &status) == 0 && S_ISREG(status.st_mode)) {
         return ::open(path, kFlags);
     }
     return fd;
@@ -58,12 +82,8 @@ std::FILE* CFileOps::openForReading(const char* path) {
     if (fd < 0) {
         return nullptr;
     }
-    struct stat status {};
-    if (fstat(fd, &status) != 0) {
+    if (!isRegular(fd)) {
         return failWith(fd, errno);
-    }
-    if (!S_ISREG(status.st_mode)) {
-        return failWith(fd, S_ISDIR(status.st_mode) ? EISDIR : EINVAL);
     }
     std::FILE* const file = fdopen(fd, "r");
     if (!file) {
@@ -108,8 +128,19 @@ int CFileOps::close(std::FILE* file) {
     return std::fclose(file);
 }
 
+// The descriptor of O_PATH can be had without any permission on the file and does nothing to it, a
+// device for example; its mode can be set only through the name that /proc has for it.
 int CFileOps::makeWritableForAll(const char* path) {
-    return ::chmod(path, 0666);
+    const CFileDescriptor file(::open(path, O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    if (!file.isOpen() || !isRegular(file.get())) {
+        return -1;
+    }
+    const std::string self = "/proc/self/fd/" + std::to_string(file.get());
+    return ::chmod(self.c_str(), kModeForAll);
+}
+
+int CFileOps::makeWritableForAll(std::FILE* file) {
+    return isRegular(::fileno(file)) ? ::fchmod(::fileno(file), kModeForAll) : -1;
 }
 
 int CFileOps::unlink(const char* path) {
@@ -122,6 +153,16 @@ int CFileOps::link(const char* path, const char* newPath) {
 
 int CFileOps::rename(const char* path, const char* newPath) {
     return ::rename(path, newPath);
+}
+
+int CFileOps::exchange(const char* path, const char* other) {
+    startWriteOut(path);
+    return ::renameat2(AT_FDCWD, path, AT_FDCWD, other, RENAME_EXCHANGE);
+}
+
+bool CFileOps::holdsText(const char* path) const {
+    struct stat status {};
+    return ::lstat(path, &status) == 0 && S_ISREG(status.st_mode) && status.st_size > 0;
 }
 
 bool CFileOps::exists(const char* path) {

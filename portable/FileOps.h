@@ -18,8 +18,8 @@ public:
 
     // Both opens give unbuffered files: the store moves its text in large blocks of its own.
 
-    // Opens an existing regular file. Anything else, a FIFO or a device, is refused without waiting
-    // for it. Null and errno on failure.
+    // Opens an existing regular file. Anything else, a FIFO, a device or a symbolic link, is refused
+    // without waiting for it. Null and errno on failure.
     virtual std::FILE* openForReading(const char* path);
 
     // Makes a new file, readable and writable by everybody as far as the umask allows. Fails with
@@ -33,12 +33,24 @@ public:
     virtual int flush(std::FILE* file);
     virtual int close(std::FILE* file);
 
+    // Both give a regular file the mode 0666 and leave anything else as it is. The first one never
+    // touches what a symbolic link in the path's place leads to: in a directory that others may
+    // write, that would open any file to them. 0, or -1 with errno.
+    virtual int makeWritableForAll(const char* path);
+    virtual int makeWritableForAll(std::FILE* file);
+
     // As the system calls of these names.
-    virtual int makeWritableForAll(const char* path);  // chmod 0666
     virtual int unlink(const char* path);
     virtual int link(const char* path, const char* newPath);
     virtual int rename(const char* path, const char* newPath);
     virtual bool exists(const char* path);
+
+    // Lets two files exchange their names in one step. The data of the first one are on their way
+    // to the disk before, as they are where a rename replaces a file. 0, or -1 with errno.
+    virtual int exchange(const char* path, const char* other);
+
+    // True for a regular file that is not empty.
+    bool holdsText(const char* path) const;
 };
 
 }  // namespace VQRegLib

@@ -262,6 +262,10 @@ int CPMutex::release() {
     return 0;
 }
 
+bool CPMutex::isHeldThroughAnother() const {
+    return m_pState->heldByCaller() && m_pState->depth > m_nWaits;
+}
+
 CPMutex::Holder CPMutex::holder() const {
     return {m_pState->shared->holderPid.load(std::memory_order_relaxed),
             m_pState->shared->heldSince.load(std::memory_order_relaxed)};

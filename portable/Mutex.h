@@ -51,6 +51,12 @@ public:
     // 0, or EPERM when the calling thread does not hold the mutex.
     int release();
 
+    // True when the calling thread holds the mutex through another object of this process.
+    bool isHeldThroughAnother() const;
+
+    // In a child of fork: what its parent had not released through this object is not the child's.
+    void forgetInherited() { m_nWaits = 0; }
+
     // Who holds it at this moment; only good for telling a person.
     Holder holder() const;
 

@@ -17,13 +17,13 @@ bool hasLine(const CKeyOrValue& key) {
     return key.m_strName != kTreeRootName;
 }
 
-std::uint64_t textSize(const CKeyOrValue& node) {
-    if (!node.m_iIsKey) {
-        return node.m_strValue.size() + 1;
-    }
-    std::uint64_t size = hasLine(node) ? node.m_strFullName.size() + 1 : 0;
-    for (const auto& child : node.m_mapChildren) {
-        size += textSize(*child.second);
+std::uint64_t textSize(const CKeyOrValue& root) {
+    std::uint64_t size = 0;
+    for (const CKeyOrValue* key = &root; key; key = key->nextKey(root)) {
+        size += hasLine(*key) ? key->m_strFullName.size() + 1 : 0;
+        for (const auto& child : key->m_mapChildren) {
+            size += child.second->m_iIsKey ? 0 : child.second->m_strValue.size() + 1;
+        }
     }
     return size;
 }
@@ -32,28 +32,41 @@ std::uint64_t textSize(const CKeyOrValue& node) {
 
 int CRegLibImplFile::ExportConfig() {
     REGLIB_TRACE(eTraceFlow, ">>>CRegLibImplFile::ExportConfig\n");
-    m_ullTextSize = textSize(*m_pRootNode);
-    std::string openedName;
-    const int result = FileOpen(eWrite, &openedName);
+    // After a reading that an error cut short, the file may hold more than the tree.
+    const int result = m_isReadCutShort ? REGLIB_E_FILE_OPEN : replaceText();
     if (result < 0) {
         REGLIB_TRACE(eTraceAlways,
                      "(Error) CRegLibImplFile::ExportConfig (0x%08X), export failed 0x%08X\n",
                      traceId(this), static_cast<unsigned>(result));
         return result;
     }
-    writeTree(openedName);
-    FileClose(eWrite, openedName);
     renewSharedStamp();
     m_ullLocalChangeStamp = *m_pullSharedChangeStamp;
     REGLIB_TRACE(eTraceFlow, "<<<CRegLibImplFile::ExportConfig\n");
     return REGLIB_OK;
 }
 
+// A text that could not be written whole takes nobody's place.
+int CRegLibImplFile::replaceText() {
+    m_ullTextSize = textSize(*m_pRootNode);
+    std::string openedName;
+    const int opened = FileOpen(eWrite, &openedName);
+    if (opened < 0) {
+        return opened;
+    }
+    const bool isWhole = writeTree(openedName);
+    if (FileClose(isWhole ? eWrite : eRead, openedName) < 0 || !isWhole) {
+        CFileOps::current().unlink(openedName.c_str());
+        return REGLIB_E_FILE_OPEN;
+    }
+    return REGLIB_OK;
+}
+
 // Leaves no half-written file behind when there is no memory for the buffer.
-void CRegLibImplFile::writeTree(const std::string& openedName) try {
+bool CRegLibImplFile::writeTree(const std::string& openedName) try {
     CLineWriter writer(this, m_pFile, static_cast<std::size_t>(m_ullTextSize));
     ExportConfigHelper(m_pRootNode.get(), writer);
-    writer.finish();
+    return writer.finish();
 } catch (...) {
     FileClose(eRead, std::string());
     CFileOps::current().unlink(openedName.c_str());
@@ -65,13 +78,13 @@ int CRegLibImplFile::ExportConfigHelper(const CKeyOrValue* node, CLineWriter& wr
         writer.line(node->m_strValue);
         return REGLIB_OK;
     }
-    if (hasLine(*node)) {
-        writer.line(node->m_strFullName);
-    }
-    for (const bool keys : {false, true}) {
-        for (const auto& child : node->m_mapChildren) {
-            if ((child.second->m_iIsKey != 0) == keys) {
-                ExportConfigHelper(child.second.get(), writer);
+    for (const CKeyOrValue* key = node; key; key = key->nextKey(*node)) {
+        if (hasLine(*key)) {
+            writer.line(key->m_strFullName);
+        }
+        for (const auto& child : key->m_mapChildren) {
+            if (!child.second->m_iIsKey) {
+                writer.line(child.second->m_strValue);
             }
         }
     }
@@ -82,21 +95,34 @@ void CRegLibImplFile::dump() {
     DumpConfig(0, m_pRootNode.get());
 }
 
-void CRegLibImplFile::DumpConfig(unsigned long depth, const CKeyOrValue* node) const {
+namespace {
+
+unsigned long levelsBelow(const CKeyOrValue& top, const CKeyOrValue* node) {
+    unsigned long levels = 0;
+    for (; node != &top; node = node->m_pParent) {
+        ++levels;
+    }
+    return levels;
+}
+
+void dumpNode(unsigned long depth, const CKeyOrValue& node) {
     static constexpr char kBlanks[] =
         "                                                               ";
     constexpr unsigned long kLargestIndent = sizeof kBlanks - 1;
+    const char* const indent = kBlanks + kLargestIndent - std::min(2 * depth, kLargestIndent);
+    std::printf("  %sname %s, iskey %d, fullname %s, value %s\n", indent, node.m_strName.c_str(),
+                node.m_iIsKey, node.m_strFullName.c_str(),
+                node.m_iIsKey ? "<key>" : node.m_strValue.c_str());
+}
+
+}  // namespace
+
+void CRegLibImplFile::DumpConfig(unsigned long depth, const CKeyOrValue* node) const {
     if (depth == 0) {
         std::puts("--dump keys/values");
     }
-    const char* const indent = kBlanks + kLargestIndent - std::min(2 * depth, kLargestIndent);
-    std::printf("  %sname %s, iskey %d, fullname %s, value %s\n", indent, node->m_strName.c_str(),
-                node->m_iIsKey, node->m_strFullName.c_str(),
-                node->m_iIsKey ? "<key>" : node->m_strValue.c_str());
-    if (node->m_iIsKey) {
-        for (const auto& child : node->m_mapChildren) {
-            DumpConfig(depth + 1, child.second.get());
-        }
+    for (const CKeyOrValue* at = node; at; at = at->nextShown(*node)) {
+        dumpNode(depth + levelsBelow(*node, at), *at);
     }
 }
 

@@ -9,6 +9,7 @@
 #include "RegLib/file/Node.h"
 #include "RegLib/file/Operation.h"
 #include "RegLib/trace/Trace.h"
+#include "portable/FileLink.h"
 #include "portable/FileOps.h"
 
 namespace VQRegLib {
@@ -41,7 +42,6 @@ CRegLibImplFile::CRegLibImplFile(const char* name, const char* root, CRegLib::LO
                  traceId(this), traceText(name), traceText(root));
     try {
         chooseFile(name);
-        nameBackup();
         m_pRootNode = makeOrThrow<CKeyOrValue>(eThrowPoint::eNewRootNode, 1, kTreeRootName);
         m_pPositions = makeOrThrow<CTreePositions>(eThrowPoint::eNewRootNode);
         openSharedObjects();
@@ -60,26 +60,25 @@ CRegLibImplFile::CRegLibImplFile(const char* name, const char* root, CRegLib::LO
     REGLIB_TRACE(eTraceFlow, "<<<CRegLibImplFile::CRegLibImplFile (0x%08X)\n", traceId(this));
 }
 
-void CRegLibImplFile::chooseFile(const char* name) {
-    if (name) {
-        m_pszFileName = strdup(name);
-        if (!m_pszFileName) {
-            throwAt(eThrowPoint::eCopyFileName);
-        }
-        return;
+// A link is followed once, here, and then the store is that of the file behind it: a change would
+// otherwise replace the link and leave its file with the old text. An empty path is no store: every
+// operation would work in memory, and nothing would ever be written.
+void CRegLibImplFile::chooseFile(const char* name) try {
+    if (name && !*name) {
+        throwAt(eThrowPoint::eCopyFileName);
     }
-    const bool preferred = CFileOps::current().exists(kPreferredDirectory);
-    m_pszFileName = strdup(preferred ? kPreferredFile : kUsualFile);
+    const bool preferred = !name && CFileOps::current().exists(kPreferredDirectory);
+    const std::string path = fileBehindLinks(name ? name : preferred ? kPreferredFile : kUsualFile);
+    m_pszFileName = strdup(path.c_str());
     if (!m_pszFileName) {
-        REGLIB_TRACE(eTraceAlways, "(Error) CRegLibImplFile::CRegLibImplFile, strdup failed\n");
-        throwAt(eThrowPoint::eCopyDefaultFileName);
+        throw std::bad_alloc();
     }
-}
-
-void CRegLibImplFile::nameBackup() try {
-    m_strBackupName = std::string(m_pszFileName) + ".bak";
+    m_file.setPath(m_pszFileName);
 } catch (const std::bad_alloc&) {
-    throwAt(eThrowPoint::eCopyFileName);
+    if (!name) {
+        REGLIB_TRACE(eTraceAlways, "(Error) CRegLibImplFile::CRegLibImplFile, strdup failed\n");
+    }
+    throwAt(name ? eThrowPoint::eCopyFileName : eThrowPoint::eCopyDefaultFileName);
 }
 
 void CRegLibImplFile::openSharedObjects() {

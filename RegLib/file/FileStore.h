@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "RegLib/file/ConfigFile.h"
 #include "RegLib/store/Store.h"
 #include "portable/Mutex.h"
 #include "portable/SharedMemory.h"
@@ -56,6 +57,8 @@ public:
     int VQRegBeginUpdate() override;
     int VQRegEndUpdate() override;
     bool isUpdating() const override { return m_nUpdateDepth > 0; }
+    int VQRegReload() override;
+    void dropInheritedUpdate() override;
 
     // VQRegCreateKey without taking a reference for the caller.
     int VQRegFindKey(CRegKey* parent, const char* subKey, CRegKey& key, int create, int* exists);
@@ -73,9 +76,10 @@ public:
     int ExportConfig();
 
     // Opens the file for reading, or a new temporary file for writing; `openedName`, when not null,
-    // receives the name even on failure. Closing the latter puts it in the file's place.
+    // receives the name even on failure. Closing the latter puts it in the file's place, or fails
+    // with REGLIB_E_FILE_OPEN when it turns out then that the text is not whole.
     int FileOpen(int mode, std::string* openedName);
-    void FileClose(int mode, const std::string& openedName);
+    int FileClose(int mode, const std::string& openedName);
 
     // The node under which a handle is registered; null when it is not.
     CKeyOrValue* nodeOf(const CRegKey& key) const;
@@ -85,7 +89,6 @@ private:
 
     // Construction.
     void chooseFile(const char* name);
-    void nameBackup();
     void openSharedObjects();
     std::unique_ptr<CRegKey> createRootKey(const char* root);
 
@@ -94,14 +97,19 @@ private:
     void recoverFromDeath();
 
     int commitChange();
+    bool isUpdatedElsewhere() const;
+    int readAnew();
+    void moveHandles(const CKeyOrValue& from, CKeyOrValue& to);
 
     // Import.
     int ImportConfigHelper();
+    void tellOfLostText() const;
     int ImportCreateKeyHelper(CKeyOrValue** current, std::string_view line);
     int ImportCreateValueHelper(CKeyOrValue* key, std::string_view line);
 
     // Export.
-    void writeTree(const std::string& openedName);
+    int replaceText();
+    bool writeTree(const std::string& openedName);
     int ExportConfigHelper(const CKeyOrValue* node, CLineWriter& writer);
     void DumpConfig(unsigned long depth, const CKeyOrValue* node) const;
 
@@ -126,7 +134,7 @@ private:
     // keeps one alive whose handles shall go on working.
     void discard(std::unique_ptr<CKeyOrValue> node);
     void displace(std::unique_ptr<CKeyOrValue> node);
-    void orphanHandles(const CKeyOrValue& node);
+    void orphanHandles(const CKeyOrValue& top);
     void makeRoomForDisplaced();
     bool isAboveDisplaced(const CKeyOrValue& node) const;
 
@@ -137,10 +145,12 @@ private:
     std::uint64_t* m_pullSharedChangeStamp = nullptr;
     std::uint64_t m_ullLocalChangeStamp = 0;
 
-    int m_nUpdateDepth = 0;           // updates begun and not ended; with the lock held
-    bool m_bUpdatePending = false;    // the tree has changes that the end of the update will write
-    std::string m_strBackupName;      // made beforehand: where it is needed nothing may fail
+    int m_nUpdateDepth = 0;         // updates begun and not ended; with the lock held
+    bool m_bUpdatePending = false;  // the tree has changes that the end of the update will write
+    bool m_isTreeAhead = false;     // it has changes of an update that this process must not write
+    bool m_isReadCutShort = false;  // the last reading ended in an error: the tree is not whole
     std::uint64_t m_ullTextSize = 0;  // for which the next FileOpen for writing makes room
+    CConfigFile m_file;
     std::vector<std::unique_ptr<CKeyOrValue>> m_displaced;
     std::unique_ptr<CTreePositions> m_pPositions;
 };

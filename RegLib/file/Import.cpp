@@ -32,7 +32,10 @@ int CRegLibImplFile::ImportConfig() {
     }
     int result = FileOpen(eRead, nullptr);
     if (result == REGLIB_E_NOT_FOUND) {
-        ExportConfig();
+        tellOfLostText();
+        if (!isUpdatedElsewhere()) {
+            ExportConfig();  // the result is 0 whatever it says: there is nothing to read
+        }
         REGLIB_TRACE(eTraceFlow, "<<<CRegLibImplFile::ImportConfig\n");
         return REGLIB_OK;
     }
@@ -42,13 +45,14 @@ int CRegLibImplFile::ImportConfig() {
     {
         const CCloser closer([this] { FileClose(eRead, std::string()); });
         m_pPositions->forget();
-        result = ImportConfigHelper();
+        result = m_isTreeAhead ? readAnew() : ImportConfigHelper();
     }
     if (result == REGLIB_E_END_OF_FILE) {
         result = REGLIB_OK;
     }
     if (result >= 0) {
-        m_ullLocalChangeStamp = *m_pullSharedChangeStamp;
+        // After a read error the next operation tries again.
+        m_ullLocalChangeStamp = m_isReadCutShort ? m_ullLocalChangeStamp : *m_pullSharedChangeStamp;
     } else {
         REGLIB_TRACE(eTraceAlways,
                      "(Error) CRegLibImplFile::ImportConfig (0x%08X), import failed 0x%08X\n",
@@ -61,8 +65,10 @@ int CRegLibImplFile::ImportConfig() {
 int CRegLibImplFile::ImportConfigHelper() {
     CLineReader reader(m_pFile);
     CKeyOrValue* current = nullptr;
+    bool isEmpty = true;
     std::string_view line;
     while (reader.next(line)) {
+        isEmpty = false;
         REGLIB_TRACE(eTraceImport, "import line \"%.*s\"\n", static_cast<int>(line.size()),
                      line.data());
         int result = REGLIB_E_BAD_FORMAT;
@@ -75,12 +81,26 @@ int CRegLibImplFile::ImportConfigHelper() {
             return result;
         }
     }
-    if (reader.error() != 0) {
+    m_isReadCutShort = reader.error() != 0;
+    if (isEmpty) {
+        tellOfLostText();
+    }
+    if (m_isReadCutShort) {
         REGLIB_TRACE(eTraceAlways,
                      "(Error) CRegLibImplFile:fgets_ (0x%08X), fgets failed, errno %d\n",
                      traceId(this), reader.error());
     }
     return REGLIB_E_END_OF_FILE;
+}
+
+void CRegLibImplFile::tellOfLostText() const {
+    if (traceFor(eTraceAlways) && m_file.isTextLost()) {
+        REGLIB_TRACE(
+            eTraceAlways,
+            "(Error) CRegLibImplFile::ImportConfig (0x%08X), the file is missing or empty, "
+            "its backup \"%s\" is not\n",
+            traceId(this), m_file.backup());
+    }
 }
 
 int CRegLibImplFile::ImportCreateKeyHelper(CKeyOrValue** current, std::string_view line) {
@@ -132,6 +152,7 @@ int CRegLibImplFile::ImportCreateValueHelper(CKeyOrValue* key, std::string_view 
     if (found) {
         makeRoomForDisplaced();
         value->m_pParent = key;
+        value->m_place = at;
         at->second.swap(value);
         m_pPositions->importHint = std::next(at);
         displace(std::move(value));

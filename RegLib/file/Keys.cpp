@@ -81,6 +81,9 @@ int CRegLibImplFile::walkPath(CKeyOrValue* node, std::string_view path, CRegKey&
                 if (!create) {
                     return REGLIB_E_KEY_NOT_FOUND;
                 }
+                if (isUpdatedElsewhere()) {
+                    return REGLIB_E_FAIL;
+                }
                 exists = 0;
                 child = addKey(node, name, folded);
                 changed = true;
@@ -133,6 +136,9 @@ int CRegLibImplFile::VQRegDeleteKey(CRegKey& key, const char* subKey) {
         }
         if (!operation.key()->m_mapChildren.empty()) {
             return REGLIB_E_KEY_NOT_EMPTY;
+        }
+        if (isUpdatedElsewhere()) {
+            return REGLIB_E_FAIL;
         }
         unlinkKey(operation.key());
         return commitChange();

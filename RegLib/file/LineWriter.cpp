@@ -41,6 +41,7 @@ void CLineWriter::put(std::string_view text) {
 void CLineWriter::writeOut() {
     if (CFileOps::current().write(m_buffer.data(), m_buffer.size(), m_pFile) != m_buffer.size()) {
         const int error = errno;
+        m_isWhole = false;
         REGLIB_TRACE(eTraceAlways,
                      "(Error) CRegLibImplFile:fputs_ (0x%08X), fputs failed, errno %d\n",
                      traceId(m_pTraced), error);
@@ -48,10 +49,11 @@ void CLineWriter::writeOut() {
     m_buffer.clear();
 }
 
-void CLineWriter::finish() {
+bool CLineWriter::finish() {
     if (!m_buffer.empty()) {
         writeOut();
     }
+    return m_isWhole;
 }
 
 }  // namespace VQRegLib

@@ -8,15 +8,15 @@
 
 namespace VQRegLib {
 
-// Write errors go to the trace log and to nobody else: the text in memory stays what it is, and the
-// next export writes all of it again.
+// After a write error it goes on with the rest, each error in the trace log, and tells in the end:
+// the text in memory stays what it is, and the next export writes all of it again.
 class CLineWriter {
 public:
     // `size` of the whole text, as far as it is known.
     CLineWriter(const void* traced, std::FILE* file, std::size_t size);
 
     void line(std::string_view text);
-    void finish();
+    bool finish();  // true when the whole text has been written
 
 private:
     void put(std::string_view text);
@@ -26,6 +26,7 @@ private:
     std::FILE* m_pFile;
     std::string m_buffer;
     std::size_t m_capacity;
+    bool m_isWhole = true;
 };
 
 }  // namespace VQRegLib

@@ -14,7 +14,72 @@ CKeyOrValue::Children::iterator CKeyOrValue::lowerBound(Children::iterator near,
 CKeyOrValue* CKeyOrValue::addChild(Children::iterator before, std::string_view foldedName,
                                    std::unique_ptr<CKeyOrValue> child) {
     child->m_pParent = this;
-    return m_mapChildren.emplace_hint(before, foldedName, std::move(child))->second.get();
+    const auto place = m_mapChildren.emplace_hint(before, foldedName, std::move(child));
+    place->second->m_place = place;
+    return place->second.get();
+}
+
+CKeyOrValue::~CKeyOrValue() {
+    CKeyOrValue* at = this;
+    while (at != this || !at->m_mapChildren.empty()) {
+        if (!at->m_mapChildren.empty()) {
+            at = at->m_mapChildren.begin()->second.get();
+        } else {
+            at = at->m_pParent;
+            at->m_mapChildren.erase(at->m_mapChildren.begin());
+        }
+    }
+}
+
+namespace {
+
+// The first node of a kind from a place among its siblings on.
+template <typename IsWanted>
+const CKeyOrValue* firstFrom(CKeyOrValue::Children::const_iterator place, const CKeyOrValue& parent,
+                             IsWanted isWanted) {
+    while (place != parent.m_mapChildren.end() && !isWanted(*place->second)) {
+        ++place;
+    }
+    return place == parent.m_mapChildren.end() ? nullptr : place->second.get();
+}
+
+template <typename IsWanted>
+const CKeyOrValue* nextInWalk(const CKeyOrValue& top, const CKeyOrValue* at, bool goesBelow,
+                              IsWanted isWanted) {
+    if (goesBelow) {
+        if (const auto* const below = firstFrom(at->m_mapChildren.begin(), *at, isWanted)) {
+            return below;
+        }
+    }
+    for (; at != &top; at = at->m_pParent) {
+        if (const auto* const beside =
+                firstFrom(std::next(at->m_place), *at->m_pParent, isWanted)) {
+            return beside;
+        }
+    }
+    return nullptr;
+}
+
+bool isKey(const CKeyOrValue& node) {
+    return node.m_iIsKey != 0;
+}
+
+bool isAny(const CKeyOrValue&) {
+    return true;
+}
+
+}  // namespace
+
+const CKeyOrValue* CKeyOrValue::nextKey(const CKeyOrValue& top) const {
+    return nextInWalk(top, this, true, isKey);
+}
+
+const CKeyOrValue* CKeyOrValue::nextShown(const CKeyOrValue& top) const {
+    return nextInWalk(top, this, isKey(*this), isAny);
+}
+
+const CKeyOrValue* CKeyOrValue::nextOfAll(const CKeyOrValue& top) const {
+    return nextInWalk(top, this, true, isAny);
 }
 
 std::string CRegLibImplFile::CreateFullName(const CKeyOrValue* parent, const char* name) {
@@ -64,12 +129,11 @@ const CKeyOrValue* CTreePositions::find(const CKeyOrValue& node, std::int32_t is
     return nullptr;
 }
 
-void CRegLibImplFile::orphanHandles(const CKeyOrValue& node) {
-    if (node.m_ulKeyHandleID != 0) {
-        m_handles.orphan(&node);
-    }
-    for (const auto& child : node.m_mapChildren) {
-        orphanHandles(*child.second);
+void CRegLibImplFile::orphanHandles(const CKeyOrValue& top) {
+    for (const CKeyOrValue* node = &top; node; node = node->nextOfAll(top)) {
+        if (node->m_ulKeyHandleID != 0) {
+            m_handles.orphan(node);
+        }
     }
 }
 
@@ -86,16 +150,12 @@ bool CRegLibImplFile::isAboveDisplaced(const CKeyOrValue& node) const {
 
 namespace {
 
-bool hasHandles(const CKeyOrValue& node) {
-    if (node.m_ulKeyHandleID != 0) {
-        return true;
+bool hasHandles(const CKeyOrValue& top) {
+    const CKeyOrValue* node = &top;
+    while (node && node->m_ulKeyHandleID == 0) {
+        node = node->nextOfAll(top);
     }
-    for (const auto& child : node.m_mapChildren) {
-        if (hasHandles(*child.second)) {
-            return true;
-        }
-    }
-    return false;
+    return node != nullptr;
 }
 
 }  // namespace

@@ -22,6 +22,12 @@ public:
 
     CKeyOrValue(int isKey, std::string name) : m_iIsKey(isKey), m_strName(std::move(name)) {}
 
+    // Frees everything below, however deep: a line has room for a thousand levels, and the thread may
+    // have little stack.
+    ~CKeyOrValue();
+    CKeyOrValue(const CKeyOrValue&) = delete;
+    CKeyOrValue& operator=(const CKeyOrValue&) = delete;
+
     CKeyOrValue* findChild(std::string_view foldedName) const {
         const auto found = m_mapChildren.find(foldedName);
         return found == m_mapChildren.end() ? nullptr : found->second.get();
@@ -35,12 +41,20 @@ public:
     CKeyOrValue* addChild(Children::iterator before, std::string_view foldedName,
                           std::unique_ptr<CKeyOrValue> child);
 
+    // The next node of a walk over `top` and what is below it, each node before those below it; null
+    // at the end. Without recursion and without memory of its own. A file can hang nodes below a
+    // value, which are nowhere shown: only the third walk goes there.
+    const CKeyOrValue* nextKey(const CKeyOrValue& top) const;
+    const CKeyOrValue* nextShown(const CKeyOrValue& top) const;
+    const CKeyOrValue* nextOfAll(const CKeyOrValue& top) const;
+
     std::uint32_t m_ulKeyHandleID = 0;  // the last one registered for this key
     std::int32_t m_iIsKey;              // 1 for a key, 0 for a value
     CKeyOrValue* m_pParent = nullptr;   // null for the tree root only
     std::string m_strName;              // as it was created
     std::string m_strFullName;          // a key's line in the file
     Children m_mapChildren;
+    Children::iterator m_place;  // in the parent's children
     CRegLib::eDataType m_eDataType = CRegLib::eNone;
     std::string m_strValue;  // a value's line in the file
 };

@@ -22,13 +22,9 @@ int CRegLibImplFile::Unlock() {
 }
 
 // The dead holder may have replaced the file and not yet told anybody, so everybody shall read it
-// again. Where links are not possible it may also have moved the file away without putting the new
-// one in its place: the backup is then the last complete text.
+// again.
 void CRegLibImplFile::recoverFromDeath() {
-    CFileOps& files = CFileOps::current();
-    if (!files.exists(m_pszFileName) && files.link(m_strBackupName.c_str(), m_pszFileName) != 0) {
-        files.rename(m_strBackupName.c_str(), m_pszFileName);
-    }
+    m_file.recover();
     if (m_pullSharedChangeStamp) {
         renewSharedStamp();
     }
@@ -53,7 +49,11 @@ int CRegLibImplFile::FileOpen(int mode, std::string* openedName) {
                             : files.openForReading(name.c_str());
     const int error = m_pFile ? 0 : errno;
     // At every open, so that a file written under a narrow umask becomes everybody's in the end.
-    files.makeWritableForAll(m_pszFileName);
+    if (m_pFile && mode == eRead) {
+        files.makeWritableForAll(m_pFile);
+    } else {
+        files.makeWritableForAll(m_pszFileName);
+    }
     int result = REGLIB_OK;
     if (!m_pFile) {
         result = error == ENOENT ? REGLIB_E_NOT_FOUND : REGLIB_E_FILE_OPEN;
@@ -67,24 +67,21 @@ int CRegLibImplFile::FileOpen(int mode, std::string* openedName) {
     return result;
 }
 
-void CRegLibImplFile::FileClose(int mode, const std::string& openedName) {
-    CFileOps& files = CFileOps::current();
+int CRegLibImplFile::FileClose(int mode, const std::string& openedName) {
+    const bool isWriting = mode != eRead && !openedName.empty();
+    bool isClosed = true;
     if (m_pFile) {
-        files.close(m_pFile);
+        isClosed = CFileOps::current().close(m_pFile) == 0;
         m_pFile = nullptr;
     }
-    if (mode == eRead || openedName.empty()) {
-        return;
+    if (!isWriting) {
+        return REGLIB_OK;
     }
-    const char* const backup = m_strBackupName.c_str();
-    files.unlink(backup);
-    // With a second name for the old text, the path is never without a file: the first rename finds
-    // one file under both names and does nothing, the second one replaces it. A process killed in
-    // between would otherwise leave no file, and the next one would start with an empty store.
-    // Where links are not possible the renames do the work alone.
-    files.link(m_pszFileName, backup);
-    files.rename(m_pszFileName, backup);
-    files.rename(openedName.c_str(), m_pszFileName);
+    if (!isClosed) {
+        return REGLIB_E_FILE_OPEN;  // some file systems tell only now that a write has failed
+    }
+    m_file.replaceBy(openedName.c_str());
+    return REGLIB_OK;
 }
 
 }  // namespace VQRegLib

@@ -43,6 +43,9 @@ int CRegLibImplFile::setValue(CRegKey& key, const char* name, CRegLib::eDataType
 int CRegLibImplFile::storeLine(CKeyOrValue* key, CKeyOrValue* value, const char* name,
                                const CFoldedName& folded, CRegLib::eDataType type,
                                std::string&& line, int& changed) {
+    if (isUpdatedElsewhere()) {
+        return REGLIB_E_FAIL;
+    }
     if (value && value->m_strValue == line && value->m_eDataType == type) {
         return REGLIB_OK;
     }
@@ -206,6 +209,9 @@ int CRegLibImplFile::VQRegDeleteValue(CRegKey& key, const char* valueName) {
         const int result = operation.findExistingValue(key, valueName);
         if (result < 0) {
             return result;
+        }
+        if (isUpdatedElsewhere()) {
+            return REGLIB_E_FAIL;
         }
         makeRoomForDisplaced();
         auto& siblings = operation.key()->m_mapChildren;

@@ -51,13 +51,14 @@ CRegLibImplDirectory* get_reglibImplDirectory() {
     return g_preglibImplDirectory;
 }
 
+std::atomic<bool> CRegLibImplDirectory::m_isInheritedHalfChanged{false};
+
 CRegLibImplDirectory::CRegLibImplDirectory() : m_pLock(new CPCritSec(kLockName, 1)) {}
 
 namespace {
 
 // A store that another thread is constructing may wait for a file's lock, and that may be held by
-// the very thread that forks; so a fork waits only a little. Its child may then not use the library,
-// which is what the header says of children that are made while other threads are inside a call.
+// the very thread that forks; so a fork waits only a little. Its child then cannot use the library.
 constexpr int kForkNaps = 200;
 constexpr unsigned long kForkNapMilliseconds = 1;
 
@@ -83,7 +84,7 @@ void CRegLibImplDirectory::afterForkInParent() {
 }
 
 void CRegLibImplDirectory::afterForkInChild() {
-    t_holdsLockForFork = false;
+    const bool isWhole = std::exchange(t_holdsLockForFork, false);
     // Both may belong to the forking thread under the id that it has in the parent: it is refused
     // to leave them here, and a held lock cannot be destroyed, so the directory's stays as it is.
     if (pthread_mutex_unlock(&g_mutexGlobals) != 0) {
@@ -92,6 +93,17 @@ void CRegLibImplDirectory::afterForkInChild() {
     CRegLibImplDirectory& directory = *g_preglibImplDirectory;
     directory.m_inheritedLocks.push_front(directory.m_pLock);
     directory.m_pLock = new CPCritSec(kLockName, 1);
+    if (isWhole) {
+        directory.dropInheritedUpdates();
+    } else {
+        m_isInheritedHalfChanged.store(true);
+    }
+}
+
+void CRegLibImplDirectory::dropInheritedUpdates() {
+    for (const auto& entry : m_mapInstances) {
+        entry.second->dropInheritedUpdate();
+    }
 }
 
 CRegLibImplDirectory::~CRegLibImplDirectory() {
@@ -111,6 +123,9 @@ CRegLibImpl* CRegLibImplDirectory::acquireRegLibImpl(const char* name, const cha
         eTraceFlow,
         "CRegLibImpl::CRegLibImplDirectory::acquireRegLibImpl (0x%08X) - name %s, key %s\n",
         traceId(this), traceText(name), traceText(key));
+    if (!isUsable()) {
+        return nullptr;
+    }
     const CNoCancellation noCancellation;
     const CCritSecGuard guard(*m_pLock, eAcquire);
     try {
@@ -135,6 +150,9 @@ CRegLibImpl* CRegLibImplDirectory::acquireRegLibImpl(const char* name, const cha
 }
 
 void CRegLibImplDirectory::releaseRegLibImpl(CRegLibImpl* impl) {
+    if (!isUsable()) {
+        return;
+    }
     const CNoCancellation noCancellation;
     // Ends after the guard. A store with a watcher is destroyed without the directory's lock: its
     // end waits for handlers, and one of them may be opening a session.

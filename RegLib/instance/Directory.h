@@ -40,6 +40,10 @@ public:
     // two stores, which share the file like two processes.
     static std::string getTuple(const char* name, const char* key);
 
+    // False in a child of fork that could not wait until its parent had left the directory: it may be
+    // half changed there, and so may what it leads to. Nothing may be used then.
+    static bool isUsable() { return !m_isInheritedHalfChanged.load(std::memory_order_relaxed); }
+
     // Around a fork, so that the child inherits neither this lock nor g_mutexGlobals taken.
     static void prepareFork();
     static void afterForkInParent();
@@ -52,12 +56,14 @@ public:
     void StopRegistryChangeNotifierThread();
 
 private:
+    void dropInheritedUpdates();
     static void RegistryChangeNotifierThread(void* directory);
     bool hasNotifier() const;
     void RegistryChangeNotifierThreadFunc();
     bool makeNotificationSemaphore();
     void wakeWatchers();
 
+    static std::atomic<bool> m_isInheritedHalfChanged;
     CPCritSec* m_pLock;
     std::forward_list<CPCritSec*> m_inheritedLocks;  // of the processes that forked this one
     std::map<std::string, CRegLibImpl*> m_mapInstances;

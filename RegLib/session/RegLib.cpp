@@ -23,7 +23,7 @@ int delegate(CRegLibImpl* store, bool argumentsGiven, int location, Operation&& 
     if (!store) {
         return REGLIB_E_NOT_INITIALIZED;
     }
-    if (!argumentsGiven) {
+    if (!argumentsGiven || !CRegLibImplDirectory::isUsable()) {
         return REGLIB_E_FAIL;
     }
     const CNoCancellation noCancellation;
@@ -221,14 +221,14 @@ int CRegLib::VQRegDestroyKeyVect(std::vector<CRegKey*>& keys) {
 }
 
 void CRegLib::SetRegistryChangeHandler(CRegistryChangeHandler* handler) {
-    if (m_pImpl) {
+    if (m_pImpl && CRegLibImplDirectory::isUsable()) {
         const CNoCancellation noCancellation;
         m_pImpl->SetRegistryChangeHandler(handler);
     }
 }
 
 void CRegLib::ClrRegistryChangeHandler(CRegistryChangeHandler* handler) {
-    if (m_pImpl) {
+    if (m_pImpl && CRegLibImplDirectory::isUsable()) {
         const CNoCancellation noCancellation;
         m_pImpl->ClrRegistryChangeHandler(handler);
     }
@@ -255,6 +255,12 @@ int CRegLib::VQRegEndUpdate() {
         store.m_critSec.leave(__LINE__);
         return result;
     });
+}
+
+int CRegLib::VQRegReload() {
+    REGLIB_TRACE(eTraceFlow, "CRegLib::VQRegReload (0x%08X)\n", traceId(this));
+    return delegate(m_pImpl, true, __LINE__,
+                    [](CRegLibImpl& store) { return store.VQRegReload(); });
 }
 
 int CRegLib::SendRegistryChangeNotification() {

@@ -2,28 +2,37 @@
 
 namespace VQRegLib {
 
+// An entry's node is changed by these two only, so that the index follows.
+void CHandleTable::point(NodeEntries::iterator entry, void* node) {
+    m_idsByNode.emplace(node, entry->first);
+    entry->second = node;
+}
+
+void CHandleTable::unpoint(NodeEntries::iterator entry) {
+    m_idsByNode.erase({entry->second, entry->first});
+    entry->second = nullptr;
+}
+
 CRegKeyImpl* CHandleTable::enroll(void* node, CRegKeyImpl* record) {
     const std::uint32_t id = m_ulNextHandleId;
-    const auto nodeEntry = m_mapHandleToNode.try_emplace(id);
-    CRegKeyImpl* replaced = nullptr;
+    const auto [nodeEntry, isNew] = m_mapHandleToNode.try_emplace(id);
     try {
         CRegKeyImpl*& entry = m_mapHandleToKeyImpl[id];
-        replaced = entry;
-        entry = record;
+        unpoint(nodeEntry);
+        point(nodeEntry, node);
+        return std::exchange(entry, record);
     } catch (...) {
-        if (nodeEntry.second) {
-            m_mapHandleToNode.erase(nodeEntry.first);
+        if (isNew) {
+            retire(id);
         }
         throw;
     }
-    nodeEntry.first->second = node;
-    return replaced;
 }
 
 void CHandleTable::clearPendingNode() {
     const auto found = m_mapHandleToNode.find(m_ulNextHandleId);
     if (found != m_mapHandleToNode.end()) {
-        found->second = nullptr;
+        unpoint(found);
     }
 }
 
@@ -34,7 +43,11 @@ void CHandleTable::retirePending(const CRegKeyImpl* record) {
 }
 
 void CHandleTable::retire(std::uint32_t id) {
-    m_mapHandleToNode.erase(id);
+    const auto found = m_mapHandleToNode.find(id);
+    if (found != m_mapHandleToNode.end()) {
+        unpoint(found);
+        m_mapHandleToNode.erase(found);
+    }
     m_mapHandleToKeyImpl.erase(id);
 }
 
@@ -48,13 +61,21 @@ CRegKeyImpl* CHandleTable::recordOf(std::uint32_t id) const {
     return found == m_mapHandleToKeyImpl.end() ? nullptr : found->second;
 }
 
-// Only called where the whole file is rewritten anyway, so an index from nodes to ids would cost
-// more in every registration than it would save here.
 void CHandleTable::orphan(const void* node) {
-    for (auto& entry : m_mapHandleToNode) {
-        if (entry.second == node) {
-            entry.second = nullptr;
-        }
+    auto at = m_idsByNode.lower_bound({node, 0});
+    while (at != m_idsByNode.end() && at->first == node) {
+        m_mapHandleToNode.find(at->second)->second = nullptr;
+        at = m_idsByNode.erase(at);
+    }
+}
+
+void CHandleTable::move(const void* from, void* to) {
+    auto at = m_idsByNode.lower_bound({from, 0});
+    while (at != m_idsByNode.end() && at->first == from) {
+        auto entry = m_idsByNode.extract(at++);
+        entry.value().first = to;
+        m_mapHandleToNode.find(entry.value().second)->second = to;
+        m_idsByNode.insert(std::move(entry));
     }
 }
 

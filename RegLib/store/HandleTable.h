@@ -4,6 +4,8 @@
 
 #include <cstdint>
 #include <map>
+#include <set>
+#include <utility>
 
 namespace VQRegLib {
 
@@ -33,8 +35,11 @@ public:
     CRegKeyImpl* recordOf(std::uint32_t id) const;
 
     // Makes the ids of a node read as unregistered, because the node is about to be freed. Their
-    // entries stay.
+    // entries stay. Costs what the node's own ids cost, however many others there are.
     void orphan(const void* node);
+
+    // Lets the ids of one node stand for another one, which has none yet. Needs no memory.
+    void move(const void* from, void* to);
 
     // Takes the first id and its record out of the table. False when the table is empty.
     bool takeFirst(std::uint32_t& id, CRegKeyImpl*& record);
@@ -42,9 +47,15 @@ public:
     std::size_t size() const { return m_mapHandleToKeyImpl.size(); }
 
 private:
-    std::map<std::uint32_t, void*> m_mapHandleToNode;
+    using NodeEntries = std::map<std::uint32_t, void*>;
+
+    void point(NodeEntries::iterator entry, void* node);
+    void unpoint(NodeEntries::iterator entry);
+
+    NodeEntries m_mapHandleToNode;
     std::uint32_t m_ulNextHandleId = 1;
     std::map<std::uint32_t, CRegKeyImpl*> m_mapHandleToKeyImpl;
+    std::set<std::pair<const void*, std::uint32_t>> m_idsByNode;  // of entries that have a node
 };
 
 }  // namespace VQRegLib

@@ -73,6 +73,12 @@ bool CRegLibImpl::isUpdating() const {
     return false;
 }
 
+void CRegLibImpl::dropInheritedUpdate() {}
+
+int CRegLibImpl::VQRegReload() {
+    return REGLIB_E_FAIL;
+}
+
 bool CRegLibImpl::hasWatcher() {
     const CCritSecGuard guard(m_watcherLock, __LINE__);
     return m_pWatcherThread != nullptr;

@@ -73,6 +73,12 @@ public:
     virtual int VQRegEndUpdate();
     virtual bool isUpdating() const;
 
+    // In a child of fork: the update that its parent had begun is not the child's.
+    virtual void dropInheritedUpdate();
+
+    // Makes every process read the store's file again at its next operation.
+    virtual int VQRegReload();
+
     // Unregisters a record and clears it; the caller deletes it. Throws VQException when there is
     // no memory for its empty names.
     void clearKeyInfo(CRegKeyImpl* record);

@@ -4,9 +4,12 @@
 #include <sys/mount.h>
 #include <sys/stat.h>
 
+#include <atomic>
+#include <cstdint>
 #include <fstream>
 #include <functional>
 #include <string>
+#include <thread>
 
 #include "VQRegLib.h"
 #include "support/Agent.h"
@@ -160,6 +163,63 @@ TEST(OtherUsers, ShareTheStoreOfANarrowUmask) {
     EXPECT_EQ(owner.set(".", "Value", 3u), REGLIB_OK);
     EXPECT_EQ(reader.get(".", "Value"), Value::ofDword(3));
     EXPECT_EQ(other.get(".", "Value"), Value::ofDword(3));
+}
+
+// The kernel lets nobody link another user's file (fs.protected_hardlinks), so the names are
+// exchanged.
+TEST(OtherUsers, TakeTurnsAndThePathIsNeverAbsent) {
+    if (!vqtest::mayRunAsAnother(VQREG_AGENT_PATH)) {
+        GTEST_SKIP() << "no program can be run as another user here";
+    }
+    const TempStore store;
+    ASSERT_EQ(::chmod(store.directory().c_str(), 0777), 0);
+    const auto agentOf = [](int user) {
+        return Agent::Options{.program = vqtest::kAsAnother,
+                              .arguments = vqtest::asAnother(VQREG_AGENT_PATH, user)};
+    };
+    Agent one(agentOf(vqtest::kNobody));
+    Agent two(agentOf(vqtest::kNameless));
+    ASSERT_EQ(one.open(store.path()), REGLIB_OK);
+    ASSERT_EQ(two.open(store.path()), REGLIB_OK);
+    std::atomic<bool> isOver{false};
+    std::atomic<int> absences{0};
+    std::thread looking([&] {
+        while (!isOver) {
+            absences += store.exists() ? 0 : 1;
+        }
+    });
+    std::string before = store.read();
+    for (std::uint32_t number = 1; number <= 200; ++number) {
+        EXPECT_EQ((number % 2 != 0 ? one : two).set(".", "Number", number), REGLIB_OK);
+        EXPECT_EQ(store.readBackup(), before) << number;
+        before = store.read();
+    }
+    isOver = true;
+    looking.join();
+    EXPECT_EQ(absences, 0);
+    EXPECT_EQ(two.get(".", "Number"), Value::ofDword(200));
+    EXPECT_THAT(store.files(), ElementsAre("store.cfg", "store.cfg.bak"));
+}
+
+TEST(FileSizeLimit, KeepsNobodyElseFromTheOldText) {
+    const TempStore store;
+    Agent limited(
+        {.program = "/bin/sh",
+         .arguments = {"-c", "trap '' XFSZ; ulimit -f 2; exec \"$0\"", VQREG_AGENT_PATH}});
+    Agent other(VQREG_AGENT_PATH);
+    ASSERT_EQ(limited.open(store.path()), REGLIB_OK);
+    ASSERT_EQ(limited.set(".", "Small", 1u), REGLIB_OK);
+    ASSERT_EQ(other.open(store.path()), REGLIB_OK);
+    const std::string before = store.read();
+    const std::string backup = store.readBackup();
+    EXPECT_EQ(limited.set(".", "Large", std::string(1900, 'x')), REGLIB_E_FILE_OPEN);
+    EXPECT_EQ(store.read(), before);
+    EXPECT_EQ(store.readBackup(), backup);
+    EXPECT_THAT(store.files(), ElementsAre("store.cfg", "store.cfg.bak"));
+    EXPECT_EQ(other.get(".", "Small"), Value::ofDword(1));
+    EXPECT_EQ(other.get(".", "Large"), Value::failure(REGLIB_E_NOT_FOUND));
+    EXPECT_EQ(limited.set(".", "Large", "y"), REGLIB_OK);
+    EXPECT_EQ(other.get(".", "Large"), Value::ofText("y"));
 }
 
 TEST_F(MountedStore, WithoutWritePermissionOnlyQueriesWork) {

@@ -139,6 +139,12 @@ int FileOpsFake::makeWritableForAll(const char* path) {
                : CFileOps::makeWritableForAll(path);
 }
 
+int FileOpsFake::makeWritableForAll(std::FILE* file) {
+    return fails(FileCall::eMakeWritableForAll, "makeWritableForAll (opened)")
+               ? -1
+               : CFileOps::makeWritableForAll(file);
+}
+
 int FileOpsFake::unlink(const char* path) {
     return fails(FileCall::eUnlink, "unlink " + shortName(path)) ? -1 : CFileOps::unlink(path);
 }
@@ -153,6 +159,12 @@ int FileOpsFake::rename(const char* path, const char* newPath) {
     return fails(FileCall::eRename, "rename " + shortName(path) + " " + shortName(newPath))
                ? -1
                : CFileOps::rename(path, newPath);
+}
+
+int FileOpsFake::exchange(const char* path, const char* other) {
+    return fails(FileCall::eExchange, "exchange " + shortName(path) + " " + shortName(other))
+               ? -1
+               : CFileOps::exchange(path, other);
 }
 
 bool FileOpsFake::exists(const char* path) {

@@ -24,6 +24,7 @@ enum class FileCall {
     eUnlink,
     eLink,
     eRename,
+    eExchange,
     eExists
 };
 
@@ -61,9 +62,11 @@ public:
     int flush(std::FILE* file) override;
     int close(std::FILE* file) override;
     int makeWritableForAll(const char* path) override;
+    int makeWritableForAll(std::FILE* file) override;
     int unlink(const char* path) override;
     int link(const char* path, const char* newPath) override;
     int rename(const char* path, const char* newPath) override;
+    int exchange(const char* path, const char* other) override;
     bool exists(const char* path) override;
 
 private:

@@ -8,11 +8,15 @@
 
 namespace vqtest {
 
-/// Runs a program as the user "nobody"; its arguments are `asAnother` and then those of the program.
+/// Runs a program as the user "nobody", or as one that has no name; its arguments are `asAnother` and
+/// then those of the program.
 constexpr char kAsAnother[] = "/usr/bin/setpriv";
+constexpr int kNobody = 65534;
+constexpr int kNameless = 65533;
 
-inline std::vector<std::string> asAnother(const std::string& program) {
-    return {"--reuid=65534", "--regid=65534", "--clear-groups", program};
+inline std::vector<std::string> asAnother(const std::string& program, int user = kNobody) {
+    const std::string number = std::to_string(user);
+    return {"--reuid=" + number, "--regid=" + number, "--clear-groups", program};
 }
 
 /// Whether that works: not without privileges, nor where that user may not reach the program.

@@ -83,10 +83,16 @@ std::set<std::string> options(const Words& command) {
 }  // namespace
 
 TEST_P(Completion, OffersTheCommandsOfTheHelp) {
-    ASSERT_EQ(21u, commands().size());
+    ASSERT_EQ(22u, commands().size());
     EXPECT_EQ(offers({}, ""), commands());
     EXPECT_THAT(offers({}, "re"), ElementsAre("restore"));
     EXPECT_THAT(offers({"--no-notify", "--timeout", "3"}, "ex"), ElementsAre("export"));
+}
+
+TEST_P(Completion, OffersTheCommandsToHelp) {
+    EXPECT_EQ(offers({"help"}, ""), commands());
+    EXPECT_THAT(offers({"help"}, "exp"), ElementsAre("export"));
+    EXPECT_THAT(offers({"help", "get"}, "s"), IsEmpty());
 }
 
 TEST_P(Completion, DoesNotOfferTheHiddenCommand) {

@@ -82,14 +82,15 @@ TEST(DiffTest, PrintsJsonLines) {
     store.write("[K]\n\"a\"=dword:00000001\n\"b\"=string:x\n");
     other.write("[K]\n\"a\"=binary:01\n[K/Sub]\n");
     EXPECT_EQ(
-        (CommandResult{1,
-                       "{\"event\":\"changed\",\"key\":\"K\",\"name\":\"a\",\"old\":{\"type\":"
-                       "\"dword\",\"value\":1},\"new\":{\"type\":\"binary\",\"value\":\"01\"}"
-                       "}\n"
-                       "{\"event\":\"deleted\",\"key\":\"K\",\"name\":\"b\",\"old\":{\"type\":"
-                       "\"string\",\"value\":\"x\"}}\n"
-                       "{\"event\":\"created\",\"key\":\"K/Sub\"}\n",
-                       ""}),
+        (CommandResult{
+            1,
+            "{\"event\":\"changed\",\"root\":\"K\",\"key\":\"\",\"name\":\"a\",\"old\":{\"type\":"
+            "\"dword\",\"value\":1},\"new\":{\"type\":\"binary\",\"value\":\"01\"}"
+            "}\n"
+            "{\"event\":\"deleted\",\"root\":\"K\",\"key\":\"\",\"name\":\"b\",\"old\":{\"type\":"
+            "\"string\",\"value\":\"x\"}}\n"
+            "{\"event\":\"created\",\"root\":\"K\",\"key\":\"Sub\"}\n",
+            ""}),
         runVqreg({"diff", "--json", store.path(), other.path()}));
 }
 

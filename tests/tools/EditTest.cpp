@@ -148,6 +148,6 @@ TEST_F(EditTest, NamesNoTextThatTheEditorHasRemoved) {
 }
 
 TEST_F(EditTest, SaysThatAKeyIsMissing) {
-    EXPECT_EQ((CommandResult{1, "", "vqreg: there is no key \"Nothing\"\n"}),
+    EXPECT_EQ((CommandResult{1, "", "vqreg: the key \"Nothing\" does not exist\n"}),
               edit("true", {"Nothing"}));
 }

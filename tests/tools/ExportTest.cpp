@@ -42,7 +42,7 @@ TEST(ExportTest, PrintsJson) {
     EXPECT_EQ((CommandResult{0,
                              "{\n"
                              "  \"name\": \"Dns\",\n"
-                             "  \"path\": \"Network/Dns\",\n"
+                             "  \"key\": \"Network/Dns\",\n"
                              "  \"values\": {\n"
                              "    \"Mac\": {\"type\":\"binary\",\"value\":\"0010\"}\n"
                              "  },\n"
@@ -55,7 +55,7 @@ TEST(ExportTest, PrintsJson) {
 TEST(ExportTest, SaysThatAKeyIsMissing) {
     TempStore store;
     store.write(kText);
-    EXPECT_EQ((CommandResult{1, "", "vqreg: there is no key \"Nothing\"\n"}),
+    EXPECT_EQ((CommandResult{1, "", "vqreg: the key \"Nothing\" does not exist\n"}),
               runVqreg({"--file", store.path(), "export", "Nothing"}));
 }
 

@@ -174,7 +174,7 @@ TEST_F(GetSet, OtherRoot) {
 }
 
 TEST_F(GetSet, DefaultStore) {
-    EXPECT_EQ(vqtest::runVqreg({"set", "K", "V", "x"}), prints(""));
+    EXPECT_EQ(vqtest::runVqreg({"set", "K", "V", "x"}).status, 0);
     EXPECT_EQ(vqtest::runVqreg({"get", "K", "V"}), prints("x\n"));
     EXPECT_EQ(vqtest::runVqreg({"--file", "/etc/Velquist.cfg", "get", "K", "V"}), prints("x\n"));
 }

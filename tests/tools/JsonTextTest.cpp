@@ -39,7 +39,7 @@ TEST(JsonTextTest, ComposesATree) {
     EXPECT_EQ(
         "{\n"
         "  \"name\": \"K\",\n"
-        "  \"path\": \"/\",\n"
+        "  \"key\": \"\",\n"
         "  \"values\": {\n"
         "    \"Flag\": {\"type\":\"binary\",\"value\":\"00FF\"},\n"
         "    \"Port\": {\"type\":\"dword\",\"value\":8080},\n"
@@ -59,7 +59,7 @@ TEST(JsonTextTest, ComposesATree) {
         "    }\n"
         "  }\n"
         "}\n",
-        composeJsonText(sample(), "/"));
+        composeJsonText(sample(), ""));
 }
 
 TEST(JsonTextTest, ReadsWhatItComposes) {
@@ -69,6 +69,14 @@ TEST(JsonTextTest, ReadsWhatItComposes) {
     EXPECT_EQ("K", parsed.key.name);
     EXPECT_EQ("Network/Dns", parsed.path.value());
     EXPECT_EQ(text, composeJsonText(parsed.key, *parsed.path));
+}
+
+TEST(JsonTextTest, ReadsTheKeyAndTheOlderPath) {
+    EXPECT_EQ("/", parseJsonText("{\"key\": \"\"}").path.value());
+    EXPECT_EQ("a/b", parseJsonText("{\"key\": \"a/b\"}").path.value());
+    EXPECT_EQ("/.", parseJsonText("{\"key\": \".\"}").path.value()) << "no root key, but a name";
+    EXPECT_EQ("/", parseJsonText("{\"path\": \"/\"}").path.value());
+    EXPECT_EQ("/.", parseJsonText("{\"path\": \"/.\"}").path.value());
 }
 
 TEST(JsonTextTest, KeepsTextsThatAreNotUtf8) {

@@ -1,6 +1,7 @@
 // vqreg rm, mkkey, ls, tree, cp and mv.
 #include "tools/VqregStore.h"
 
+using vqtest::Arguments;
 using vqtest::fails;
 using vqtest::prints;
 
@@ -40,21 +41,21 @@ TEST_F(Keys, LsAsJson) {
     EXPECT_EQ(run({"ls", "--json", "Net"}), prints(R"([
   {
     "kind": "value",
-    "key": "",
+    "key": "Net",
     "name": "Mac",
     "type": "binary",
     "value": "00A4"
   },
   {
     "kind": "value",
-    "key": "",
+    "key": "Net",
     "name": "Port",
     "type": "dword",
     "value": 8080
   },
   {
     "kind": "key",
-    "key": "Dns"
+    "key": "Net/Dns"
   }
 ]
 )"));
@@ -62,23 +63,23 @@ TEST_F(Keys, LsAsJson) {
 
 TEST_F(Keys, TreeDraws) {
     EXPECT_EQ(run({"tree"}), prints("Velquist/\n"
-                                    "|-- Version: 4.2\n"
+                                    "|-- Version (string): 4.2\n"
                                     "|-- Net/\n"
-                                    "|   |-- Mac: 00A4\n"
-                                    "|   |-- Port: 8080\n"
+                                    "|   |-- Mac (binary): 00A4\n"
+                                    "|   |-- Port (dword): 8080\n"
                                     "|   `-- Dns/\n"
-                                    "|       `-- First: 10.1.1.2\n"
+                                    "|       `-- First (string): 10.1.1.2\n"
                                     "`-- Void/\n"));
     EXPECT_EQ(run({"tree", "-L", "1"}),
-              prints("Velquist/\n|-- Version: 4.2\n|-- Net/\n`-- Void/\n"));
-    EXPECT_EQ(run({"tree", "net/dns"}), prints("Dns/\n`-- First: 10.1.1.2\n"));
+              prints("Velquist/\n|-- Version (string): 4.2\n|-- Net/\n`-- Void/\n"));
+    EXPECT_EQ(run({"tree", "net/dns"}), prints("Dns/\n`-- First (string): 10.1.1.2\n"));
     EXPECT_EQ(run({"tree", "No"}), fails(1, "the key \"No\" does not exist"));
 }
 
 TEST_F(Keys, TreeDrawsLinesWhereTheLocaleHasThem) {
     EXPECT_EQ(
         vqtest::runVqreg({"--file", file.path(), "tree", "-L", "1"}, {}, {{"LC_ALL", "C.UTF-8"}}),
-        prints("Velquist/\n├── Version: 4.2\n├── Net/\n└── Void/\n"));
+        prints("Velquist/\n├── Version (string): 4.2\n├── Net/\n└── Void/\n"));
 }
 
 TEST_F(Keys, MkkeyMakesAllOfThePath) {
@@ -182,8 +183,93 @@ TEST_F(Keys, PathsKeepTheirNames) {
     make({"set", "/./x", "V", "1"});
     EXPECT_EQ(run({"ls", "-R", "/."}), prints("x/\nx/V\n"));
     EXPECT_EQ(run({"ls", "."}), prints("Version\n./\nNet/\nVoid/\n"));
-    EXPECT_EQ(run({"ls", ""}), fails(1, "the key \"/\" does not exist"));
-    EXPECT_EQ(run({"rm", "-r", ""}).status, 1);
-    EXPECT_EQ(run({"ls", "Net/"}), fails(1, "the key \"Net/\" does not exist"));
     EXPECT_EQ(run({"ls", "Net\\Dns"}), fails(1, "the key \"Net\\Dns\" does not exist"));
+}
+
+TEST_F(Keys, ASlashBehindAKeyThatExistsDoesNotMatter) {
+    EXPECT_EQ(run({"ls", "Net/"}), prints("Mac\nPort\nDns/\n"));
+    EXPECT_EQ(run({"get", "net/", "Port"}), prints("8080\n"));
+    EXPECT_EQ(run({"tree", "Net/Dns/"}), run({"tree", "Net/Dns"}));
+    EXPECT_EQ(run({"export", "Net/Dns/"}), run({"export", "Net/Dns"}));
+    EXPECT_EQ(run({"export", "--json", "Net/Dns/"}), run({"export", "--json", "Net/Dns"}));
+    EXPECT_EQ(run({"ls", "--json", "Net/"}), run({"ls", "--json", "Net"}));
+    make({"cp", "Net/Dns/", "Copy"});
+    make({"cp", "-f", "Net/Dns/", "Copy/"});
+    make({"cp", "Net/", "Port", "Copy/"});
+    EXPECT_EQ(run({"ls", "Copy"}), prints("First\nPort\n"));
+    make({"rm", "-r", "Copy/"});
+    EXPECT_EQ(run({"mv", "Net/", "Net/Dns/Net"}).status, 2) << "below itself";
+    EXPECT_EQ(run({"mv", "Net/", "Net"}).status, 2) << "to itself";
+    make({"set", "Void/", "V", "1"});
+    make({"rm", "Void/", "V"});
+    make({"mkkey", "Void/"});
+    make({"rm", "Void/"});
+    EXPECT_EQ(run({"ls"}), prints("Version\nNet/\n"));
+    EXPECT_EQ(run({"ls", "No/"}), fails(1, "the key \"No/\" does not exist"));
+    EXPECT_EQ(run({"mkkey", "No/"}), fails(5, "a key name must not be empty, in the path \"No/\""));
+    EXPECT_EQ(run({"ls", "Net/Port/"}),
+              fails(5, "\"Port\" is a value of the key \"Net\", not a key"));
+}
+
+TEST_F(Keys, AnEmptyTextIsBlamed) {
+    const std::string why = "the key \"\" (the root key is \"/\") does not exist";
+    EXPECT_EQ(run({"get", "", "a"}), fails(1, why));
+    EXPECT_EQ(run({"ls", ""}), fails(1, why));
+    EXPECT_EQ(run({"export", ""}), fails(1, why));
+    EXPECT_EQ(run({"rm", "-r", ""}), fails(1, why));
+    EXPECT_EQ(run({"set", "", "a", "1"}),
+              fails(5, "a key name must not be empty; the root key is \"/\""));
+}
+
+// What a program reads out of one command it can put into another.
+TEST_F(Keys, KeysInJsonAreCountedFromTheRootKey) {
+    const auto key = [&](const Arguments& arguments) {
+        const std::string out = run(arguments).out;
+        const std::size_t at = out.find("\"key\":");
+        const std::size_t open = out.find('"', at + 6);
+        return out.substr(open + 1, out.find('"', open + 1) - open - 1);
+    };
+    EXPECT_EQ(key({"ls", "--json", "Net/Dns"}), "Net/Dns");
+    EXPECT_EQ(key({"ls", "--json"}), "");
+    EXPECT_EQ(key({"tree", "--json", "net/dns"}), "net/dns");
+    EXPECT_EQ(key({"tree", "--json"}), "");
+    EXPECT_EQ(key({"export", "--json", "Net/Dns"}), "Net/Dns");
+    EXPECT_EQ(key({"export", "--json"}), "");
+    const vqtest::TempStore other;
+    other.write("[Velquist]\n");
+    EXPECT_EQ(key({"diff", "--json", other.path(), "-"}), "");
+    other.write("[Velquist]\n\"Version\"=string:4.2\n");
+    EXPECT_EQ(key({"diff", "--json", other.path(), "-"}), "Net");
+    EXPECT_EQ(key({"--root", "Velquist/Net", "diff", "--json", other.path(), "-"}), "");
+}
+
+TEST_F(Keys, AnExportedRootKeyComesBack) {
+    const auto text = run({"export", "--json"});
+    const std::string before = file.read();
+    make({"rm", "-r", "Net"});
+    EXPECT_EQ(run({"import", "--json", "-"}, text.out).status, 0);
+    EXPECT_EQ(file.read(), before);
+}
+
+TEST_F(Keys, SetSaysOnceThatItHasMadeAKey) {
+    EXPECT_EQ(run({"set", "New/Er/Est", "V", "1"}),
+              (vqtest::CommandResult{0, "", "vqreg: made the key \"New/Er/Est\"\n"}));
+    EXPECT_EQ(run({"set", "New/Er/Est", "W", "1"}), prints(""));
+    EXPECT_EQ(run({"set", "Net", "New", "1"}), prints(""));
+}
+
+TEST_F(Keys, GetKnowsAValueInThePlaceOfTheKey) {
+    const std::string usage =
+        "usage: vqreg get [--type] [--raw] [--default V] [--json] [-0] KEY NAME";
+    const auto meant = [&](const std::string& line) {
+        return fails(2, "NAME is required; did you mean \"vqreg get " + line + "\"?\n" + usage);
+    };
+    EXPECT_EQ(run({"get", "Net/Port"}), meant("Net Port"));
+    EXPECT_EQ(run({"get", "Net/Dns/First"}), meant("Net/Dns First"));
+    EXPECT_EQ(run({"get", "Version"}), meant("/ Version"));
+    make({"set", "Net", "It's", "1"});
+    EXPECT_EQ(run({"get", "Net/It's"}), meant("Net 'It'\\''s'"));
+    for (const char* const key : {"Net", "No", "No/Port", "/", "", "Net/Port/X"}) {
+        EXPECT_EQ(run({"get", key}), fails(2, "NAME is required\n" + usage)) << key;
+    }
 }

@@ -45,7 +45,7 @@ TEST_F(Refusal, CharactersInKeyNames) {
     EXPECT_EQ(run({"mkkey", "a/<root>"}),
               fails(5, "a key must not be named <root>, in the path \"a/<root>\""));
     EXPECT_EQ(run({"set", "", "V", "1"}),
-              fails(5, "a key name must not be empty, in the path \"/\""));
+              fails(5, "a key name must not be empty; the root key is \"/\""));
 }
 
 TEST_F(Refusal, RootNames) {

@@ -109,7 +109,7 @@ TEST_F(Replace, ByJsonNamesTheKey) {
     const std::string text = "{\"values\": {\"Port\": {\"type\": \"dword\", \"value\": 1}}}";
     EXPECT_EQ(replace(text),
               fails(4,
-                    "-: the text has no \"path\" of the key that it is to replace; name the key "
+                    "-: the text has no \"key\", the key that it is to replace; name the key "
                     "with --key"));
     expectUntouched();
     EXPECT_EQ(replace(text, {"--key", "Net"}), prints(""));

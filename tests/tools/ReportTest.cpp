@@ -20,9 +20,10 @@ protected:
     Report() { file.write(kText); }
 
     // Of a command that must succeed.
-    json report(const Arguments& arguments, const std::string& input = {}, int status = 0) const {
+    json report(const Arguments& arguments, const std::string& input = {}, int status = 0,
+                const std::string& err = "") const {
         const CommandResult result = run(arguments, input);
-        EXPECT_EQ(result.err, "");
+        EXPECT_EQ(result.err, err);
         EXPECT_EQ(result.status, status);
         return json::parse(result.out);
     }
@@ -54,7 +55,8 @@ TEST_F(Report, OfSet) {
     EXPECT_EQ(report({"set", "--json", "Net", "Port", "81"}),
               changed(json::array({ofPort(dword(80), dword(81))})));
     EXPECT_EQ(report({"set", "--json", "Net", "Port", "81"}), changed(json::array()));
-    const json made = report({"set", "--json", "New/Deep", "V", "x"});
+    const json made = report({"set", "--json", "New/Deep", "V", "x"}, "", 0,
+                             "vqreg: made the key \"New/Deep\"\n");
     ASSERT_EQ(made["changes"].size(), 3u);
     EXPECT_EQ(made["changes"][0], ofKey("New", true));
     EXPECT_EQ(made["changes"][1], ofKey("New/Deep", true));

@@ -32,14 +32,15 @@ TEST(Usage, HelpAndVersionGoToStandardOutput) {
 
 TEST(Usage, EveryCommandHasHelp) {
     for (const std::string command :
-         {"get",   "set",   "incr",  "rm",     "mkkey",  "ls",      "tree",
-          "cp",    "mv",    "batch", "export", "import", "apply",   "diff",
-          "watch", "check", "edit",  "notify", "info",   "restore", "clean"}) {
+         {"get",  "set",    "incr",   "rm",      "mkkey", "ls",   "tree",  "cp",
+          "mv",   "batch",  "export", "import",  "apply", "diff", "watch", "check",
+          "edit", "notify", "info",   "restore", "clean", "help"}) {
         const auto help = runVqreg({command, "--help"});
         EXPECT_EQ(help.status, 0) << command;
         EXPECT_EQ(help.err, "") << command;
         EXPECT_NE(help.out.find("usage: vqreg " + command), std::string::npos) << help.out;
         EXPECT_NE(runVqreg({"--help"}).out.find("\n  " + command + ' '), std::string::npos);
+        EXPECT_EQ(runVqreg({"help", command}), help);
     }
 }
 
@@ -58,6 +59,31 @@ TEST(Usage, MisspeltCommands) {
     EXPECT_EQ(runVqreg({"exprot"}),
               misused("unknown command \"exprot\"; did you mean \"export\"?", kUsage));
     EXPECT_EQ(runVqreg({"frobnicate"}), misused("unknown command \"frobnicate\"", kUsage));
+}
+
+TEST(Usage, HelpIsACommandToo) {
+    EXPECT_EQ(runVqreg({"help"}), runVqreg({"--help"}));
+    EXPECT_EQ(runVqreg({"help", "exprot"}),
+              misused("unknown command \"exprot\"; did you mean \"export\"?",
+                      "usage: vqreg help [COMMAND]"));
+    EXPECT_EQ(runVqreg({"help", "list"}), misused("unknown command \"list\"; did you mean \"ls\"?",
+                                                  "usage: vqreg help [COMMAND]"));
+    EXPECT_EQ(runVqreg({"help", "get", "set"}),
+              misused("one argument too many: \"set\"", "usage: vqreg help [COMMAND]"));
+}
+
+TEST(Usage, WordsOfOtherProgramsForACommand) {
+    const std::pair<std::string, std::string> meant[] = {
+        {"list", "ls"},        {"delete", "rm"},  {"dump", "export"}, {"cat", "get"},
+        {"show", "get"},       {"del", "rm"},     {"remove", "rm"},   {"create", "mkkey"},
+        {"mkdir", "mkkey"},    {"update", "set"}, {"rename", "mv"},   {"undo", "restore"},
+        {"validate", "check"}, {"LIST", "ls"}};
+    for (const auto& [word, command] : meant) {
+        EXPECT_EQ(
+            runVqreg({word, "K"}),
+            misused("unknown command \"" + word + "\"; did you mean \"" + command + "\"?", kUsage));
+        EXPECT_EQ(runVqreg({command, "--help"}).status, 0);
+    }
 }
 
 TEST(Usage, MisspeltOptions) {
@@ -82,7 +108,7 @@ TEST(Usage, AnOptionMayHaveAnEmptyText) {
     // The argument behind it is its own.
     EXPECT_EQ(runVqreg({"--root=", "set", "K", "V", "x"}).status, 5);
     EXPECT_EQ(runVqreg({"get", "--default=", "K", "V"}), vqtest::prints("\n"));
-    EXPECT_EQ(runVqreg({"set", "K", "V", "--", "--root="}), vqtest::prints(""));
+    EXPECT_EQ(runVqreg({"set", "K", "V", "--", "--root="}).status, 0);
     EXPECT_EQ(runVqreg({"get", "K", "V"}), vqtest::prints("--root=\n"));
     EXPECT_EQ(runVqreg({"get", "K", "--", "++"}).status, 1);
 }
@@ -96,12 +122,38 @@ TEST(Usage, WrongNumberOfArguments) {
               "usage: vqreg cp [-f] KEY [NAME] NEWKEY [NEWNAME]\n");
 }
 
+// Each kind of fault that a command line can have, and nothing that only programmers understand.
 TEST(Usage, BadArgumentsOfOptions) {
-    EXPECT_EQ(runVqreg({"--timeout", "soon", "ls"}).status, 2);
-    EXPECT_EQ(runVqreg({"--timeout", "-1", "ls"}).status, 2);
-    EXPECT_EQ(runVqreg({"--color", "often", "ls"}).status, 2);
-    EXPECT_EQ(runVqreg({"set", "-t", "qword", "K", "V", "1"}).status, 2);
-    EXPECT_EQ(runVqreg({"tree", "-L", "0"}).status, 2);
+    const std::string ls = "usage: vqreg ls [-R] [-l] [--json] [-0] [KEY]";
+    const std::string tree = "usage: vqreg tree [-L N] [--json] [KEY]";
+    for (const std::string text : {"soon", "-1", "", "1e9", "nan", "3s"}) {
+        EXPECT_EQ(runVqreg({"--timeout=" + text, "ls"}),
+                  misused("--timeout must be a number from 0 to 1000000, not \"" + text + '"', ls));
+    }
+    EXPECT_EQ(runVqreg({"--color", "often", "ls"}),
+              misused("--color needs one of auto,always,never, not \"often\"", ls));
+    EXPECT_EQ(runVqreg({"--color=", "ls"}), misused("--color needs one of auto,always,never", ls));
+    EXPECT_EQ(runVqreg({"--color", "{}#0", "ls"}),
+              misused("--color needs one of auto,always,never, not \"{}#0\"", ls));
+    EXPECT_EQ(runVqreg({"--root", "a", "--root", "b", "ls"}),
+              misused("--root is given 2 times; once is right", ls));
+    EXPECT_EQ(runVqreg({"ls", "--root"}), misused("--root needs NAME behind it", ls));
+    for (const std::string text : {"0", "x", "99999999999999999999"}) {
+        EXPECT_EQ(runVqreg({"tree", "-L", text}),
+                  misused("-L needs a number from 1 to 100000, not \"" + text + '"', tree));
+    }
+    EXPECT_EQ(runVqreg({"tree", "-L"}), misused("-L needs N behind it", tree));
+    EXPECT_EQ(runVqreg({"get", "--json=maybe", "K", "V"}),
+              misused("--json cannot be \"maybe\"", kGetUsage));
+    EXPECT_EQ(runVqreg({"get", "--raw", "--type", "K", "V"}),
+              misused("--type and --raw exclude each other", kGetUsage));
+    const auto type = runVqreg({"set", "-t", "qword", "K", "V", "1"});
+    EXPECT_EQ(type.status, 2);
+    EXPECT_EQ(type.err.substr(0, type.err.find('\n')),
+              "vqreg: --type needs one of string,dword,binary, not \"qword\"");
+}
+
+TEST(Usage, OtherMistakes) {
     EXPECT_EQ(runVqreg({"--file", "", "ls"}), misused("--file needs the path of a file",
                                                       "usage: vqreg ls [-R] [-l] [--json] [-0] "
                                                       "[KEY]"));

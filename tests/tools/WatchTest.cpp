@@ -118,3 +118,25 @@ TEST_F(WatchTest, NeedsAStore) {
     TempStore other;
     EXPECT_EQ(3, runVqreg({"--file", other.directory() + "/missing/a.cfg", "watch"}).status);
 }
+
+TEST_F(WatchTest, SaysOnceThatTheKeyDoesNotExist) {
+    std::vector<std::string> arguments = watching({"New"});
+    arguments.insert(arguments.begin(), {"-c", R"(exec "$0" "$@" 2>&1)", VQREG_COMMAND_PATH});
+    vqtest::ChildProcess watch("/bin/sh", arguments);
+    EXPECT_EQ("vqreg: the key \"New\" does not exist yet", watch.line());
+    ASSERT_EQ(0, change({"set", "New", "v", "-t", "string", "x"}));
+    EXPECT_EQ("+ [Velquist/New] \"v\"=string:x", watch.line());
+    ASSERT_EQ(0, change({"rm", "-r", "-f", "New"}));
+    EXPECT_EQ("- [Velquist/New] \"v\"=string:x", watch.line());
+    watch.signal(SIGTERM);
+    EXPECT_EQ((CommandResult{0, "", ""}), watch.finish());
+}
+
+TEST_F(WatchTest, CountsKeysInJsonFromTheRootKey) {
+    VqregProcess watch(watching({"--json"}));
+    EXPECT_EQ(
+        "{\"event\":\"created\",\"key\":\"\",\"name\":\"Port\",\"new\":{\"type\":\"dword\","
+        "\"value\":80}}",
+        watch.line());
+    EXPECT_EQ("{\"event\":\"created\",\"key\":\"Sub\"}", watch.line());
+}

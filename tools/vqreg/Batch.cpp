@@ -103,7 +103,7 @@ void runBatch(Context& context, const ReportOptions& options) {
     }
     Changing changing(context, options, deletesOf(lines));
     changing.begin();
-    Batch batch{changing.store(), {}, {}};
+    Batch batch{changing.store(), {}, {}, {}};
     Context inner = context;
     inner.batch = &batch;
     for (const Line& line : lines) {
@@ -111,6 +111,9 @@ void runBatch(Context& context, const ReportOptions& options) {
     }
     changing.record(lasting(changing.store(), std::move(batch.changes)));
     changing.print(batch.output);
+    for (const std::string& remark : batch.remarks) {
+        changing.tell(remark);
+    }
     changing.finish();
 }
 

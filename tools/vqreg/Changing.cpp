@@ -17,17 +17,6 @@ namespace vqreg {
 
 namespace {
 
-bool startsWith(const Names& path, const Names& start) {
-    return path.size() >= start.size() && std::equal(start.begin(), start.end(), path.begin(),
-                                                     [](const auto& left, const auto& right) {
-                                                         return folded(left) == folded(right);
-                                                     });
-}
-
-std::string textOfPath(const Names& path) {
-    return path.empty() ? "" : joinPath(path);
-}
-
 Json sideOf(const Change& change, const std::optional<Value>& value, bool isThere) {
     if (change.isOfKey() && isThere) {
         return {{"type", "key"}};
@@ -35,34 +24,24 @@ Json sideOf(const Change& change, const std::optional<Value>& value, bool isTher
     return value ? jsonOf(*value) : Json(nullptr);
 }
 
-// Paths are those below the root key; of a key elsewhere in the file "root" names the first one.
-Json reportOf(const Change& change, const Names& above, const Names& root) {
-    Names key = above;
-    key.insert(key.end(), change.path.begin(), change.path.end());
+// The place, also as one path: "Network/Port".
+Json reportOf(const Change& change, const Names& root) {
+    const Json place = jsonOfPlace(change, root);
+    const std::string key = plainPath(belowRoot(change.path, root));
     Json json;
-    const bool isBelow = startsWith(key, root);
-    if (!isBelow) {
-        json["root"] = textForJson(key.front());
-    }
-    key.erase(key.begin(), key.begin() + static_cast<std::ptrdiff_t>(isBelow ? root.size() : 1));
-    Names path = key;
-    if (!change.isOfKey()) {
-        path.push_back(change.value().name);
-    }
-    json["path"] = textForJson(textOfPath(path));
-    json["key"] = textForJson(textOfPath(key));
-    if (!change.isOfKey()) {
-        json["name"] = textForJson(change.value().name);
-    }
+    json["path"] = textForJson(change.isOfKey() ? key
+                               : key.empty()    ? change.value().name
+                                                : key + '/' + change.value().name);
+    json.update(place);
     json["before"] = sideOf(change, change.before, change.kind == Change::eKind::eDeleted);
     json["after"] = sideOf(change, change.after, change.kind == Change::eKind::eCreated);
     return json;
 }
 
-Json reportOf(const std::vector<Change>& changes, const Names& above, const Names& root) {
+Json reportOf(const std::vector<Change>& changes, const Names& root) {
     Json json = Json::array();
     for (const Change& change : changes) {
-        json.push_back(reportOf(change, above, root));
+        json.push_back(reportOf(change, root));
     }
     return json;
 }
@@ -124,10 +103,11 @@ void reportChanges(Context& context, const ReportOptions& options, const Names& 
         context.exitCode = static_cast<int>(eExit::eNegative);
     }
     if (options.json) {
-        const Names root = rootNames(context.store);
-        Json json{{"changed", isChanged}, {"changes", reportOf(changes, above, root)}};
+        // Paths that begin at the top of the file are told from the root key on all the same.
+        const Names root = above.empty() ? rootNames(context.store) : Names();
+        Json json{{"changed", isChanged}, {"changes", reportOf(changes, root)}};
         if (options.verifySeconds) {
-            json["returned"] = reportOf(returned, above, root);
+            json["returned"] = reportOf(returned, root);
         }
         Output::standard().json(json);
     }
@@ -165,6 +145,10 @@ void Changing::print(const std::string& text) {
     m_output += text;
 }
 
+void Changing::tell(const std::string& remark) {
+    m_remarks.push_back(remark);
+}
+
 void Changing::warn() {
     if (!std::exchange(m_isWarned, true)) {
         warnOfReturn(m_others);
@@ -181,6 +165,7 @@ void Changing::write() {
     if (Batch* const batch = m_context.batch) {
         batch->changes.insert(batch->changes.end(), m_changes.begin(), m_changes.end());
         batch->output += m_output;
+        batch->remarks.insert(batch->remarks.end(), m_remarks.begin(), m_remarks.end());
     }
     m_session.reset();
 }
@@ -188,6 +173,9 @@ void Changing::write() {
 void Changing::report() {
     if (m_context.batch) {
         return;
+    }
+    for (const std::string& remark : m_remarks) {
+        note(remark);
     }
     Output::standard().write(m_output);
     reportChanges(m_context, m_options, rootNames(m_context.store), m_changes, !m_changes.empty());

@@ -32,6 +32,7 @@ struct Batch {
     StoreSession& session;
     std::vector<Change> changes;
     std::string output;
+    std::vector<std::string> remarks;
 };
 
 // The keys of the path that are missing, as created.
@@ -63,6 +64,8 @@ public:
     void record(const std::vector<Change>& changes);
     void print(const std::string& text);  // on standard output, once all is written
 
+    void tell(const std::string& remark);  // on standard error, likewise
+
     // Who will bring back what is deleted; once, and at the latest before it is.
     void warn();
 
@@ -83,6 +86,7 @@ private:
     std::optional<StoreSession> m_session;
     std::vector<Change> m_changes;
     std::string m_output;
+    std::vector<std::string> m_remarks;
 };
 
 }  // namespace vqreg

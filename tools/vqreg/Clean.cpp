@@ -1,4 +1,4 @@
-// vqreg clean and notify.
+// vqreg clean: temporary files that were left.
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -117,12 +117,6 @@ void addClean(CLI::App& app, Context& context) {
     command->add_flag("-0", options->zero, "End each name with a NUL");
     command->footer("Files that are younger than a minute stay: they may be in use.");
     command->callback([options, &context] { clean(*options, context); });
-}
-
-void addNotify(CLI::App& app, Context& context) {
-    CLI::App* const command = app.add_subcommand(
-        "notify", "Tell all processes to look for changes, as after a change by hand");
-    command->callback([&context] { StoreSession(context.store).announce(); });
 }
 
 }  // namespace vqreg

@@ -34,8 +34,12 @@ void addGlobalOptions(CLI::App& app, Context& context) {
         ->type_name("S")
         ->check(CLI::Validator(
             [](const std::string& text) {
-                const double seconds = std::strtod(text.c_str(), nullptr);
-                return seconds >= 0 && seconds <= 1e6 ? "" : "must be from 0 to 1000000: " + text;
+                char* end = nullptr;
+                const double seconds = std::strtod(text.c_str(), &end);
+                const bool isNumber = !text.empty() && *end == '\0';
+                return isNumber && seconds >= 0 && seconds <= 1e6
+                           ? ""
+                           : "must be a number from 0 to 1000000, not \"" + text + '"';
             },
             ""));
     app.add_flag_callback(
@@ -56,9 +60,9 @@ void addGlobalOptions(CLI::App& app, Context& context) {
 
 void addCommands(CLI::App& app, Context& context) {
     for (const auto add :
-         {addGet,  addSet,    addIncr,   addRm,      addMkkey, addLs,      addTree,  addCp,
-          addMv,   addBatch,  addExport, addImport,  addApply, addDiff,    addWatch, addCheck,
-          addEdit, addNotify, addInfo,   addRestore, addClean, addComplete}) {
+         {addGet,  addSet,    addIncr,   addRm,      addMkkey, addLs,       addTree,  addCp,
+          addMv,   addBatch,  addExport, addImport,  addApply, addDiff,     addWatch, addCheck,
+          addEdit, addNotify, addInfo,   addRestore, addClean, addComplete, addHelp}) {
         add(app, context);
     }
     // All others only look at a store, or change what must be there already.

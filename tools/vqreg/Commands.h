@@ -37,6 +37,8 @@ void addRestore(CLI::App& app, Context& context);
 void addClean(CLI::App& app, Context& context);
 void addComplete(CLI::App& app, Context& context);  // hidden: names for the shell's completion
 
+void addHelp(CLI::App& app, Context& context);
+
 // Texts of whole trees.
 void addExport(CLI::App& app, Context& context);
 void addImport(CLI::App& app, Context& context);

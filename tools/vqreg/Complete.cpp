@@ -47,7 +47,11 @@ void complete(const CompleteOptions& options, const Context& context) {
         printKeys(*root, "", folded(options.first));
         return;
     }
-    const Key* const key = findKey(*root, splitPath(options.first));
+    Path path = splitPath(options.first);
+    if (path.size() > 1 && path.back().empty()) {
+        path.pop_back();  // the "/" that stands behind keys in listings
+    }
+    const Key* const key = findKey(*root, path);
     const std::string prefix = folded(options.second);
     for (const auto& [name, value] : key ? key->values : std::map<std::string, Value>()) {
         if (name.starts_with(prefix)) {

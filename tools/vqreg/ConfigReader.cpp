@@ -63,6 +63,7 @@ void ConfigReader::readKeyLine(const Piece& piece, std::string_view line) {
     const std::size_t close = line.find(']');
     if (close == std::string_view::npos) {
         m_state = eState::eAfterBadKey;
+        lose(piece);
         error(piece, {line.size(), "the key line has no \"]\"", "write [PATH]"});
         return;
     }
@@ -151,8 +152,14 @@ void ConfigReader::walkPath(const Piece& piece, std::string_view line,
 void ConfigReader::readValueLineOf(const Piece& piece, std::string_view line) {
     ValueLine parts;
     if (const auto fault = readValueLine(line, parts)) {
+        if (!line.empty()) {
+            lose(piece);
+        }
         error(piece, *fault);
         return;
+    }
+    if (m_state != eState::eInKey) {
+        lose(piece);
     }
     if (m_state == eState::eBeforeKeys) {
         error(piece, {0, "a value stands before the first key", "write a key line above it"});
@@ -257,6 +264,12 @@ void ConfigReader::warning(const Piece& piece, const Fault& fault, Finding::eKin
 void ConfigReader::add(const Piece& piece, const Fault& fault, bool isError, Finding::eKind kind) {
     m_findings.push_back(
         {piece.line, piece.offset + fault.at + 1, isError, fault.what, fault.mend, kind});
+}
+
+void ConfigReader::lose(const Piece& piece) {
+    if (m_lostLines.empty() || m_lostLines.back() != piece.line) {
+        m_lostLines.push_back(piece.line);
+    }
 }
 
 Key ConfigReader::takeTop() {

@@ -25,6 +25,10 @@ public:
     // What the library has in memory: everything, or what stands before the first error.
     Key takeTop();
 
+    // All that can be read at all, whatever errors there are, and the lines that cannot.
+    Key allThatCanBeRead() const { return modelOf(m_top); }
+    const std::vector<std::size_t>& lostLines() const { return m_lostLines; }
+
     // The text that the library writes with the next change. Nothing else shows its tree as
     // exactly: it keeps lines as they were read, odd ones too.
     std::string nextText() const;
@@ -60,6 +64,8 @@ private:
     void add(const Piece& piece, const Fault& fault, bool isError,
              Finding::eKind kind = Finding::eKind::eOther);
 
+    void lose(const Piece& piece);
+
     static Key modelOf(const Node& node);
     static void print(const Node& node, std::string& text);
 
@@ -73,6 +79,7 @@ private:
     std::size_t m_longLine = 0;  // the last line that was cut, and the index of its finding
     std::size_t m_longFinding = 0;
     std::vector<Finding> m_findings;
+    std::vector<std::size_t> m_lostLines;
 };
 
 }  // namespace vqreg

@@ -61,7 +61,12 @@ bool ConfigText::isReadable() const {
 ConfigText parseConfigText(std::string_view text) {
     ConfigReader reader;
     reader.read(text);
-    return {reader.takeTop(), reader.findings()};
+    ConfigText config{reader.takeTop(), reader.findings()};
+    if (!reader.isReadable()) {
+        config.rescued = reader.allThatCanBeRead();
+        config.lostLines = reader.lostLines();
+    }
+    return config;
 }
 
 std::string composeConfigText(const Key& top) {

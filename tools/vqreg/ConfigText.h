@@ -29,7 +29,10 @@ std::string format(const std::string& file, const Finding& finding);
 struct ConfigText {
     Key top;  // the invisible key above the top-level keys, as far as the text could be read
     std::vector<Finding> findings;
-    bool isReadable() const;  // no finding is an error
+    Key rescued = {};                         // of a text with errors: all that can be read at all
+    std::vector<std::size_t> lostLines = {};  // and the lines that cannot
+    bool isReadable() const;                  // no finding is an error
+    const Key& all() const { return isReadable() ? top : rescued; }
 };
 
 ConfigText parseConfigText(std::string_view text);

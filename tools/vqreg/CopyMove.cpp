@@ -82,10 +82,10 @@ std::vector<Change> deletedBy(const Path& from, const Path& to, const Key& key) 
 
 // One update from the first look on. The whole tree is checked before the first change.
 void copyKey(const CopyMoveOptions& options, Changing& changing, const StoreOptions& storeOptions) {
-    const Path from = splitPath(options.first);
-    const Path to = splitPath(options.second);
-    checkPlaces(options, from, to);
     StoreSession& store = changing.store();
+    const Path from = store.tidied(splitPath(options.first));
+    const Path to = store.tidied(splitPath(options.second));
+    checkPlaces(options, from, to);
     changing.begin();
     const auto key = store.load(from);
     if (!key) {
@@ -108,15 +108,15 @@ void copyKey(const CopyMoveOptions& options, Changing& changing, const StoreOpti
 }
 
 void copyValue(const CopyMoveOptions& options, Changing& changing) {
-    const Path from = splitPath(options.first);
-    const Path to = splitPath(*options.third);
+    StoreSession& store = changing.store();
+    const Path from = store.tidied(splitPath(options.first));
+    const Path to = store.tidied(splitPath(*options.third));
     const std::string newName = options.fourth.value_or(options.second);
     const bool isSamePlace = isSame(from, to) && folded(options.second) == folded(newName);
     if (isSamePlace && (!options.move || options.second == newName)) {
         throw CommandError(eExit::eUsage,
                            "cannot " + std::string(options.verb()) + " a value to itself");
     }
-    StoreSession& store = changing.store();
     changing.begin();
     auto value = store.value(from, options.second);
     if (!value) {

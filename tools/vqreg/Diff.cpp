@@ -30,7 +30,7 @@ void runDiff(Context& context, const DiffOptions& options) {
     const Key before = topOf(context, options.before);
     const Key after = topOf(context, options.after);
     const std::vector<Change> changes = difference(before, after);
-    printChanges(changes, {}, options.json);
+    printChanges(changes, {}, options.json, rootNames(context.store));
     context.exitCode = changes.empty() ? 0 : 1;
 }
 

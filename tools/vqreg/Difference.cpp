@@ -1,6 +1,9 @@
 #include "tools/vqreg/Difference.h"
 
+#include <algorithm>
+
 #include "tools/vqreg/JsonText.h"
+#include "tools/vqreg/StoreSession.h"
 #include "tools/vqreg/TextLines.h"
 
 namespace vqreg {
@@ -55,13 +58,11 @@ void compare(const Key& before, const Key& after, Path& path, std::vector<Change
     });
 }
 
-std::string keyText(const Path& path) {
-    std::string text;
-    for (const std::string& name : path) {
-        text += text.empty() ? "" : "/";
-        text += name;
-    }
-    return text;
+bool isBelow(const Path& path, const Path& root) {
+    return path.size() >= root.size() && std::equal(root.begin(), root.end(), path.begin(),
+                                                    [](const auto& left, const auto& right) {
+                                                        return folded(left) == folded(right);
+                                                    });
 }
 
 // As in the file, but on one line whatever it holds.
@@ -78,7 +79,7 @@ std::string dataOf(const Value& value) {
 void findConflicts(const Key& base, const Key& addition, Path& path,
                    std::vector<std::string>& conflicts) {
     const auto report = [&](const std::string& name) {
-        conflicts.push_back("[" + escaped(keyText(path)) + "] \"" + escaped(name) + "\"");
+        conflicts.push_back("[" + escaped(plainPath(path)) + "] \"" + escaped(name) + "\"");
     };
     for (const auto& [name, value] : addition.values) {
         if (base.keys.contains(name)) {
@@ -113,7 +114,7 @@ std::string lineOf(const Change& change, const Path& above) {
                                                                : '~';
     Path path = above;
     path.insert(path.end(), change.path.begin(), change.path.end());
-    std::string line = std::string(1, sign) + " [" + escaped(keyText(path)) + "]";
+    std::string line = std::string(1, sign) + " [" + escaped(plainPath(path)) + "]";
     if (change.isOfKey()) {
         return line;
     }
@@ -124,15 +125,30 @@ std::string lineOf(const Change& change, const Path& above) {
     return line + dataOf(change.value());
 }
 
-nlohmann::ordered_json jsonOf(const Change& change) {
+Path belowRoot(const Path& path, const Path& root) {
+    const std::size_t above =
+        isBelow(path, root) ? root.size() : std::min<std::size_t>(1, path.size());
+    return {path.begin() + static_cast<std::ptrdiff_t>(above), path.end()};
+}
+
+nlohmann::ordered_json jsonOfPlace(const Change& change, const Path& root) {
+    nlohmann::ordered_json json;
+    if (!isBelow(change.path, root)) {
+        json["root"] = textForJson(change.path.empty() ? "" : change.path.front());
+    }
+    json["key"] = textForJson(plainPath(belowRoot(change.path, root)));
+    if (!change.isOfKey()) {
+        json["name"] = textForJson(change.value().name);
+    }
+    return json;
+}
+
+nlohmann::ordered_json jsonOf(const Change& change, const Path& root) {
     nlohmann::ordered_json json;
     json["event"] = change.kind == Change::eKind::eCreated   ? "created"
                     : change.kind == Change::eKind::eDeleted ? "deleted"
                                                              : "changed";
-    json["key"] = change.path.empty() ? "/" : textForJson(keyText(change.path));
-    if (!change.isOfKey()) {
-        json["name"] = textForJson(change.value().name);
-    }
+    json.update(jsonOfPlace(change, root));
     if (change.before) {
         json["old"] = jsonOf(*change.before);
     }

@@ -1,19 +1,20 @@
 // vqreg edit: a part of the store in the user's editor.
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <memory>
+#include <utility>
 
 #include "tools/vqreg/Changing.h"
 #include "tools/vqreg/Commands.h"
 #include "tools/vqreg/Confirm.h"
 #include "tools/vqreg/Editor.h"
 #include "tools/vqreg/ExitCode.h"
-#include "tools/vqreg/Interruption.h"
 #include "tools/vqreg/Output.h"
 #include "tools/vqreg/Returning.h"
+#include "tools/vqreg/StoreFault.h"
 #include "tools/vqreg/TreeInput.h"
+#include "tools/vqreg/WholeFile.h"
 
 namespace vqreg {
 
@@ -25,14 +26,15 @@ struct EditOptions {
     ReportOptions report;
 };
 
-Key load(const Context& context, const Names& path) {
+// The key, and its path without what does not belong to it.
+std::pair<Names, Key> load(const Context& context, const Names& given) {
     StoreSession session(context.store);
+    const Names path = session.tidied(given);
     std::optional<Key> key = session.load(path);
     if (!key) {
-        throw CommandError(eExit::eNegative,
-                           fmt::format("there is no key \"{}\"", printable(joinPath(path))));
+        throw CommandError(eExit::eNegative, nameOfKey(path) + " does not exist");
     }
-    return std::move(*key);
+    return {path, std::move(*key)};
 }
 
 std::string textOf(const Context& context, const Names& path, const Key& key) {
@@ -41,29 +43,15 @@ std::string textOf(const Context& context, const Names& path, const Key& key) {
     return composeConfigText(topAround(full, key));
 }
 
-// Until the text is well-formed. None when it has not been changed.
+// None when it has not been changed.
 std::optional<PlacedTree> edited(const Context& context, const Names& path,
                                  const std::string& before, const TemporaryText& file) {
-    for (;;) {
-        runEditor(file.path());
-        const std::string text = readInput(file.path());
-        if (text == before) {
-            return std::nullopt;
-        }
-        try {
-            PlacedTree tree = placedTree(context.store, file.path(), text, path);
-            checkRules(context.store, tree);
-            return tree;
-        } catch (const CommandError& error) {
-            if (isatty(STDIN_FILENO) == 0) {
-                throw;
-            }
-            note(error.what());
-            if (!confirm("Edit the text again?")) {
-                throw;
-            }
-        }
-    }
+    PlacedTree tree;
+    const bool isChanged = editText(file, before, [&](const std::string& text) {
+        tree = placedTree(context.store, file.path(), text, path);
+        checkRules(context.store, tree);
+    });
+    return isChanged ? std::optional(std::move(tree)) : std::nullopt;
 }
 
 // A session of its own: that of before would keep what other processes have deleted meanwhile.
@@ -80,6 +68,17 @@ void apply(const Context& context, const Names& path, const Key& before,
     session.end();
 }
 
+// On standard error.
+void showChanges(const Context& context, const std::vector<Change>& changes, const Names& above) {
+    for (const Change& change : changes) {
+        // Nobody can be told where this fails.
+        std::fputs((lineOf(change, above) + '\n').c_str(), stderr);
+    }
+    if (deletesAny(changes)) {
+        warnOfReturn(processesWith(storeFile(context.store)));
+    }
+}
+
 void editKey(Context& context, const EditOptions& options, const Names& path, const Key& before,
              TemporaryText& file) {
     const std::string text = textOf(context, path, before);
@@ -90,13 +89,7 @@ void editKey(Context& context, const EditOptions& options, const Names& path, co
         note("nothing has been changed");
         return;
     }
-    for (const Change& change : changes) {
-        // Nobody can be told where this fails.
-        std::fputs((lineOf(change, rootNames(context.store)) + '\n').c_str(), stderr);
-    }
-    if (deletesAny(changes)) {
-        warnOfReturn(processesWith(storeFile(context.store)));
-    }
+    showChanges(context, changes, rootNames(context.store));
     if (!options.yes && !confirm("Make these changes?")) {
         throw CommandError(eExit::eNegative, "nothing has been changed");
     }
@@ -104,29 +97,64 @@ void editKey(Context& context, const EditOptions& options, const Names& path, co
     reportChanges(context, options.report, rootNames(context.store), changes, true);
 }
 
-// Says where the text stays; nothing if the editor has removed it.
-std::string keep(TemporaryText& file, const std::string& before) {
-    file.keep();
-    return ::access(file.path().c_str(), F_OK) == 0
-               ? before + "the edited text is in " + file.path()
-               : std::string();
+// The store's text, when it is malformed.
+std::optional<std::string> malformedText(const StoreOptions& options) {
+    std::optional<std::string> text = readStoreFileIfAny(storeFile(options), rootName(options));
+    return text && !parseConfigText(*text).isReadable() ? text : std::nullopt;
+}
+
+ConfigText checkedText(const std::string& file, const std::string& text) {
+    ConfigText parsed = parseConfigText(text);
+    printFindings(file, parsed.findings);
+    checkClean(file, parsed);
+    return parsed;
+}
+
+// The library refuses the file, so the text itself is edited, all of it, and nothing else takes its
+// place than a text that the library takes.
+void editMalformed(Context& context, const EditOptions& options, const std::string& before) {
+    const std::string file = storeFile(context.store);
+    const ConfigText present = parseConfigText(before);
+    printFindings(file, present.findings);
+    note(file + ": the text is malformed; all of it is edited");
+    TemporaryText edited(before);
+    bool isChanged = false;
+    std::vector<Change> changes;
+    keepingText(edited, [&] {
+        std::string text;
+        ConfigText wanted;
+        isChanged = editText(edited, before, [&](const std::string& now) {
+            wanted = checkedText(edited.path(), now);
+            text = now;
+        });
+        if (!isChanged) {
+            return;
+        }
+        changes = difference(present.all(), wanted.top);
+        showChanges(context, changes, {});
+        if (!options.yes && !confirm("Write this text?")) {
+            throw CommandError(eExit::eNegative, "nothing has been changed");
+        }
+        replaceMalformed(context.store, text, &before);
+        makeReread(context.store, wanted.top);
+    });
+    if (!isChanged) {
+        throw CommandError(eExit::eMalformed,
+                           file + ": the text is malformed still; nothing has been changed");
+    }
+    reportChanges(context, options.report, {}, changes, true);
 }
 
 void runEdit(Context& context, const EditOptions& options) {
-    const Names path = splitPath(options.key);
-    const Key before = load(context, path);
-    TemporaryText file(textOf(context, path, before));
-    try {
-        editKey(context, options, path, before, file);
-    } catch (const CommandError& error) {
-        throw CommandError(error.code(), error.what() + keep(file, "; "));
-    } catch (const Interrupted&) {
-        const std::string place = keep(file, "");
-        if (!place.empty()) {
-            note(place);
-        }
-        throw;
+    if (const auto malformed = malformedText(context.store)) {
+        editMalformed(context, options, *malformed);
+        return;
     }
+    const auto [path, before] = load(context, splitPath(options.key));
+    TemporaryText file(textOf(context, path, before));
+    keepingText(file, [&, &path = path, &before = before] {
+        editKey(context, options, path, before, file);
+    });
 }
 
 }  // namespace
@@ -139,7 +167,9 @@ void addEdit(CLI::App& app, Context& context) {
     addVerifyOption(*command, options->report);
     command->footer(
         "The editor is $VISUAL, else $EDITOR, else vi. What is deleted from the text is deleted\n"
-        "from the store. Nothing is written when the store has changed meanwhile.");
+        "from the store. Nothing is written when the store has changed meanwhile.\n"
+        "Of a malformed file the whole text is edited, whatever the KEY, and written when it is\n"
+        "well-formed.");
     command->callback([&context, options] { runEdit(context, *options); });
 }
 

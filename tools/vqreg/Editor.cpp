@@ -11,8 +11,12 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "tools/vqreg/Confirm.h"
 #include "tools/vqreg/ExitCode.h"
 #include "tools/vqreg/FileHandle.h"
+#include "tools/vqreg/LockWatch.h"
+#include "tools/vqreg/Output.h"
+#include "tools/vqreg/TreeInput.h"
 
 namespace vqreg {
 
@@ -68,6 +72,23 @@ pid_t start(const char* editor, const std::string& file) {
     return pid;
 }
 
+// The process may end while it waits for the lock of the store.
+class LastWords {
+public:
+    explicit LastWords(const std::string& words) { LockWatch::setLastWords(words); }
+    ~LastWords() { LockWatch::setLastWords({}); }
+    LastWords(const LastWords&) = delete;
+    LastWords& operator=(const LastWords&) = delete;
+};
+
+// Says where the text stays; nothing if the editor has removed it.
+std::string keep(TemporaryText& file, const std::string& before) {
+    file.keep();
+    return ::access(file.path().c_str(), F_OK) == 0
+               ? before + "the edited text is in " + file.path()
+               : std::string();
+}
+
 }  // namespace
 
 TemporaryText::TemporaryText(std::string_view text) {
@@ -83,6 +104,44 @@ TemporaryText::TemporaryText(std::string_view text) {
 TemporaryText::~TemporaryText() {
     if (!m_isKept) {
         ::unlink(m_path.c_str());
+    }
+}
+
+bool editText(const TemporaryText& file, const std::string& before,
+              const std::function<void(const std::string&)>& check) {
+    for (;;) {
+        runEditor(file.path());
+        const std::string text = readInput(file.path());
+        if (text == before) {
+            return false;
+        }
+        try {
+            check(text);
+            return true;
+        } catch (const CommandError& error) {
+            if (isatty(STDIN_FILENO) == 0) {
+                throw;
+            }
+            note(error.what());
+            if (!confirm("Edit the text again?")) {
+                throw;
+            }
+        }
+    }
+}
+
+void keepingText(TemporaryText& file, const std::function<void()>& work) {
+    const LastWords words("the edited text is in " + file.path());
+    try {
+        work();
+    } catch (const CommandError& error) {
+        throw CommandError(error.code(), error.what() + keep(file, "; "));
+    } catch (...) {
+        const std::string place = keep(file, "");
+        if (!place.empty()) {
+            note(place);
+        }
+        throw;
     }
 }
 

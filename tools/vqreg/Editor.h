@@ -2,6 +2,7 @@
 #ifndef TOOLS_VQREG_EDITOR_H
 #define TOOLS_VQREG_EDITOR_H
 
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -23,6 +24,14 @@ private:
     std::string m_path;
     bool m_isKept = false;
 };
+
+// Lets the user edit the text, again when he wants to, until `check` does not throw. False when the
+// text is still the one of before.
+bool editText(const TemporaryText& file, const std::string& before,
+              const std::function<void(const std::string&)>& check);
+
+// What is done with an edited text. When it fails, the text is kept, and it is said where.
+void keepingText(TemporaryText& file, const std::function<void()>& work);
 
 // Runs $VISUAL, $EDITOR or vi, whichever is set first, and waits for its end. Throws CommandError
 // when it fails.

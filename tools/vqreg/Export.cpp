@@ -65,21 +65,20 @@ std::string textOf(const Names& full, const Names& path, Key key) {
 }
 
 void runExport(Context& context, const ExportOptions& options) {
-    Names path = splitPath(options.key);
+    StoreSession session(context.store);
+    const Names path = session.tidied(splitPath(options.key));
     Names full = rootNames(context.store);
     full.insert(full.end(), path.begin(), path.end());
-    StoreSession session(context.store);
     std::optional<Key> key = loadWatched(session, path, entriesBelow(context.store, full));
     if (!key) {
-        throw CommandError(eExit::eNegative,
-                           fmt::format("there is no key \"{}\"", printable(options.key)));
+        throw CommandError(eExit::eNegative, nameOfKey(path) + " does not exist");
     }
     // A file that was edited by hand may hold what cannot be read back from a new text.
     for (const std::string& rule : brokenRulesOfTree(rootName(context.store), path, *key)) {
         note("warning: " + rule);
     }
     if (options.json) {
-        writeText(composeJsonText(*key, joinPath(path)));
+        writeText(composeJsonText(*key, plainPath(path)));
         return;
     }
     writeText(textOf(full, path, std::move(*key)));

@@ -1,10 +1,14 @@
 // vqreg get: prints one value.
+#include <algorithm>
+#include <cctype>
+#include <cstring>
 #include <memory>
 
 #include "tools/vqreg/Commands.h"
 #include "tools/vqreg/ExitCode.h"
 #include "tools/vqreg/JsonText.h"
 #include "tools/vqreg/Output.h"
+#include "tools/vqreg/Usage.h"
 
 namespace vqreg {
 
@@ -12,7 +16,7 @@ namespace {
 
 struct GetOptions {
     std::string key;
-    std::string name;
+    std::optional<std::string> name;
     bool type = false;
     bool raw = false;
     bool json = false;
@@ -37,17 +41,55 @@ void print(const Value& value, const GetOptions& options) {
 Value storedValue(const GetOptions& options, const Context& context) {
     StoreSession store(context.store);
     const Path path = splitPath(options.key);
-    if (auto value = store.value(path, options.name)) {
+    if (auto value = store.value(path, *options.name)) {
         return std::move(*value);
     }
     const std::string key = nameOfKey(path);
     throw CommandError(eExit::eNegative,
                        store.hasKey(path)
-                           ? fmt::format("{} has no value \"{}\"", key, printable(options.name))
+                           ? fmt::format("{} has no value \"{}\"", key, printable(*options.name))
                            : key + " does not exist");
 }
 
+// As a person would have to type it.
+std::string shellWord(const std::string& text) {
+    const bool isPlain =
+        !text.empty() && std::all_of(text.begin(), text.end(), [](unsigned char c) {
+            return std::isalnum(c) != 0 || std::strchr("/._-+:,@%", c) != nullptr;
+        });
+    if (isPlain) {
+        return text;
+    }
+    std::string quoted = "'";
+    for (const char c : text) {
+        quoted += c == '\'' ? "'\\''" : std::string(1, c);
+    }
+    return printable(quoted + "'");
+}
+
+// The last name of the path may be that of the value.
+CommandError nameIsMissing(const GetOptions& options, const Context& context) {
+    const std::string message = "NAME is required";
+    Path path = splitPath(options.key);
+    if (!path.empty()) {
+        const std::string name = path.back();
+        path.pop_back();
+        try {
+            if (StoreSession(context.store).value(path, name)) {
+                return {eExit::eUsage, fmt::format("{}; did you mean \"vqreg get {} {}\"?", message,
+                                                   shellWord(joinPath(path)), shellWord(name))};
+            }
+        } catch (const CommandError&) {
+            // Whatever is wrong with the store, what is wrong with the command line comes first.
+        }
+    }
+    return {eExit::eUsage, message};
+}
+
 void get(const GetOptions& options, const Context& context) {
+    if (!options.name) {
+        throw nameIsMissing(options, context);
+    }
     try {
         print(storedValue(options, context), options);
     } catch (const CommandError& error) {
@@ -79,7 +121,9 @@ void addGet(CLI::App& app, Context& context) {
     command->add_flag("--json", options->json, "Print type and data as JSON");
     command->add_flag("-0", options->zero, "End the line with a NUL");
     command->add_option("KEY", options->key, "Path of the key")->required()->type_name("");
-    command->add_option("NAME", options->name, "Name of the value")->required()->type_name("");
+    // Not required: what is missing may be behind the last "/" of the key.
+    command->add_option("NAME", options->name, "Name of the value")->type_name("");
+    setUsage(*command, "get [--type] [--raw] [--default V] [--json] [-0] KEY NAME");
     command->callback([options, &context] { get(*options, context); });
 }
 

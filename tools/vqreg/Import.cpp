@@ -49,7 +49,7 @@ void addImport(CLI::App& app, Context& context) {
     command
         ->add_option("--key", options->text.key,
                      "The one key that the text is about; without it, the root key, or the "
-                     "\"path\" of a JSON text")
+                     "\"key\" of a JSON text")
         ->type_name("KEY");
     CLI::Option* const merge = command->add_flag_callback(
         "--merge", [] {}, "Keep what only the store has (the default)");

@@ -44,9 +44,9 @@ std::int64_t numberOf(const Path& path, const Value& value) {
 
 void incr(const IncrOptions& options, Context& context) {
     const std::int64_t by = parseStep(options.by);
-    const Path path = splitPath(options.key);
     Changing changing(context, {});
     StoreSession& store = changing.store();
+    const Path path = store.tidied(splitPath(options.key));
     changing.begin();
     const std::optional<Value> present = store.value(path, options.name);
     const std::int64_t number = (present ? numberOf(path, *present) : 0) + by;

@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <memory>
 
 #include "tools/vqreg/Commands.h"
@@ -18,8 +19,10 @@ namespace vqreg {
 namespace {
 
 struct Facts {
-    std::string file;
+    std::string given;
+    std::string file;  // behind the links in the place of the given one
     std::string why;
+    enum class eState { ePresent, eEmpty, eMissing } state = eState::ePresent;
     struct stat status {};
     std::optional<struct stat> backup;
     Count count;
@@ -29,7 +32,21 @@ struct Facts {
     std::size_t alive = 0;
     std::size_t stale = 0;
     std::optional<Finding> fault;
+
+    // There is a text, but not where it should be.
+    bool isTextLost() const { return state != eState::ePresent && backup && backup->st_size > 0; }
 };
+
+constexpr const char* stateName(Facts::eState state) {
+    return state == Facts::eState::eMissing ? "missing"
+           : state == Facts::eState::eEmpty ? "empty"
+                                            : "present";
+}
+
+std::string hintOf(const Facts& facts) {
+    return std::string("the file is ") + stateName(facts.state) +
+           " and its backup is not; \"vqreg restore\" brings the text back";
+}
 
 std::string reasonFor(const StoreOptions& options, const std::string& file) {
     if (options.file) {
@@ -39,23 +56,33 @@ std::string reasonFor(const StoreOptions& options, const std::string& file) {
                                           : "default, /velquist/etc does not exist";
 }
 
-// The library is not asked: it would wait for the lock, and what stands in the way is what a person
-// may want to know.
-Facts gather(const StoreOptions& options) {
-    Facts facts;
-    facts.file = storeFile(options);
-    facts.why = reasonFor(options, facts.file);
-    const ConfigText config = parseConfigText(readStoreFile(facts.file, rootName(options)));
+void readText(Facts& facts, const StoreOptions& options) {
+    const std::string text = readStoreFile(facts.file, rootName(options));
+    facts.state = text.empty() ? Facts::eState::eEmpty : Facts::eState::ePresent;
+    const ConfigText config = parseConfigText(text);
     facts.count = countBelow(config.top);
     const auto fault = std::find_if(config.findings.begin(), config.findings.end(),
                                     [](const Finding& finding) { return finding.isError; });
     if (fault != config.findings.end()) {
         facts.fault = *fault;
     }
-    ::stat(facts.file.c_str(), &facts.status);
+}
+
+// The library is not asked: it would wait for the lock, and what stands in the way is what a person
+// may want to know.
+Facts gather(const StoreOptions& options) {
+    Facts facts;
+    facts.given = givenFile(options);
+    facts.file = storeFile(options);
+    facts.why = reasonFor(options, facts.given);
     struct stat backup {};
-    if (::stat((facts.file + ".bak").c_str(), &backup) == 0) {
+    if (::lstat((facts.file + ".bak").c_str(), &backup) == 0) {
         facts.backup = backup;
+    }
+    const bool isMissing = ::lstat(facts.file.c_str(), &facts.status) != 0 && errno == ENOENT;
+    facts.state = isMissing ? Facts::eState::eMissing : Facts::eState::ePresent;
+    if (!facts.isTextLost()) {
+        readText(facts, options);
     }
     facts.stamp = changeStamp(facts.file);
     facts.holder = lockHolder(facts.file);
@@ -82,6 +109,14 @@ Json jsonOf(const std::vector<OpenIn>& processes) {
     return json;
 }
 
+template <typename Line>
+void printStatus(const Facts& facts, const Line& line) {
+    line("owner", userName(facts.status.st_uid) + ":" + groupName(facts.status.st_gid));
+    line("mode", modeText(facts.status.st_mode));
+    line("size", fmt::format("{} bytes", facts.status.st_size));
+    line("modified", localTime(facts.status.st_mtime));
+}
+
 void printText(const Facts& facts) {
     Output& output = Output::standard();
     const auto line = [&](std::string_view name, const std::string& text) {
@@ -89,12 +124,17 @@ void printText(const Facts& facts) {
         padded.append(15 - name.size(), ' ');
         output.line(output.styled(eStyle::eName, padded) + text);
     };
-    line("file", printable(facts.file));
+    line("file", printable(facts.given));
+    if (facts.file != facts.given) {
+        line("real file", printable(facts.file));
+    }
     line("why", facts.why);
-    line("owner", userName(facts.status.st_uid) + ":" + groupName(facts.status.st_gid));
-    line("mode", modeText(facts.status.st_mode));
-    line("size", fmt::format("{} bytes", facts.status.st_size));
-    line("modified", localTime(facts.status.st_mtime));
+    if (facts.isTextLost()) {
+        line("state", hintOf(facts));
+    }
+    if (facts.state != Facts::eState::eMissing) {
+        printStatus(facts, line);
+    }
     line("backup", facts.backup
                        ? fmt::format("{}.bak, {} bytes, {}", printable(facts.file),
                                      facts.backup->st_size, localTime(facts.backup->st_mtime))
@@ -108,13 +148,21 @@ void printText(const Facts& facts) {
 }
 
 void printJson(const Facts& facts) {
-    Json json{{"file", facts.file},
+    Json json{{"file", facts.given},
+              {"realFile", facts.file},
               {"why", facts.why},
-              {"owner", userName(facts.status.st_uid)},
-              {"group", groupName(facts.status.st_gid)},
-              {"mode", modeText(facts.status.st_mode)},
-              {"size", facts.status.st_size},
-              {"modified", facts.status.st_mtime}};
+              {"state", stateName(facts.state)}};
+    json["hint"] = facts.isTextLost() ? Json(hintOf(facts)) : Json(nullptr);
+    for (const char* const name : {"owner", "group", "mode", "size", "modified"}) {
+        json[name] = nullptr;
+    }
+    if (facts.state != Facts::eState::eMissing) {
+        json["owner"] = userName(facts.status.st_uid);
+        json["group"] = groupName(facts.status.st_gid);
+        json["mode"] = modeText(facts.status.st_mode);
+        json["size"] = facts.status.st_size;
+        json["modified"] = facts.status.st_mtime;
+    }
     json["backup"] = nullptr;
     if (facts.backup) {
         json["backup"] = Json{{"file", facts.file + ".bak"},
@@ -123,7 +171,7 @@ void printJson(const Facts& facts) {
     }
     json["keys"] = facts.count.keys;
     json["values"] = facts.count.values;
-    json["stamp"] = facts.stamp ? Json(*facts.stamp) : Json(nullptr);
+    json["stamp"] = facts.stamp ? Json(std::to_string(*facts.stamp)) : Json(nullptr);
     json["lock"] = nullptr;
     if (facts.holder) {
         json["lock"] = Json{{"pid", facts.holder->pid}, {"since", facts.holder->since}};
@@ -139,6 +187,9 @@ void info(bool json, const Context& context) {
         printJson(facts);
     } else {
         printText(facts);
+    }
+    if (facts.state == Facts::eState::eMissing) {
+        throw CommandError(eExit::eUnavailable, facts.file + ": " + hintOf(facts));
     }
     if (facts.fault) {
         throw CommandError(eExit::eMalformed, format(facts.file, *facts.fault));

@@ -20,6 +20,16 @@ constexpr std::size_t kDeepest = 2048;
 
 const std::string kShapeOfValue = "write {\"type\": TYPE, \"value\": DATA}";
 
+// What the outermost object alone has.
+bool isOfPlace(const std::string& member) {
+    return member == "name" || member == "key" || member == "path";
+}
+
+// "key" is plain: "" is the root key, and "." a key of that name.
+std::string pathOfKey(const std::string& key) {
+    return key.empty() || key == "." ? "/" + key : key;
+}
+
 // Of the string whose closing quote is at `close`: the last quote before it that is not escaped.
 std::size_t openingQuote(std::string_view text, std::size_t close) {
     std::size_t quote = close;
@@ -171,7 +181,7 @@ bool JsonReader::string(string_t& value) {
         (m_member == "type" ? frame.type : frame.text) = value;
         return true;
     }
-    if (frame.kind != eFrame::eTree || (m_member != "name" && m_member != "path")) {
+    if (frame.kind != eFrame::eTree || !isOfPlace(m_member)) {
         return wrongKind();
     }
     const auto text = textFromJson(value);
@@ -182,7 +192,7 @@ bool JsonReader::string(string_t& value) {
     if (m_member == "name") {
         frame.key->name = *text;
     } else {
-        m_result.path = *text;
+        m_result.path = m_member == "path" ? *text : pathOfKey(*text);
     }
     return true;
 }
@@ -252,11 +262,10 @@ bool JsonReader::key(string_t& name) {
         return failHere("\"hex:/\" is not followed by pairs of hexadecimal digits",
                         "write two digits for each byte");
     }
-    const bool isKnown =
-        isName || (frame.kind == eFrame::eValue
-                       ? name == "type" || name == "value"
-                       : name == "values" || name == "keys" ||
-                             (frame.kind == eFrame::eTree && (name == "name" || name == "path")));
+    const bool isKnown = isName || (frame.kind == eFrame::eValue
+                                        ? name == "type" || name == "value"
+                                        : name == "values" || name == "keys" ||
+                                              (frame.kind == eFrame::eTree && isOfPlace(name)));
     if (!isKnown) {
         return failHere("the member " + shown(name) + " is unknown", "remove it");
     }

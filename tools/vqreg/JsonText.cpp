@@ -99,7 +99,7 @@ Json jsonOf(const Value& value) {
 std::string composeJsonText(const Key& key, const std::string& path) {
     std::string text = "{\n";
     text += "  \"name\": " + jsonString(key.name) + ",\n";
-    text += "  \"path\": " + jsonString(path) + ",\n";
+    text += "  \"key\": " + jsonString(path) + ",\n";
     writeMembers(key, "  ", text);
     return text + "\n}\n";
 }

@@ -1,11 +1,12 @@
 // A tree as JSON and back.
 //
-//   {"name": "Network", "path": "Network",
+//   {"name": "Network", "key": "Network",
 //    "values": {"Port": {"type": "dword", "value": 8080}, ...},
 //    "keys": {"Dns": {"values": ..., "keys": ...}, ...}}
 //
-// The outermost object alone has "name", the key's own name, and "path", where it is below the root
-// key ("/" is the root key itself). Every member may be missing. A dword is a number, binary data
+// The outermost object alone has "name", the key's own name, and "key", where it is below the root
+// key ("" is the root key itself; texts of older versions have "path" and "/"). Every member may be
+// missing. A dword is a number, binary data
 // are hexadecimal digits, a string is a text.
 //
 // JSON is UTF-8 and the store is not: a name or string that is not UTF-8, or that begins with
@@ -30,13 +31,13 @@ std::optional<std::string> textFromJson(std::string_view text);
 
 nlohmann::ordered_json jsonOf(const Value& value);
 
-// `path` is the key's below the root key.
+// `path` is the key's below the root key, as plainPath makes it.
 std::string composeJsonText(const Key& key, const std::string& path);
 
 struct JsonText {
     Key key;
-    std::optional<std::string> path;
-    std::vector<Finding> findings;  // at most one, an error
+    std::optional<std::string> path;  // as joinPath makes it
+    std::vector<Finding> findings;    // at most one, an error
     bool isReadable() const { return findings.empty(); }
 };
 

@@ -35,7 +35,16 @@ std::optional<Obstacle> findObstacle(const std::vector<std::string>& files) {
     return std::nullopt;
 }
 
+std::string& lastWords() {
+    static std::string words;
+    return words;
+}
+
 }  // namespace
+
+void LockWatch::setLastWords(std::string words) {
+    lastWords() = std::move(words);
+}
 
 LockWatch::LockWatch(std::vector<std::string> files, double timeoutSeconds)
     : m_files(std::move(files)), m_timeoutSeconds(timeoutSeconds), m_thread([this] { run(); }) {}
@@ -82,6 +91,9 @@ void LockWatch::endProcessIfWaiting() const {
     if (const auto obstacle = findObstacle(m_files)) {
         note(fmt::format("the lock of {} was not obtained within {:g} s; it is held by {}",
                          obstacle->file, m_timeoutSeconds, obstacle->holder.text()));
+        if (!lastWords().empty()) {
+            note(lastWords());
+        }
         ::_exit(static_cast<int>(eExit::eLocked));
     }
 }

@@ -45,10 +45,13 @@ void collect(const Key& key, const std::string& path, bool recursive, std::vecto
     }
 }
 
-void printJson(const std::vector<Entry>& entries) {
+// `listed` is where the listed key is below the root key.
+void printJson(const std::vector<Entry>& entries, const std::string& listed) {
     Json list = Json::array();
     for (const Entry& entry : entries) {
-        Json item{{"kind", entry.value ? "value" : "key"}, {"key", textForJson(entry.path)}};
+        const bool isInside = !listed.empty() && !entry.path.empty();
+        const std::string key = listed + (isInside ? "/" : "") + entry.path;
+        Json item{{"kind", entry.value ? "value" : "key"}, {"key", textForJson(key)}};
         if (entry.value) {
             item["name"] = textForJson(entry.value->name);
             item.update(jsonOf(*entry.value));
@@ -90,7 +93,7 @@ void printText(const std::vector<Entry>& entries, const LsOptions& options) {
 
 void ls(const LsOptions& options, Context& context) {
     StoreSession store(context.store);
-    const std::vector<std::string> path = splitPath(options.key);
+    const Path path = store.tidied(splitPath(options.key));
     const auto key = store.load(path, options.recursive ? -1 : 1);
     if (!key) {
         throw CommandError(eExit::eNegative, nameOfKey(path) + " does not exist");
@@ -98,7 +101,7 @@ void ls(const LsOptions& options, Context& context) {
     std::vector<Entry> entries;
     collect(*key, "", options.recursive, entries);
     if (options.json) {
-        printJson(entries);
+        printJson(entries, plainPath(path));
     } else {
         printText(entries, options);
     }

@@ -1,33 +1,29 @@
 // vqreg restore: brings the text before the last change back.
-#include <fcntl.h>
-#include <sys/file.h>
+#include <fmt/format.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <cerrno>
-#include <chrono>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <memory>
 #include <optional>
 #include <string>
-#include <thread>
 
 #include "tools/vqreg/Changing.h"
 #include "tools/vqreg/Commands.h"
 #include "tools/vqreg/ConfigText.h"
 #include "tools/vqreg/Confirm.h"
 #include "tools/vqreg/ExitCode.h"
-#include "tools/vqreg/FileHandle.h"
 #include "tools/vqreg/Output.h"
 #include "tools/vqreg/Returning.h"
 #include "tools/vqreg/StoreFault.h"
 #include "tools/vqreg/TreeInput.h"
+#include "tools/vqreg/WholeFile.h"
 
 namespace vqreg {
 
 namespace {
+
+// Of lines that cannot be read.
+constexpr std::size_t kMostLines = 20;
+constexpr std::size_t kMostBytes = 200;
 
 struct RestoreOptions {
     bool dryRun = false;
@@ -38,16 +34,6 @@ struct RestoreOptions {
 bool exists(const std::string& path) {
     struct stat status {};
     return ::stat(path.c_str(), &status) == 0;
-}
-
-// A session on all keys of a file, whatever their names. Opening it creates none.
-StoreOptions wholeFile(const StoreOptions& options, const Key& top) {
-    StoreOptions whole = options;
-    whole.wholeFile = true;
-    if (!top.keys.empty()) {
-        whole.root = top.keys.begin()->second.name;
-    }
-    return whole;
 }
 
 // Through the library, as a change like any other: no process writes over it unseen.
@@ -64,140 +50,34 @@ std::vector<Change> restoreByUpdate(const StoreOptions& options, const std::stri
     return changes;
 }
 
-[[noreturn]] void failToWrite(const std::string& path) {
-    throw CommandError(eExit::eWriteFailed,
-                       fmt::format("{}: cannot be written: {}", path, std::strerror(errno)));
+std::string lineAt(const std::string& text, std::size_t number) {
+    std::size_t begin = 0;
+    for (std::size_t line = 1; line < number; ++line) {
+        begin = text.find('\n', begin) + 1;
+    }
+    return text.substr(begin, text.find('\n', begin) - begin);
 }
 
-[[noreturn]] void failBecauseChanged(const std::string& file) {
-    throw CommandError(eExit::eNegative,
-                       file + " has changed meanwhile; nothing has been restored");
-}
-
-// A new file beside the store's that is nobody else's, open to everybody as the store's is.
-class NewFile {
-public:
-    NewFile(const std::string& file, const std::string& text)
-        : m_path(file + ".restored-XXXXXX"), m_handle(::mkostemp(m_path.data(), O_CLOEXEC)) {
-        if (!m_handle.isOpen()) {
-            failToWrite(m_path);
-        }
-        if (!writeAll(m_handle.get(), text) || ::fchmod(m_handle.get(), 0666) != 0) {
-            const int error = errno;
-            ::unlink(m_path.c_str());
-            errno = error;
-            failToWrite(m_path);
-        }
-    }
-    ~NewFile() {
-        if (!m_path.empty()) {
-            ::unlink(m_path.c_str());
-        }
-    }
-    NewFile(const NewFile&) = delete;
-    NewFile& operator=(const NewFile&) = delete;
-
-    // Takes the place of the file.
-    bool replace(const std::string& file) {
-        return isMoved(::rename(m_path.c_str(), file.c_str()) == 0);
-    }
-
-    // Takes a name that nobody has. Not every file system can do that in one step.
-    bool take(const std::string& name) {
-        const bool isRenamed =
-            ::renameat2(AT_FDCWD, m_path.c_str(), AT_FDCWD, name.c_str(), RENAME_NOREPLACE) == 0;
-        return isMoved(isRenamed || (errno == EINVAL && ::link(m_path.c_str(), name.c_str()) == 0 &&
-                                     ::unlink(m_path.c_str()) == 0));
-    }
-
-private:
-    bool isMoved(bool moved) {
-        if (moved) {
-            m_path.clear();
-        }
-        return moved;
-    }
-
-    std::string m_path;
-    const FileHandle m_handle;
-};
-
-// Keeps the malformed text under the first name that is free, and says which.
-std::string keepMalformed(const std::string& file, const std::string& text) {
-    NewFile kept(file, text);
-    for (int number = 0; number < 1000; ++number) {
-        std::string name = file + ".malformed" + (number == 0 ? "" : "." + std::to_string(number));
-        if (kept.take(name)) {
-            return name;
-        }
-        if (errno != EEXIST) {
-            failToWrite(name);
-        }
-    }
-    failToWrite(file + ".malformed");
-}
-
-bool isStillAt(int fd, const std::string& path) {
-    struct stat opened {};
-    struct stat present {};
-    return ::fstat(fd, &opened) == 0 && ::stat(path.c_str(), &present) == 0 &&
-           opened.st_dev == present.st_dev && opened.st_ino == present.st_ino &&
-           opened.st_mtim.tv_sec == present.st_mtim.tv_sec &&
-           opened.st_mtim.tv_nsec == present.st_mtim.tv_nsec;
-}
-
-// Others that restore the file keep out while it is locked. A file system that knows no locks does
-// without.
-void lock(int fd, const StoreOptions& options, const std::string& file) {
-    using Clock = std::chrono::steady_clock;
-    const auto end = Clock::now() + std::chrono::duration<double>(options.timeoutSeconds);
-    while (::flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
-        if (Clock::now() >= end) {
-            throw CommandError(eExit::eLocked, file + ": another process has locked the file");
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-}
-
-// The library refuses a malformed file, so that the store's lock cannot be had: the file is replaced
-// without it.
-void restoreByReplacing(const StoreOptions& options, const std::string& file,
-                        const std::string& text) {
-    NewFile restored(file, text);
-    const FileHandle old(::open(file.c_str(), O_RDONLY | O_CLOEXEC));
-    if (!old.isOpen()) {
-        if (!restored.take(file)) {
-            errno == EEXIST ? failBecauseChanged(file) : failToWrite(file);
-        }
+// What a malformed file has and its backup does not, and what nobody can read.
+void tellOfLoss(const std::string& text, const ConfigText& malformed, const Key& wanted) {
+    if (malformed.isReadable()) {
         return;
     }
-    lock(old.get(), options, file);
-    const std::string malformed = readStoreFile(file, rootName(options));
-    if (!isStillAt(old.get(), file) || parseConfigText(malformed).isReadable()) {
-        failBecauseChanged(file);
+    for (const Change& change : difference(malformed.all(), wanted)) {
+        if (change.kind == Change::eKind::eDeleted && !change.isOfKey()) {
+            note("the backup lacks " + lineOf(change).substr(2));
+        }
     }
-    const std::string kept = keepMalformed(file, malformed);
-    if (!isStillAt(old.get(), file) || !restored.replace(file)) {
-        const int error = errno;
-        ::unlink(kept.c_str());
-        errno = error;
-        isStillAt(old.get(), file) ? failToWrite(file) : failBecauseChanged(file);
+    std::size_t shown = 0;
+    for (const std::size_t line : malformed.lostLines) {
+        if (++shown > kMostLines) {
+            note(fmt::format("{} more lines cannot be read",
+                             malformed.lostLines.size() - kMostLines));
+            return;
+        }
+        note(fmt::format("line {} cannot be read, and the backup may lack it: {}", line,
+                         printable(lineAt(text, line).substr(0, kMostBytes))));
     }
-    note("the malformed text is kept in " + kept);
-}
-
-// A change that changes nothing: it renews the stamp. Without it, processes that have not met the
-// malformed text would not look at the file, and their next change would write over it.
-void renewStamp(const StoreOptions& options, const Key& top) {
-    if (top.keys.empty()) {
-        return;
-    }
-    const Path passing = {"vqreg-restore"};
-    StoreSession store(wholeFile(options, top));
-    store.begin();
-    store.createKey(passing);
-    store.removeKey(passing);
-    store.end();
 }
 
 // A pipe that is closed shall not keep the rest from being done.
@@ -225,9 +105,11 @@ void restore(const RestoreOptions& options, Context& context) {
     ConfigText current;
     const bool isThere = exists(file);
     if (isThere) {
-        current = parseConfigText(readStoreFile(file, rootName(context.store)));
+        const std::string present = readStoreFile(file, rootName(context.store));
+        current = parseConfigText(present);
+        tellOfLoss(present, current, wanted.top);
     }
-    std::vector<Change> changes = difference(current.top, wanted.top);
+    std::vector<Change> changes = difference(current.all(), wanted.top);
     const bool isUsable = isThere && current.isReadable();
     if (!options.report.json) {
         show(changes);
@@ -246,8 +128,8 @@ void restore(const RestoreOptions& options, Context& context) {
     if (isUsable) {
         changes = restoreByUpdate(context.store, file, current.top, wanted.top);
     } else {
-        restoreByReplacing(context.store, file, *text);
-        renewStamp(context.store, wanted.top);
+        replaceMalformed(context.store, *text);
+        makeReread(context.store, wanted.top);
     }
     reportChanges(context, options.report, {}, changes, true);
 }

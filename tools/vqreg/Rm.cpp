@@ -109,8 +109,8 @@ void checkOptions(const RmOptions& options, const Path& path) {
 }
 
 void rm(const RmOptions& options, Context& context) {
-    const Path path = splitPath(options.key);
-    checkOptions(options, path);
+    const Path given = splitPath(options.key);
+    checkOptions(options, given);
     std::optional<Changing> changing;
     try {
         changing.emplace(context, options.report, Changing::eDeletes::eMaybe);
@@ -122,6 +122,7 @@ void rm(const RmOptions& options, Context& context) {
         reportChanges(context, options.report, {}, {}, false);
         return;
     }
+    const Path path = changing->store().tidied(given);
     if (!options.force && !context.batch) {
         askToRemove(*changing, options, path);
     }

@@ -151,6 +151,9 @@ std::optional<std::string> brokenRuleOfKeyPath(const std::string& rootName,
                                                const std::vector<std::string>& path) {
     for (const std::string& name : path) {
         if (const auto broken = brokenRuleOfKeyName(name)) {
+            if (isNothing(path)) {
+                return *broken + "; the root key is \"/\"";
+            }
             return *broken + ", in the path \"" + printable(joinPath(path)) + '"';
         }
     }

@@ -73,7 +73,6 @@ void checkPresent(const SetOptions& options, const Path& path,
 }
 
 void set(const SetOptions& options, Context& context) {
-    const Path path = splitPath(options.key);
     if (options.existing || options.old) {
         context.store.create = false;
     }
@@ -83,6 +82,7 @@ void set(const SetOptions& options, Context& context) {
     }
     Changing changing(context, options.report);
     StoreSession& store = changing.store();
+    const Path path = store.tidied(splitPath(options.key));
     // Data may come from a slow input, for which no other process shall wait.
     if (!value) {
         value = parsed(options, typeFor(options, store.value(path, options.name)), context);
@@ -94,7 +94,11 @@ void set(const SetOptions& options, Context& context) {
         value = parsed(options, type, context);
     }
     if (!present || !present->sameData(*value)) {
-        changing.record(createdKeys(store, path));
+        const std::vector<Change> keys = createdKeys(store, path);
+        if (!keys.empty()) {
+            changing.tell("made " + nameOfKey(path));
+        }
+        changing.record(keys);
         changing.record(
             {present ? Change::eKind::eChanged : Change::eKind::eCreated, path, present, value});
         store.set(path, *value);

@@ -68,10 +68,6 @@ std::optional<CommandError> directoryFault(const std::string& file) {
 }
 
 std::optional<CommandError> missingFileFault(const std::string& file) {
-    struct stat link {};
-    if (::lstat(file.c_str(), &link) == 0) {
-        return unavailable(file + ": the file is a symbolic link to nothing");
-    }
     const std::string directory = directoryOf(file);
     if (!may(directory, W_OK)) {
         return unavailable(
@@ -80,15 +76,19 @@ std::optional<CommandError> missingFileFault(const std::string& file) {
     return std::nullopt;
 }
 
+const char* kindOf(mode_t mode) {
+    return S_ISDIR(mode) ? "a directory" : S_ISLNK(mode) ? "a symbolic link" : "a special file";
+}
+
+// A link in the place of the file has been followed already, where that may be done.
 std::optional<CommandError> fileFault(const std::string& file) {
     struct stat status {};
-    if (::stat(file.c_str(), &status) != 0) {
+    if (::lstat(file.c_str(), &status) != 0) {
         return errno == ENOENT ? missingFileFault(file)
                                : unavailable(fmt::format("{}: {}", file, std::strerror(errno)));
     }
     if (!S_ISREG(status.st_mode)) {
-        return unavailable(fmt::format("{}: is {}, not a file", file,
-                                       S_ISDIR(status.st_mode) ? "a directory" : "a special file"));
+        return unavailable(fmt::format("{}: is {}, not a file", file, kindOf(status.st_mode)));
     }
     if (!may(file, R_OK)) {
         return unavailable(
@@ -98,7 +98,7 @@ std::optional<CommandError> fileFault(const std::string& file) {
 }
 
 std::optional<std::string> contentOf(const std::string& file) {
-    const FileHandle handle(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    const FileHandle handle(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
     struct stat status {};
     if (!handle.isOpen() || ::fstat(handle.get(), &status) != 0) {
         return std::nullopt;
@@ -240,7 +240,7 @@ CommandError replaceFault(const std::string& file) {
 }
 
 bool isCut(const std::string& file) {
-    const FileHandle handle(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    const FileHandle handle(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
     struct stat status {};
     char last = 0;
     return handle.isOpen() && ::fstat(handle.get(), &status) == 0 && status.st_size > 0 &&

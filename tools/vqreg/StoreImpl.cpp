@@ -38,6 +38,15 @@ void forEachName(Enumerate&& enumerate, int& code) {
     }
 }
 
+// The first session of a process looks into the default store too, if it can be opened.
+std::vector<std::string> lockedFiles(const std::string& file) {
+    try {
+        return {file, storeFile({})};
+    } catch (const CommandError&) {
+        return {file};
+    }
+}
+
 }  // namespace
 
 void StoreSession::Impl::check(int code) const {
@@ -62,8 +71,7 @@ void StoreSession::Impl::open() {
         }
     }
     try {
-        // The first session of a process looks into the default store too.
-        const LockWatch watch({file, storeFile({})}, options.timeoutSeconds);
+        const LockWatch watch(lockedFiles(file), options.timeoutSeconds);
         session = std::make_unique<CRegLib>(options.file ? file.c_str() : nullptr, root.c_str(),
                                             CRegLib::eLocationDefault, nullptr);
     } catch (const VQException&) {

@@ -11,11 +11,13 @@
 #include <string>
 #include <vector>
 
+#include "tools/vqreg/OpenToAll.h"
 #include "tools/vqreg/StoreSession.h"
 
 namespace vqreg {
 
 struct StoreSession::Impl {
+    const OpenToAll openToAll;  // the first, so that it is the last to go
     StoreOptions options;
     std::string file;
     std::string root;

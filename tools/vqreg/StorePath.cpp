@@ -5,6 +5,7 @@
 
 #include "tools/vqreg/ExitCode.h"
 #include "tools/vqreg/Output.h"
+#include "tools/vqreg/StoreLink.h"
 #include "tools/vqreg/StoreSession.h"
 
 namespace vqreg {
@@ -22,6 +23,10 @@ std::string rootName(const StoreOptions& options) {
 }
 
 std::string storeFile(const StoreOptions& options) {
+    return fileBehindLinks(givenFile(options));
+}
+
+std::string givenFile(const StoreOptions& options) {
     if (!options.file) {
         struct stat status {};
         return ::stat(kPreferredDirectory, &status) == 0 ? kPreferredFile : kUsualFile;
@@ -48,10 +53,7 @@ std::vector<std::string> splitPath(const std::string& path) {
     }
 }
 
-std::string joinPath(const std::vector<std::string>& names) {
-    if (names.empty()) {
-        return "/";
-    }
+std::string plainPath(const std::vector<std::string>& names) {
     std::string path;
     for (const std::string& name : names) {
         if (&name != &names.front()) {
@@ -59,11 +61,26 @@ std::string joinPath(const std::vector<std::string>& names) {
         }
         path += name;
     }
+    return path;
+}
+
+std::string joinPath(const std::vector<std::string>& names) {
+    if (names.empty()) {
+        return "/";
+    }
+    const std::string path = plainPath(names);
     // What would not be read back as these names without a slash in front.
     return path.empty() || path == "." || path.front() == '/' ? "/" + path : path;
 }
 
+bool isNothing(const std::vector<std::string>& path) {
+    return path.size() == 1 && path.front().empty();
+}
+
 std::string nameOfKey(const std::vector<std::string>& path) {
+    if (isNothing(path)) {
+        return "the key \"\" (the root key is \"/\")";
+    }
     return path.empty() ? "the root key" : "the key \"" + printable(joinPath(path)) + '"';
 }
 

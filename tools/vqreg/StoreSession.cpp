@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include "tools/vqreg/ExitCode.h"
+#include "tools/vqreg/LockWatch.h"
 #include "tools/vqreg/Output.h"
 #include "tools/vqreg/Rules.h"
 #include "tools/vqreg/StoreImpl.h"
@@ -67,9 +68,21 @@ StoreSession::~StoreSession() {
     }
 }
 
-std::optional<Key> StoreSession::load(const Path& path, int depth,
+std::vector<std::string> StoreSession::tidied(const Path& path) {
+    if (path.size() < 2 || !path.back().empty()) {
+        return path;
+    }
+    const Path without(path.begin(), path.end() - 1);
+    const Reading reading(*m_impl);
+    CRegKey handle;
+    const bool isThere = m_impl->walk(path, handle, false) != nullptr;
+    return !isThere && m_impl->walk(without, handle, false) ? without : path;
+}
+
+std::optional<Key> StoreSession::load(const Path& given, int depth,
                                       const std::function<void()>& done) {
     const Reading reading(*m_impl);
+    const Path path = tidied(given);
     CRegKey handle;
     CRegKey* const key = m_impl->walk(path, handle, false);
     if (!key) {
@@ -87,8 +100,9 @@ std::optional<Key> StoreSession::load(const Path& path, int depth,
     return result;
 }
 
-std::optional<Value> StoreSession::value(const Path& path, const std::string& name) {
+std::optional<Value> StoreSession::value(const Path& given, const std::string& name) {
     const Reading reading(*m_impl);
+    const Path path = tidied(given);
     CRegKey handle;
     CRegKey* const key = m_impl->walk(path, handle, false);
     if (!key || name.find('\0') != std::string::npos) {
@@ -111,7 +125,7 @@ std::optional<Value> StoreSession::value(const Path& path, const std::string& na
 bool StoreSession::hasKey(const Path& path) {
     const Reading reading(*m_impl);
     CRegKey handle;
-    return m_impl->walk(path, handle, false) != nullptr;
+    return m_impl->walk(tidied(path), handle, false) != nullptr;
 }
 
 void StoreSession::begin() {
@@ -122,7 +136,8 @@ void StoreSession::end() {
     m_impl->end();
 }
 
-void StoreSession::createKey(const Path& path) {
+void StoreSession::createKey(const Path& given) {
+    const Path path = tidied(given);
     checkRule(brokenRuleOfKeyPath(m_impl->ruleRoot(), path));
     m_impl->beginChange();
     CRegKey handle;
@@ -130,16 +145,20 @@ void StoreSession::createKey(const Path& path) {
     end();
 }
 
-void StoreSession::set(const Path& path, const Value& value) {
+bool StoreSession::set(const Path& given, const Value& value) {
+    const Path path = tidied(given);
     checkRule(brokenRuleOfKeyPath(m_impl->ruleRoot(), path));
     checkRule(brokenRuleOfValue(value));
     m_impl->beginChange();
     CRegKey handle;
+    const bool isNew = !m_impl->walk(path, handle, false);
     m_impl->write(*m_impl->walk(path, handle, true), path, value);
     end();
+    return isNew;
 }
 
-bool StoreSession::removeValue(const Path& path, const std::string& name) {
+bool StoreSession::removeValue(const Path& given, const std::string& name) {
+    const Path path = tidied(given);
     if (!value(path, name)) {
         return false;
     }
@@ -155,7 +174,8 @@ bool StoreSession::removeValue(const Path& path, const std::string& name) {
     return code != REGLIB_E_NOT_FOUND;
 }
 
-bool StoreSession::removeKey(const Path& path) {
+bool StoreSession::removeKey(const Path& given) {
+    const Path path = tidied(given);
     if (!hasKey(path)) {
         return false;
     }
@@ -184,6 +204,12 @@ void StoreSession::announce() {
         throw CommandError(eExit::eUnavailable, m_impl->file + ": the notification cannot be sent");
     }
     m_impl->isChanged = false;
+}
+
+void StoreSession::reload() {
+    const LockWatch watch({m_impl->file}, m_impl->options.timeoutSeconds);
+    m_impl->check(m_impl->session->VQRegReload());
+    m_impl->isChanged = true;
 }
 
 CRegLib& StoreSession::session() {

@@ -27,13 +27,20 @@ struct StoreOptions {
 // The name of the root key, which may be a path.
 std::string rootName(const StoreOptions& options);
 
-// The path of the file that the library uses for these options, an absolute one.
+// The absolute path that these options give, and the one of the file that the library uses for it:
+// they differ where the given one is a symbolic link. Throws for a link that is not to be followed.
+std::string givenFile(const StoreOptions& options);
 std::string storeFile(const StoreOptions& options);
 
 // Paths below the root key have "/" between names; "/" and "." are the root key itself; one leading
 // "/" is allowed. The empty vector is the root key.
 std::vector<std::string> splitPath(const std::string& path);
 std::string joinPath(const std::vector<std::string>& names);
+// As in JSON: the root key is "", and no path has a "/" in front.
+std::string plainPath(const std::vector<std::string>& names);
+
+// Whether it comes from a text without a letter, which names no key.
+bool isNothing(const std::vector<std::string>& path);
 
 // For messages: 'the key "a/b"', or "the root key".
 std::string nameOfKey(const std::vector<std::string>& path);
@@ -59,6 +66,9 @@ public:
     // Its name is the one that was asked for, whatever its spelling in the store.
     std::optional<Value> value(const std::vector<std::string>& path, const std::string& name);
     bool hasKey(const std::vector<std::string>& path);
+    // A path as it may be copied from a listing: without the "/" at its end, where only the key
+    // without it exists. All members understand such a path.
+    std::vector<std::string> tidied(const std::vector<std::string>& path);
 
     // One update for several changes: nothing is written before end(), which throws eWriteFailed.
     // Without one, each change is written by itself. Nests.
@@ -67,12 +77,14 @@ public:
 
     // The rules of Rules.h are checked first; a broken one is eWrongKind and nothing is changed.
     void createKey(const std::vector<std::string>& path);
-    // Creates the key too when it is missing.
-    void set(const std::vector<std::string>& path, const Value& value);
+    // Creates the key too when it is missing. @return whether it was
+    bool set(const std::vector<std::string>& path, const Value& value);
     bool removeValue(const std::vector<std::string>& path, const std::string& name);
     // With everything below it; of the root key only what is below it.
     bool removeKey(const std::vector<std::string>& path);
     void announce();  // now
+    // Makes all processes read the file again, this one included: it was changed by other means.
+    void reload();
 
     VQRegLib::CRegLib& session();
 

@@ -39,7 +39,9 @@ public:
         for (const auto& entry : key.values) {
             const Value& value = entry.second;
             output.line(m_indent + (--left == 0 ? m_branches.last : m_branches.middle) +
-                        printable(value.name) + ": " + printable(dataText(value)));
+                        printable(value.name) + " (" +
+                        output.styled(eStyle::eType, typeName(value.type)) +
+                        "): " + printable(dataText(value)));
         }
         for (const auto& entry : key.keys) {
             const bool isLast = --left == 0;
@@ -59,14 +61,14 @@ private:
 
 void tree(const TreeOptions& options, Context& context) {
     StoreSession store(context.store);
-    const std::vector<std::string> path = splitPath(options.key);
+    const Path path = store.tidied(splitPath(options.key));
     const auto key = store.load(path, options.levels);
     if (!key) {
         throw CommandError(eExit::eNegative, nameOfKey(path) + " does not exist");
     }
     Output& output = Output::standard();
     if (options.json) {
-        output.write(composeJsonText(*key, joinPath(path)));
+        output.write(composeJsonText(*key, plainPath(path)));
         return;
     }
     output.line(output.styled(eStyle::eKey, printable(key->name) + '/'));

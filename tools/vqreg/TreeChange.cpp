@@ -46,12 +46,11 @@ PlacedTree readJsonTree(const TextOptions& options, const std::string& text) {
     if (options.replace && !options.key && !parsed.path) {
         throw CommandError(eExit::eMalformed,
                            options.file +
-                               ": the text has no \"path\" of the key that it is to "
+                               ": the text has no \"key\", the key that it is to "
                                "replace; name the key with --key");
     }
     const std::string path = options.key ? *options.key : parsed.path.value_or("/");
-    return {path.empty() && !options.key ? Names() : splitPath(path), std::move(parsed.key),
-            hasKey};
+    return {splitPath(path), std::move(parsed.key), hasKey};
 }
 
 // The names in the first key line; none in a text without one.
@@ -71,7 +70,7 @@ Names firstKeyOf(const std::string& text) {
     return {};
 }
 
-bool isBelow(const Names& key, const Names& other) {
+bool isFurtherDown(const Names& key, const Names& other) {
     return key.size() > other.size() &&
            std::equal(other.begin(), other.end(), key.begin(),
                       [](const auto& a, const auto& b) { return folded(a) == folded(b); });
@@ -87,7 +86,7 @@ PlacedTree readConfigTree(const StoreOptions& store, const TextOptions& options,
     const Names root = rootNames(store);
     Names full = root;
     full.insert(full.end(), place.begin(), place.end());
-    if (isBelow(first, full)) {
+    if (isFurtherDown(first, full)) {
         place.assign(first.begin() + static_cast<std::ptrdiff_t>(root.size()), first.end());
     }
     PlacedTree tree = placedTree(store, options.file, text, place,

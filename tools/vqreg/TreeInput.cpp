@@ -137,10 +137,7 @@ Key topAround(const Names& path, Key key) {
     return key;
 }
 
-PlacedTree placedTree(const StoreOptions& options, const std::string& file, std::string_view text,
-                      const Names& path, const std::string& advice) {
-    ConfigText parsed = parsedPart(text);
-    printFindings(file, parsed.findings);
+void checkClean(const std::string& file, const ConfigText& parsed) {
     checkReadable(file, parsed);
     if (std::any_of(parsed.findings.begin(), parsed.findings.end(), [](const Finding& finding) {
             return finding.kind == Finding::eKind::eTruncated;
@@ -148,6 +145,13 @@ PlacedTree placedTree(const StoreOptions& options, const std::string& file, std:
         throw CommandError(eExit::eWrongKind,
                            file + ": the text holds what a configuration file cannot give back");
     }
+}
+
+PlacedTree placedTree(const StoreOptions& options, const std::string& file, std::string_view text,
+                      const Names& path, const std::string& advice) {
+    ConfigText parsed = parsedPart(text);
+    printFindings(file, parsed.findings);
+    checkClean(file, parsed);
     Key top = std::move(parsed.top);
     PlacedTree tree{path, {}, !top.keys.empty()};
     Names full = rootNames(options);
@@ -177,11 +181,12 @@ void checkRules(const StoreOptions& options, const PlacedTree& tree) {
     throw CommandError(eExit::eWrongKind, broken.back());
 }
 
-void printChanges(const std::vector<Change>& changes, const Names& above, bool json) {
+void printChanges(const std::vector<Change>& changes, const Names& above, bool json,
+                  const Names& root) {
     Output& output = Output::standard();
     for (const Change& change : changes) {
         if (json) {
-            output.json(jsonOf(change), -1);
+            output.json(jsonOf(change, root), -1);
             continue;
         }
         const eStyle style = change.kind == Change::eKind::eCreated   ? eStyle::eAdded

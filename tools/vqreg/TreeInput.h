@@ -24,6 +24,10 @@ std::string readInput(const std::string& file);
 // Each finding as a line on standard error.
 void printFindings(const std::string& file, const std::vector<Finding>& findings);
 
+// Throws eMalformed for a text that the library refuses, eWrongKind for one that it reads only a
+// part of. Nothing is printed.
+void checkClean(const std::string& file, const ConfigText& parsed);
+
 // The tree of a configuration text, its top first. Prints what is odd about the text. Throws
 // eMalformed when the library would refuse the text, after all faults have been printed. In a part of
 // a store's text it is not odd that lines of the keys above are missing.
@@ -51,8 +55,10 @@ PlacedTree placedTree(
 // Throws eWrongKind when the tree breaks a rule of the format, after all have been printed.
 void checkRules(const StoreOptions& options, const PlacedTree& tree);
 
-// On standard output, a line for each; `above` is put before the paths of the text lines.
-void printChanges(const std::vector<Change>& changes, const Names& above, bool json);
+// On standard output, a line for each; `above` is put before the paths of the text lines. `root` is
+// for JSON lines of changes whose paths begin at the top of a file.
+void printChanges(const std::vector<Change>& changes, const Names& above, bool json,
+                  const Names& root = {});
 
 // Makes the changes, deletions first; `done` is called after each one.
 void applyChanges(StoreSession& session, const std::vector<Change>& changes,

@@ -6,6 +6,7 @@
 
 #include "tools/vqreg/ExitCode.h"
 #include "tools/vqreg/Output.h"
+#include "tools/vqreg/UsageFault.h"
 
 namespace vqreg {
 
@@ -121,12 +122,18 @@ std::string explainUnknown(const CLI::App& app, const std::string& word) {
         return withSuggestion("unknown option " + shown, suggestion);
     }
     if (&command == &app) {
-        return withSuggestion("unknown command " + shown, nearest(word, commandNames(app)));
+        return unknownCommand(app, word);
     }
     return "one argument too many: " + shown;
 }
 
 }  // namespace
+
+std::string unknownCommand(const CLI::App& app, const std::string& word) {
+    const std::string meant = commandMeant(word);
+    return withSuggestion("unknown command \"" + printable(word) + '"',
+                          meant.empty() ? nearest(word, commandNames(app)) : meant);
+}
 
 void setUsage(CLI::App& app, const std::string& line) {
     fixedUsages()[app.get_name()] = line;
@@ -193,7 +200,7 @@ std::string explain(const CLI::App& app, const CLI::ParseError& error) {
     if (&chosen(app) == &app && error.get_name() == "RequiredError") {
         return "a command is needed; \"vqreg --help\" lists them";
     }
-    return error.what();
+    return plainFault(error.what());
 }
 
 }  // namespace vqreg

@@ -96,12 +96,15 @@ void print(const std::vector<Change>& changes, const Context& context, bool json
 }
 
 void runWatch(Context& context, const WatchOptions& options) {
-    const Names path = splitPath(options.key);
     StoreSession session(context.store);
+    const Names path = session.tidied(splitPath(options.key));
     // First of all: what happens from here on is told or read.
     ChangeSignals signals(session.session(), storeFile(context.store));
     StoreReader reader(context.store, path);
     Key known = reader.read(false).value_or(Key());
+    if (!session.hasKey(path)) {
+        note(nameOfKey(path) + " does not exist yet");
+    }
     if (options.initial) {
         print(difference(Key(), known, path), context, options.json);
     }

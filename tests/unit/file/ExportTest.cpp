@@ -141,20 +141,6 @@ TEST_F(Export, ThatCannotOpenItsFileLeavesEverythingButTheTree) {
     EXPECT_EQ(file.read(), "[Velquist]\n\"a\"=string:x\n\"b\"=dword:00000001\n\"c\"=string:y\n");
 }
 
-TEST_F(Export, SucceedsAndTellsOthersEvenWhenWritingFails) {
-    const std::uint64_t stamp = probe.sharedStamp();
-    FileOpsFake files;
-    files.fail(FileCall::eWrite, EIO);
-    int changed = 0;
-    EXPECT_EQ(setText(*store, root, "a", "x", &changed), REGLIB_OK);
-    EXPECT_EQ(changed, 1);
-    EXPECT_GT(probe.sharedStamp(), stamp);
-    EXPECT_EQ(file.read(), "");
-    files.heal();
-    EXPECT_EQ(setText(*store, root, "b", "y"), REGLIB_OK);
-    EXPECT_EQ(file.read(), "[Velquist]\n\"a\"=string:x\n\"b\"=string:y\n");
-}
-
 TEST_F(Export, LeavesNoTemporaryFileWhenThereIsNoMemory) {
     const std::string text = file.read();
     FileOpsFake files;

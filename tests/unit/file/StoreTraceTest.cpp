@@ -212,15 +212,18 @@ TEST_F(StoreTrace, TellsOfAWriteErrorOncePerBlock) {
     const auto store = open();
     lines();
     const std::string error = "(Error) CRegLibImplFile:fputs_ (0x@), fputs failed, errno 28";
+    const std::string outcome =
+        "(Error) CRegLibImplFile::ExportConfig (0x@), export failed 0xC1250FB5";
     FileOpsFake files;
     files.fail(FileCall::eWrite, ENOSPC);
     setText(*store, *store->RootKey(), "a", "x");
     setText(*store, *store->RootKey(), "b", "y");
-    EXPECT_THAT(lines(), ElementsAre(error, error));
+    EXPECT_THAT(lines(), ElementsAre(error, outcome, error, outcome));
     setText(*store, *store->RootKey(), "c", std::string(600UL * 1024, 'x').c_str());
     const auto texts = lines();
-    EXPECT_EQ(texts.size(), static_cast<std::size_t>(files.count(FileCall::eWrite)) - 2);
+    EXPECT_EQ(texts.size(), static_cast<std::size_t>(files.count(FileCall::eWrite)) - 2 + 1);
     EXPECT_THAT(texts, Contains(error));
+    EXPECT_EQ(texts.back(), outcome);
 }
 
 TEST_F(StoreTrace, TellsWhySystemObjectsCouldNotBeMade) {

@@ -68,12 +68,63 @@ TEST_F(FileOps, ReadsAFile) {
     EXPECT_EQ(m_ops.close(file), 0);
 }
 
-TEST_F(FileOps, ReadsThroughALink) {
+TEST_F(FileOps, DoesNotReadThroughALink) {
     m_store.write("x");
     fs::create_symlink(m_path, m_path + ".link");
-    std::FILE* const file = m_ops.openForReading((m_path + ".link").c_str());
+    expectUnreadable(m_path + ".link", ELOOP);
+}
+
+TEST_F(FileOps, OpensAFileToEverybodyByItsPathAndWhenItIsOpen) {
+    m_store.write("x");
+    ASSERT_EQ(::chmod(m_path.c_str(), 0), 0);
+    EXPECT_EQ(m_ops.makeWritableForAll(m_path.c_str()), 0);
+    EXPECT_EQ(modeOf(m_path), 0666u);
+    ASSERT_EQ(::chmod(m_path.c_str(), 0600), 0);
+    std::FILE* const file = m_ops.openForReading(m_path.c_str());
     ASSERT_NE(file, nullptr);
+    EXPECT_EQ(m_ops.makeWritableForAll(file), 0);
     EXPECT_EQ(m_ops.close(file), 0);
+    EXPECT_EQ(modeOf(m_path), 0666u);
+}
+
+TEST_F(FileOps, OpensToEverybodyNothingButAFile) {
+    const std::string secret = m_path + ".secret";
+    std::ofstream(secret) << "x";
+    ASSERT_EQ(::chmod(secret.c_str(), 0600), 0);
+    fs::create_symlink(secret, m_path);
+    EXPECT_EQ(m_ops.makeWritableForAll(m_path.c_str()), -1);
+    EXPECT_EQ(modeOf(secret), 0600u);
+    const std::string directory = m_path + ".d";
+    ASSERT_EQ(::mkdir(directory.c_str(), 0700), 0);
+    EXPECT_EQ(m_ops.makeWritableForAll(directory.c_str()), -1);
+    EXPECT_EQ(modeOf(directory), 0700u);
+    const std::string fifo = m_path + ".fifo";
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    EXPECT_EQ(m_ops.makeWritableForAll(fifo.c_str()), -1);
+    EXPECT_EQ(modeOf(fifo), 0600u);
+    EXPECT_EQ(m_ops.makeWritableForAll((m_path + ".none").c_str()), -1);
+}
+
+TEST_F(FileOps, ExchangesTheNamesOfTwoFiles) {
+    m_store.write("one");
+    const std::string other = m_path + ".other";
+    std::ofstream(other) << "two";
+    EXPECT_EQ(m_ops.exchange(other.c_str(), m_path.c_str()), 0);
+    EXPECT_EQ(m_store.read(), "two");
+    EXPECT_EQ(vqtest::readFile(other), "one");
+    EXPECT_EQ(m_ops.exchange((m_path + ".none").c_str(), m_path.c_str()), -1);
+    EXPECT_EQ(m_store.read(), "two");
+}
+
+TEST_F(FileOps, KnowsWhatHoldsAText) {
+    EXPECT_FALSE(m_ops.holdsText(m_path.c_str()));
+    m_store.write("");
+    EXPECT_FALSE(m_ops.holdsText(m_path.c_str()));
+    m_store.write("x");
+    EXPECT_TRUE(m_ops.holdsText(m_path.c_str()));
+    EXPECT_FALSE(m_ops.holdsText(m_store.directory().c_str()));
+    fs::create_symlink(m_path, m_path + ".link");
+    EXPECT_FALSE(m_ops.holdsText((m_path + ".link").c_str()));
 }
 
 TEST_F(FileOps, DoesNotReadWhatIsMissing) {

@@ -73,6 +73,32 @@ TEST_F(HandleTable, OrphansAllIdsOfANodeAndKeepsTheirRecords) {
     EXPECT_EQ(table.size(), 3u);
 }
 
+TEST_F(HandleTable, MovesAllIdsOfANodeToAnother) {
+    for (CRegKeyImplFile& record : records) {
+        table.enroll(&record == &records[1] ? &nodes[1] : &nodes[0], &record);
+        table.advance();
+    }
+    table.move(&nodes[0], &nodes[2]);
+    EXPECT_EQ(table.nodeOf(1), &nodes[2]);
+    EXPECT_EQ(table.nodeOf(2), &nodes[1]);
+    EXPECT_EQ(table.nodeOf(3), &nodes[2]);
+    table.orphan(&nodes[0]);
+    EXPECT_EQ(table.nodeOf(1), &nodes[2]) << "nothing is left of the first";
+    table.orphan(&nodes[2]);
+    EXPECT_EQ(table.nodeOf(1), nullptr);
+    EXPECT_EQ(table.nodeOf(3), nullptr);
+    EXPECT_EQ(table.nodeOf(2), &nodes[1]);
+}
+
+TEST_F(HandleTable, AReplacedEntryIsNoLongerOfItsFirstNode) {
+    table.enroll(&nodes[0], &records[0]);
+    table.enroll(&nodes[1], &records[1]);
+    table.orphan(&nodes[0]);
+    EXPECT_EQ(table.nodeOf(1), &nodes[1]);
+    table.orphan(&nodes[1]);
+    EXPECT_EQ(table.nodeOf(1), nullptr);
+}
+
 TEST_F(HandleTable, TakesItsEntriesInTheOrderOfTheirIds) {
     for (CRegKeyImplFile& record : records) {
         table.enroll(&nodes[0], &record);

@@ -1,0 +1,86 @@
+// vqreg info, where the text of the store is not in its place.
+#include <unistd.h>
+
+#include <fstream>
+
+#include "tools/VqregStore.h"
+
+using vqtest::fails;
+
+class Info : public vqtest::VqregStore {
+protected:
+    void writeBackup(const std::string& text) const { std::ofstream(file.backupPath()) << text; }
+
+    static std::string hint(const std::string& state) {
+        return "the file is " + state +
+               " and its backup is not; \"vqreg restore\" brings the text back";
+    }
+};
+
+namespace {
+
+bool holds(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+}  // namespace
+
+TEST_F(Info, SaysThatTheFileIsMissingAndItsBackupIsNot) {
+    writeBackup("[Velquist]\n");
+    const auto text = run({"info"});
+    EXPECT_EQ(text.status, 3);
+    EXPECT_EQ(text.err, "vqreg: " + file.path() + ": " + hint("missing") + "\n");
+    EXPECT_TRUE(holds(text.out, "\nstate          " + hint("missing") + "\nbackup         " +
+                                    file.backupPath() + ", 11 bytes"))
+        << text.out;
+    const auto json = run({"info", "--json"});
+    EXPECT_EQ(json.status, 3);
+    EXPECT_TRUE(holds(json.out,
+                      "\n  \"state\": \"missing\",\n  \"hint\": \"the file is missing "
+                      "and its backup is not; \\\"vqreg restore\\\""))
+        << json.out;
+    EXPECT_TRUE(holds(json.out, "\n  \"owner\": null,\n")) << json.out;
+    EXPECT_FALSE(file.exists());
+    EXPECT_EQ(run({"restore"}).status, 0);
+    EXPECT_EQ(file.read(), "[Velquist]\n");
+}
+
+TEST_F(Info, SaysThatTheFileIsEmptyAndItsBackupIsNot) {
+    file.write("");
+    writeBackup("[Velquist]\n");
+    const auto text = run({"info"});
+    EXPECT_EQ(text.status, 0);
+    EXPECT_EQ(text.err, "");
+    EXPECT_TRUE(holds(text.out, "\nstate          " + hint("empty") + "\nowner  ")) << text.out;
+    EXPECT_TRUE(holds(text.out, "\nsize           0 bytes\n")) << text.out;
+    const auto json = run({"info", "--json"});
+    EXPECT_EQ(json.status, 0);
+    EXPECT_TRUE(holds(json.out, "\n  \"state\": \"empty\",\n  \"hint\": \"the file is empty and "))
+        << json.out;
+}
+
+TEST_F(Info, SaysNothingOfTheKindOtherwise) {
+    file.write("");
+    const auto empty = run({"info", "--json"});
+    EXPECT_TRUE(holds(empty.out, "\n  \"state\": \"empty\",\n  \"hint\": null,\n")) << empty.out;
+    writeBackup("");
+    EXPECT_FALSE(holds(run({"info"}).out, "state")) << "an empty backup is none";
+    ASSERT_EQ(0, ::unlink(file.path().c_str()));
+    EXPECT_EQ(run({"info"}), fails(3, file.path() + ": the file does not exist"));
+    file.write("[Velquist]\n");
+    writeBackup("[Velquist]\n");
+    const auto present = run({"info", "--json"});
+    EXPECT_TRUE(holds(present.out, "\n  \"state\": \"present\",\n  \"hint\": null,\n"))
+        << present.out;
+    EXPECT_FALSE(holds(run({"info"}).out, "state"));
+}
+
+// A number of 64 bits would not survive every reader of JSON.
+TEST_F(Info, TheStampIsATextInJson) {
+    make({"set", "/", "V", "1"});
+    const std::string out = run({"info", "--json"}).out;
+    const std::size_t at = out.find("\"stamp\": \"");
+    ASSERT_NE(at, std::string::npos) << out;
+    const std::string stamp = out.substr(at + 10, out.find('"', at + 10) - at - 10);
+    EXPECT_TRUE(holds(run({"info"}).out, "change stamp   " + stamp + "\n")) << stamp;
+}
