@@ -51,7 +51,7 @@ TEST_F(BatchCommands, AreQuotedAsInAShell) {
                              "\"A \"b\" \\ \\n\", byte 3; nothing has been changed\n"}));
     EXPECT_EQ(batch("set 'Net work/a\"b' \"two words\" 'it'\\''s # no comment'  # a comment\r\n"
                     "set Net Te\\ xt x#y\nset Net Empty ''"),
-              prints(""));
+              (CommandResult{0, "", "vqreg: made the key \"Net work/a\"b\"\n"}));
     EXPECT_EQ(run({"get", "Net work/a\"b", "two words"}), prints("it's # no comment\n"));
     EXPECT_EQ(run({"get", "Net", "Te xt"}), prints("x#y\n"));
     EXPECT_EQ(run({"get", "--type", "Net", "Empty"}), prints("string\n"));

@@ -94,6 +94,7 @@ TEST_F(OpenStore, IsToldByInfo) {
 
 // Every program looks into the default store once, for the level of its trace.
 TEST_F(OpenStore, IsNotTheDefaultStoreOfEveryProgram) {
+    EXPECT_EQ(vqtest::runVqreg({"mkkey", "K"}), prints(""));
     EXPECT_EQ(vqtest::runVqreg({"set", "K", "V", "1"}), prints(""));
     Agent second(VQREG_AGENT_PATH);
     ASSERT_EQ(second.open(file.path()), 0);
@@ -173,7 +174,9 @@ TEST_F(OpenStore, IsLookedAtForTheWholeTimeWhenNothingReturns) {
     EXPECT_EQ(run({"rm", "--verify", "0.3", "--json", "Net", "Port"}).status, 0);
     EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(300));
     EXPECT_EQ(run({"rm", "--verify", "-1", "Net", "Name"}).status, 2);
-    EXPECT_EQ(run({"rm", "--verify", "soon", "Net", "Name"}).status, 2);
+    EXPECT_EQ(run({"rm", "--verify", "soon", "Net", "Name"})
+                  .err.find("vqreg: --verify: must be a number from 0 to 1000000, not \"soon\"\n"),
+              0u);
     EXPECT_EQ(run({"get", "Net", "Name"}), prints("eth0\n"));
 }
 

@@ -111,7 +111,8 @@ TEST_F(Report, OfRestoreOfAMalformedFile) {
     file.write(file.readBackup() + "nonsense\n");
     const CommandResult result = run({"restore", "--json"});
     EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(result.err, "vqreg: the malformed text is kept in " + file.path() + ".malformed\n");
+    EXPECT_NE(result.err.find("the malformed text is kept in " + file.path() + ".malformed\n"),
+              std::string::npos);
     EXPECT_EQ(json::parse(result.out), (json{{"changed", true}, {"changes", json::array()}}));
 }
 

@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <utility>
 
 #include "tools/vqreg/ExitCode.h"
@@ -12,6 +11,7 @@
 #include "tools/vqreg/Returning.h"
 #include "tools/vqreg/StoreFault.h"
 #include "tools/vqreg/TreeInput.h"
+#include "tools/vqreg/Usage.h"
 
 namespace vqreg {
 
@@ -72,12 +72,7 @@ void addVerifyOption(CLI::App& command, ReportOptions& options) {
         .add_option("--verify", options.verifySeconds,
                     "Look for so many seconds whether something that was deleted returns")
         ->type_name("S")
-        ->check(CLI::Validator(
-            [](const std::string& text) {
-                const double seconds = std::strtod(text.c_str(), nullptr);
-                return seconds >= 0 && seconds <= 1e6 ? "" : "must be from 0 to 1000000: " + text;
-            },
-            ""));
+        ->check(secondsRule());
 }
 
 std::vector<Change> createdKeys(StoreSession& store, const Names& path) {

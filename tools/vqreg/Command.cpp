@@ -3,7 +3,6 @@
 #include <VQRegLib.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <exception>
 #include <string>
 #include <utility>
@@ -32,16 +31,7 @@ void addGlobalOptions(CLI::App& app, Context& context) {
     app.add_option("--timeout", context.store.timeoutSeconds,
                    "Seconds to wait for the lock of the store (default: 30)")
         ->type_name("S")
-        ->check(CLI::Validator(
-            [](const std::string& text) {
-                char* end = nullptr;
-                const double seconds = std::strtod(text.c_str(), &end);
-                const bool isNumber = !text.empty() && *end == '\0';
-                return isNumber && seconds >= 0 && seconds <= 1e6
-                           ? ""
-                           : "must be a number from 0 to 1000000, not \"" + text + '"';
-            },
-            ""));
+        ->check(secondsRule());
     app.add_flag_callback(
         "--no-notify", [&context] { context.store.notify = false; },
         "Do not tell other processes of changes");

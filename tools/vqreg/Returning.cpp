@@ -18,8 +18,6 @@ namespace vqreg {
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
 // Between two looks at most: what is missed is found with the next one.
 constexpr auto kLongestWait = std::chrono::milliseconds(250);
 
@@ -78,6 +76,7 @@ void warnOfReturn(const std::vector<OpenIn>& processes) {
 
 std::vector<Change> waitForReturn(const std::string& file, const Names& above,
                                   const std::vector<Change>& changes, double seconds) {
+    using Clock = std::chrono::steady_clock;
     std::vector<Change> deleted;
     std::copy_if(changes.begin(), changes.end(), std::back_inserter(deleted),
                  [](const Change& change) { return change.kind == Change::eKind::eDeleted; });

@@ -1,6 +1,7 @@
 #include "tools/vqreg/Usage.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <map>
 #include <vector>
 
@@ -179,6 +180,19 @@ std::vector<std::string> parserOrder(const std::vector<std::string>& words) {
     }
     std::reverse(arguments.begin(), arguments.end());
     return arguments;
+}
+
+CLI::Validator secondsRule() {
+    return CLI::Validator(
+        [](const std::string& text) {
+            char* end = nullptr;
+            const double seconds = std::strtod(text.c_str(), &end);
+            const bool isNumber = !text.empty() && *end == '\0';
+            return isNumber && seconds >= 0 && seconds <= 1e6
+                       ? ""
+                       : "must be a number from 0 to 1000000, not \"" + text + '"';
+        },
+        "");
 }
 
 std::shared_ptr<CLI::FormatterBase> makeFormatter() {

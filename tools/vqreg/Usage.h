@@ -22,6 +22,9 @@ std::vector<std::string> parserOrder(const std::vector<std::string>& words);
 // Help texts that begin with the usage line.
 std::shared_ptr<CLI::FormatterBase> makeFormatter();
 
+// For options that take seconds.
+CLI::Validator secondsRule();
+
 // For a word in the place of a command, with the command that may be meant.
 std::string unknownCommand(const CLI::App& app, const std::string& word);
 
