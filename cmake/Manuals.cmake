@@ -11,4 +11,5 @@ function(install_manual page section component)
             COMPONENT ${component})
 endfunction()
 install_manual(VQRegLib 3 development)
-install_manual(velquist.cfg 5 development)
+# With the command: whoever edits the file has that, and need not write programs.
+install_manual(velquist.cfg 5 tools)

@@ -2,7 +2,9 @@
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME vqreglib)
 set(CPACK_PACKAGE_VENDOR "VQRegLib")
-set(CPACK_PACKAGE_CONTACT "VQRegLib maintainers <maintainers@vqreglib.example>")
+set(VQREGLIB_MAINTAINER "VQRegLib maintainers <vqreglib@home.arpa>" CACHE STRING
+    "Who answers for the Debian packages: Name <address>")
+set(CPACK_PACKAGE_CONTACT "${VQREGLIB_MAINTAINER}")
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "${PROJECT_DESCRIPTION}")
 set(CPACK_STRIP_FILES ON)
@@ -46,22 +48,57 @@ set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
 Programs open keys by path and set, query, enumerate and delete typed values
 in one text file. Every process sees every change at its next call.
 
-This package contains the header, the CMake package, the pkg-config file and
-the manual pages.")
+This package contains the header, the CMake package, the pkg-config file, the
+manual page of the library and its documents.")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME vqreg)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION admin)
+# dpkg-shlibdeps knows only packages that are installed already.
+set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS
+    "${library_package} (>= ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})")
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION
     "One configuration store for the processes of a machine, command
 Reads, changes, checks, compares and watches the stores of programs that use
 the VQRegLib library.
 
-This package contains the command, its manual page and shell completions.")
+This package contains the command, shell completions, its manual page and that
+of the configuration file.")
+
+# The date of the sources in seconds: that of the commit, or of the newest file in this directory
+# where there is no history, which archives of a commit keep.
+function(find_source_date seconds)
+    set(date)
+    if(EXISTS ${PROJECT_SOURCE_DIR}/.git)
+        execute_process(COMMAND git -C ${PROJECT_SOURCE_DIR} log -1 --format=%ct
+                        OUTPUT_VARIABLE date OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET)
+    endif()
+    if(NOT date)
+        file(GLOB files LIST_DIRECTORIES false ${PROJECT_SOURCE_DIR}/*)
+        foreach(file IN LISTS files)
+            file(TIMESTAMP ${file} changed "%s" UTC)
+            if(NOT date OR changed GREATER date)
+                set(date ${changed})
+            endif()
+        endforeach()
+    endif()
+    set(${seconds} ${date} PARENT_SCOPE)
+endfunction()
+
+# The same sources give the same changelog, whenever it is made. CMake's way to write another date than
+# today's is a variable of the environment, which whoever builds may have set, too.
+set(source_date $ENV{SOURCE_DATE_EPOCH})
+if(NOT source_date)
+    find_source_date(source_date)
+endif()
+set(given_date $ENV{SOURCE_DATE_EPOCH})
+set(ENV{SOURCE_DATE_EPOCH} ${source_date})
+string(TIMESTAMP changelog_date "%a, %d %b %Y %H:%M:%S +0000" UTC)
+set(ENV{SOURCE_DATE_EPOCH} ${given_date})
 
 # Every package has its copyright and its changelog.
 set(doc ${PROJECT_BINARY_DIR}/packaging)
 file(MAKE_DIRECTORY ${doc})
-string(TIMESTAMP now "%a, %d %b %Y %H:%M:%S +0000" UTC)
+file(WRITE ${doc}/source-date "${source_date}\n")  # for scripts/package
 foreach(component library development tools)
     string(TOUPPER ${component} upper)
     set(package ${CPACK_DEBIAN_${upper}_PACKAGE_NAME})

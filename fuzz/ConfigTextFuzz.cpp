@@ -51,7 +51,7 @@ void readConfigText(std::string_view text) {
         require(composed.findings.empty(), "a composed text is clean");
         require(difference(top, composed.top).empty(), "a composed text has the same tree");
     }
-    const JsonText json = parseJsonText(composeJsonText(top, "/"));
+    const JsonText json = parseJsonText(composeJsonText(top, ""));
     require(json.isReadable() && difference(top, json.key).empty(), "JSON keeps the tree");
 }
 
@@ -59,7 +59,7 @@ void readJsonText(std::string_view text) {
     const JsonText parsed = parseJsonText(text);
     checkPlaces(parsed.findings);
     if (parsed.isReadable()) {
-        const JsonText again = parseJsonText(composeJsonText(parsed.key, "/"));
+        const JsonText again = parseJsonText(composeJsonText(parsed.key, ""));
         require(again.isReadable() && difference(parsed.key, again.key).empty(),
                 "JSON keeps the tree");
     }

@@ -120,7 +120,8 @@ public:
     virtual ~CRegistryChangeHandler();
 
     /// Called after the store's file has changed, on a thread of the library on which all signals
-    /// are blocked (programs that it starts inherit that). Exceptions must not leave it.
+    /// are blocked (programs that it starts inherit that). An exception that leaves it is dropped,
+    /// with an error line in the trace log; the other handlers are called all the same.
     virtual void OnRegistryChange() = 0;
 };
 

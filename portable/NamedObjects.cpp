@@ -40,8 +40,6 @@ CPEnumNamedObjects::CPEnumNamedObjects(const std::string& prefix, int type) {
         return;
     }
     m_names = semaphoresInDirectory(prefix);
-    m_names.erase(std::remove_if(m_names.begin(), m_names.end(), CPSemaphore::removeIfOwnerless),
-                  m_names.end());
     std::sort(m_names.begin(), m_names.end());
 }
 

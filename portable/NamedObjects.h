@@ -7,8 +7,7 @@
 
 namespace VQRegLib {
 
-// The semaphores in use whose names begin with a prefix, as they are when the object is made.
-// Semaphores that no process owns are not listed, and are removed where the directory allows it.
+// The semaphores whose names begin with a prefix, as they are when the object is made.
 class CPEnumNamedObjects {
 public:
     static constexpr int kSemaphores = 0;  // the only type there is

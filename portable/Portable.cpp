@@ -1,5 +1,6 @@
 #include "portable/Portable.h"
 
+#include <cxxabi.h>
 #include <pthread.h>
 #include <sys/random.h>
 #include <sys/syscall.h>
@@ -31,7 +32,13 @@ void* runThread(void* raw) {
     if (!start->name.empty()) {
         CPortable::SetCurrentThreadName(start->name.c_str());
     }
-    start->entry(start->argument);
+    try {
+        start->entry(start->argument);
+    } catch (const abi::__forced_unwind&) {
+        throw;  // the thread is cancelled, or ends itself
+    } catch (...) {
+        // It has said so where it could; the program goes on without the thread.
+    }
     return nullptr;
 }
 

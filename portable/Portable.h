@@ -22,7 +22,8 @@ public:
     };
 
     // Starts a detached thread with all signals blocked, so that no handler of the program runs on
-    // it. `id`, when not null, receives a number for the thread. Returns 0 when there is no thread.
+    // it. An exception that leaves `entry` ends the thread and nothing else. `id`, when not null,
+    // receives a number for the thread. Returns 0 when there is no thread.
     static unsigned long CreateThread(void (*entry)(void*), void* argument, unsigned long* id,
                                       const std::string& name);
     // The kernel keeps the first 15 bytes.

@@ -4,10 +4,13 @@
 #include <pthread.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
+#include <climits>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 
@@ -19,7 +22,8 @@ namespace VQRegLib {
 
 namespace {
 
-constexpr int kAttempts = 1000;  // each waits for a sender that is just looking
+constexpr int kAttempts = 1000;     // each waits for a sender that is just looking
+constexpr long kMomentSeconds = 3;  // a new semaphore's maker may not have got any further yet
 
 int initialiseSemaphore(void* address) {
     return sem_init(static_cast<sem_t*>(address), 1, 0) == 0 ? 0 : errno;
@@ -48,15 +52,21 @@ std::atomic<pid_t> g_ownerPid{0};
 std::atomic<dev_t> g_ownedDevice{0};
 std::atomic<ino_t> g_ownedInode{0};
 char g_szOwnedPath[300];
+std::atomic<bool> g_isExiting{false};  // what is owned is taken along, and nothing more is
 
 // A program that closes all descriptors may have given the number to a file of its own.
-bool isOwnedFile(int fd) {
-    struct stat status {};
+bool isOwnedFile(int fd, struct stat& status) {
     return fd >= 0 && fstat(fd, &status) == 0 && status.st_dev == g_ownedDevice.load() &&
            status.st_ino == g_ownedInode.load();
 }
 
+bool isOwnedFile(int fd) {
+    struct stat status {};
+    return isOwnedFile(fd, status);
+}
+
 void removeOwnedAtExit() {
+    g_isExiting.store(true);
     const int fd = g_ownedFile.load();
     // Alone: another process of this id in another container may own it too.
     if (isOwnedFile(fd) && g_ownerPid.load() == getpid() && flock(fd, LOCK_EX | LOCK_NB) == 0) {
@@ -65,28 +75,74 @@ void removeOwnedAtExit() {
 }
 
 // In a child that kept the file open, it would keep the parent's semaphore alive.
-void disown() {
+void disown(int unless = -1) {
     const int fd = g_ownedFile.exchange(-1);
-    if (isOwnedFile(fd)) {
+    if (fd != unless && isOwnedFile(fd)) {
         ::close(fd);
     }
 }
 
+void afterForkInChild() {
+    g_isExiting.store(false);  // the child may have been made by a thread that does not exit
+    disown();
+}
+
+// Tried again as long as there is no memory for it.
+bool registerHandlers() {
+    static std::atomic<bool> atExit{false};
+    static std::atomic<bool> atFork{false};
+    if (!atExit.load()) {
+        atExit.store(std::atexit(removeOwnedAtExit) == 0);
+    }
+    if (!atFork.load()) {
+        atFork.store(pthread_atfork(nullptr, nullptr, afterForkInChild) == 0);
+    }
+    return atExit.load() && atFork.load();
+}
+
 void keepOwned(int fd, const std::string& path) {
-    static const bool registered = [] {
-        std::atexit(removeOwnedAtExit);
-        pthread_atfork(nullptr, nullptr, disown);
-        return true;
-    }();
-    (void)registered;
-    g_szOwnedPath[path.copy(g_szOwnedPath, sizeof g_szOwnedPath - 1)] = '\0';
+    if (path != g_szOwnedPath) {  // owned anew it is the same, and an exit may be reading it
+        g_szOwnedPath[path.copy(g_szOwnedPath, sizeof g_szOwnedPath - 1)] = '\0';
+    }
     g_ownerPid.store(getpid());
-    disown();  // what it may have owned before
+    disown(fd);  // what it may have owned before, unless its number has come back
     struct stat status {};
     fstat(fd, &status);
     g_ownedDevice.store(status.st_dev);
     g_ownedInode.store(status.st_ino);
     g_ownedFile.store(fd);
+    if (g_isExiting.load()) {
+        removeOwnedAtExit();  // it may have looked before this was owned
+    }
+}
+
+// True when the name ends in a number that no process has, as far as this one can see.
+bool namesNoProcess(const std::string& name) {
+    const std::size_t begin = name.find_last_not_of("0123456789") + 1;
+    if (begin == name.size()) {
+        return false;
+    }
+    const unsigned long number = std::strtoul(name.c_str() + begin, nullptr, 10);
+    return number == 0 || number > INT_MAX ||
+           (kill(static_cast<pid_t>(number), 0) != 0 && errno == ESRCH);
+}
+
+// By the clock that the kernel gives files their times by. The time of birth, where the file system
+// knows it: the other ones may move with every release.
+bool isOlderThanAMoment(int fd) {
+    struct statx status {};
+    timespec now{};
+    if (statx(fd, "", AT_EMPTY_PATH, STATX_CTIME | STATX_BTIME, &status) != 0 ||
+        clock_gettime(CLOCK_REALTIME_COARSE, &now) != 0) {
+        return false;
+    }
+    const auto& made = status.stx_mask & STATX_BTIME ? status.stx_btime : status.stx_ctime;
+    return now.tv_sec - made.tv_sec > kMomentSeconds;
+}
+
+bool isRegularFile(int fd) {
+    struct stat status {};
+    return fstat(fd, &status) == 0 && S_ISREG(status.st_mode);
 }
 
 }  // namespace
@@ -116,12 +172,17 @@ void CPSemaphore::release() {
 }
 
 bool CPSemaphore::own() {
+    const std::string path = pathOf(m_strName);
     int error = m_nError;
+    if (isOpen() && (g_isExiting.load() || !registerHandlers())) {
+        m_nError = g_isExiting.load() ? ESHUTDOWN : ENOMEM;
+        return false;
+    }
     for (int attempt = 0; attempt < kAttempts && isOpen(); ++attempt) {
         int fd = -1;
         error = tryToOwn(&fd);
         if (error == 0) {
-            keepOwned(fd, pathOf(m_strName));
+            keepOwned(fd, path);
             return true;
         }
         if (error == EWOULDBLOCK) {
@@ -152,10 +213,31 @@ int CPSemaphore::tryToOwn(int* fd) const {
     return 0;
 }
 
+bool CPSemaphore::isExiting() {
+    return g_isExiting.load();
+}
+
+bool CPSemaphore::isOwner() const {
+    struct stat status {};
+    return isOwnedFile(g_ownedFile.load(), status) && g_ownerPid.load() == getpid() &&
+           status.st_ino == m_pObject->inode() && status.st_nlink > 0;
+}
+
 bool CPSemaphore::removeIfOwnerless(const std::string& name) {
     const std::string path = pathOf(name);
     const CFileDescriptor file(openFile(path));
     if (!file.isOpen() || flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
+        return false;
+    }
+    unlinkLocked(file.get(), path);
+    return true;
+}
+
+bool CPSemaphore::removeIfAbandoned(const std::string& name) {
+    const std::string path = pathOf(name);
+    const CFileDescriptor file(openFile(path));
+    if (!file.isOpen() || !isRegularFile(file.get()) || !isOlderThanAMoment(file.get()) ||
+        !namesNoProcess(name) || flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
         return false;
     }
     unlinkLocked(file.get(), path);

@@ -38,8 +38,19 @@ public:
     // semaphore with it. One semaphore per process. False, with error(), when that is impossible.
     bool own();
 
+    // True while the calling process owns the semaphore and the name still means it. A program that
+    // closes all its descriptors owns nothing any more.
+    bool isOwner() const;
+
+    // True when the exit of the process has taken along what it owned; it can own nothing then.
+    static bool isExiting();
+
     // True when no process owns the semaphore of that name; its name is then taken away.
     static bool removeIfOwnerless(const std::string& name);
+
+    // The same for one that may be of a program that knows nothing of owners: its name must end in a
+    // number that no process has, and it must have been made more than a moment ago.
+    static bool removeIfAbandoned(const std::string& name);
 
     // The name of the file in CSharedObject::directory, as sem_open has it too.
     static std::string fileName(const std::string& name) { return "sem." + name; }

@@ -84,7 +84,7 @@ void CRegLibImplFile::chooseFile(const char* name) try {
 void CRegLibImplFile::openSharedObjects() {
     m_pMutex = makeOrThrow<CPMutex>(eThrowPoint::eNewMutex, 1, 0, m_pszFileName, 1, 1);
     if (!m_pMutex->isOpen()) {
-        REGLIB_TRACE(eTraceAlways,
+        REGLIB_TRACE(eTraceFlow,
                      "(Error) CRegLibImplFile::CRegLibImplFile (0x%08X), mutex failed, errno %d\n",
                      traceId(this), m_pMutex->error());
         throwAt(eThrowPoint::eNewMutex);
@@ -94,7 +94,7 @@ void CRegLibImplFile::openSharedObjects() {
                                                   sizeof(std::uint64_t));
     if (!m_pSharedMemory->getAddress()) {
         REGLIB_TRACE(
-            eTraceAlways,
+            eTraceFlow,
             "(Error) CRegLibImplFile::CRegLibImplFile (0x%08X), shared memory failed, errno %d\n",
             traceId(this), m_pSharedMemory->error());
         throwAt(eThrowPoint::eNewSharedMemory);  // the mutex lets go of the lock as it is destroyed

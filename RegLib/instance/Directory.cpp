@@ -38,7 +38,8 @@ CRegLibImplDirectory* get_reglibImplDirectory() {
     if (!g_preglibImplDirectory) {
         try {
             // First, which makes them the last before a fork: whoever holds the directory's lock may
-            // be making a mutex.
+            // be making a mutex or writing a line.
+            CRegLibTrace::registerForkHandlers();
             CPMutex::registerForkHandlers();
             g_preglibImplDirectory = new CRegLibImplDirectory;
             pthread_atfork(CRegLibImplDirectory::prepareFork,

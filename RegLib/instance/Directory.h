@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <forward_list>
 #include <map>
+#include <memory>
 #include <string>
 
 #include "RegLib/store/Store.h"
@@ -51,7 +52,7 @@ public:
 
     // Starts the thread that wakes the watchers of this process when another process announces a
     // change, and waits until it can be reached. Without the thread, handlers are called when their
-    // watcher looks by itself.
+    // watcher looks by itself. Throws VQException when the thread had no memory for its semaphore.
     void startRegistryChangeNotifierThread();
     void StopRegistryChangeNotifierThread();
 
@@ -59,18 +60,25 @@ private:
     void dropInheritedUpdates();
     static void RegistryChangeNotifierThread(void* directory);
     bool hasNotifier() const;
+    bool isReachable();
+    void startNotifier();
     void RegistryChangeNotifierThreadFunc();
+    std::unique_ptr<CPSemaphore> ownSemaphore();
     bool makeNotificationSemaphore();
+    void serveNotifications();
+    void ownNameAgain();
     void wakeWatchers();
 
     static std::atomic<bool> m_isInheritedHalfChanged;
     CPCritSec* m_pLock;
     std::forward_list<CPCritSec*> m_inheritedLocks;  // of the processes that forked this one
     std::map<std::string, CRegLibImpl*> m_mapInstances;
-    std::atomic<CPSemaphore*> m_pNotificationSemaphore{nullptr};
+    std::atomic<CPSemaphore*> m_pNotificationSemaphore{nullptr};  // replaced under m_pLock
     std::atomic<std::uint32_t> m_stopRequested{0};
     std::atomic<std::uint32_t> m_notifierStarted{0};
     std::atomic<std::uint32_t> m_notifierRunning{0};
+    std::atomic<bool> m_notifierThrew{false};
+    bool m_ownFailed = false;        // and that was told; only the notifier thread uses it
     CProcessMark m_notifierProcess;  // whose thread it is; guarded by m_pLock
 };
 

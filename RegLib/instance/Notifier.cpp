@@ -3,9 +3,11 @@
 #include <cstdio>
 #include <memory>
 #include <new>
+#include <utility>
 
 #include "RegLib/base/CritSecGuard.h"
 #include "RegLib/base/ThrowPoint.h"
+#include "RegLib/instance/Contained.h"
 #include "RegLib/instance/Directory.h"
 #include "RegLib/instance/Watcher.h"
 #include "RegLib/trace/Trace.h"
@@ -19,6 +21,12 @@ namespace {
 
 constexpr char kPrefix[] = "REG-CHANGENOTIF-SEM-BF96420F-BEA8-4a58-AA2E-FA2A7AE7F5A5-";
 constexpr unsigned long kPollMilliseconds = 100;
+constexpr unsigned long kLookMilliseconds = 5000;  // how late a lost name is noticed
+constexpr char kThreadName[] = "CRegLibImpl::RegistryChangeNotifierThread";
+
+// For a registration that finds the name lost.
+constexpr int kReachableNaps = 100;
+constexpr unsigned long kReachableNapMilliseconds = 10;
 
 // Owner and senders make it with the same arguments, so that they reach the same object.
 std::unique_ptr<CPSemaphore> makeSemaphore(const std::string& name) {
@@ -34,6 +42,8 @@ std::string notificationSemaphoreName(long pid) {
     return std::string(kPrefix) + digits;
 }
 
+// All are released before any is looked at: one that seems to be nobody's may be that of a process
+// which has lost the lock, and which notices as it wakes up.
 void releaseNotificationSemaphores() {
     const CPEnumNamedObjects semaphores(kPrefix, CPEnumNamedObjects::kSemaphores);
     std::string name;
@@ -48,6 +58,9 @@ void releaseNotificationSemaphores() {
             CPSemaphore::removeIfOwnerless(name);  // its process ended a moment ago
         }
     }
+    for (int index = 0; semaphores.enumNamedObject(index, &name, &type) != 0; ++index) {
+        CPSemaphore::removeIfAbandoned(name);
+    }
 }
 
 // The thread of a parent does not exist in a child of fork.
@@ -56,11 +69,32 @@ bool CRegLibImplDirectory::hasNotifier() const {
 }
 
 void CRegLibImplDirectory::startRegistryChangeNotifierThread() {
-    const CCritSecGuard guard(*m_pLock, __LINE__);
-    if (hasNotifier()) {
-        return;
+    {
+        const CCritSecGuard guard(*m_pLock, __LINE__);
+        if (!hasNotifier()) {
+            startNotifier();
+            return;
+        }
+        if (isReachable()) {
+            return;
+        }
+        m_pNotificationSemaphore.load()->release();  // the thread looks after its name then
     }
+    // Without the lock, which the thread takes.
+    for (int nap = 0; nap < kReachableNaps && !isReachable(); ++nap) {
+        CPortable::Sleep(kReachableNapMilliseconds);
+    }
+}
+
+// False while other processes do not find the running thread's semaphore, or take it for nobody's.
+bool CRegLibImplDirectory::isReachable() {
+    const CCritSecGuard guard(*m_pLock, __LINE__);
+    return !hasNotifier() || m_pNotificationSemaphore.load()->isOwner();
+}
+
+void CRegLibImplDirectory::startNotifier() {
     m_notifierProcess = CProcessMark();
+    m_notifierThrew.store(false);
     m_notifierStarted.store(0);
     m_notifierRunning.store(1);
     if (CPortable::CreateThread(RegistryChangeNotifierThread, this, nullptr, "") == 0) {
@@ -76,6 +110,9 @@ void CRegLibImplDirectory::startRegistryChangeNotifierThread() {
     while (m_notifierStarted.load() == 0 && m_notifierRunning.load() != 0) {
         CPortable::Sleep(kPollMilliseconds);
     }
+    if (m_notifierStarted.load() == 0 && m_notifierThrew.load()) {
+        throwAt(eThrowPoint::eNewNotifierSemaphore);
+    }
 }
 
 void CRegLibImplDirectory::StopRegistryChangeNotifierThread() {
@@ -85,9 +122,9 @@ void CRegLibImplDirectory::StopRegistryChangeNotifierThread() {
         if (!m_notifierProcess.isOfThisProcess()) {
             return;  // a child of fork has nothing to stop, and the semaphore is its parent's
         }
-    }
-    if (CPSemaphore* const semaphore = m_pNotificationSemaphore.load()) {
-        semaphore->release();
+        if (CPSemaphore* const semaphore = m_pNotificationSemaphore.load()) {
+            semaphore->release();
+        }
     }
     while (m_notifierRunning.load() != 0) {
         CPortable::Sleep(kPollMilliseconds);
@@ -103,35 +140,73 @@ void CRegLibImplDirectory::RegistryChangeNotifierThreadFunc() {
     REGLIB_TRACE(eTraceLife, "CRegLibImpl::RegistryChangeNotifierThread (0x%08X) - starting\n",
                  traceId(this));
     m_notifierRunning.store(1);
-    if (makeNotificationSemaphore()) {
-        m_notifierStarted.store(1);
-        CPSemaphore* const semaphore = m_pNotificationSemaphore.load();
-        while (semaphore->wait(CPSemaphore::kInfinite, nullptr) && m_stopRequested.load() == 0) {
-            wakeWatchers();
+    const bool isContained = contained(kThreadName, this, [this] {
+        if (makeNotificationSemaphore()) {
+            m_notifierStarted.store(1);
+            serveNotifications();
         }
-    }
+    });
+    m_notifierThrew.store(!isContained);
     REGLIB_TRACE(eTraceLife, "CRegLibImpl::RegistryChangeNotifierThread (0x%08X) - stopping\n",
                  traceId(this));
     m_notifierRunning.store(0);
 }
 
+// The semaphore of this process, owned; null when that is impossible. The reason is told once.
+std::unique_ptr<CPSemaphore> CRegLibImplDirectory::ownSemaphore() try {
+    if (CPSemaphore::isExiting()) {
+        return nullptr;
+    }
+    const std::string name = notificationSemaphoreName(CPortable::GetCurrentProcessId());
+    auto semaphore = makeSemaphore(name);
+    if (semaphore->own()) {
+        m_ownFailed = false;
+        return semaphore;
+    }
+    if (semaphore->isCreator()) {
+        CPSemaphore::removeIfOwnerless(name);
+    }
+    if (!CPSemaphore::isExiting() && !std::exchange(m_ownFailed, true)) {
+        REGLIB_TRACE(eTraceAlways, "(Error) %s (0x%08X), semaphore failed, errno %d\n", kThreadName,
+                     traceId(this), semaphore->error());
+    }
+    return nullptr;
+} catch (const std::bad_alloc&) {
+    throwAt(eThrowPoint::eNewNotifierSemaphore);
+}
+
 bool CRegLibImplDirectory::makeNotificationSemaphore() {
-    std::unique_ptr<CPSemaphore> semaphore;
-    try {
-        semaphore = makeSemaphore(notificationSemaphoreName(CPortable::GetCurrentProcessId()));
-    } catch (const std::bad_alloc&) {
-        throwAt(eThrowPoint::eNewNotifierSemaphore);
-    }
-    if (!semaphore->own()) {
-        REGLIB_TRACE(
-            eTraceAlways,
-            "(Error) CRegLibImpl::RegistryChangeNotifierThread (0x%08X), semaphore failed, "
-            "errno %d\n",
-            traceId(this), semaphore->error());
-        return false;
-    }
+    m_ownFailed = false;
+    std::unique_ptr<CPSemaphore> semaphore = ownSemaphore();
     m_pNotificationSemaphore.store(semaphore.release());  // for the rest of the process
-    return true;
+    return m_pNotificationSemaphore.load() != nullptr;
+}
+
+void CRegLibImplDirectory::serveNotifications() {
+    for (;;) {
+        CPSemaphore* const semaphore = m_pNotificationSemaphore.load();
+        const bool isReleased = semaphore->wait(kLookMilliseconds, nullptr);
+        if (m_stopRequested.load() != 0) {
+            return;
+        }
+        const bool isLost = !semaphore->isOwner();
+        if (isLost) {
+            contained(kThreadName, this, [this] { ownNameAgain(); });
+        }
+        if (isReleased || isLost) {  // a lost name may have lost a notification
+            wakeWatchers();
+        }
+    }
+}
+
+// A program that closes all descriptors closes the lock that tells others of the owner, and the name
+// may have been removed. Whatever there is under it now becomes this process's semaphore.
+void CRegLibImplDirectory::ownNameAgain() {
+    std::unique_ptr<CPSemaphore> semaphore = ownSemaphore();
+    if (semaphore) {
+        const CCritSecGuard guard(*m_pLock, __LINE__);
+        semaphore.reset(m_pNotificationSemaphore.exchange(semaphore.release()));
+    }
 }
 
 void CRegLibImplDirectory::wakeWatchers() {

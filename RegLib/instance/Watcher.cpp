@@ -4,6 +4,7 @@
 
 #include "RegLib/base/CritSecGuard.h"
 #include "RegLib/base/ThrowPoint.h"
+#include "RegLib/instance/Contained.h"
 #include "RegLib/trace/Trace.h"
 #include "portable/Portable.h"
 
@@ -13,6 +14,7 @@ namespace {
 
 constexpr unsigned long kLookMilliseconds = 60'000;
 constexpr unsigned long kPollMilliseconds = 100;
+constexpr char kThreadName[] = "CRegWatcherThread::fileWatcherThreadFunc";
 
 }  // namespace
 
@@ -98,7 +100,19 @@ void CRegWatcherThread::wake() {
 }
 
 void CRegWatcherThread::fileWatcherThread(void* self) {
-    static_cast<CRegWatcherThread*>(self)->fileWatcherThreadFunc();
+    auto* const watcher = static_cast<CRegWatcherThread*>(self);
+    // Also when a handler has ended the thread under itself: others wait for this.
+    const auto end = [](CRegWatcherThread* ended) { ended->threadEnds(); };
+    const std::unique_ptr<CRegWatcherThread, decltype(end)> ending(watcher, end);
+    contained(kThreadName, watcher, [watcher] { watcher->fileWatcherThreadFunc(); });
+}
+
+void CRegWatcherThread::threadEnds() {
+    const bool endsItself = m_bEndsItself.load();
+    m_running.store(0);  // unless it is the thread's own, the object may be gone after this
+    if (endsItself) {
+        delete this;
+    }
 }
 
 void CRegWatcherThread::fileWatcherThreadFunc() {
@@ -127,11 +141,6 @@ void CRegWatcherThread::fileWatcherThreadFunc() {
     }
     REGLIB_TRACE(eTraceLife, "CRegWatcherThread::fileWatcherThreadFunc (0x%08X) - stopping\n",
                  traceId(this));
-    const bool endsItself = m_bEndsItself.load();
-    m_running.store(0);  // unless it is the thread's own, the object may be gone after this
-    if (endsItself) {
-        delete this;
-    }
 }
 
 // Handlers come and go during a round: each step looks for the next address, and nothing is kept
@@ -141,7 +150,7 @@ void CRegWatcherThread::callHandlers() {
     auto next = m_mapHandlers.begin();
     while (next != m_mapHandlers.end() && m_stopRequested.load() == 0) {
         CRegistryChangeHandler* const handler = next->first;
-        handler->OnRegistryChange();
+        contained(kThreadName, this, [handler] { handler->OnRegistryChange(); });
         next = m_mapHandlers.upper_bound(handler);
     }
 }

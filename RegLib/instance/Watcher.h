@@ -48,6 +48,7 @@ public:
 private:
     static void fileWatcherThread(void* self);
     void fileWatcherThreadFunc();
+    void threadEnds();
     void callHandlers();
     bool hasThread() const;
 

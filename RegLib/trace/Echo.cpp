@@ -1,61 +1,127 @@
 #include "RegLib/trace/Echo.h"
 
+#include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
+#include <string_view>
 
 namespace VQRegLib {
 
 namespace {
 
-constexpr int kArguments = 8;
+constexpr const char* kDigits = "0123456789";
+constexpr const char* kFlags = "-+ #0'I";
+constexpr std::size_t kLongestNumber = 5;  // digits of a width or precision that are honoured
 
-// True for a conversion that reads one integer or pointer argument, or none, and writes nothing but
-// text; moves behind it.
-bool isHarmlessConversion(const char*& at, int& arguments) {
-    ++at;  // the "%"
-    if (*at == '%') {
-        ++at;
+constexpr const char* kConversions = "diouxXbBaAeEfFgGcCsSpm%";
+constexpr const char* kFloats = "aAeEfFgG";
+constexpr const char* kPointers = "sSp";
+constexpr std::string_view kLengths[] = {"", "h", "hh", "l", "ll", "L", "q", "j", "z", "Z", "t"};
+
+// A conversion of the line, and what is handed to printf for it. There are no arguments but zeros:
+// widths and precisions that are arguments are left out or zero here, and it does not matter which
+// argument is meant. What remains needs one argument at most.
+class CConversion {
+public:
+    // `text` begins with "%".
+    explicit CConversion(const char* text) : m_at(text + 1), m_isValid(parse()) {}
+
+    const char* end() const { return m_at; }
+    bool isValid() const { return m_isValid; }
+
+    void print() const {
+        const char* const none = nullptr;
+        if (std::strchr(kFloats, m_letter)) {
+            std::printf(m_format, 0.0);
+        } else if (std::strchr(kPointers, m_letter)) {
+            std::printf(m_format, none);
+        } else {
+            std::printf(m_format, 0);
+        }
+    }
+
+private:
+    bool parse() {
+        skipPosition();
+        if (!take(std::strspn(m_at, kFlags)) || !takeNumber()) {
+            return false;
+        }
+        if (*m_at == '.' && !(take(1) && takeNumber())) {
+            return false;
+        }
+        return takeLetter();
+    }
+
+    // "%2$d": the second argument is a zero like the others.
+    void skipPosition() {
+        const std::size_t digits = std::strspn(m_at, kDigits);
+        if (digits > 0 && m_at[digits] == '$' && std::strspn(m_at, "0") == 0) {
+            m_at += digits + 1;
+        }
+    }
+
+    bool takeNumber() {
+        if (*m_at == '*') {
+            ++m_at;
+            skipPosition();
+            return true;
+        }
+        const std::size_t digits = std::strspn(m_at, kDigits);
+        return digits <= kLongestNumber && take(digits);
+    }
+
+    // The length goes: it does not show in a zero.
+    bool takeLetter() {
+        const std::string_view length(m_at, std::strspn(m_at, "hlLqjzZt"));
+        m_at += length.size();
+        m_letter = *m_at;
+        return m_letter != '\0' && std::strchr(kConversions, m_letter) && take(1) &&
+               std::find(std::begin(kLengths), std::end(kLengths), length) != std::end(kLengths);
+    }
+
+    bool take(std::size_t size) {
+        if (m_size + size >= sizeof m_format) {
+            return false;
+        }
+        std::memcpy(m_format + m_size, m_at, size);
+        m_size += size;
+        m_at += size;
         return true;
     }
-    at += std::strspn(at, "-+ #0");
-    const std::size_t width = std::strspn(at, "0123456789");
-    if (width > 3) {
-        return false;
-    }
-    at += width;
-    if (*at == '.') {
-        const std::size_t precision = std::strspn(at + 1, "0123456789");
-        if (precision > 3) {
-            return false;
-        }
-        at += 1 + precision;
-    }
-    if (*at == '\0' || !std::strchr("diouxXcsp", *at)) {
-        return false;
-    }
-    ++at;
-    return ++arguments <= kArguments;
-}
 
-bool isHarmlessFormat(const char* line) {
-    int arguments = 0;
-    for (const char* at = line; (at = std::strchr(at, '%')) != nullptr;) {
-        if (!isHarmlessConversion(at, arguments)) {
-            return false;
-        }
-    }
-    return true;
+    const char* m_at;
+    char m_format[64] = "%";
+    std::size_t m_size = 1;
+    char m_letter = '\0';
+    const bool m_isValid;
+};
+
+void printText(const char* begin, const char* end) {
+    std::fwrite(begin, 1, static_cast<std::size_t>(end - begin), stdout);
 }
 
 }  // namespace
 
+// The whole under the stream's own lock, as one printf would be.
 void echoTraceLine(const char* line) {
-    if (isHarmlessFormat(line)) {
-        const char* const none = nullptr;
-        std::printf(line, none, none, none, none, none, none, none, none);
-    } else {
-        std::fputs(line, stdout);
+    const int error = errno;
+    flockfile(stdout);
+    for (const char* percent = line; (percent = std::strchr(line, '%')) != nullptr;) {
+        printText(line, percent);
+        const CConversion conversion(percent);
+        if (conversion.isValid()) {
+            errno = error;  // "%m" prints it
+            conversion.print();
+            line = conversion.end();
+        } else {
+            printText(percent, percent + 1);
+            line = percent + 1;
+        }
     }
+    std::fputs(line, stdout);
+    funlockfile(stdout);
 }
 
 }  // namespace VQRegLib

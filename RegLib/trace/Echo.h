@@ -5,7 +5,8 @@
 namespace VQRegLib {
 
 // Prints the line as a printf format, as it has always been: "%%" comes out as "%", a conversion
-// prints a zero or "(null)". A line that printf could not interpret safely is printed as it is.
+// prints a zero, "(null)" or, "%m", the text of errno. What printf does not know is printed as it is,
+// and so are "%n" and widths beyond five digits.
 void echoTraceLine(const char* line);
 
 }  // namespace VQRegLib

@@ -1,13 +1,16 @@
 #include "RegLib/trace/Trace.h"
 
+#include <fcntl.h>
 #include <pthread.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdarg>
 #include <cstring>
 #include <new>
 
 #include "RegLib/trace/Echo.h"
+#include "RegLib/trace/Gate.h"
 #include "portable/NoCancellation.h"
 #include "portable/Portable.h"
 
@@ -18,6 +21,7 @@ std::atomic<CRegLibTrace*> g_pregLibTrace{nullptr};
 }  // namespace VQRegLib
 
 using VQRegLib::CPortable;
+using VQRegLib::CTraceGate;
 using VQRegLib::g_pregLibTrace;
 
 std::atomic<std::int32_t> CRegLibTrace::m_lLogLevel{1};
@@ -31,7 +35,18 @@ constexpr std::size_t kDirectoryLimit = 254;
 
 // How long a thread waits for another one that is opening the file, so that its line is not lost.
 constexpr int kOpeningNaps = 200;
-constexpr unsigned long kOpeningNapMilliseconds = 1;
+constexpr unsigned long kNapMilliseconds = 1;
+
+void compose(char (&line)[kLineSize], const char* format, std::va_list arguments) {
+    CPortable::LocalTime now{};
+    CPortable::GetLocalTime(&now);
+    const int prefix = std::snprintf(line, sizeof line - 1, "%02d:%02d:%02d.%03d (%5d:%5d) ",
+                                     now.wHour, now.wMinute, now.wSecond, now.wMilliseconds,
+                                     static_cast<int>(CPortable::GetCurrentProcessId()),
+                                     static_cast<int>(CPortable::GetCurrentThreadId()));
+    const auto used = static_cast<std::size_t>(prefix);
+    std::vsnprintf(line + used, sizeof line - used, format, arguments);
+}
 
 }  // namespace
 
@@ -46,11 +61,17 @@ void CRegLibTrace::createInstance() {
     }
 }
 
+void CRegLibTrace::registerForkHandlers() {
+    static const int registered =
+        pthread_atfork(CTraceGate::beforeFork, CTraceGate::afterForkInParent, afterForkInChild);
+    (void)registered;
+}
+
 CRegLibTrace::CRegLibTrace() {
+    registerForkHandlers();
     readConfiguration();
     if (m_lLogLevel.load() != 0) {
         g_pregLibTrace.store(this, std::memory_order_release);
-        pthread_atfork(nullptr, nullptr, afterForkInChild);
     }
 }
 
@@ -59,10 +80,8 @@ CRegLibTrace::~CRegLibTrace() {
     if (registered != this) {
         delete registered;
     }
-    for (std::FILE* const file : {m_pFile.exchange(nullptr), m_pRetiredFile}) {
-        if (file) {
-            std::fclose(file);
-        }
+    if (m_pFile.load() && isOwnFile()) {
+        closeFile();
     }
 }
 
@@ -79,7 +98,7 @@ void CRegLibTrace::getCurTime(std::tm* out) {
 // True when there is nothing to open at this time.
 bool CRegLibTrace::isSettled(const std::tm& now) const {
     const Attempt last = m_lastAttempt.load();
-    return last.day == now.tm_mday && (m_pFile.load() || last.minute == now.tm_min);
+    return last.day == now.tm_mday && (m_pFile.load() ? isOwnFile() : last.minute == now.tm_min);
 }
 
 // True for the one thread that is to open the file now. The others wait a little while nobody can
@@ -92,7 +111,7 @@ bool CRegLibTrace::claimOpening(std::tm* now) {
         }
         bool expected = false;
         if (!m_opening.compare_exchange_strong(expected, true)) {
-            CPortable::Sleep(kOpeningNapMilliseconds);
+            CPortable::Sleep(kNapMilliseconds);
             continue;
         }
         getCurTime(now);  // again: another thread may have been through since, and past midnight
@@ -105,10 +124,12 @@ bool CRegLibTrace::claimOpening(std::tm* now) {
     return false;
 }
 
-// A child of fork has no thread that could finish an opening.
+// A child of fork has no thread that could finish an opening or a line.
 void CRegLibTrace::afterForkInChild() {
+    CTraceGate::afterForkInChild();
     if (CRegLibTrace* const trace = g_pregLibTrace.load()) {
         trace->m_opening.store(false);
+        trace->m_writers.store(0);
     }
 }
 
@@ -120,6 +141,10 @@ std::FILE* CRegLibTrace::openFileOfDay(const std::tm& now) const {
     }
     std::FILE* const file = std::fopen(name, "a+e");
     chmod(name, 0666);
+    if (file) {
+        // Nothing waits in the stream: a child of fork, or the next day's file, would get it too.
+        std::setvbuf(file, nullptr, _IONBF, 0);
+    }
     return file;
 }
 
@@ -132,48 +157,110 @@ void CRegLibTrace::writeHeader(std::FILE* file) const try {
     // A file without its header is better than a program without its log.
 }
 
+// False when the descriptor is not what the library has put there: a program that closes all
+// descriptors may have given the number to a file of its own.
+bool CRegLibTrace::isOwnFile(int descriptor) const {
+    struct stat status {};
+    return descriptor == m_descriptor.load() && fstat(descriptor, &status) == 0 &&
+           status.st_dev == m_device.load() && status.st_ino == m_inode.load();
+}
+
+bool CRegLibTrace::isOwnFile() const {
+    return isOwnFile(m_descriptor.load());
+}
+
+void CRegLibTrace::rememberFile(int descriptor) {
+    struct stat status {};
+    fstat(descriptor, &status);
+    m_device.store(status.st_dev);
+    m_inode.store(status.st_ino);
+    m_descriptor.store(descriptor);
+}
+
+// Under the descriptor of the open stream, if there is one: another thread may be writing to that,
+// and is then writing to the one file or to the other, never to a closed one.
+void CRegLibTrace::putInPlace(std::FILE* opened) {
+    const int descriptor = m_descriptor.load();
+    if (m_pFile.load() && dup3(fileno(opened), descriptor, O_CLOEXEC) == descriptor) {
+        rememberFile(descriptor);
+        std::fclose(opened);
+        return;
+    }
+    if (m_pFile.load()) {
+        closeFile();
+    }
+    rememberFile(fileno(opened));
+    m_pFile.store(opened);
+}
+
+void CRegLibTrace::closeFile() {
+    std::FILE* const file = m_pFile.exchange(nullptr);
+    while (m_writers.load() > 0) {  // these have one line each to finish; new ones find no file
+        CPortable::Sleep(kNapMilliseconds);
+    }
+    std::fclose(file);
+}
+
 void CRegLibTrace::openTraceFile() {
+    const CTraceGate::CPass pass;
     std::tm now{};
     if (!claimOpening(&now)) {
         return;
     }
-    std::FILE* const opened = openFileOfDay(now);
+    if (m_pFile.load() && !isOwnFile()) {
+        m_pFile.store(nullptr);  // given up with its number: closing it would close a foreign file
+    }
+    std::FILE* opened = openFileOfDay(now);
+    if (!opened && m_pFile.load()) {
+        closeFile();
+        opened = openFileOfDay(now);  // perhaps there was no descriptor to be had
+    }
     if (opened) {
         writeHeader(opened);
-    }
-    std::FILE* const previous = m_pFile.exchange(opened);
-    if (previous) {
-        if (m_pRetiredFile) {
-            std::fclose(m_pRetiredFile);
-        }
-        m_pRetiredFile = previous;
+        putInPlace(opened);
     }
     m_opening.store(false);
 }
 
+// False when there is no file to write to, or another one than it was a moment ago.
+bool CRegLibTrace::put(const char* line) {
+    ++m_writers;
+    std::FILE* const file = m_pFile.load();
+    const bool isOpen = file && isOwnFile(fileno(file));
+    if (isOpen) {
+        std::fputs(line, file);
+        std::fflush(file);
+    }
+    --m_writers;
+    return isOpen;
+}
+
+bool CRegLibTrace::write(const char* line) {
+    if (put(line)) {
+        return true;
+    }
+    openTraceFile();
+    return put(line);
+}
+
 void CRegLibTrace::trace(const char* format, ...) {
     const VQRegLib::CNoCancellation noCancellation;  // destructors write lines too
-    openTraceFile();
-    std::FILE* const file = m_pFile.load();
-    if (!file) {
-        return;
-    }
     char line[kLineSize] = {};
-    CPortable::LocalTime now{};
-    CPortable::GetLocalTime(&now);
-    const int prefix = std::snprintf(line, sizeof line - 1, "%02d:%02d:%02d.%03d (%5d:%5d) ",
-                                     now.wHour, now.wMinute, now.wSecond, now.wMilliseconds,
-                                     static_cast<int>(CPortable::GetCurrentProcessId()),
-                                     static_cast<int>(CPortable::GetCurrentThreadId()));
-    const auto used = static_cast<std::size_t>(prefix);
-    std::va_list arguments;
-    va_start(arguments, format);
-    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): started in the line above
-    std::vsnprintf(line + used, sizeof line - used, format, arguments);
-    va_end(arguments);
-    std::fputs(line, file);
-    std::fflush(file);
-    if (m_lLogLevel.load() & VQRegLib::eTraceEcho) {
+    bool isWritten = false;
+    {
+        const CTraceGate::CPass pass;
+        openTraceFile();
+        if (!m_pFile.load()) {
+            return;
+        }
+        std::va_list arguments;
+        va_start(arguments, format);
+        // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): started in the line above
+        compose(line, format, arguments);
+        va_end(arguments);
+        isWritten = write(line);
+    }
+    if (isWritten && (m_lLogLevel.load() & VQRegLib::eTraceEcho)) {
         VQRegLib::echoTraceLine(line);
     }
 }

@@ -2,6 +2,8 @@
 #ifndef REGLIB_TRACE_TRACE_H
 #define REGLIB_TRACE_TRACE_H
 
+#include <sys/types.h>
+
 #include <atomic>
 #include <cstdint>
 #include <cstdio>
@@ -25,6 +27,10 @@ class CRegLibTrace {
 public:
     // Makes the process's trace object; only the first call of a process does anything.
     static void createInstance();
+
+    // A fork waits for the lines that are being written. A lock that a fork waits for too must
+    // register its own handlers after this: who holds it may be about to write a line.
+    static void registerForkHandlers();
 
     // Reads the level and the directory, and registers the object unless the level is 0.
     CRegLibTrace();
@@ -59,15 +65,26 @@ private:
     bool claimOpening(std::tm* now);
     std::FILE* openFileOfDay(const std::tm& now) const;
     void writeHeader(std::FILE* file) const;
+    bool isOwnFile(int descriptor) const;
+    bool isOwnFile() const;  // the one that is open
+    void rememberFile(int descriptor);
+    void putInPlace(std::FILE* opened);
+    void closeFile();
+    bool put(const char* line);
+    bool write(const char* line);
 
-    // Threads write while another one rolls the file over, so the file it replaces stays open until
-    // the next roll-over.
+    // Changed only by the thread that has claimed the opening.
     std::atomic<std::FILE*> m_pFile{nullptr};
     std::atomic<Attempt> m_lastAttempt{Attempt{0, 0}};
     static_assert(std::atomic<Attempt>::is_always_lock_free);
     char m_szDirectory[256] = {};
-    std::FILE* m_pRetiredFile = nullptr;  // touched only by the thread that claimed the opening
     std::atomic<bool> m_opening{false};
+    std::atomic<int> m_writers{0};  // threads that may be using m_pFile
+
+    // What the stream's descriptor was when the library last put a file there.
+    std::atomic<int> m_descriptor{-1};
+    std::atomic<dev_t> m_device{0};
+    std::atomic<ino_t> m_inode{0};
 };
 
 namespace VQRegLib {

@@ -54,7 +54,24 @@ expect_version() {
     }
 }
 
+# What is not for the compiler: pages and documents, and the command with what shells look for.
+expect_files() {
+    local files=(man/man3/VQRegLib.3.gz man/man5/velquist.cfg.5.gz doc/VQRegLib/user-guide.md
+        doc/VQRegLib/examples/count.cpp)
+    if [ -e "$build/bin/vqreg" ]; then
+        files+=(../bin/vqreg man/man1/vqreg.1.gz bash-completion/completions/vqreg
+            zsh/site-functions/_vqreg fish/vendor_completions.d/vqreg.fish)
+    fi
+    for file in "${files[@]}"; do
+        [ -e "$prefix/share/$file" ] || {
+            echo "check_install: share/$file is not installed" >&2
+            exit 1
+        }
+    done
+}
+
 quietly cmake --install "$build" --prefix "$prefix"
+expect_files
 case $way in
     cmake) build_with_cmake ;;
     pkg-config)

@@ -16,6 +16,7 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "VQRegLib.h"
 #include "support/Agent.h"
@@ -51,6 +52,14 @@ protected:
         return agent;
     }
 
+    // What nobody owns is removed when it is no longer new.
+    void expectSweptUntil(const std::vector<std::string>& left) {
+        EXPECT_TRUE(waitUntil([&] {
+            announceNothing(1);
+            return semaphoreFiles() == left;
+        })) << testing::PrintToString(semaphoreFiles());
+    }
+
     void expectReached(Agent& agent) {
         const std::uint64_t before = agent.changes();
         announceChange();
@@ -64,6 +73,27 @@ void leaveSemaphore(const std::string& path, unsigned count = 0) {
     ::sem_init(&semaphore, 1, count);
     std::ofstream out(path, std::ios::binary);
     out.write(reinterpret_cast<const char*>(&semaphore), sizeof semaphore);
+}
+
+bool isOwned(const std::string& path) {
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    const bool isFree = fd >= 0 && ::flock(fd, LOCK_EX | LOCK_NB) == 0;
+    ::close(fd);
+    return !isFree;
+}
+
+int countOf(const std::string& path) {
+    sem_t semaphore{};
+    std::ifstream in(path, std::ios::binary);
+    in.read(reinterpret_cast<char*>(&semaphore), sizeof semaphore);
+    int count = -1;
+    ::sem_getvalue(&semaphore, &count);
+    return count;
+}
+
+// A daemon's way: it keeps the standard streams.
+bool closeAllDescriptors() {
+    return ::close_range(3, ~0u, 0) == 0;
 }
 
 }  // namespace
@@ -162,7 +192,7 @@ TEST_F(NotificationSemaphore, OfAKilledProcessIsSweptByTheNextNotification) {
     killed->waitExit();
     EXPECT_TRUE(hasSemaphore(killed->pid()));
     expectReached(*living);
-    EXPECT_THAT(semaphoreFiles(), ElementsAre(semaphoreFile(living->pid())));
+    expectSweptUntil({semaphoreFile(living->pid())});
 }
 
 TEST_F(NotificationSemaphore, ThousandsLeftBehindAreSweptAtOnce) {
@@ -171,14 +201,84 @@ TEST_F(NotificationSemaphore, ThousandsLeftBehindAreSweptAtOnce) {
         leaveSemaphore(semaphoreFile(10'000'000 + i));
     }
     expectReached(*living);
-    EXPECT_THAT(semaphoreFiles(), ElementsAre(semaphoreFile(living->pid())));
+    expectSweptUntil({semaphoreFile(living->pid())});
 }
 
-TEST_F(NotificationSemaphore, WithTheNumberOfALivingStrangerIsSwept) {
-    Agent stranger(VQREG_AGENT_PATH);
-    ASSERT_EQ(stranger.open(file.path()), REGLIB_OK);
-    leaveSemaphore(semaphoreFile(stranger.pid()));
-    announceNothing(1);
+// A program that waits for notifications without the library knows of no owners.
+TEST_F(NotificationSemaphore, OfAnotherKindOfProgramIsReleasedAndStays) {
+    ForkedChild living([] { return ::pause(); });
+    const std::string unnumbered =
+        std::string("/dev/shm/sem.") + vqtest::kSemaphorePrefix + "monitor";
+    const std::vector<std::string> strangers = {semaphoreFile(living.pid()), unnumbered};
+    for (const std::string& path : strangers) {
+        const std::string name = "/" + path.substr(path.find("sem.") + 4);
+        ASSERT_NE(::sem_open(name.c_str(), O_CREAT, 0666, 0), SEM_FAILED);
+    }
+    const std::string gone = semaphoreFile(10'000'000);
+    leaveSemaphore(gone);  // younger than the others
+    announceNothing(3);
+    EXPECT_EQ(countOf(gone), 3) << "it is new, whosever it is";
+    EXPECT_TRUE(waitUntil([&] {
+        announceNothing(1);
+        return !std::filesystem::exists(gone);
+    }));
+    for (const std::string& path : strangers) {
+        ASSERT_TRUE(std::filesystem::exists(path)) << path;
+        EXPECT_GT(countOf(path), 3) << path;
+        std::filesystem::remove(path);
+    }
+}
+
+TEST_F(NotificationSemaphore, OfAProcessThatClosedItsDescriptorsIsReleasedAndOwnedAgain) {
+    Common<std::atomic<int>> calls;
+    Common<std::atomic<bool>> isReady;
+    ForkedChild daemon([&] {
+        Handler handler([&] { ++*calls; });
+        const auto own = openSession(file.path());
+        own->SetRegistryChangeHandler(&handler);
+        *isReady = waitWatchers(1) && closeAllDescriptors();
+        ::pause();
+        return 0;
+    });
+    ASSERT_TRUE(waitUntil([&] { return isReady->load(); }));
+    for (int i = 1; i <= 3; ++i) {
+        announceChange();
+        EXPECT_TRUE(waitUntil([&] { return *calls == i; })) << i;
+    }
+    EXPECT_TRUE(waitUntil([&] { return isOwned(semaphoreFile(daemon.pid())); }));
+    daemon.kill();
+    expectSweptUntil({});
+}
+
+TEST_F(NotificationSemaphore, IsOwnedAgainBeforeARegistrationReturns) {
+    ForkedChild daemon([&] {
+        Handler handler;
+        const auto own = openSession(file.path());
+        own->SetRegistryChangeHandler(&handler);
+        const bool isClosed = closeAllDescriptors();
+        std::filesystem::remove(semaphoreFile());
+        Handler another;
+        own->SetRegistryChangeHandler(&another);
+        const bool isBack = hasSemaphore() && isOwned(semaphoreFile());
+        vqtest::moveFileTime(file.path());
+        own->SendRegistryChangeNotification();
+        const bool isReached = handler.waitCalls(1) && another.waitCalls(1);
+        own->ClrRegistryChangeHandler(&handler);
+        own->ClrRegistryChangeHandler(&another);
+        return isClosed && isBack && isReached ? 0 : 1;
+    });
+    EXPECT_EQ(daemon.wait(), 0);
+    expectSweptUntil({});
+}
+
+TEST_F(NotificationSemaphore, ComesBackByItselfWhenItsNameWasRemoved) {
+    const auto agent = watchingAgent();
+    std::filesystem::remove(semaphoreFile(agent->pid()));
+    EXPECT_TRUE(waitUntil(
+        [&] { return hasSemaphore(agent->pid()) && isOwned(semaphoreFile(agent->pid())); }));
+    expectReached(*agent);
+    ASSERT_EQ(agent->exit(), REGLIB_OK);
+    agent->waitExit();
     EXPECT_THAT(semaphoreFiles(), IsEmpty());
 }
 
@@ -226,7 +326,8 @@ TEST_F(NotificationSemaphore, OfALivingProcessInAnotherPidNamespaceStays) {
     outer.wait();
     EXPECT_TRUE(hasSemaphore(1));
     announceNothing(1);
-    EXPECT_FALSE(hasSemaphore(1));
+    EXPECT_TRUE(hasSemaphore(1)) << "a process of that number is in sight";
+    std::filesystem::remove(semaphoreFile(1));
 }
 
 TEST_F(NotificationSemaphore, IsNeitherRemovedNorKeptByAForkedChild) {
@@ -322,6 +423,5 @@ TEST_F(NotificationSemaphore, ComesIntoBeingWhileOthersSend) {
     }
     isOver = true;
     sending.join();
-    announceNothing(1);
-    EXPECT_THAT(semaphoreFiles(), IsEmpty());
+    expectSweptUntil({});
 }

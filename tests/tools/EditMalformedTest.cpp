@@ -129,6 +129,17 @@ TEST_F(EditMalformed, DoesNotSaveATextThatIsReadOnlyInPart) {
     expectNothingDone();
 }
 
+TEST_F(EditMalformed, DoesNotSaveAnEmptyText) {
+    const CommandResult result = edit("truncate -s 0", {"-y"});
+    ASSERT_NE("", leftText());
+    EXPECT_EQ((CommandResult{5, "",
+                             faults() + "vqreg: " + leftText() +
+                                 ": the text has no key line; the edited text is in " + leftText() +
+                                 "\n"}),
+              result);
+    expectNothingDone();
+}
+
 TEST_F(EditMalformed, KeepsTheTextWhenTheEditorFails) {
     const CommandResult result = edit("sh -c 'echo [Mine] > \"$0\"; exit 3'");
     EXPECT_EQ(1, result.status);

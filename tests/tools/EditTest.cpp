@@ -106,6 +106,19 @@ TEST_F(EditTest, LeavesAMalformedText) {
     EXPECT_EQ(kText, store.read());
 }
 
+// What an editor leaves that finds no room; to delete all, one leaves the key's own line.
+TEST_F(EditTest, RefusesAnEmptyText) {
+    const CommandResult result = edit("truncate -s 0", {"-y"});
+    ASSERT_NE("", leftText());
+    EXPECT_EQ(5, result.status);
+    EXPECT_EQ("vqreg: " + leftText() + ": the text has no key line; the edited text is in " +
+                  leftText() + "\n",
+              result.err);
+    EXPECT_EQ(kText, store.read());
+    EXPECT_EQ(0, edit(writing("[Velquist]\n"), {"-y"}).status);
+    EXPECT_EQ("[Velquist]\n", store.read());
+}
+
 TEST_F(EditTest, RefusesWhenTheStoreHasChangedMeanwhile) {
     const std::string meanwhile = std::string(VQREG_COMMAND_PATH) + " --file " + store.path() +
                                   " set Sub a -t string elsewhere";

@@ -1,4 +1,5 @@
 // vqreg info, where the text of the store is not in its place.
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <fstream>
@@ -67,6 +68,10 @@ TEST_F(Info, SaysNothingOfTheKindOtherwise) {
     EXPECT_FALSE(holds(run({"info"}).out, "state")) << "an empty backup is none";
     ASSERT_EQ(0, ::unlink(file.path().c_str()));
     EXPECT_EQ(run({"info"}), fails(3, file.path() + ": the file does not exist"));
+    ASSERT_EQ(0, ::unlink(file.backupPath().c_str()));
+    ASSERT_EQ(0, ::mkdir(file.backupPath().c_str(), 0777));
+    EXPECT_EQ(run({"info"}), fails(3, file.path() + ": the file does not exist"));
+    ASSERT_EQ(0, ::rmdir(file.backupPath().c_str()));
     file.write("[Velquist]\n");
     writeBackup("[Velquist]\n");
     const auto present = run({"info", "--json"});

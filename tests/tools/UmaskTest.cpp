@@ -24,19 +24,43 @@ protected:
         return all;
     }
 
-    CommandResult narrow(Arguments arguments, const std::string& input = {}) const {
+    CommandResult start(const Arguments& before, Arguments arguments,
+                        const std::string& input) const {
         arguments.insert(arguments.begin(), {"--file", file.path()});
         return vqtest::ChildProcess(
-                   "/bin/sh", masked({VQREG_COMMAND_PATH}, arguments),
-                   {{"VISUAL", "sed -i s/string:x/string:y/"}, {"TMPDIR", file.directory()}})
+                   "/bin/sh", masked(before, arguments),
+                   {{"VISUAL", "sed s/string:x/string:y/ -i"}, {"TMPDIR", file.directory()}})
             .finish(input);
     }
 
-    CommandResult narrowAsAnother(Arguments arguments) const {
+    CommandResult narrow(const Arguments& arguments, const std::string& input = {}) const {
+        return start({VQREG_COMMAND_PATH}, arguments, input);
+    }
+
+    CommandResult narrowAsAnother(const Arguments& arguments, const std::string& input = {}) const {
         Arguments before = vqtest::asAnother(VQREG_COMMAND_PATH);
         before.insert(before.begin(), vqtest::kAsAnother);
-        arguments.insert(arguments.begin(), {"--file", file.path()});
-        return vqtest::ChildProcess("/bin/sh", masked(before, arguments)).finish();
+        return start(before, arguments, input);
+    }
+
+    using Changes = std::vector<std::pair<Arguments, std::string>>;
+
+    // All that change a store, with what they read.
+    static Changes changes() {
+        return {{{"set", "Net", "Port", "81"}, ""},
+                {{"set", "New", "V", "81"}, ""},
+                {{"rm", "Net", "Port"}, ""},
+                {{"rm", "Empty"}, ""},
+                {{"rm", "-r", "Net"}, ""},
+                {{"mkkey", "New"}, ""},
+                {{"cp", "Net", "Copy"}, ""},
+                {{"cp", "Net", "Port", "Empty"}, ""},
+                {{"mv", "Net", "Moved"}, ""},
+                {{"mv", "Net", "Port", "Empty"}, ""},
+                {{"import", "-"}, "[Velquist]\n\"W\"=string:x\n"},
+                {{"import", "--replace", "-"}, "[Velquist]\n\"W\"=string:x\n"},
+                {{"edit", "-y"}, ""},
+                {{"restore", "-f"}, ""}};
     }
 
     unsigned mode() const {
@@ -47,22 +71,7 @@ protected:
 };
 
 TEST_F(Umask, MakesNoDifferenceToAnyChange) {
-    const std::pair<Arguments, std::string> changes[] = {
-        {{"set", "Net", "Port", "81"}, ""},
-        {{"set", "New", "V", "81"}, ""},
-        {{"rm", "Net", "Port"}, ""},
-        {{"rm", "Empty"}, ""},
-        {{"rm", "-r", "Net"}, ""},
-        {{"mkkey", "New"}, ""},
-        {{"cp", "Net", "Copy"}, ""},
-        {{"cp", "Net", "Port", "Empty"}, ""},
-        {{"mv", "Net", "Moved"}, ""},
-        {{"mv", "Net", "Port", "Empty"}, ""},
-        {{"import", "-"}, "[Velquist]\n\"W\"=string:x\n"},
-        {{"import", "--replace", "-"}, "[Velquist]\n\"W\"=string:x\n"},
-        {{"edit", "-y"}, ""},
-        {{"restore", "-f"}, ""}};
-    for (const auto& [arguments, input] : changes) {
+    for (const auto& [arguments, input] : changes()) {
         file.write(kText);
         std::filesystem::permissions(file.path(), std::filesystem::perms(0600));
         std::ofstream(file.backupPath()) << "[Velquist]\n\"V\"=string:old\n";
@@ -70,6 +79,26 @@ TEST_F(Umask, MakesNoDifferenceToAnyChange) {
         const CommandResult result = narrow(arguments, input);
         EXPECT_EQ(result.status, 0) << arguments.front() << ": " << result.err;
         EXPECT_NE(file.inode(), before) << arguments.front() << " has changed nothing";
+        EXPECT_EQ(mode(), 0666u) << arguments.front() << ' ' << arguments.back();
+    }
+}
+
+TEST_F(Umask, MakesNoDifferenceToAnyChangeOfAnotherUser) {
+    if (!vqtest::mayRunAsAnother(VQREG_COMMAND_PATH)) {
+        GTEST_SKIP() << "no program can be run as another user here";
+    }
+    std::filesystem::permissions(file.directory(), std::filesystem::perms(0777));
+    for (const auto& [arguments, input] : changes()) {
+        std::filesystem::remove(file.path());
+        std::filesystem::remove(file.backupPath());
+        file.write(kText);
+        std::filesystem::permissions(file.path(), std::filesystem::perms(0666));
+        std::ofstream(file.backupPath()) << "[Velquist]\n\"V\"=string:old\n";
+        const CommandResult result = narrowAsAnother(arguments, input);
+        EXPECT_EQ(result.status, 0) << arguments.front() << ": " << result.err;
+        struct stat status {};
+        ASSERT_EQ(0, ::stat(file.path().c_str(), &status));
+        EXPECT_EQ(status.st_uid, 65534u) << arguments.front() << " has changed nothing";
         EXPECT_EQ(mode(), 0666u) << arguments.front() << ' ' << arguments.back();
     }
 }

@@ -43,11 +43,19 @@ std::string textOf(const Context& context, const Names& path, const Key& key) {
     return composeConfigText(topAround(full, key));
 }
 
+// An editor that failed may have left nothing, and nobody means a store without a key.
+void checkHasKey(const std::string& file, const ConfigText& parsed) {
+    if (parsed.isReadable() && parsed.top.keys.empty()) {
+        throw CommandError(eExit::eWrongKind, file + ": the text has no key line");
+    }
+}
+
 // None when it has not been changed.
 std::optional<PlacedTree> edited(const Context& context, const Names& path,
                                  const std::string& before, const TemporaryText& file) {
     PlacedTree tree;
     const bool isChanged = editText(file, before, [&](const std::string& text) {
+        checkHasKey(file.path(), parseConfigText(text));
         tree = placedTree(context.store, file.path(), text, path);
         checkRules(context.store, tree);
     });
@@ -107,6 +115,7 @@ ConfigText checkedText(const std::string& file, const std::string& text) {
     ConfigText parsed = parseConfigText(text);
     printFindings(file, parsed.findings);
     checkClean(file, parsed);
+    checkHasKey(file, parsed);
     return parsed;
 }
 

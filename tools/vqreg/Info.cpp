@@ -34,7 +34,10 @@ struct Facts {
     std::optional<Finding> fault;
 
     // There is a text, but not where it should be.
-    bool isTextLost() const { return state != eState::ePresent && backup && backup->st_size > 0; }
+    bool isTextLost() const {
+        return state != eState::ePresent && backup && S_ISREG(backup->st_mode) &&
+               backup->st_size > 0;
+    }
 };
 
 constexpr const char* stateName(Facts::eState state) {

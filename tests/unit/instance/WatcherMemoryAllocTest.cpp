@@ -3,13 +3,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
-#include <exception>
 #include <memory>
 #include <new>
 #include <string>
@@ -17,7 +15,6 @@
 #include "RegLib/instance/Watcher.h"
 #include "portable/Event.h"
 #include "portable/Semaphore.h"
-#include "support/ForkedChild.h"
 #include "support/TraceLog.h"
 #include "support/WatchedStore.h"
 
@@ -46,21 +43,6 @@ void* allocate(std::size_t size) {
     return address;
 }
 
-// The line modulo 256, if it is the library's exception.
-void exitWithTheLineOfTheException() {
-    try {
-        std::rethrow_exception(std::current_exception());
-    } catch (const VQException& exception) {
-        const std::string text = exception.m_szText;
-        const std::string prefix = "RegLib.";
-        if (exception.m_lCode == REGLIB_E_FAIL && text.compare(0, prefix.size(), prefix) == 0) {
-            ::_exit(std::stoi(text.substr(prefix.size())) % 256);
-        }
-    } catch (...) {
-    }
-    std::abort();
-}
-
 class WatcherMemory : public testing::Test {
 protected:
     void SetUp() override {
@@ -70,7 +52,7 @@ protected:
     }
 
     // Registers a handler while objects of that size cannot be had.
-    void expectFailure(std::size_t size) {
+    void expectFailure(std::size_t size, const std::string& text = "RegLib.714") {
         Handler handler;
         missingSize = size;
         try {
@@ -80,7 +62,7 @@ protected:
         } catch (const VQException& exception) {
             missingSize = 0;
             EXPECT_EQ(static_cast<int>(exception.m_lCode), REGLIB_E_FAIL);
-            EXPECT_EQ(std::string(exception.m_szText), "RegLib.714");
+            EXPECT_EQ(std::string(exception.m_szText), text);
         }
         EXPECT_EQ(vqtest::countThreads("FileWatch"), 0);
     }
@@ -136,16 +118,12 @@ TEST_F(WatcherMemory, NoWatcherIsThrownToo) {
     expectRecovery();
 }
 
-TEST_F(WatcherMemory, NoSemaphoreEndsTheProcess) {
-    session.reset();
-    vqtest::ForkedChild child([&] {
-        std::set_terminate(exitWithTheLineOfTheException);
-        session = vqtest::openSession(file.path());
-        Handler handler;
-        onNotifierOnly = true;
-        missingSize = sizeof(CPSemaphore);
-        session->SetRegistryChangeHandler(&handler);
-        return 0;
-    });
-    EXPECT_EQ(child.wait(), 2372 % 256);
+TEST_F(WatcherMemory, NoSemaphoreIsTracedAndThrown) {
+    onNotifierOnly = true;
+    expectFailure(sizeof(CPSemaphore), "RegLib.2372");
+    EXPECT_THAT(log.texts(TraceLog::Addresses::eReplace),
+                ElementsAre("(Error) CRegLibImpl::RegistryChangeNotifierThread (0x@), exception "
+                            "0xC1250FA0, RegLib.2372"));
+    EXPECT_EQ(vqtest::countThreads("RegChgNotif"), 0);
+    expectRecovery();
 }

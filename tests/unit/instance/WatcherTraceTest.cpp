@@ -1,11 +1,14 @@
 // What registering handlers, changes and the end of a watched store write to the trace.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
 #include <cstdio>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -209,6 +212,52 @@ TEST(WatcherTrace, AHandlerThatClosesItsStoreLeavesTheRestToTheThread) {
                     "<<<CRegLibImplFile::~CRegLibImplFile (0x@)", "CRegLibImpl::~CRegLibImpl (0x@)",
                     "CRegWatcherThread::fileWatcherThreadFunc (0x@) - stopping",
                     "CRegWatcherThread::~CRegWatcherThread (0x@)"));
+}
+
+TEST(WatcherTrace, ExceptionsOfHandlersAreToldAndTheOtherHandlersAreCalled) {
+    Traced traced(1);
+    std::atomic<int> round{0};
+    const auto throwing = [&] {
+        switch (round.load()) {
+            case 1:
+                throw std::runtime_error("no such sensor");
+            case 2:
+                throw VQException(REGLIB_E_FAIL, "own", 7);
+            default:
+                throw 3;
+        }
+    };
+    Handler handlers[] = {Handler(throwing), Handler(), Handler(throwing)};
+    for (Handler& handler : handlers) {
+        traced.session->SetRegistryChangeHandler(&handler);
+    }
+    ASSERT_TRUE(waitWatchers(1));
+    const std::string where = "(Error) CRegWatcherThread::fileWatcherThreadFunc (0x@), exception ";
+    for (const std::string what : {"no such sensor", "0xC1250FA0, own.7", "of unknown kind"}) {
+        ++round;
+        vqtest::moveFileTime(traced.file.path());
+        traced.session->SendRegistryChangeNotification();
+        EXPECT_TRUE(handlers[1].waitCalls(round));
+        EXPECT_TRUE(handlers[2].waitBegun(round));
+        EXPECT_TRUE(waitWatchers(1)) << "the round is over";
+        EXPECT_THAT(traced.newLines(), ElementsAre(where + what, where + what));
+    }
+    EXPECT_EQ(handlers[0].begun(), 3);
+    traced.session.reset();
+    EXPECT_EQ(vqtest::countThreads("FileWatch"), 0);
+}
+
+TEST(WatcherTrace, AHandlerThatEndsItsThreadDoesNotHoldUpTheStore) {
+    Traced traced(1);
+    Handler handler([] { pthread_exit(nullptr); });
+    traced.watch(&handler);
+    vqtest::moveFileTime(traced.file.path());
+    traced.session->SendRegistryChangeNotification();
+    ASSERT_TRUE(waitUntil([] { return vqtest::countThreads("FileWatch") == 0; }));
+    EXPECT_EQ(handler.begun(), 1);
+    traced.session->ClrRegistryChangeHandler(&handler);
+    traced.session.reset();
+    EXPECT_THAT(traced.newLines(), IsEmpty());
 }
 
 TEST(WatcherTrace, AWatcherHasOneAddress) {

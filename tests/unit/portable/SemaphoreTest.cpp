@@ -322,3 +322,110 @@ TEST_F(Semaphore, IsNotOwnedByAForkedChild) {
     ASSERT_GT(*child, 0);
     ::kill(*child, SIGKILL);
 }
+
+TEST_F(Semaphore, KnowsWhetherItIsOwned) {
+    SemaphoreOf semaphore(name);
+    EXPECT_FALSE(semaphore.isOwner());
+    ASSERT_TRUE(semaphore.own());
+    EXPECT_TRUE(semaphore.isOwner());
+    ForkedChild child([&] { return semaphore.isOwner() ? 1 : 0; });
+    EXPECT_EQ(child.wait(), 0) << "a child owns it";
+    const SemaphoreOf other(name + "-other");
+    EXPECT_FALSE(other.isOwner());
+    fs::remove(path + "-other");
+    fs::remove(path);
+    EXPECT_FALSE(semaphore.isOwner()) << "its name is gone";
+    ASSERT_TRUE(semaphore.own());
+    EXPECT_TRUE(semaphore.isOwner());
+    EXPECT_TRUE(fs::exists(path));
+}
+
+TEST_F(Semaphore, IsLostWithTheDescriptorAndMayBeOwnedAgain) {
+    ForkedChild program([&] {
+        SemaphoreOf semaphore(name);
+        if (!semaphore.own() || ::close_range(3, ~0u, 0) != 0) {
+            return 1;
+        }
+        if (semaphore.isOwner()) {
+            return 2;
+        }
+        const int own = ::open("/dev/null", O_RDWR);
+        while (::dup(own) < 32) {
+        }
+        if (semaphore.isOwner() || !semaphore.own() || !semaphore.isOwner()) {
+            return 3;
+        }
+        for (int fd = own; fd <= 32; ++fd) {
+            if (::fcntl(fd, F_GETFD) == -1) {
+                return 4;
+            }
+        }
+        std::exit(CPSemaphore::removeIfOwnerless(name) ? 5 : 0);
+        return 0;
+    });
+    EXPECT_EQ(program.wait(), 0);
+    EXPECT_FALSE(fs::exists(path)) << "it goes with a normal end again";
+}
+
+TEST_F(Semaphore, IsOwnedAgainUnderTheNumberThatItHad) {
+    ForkedChild program([&] {
+        SemaphoreOf semaphore(name);
+        for (int i = 0; i < 2; ++i) {
+            if (!semaphore.own() || !semaphore.isOwner()) {
+                return 1;
+            }
+            if (CPSemaphore::removeIfOwnerless(name) || ::close_range(3, ~0u, 0) != 0) {
+                return 2;
+            }
+        }
+        return 0;
+    });
+    EXPECT_EQ(program.wait(), 0);
+}
+
+TEST_F(Semaphore, IsNotOwnedAgainAfterTheExitTookItAway) {
+    static SemaphoreOf* semaphore = nullptr;
+    ForkedChild program([&] {
+        semaphore = new SemaphoreOf(name);
+        // Before the library's, so that it runs after that.
+        std::atexit([] {
+            const bool isOwned = semaphore->own();
+            ::_exit(!isOwned && semaphore->error() == ESHUTDOWN ? 0 : 1);
+        });
+        std::exit(semaphore->own() ? 2 : 3);
+        return 0;
+    });
+    EXPECT_EQ(program.wait(), 0);
+    EXPECT_FALSE(fs::exists(path));
+}
+
+TEST_F(Semaphore, IsAbandonedWithoutOwnerWithoutProcessAndAfterAMoment) {
+    // Numbers that no process can have; the name of the fixture ends in this process's.
+    const std::string abandoned = name + "-999999999";
+    const std::string owned = name + "-999999998";
+    const std::string unnumbered = name + "-";
+    const std::string pipe = name + "-999999997";
+    const auto fileOf = [](const std::string& of) { return "/dev/shm/sem." + of; };
+    const SemaphoreOf made[] = {SemaphoreOf(abandoned), SemaphoreOf(unnumbered), SemaphoreOf(name)};
+    SemaphoreOf own(owned);
+    ASSERT_TRUE(own.own());
+    ASSERT_EQ(::mkfifo(fileOf(pipe).c_str(), 0600), 0);
+    EXPECT_FALSE(CPSemaphore::removeIfAbandoned(abandoned)) << "just made";
+    EXPECT_TRUE(fs::exists(fileOf(abandoned)));
+    EXPECT_TRUE(waitUntil([&] { return CPSemaphore::removeIfAbandoned(abandoned); }));
+    EXPECT_FALSE(fs::exists(fileOf(abandoned)));
+    for (const std::string& kept : {owned, unnumbered, pipe, name}) {
+        EXPECT_FALSE(CPSemaphore::removeIfAbandoned(kept)) << kept;
+        EXPECT_TRUE(fs::exists(fileOf(kept))) << kept;
+        fs::remove(fileOf(kept));
+    }
+}
+
+TEST_F(Semaphore, ReleasesDoNotMakeItYounger) {
+    const std::string abandoned = name + "-999999999";
+    SemaphoreOf semaphore(abandoned);
+    EXPECT_TRUE(waitUntil([&] {
+        SemaphoreOf(abandoned).release();
+        return CPSemaphore::removeIfAbandoned(abandoned);
+    }));
+}

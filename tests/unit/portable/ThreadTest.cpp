@@ -1,9 +1,11 @@
 // The threads that the library starts.
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <csignal>
+#include <stdexcept>
 #include <string>
 
 #include "portable/Portable.h"
@@ -113,4 +115,28 @@ TEST(Thread, IsAnotherOneAndHasANumber) {
     EXPECT_NE(id, 0u);
     EXPECT_EQ(pthread_equal(findings.self, pthread_self()), 0);
     EXPECT_NE(findings.id, CPortable::GetCurrentThreadId());
+}
+
+TEST(Thread, EndsWithAnExceptionThatLeavesItAndTheProgramGoesOn) {
+    static std::atomic<pid_t> thread{0};
+    const auto throwing = [](void*) {
+        thread = gettid();
+        throw std::runtime_error("nobody catches it");
+    };
+    ASSERT_NE(CPortable::CreateThread(throwing, nullptr, nullptr, "Worker"), 0u);
+    ASSERT_TRUE(waitUntil([] { return thread != 0; }));
+    EXPECT_TRUE(waitUntil([] { return ::tgkill(::getpid(), thread, 0) != 0; }));
+}
+
+TEST(Thread, MayEndItself) {
+    static std::atomic<bool> isUnwound{false};
+    struct Unwound {
+        ~Unwound() { isUnwound = true; }
+    };
+    const auto ending = [](void*) {
+        const Unwound unwound;
+        pthread_exit(nullptr);
+    };
+    ASSERT_NE(CPortable::CreateThread(ending, nullptr, nullptr, "Worker"), 0u);
+    EXPECT_TRUE(waitUntil([] { return isUnwound.load(); }));
 }

@@ -1,8 +1,11 @@
 // The log file and the calendar. In an executable of its own, because it replaces the clock by which
 // the library chooses the file.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -73,6 +76,29 @@ protected:
             begin = end + 1;
         }
         return result;
+    }
+
+    // The files of the log that this process has open.
+    static std::vector<std::string> openLogs() {
+        std::vector<std::string> result;
+        for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
+            std::error_code error;
+            const std::string target = fs::read_symlink(entry.path(), error).string();
+            if (target.starts_with(kDirectory)) {
+                result.push_back(target);
+            }
+        }
+        return result;
+    }
+
+    static int descriptorOf(const std::string& path) {
+        std::error_code error;
+        int fd = 255;
+        while (fd >= 0 &&
+               fs::read_symlink("/proc/self/fd/" + std::to_string(fd), error) != fs::path(path)) {
+            --fd;
+        }
+        return fd;
     }
 
     TraceLog m_log;
@@ -168,17 +194,44 @@ TEST_F(RollOver, LooksAtTheDayOfTheMonthOnly) {
     EXPECT_THAT(m_log.files(), ElementsAre(kFile15));
 }
 
-TEST_F(RollOver, ClosesTheFileOfTheDayBeforeLast) {
+TEST_F(RollOver, HasTheFileOfTheDayOpenAndNoOther) {
     for (int day = 0; day < 4; ++day) {
         g_now = kMidnight + day * kDay;
         write("x");
+        EXPECT_THAT(openLogs(), ElementsAre(m_log.files().back()));
     }
-    int open = 0;
-    for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
-        std::error_code error;
-        open += fs::read_symlink(entry.path(), error).string().starts_with(kDirectory) ? 1 : 0;
+    EXPECT_EQ(fcntl(descriptorOf(m_log.files().back()), F_GETFD), FD_CLOEXEC);
+}
+
+TEST_F(RollOver, HasNoFileOpenWhenTheFileOfTheNewDayCannotBeOpened) {
+    write("before");
+    fs::create_directory(kFile16);
+    g_now = kMidnight;
+    write("lost");
+    EXPECT_THAT(openLogs(), IsEmpty());
+    g_now = kMidnight + kDay;
+    write("kept");
+    EXPECT_THAT(openLogs(), ElementsAre(kDirectory + "RegLibTrace-261117.Log"));
+}
+
+TEST_F(RollOver, NeedsNoDescriptorMoreThanItHas) {
+    write("before");
+    const int own = descriptorOf(kFile15);
+    ASSERT_GE(own, 0);
+    rlimit limit{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    const rlimit tight{static_cast<rlim_t>(own) + 1, limit.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &tight), 0);
+    std::vector<int> filling;
+    for (int fd = dup(0); fd >= 0; fd = dup(0)) {
+        filling.push_back(fd);
     }
-    EXPECT_LE(open, 2);
+    g_now = kMidnight;
+    write("after");
+    std::for_each(filling.begin(), filling.end(), ::close);
+    setrlimit(RLIMIT_NOFILE, &limit);
+    EXPECT_THAT(linesOf(kFile16), ElementsAre("***", "after"));
+    EXPECT_THAT(openLogs(), ElementsAre(kFile16));
 }
 
 TEST_F(RollOver, LosesNoLineOfManyThreads) {

@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <string>
 
@@ -50,28 +51,74 @@ TEST(Echo, InterpretsPercents) {
     EXPECT_EQ(echoed("<%d%%>\n"), "<0%>\n");
 }
 
-TEST(Echo, PrintsWhatIsNotSafeAsItIs) {
-    for (const char* line : {
-             "%n\n",     "%d %n\n",   "%hhn\n",
-             "%ln\n",                          // would write to memory
-             "%f\n",     "%Lf\n",     "%a\n",  // no floating number is there
-             "%ls\n",    "%S\n",      "%lc\n",
-             "%lld\n",  // nor other sizes
-             "%*d\n",    "%.*s\n",    "%1$s\n",
-             "%2$n\n",                                   // nor numbers that choose
-             "%9999d\n", "%.9999d\n", "%2147483648d\n",  // needs memory, or fails
-             "%\n",      "100%",      "%5",
-             "%-",       "%.",        "%y\n",
-             "%%%\n",
-         }) {
+TEST(Echo, PrintsEachConversionAsPrintfDoes) {
+    // Zeros enough for whatever these read.
+    const auto printed = [](const char* format, auto zero) {
+        std::string text(20000, '\0');
+        errno = ENOENT;  // for "%m"
+        const int size = std::snprintf(text.data(), text.size(), format, zero);
+        text.resize(static_cast<std::size_t>(size));
+        return text;
+    };
+    const auto echoedWithError = [](const char* line) {
+        testing::internal::CaptureStdout();
+        errno = ENOENT;
+        VQRegLib::echoTraceLine(line);
+        std::fflush(stdout);
+        return testing::internal::GetCapturedStdout();
+    };
+    for (const char* line :
+         {"<%d|%%>\n",   "<%+.3i>\n", "<% lld>",  "<%-9hhu|", "<%#llx>", "<%09zd>", "<%jd>",
+          "<%td>",       "<%'d>",     "<%lu>\n",  "<%.0d>\n", "<%p>",    "<%c>",    "<%lc>",
+          "<%5c>",       "<%m>\n",    "<%40m>\n", "<%.5m>",   "<%5%>\n", "<%-%>",   "<%9999d>\n",
+          "<%.9999d>\n", "<%1$d>",    "<%qd>",    "<%Ld>",    "<%X>",    "<%o>"}) {
+        EXPECT_EQ(echoedWithError(line), printed(line, 0L)) << line;
+    }
+    for (const char* line :
+         {"<%f>\n", "<%10.2e>\n", "<%G>", "<%a>", "<%+F>", "<%lf>", "<%08.3f>"}) {
+        EXPECT_EQ(echoedWithError(line), printed(line, 0.0)) << line;
+    }
+    for (const char* line : {"<%Lf>\n", "<%12LE>\n"}) {
+        EXPECT_EQ(echoedWithError(line), printed(line, 0.0L)) << line;
+    }
+    const char* const none = nullptr;
+    for (const char* line : {"<%s>\n", "<%9s>", "<%-9s|", "<%.3s>", "<%ls>\n", "<%S>"}) {
+        EXPECT_EQ(echoedWithError(line), printed(line, none)) << line;
+    }
+}
+
+TEST(Echo, GivesAZeroToAWidthThatIsAnArgument) {
+    EXPECT_EQ(echoed("<%*d>\n"), "<0>\n");
+    EXPECT_EQ(echoed("<%.*s>\n"), "<>\n");
+    EXPECT_EQ(echoed("<%-*.*f>\n"), "<0>\n");
+    EXPECT_EQ(echoed("<%1$*2$d|%3$s>\n"), "<0|(null)>\n");
+}
+
+TEST(Echo, LeavesAloneWhatIsNoConversion) {
+    for (const char* line : {"%\n", "100%", "%5", "%-", "%.", "%5.", "%*", "%l", "%y\n", "%-5.3y\n",
+                             "%lhd\n", "%0$d\n", "%1$\n", "%!", "%w"}) {
+        EXPECT_EQ(echoed(line), line);
+    }
+    EXPECT_EQ(echoed("%%%\n"), "%%\n");
+}
+
+TEST(Echo, RefusesToWriteToMemory) {
+    for (const char* line : {"%n\n", "%hhn\n", "%ln\n", "%2$n\n", "%5n\n", "%*n\n", "%-.3lln\n"}) {
         EXPECT_EQ(echoed(line), line);
     }
 }
 
-TEST(Echo, PrintsAtMostEightConversions) {
-    EXPECT_EQ(echoed("%d%d%d%d%d%d%d%d\n"), "00000000\n");
-    EXPECT_EQ(echoed("%d%d%d%d%d%d%d%d%d\n"), "%d%d%d%d%d%d%d%d%d\n");
-    EXPECT_EQ(echoed("%%%d%d%d%d%d%d%d%d%%\n"), "%00000000%\n");
+TEST(Echo, RefusesWidthsThatAreNoLayout) {
+    for (const char* line : {"%999999d\n", "%.2147483647d\n", "%99999999999999999999d\n"}) {
+        EXPECT_EQ(echoed(line), line);
+    }
+    EXPECT_EQ(echoed("%99999d").size(), 99999u);
+}
+
+TEST(Echo, TakesEachConversionByItself) {
+    EXPECT_EQ(echoed("%n %d %y %s %% %f%\n"), "%n 0 %y (null) % 0.000000%\n");
+    EXPECT_EQ(echoed("%d%d%d%d%d%d%d%d%d%d\n"), "0000000000\n");
+    EXPECT_EQ(echoed("100%% of %n in %5d s\n"), "100% of %n in     0 s\n");
 }
 
 TEST(TraceEcho, IsTheWholeLineWithItsPrefix) {
@@ -108,9 +155,8 @@ TEST(TraceEcho, InterpretsATextAgainButTheFileDoesNot) {
     EXPECT_EQ(printedFor("<%d>"), "<0>\n");
     EXPECT_EQ(printedFor("<%s>"), "<(null)>\n");
     EXPECT_EQ(printedFor("<%n>"), "<%n>\n");
-    EXPECT_EQ(printedFor("<%s%s%s%s%s%s%s%s%s%s%n>"), "<%s%s%s%s%s%s%s%s%s%s%n>\n");
-    EXPECT_THAT(log.texts(),
-                ElementsAre("100%%", "<%d>", "<%s>", "<%n>", "<%s%s%s%s%s%s%s%s%s%s%n>"));
+    EXPECT_EQ(printedFor("<%n%%%f>"), "<%n%0.000000>\n");
+    EXPECT_THAT(log.texts(), ElementsAre("100%%", "<%d>", "<%s>", "<%n>", "<%n%%%f>"));
 }
 
 TEST(TraceEcho, IsNotPrintedWhenTheFileCannotBeOpened) {

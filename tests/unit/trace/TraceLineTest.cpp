@@ -212,6 +212,45 @@ TEST_F(TraceLines, AreNotInheritedByAProgramThatIsStarted) {
     EXPECT_EQ(found, 1);
 }
 
+TEST_F(TraceLines, NeverGoToAFileThatGotTheNumber) {
+    const vqtest::TempStore place;
+    ForkedChild program([&] {
+        trace().trace("before\n");
+        if (::close_range(3, ~0u, 0) != 0) {
+            return 1;
+        }
+        const std::string path = place.directory() + "/own";
+        const int own = ::open(path.c_str(), O_RDWR | O_CREAT, 0600);
+        while (::dup(own) < 32) {
+        }
+        trace().trace("after\n");
+        trace().trace("later\n");
+        for (int fd = own; fd <= 32; ++fd) {
+            if (::fcntl(fd, F_GETFD) == -1) {
+                return 2;
+            }
+        }
+        return fs::file_size(path) == 0 ? 0 : 3;
+    });
+    EXPECT_EQ(program.wait(), 0);
+    EXPECT_THAT(m_log.texts(), ElementsAre("before", "after", "later"));
+}
+
+TEST_F(TraceLines, GoOnWhenTheDescriptorWasClosed) {
+    ForkedChild program([&] {
+        trace().trace("before\n");
+        for (int i = 0; i < 3; ++i) {
+            if (::close_range(3, ~0u, 0) != 0) {
+                return 1;
+            }
+            trace().trace("after %d\n", i);
+        }
+        return 0;
+    });
+    EXPECT_EQ(program.wait(), 0);
+    EXPECT_THAT(m_log.texts(), ElementsAre("before", "after 0", "after 1", "after 2"));
+}
+
 TEST_F(TraceLines, ObjectsAreNamedByTheLowBitsOfTheirAddress) {
     EXPECT_EQ(VQRegLib::traceId(nullptr), 0u);
     EXPECT_EQ(VQRegLib::traceId(reinterpret_cast<const void*>(std::uintptr_t{0x1234})), 0x1234u);
