@@ -175,7 +175,7 @@ TEST_F(OpenStore, IsLookedAtForTheWholeTimeWhenNothingReturns) {
     EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(300));
     EXPECT_EQ(run({"rm", "--verify", "-1", "Net", "Name"}).status, 2);
     EXPECT_EQ(run({"rm", "--verify", "soon", "Net", "Name"})
-                  .err.find("vqreg: --verify: must be a number from 0 to 1000000, not \"soon\"\n"),
+                  .err.find("vqreg: --verify must be a number from 0 to 1000000, not \"soon\"\n"),
               0u);
     EXPECT_EQ(run({"get", "Net", "Name"}), prints("eth0\n"));
 }
