@@ -83,7 +83,7 @@ std::set<std::string> options(const Words& command) {
 }  // namespace
 
 TEST_P(Completion, OffersTheCommandsOfTheHelp) {
-    ASSERT_EQ(19u, commands().size());
+    ASSERT_EQ(22u, commands().size());
     EXPECT_EQ(offers({}, ""), commands());
     EXPECT_THAT(offers({}, "re"), ElementsAre("restore"));
     EXPECT_THAT(offers({"--no-notify", "--timeout", "3"}, "ex"), ElementsAre("export"));
@@ -129,6 +129,7 @@ TEST_P(Completion, OffersFiles) {
     const auto both = ElementsAre(file.path(), file.backupPath());
     EXPECT_THAT(offers({"--file"}, beginning), both);
     EXPECT_THAT(offers({"import"}, beginning), both);
+    EXPECT_THAT(offers({"apply"}, beginning), both);
     EXPECT_THAT(offers({"check"}, beginning), both);
     EXPECT_THAT(offers({"diff", file.path()}, beginning), both);
     EXPECT_THAT(offersInStore({"get"}, beginning), IsEmpty());
@@ -139,8 +140,8 @@ TEST_P(Completion, OffersFiles) {
 TEST_P(Completion, OffersKeysOfTheChosenStore) {
     makeNames();
     const auto all = ElementsAre("Net", "Net work", "Net work/Dns");
-    for (const char* const command :
-         {"get", "set", "rm", "mkkey", "ls", "tree", "cp", "mv", "export", "watch", "edit"}) {
+    for (const char* const command : {"get", "set", "incr", "rm", "mkkey", "ls", "tree", "cp", "mv",
+                                      "export", "watch", "edit"}) {
         EXPECT_THAT(offersInStore({command}, "N"), all) << command;
     }
     EXPECT_THAT(offers({"--file=" + file.path(), "get"}, "N"), all);
@@ -153,7 +154,7 @@ TEST_P(Completion, OffersKeysOfTheChosenStore) {
 
 TEST_P(Completion, OffersValuesOfTheKey) {
     makeNames();
-    for (const char* const command : {"get", "set", "rm"}) {
+    for (const char* const command : {"get", "set", "incr", "rm"}) {
         EXPECT_THAT(offersInStore({command, "Net"}, "p"), ElementsAre("Port")) << command;
     }
     EXPECT_THAT(offersInStore({"get", "Net work/Dns"}, ""), ElementsAre("First Server", "Second"));

@@ -65,6 +65,17 @@ TEST(DiffTest, ComparesTheStoreWithItsBackup) {
               runVqreg({"--file", store.path(), "diff", store.backupPath(), "-"}));
 }
 
+TEST(DiffTest, ComparesExportedKeys) {
+    TempStore store;
+    store.write("[Velquist]\n[Velquist/Net]\n\"a\"=string:b\n");
+    TempStore exported;
+    exported.write(runVqreg({"--file", store.path(), "export", "Net"}).out);
+    TempStore other;
+    other.write("[Velquist/Net]\n\"a\"=string:c\n");
+    EXPECT_EQ((CommandResult{1, "~ [Velquist/Net] \"a\"=string:b -> string:c\n", ""}),
+              runVqreg({"diff", exported.path(), other.path()}));
+}
+
 TEST(DiffTest, PrintsJsonLines) {
     TempStore store;
     TempStore other;

@@ -26,12 +26,10 @@ TEST(ExportTest, PrintsTheWholeRootKey) {
     EXPECT_EQ((CommandResult{0, kText, ""}), runVqreg({"--file", store.path(), "export"}));
 }
 
-TEST(ExportTest, PrintsAKeyWithTheKeysAboveIt) {
+TEST(ExportTest, BeginsWithTheKey) {
     TempStore store;
     store.write(kText);
     EXPECT_EQ((CommandResult{0,
-                             "[Velquist]\n"
-                             "[Velquist/Network]\n"
                              "[Velquist/Network/Dns]\n"
                              "\"Mac\"=binary:0010\n",
                              ""}),

@@ -65,7 +65,8 @@ TEST_F(GetSet, MissingKeyAboveNameOfValue) {
     EXPECT_EQ(run({"get", "A/Missing/X", "Y"}), fails(1, "the key \"A/Missing/X\" does not exist"));
 }
 
-TEST_F(GetSet, TypeIsGuessed) {
+TEST_F(GetSet, TypeOfANewValueIsGuessed) {
+    make({"mkkey", "K"});
     const std::pair<const char*, const char*> cases[] = {{"0", "dword"},
                                                          {"4294967295", "dword"},
                                                          {"0xFFFFFFFF", "dword"},
@@ -83,6 +84,7 @@ TEST_F(GetSet, TypeIsGuessed) {
                                                          {"00FF", "string"},
                                                          {"@x", "string"}};
     for (const auto& [data, type] : cases) {
+        make({"rm", "--if-exists", "K", "V"});
         make({"set", "K", "V", data});
         EXPECT_EQ(run({"get", "--type", "K", "V"}), prints(std::string(type) + "\n")) << data;
     }

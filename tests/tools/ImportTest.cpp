@@ -104,13 +104,13 @@ TEST_F(ImportTest, DoesNotMergeKeysWithValues) {
 }
 
 TEST_F(ImportTest, ShowsTheChangesOfADryRun) {
-    EXPECT_EQ((CommandResult{0,
+    EXPECT_EQ((CommandResult{1,
                              "~ [Velquist] \"Port\"=dword:00000050 -> dword:00001F90\n"
                              "+ [Velquist/New]\n"
                              "+ [Velquist/New] \"c\"=binary:00FF\n",
                              ""}),
               import({"--dry-run"}, kInput));
-    EXPECT_EQ((CommandResult{0,
+    EXPECT_EQ((CommandResult{1,
                              "- [Velquist] \"Keep\"=string:x\n"
                              "~ [Velquist] \"Port\"=dword:00000050 -> dword:00001F90\n"
                              "+ [Velquist/New]\n"
@@ -131,7 +131,7 @@ TEST(ImportEmptyTest, MakesTheStore) {
 
 TEST(ImportEmptyTest, ADryRunMakesNothing) {
     TempStore store;
-    EXPECT_EQ(0, runVqreg({"--file", store.path(), "import", "--dry-run", "-"}, kInput).status);
+    EXPECT_EQ(1, runVqreg({"--file", store.path(), "import", "--dry-run", "-"}, kInput).status);
     EXPECT_TRUE(store.files().empty());
 }
 
@@ -139,15 +139,17 @@ TEST_F(ImportTest, ReadsJson) {
     const std::string input =
         "{\"values\": {\"Port\": {\"type\": \"dword\", \"value\": 8080}},\n"
         " \"keys\": {\"New\": {\"values\": {\"c\": {\"type\": \"binary\", \"value\": \"00ff\"}}}}}";
-    EXPECT_EQ((CommandResult{0, "", ""}), import({"--json"}, input));
-    EXPECT_EQ(kMerged, store.read());
+    for (const std::string start : {"", " \n\t", "\xEF\xBB\xBF"}) {
+        store.write(kText);
+        EXPECT_EQ((CommandResult{0, "", ""}), import({}, start + input));
+        EXPECT_EQ(kMerged, store.read());
+    }
 }
 
 TEST_F(ImportTest, PutsAnExportedKeyWhereItWas) {
     const std::string json = runVqreg({"--file", store.path(), "export", "--json", "Old"}).out;
     TempStore other;
-    EXPECT_EQ((CommandResult{0, "", ""}),
-              runVqreg({"--file", other.path(), "import", "--json", "-"}, json));
+    EXPECT_EQ((CommandResult{0, "", ""}), runVqreg({"--file", other.path(), "import", "-"}, json));
     EXPECT_EQ("[Velquist]\n[Velquist/Old]\n\"a\"=string:b\n", other.read());
     EXPECT_EQ(0,
               runVqreg({"--file", other.path(), "import", "--json", "--key", "Copy/x", "-"}, json)
@@ -175,13 +177,13 @@ TEST_F(ImportTest, RefusesMalformedTexts) {
     EXPECT_EQ((CommandResult{4, "",
                              "-:1:2: error: the member \"a\" is unknown; remove it\n"
                              "vqreg: -: the text is malformed\n"}),
-              import({"--json"}, "{\"a\": 1}"));
+              import({}, "{\"a\": 1}"));
     expectUntouched();
 }
 
 TEST_F(ImportTest, RefusesWhatBreaksARule) {
     const CommandResult result =
-        import({"--json"},
+        import({},
                "{\"values\": {\"ok\": {\"type\": \"string\", \"value\": \"x\"},\n"
                "\"a:b\": {\"type\": \"string\", \"value\": \"x\"}, "
                "\"c\": {\"type\": \"string\", \"value\": \"1\\n2\"}}, \"keys\": {\"d/e\": {}}}");

@@ -101,14 +101,18 @@ TEST_F(Keys, RmOfValues) {
 
 TEST_F(Keys, RmOfKeys) {
     EXPECT_EQ(run({"rm", "Net"}),
-              fails(1, "the key \"Net\" is not empty; -r removes it with all below it"));
+              fails(5, "the key \"Net\" is not empty; -r removes it with all below it"));
     EXPECT_EQ(run({"rm", "No"}), fails(1, "the key \"No\" does not exist"));
-    EXPECT_EQ(run({"rm", "/"}), fails(1, "the root key stays; -r removes what is below it"));
+    EXPECT_EQ(run({"rm", "/"}),
+              fails(5, "the root key stays; -r --whole-store removes what is below it"));
     make({"rm", "Void"});
     make({"rm", "-r", "Net"});
     EXPECT_EQ(file.read(), "[Velquist]\n\"Version\"=string:4.2\n");
-    make({"rm", "-r", "/"});
+    EXPECT_EQ(run({"rm", "-r", "/"}).status, 2);
+    EXPECT_EQ(file.read(), "[Velquist]\n\"Version\"=string:4.2\n");
+    make({"rm", "-r", "--whole-store", "/"});
     EXPECT_EQ(file.read(), "[Velquist]\n");
+    EXPECT_EQ(run({"rm", "--whole-store", "Net"}).status, 2);
 }
 
 // The backup is the text before the last write, so it shows how many there were.

@@ -87,7 +87,7 @@ TEST_F(TerminalRm, AsksBeforeItRemovesAValue) {
 
 TEST_F(TerminalRm, TellsHowMuchIsBelowAKey) {
     const std::string ofKey = "vqreg: remove the root key with 1 key and 2 values below it? [y/N] ";
-    EXPECT_EQ(answer({"rm", "-r", "/"}, ofKey, "yes\n"), shows(ofKey + "yes\n"));
+    EXPECT_EQ(answer({"rm", "-r", "--whole-store", "/"}, ofKey, "yes\n"), shows(ofKey + "yes\n"));
     EXPECT_EQ("[Velquist]\n", file.read());
 }
 

@@ -32,8 +32,9 @@ TEST(Usage, HelpAndVersionGoToStandardOutput) {
 
 TEST(Usage, EveryCommandHasHelp) {
     for (const std::string command :
-         {"get", "set", "rm", "mkkey", "ls", "tree", "cp", "mv", "export", "import", "diff",
-          "watch", "check", "edit", "notify", "info", "restore", "clean", "help"}) {
+         {"get",  "set",    "incr",   "rm",      "mkkey", "ls",   "tree",  "cp",
+          "mv",   "batch",  "export", "import",  "apply", "diff", "watch", "check",
+          "edit", "notify", "info",   "restore", "clean", "help"}) {
         const auto help = runVqreg({command, "--help"});
         EXPECT_EQ(help.status, 0) << command;
         EXPECT_EQ(help.err, "") << command;
@@ -44,7 +45,7 @@ TEST(Usage, EveryCommandHasHelp) {
 }
 
 TEST(Usage, HelpOfSetTellsTheRuleOfTypes) {
-    EXPECT_NE(runVqreg({"set", "--help"}).out.find("Without -t, DATA is a dword if"),
+    EXPECT_NE(runVqreg({"set", "--help"}).out.find("For a new one, DATA is a dword if"),
               std::string::npos);
 }
 
@@ -156,7 +157,9 @@ TEST(Usage, OtherMistakes) {
     EXPECT_EQ(runVqreg({"--file", "", "ls"}), misused("--file needs the path of a file",
                                                       "usage: vqreg ls [-R] [-l] [--json] [-0] "
                                                       "[KEY]"));
-    EXPECT_EQ(runVqreg({"rm", "-r", "K", "V"}),
-              misused("-r is for keys; a value has nothing below it",
-                      "usage: vqreg rm [-r] [-f] KEY [NAME]"));
+    EXPECT_EQ(
+        runVqreg({"rm", "-r", "K", "V"}),
+        misused("-r is for keys; a value has nothing below it",
+                "usage: vqreg rm [-r] [-f] [--if-exists] [--whole-store] [--json] [--verify S] KEY "
+                "[NAME]"));
 }

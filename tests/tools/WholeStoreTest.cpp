@@ -38,6 +38,7 @@ TEST_F(WholeStore, Info) {
                             "values         2\n"
                             "change stamp   none\n"
                             "lock           free\n"
+                            "open in        no process in sight\n"
                             "notification   0 alive, 0 stale\n");
     const auto first = run({"info"});
     EXPECT_EQ(first.status, 0);
@@ -67,9 +68,10 @@ TEST_F(WholeStore, InfoAsJson) {
     file.write("[Velquist]\n");
     const auto result = run({"info", "--json"});
     EXPECT_EQ(result.status, 0);
-    EXPECT_NE(result.out.find("\n  \"keys\": 1,\n  \"values\": 0,\n  \"stamp\": null,\n"
-                              "  \"lock\": null,\n  \"semaphores\": {\n    \"alive\": 0,\n"
-                              "    \"stale\": 0\n  }\n}\n"),
+    EXPECT_NE(result.out.find(
+                  "\n  \"keys\": 1,\n  \"values\": 0,\n  \"stamp\": null,\n"
+                  "  \"lock\": null,\n  \"openIn\": [],\n  \"semaphores\": {\n    \"alive\": 0,\n"
+                  "    \"stale\": 0\n  }\n}\n"),
               std::string::npos)
         << result.out;
 }

@@ -3,7 +3,6 @@
 #include <VQRegLib.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <exception>
 #include <string>
 #include <utility>
@@ -32,16 +31,7 @@ void addGlobalOptions(CLI::App& app, Context& context) {
     app.add_option("--timeout", context.store.timeoutSeconds,
                    "Seconds to wait for the lock of the store (default: 30)")
         ->type_name("S")
-        ->check(CLI::Validator(
-            [](const std::string& text) {
-                char* end = nullptr;
-                const double seconds = std::strtod(text.c_str(), &end);
-                const bool isNumber = !text.empty() && *end == '\0';
-                return isNumber && seconds >= 0 && seconds <= 1e6
-                           ? ""
-                           : "must be a number from 0 to 1000000, not \"" + text + '"';
-            },
-            ""));
+        ->check(secondsRule());
     app.add_flag_callback(
         "--no-notify", [&context] { context.store.notify = false; },
         "Do not tell other processes of changes");
@@ -60,13 +50,13 @@ void addGlobalOptions(CLI::App& app, Context& context) {
 
 void addCommands(CLI::App& app, Context& context) {
     for (const auto add :
-         {addGet,    addSet,    addRm,      addMkkey, addLs,       addTree,  addCp,
-          addMv,     addExport, addImport,  addDiff,  addWatch,    addCheck, addEdit,
-          addNotify, addInfo,   addRestore, addClean, addComplete, addHelp}) {
+         {addGet,  addSet,    addIncr,   addRm,      addMkkey, addLs,       addTree,  addCp,
+          addMv,   addBatch,  addExport, addImport,  addApply, addDiff,     addWatch, addCheck,
+          addEdit, addNotify, addInfo,   addRestore, addClean, addComplete, addHelp}) {
         add(app, context);
     }
     // All others only look at a store, or change what must be there already.
-    for (const char* const name : {"set", "mkkey", "import", "edit"}) {
+    for (const char* const name : {"set", "incr", "mkkey", "batch", "import", "edit"}) {
         app.get_subcommand(name)->preparse_callback(
             [&context](std::size_t) { context.store.create = true; });
     }
@@ -82,33 +72,9 @@ int usageError(const CLI::App& app, const std::string& message) {
     return exitCode(eExit::eUsage);
 }
 
-// In the order in which CLI11 takes them: the last one first. It would take the argument behind
-// "--option=" for the option's text, and "++" for the end of a command's arguments.
-std::vector<std::string> argumentsOf(int argc, char** argv) {
-    std::vector<std::string> arguments;
-    bool mayBeOption = true;
-    for (int i = 1; i < argc; ++i) {
-        std::string argument = argv[i];
-        mayBeOption = mayBeOption && argument != "--";
-        if (mayBeOption && argument == "++") {
-            throw CommandError(eExit::eUsage, "write -- before \"++\"");
-        }
-        if (mayBeOption && argument.size() > 3 && argument.starts_with("--") &&
-            argument.find('=') == argument.size() - 1) {
-            argument.pop_back();
-            arguments.push_back(std::move(argument));
-            arguments.emplace_back();
-        } else {
-            arguments.push_back(std::move(argument));
-        }
-    }
-    std::reverse(arguments.begin(), arguments.end());
-    return arguments;
-}
-
 int parseAndRun(CLI::App& app, Context& context, int argc, char** argv) {
     try {
-        app.parse(argumentsOf(argc, argv));
+        app.parse(parserOrder(std::vector<std::string>(argv + 1, argv + std::max(argc, 1))));
         Output::standard().flush();
         return context.exitCode;
     } catch (const CLI::CallForHelp&) {

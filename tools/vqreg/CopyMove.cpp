@@ -1,10 +1,12 @@
 // vqreg cp and mv.
 #include <memory>
 
+#include "tools/vqreg/Changing.h"
 #include "tools/vqreg/Commands.h"
 #include "tools/vqreg/ExitCode.h"
 #include "tools/vqreg/Output.h"
 #include "tools/vqreg/Rules.h"
+#include "tools/vqreg/TreeInput.h"
 #include "tools/vqreg/Usage.h"
 
 namespace vqreg {
@@ -19,6 +21,7 @@ struct CopyMoveOptions {
     std::optional<std::string> fourth;
     bool force = false;
     bool move = false;
+    ReportOptions report;
 
     const char* verb() const { return move ? "move" : "copy"; }
 };
@@ -64,13 +67,26 @@ void checkPlaces(const CopyMoveOptions& options, const Path& from, const Path& t
     }
 }
 
+// What a move deletes: what was at the old place and is not at the new one, which may be another
+// spelling of the old.
+std::vector<Change> deletedBy(const Path& from, const Path& to, const Key& key) {
+    std::vector<Change> deleted = difference(key, Key(), from);
+    deleted.insert(deleted.begin(), {Change::eKind::eDeleted, from, {}, {}});
+    const Key written = topAround(to, key);
+    std::erase_if(deleted, [&](const Change& change) {
+        const Key* const place = findKey(written, change.path);
+        return place && (change.isOfKey() || place->values.contains(folded(change.value().name)));
+    });
+    return deleted;
+}
+
 // One update from the first look on. The whole tree is checked before the first change.
-void copyKey(const CopyMoveOptions& options, StoreSession& store,
-             const StoreOptions& storeOptions) {
+void copyKey(const CopyMoveOptions& options, Changing& changing, const StoreOptions& storeOptions) {
+    StoreSession& store = changing.store();
     const Path from = store.tidied(splitPath(options.first));
     const Path to = store.tidied(splitPath(options.second));
     checkPlaces(options, from, to);
-    store.begin();
+    changing.begin();
     const auto key = store.load(from);
     if (!key) {
         throw CommandError(eExit::eNegative, nameOfKey(from) + " does not exist");
@@ -84,13 +100,15 @@ void copyKey(const CopyMoveOptions& options, StoreSession& store,
     }
     if (options.move) {
         // First, so that a key can be moved to another spelling of its own name.
+        changing.record(deletedBy(from, to, *key));
         store.removeKey(from);
     }
     writeTree(store, to, *key);
-    store.end();
+    changing.finish();
 }
 
-void copyValue(const CopyMoveOptions& options, StoreSession& store) {
+void copyValue(const CopyMoveOptions& options, Changing& changing) {
+    StoreSession& store = changing.store();
     const Path from = store.tidied(splitPath(options.first));
     const Path to = store.tidied(splitPath(*options.third));
     const std::string newName = options.fourth.value_or(options.second);
@@ -99,17 +117,17 @@ void copyValue(const CopyMoveOptions& options, StoreSession& store) {
         throw CommandError(eExit::eUsage,
                            "cannot " + std::string(options.verb()) + " a value to itself");
     }
-    store.begin();
+    changing.begin();
     auto value = store.value(from, options.second);
     if (!value) {
-        throw CommandError(eExit::eNegative,
-                           fmt::format("the value \"{}\" of {} does not exist",
-                                       printable(options.second), nameOfKey(from)));
+        throw CommandError(eExit::eNegative, nameOfValue(from, options.second) + " does not exist");
     }
     if (!isSamePlace && !options.force && store.value(to, newName)) {
         throw CommandError(eExit::eNegative,
-                           fmt::format("the value \"{}\" of {} exists already; -f replaces it",
-                                       printable(newName), nameOfKey(to)));
+                           nameOfValue(to, newName) + " exists already; -f replaces it");
+    }
+    if (options.move && !isSamePlace) {
+        changing.record({Change::eKind::eDeleted, from, value, {}});
     }
     value->name = newName;
     if (const auto broken = brokenRuleOfValue(*value)) {
@@ -119,15 +137,16 @@ void copyValue(const CopyMoveOptions& options, StoreSession& store) {
         store.removeValue(from, options.second);
     }
     store.set(to, *value);
-    store.end();
+    changing.finish();
 }
 
 void copy(const CopyMoveOptions& options, Context& context) {
-    StoreSession store(context.store);
+    Changing changing(context, options.report,
+                      options.move ? Changing::eDeletes::eMaybe : Changing::eDeletes::eNo);
     if (options.third) {
-        copyValue(options, store);
+        copyValue(options, changing);
     } else {
-        copyKey(options, store, context.store);
+        copyKey(options, changing, context.store);
     }
 }
 
@@ -137,8 +156,12 @@ void add(CLI::App& app, Context& context, bool move) {
     const std::string verb = move ? "Move" : "Copy";
     CLI::App* const command =
         app.add_subcommand(move ? "mv" : "cp", verb + " a value, or a key with all below it");
-    setUsage(*command, command->get_name() + " [-f] KEY [NAME] NEWKEY [NEWNAME]");
+    setUsage(*command, command->get_name() + " [-f]" + (move ? " [--verify S]" : "") +
+                           " KEY [NAME] NEWKEY [NEWNAME]");
     command->add_flag("-f", options->force, "Replace a value, or merge into a key, that exists");
+    if (move) {
+        addVerifyOption(*command, options->report);
+    }
     command->add_option("KEY", options->first, "Path of the key")->required()->type_name("");
     command
         ->add_option("NEWKEY|NAME", options->second,

@@ -20,7 +20,7 @@ struct DiffOptions {
 
 Key topOf(const Context& context, const std::string& name) {
     if (name != "-") {
-        return parsedTop(name, readInput(name));
+        return parsedTop(name, readInput(name), true);  // perhaps what export has printed
     }
     const std::string file = storeFile(context.store);
     return parsedTop(file, readStoreFile(file, rootName(context.store)));

@@ -125,21 +125,30 @@ std::string lineOf(const Change& change, const Path& above) {
     return line + dataOf(change.value());
 }
 
+Path belowRoot(const Path& path, const Path& root) {
+    const std::size_t above =
+        isBelow(path, root) ? root.size() : std::min<std::size_t>(1, path.size());
+    return {path.begin() + static_cast<std::ptrdiff_t>(above), path.end()};
+}
+
+nlohmann::ordered_json jsonOfPlace(const Change& change, const Path& root) {
+    nlohmann::ordered_json json;
+    if (!isBelow(change.path, root)) {
+        json["root"] = textForJson(change.path.empty() ? "" : change.path.front());
+    }
+    json["key"] = textForJson(plainPath(belowRoot(change.path, root)));
+    if (!change.isOfKey()) {
+        json["name"] = textForJson(change.value().name);
+    }
+    return json;
+}
+
 nlohmann::ordered_json jsonOf(const Change& change, const Path& root) {
     nlohmann::ordered_json json;
     json["event"] = change.kind == Change::eKind::eCreated   ? "created"
                     : change.kind == Change::eKind::eDeleted ? "deleted"
                                                              : "changed";
-    auto below = change.path.begin();
-    if (isBelow(change.path, root)) {
-        below += static_cast<std::ptrdiff_t>(root.size());
-    } else if (below != change.path.end()) {
-        json["root"] = textForJson(*below++);
-    }
-    json["key"] = textForJson(plainPath(Path(below, change.path.end())));
-    if (!change.isOfKey()) {
-        json["name"] = textForJson(change.value().name);
-    }
+    json.update(jsonOfPlace(change, root));
     if (change.before) {
         json["old"] = jsonOf(*change.before);
     }

@@ -34,10 +34,18 @@ std::vector<Change> difference(const Key& before, const Key& after,
 //   - [Velquist/Network] "Port"=dword:00000050
 std::string lineOf(const Change& change, const std::vector<std::string>& above = {});
 
-// {"event": "changed", "key": "Network", "name": "Port", "old": {...}, "new": {...}}; keys have no
-// "name", and what does not exist has no "old" or "new". "key" is where the key is below the root
+// A path from the top of the file without the root key's, or without the first name for a key that is
+// elsewhere.
+std::vector<std::string> belowRoot(const std::vector<std::string>& path,
+                                   const std::vector<std::string>& root);
+
+// {"key": "Network", "name": "Port"}; keys have no "name". "key" is where the key is below the root
 // key, which is "" itself. `root` is the root key's own path if the path of the change begins at the
 // top of the file; a change elsewhere has the first name there as "root", and "key" is below that.
+nlohmann::ordered_json jsonOfPlace(const Change& change, const std::vector<std::string>& root);
+
+// {"event": "changed", "key": "Network", "name": "Port", "old": {...}, "new": {...}}: the place, and
+// what does not exist has no "old" or "new".
 nlohmann::ordered_json jsonOf(const Change& change, const std::vector<std::string>& root = {});
 
 // The first tree with all that the second one has added to it. A name that is a key in one and a

@@ -5,11 +5,13 @@
 #include <memory>
 #include <utility>
 
+#include "tools/vqreg/Changing.h"
 #include "tools/vqreg/Commands.h"
 #include "tools/vqreg/Confirm.h"
 #include "tools/vqreg/Editor.h"
 #include "tools/vqreg/ExitCode.h"
 #include "tools/vqreg/Output.h"
+#include "tools/vqreg/Returning.h"
 #include "tools/vqreg/StoreFault.h"
 #include "tools/vqreg/TreeInput.h"
 #include "tools/vqreg/WholeFile.h"
@@ -21,6 +23,7 @@ namespace {
 struct EditOptions {
     std::string key = "/";
     bool yes = false;
+    ReportOptions report;
 };
 
 // The key, and its path without what does not belong to it.
@@ -74,10 +77,13 @@ void apply(const Context& context, const Names& path, const Key& before,
 }
 
 // On standard error.
-void showChanges(const std::vector<Change>& changes, const Names& above) {
+void showChanges(const Context& context, const std::vector<Change>& changes, const Names& above) {
     for (const Change& change : changes) {
         // Nobody can be told where this fails.
         std::fputs((lineOf(change, above) + '\n').c_str(), stderr);
+    }
+    if (deletesAny(changes)) {
+        warnOfReturn(processesWith(storeFile(context.store)));
     }
 }
 
@@ -91,11 +97,12 @@ void editKey(Context& context, const EditOptions& options, const Names& path, co
         note("nothing has been changed");
         return;
     }
-    showChanges(changes, rootNames(context.store));
+    showChanges(context, changes, rootNames(context.store));
     if (!options.yes && !confirm("Make these changes?")) {
         throw CommandError(eExit::eNegative, "nothing has been changed");
     }
     apply(context, path, before, changes);
+    reportChanges(context, options.report, rootNames(context.store), changes, true);
 }
 
 // The store's text, when it is malformed.
@@ -114,13 +121,14 @@ ConfigText checkedText(const std::string& file, const std::string& text) {
 
 // The library refuses the file, so the text itself is edited, all of it, and nothing else takes its
 // place than a text that the library takes.
-void editMalformed(const StoreOptions& options, const std::string& before, bool yes) {
-    const std::string file = storeFile(options);
+void editMalformed(Context& context, const EditOptions& options, const std::string& before) {
+    const std::string file = storeFile(context.store);
     const ConfigText present = parseConfigText(before);
     printFindings(file, present.findings);
     note(file + ": the text is malformed; all of it is edited");
     TemporaryText edited(before);
     bool isChanged = false;
+    std::vector<Change> changes;
     keepingText(edited, [&] {
         std::string text;
         ConfigText wanted;
@@ -131,22 +139,24 @@ void editMalformed(const StoreOptions& options, const std::string& before, bool 
         if (!isChanged) {
             return;
         }
-        showChanges(difference(present.all(), wanted.top), {});
-        if (!yes && !confirm("Write this text?")) {
+        changes = difference(present.all(), wanted.top);
+        showChanges(context, changes, {});
+        if (!options.yes && !confirm("Write this text?")) {
             throw CommandError(eExit::eNegative, "nothing has been changed");
         }
-        replaceMalformed(options, text, &before);
-        makeReread(options, wanted.top);
+        replaceMalformed(context.store, text, &before);
+        makeReread(context.store, wanted.top);
     });
     if (!isChanged) {
         throw CommandError(eExit::eMalformed,
                            file + ": the text is malformed still; nothing has been changed");
     }
+    reportChanges(context, options.report, {}, changes, true);
 }
 
 void runEdit(Context& context, const EditOptions& options) {
     if (const auto malformed = malformedText(context.store)) {
-        editMalformed(context.store, *malformed, options.yes);
+        editMalformed(context, options, *malformed);
         return;
     }
     const auto [path, before] = load(context, splitPath(options.key));
@@ -163,6 +173,7 @@ void addEdit(CLI::App& app, Context& context) {
     const auto options = std::make_shared<EditOptions>();
     command->add_option("KEY", options->key, "The key; without it, the root key")->type_name("");
     command->add_flag("-y,--yes", options->yes, "Do not ask before the changes are made");
+    addVerifyOption(*command, options->report);
     command->footer(
         "The editor is $VISUAL, else $EDITOR, else vi. What is deleted from the text is deleted\n"
         "from the store. Nothing is written when the store has changed meanwhile.\n"

@@ -54,6 +54,16 @@ void writeText(const std::string& text) {
     }
 }
 
+// Begins with the line of the key that it is about: that tells an import what it covers. A text of the
+// root key, which may be a store's file one day, has all lines.
+std::string textOf(const Names& full, const Names& path, Key key) {
+    std::string text = composeConfigText(topAround(full, std::move(key)));
+    for (std::size_t above = path.empty() ? 0 : full.size() - 1; above > 0; --above) {
+        text.erase(0, text.find('\n') + 1);
+    }
+    return text;
+}
+
 void runExport(Context& context, const ExportOptions& options) {
     StoreSession session(context.store);
     const Names path = session.tidied(splitPath(options.key));
@@ -71,7 +81,7 @@ void runExport(Context& context, const ExportOptions& options) {
         writeText(composeJsonText(*key, plainPath(path)));
         return;
     }
-    writeText(composeConfigText(topAround(full, std::move(*key))));
+    writeText(textOf(full, path, std::move(*key)));
 }
 
 }  // namespace
@@ -82,7 +92,7 @@ void addExport(CLI::App& app, Context& context) {
     command->add_option("KEY", options->key, "The key; without it, the root key")->type_name("");
     command->add_flag("--json", options->json, "As JSON instead of the text of a store's file");
     command->footer(
-        "The text is that of a store's file, with the keys above KEY. `import` reads both forms.\n"
+        "The text is that of a store's file, and begins with KEY. `import` reads both forms.\n"
         "In JSON, a text that is not UTF-8 is \"hex:/\" and the hexadecimal digits of its bytes.");
     command->callback([&context, options] { runExport(context, *options); });
 }

@@ -10,6 +10,7 @@
 #include "tools/vqreg/ExitCode.h"
 #include "tools/vqreg/FileFacts.h"
 #include "tools/vqreg/LockInfo.h"
+#include "tools/vqreg/OpenIn.h"
 #include "tools/vqreg/Output.h"
 #include "tools/vqreg/StoreFault.h"
 
@@ -27,6 +28,7 @@ struct Facts {
     Count count;
     std::optional<std::uint64_t> stamp;
     std::optional<LockHolder> holder;
+    std::vector<OpenIn> processes;
     std::size_t alive = 0;
     std::size_t stale = 0;
     std::optional<Finding> fault;
@@ -87,10 +89,27 @@ Facts gather(const StoreOptions& options) {
     }
     facts.stamp = changeStamp(facts.file);
     facts.holder = lockHolder(facts.file);
+    facts.processes = processesWith(facts.file);
     for (const NotificationSemaphore& semaphore : notificationSemaphores()) {
         ++(semaphore.isAlive ? facts.alive : facts.stale);
     }
     return facts;
+}
+
+std::string listOf(const std::vector<OpenIn>& processes) {
+    std::string list;
+    for (const OpenIn& process : processes) {
+        list += (list.empty() ? "" : ", ") + process.text();
+    }
+    return list.empty() ? "no process in sight" : list;
+}
+
+Json jsonOf(const std::vector<OpenIn>& processes) {
+    Json json = Json::array();
+    for (const OpenIn& process : processes) {
+        json.push_back(Json{{"pid", process.pid}, {"program", process.program}});
+    }
+    return json;
 }
 
 template <typename Line>
@@ -127,6 +146,7 @@ void printText(const Facts& facts) {
     line("values", std::to_string(facts.count.values));
     line("change stamp", facts.stamp ? std::to_string(*facts.stamp) : "none");
     line("lock", facts.holder ? "held by " + facts.holder->text() : "free");
+    line("open in", listOf(facts.processes));
     line("notification", fmt::format("{} alive, {} stale", facts.alive, facts.stale));
 }
 
@@ -159,6 +179,7 @@ void printJson(const Facts& facts) {
     if (facts.holder) {
         json["lock"] = Json{{"pid", facts.holder->pid}, {"since", facts.holder->since}};
     }
+    json["openIn"] = jsonOf(facts.processes);
     json["semaphores"] = Json{{"alive", facts.alive}, {"stale", facts.stale}};
     Output::standard().json(json);
 }

@@ -126,13 +126,6 @@ std::optional<std::int32_t> holderOfFileLock(const struct stat& file) {
     return std::nullopt;
 }
 
-std::string programOf(std::int32_t pid) {
-    std::ifstream in(fmt::format("/proc/{}/comm", pid));
-    std::string name;
-    std::getline(in, name);
-    return name;
-}
-
 // Its owners share a lock on the file, so that nobody gets one alone. The lock that is taken here
 // when there is no owner ends with the look.
 bool hasOwner(const std::string& path) {
@@ -149,6 +142,13 @@ std::string sharedObjectPath(const std::string& kind, const std::string& file) {
     }
     const std::string hash = "#" + hash128(whole);
     return kDirectory + whole.substr(0, kLongestName - hash.size()) + hash;
+}
+
+std::string programOf(std::int32_t pid) {
+    std::ifstream in(fmt::format("/proc/{}/comm", pid));
+    std::string name;
+    std::getline(in, name);
+    return name;
 }
 
 std::string lockObjectPath(const std::string& file) {

@@ -17,6 +17,9 @@ std::string sharedObjectPath(const std::string& kind, const std::string& file);
 
 std::string lockObjectPath(const std::string& file);
 
+// The name of a process's program; empty when there is no such process.
+std::string programOf(std::int32_t pid);
+
 struct LockHolder {
     std::int32_t pid = 0;    // -1: of a process out of sight
     std::int64_t since = 0;  // seconds since the epoch; 0: unknown

@@ -6,11 +6,13 @@
 #include <optional>
 #include <string>
 
+#include "tools/vqreg/Changing.h"
 #include "tools/vqreg/Commands.h"
 #include "tools/vqreg/ConfigText.h"
 #include "tools/vqreg/Confirm.h"
 #include "tools/vqreg/ExitCode.h"
 #include "tools/vqreg/Output.h"
+#include "tools/vqreg/Returning.h"
 #include "tools/vqreg/StoreFault.h"
 #include "tools/vqreg/TreeInput.h"
 #include "tools/vqreg/WholeFile.h"
@@ -26,7 +28,7 @@ constexpr std::size_t kMostBytes = 200;
 struct RestoreOptions {
     bool dryRun = false;
     bool force = false;
-    bool json = false;
+    ReportOptions report;
 };
 
 bool exists(const std::string& path) {
@@ -35,15 +37,17 @@ bool exists(const std::string& path) {
 }
 
 // Through the library, as a change like any other: no process writes over it unseen.
-void restoreByUpdate(const StoreOptions& options, const std::string& file, const Key& present,
-                     const Key& wanted) {
+std::vector<Change> restoreByUpdate(const StoreOptions& options, const std::string& file,
+                                    const Key& present, const Key& wanted) {
     const StoreOptions whole = wholeFile(options, present.keys.empty() ? wanted : present);
     StoreSession store(whole);
     store.begin();
     // Nobody else can write now, and the file may have changed since the difference was shown.
     const ConfigText current = parseConfigText(readStoreFile(file, rootName(whole)));
-    applyChanges(store, difference(current.top, wanted), [] {});
+    std::vector<Change> changes = difference(current.top, wanted);
+    applyChanges(store, changes, [] {});
     store.end();
+    return changes;
 }
 
 std::string lineAt(const std::string& text, std::size_t number) {
@@ -77,15 +81,15 @@ void tellOfLoss(const std::string& text, const ConfigText& malformed, const Key&
 }
 
 // A pipe that is closed shall not keep the rest from being done.
-void show(const std::vector<Change>& changes, const Names& root, bool json) {
+void show(const std::vector<Change>& changes) {
     try {
-        printChanges(changes, {}, json, root);
+        printChanges(changes, {}, false);
         Output::standard().flush();
     } catch (const ClosedPipe&) {
     }
 }
 
-void restore(const RestoreOptions& options, const Context& context) {
+void restore(const RestoreOptions& options, Context& context) {
     const std::string file = storeFile(context.store);
     const std::string backup = file + ".bak";
     const std::optional<std::string> text = readStoreFileIfAny(backup, rootName(context.store));
@@ -105,22 +109,29 @@ void restore(const RestoreOptions& options, const Context& context) {
         current = parseConfigText(present);
         tellOfLoss(present, current, wanted.top);
     }
-    const std::vector<Change> changes = difference(current.all(), wanted.top);
+    std::vector<Change> changes = difference(current.all(), wanted.top);
     const bool isUsable = isThere && current.isReadable();
-    show(changes, rootNames(context.store), options.json);
+    if (!options.report.json) {
+        show(changes);
+    }
     const bool isNeeded = !isUsable || !changes.empty();
     if (options.dryRun || !isNeeded) {
+        reportChanges(context, {options.report.json, {}}, {}, changes, isNeeded);
         return;
+    }
+    if (deletesAny(changes)) {
+        warnOfReturn(processesWith(file));
     }
     if (!options.force && !confirm("restore " + file + " from its backup?")) {
         throw CommandError(eExit::eNegative, "nothing has been restored");
     }
     if (isUsable) {
-        restoreByUpdate(context.store, file, current.top, wanted.top);
+        changes = restoreByUpdate(context.store, file, current.top, wanted.top);
     } else {
         replaceMalformed(context.store, *text);
         makeReread(context.store, wanted.top);
     }
+    reportChanges(context, options.report, {}, changes, true);
 }
 
 }  // namespace
@@ -131,7 +142,8 @@ void addRestore(CLI::App& app, Context& context) {
         app.add_subcommand("restore", "Show what the backup would change, and bring it back");
     command->add_flag("-n,--dry-run", options->dryRun, "Only show the difference");
     command->add_flag("-f", options->force, "Do not ask, not even on a terminal");
-    command->add_flag("--json", options->json, "Show the difference as one JSON object per line");
+    addJsonOption(*command, options->report);
+    addVerifyOption(*command, options->report);
     command->footer(
         "The backup is the text before the last change. It is applied as a change of its own, so\n"
         "that a second restore brings the present text back.");

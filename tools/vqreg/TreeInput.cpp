@@ -47,6 +47,14 @@ void checkReadable(const std::string& file, const ConfigText& parsed) {
     }
 }
 
+ConfigText parsedPart(std::string_view text) {
+    ConfigText parsed = parseConfigText(text);
+    std::erase_if(parsed.findings, [](const Finding& finding) {
+        return finding.kind == Finding::eKind::eMissingParent;
+    });
+    return parsed;
+}
+
 // Removes the key at the path from the tree and says whether anything else is there but the keys on
 // the way to it.
 bool takeKey(Key& top, const Names& path, Key& taken) {
@@ -100,8 +108,8 @@ void printFindings(const std::string& file, const std::vector<Finding>& findings
     std::fputs(lines.c_str(), stderr);  // nobody can be told where this fails
 }
 
-Key parsedTop(const std::string& file, std::string_view text) {
-    ConfigText parsed = parseConfigText(text);
+Key parsedTop(const std::string& file, std::string_view text, bool isPart) {
+    ConfigText parsed = isPart ? parsedPart(text) : parseConfigText(text);
     printFindings(file, parsed.findings);
     checkReadable(file, parsed);
     return std::move(parsed.top);
@@ -140,15 +148,12 @@ void checkClean(const std::string& file, const ConfigText& parsed) {
 }
 
 PlacedTree placedTree(const StoreOptions& options, const std::string& file, std::string_view text,
-                      const Names& path) {
-    ConfigText parsed = parseConfigText(text);
-    std::erase_if(parsed.findings, [](const Finding& finding) {
-        return finding.kind == Finding::eKind::eMissingParent;
-    });
+                      const Names& path, const std::string& advice) {
+    ConfigText parsed = parsedPart(text);
     printFindings(file, parsed.findings);
     checkClean(file, parsed);
     Key top = std::move(parsed.top);
-    PlacedTree tree{path, {}};
+    PlacedTree tree{path, {}, !top.keys.empty()};
     Names full = rootNames(options);
     full.insert(full.end(), path.begin(), path.end());
     const bool isEmpty = top.keys.empty() && top.values.empty();
@@ -158,9 +163,8 @@ PlacedTree placedTree(const StoreOptions& options, const std::string& file, std:
             name += (name.empty() ? "" : "/") + each;
         }
         throw CommandError(eExit::eWrongKind,
-                           fmt::format("{}: the text has more than the key [{}]; leave out the "
-                                       "rest, or name another key or root key",
-                                       file, printable(name)));
+                           fmt::format("{}: the text has more than the key [{}]; {}", file,
+                                       printable(name), advice));
     }
     return tree;
 }

@@ -29,8 +29,9 @@ void printFindings(const std::string& file, const std::vector<Finding>& findings
 void checkClean(const std::string& file, const ConfigText& parsed);
 
 // The tree of a configuration text, its top first. Prints what is odd about the text. Throws
-// eMalformed when the library would refuse the text, after all faults have been printed.
-Key parsedTop(const std::string& file, std::string_view text);
+// eMalformed when the library would refuse the text, after all faults have been printed. In a part of
+// a store's text it is not odd that lines of the keys above are missing.
+Key parsedTop(const std::string& file, std::string_view text, bool isPart = false);
 
 // A key below another one; null when it is missing.
 const Key* findKey(const Key& top, const Names& path);
@@ -42,12 +43,14 @@ Key topAround(const Names& path, Key key);
 struct PlacedTree {
     Names path;
     Key key;
+    bool isNamed = true;  // the text has a key at all
 };
 
 // The part of a configuration text that is below the root key's key `path`. Throws eWrongKind for
-// a text that also has something elsewhere.
-PlacedTree placedTree(const StoreOptions& options, const std::string& file, std::string_view text,
-                      const Names& path);
+// a text that also has something elsewhere, with the advice at the end of the message.
+PlacedTree placedTree(
+    const StoreOptions& options, const std::string& file, std::string_view text, const Names& path,
+    const std::string& advice = "leave out the rest, or name another key or root key");
 
 // Throws eWrongKind when the tree breaks a rule of the format, after all have been printed.
 void checkRules(const StoreOptions& options, const PlacedTree& tree);

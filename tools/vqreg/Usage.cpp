@@ -1,9 +1,11 @@
 #include "tools/vqreg/Usage.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <map>
 #include <vector>
 
+#include "tools/vqreg/ExitCode.h"
 #include "tools/vqreg/Output.h"
 #include "tools/vqreg/UsageFault.h"
 
@@ -157,6 +159,40 @@ std::string usageLine(const CLI::App& app) {
         }
     }
     return line;
+}
+
+// CLI11 would take the argument behind "--option=" for the option's text, and "++" for the end of a
+// command's arguments.
+std::vector<std::string> parserOrder(const std::vector<std::string>& words) {
+    std::vector<std::string> arguments;
+    bool mayBeOption = true;
+    for (const std::string& word : words) {
+        mayBeOption = mayBeOption && word != "--";
+        if (mayBeOption && word == "++") {
+            throw CommandError(eExit::eUsage, "write -- before \"++\"");
+        }
+        const bool isEmptyText = mayBeOption && word.size() > 3 && word.starts_with("--") &&
+                                 word.find('=') == word.size() - 1;
+        arguments.push_back(isEmptyText ? word.substr(0, word.size() - 1) : word);
+        if (isEmptyText) {
+            arguments.emplace_back();
+        }
+    }
+    std::reverse(arguments.begin(), arguments.end());
+    return arguments;
+}
+
+CLI::Validator secondsRule() {
+    return CLI::Validator(
+        [](const std::string& text) {
+            char* end = nullptr;
+            const double seconds = std::strtod(text.c_str(), &end);
+            const bool isNumber = !text.empty() && *end == '\0';
+            return isNumber && seconds >= 0 && seconds <= 1e6
+                       ? ""
+                       : "must be a number from 0 to 1000000, not \"" + text + '"';
+        },
+        "");
 }
 
 std::shared_ptr<CLI::FormatterBase> makeFormatter() {

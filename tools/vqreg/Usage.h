@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace vqreg {
 
@@ -15,8 +16,14 @@ std::string usageLine(const CLI::App& app);
 // on each other.
 void setUsage(CLI::App& app, const std::string& line);
 
+// The arguments of a command line in the order in which CLI11 takes them: the last one first.
+std::vector<std::string> parserOrder(const std::vector<std::string>& words);
+
 // Help texts that begin with the usage line.
 std::shared_ptr<CLI::FormatterBase> makeFormatter();
+
+// For options that take seconds.
+CLI::Validator secondsRule();
 
 // For a word in the place of a command, with the command that may be meant.
 std::string unknownCommand(const CLI::App& app, const std::string& word);

@@ -29,8 +29,8 @@ _vqreg_files() {
 _vqreg() {
     local cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD-1]}
     local words=("${COMP_WORDS[@]}") store=() arguments=() command='' at
-    local commands='get set rm mkkey ls tree cp mv export import diff watch check edit notify info
-                    restore clean help'
+    local commands='get set incr rm mkkey ls tree cp mv batch export import apply diff watch check
+                    edit notify info restore clean help'
     COMPREPLY=()
     for ((at = 1; at < COMP_CWORD; ++at)); do
         case ${words[at]} in
@@ -40,7 +40,7 @@ _vqreg() {
                 [[ ${words[at + 1]} != = ]] || ((++at))
                 store+=("$option" "$(_vqreg_plain "${words[at + 1]/#\~\//$HOME/}")")
                 ((++at)) ;;
-            --timeout | --color | --default | --key | -t | --type | -L)
+            --timeout | --color | --default | --key | --if | --verify | -t | --type | -L)
                 # get has a --type without a word behind it.
                 if [[ $command != get || ${words[at]} != --type ]]; then
                     [[ ${words[at + 1]} != = ]] || ((++at))
@@ -63,7 +63,7 @@ _vqreg() {
         --file) _vqreg_files; return ;;
         --color) mapfile -t COMPREPLY < <(compgen -W 'auto always never' -- "$cur"); return ;;
         --key) _vqreg_offer < <(_vqreg_names keys "$plain"); return ;;
-        --root | --timeout | --default | -L) return ;;
+        --root | --timeout | --default | --if | --verify | -L) return ;;
         -t | --type)
             if [[ $command == set ]]; then
                 mapfile -t COMPREPLY < <(compgen -W 'string dword binary' -- "$cur")
@@ -82,10 +82,11 @@ _vqreg() {
     fi
     case $command:${#arguments[@]} in
         help:0) mapfile -t COMPREPLY < <(compgen -W "$commands" -- "$cur") ;;
-        import:0 | check:0 | diff:[01]) _vqreg_files ;;
-        get:0 | set:0 | rm:0 | mkkey:0 | ls:0 | tree:0 | export:0 | watch:0 | edit:0 | cp:0 | mv:0)
+        import:0 | apply:0 | check:0 | diff:[01]) _vqreg_files ;;
+        get:0 | set:0 | incr:0 | rm:0 | mkkey:0 | ls:0 | tree:0 | export:0 | watch:0 | edit:0 | cp:0 | \
+            mv:0)
             _vqreg_offer < <(_vqreg_names keys "$plain") ;;
-        get:1 | set:1 | rm:1)
+        get:1 | set:1 | incr:1 | rm:1)
             _vqreg_offer < <(_vqreg_names values "${arguments[0]}" "$plain") ;;
         cp:1 | mv:1)
             _vqreg_offer < <(_vqreg_names keys "$plain"

@@ -1,0 +1,192 @@
+// Programs that have a store open, and what they bring back.
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <chrono>
+#include <fstream>
+#include <future>
+#include <nlohmann/json.hpp>
+
+#include "support/Agent.h"
+#include "support/Wait.h"
+#include "tools/TerminalProcess.h"
+#include "tools/VqregStore.h"
+
+using vqtest::Agent;
+using vqtest::Arguments;
+using vqtest::CommandResult;
+using vqtest::prints;
+
+namespace {
+
+const std::string kText =
+    "[Velquist]\n[Velquist/Net]\n\"Name\"=string:eth0\n\"Port\"=dword:00000050\n";
+
+using Clock = std::chrono::steady_clock;
+
+}  // namespace
+
+class OpenStore : public vqtest::VqregStore {
+protected:
+    OpenStore() : agent(VQREG_AGENT_PATH) {
+        file.write(kText);
+        EXPECT_EQ(agent.open(file.path()), 0);
+        EXPECT_EQ(agent.get("Net", "Port").code, 0);
+    }
+
+    std::string warning() const { return warning(agent.pid()); }
+
+    static std::string warning(pid_t pid) {
+        return "vqreg: open in " + std::to_string(pid) +
+               " (agent): a value that is deleted here comes back with its next change; stop it "
+               "first\n";
+    }
+
+    // The agent's next change brings back what it has in its memory.
+    void expectReturn(Arguments arguments, const std::string& input, const std::string& returned) {
+        arguments.insert(arguments.begin(), {"--file", file.path()});
+        arguments.insert(arguments.end(), {"--verify", "60"});
+        const std::string before = file.read();
+        vqtest::VqregProcess command(arguments, {{"EDITOR", editor()}});
+        const auto isRead = std::async(std::launch::async, [&] {
+            ASSERT_TRUE(vqtest::waitUntil([&] { return file.read() != before; }));
+            EXPECT_EQ(agent.set("Net", "Name", "eth" + std::to_string(++changes)), 0);
+        });
+        const CommandResult result = command.finish(input);
+        EXPECT_EQ(result.status, 1);
+        EXPECT_EQ(result.err.substr(result.err.find("vqreg: ")), warning() + returned);
+    }
+
+    // Of one line: it removes the line of the value Port.
+    std::string editor() const {
+        const std::string path = file.directory() + "/editor";
+        std::ofstream(path) << "#!/bin/sh\nsed -i '/Port/d' \"$1\"\n";
+        ::chmod(path.c_str(), 0755);
+        return path;
+    }
+
+    Agent agent;
+    int changes = 0;
+};
+
+TEST_F(OpenStore, IsToldByInfo) {
+    Agent second(VQREG_AGENT_PATH);
+    ASSERT_EQ(second.open(file.path()), 0);
+    Agent elsewhere(VQREG_AGENT_PATH);
+    vqtest::TempStore other;
+    ASSERT_EQ(elsewhere.open(other.path()), 0);
+    const pid_t low = std::min(agent.pid(), second.pid());
+    const pid_t high = std::max(agent.pid(), second.pid());
+    const std::string line = "\nopen in        " + std::to_string(low) + " (agent), " +
+                             std::to_string(high) + " (agent)\n";
+    const auto text = run({"info"}).out;
+    EXPECT_NE(text.find(line), std::string::npos) << text;
+    const auto json = nlohmann::json::parse(run({"info", "--json"}).out);
+    EXPECT_EQ(json["openIn"], nlohmann::json({{{"pid", low}, {"program", "agent"}},
+                                              {{"pid", high}, {"program", "agent"}}}));
+    second.exit();
+    agent.exit();
+    second.waitExit();
+    agent.waitExit();
+    EXPECT_NE(run({"info"}).out.find("\nopen in        no process in sight\n"), std::string::npos);
+    EXPECT_TRUE(nlohmann::json::parse(run({"info", "--json"}).out)["openIn"].empty());
+}
+
+// Every program looks into the default store once, for the level of its trace.
+TEST_F(OpenStore, IsNotTheDefaultStoreOfEveryProgram) {
+    EXPECT_EQ(vqtest::runVqreg({"mkkey", "K"}), prints(""));
+    EXPECT_EQ(vqtest::runVqreg({"set", "K", "V", "1"}), prints(""));
+    Agent second(VQREG_AGENT_PATH);
+    ASSERT_EQ(second.open(file.path()), 0);
+    EXPECT_EQ(vqtest::runVqreg({"rm", "K", "V"}), prints(""));
+    ASSERT_EQ(second.open(), 0);
+    EXPECT_EQ(vqtest::runVqreg({"rm", "K"}).err, warning(second.pid()));
+}
+
+TEST_F(OpenStore, IsNamedBeforeADeletion) {
+    const CommandResult warned = {0, "", warning()};
+    EXPECT_EQ(run({"rm", "Net", "Port"}), warned);
+    EXPECT_EQ(run({"rm", "-r", "Net"}), warned);
+    file.write(kText);
+    EXPECT_EQ(run({"mv", "Net", "Port", "Net", "Other"}), warned);
+    EXPECT_EQ(run({"mv", "Net", "Far"}), warned);
+    EXPECT_EQ(run({"batch"}, "mkkey K\nrm K\nrm -r Far\n"), warned);
+    EXPECT_EQ(run({"import", "--replace", "-"}, "[Velquist]\n").err, "");
+    file.write(kText);
+    EXPECT_EQ(run({"import", "--replace", "-"}, "[Velquist]\n[Velquist/Net]\n"), warned);
+    EXPECT_EQ(run({"restore", "--json"}).err, "");
+    EXPECT_EQ(run({"restore", "--json"}).err, warning());
+}
+
+TEST_F(OpenStore, IsNamedBeforeTheQuestion) {
+    vqtest::TerminalProcess command(VQREG_COMMAND_PATH,
+                                    {"--file", file.path(), "rm", "Net", "Port"});
+    command.expect(warning() + "vqreg: remove the value \"Port\" of the key \"Net\"? [y/N] ");
+    command.type("n\n");
+    EXPECT_EQ(command.finish().status, 1);
+    EXPECT_EQ(file.read(), kText);
+}
+
+TEST_F(OpenStore, IsNotNamedWhereNothingIsDeleted) {
+    EXPECT_EQ(run({"set", "Net", "Port", "81"}), prints(""));
+    EXPECT_EQ(run({"import", "-"}, "[Velquist]\n[Velquist/New]\n"), prints(""));
+    EXPECT_EQ(run({"import", "--replace", "-"}, file.read()), prints(""));
+    EXPECT_EQ(run({"rm", "--if-exists", "Net", "No"}), prints(""));
+    EXPECT_EQ(run({"rm", "Net", "No"}).err,
+              "vqreg: the value \"No\" of the key \"Net\" does not exist\n");
+    EXPECT_EQ(run({"mv", "Net", "NET"}), prints(""));
+    EXPECT_EQ(run({"mv", "Net", "Port", "Net", "PORT"}), prints(""));
+    EXPECT_EQ(run({"cp", "Net", "Copy"}), prints(""));
+}
+
+TEST_F(OpenStore, BringsBackWhatIsVerified) {
+    const std::string port = "vqreg: the value \"Port\" of the key \"Net\" has returned\n";
+    expectReturn({"rm", "Net", "Port"}, "", port);
+    expectReturn({"mv", "Net", "Port", "Net", "Moved"}, "", port);
+    expectReturn({"batch"}, "rm Net Port\n", port);
+    expectReturn({"import", "--replace", "-"}, "[Velquist/Net]\n\"Name\"=string:x\n",
+                 "vqreg: the value \"Moved\" of the key \"Net\" has returned\n" + port);
+}
+
+TEST_F(OpenStore, BringsBackWhatWasEditedAway) {
+    expectReturn({"edit", "-y"}, "", "vqreg: the value \"Port\" of the key \"Net\" has returned\n");
+}
+
+TEST_F(OpenStore, BringsBackAKeyWithAllThatIsBelowIt) {
+    expectReturn({"rm", "-r", "Net"}, "",
+                 "vqreg: the key \"Net\" has returned\n"
+                 "vqreg: the value \"Name\" of the key \"Net\" has returned\n"
+                 "vqreg: the value \"Port\" of the key \"Net\" has returned\n");
+}
+
+TEST_F(OpenStore, BringsBackWhatWasRestoredAway) {
+    EXPECT_EQ(run({"set", "Net", "Late", "1"}), prints(""));
+    EXPECT_EQ(agent.get("Net", "Late").code, 0);
+    expectReturn({"restore"}, "",
+                 "vqreg: the value \"Late\" of the key \"Velquist/Net\" has "
+                 "returned\n");
+}
+
+TEST_F(OpenStore, IsLookedAtForTheWholeTimeWhenNothingReturns) {
+    agent.exit();
+    agent.waitExit();
+    const auto start = Clock::now();
+    EXPECT_EQ(run({"rm", "--verify", "0.3", "--json", "Net", "Port"}).status, 0);
+    EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(300));
+    EXPECT_EQ(run({"rm", "--verify", "-1", "Net", "Name"}).status, 2);
+    EXPECT_EQ(run({"rm", "--verify", "soon", "Net", "Name"})
+                  .err.find("vqreg: --verify must be a number from 0 to 1000000, not \"soon\"\n"),
+              0u);
+    EXPECT_EQ(run({"get", "Net", "Name"}), prints("eth0\n"));
+}
+
+TEST_F(OpenStore, TellsProgramsWhatReturned) {
+    vqtest::VqregProcess command(
+        {"--file", file.path(), "rm", "--json", "--verify", "60", "Net", "Port"});
+    ASSERT_TRUE(vqtest::waitUntil([&] { return file.read() != kText; }));
+    EXPECT_EQ(agent.set("Net", "Name", "eth1"), 0);
+    const auto json = nlohmann::json::parse(command.finish().out);
+    EXPECT_EQ(json["changed"], true);
+    ASSERT_EQ(json["returned"].size(), 1u);
+    EXPECT_EQ(json["returned"][0]["path"], "Net/Port");
+}

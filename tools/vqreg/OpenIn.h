@@ -1,0 +1,26 @@
+// Which programs have a store open. Each of them keeps a store's values in its memory, so that what
+// is deleted by somebody else comes back with its next change.
+#ifndef TOOLS_VQREG_OPENIN_H
+#define TOOLS_VQREG_OPENIN_H
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+namespace vqreg {
+
+struct OpenIn {
+    pid_t pid = 0;
+    std::string program;
+
+    std::string text() const;  // "27846 (heaterd)"
+};
+
+// The processes, except this one, that have the store of the file in memory, by their numbers.
+// The system lets only root look into processes of other users.
+std::vector<OpenIn> processesWith(const std::string& file);
+
+}  // namespace vqreg
+
+#endif  // TOOLS_VQREG_OPENIN_H
