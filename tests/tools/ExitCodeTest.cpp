@@ -219,8 +219,8 @@ TEST_F(ExitCode, WhoOnlyReadsWaitsForNobody) {
 // it is missing.
 TEST_F(ExitCode, LockOfTheDefaultStoreCountsToo) {
     file.write(kText);
-    std::ofstream("/etc/Velquist.cfg") << "[Velquist]\n";
     const LockHolder holder("/etc/Velquist.cfg");
+    std::ofstream("/etc/Velquist.cfg") << "[Velquist]\n";
     const auto result = run({"--timeout", "0.2", "get", "/", "V"});
     EXPECT_EQ(result.status, 6);
     EXPECT_NE(result.err.find("the lock of /etc/Velquist.cfg"), std::string::npos) << result.err;

@@ -1,4 +1,5 @@
 // vqreg info, where the text of the store is not in its place.
+#include <VQRegLib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 

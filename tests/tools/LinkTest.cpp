@@ -1,4 +1,5 @@
 // A symbolic link in the place of the store's file.
+#include <VQRegLib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 

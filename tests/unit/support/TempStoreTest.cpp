@@ -75,7 +75,7 @@ TEST(TempStore, RemovesWhatBelongsToItAndNothingElse) {
     }
     store->write("x");
     fs::create_directories(directory + "/a/b");
-    EXPECT_THAT(store->sharedObjects(), ElementsAre(mutex, memory));
+    EXPECT_THAT(store->sharedObjects(), ElementsAre(memory, mutex));
 
     store.reset();
     EXPECT_FALSE(fs::exists(directory));
