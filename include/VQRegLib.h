@@ -4,7 +4,7 @@
 /// A program opens a session (`CRegLib`), opens keys by path (`CRegKey` handles) and sets, queries,
 /// enumerates and deletes typed values below them. All processes that name the same configuration
 /// file see the same keys and values: every change is written to the file before the call returns,
-/// and every other process reads it at its next call.
+/// and every other process reads it at its next call. Reading never waits for another process.
 ///
 /// All texts are NUL-terminated byte strings; the library looks at no encoding. Names are found
 /// regardless of ASCII case and keep the spelling with which they were created.
@@ -136,7 +136,7 @@ public:
 /// `REGLIB_E_FAIL` when memory is short or a required text or pointer is null;
 /// `REGLIB_E_BAD_FORMAT` when the file has a malformed line (the lines before it have been read;
 /// every operation answers this until the file is mended); `REGLIB_E_FILE_OPEN` when the file
-/// cannot be read. Operations that change something return `REGLIB_E_FILE_OPEN` also when the new
+/// cannot be read, or the lock that a change needs cannot be had (no descriptor is left). Operations that change something return `REGLIB_E_FILE_OPEN` also when the new
 /// file cannot be written whole (no permission in the directory, no room): the change then stays in
 /// this process's memory only and is written with the next change that succeeds. They do not tell
 /// when the new file is written but cannot take the old one's place: docs/guarantees.md.
@@ -263,8 +263,8 @@ public:
     ///         buffer untouched; `REGLIB_E_NOT_FOUND`; `REGLIB_E_NOT_A_VALUE`;
     ///         `REGLIB_E_INVALID_HANDLE`; `REGLIB_E_NOT_A_KEY`; `REGLIB_E_BAD_TYPE`; and the common
     ///         codes. When memory runs out before the value is found, the result is `REGLIB_OK`
-    ///         with the type `eNone` and nothing else written, and the store stays locked for other
-    ///         processes until this thread ends.
+    ///         with the type `eNone` and nothing else written. If the file was missing just then, or
+    ///         its writer had died, nobody else can change the store until this thread ends.
     int VQRegQueryValue(CRegKey& key, const char* valueName, eDataType& type, unsigned char* buffer,
                         unsigned long* size);
 
@@ -336,10 +336,10 @@ public:
     void ClrRegistryChangeHandler(CRegistryChangeHandler* handler);
 
     /// Begins an update: the changes up to its end become one write of the file, and other
-    /// processes see all of them or none. The calling thread keeps the store to itself until then;
-    /// every other process and thread waits, so be brief. Its own operations see the changes at
-    /// once. Updates nest, and the outermost one counts. A process that dies in an update has
-    /// changed nothing.
+    /// processes see all of them or none. Until then they go on reading the state before it, but
+    /// whoever wants to change something waits, and so does every other thread that uses the store
+    /// in this process; so be brief. The thread's own operations see the changes at once. Updates
+    /// nest, and the outermost one counts. A process that dies in an update has changed nothing.
     ///
     /// A thread that has an update on a file cannot change it through another of its stores, one with
     /// another root key for example: such calls return `REGLIB_E_FAIL` and change nothing, and reads
