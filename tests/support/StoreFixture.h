@@ -30,6 +30,8 @@ public:
     void setSharedStamp(std::uint64_t stamp) const { *m_store.m_pullSharedChangeStamp = stamp; }
     /// As a writer does before it touches a name, and never takes back when it dies.
     void markReplacing() const { m_store.markReplacing(); }
+    /// As if the mark of a replacement had been seen so long ago.
+    void markedBefore(std::uint32_t seconds) const { m_store.m_oddSince -= seconds; }
     /// As another process's write does.
     void moveStamp() const { setSharedStamp(sharedStamp() + 2); }
     bool isFileOpen() const { return m_store.m_pFile != nullptr; }
