@@ -1,6 +1,10 @@
 // A process that is stopped while it changes a store, wherever that is, holds up nobody who reads.
 #include <gtest/gtest.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
+#include <csignal>
+#include <cstdint>
 #include <deque>
 #include <optional>
 #include <string>
@@ -64,6 +68,29 @@ protected:
         EXPECT_EQ(store.read(), after.text());
     }
 
+    // Leaves the mark of a writer that has died before it touched the store's file.
+    void killBeforeReplacement() {
+        SteppedChild child([&](auto begin) {
+            CRegLib& session = vqtest::sessionOfChild(store.path());
+            begin();
+            return vqtest::setNumber(session, "A", 9) >= 0 ? 0 : 1;
+        });
+        std::uint64_t number = 0;
+        std::uint64_t argument = 0;
+        while (child.step() && !(child.isEntering(number, argument) && isRename(number))) {
+        }
+        ASSERT_EQ(child.kill(), -SIGKILL) << "no file was renamed";
+        ASSERT_EQ(store.read(), kBefore.text());
+    }
+
+    static bool isRename(std::uint64_t number) {
+#ifdef SYS_rename
+        return number == SYS_rename || number == SYS_renameat2;
+#else
+        return number == SYS_renameat || number == SYS_renameat2;
+#endif
+    }
+
     TempStore store;
     std::optional<Witnesses> witnesses;
     bool isSeen = false;  // the change, by any process
@@ -83,6 +110,14 @@ TEST_F(StoppedWriter, AnywhereInAnUpdateHoldsUpNoReaderAndShowsNoHalf) {
         const int second = vqtest::setNumber(session, "B", 2);
         return first < 0 || second < 0 ? -1 : update.end();
     });
+}
+
+TEST_F(StoppedWriter, AfterTheDeathOfAnotherHoldsUpNoReader) {
+    killBeforeReplacement();
+    lookAtStop(0, kBefore);
+    isSeen = false;
+    stopEverywhere({2, 1, false},
+                   [](CRegLib& session) { return vqtest::setNumber(session, "A", 2); });
 }
 
 TEST_F(StoppedWriter, AnywhereInAKeysCreationHoldsUpNoReader) {

@@ -137,7 +137,8 @@ public:
     CRegLib& session() { return *m_session; }
     Agent& agent() { return m_agent; }
 
-    /// What each of them sees, one after the other, is handed to `expect`.
+    /// What each of them sees, one after the other, is handed to `expect`. Those that have the store
+    /// open look once more after those that open it: they could be the last to know.
     template <typename Expect>
     void look(bool alsoProgram, Expect expect) {
         expect("the test's session", lookThrough(*m_session));
@@ -150,6 +151,8 @@ public:
         if (alsoProgram) {
             expect("a new program", lookFromProgram(m_path));
         }
+        expect("the test's session, again,", lookThrough(*m_session));
+        expect("the agent, again,", lookThrough(m_agent));
     }
 
 private:
