@@ -25,7 +25,7 @@ using vqtest::Witnesses;
 
 namespace {
 
-constexpr unsigned kLookSeconds = 40;
+constexpr unsigned kLookSeconds = 25;
 constexpr int kStopsOfAProgram = 8;  // a program is started after one of so many deaths
 constexpr auto kWholeBudget = std::chrono::seconds(20);
 

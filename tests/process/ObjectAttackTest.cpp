@@ -194,6 +194,12 @@ protected:
         ASSERT_EQ(late.open(store.path()), REGLIB_OK);
         EXPECT_EQ(late.get(".", "A").dword(), a);
         EXPECT_EQ(late.get(".", "B").dword(), b);
+        ASSERT_EQ(late.set(".", "A", ++a), REGLIB_OK);
+        EXPECT_TRUE(vqtest::waitUntil([this] {
+            return vqtest::numberOf(*session, "A") == a && agent.get(".", "A").dword() == a;
+        })) << "who comes later has a world of its own";
+        ASSERT_EQ(agent.set(".", "B", ++b), REGLIB_OK);
+        EXPECT_TRUE(vqtest::waitUntil([&] { return late.get(".", "B").dword() == b; }));
     }
 
     void workUnder(const Attack& attack) {

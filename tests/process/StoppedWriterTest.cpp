@@ -23,7 +23,7 @@ using vqtest::Witnesses;
 
 namespace {
 
-constexpr unsigned kLookSeconds = 40;  // for all looks at one stop; an order to an agent has 20
+constexpr unsigned kLookSeconds = 25;  // for all looks at one stop; an order to an agent has 20
 constexpr int kStopsOfAProgram = 8;    // a program is started at one of so many
 constexpr Sight kBefore{1, 1, false};
 
