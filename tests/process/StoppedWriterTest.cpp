@@ -6,6 +6,7 @@
 #include <csignal>
 #include <cstdint>
 #include <deque>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -144,12 +145,12 @@ TEST_F(StoppedWriter, AnywhereInAnOpeningThatAddsTheRootKeyHoldsUpNoReader) {
 namespace {
 
 // Children that open one store each, the first of all processes to do so; each is stopped at another
-// place.
+// place. They inherit the trace options, which else each would read from one store of the machine.
 class StoppedOpeners {
 public:
     StoppedOpeners() {
         bool isLast = false;
-        for (int stops = 1; !isLast; ++stops) {
+        for (int stops = 1; !isLast && stops < kMostStops; ++stops) {
             m_stores.emplace_back();
             vqtest::writeStore(m_stores.back(), kBefore);
             const std::string path = m_stores.back().path();
@@ -165,6 +166,10 @@ public:
     std::deque<SteppedChild>& children() { return m_children; }
 
 private:
+    static constexpr int kMostStops = 400;  // many more than an opening makes
+
+    const TempStore m_ownStore;
+    const std::unique_ptr<CRegLib> m_own = vqtest::openSession(m_ownStore.path());
     std::deque<TempStore> m_stores;
     std::deque<SteppedChild> m_children;
 };
