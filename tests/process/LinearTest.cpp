@@ -1,0 +1,418 @@
+// Readers and writers of eight processes with four threads each, which are stopped and killed at
+// random: whatever they see has one order, which no clock contradicts.
+//
+// VQREG_TEST_SECONDS makes the test longer. The long form takes ten minutes, more than ctest grants:
+//   VQREG_TEST_SECONDS=600 bin/private_root bin/process --gtest_filter='Linear.*'
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <cstdint>
+#include <cstdlib>
+#include <deque>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <random>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "VQRegLib.h"
+#include "support/ChildLife.h"
+#include "support/ForkedChild.h"
+#include "support/TempStore.h"
+#include "support/Wait.h"
+#include "support/WatchedStore.h"
+
+using namespace VQRegLib;
+using vqtest::Common;
+using vqtest::ForkedChild;
+using vqtest::TempStore;
+
+namespace {
+
+constexpr int kProcesses = 8;
+constexpr int kThreads = 4;
+constexpr int kSlots = kProcesses * kThreads;
+constexpr int kPair = kSlots;         // the values A and B, which all writers count up together
+constexpr int kObjects = kSlots + 1;  // and one value for each slot, which only that one counts up
+constexpr std::size_t kMostEvents = 1u << 15;
+constexpr long kRoundSeconds = 8;
+
+std::int64_t now() {
+    timespec time{};
+    clock_gettime(CLOCK_MONOTONIC, &time);
+    return time.tv_sec * std::int64_t{1'000'000'000} + time.tv_nsec;
+}
+
+// A write, or several readings by one thread that brought the same number. Of these the first end
+// and the last begin matter: a later begin asks more of the number, an earlier end more of others.
+struct Event {
+    std::int64_t begin;  // the last
+    std::int64_t end;    // the first; 0: never
+    std::int32_t object;
+    std::uint32_t number;
+    bool isWrite;
+};
+
+// What one thread has done, also through the deaths of its processes. The size is stored last.
+struct History {
+    std::atomic<std::size_t> size;
+    std::array<Event, kMostEvents> events;
+
+    bool isFull() const { return size >= kMostEvents; }
+    Event* add(const Event& event) {
+        const std::size_t at = size;
+        events[at] = event;
+        size.store(at + 1, std::memory_order_release);
+        return &events[at];
+    }
+};
+
+struct Shared {
+    std::atomic<bool> isOver;
+    std::atomic<int> faults;
+    std::array<char, 200> fault;  // the first of them
+    std::array<History, kSlots> histories;
+};
+
+std::string nameOf(int object) {
+    return "Own" + std::to_string(object);
+}
+
+// One of the threads of a process.
+class Worker {
+public:
+    Worker(Shared& shared, const std::string& path, int slot, unsigned seed)
+        : m_shared(shared),
+          m_history(shared.histories[static_cast<std::size_t>(slot)]),
+          m_path(path),
+          m_slot(slot),
+          m_random(seed),
+          // Two threads share a store, the other two have one of their own on the same file.
+          m_session(vqtest::openSession(path, slot % 2 == 0 ? nullptr : "VELQUIST")) {}
+
+    void run() {
+        if (!m_session->RootKey()) {
+            fault("no store", 0, 0);
+            return;
+        }
+        while (!m_shared.isOver && !m_history.isFull()) {
+            const unsigned what = m_random() % 16;
+            if (what == 0) {
+                writePair();
+            } else if (what == 1) {
+                writeOwn();
+            } else if (what == 2) {
+                readText();
+            } else if (what < 8) {
+                readPair();
+            } else {
+                readOne(static_cast<int>(m_random() % kSlots));
+            }
+        }
+    }
+
+private:
+    void fault(const char* what, long one, long other) {
+        if (m_shared.faults++ == 0) {
+            std::snprintf(m_shared.fault.data(), m_shared.fault.size(), "%s: %ld, %ld", what, one,
+                          other);
+        }
+    }
+
+    long query(const std::string& name) { return vqtest::numberOf(*m_session, name.c_str()); }
+
+    void noteRead(int object, std::int64_t begin, long number) {
+        const std::int64_t end = now();
+        Event*& last = m_lastReads[static_cast<std::size_t>(object)];
+        if (last && last->number == static_cast<std::uint32_t>(number)) {
+            last->begin = begin;
+        } else if (!m_history.isFull()) {
+            last = m_history.add({begin, end, object, static_cast<std::uint32_t>(number), false});
+        }
+    }
+
+    void readOne(int object) {
+        const std::int64_t begin = now();
+        const long number = query(nameOf(object));
+        if (number < 0) {
+            fault("a value is missing", object, 0);
+        } else {
+            noteRead(object, begin, number);
+        }
+    }
+
+    // The second is read later and may be newer.
+    void readPair() {
+        std::int64_t begin = now();
+        const long a = query("A");
+        noteRead(kPair, begin, a);
+        begin = now();
+        const long b = query("B");
+        noteRead(kPair, begin, b);
+        if (a < 0 || b < a) {
+            fault("B is older than A", a, b);
+        }
+    }
+
+    // Within one text the two are the same.
+    void readText() {
+        std::ifstream in(m_path, std::ios::binary);
+        const std::string text((std::istreambuf_iterator<char>(in)),
+                               std::istreambuf_iterator<char>());
+        const std::size_t a = text.find("\"A\"=dword:");
+        const std::size_t b = text.find("\"B\"=dword:");
+        if (a == std::string::npos || b == std::string::npos ||
+            text.substr(a + 10, 8) != text.substr(b + 10, 8)) {
+            fault("a text is not whole", static_cast<long>(a), static_cast<long>(b));
+        }
+    }
+
+    // What comes of a write is noted before, because the process may die of it.
+    Event* noteWrite(int object, std::int64_t begin, long number) {
+        return m_history.add({begin, 0, object, static_cast<std::uint32_t>(number), true});
+    }
+
+    void writePair() {
+        const std::int64_t begin = now();
+        CRegUpdate update(*m_session);
+        const long a = query("A");
+        const long b = query("B");
+        if (update.result() < 0 || a != b || a < 0) {
+            fault("an update began with", a, b);
+            return;
+        }
+        if (m_history.isFull()) {
+            return;
+        }
+        Event* const event = noteWrite(kPair, begin, a + 1);
+        const int first = vqtest::setNumber(*m_session, "A", static_cast<unsigned long>(a + 1));
+        const int second = vqtest::setNumber(*m_session, "B", static_cast<unsigned long>(a + 1));
+        if (first < 0 || second < 0 || update.end() < 0) {
+            fault("an update failed", first, second);
+            return;
+        }
+        event->end = now();
+    }
+
+    void writeOwn() {
+        const long number = query(nameOf(m_slot)) + 1;
+        if (m_history.isFull() || number <= 0) {
+            return;
+        }
+        Event* const event = noteWrite(m_slot, now(), number);
+        if (vqtest::setNumber(*m_session, nameOf(m_slot).c_str(),
+                              static_cast<unsigned long>(number)) < 0) {
+            fault("a set failed", m_slot, number);
+            return;
+        }
+        event->end = now();
+    }
+
+    Shared& m_shared;
+    History& m_history;
+    const std::string m_path;
+    const int m_slot;
+    std::minstd_rand m_random;
+    const std::unique_ptr<CRegLib> m_session;
+    std::array<Event*, kObjects> m_lastReads{};
+};
+
+// The histories of one object.
+class Judge {
+public:
+    Judge(const Shared& shared, int object, std::uint32_t first) : m_first(first) {
+        for (const History& history : shared.histories) {
+            const std::size_t size = std::min(history.size.load(), kMostEvents);
+            std::copy_if(history.events.begin(),
+                         history.events.begin() + static_cast<std::ptrdiff_t>(size),
+                         std::back_inserter(m_events),
+                         [&](const Event& event) { return event.object == object; });
+        }
+    }
+
+    std::size_t acknowledged() const { return count(true); }
+
+    // All that was read had been written, and no number was acknowledged to two writers.
+    void expectOnlyWritten() const {
+        std::set<std::uint32_t> tried{m_first};
+        std::set<std::uint32_t> acknowledged;
+        for (const Event& event : m_events) {
+            if (event.isWrite) {
+                tried.insert(event.number);
+                if (event.end != 0) {
+                    EXPECT_TRUE(acknowledged.insert(event.number).second)
+                        << event.number << " was written twice";
+                }
+            }
+        }
+        for (const Event& event : m_events) {
+            if (!event.isWrite) {
+                ASSERT_EQ(tried.count(event.number), 1u) << event.number << " was never written";
+            }
+        }
+    }
+
+    // Nothing is older than what had been read, or written, before it began.
+    void expectOneOrder() {
+        std::vector<const Event*> ends;
+        std::vector<const Event*> begins;
+        for (const Event& event : m_events) {
+            begins.push_back(&event);
+            if (event.end != 0) {
+                ends.push_back(&event);
+            }
+        }
+        std::sort(begins.begin(), begins.end(),
+                  [](const Event* a, const Event* b) { return a->begin < b->begin; });
+        std::sort(ends.begin(), ends.end(),
+                  [](const Event* a, const Event* b) { return a->end < b->end; });
+        auto ended = ends.begin();
+        std::uint32_t newest = m_first;
+        for (const Event* event : begins) {
+            for (; ended != ends.end() && (*ended)->end < event->begin; ++ended) {
+                newest = std::max(newest, (*ended)->number);
+            }
+            ASSERT_GE(event->number, newest) << (event->isWrite ? "a write" : "a read");
+        }
+    }
+
+    void expectKept(long number) const {
+        std::uint32_t newest = m_first;
+        for (const Event& event : m_events) {
+            newest = event.end != 0 ? std::max(newest, event.number) : newest;
+        }
+        EXPECT_GE(number, static_cast<long>(newest));
+        EXPECT_GE(number, static_cast<long>(m_first + count(true)));
+        EXPECT_LE(number, static_cast<long>(m_first + count(true) + count(false)));
+    }
+
+private:
+    std::size_t count(bool acknowledged) const {
+        return static_cast<std::size_t>(std::count_if(
+            m_events.begin(), m_events.end(),
+            [&](const Event& event) { return event.isWrite && (event.end != 0) == acknowledged; }));
+    }
+
+    const std::uint32_t m_first;  // the number before the first write
+    std::vector<Event> m_events;
+};
+
+class Linear : public testing::Test {
+protected:
+    using Numbers = std::vector<long>;
+
+    // Of all objects; the last is the pair.
+    Numbers numbers() const {
+        const auto session = vqtest::openSession(store.path());
+        Numbers result;
+        for (int object = 0; object < kSlots; ++object) {
+            result.push_back(vqtest::numberOf(*session, nameOf(object).c_str()));
+        }
+        result.push_back(vqtest::numberOf(*session, "A"));
+        EXPECT_EQ(vqtest::numberOf(*session, "B"), result.back());
+        return result;
+    }
+
+    void makeValues() const {
+        const auto session = vqtest::openSession(store.path());
+        CRegUpdate update(*session);
+        for (int object = 0; object < kSlots; ++object) {
+            vqtest::setNumber(*session, nameOf(object).c_str(), 0);
+        }
+        vqtest::setNumber(*session, "A", 0);
+        vqtest::setNumber(*session, "B", 0);
+        ASSERT_EQ(update.end(), REGLIB_OK);
+    }
+
+    std::unique_ptr<ForkedChild> spawn(Shared& shared, int process) {
+        const pid_t parent = getpid();
+        const unsigned seed = m_seed++;
+        return std::make_unique<ForkedChild>([&shared, this, process, parent, seed] {
+            vqtest::endWithParent(parent, 4 * kRoundSeconds + 60);
+            std::deque<std::thread> threads;
+            for (int i = 0; i < kThreads; ++i) {
+                threads.emplace_back([&shared, this, slot = process * kThreads + i, seed] {
+                    Worker(shared, store.path(), slot, seed * kSlots + static_cast<unsigned>(slot))
+                        .run();
+                });
+            }
+            for (std::thread& thread : threads) {
+                thread.join();
+            }
+            return 0;
+        });
+    }
+
+    // Stops one for a moment, or kills it and makes another. The moments between these are random.
+    void disturb(Shared& shared, int process) {
+        std::unique_ptr<ForkedChild>& child = m_children[static_cast<std::size_t>(process)];
+        std::uniform_int_distribution<int> pause(0, 20);
+        if (m_random() % 4 == 0) {
+            child->kill();
+            child = spawn(shared, process);
+        } else {
+            ::kill(child->pid(), SIGSTOP);
+            std::this_thread::sleep_for(std::chrono::milliseconds(pause(m_random)));
+            ::kill(child->pid(), SIGCONT);
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(pause(m_random)));
+    }
+
+    void work(Shared& shared, std::chrono::seconds duration) {
+        for (int process = 0; process < kProcesses; ++process) {
+            m_children.push_back(spawn(shared, process));
+        }
+        const auto end = std::chrono::steady_clock::now() + duration;
+        while (std::chrono::steady_clock::now() < end && shared.faults == 0) {
+            disturb(shared, static_cast<int>(m_random() % kProcesses));
+        }
+        shared.isOver = true;
+        for (const auto& child : m_children) {
+            EXPECT_EQ(child->wait(), 0);
+        }
+        m_children.clear();
+    }
+
+    void round(std::chrono::seconds duration) {
+        const Numbers before = numbers();
+        Common<Shared> shared;
+        work(*shared, duration);
+        ASSERT_EQ(shared->faults, 0) << shared->fault.data();
+        const Numbers after = numbers();
+        for (int object = 0; object < kObjects; ++object) {
+            const auto at = static_cast<std::size_t>(object);
+            SCOPED_TRACE(object == kPair ? "A and B" : nameOf(object));
+            Judge judge(*shared, object, static_cast<std::uint32_t>(before[at]));
+            judge.expectOnlyWritten();
+            judge.expectOneOrder();
+            judge.expectKept(after[at]);
+            EXPECT_TRUE(object != kPair || judge.acknowledged() > 10) << "next to nothing happened";
+        }
+    }
+
+    TempStore store;
+    std::minstd_rand m_random{7};
+    unsigned m_seed = 1;
+    std::vector<std::unique_ptr<ForkedChild>> m_children;
+};
+
+}  // namespace
+
+TEST_F(Linear, WhateverIsReadIsTheNewestOfAll) {
+    const char* const variable = std::getenv("VQREG_TEST_SECONDS");
+    long seconds = variable ? std::max(1L, std::atol(variable)) : kRoundSeconds;
+    makeValues();
+    for (; seconds > 0 && !HasFailure(); seconds -= kRoundSeconds) {
+        round(std::chrono::seconds(std::min(seconds, kRoundSeconds)));
+    }
+}

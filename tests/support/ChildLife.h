@@ -1,0 +1,27 @@
+// How long a child of the test process may live.
+#ifndef VQTEST_CHILD_LIFE_H
+#define VQTEST_CHILD_LIFE_H
+
+#include <sys/prctl.h>
+#include <unistd.h>
+
+#include <csignal>
+
+namespace vqtest {
+
+constexpr unsigned kChildSeconds = 60;
+
+/// In a child: it ends with the thread that forked it, also when that is killed, and after so many
+/// seconds at the latest.
+inline void endWithParent(pid_t parent, unsigned seconds = kChildSeconds) {
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (::getppid() != parent) {
+        ::_exit(1);
+    }
+    ::signal(SIGALRM, SIG_DFL);
+    ::alarm(seconds);
+}
+
+}  // namespace vqtest
+
+#endif  // VQTEST_CHILD_LIFE_H

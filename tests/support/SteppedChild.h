@@ -1,0 +1,196 @@
+// A child that goes from system call to system call, and stays stopped between them.
+#ifndef VQTEST_STEPPED_CHILD_H
+#define VQTEST_STEPPED_CHILD_H
+
+#include <sys/ptrace.h>
+#include <sys/types.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdint>
+#include <exception>
+#include <system_error>
+
+#include "support/ChildLife.h"
+
+namespace vqtest {
+
+/// A copy of the test process that is traced. `body` is called with an object `begin`: what it does
+/// before begin() it does at full speed, from there on it is stopped where each system call begins
+/// and where it ends. Its result is the exit status. The child ends with the test.
+///
+/// Only the thread that has made the object may use it.
+class SteppedChild {
+public:
+    static constexpr int kThrew = 120;     ///< exit status after an exception
+    static constexpr int kUntraced = 121;  ///< exit status where tracing is not permitted
+
+    template <typename Body>
+    explicit SteppedChild(Body body) {
+        const pid_t parent = ::getpid();
+        m_pid = ::fork();
+        if (m_pid < 0) {
+            throw std::system_error(errno, std::generic_category(), "fork");
+        }
+        if (m_pid == 0) {
+            endWithParent(parent);
+            int status = kThrew;
+            try {
+                status = body([] { letTrace(); });
+            } catch (const std::exception&) {
+                // reported by the exit status
+            }
+            ::_exit(status);
+        }
+        if (collect()) {
+            ::ptrace(PTRACE_SETOPTIONS, m_pid, nullptr, PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL);
+        }
+    }
+    ~SteppedChild() { kill(); }
+    SteppedChild(const SteppedChild&) = delete;
+    SteppedChild& operator=(const SteppedChild&) = delete;
+
+    /// Whether the system lets a process trace its child.
+    static bool isPermitted() {
+        SteppedChild child([](auto begin) {
+            begin();
+            return 0;
+        });
+        return child.finish() == 0;
+    }
+
+    pid_t pid() const { return m_pid; }
+    bool isEnded() const { return m_isEnded; }
+    int status() const { return m_status; }  ///< exit status, or the negated number of the signal
+
+    /// On to the next stop. @return false when it has ended
+    bool step() {
+        while (!m_isEnded) {
+            ::ptrace(PTRACE_SYSCALL, m_pid, nullptr, m_signal);
+            if (collect() && m_signal == kAtSystemCall) {
+                m_signal = 0;
+                return true;
+            }
+        }
+        return false;
+    }
+
+    /// Over so many stops. @return false when it has ended before
+    bool step(int stops) {
+        while (stops-- > 0 && step()) {
+        }
+        return !m_isEnded;
+    }
+
+    /// Over so many instructions of its program. @return false when it has ended before
+    bool stepInstructions(int instructions) {
+        while (instructions-- > 0 && !m_isEnded) {
+            ::ptrace(PTRACE_SINGLESTEP, m_pid, nullptr, m_signal);
+            if (collect() && (m_signal == SIGTRAP || m_signal == kAtSystemCall)) {
+                m_signal = 0;
+            }
+        }
+        return !m_isEnded;
+    }
+
+    /// At a stop: whether that is the beginning of a system call, and then which.
+    bool isEntering(std::uint64_t& number, std::uint64_t& firstArgument) const {
+        __ptrace_syscall_info info{};
+        if (::ptrace(PTRACE_GET_SYSCALL_INFO, m_pid, sizeof info, &info) <= 0 ||
+            info.op != PTRACE_SYSCALL_INFO_ENTRY) {
+            return false;
+        }
+        number = info.entry.nr;
+        firstArgument = info.entry.args[0];
+        return true;
+    }
+
+    /// Lets it run to its end. @return as `status`
+    int finish() {
+        while (!m_isEnded) {
+            ::ptrace(PTRACE_CONT, m_pid, nullptr, m_signal);
+            collect();
+        }
+        return m_status;
+    }
+
+    /// Ends it where it is. @return as `status`
+    int kill() {
+        if (!m_isEnded) {
+            ::kill(m_pid, SIGKILL);
+            finish();
+        }
+        return m_status;
+    }
+
+private:
+    static constexpr int kAtSystemCall = SIGTRAP | 0x80;
+
+    static void letTrace() {
+        if (::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0) {
+            ::_exit(kUntraced);
+        }
+        ::raise(SIGSTOP);
+    }
+
+    // Waits until it has stopped or ended. False when it has ended.
+    bool collect() {
+        int status = 0;
+        while (::waitpid(m_pid, &status, __WALL) < 0) {
+            if (errno != EINTR) {
+                throw std::system_error(errno, std::generic_category(), "waitpid");
+            }
+        }
+        m_signal = 0;
+        if (WIFSTOPPED(status)) {
+            m_signal = WSTOPSIG(status) == SIGSTOP ? 0 : WSTOPSIG(status);
+            return true;
+        }
+        m_isEnded = true;
+        m_status = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+        return false;
+    }
+
+    pid_t m_pid = -1;
+    int m_signal = 0;  // to be delivered when it goes on
+    bool m_isEnded = false;
+    int m_status = 0;
+};
+
+/// While it lives: when the test process has not come on within so many seconds, the child is killed,
+/// so that what waits for it goes on, and the test knows.
+class SteppedChildGuard {
+public:
+    SteppedChildGuard(const SteppedChild& child, unsigned seconds) {
+        s_child = child.isEnded() ? 0 : child.pid();
+        s_isTooLate = 0;
+        struct sigaction action {};
+        action.sa_handler = [](int) {
+            s_isTooLate = 1;
+            if (s_child > 0) {
+                ::kill(static_cast<pid_t>(s_child), SIGKILL);
+            }
+        };
+        ::sigaction(SIGALRM, &action, &m_old);
+        ::alarm(seconds);
+    }
+    ~SteppedChildGuard() {
+        ::alarm(0);
+        ::sigaction(SIGALRM, &m_old, nullptr);
+    }
+    SteppedChildGuard(const SteppedChildGuard&) = delete;
+    SteppedChildGuard& operator=(const SteppedChildGuard&) = delete;
+
+    bool isTooLate() const { return s_isTooLate != 0; }
+
+private:
+    static inline volatile sig_atomic_t s_child = 0;
+    static inline volatile sig_atomic_t s_isTooLate = 0;
+    struct sigaction m_old {};
+};
+
+}  // namespace vqtest
+
+#endif  // VQTEST_STEPPED_CHILD_H
