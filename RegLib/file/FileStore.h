@@ -100,6 +100,7 @@ private:
 
     // Construction.
     void chooseFile(const char* name);
+    void tellOfOlderLibrary() const;
     void openSharedObjects();
     std::unique_ptr<CRegKey> createRootKey(const char* root);
 

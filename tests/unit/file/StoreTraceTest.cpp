@@ -6,11 +6,13 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <fstream>
 #include <string>
 #include <vector>
 
 #include "portable/SharedObject.h"
 #include "support/FileOpsFake.h"
+#include "support/MappingChild.h"
 #include "support/StoreFixture.h"
 #include "support/TraceLog.h"
 
@@ -241,4 +243,28 @@ TEST_F(StoreTrace, TellsWithFlowWhySystemObjectsCouldNotBeMade) {
         EXPECT_THAT(lines(), Not(Contains(StartsWith("(Error)"))));
         ASSERT_EQ(::rmdir(object.c_str()), 0);
     }
+}
+
+// Each of them would lose what the other one changes.
+TEST_F(StoreTrace, TellsWhoHasTheLockOfAnOlderLibrary) {
+    open();
+    lines();
+    const std::string older =
+        std::string(CSharedObject::directory()) + "/" +
+        CSharedObject::nameForPath("CPMutex", file.directory() + "/./store.cfg");
+    ASSERT_TRUE(older.ends_with(encodedPath(file.path()))) << older;
+    std::ofstream(older) << std::string(80, '\0');
+    open();
+    EXPECT_THAT(lines(), IsEmpty()) << "nobody has it in use";
+    {
+        const MappingChild program(older);
+        open();
+        EXPECT_THAT(lines(),
+                    ElementsAre("(Error) CRegLibImplFile::CRegLibImplFile (0x@), process " +
+                                std::to_string(program.pid()) +
+                                " has an older version of the library, which does not "
+                                "respect this one's lock: restart it"));
+    }
+    open();
+    EXPECT_THAT(lines(), IsEmpty());
 }
