@@ -1,6 +1,5 @@
 #include "portable/Portable.h"
 
-#include <cxxabi.h>
 #include <pthread.h>
 #include <sys/random.h>
 #include <sys/syscall.h>
@@ -9,6 +8,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <exception>
 #include <cstdio>
 #include <memory>
 #include <new>
@@ -34,9 +34,10 @@ void* runThread(void* raw) {
     }
     try {
         start->entry(start->argument);
-    } catch (const abi::__forced_unwind&) {
-        throw;  // the thread is cancelled, or ends itself
     } catch (...) {
+        if (!std::current_exception()) {
+            throw;  // nothing that can be held: the thread is cancelled, or ends itself
+        }
         // It has said so where it could; the program goes on without the thread.
     }
     return nullptr;

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 
@@ -66,6 +67,7 @@ struct CPSharedMemory::Record {
     std::uint64_t ipcNamespace;
     std::int64_t id;
     unsigned char lot[16];
+    std::uint64_t counter;
 };
 
 CPSharedMemory::CPSharedMemory(const std::string& path, unsigned long size)
@@ -199,8 +201,17 @@ bool CPSharedMemory::isCurrent() {
         lockByte(m_file.descriptor(), eUsing, F_RDLCK);  // a program had closed it
     }
     Record record{};
-    return m_segment && m_file.isNamed() && read(record) && record.id == m_id &&
-           std::memcmp(record.lot, m_lot, sizeof m_lot) == 0;
+    const bool isSame = m_segment && m_file.isNamed() && read(record) && record.id == m_id &&
+                        std::memcmp(record.lot, m_lot, sizeof m_lot) == 0;
+    m_counter = isSame ? record.counter : 0;
+    return isSame;
+}
+
+void CPSharedMemory::setCounter(std::uint64_t counter) {
+    if (m_file.isOurs() && ::pwrite(m_file.descriptor(), &counter, sizeof counter,
+                                    offsetof(Record, counter)) == sizeof counter) {
+        m_counter = counter;
+    }
 }
 
 }  // namespace VQRegLib

@@ -2,6 +2,7 @@
 #ifndef PORTABLE_SHAREDMEMORY_H
 #define PORTABLE_SHAREDMEMORY_H
 
+#include <cstdint>
 #include <string>
 
 #include "portable/SharedFile.h"
@@ -35,6 +36,11 @@ public:
     // or written into it.
     bool isCurrent();
 
+    // A number that is kept in the named file beside the block, and was there at the last isCurrent; 0
+    // at first. For who cannot rely on the block alone: everybody may write that, and without a trace.
+    std::uint64_t counter() const { return m_counter; }
+    void setCounter(std::uint64_t counter);
+
 private:
     struct Record;
 
@@ -49,6 +55,7 @@ private:
     void* m_segment = nullptr;
     int m_id = -1;
     unsigned char m_lot[16] = {};
+    std::uint64_t m_counter = 0;
     bool m_creator = false;
     int m_nError = 0;
 };

@@ -72,6 +72,11 @@ int CRegLibImplFile::takeLock(unsigned long milliseconds) {
         m_file.recover();
         renewSharedStamp();
     }
+    // Somebody may have written the old number over a new stamp, to make this change undo another.
+    const std::uint64_t counter = m_pSharedMemory->counter();
+    if (counter != 0 && counter != m_ullLocalChangeStamp) {
+        m_ullLocalChangeStamp = 0;
+    }
     return isUsable ? REGLIB_OK : REGLIB_E_FILE_OPEN;
 }
 
@@ -86,8 +91,9 @@ std::uint64_t CRegLibImplFile::sharedStamp() const {
 // Later than any stamp before, whatever the clock does, even, and never 0: that is the stamp of a
 // store that has not read its file yet.
 void CRegLibImplFile::renewSharedStamp() {
-    m_pullSharedChangeStamp->store(stampAfter(sharedStamp(), CPortable::GetTickCountULL()),
-                                   std::memory_order_release);
+    const std::uint64_t stamp = stampAfter(sharedStamp(), CPortable::GetTickCountULL());
+    m_pSharedMemory->setCounter(stamp);
+    m_pullSharedChangeStamp->store(stamp, std::memory_order_release);
 }
 
 // A full barrier, because the mark must be seen before the first of the renames is.

@@ -2,8 +2,6 @@
 #ifndef REGLIB_INSTANCE_CONTAINED_H
 #define REGLIB_INSTANCE_CONTAINED_H
 
-#include <cxxabi.h>
-
 #include <exception>
 
 #include "RegLib/trace/Trace.h"
@@ -19,8 +17,6 @@ bool contained(const char* where, const void* object, Piece&& piece) {
     try {
         piece();
         return true;
-    } catch (const abi::__forced_unwind&) {
-        throw;
     } catch (const VQException& exception) {
         REGLIB_TRACE(eTraceAlways, "(Error) %s (0x%08X), exception 0x%08X, %s\n", where,
                      traceId(object), static_cast<unsigned>(exception.m_lCode), exception.m_szText);
@@ -28,6 +24,9 @@ bool contained(const char* where, const void* object, Piece&& piece) {
         REGLIB_TRACE(eTraceAlways, "(Error) %s (0x%08X), exception %s\n", where, traceId(object),
                      exception.what());
     } catch (...) {
+        if (!std::current_exception()) {
+            throw;  // the unwinding, which is nothing that can be held
+        }
         REGLIB_TRACE(eTraceAlways, "(Error) %s (0x%08X), exception of unknown kind\n", where,
                      traceId(object));
     }

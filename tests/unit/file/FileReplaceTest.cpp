@@ -257,3 +257,13 @@ TEST_F(FileReplace, ADeathBetweenTheRenamesBringsTheBackupBack) {
     EXPECT_EQ(get(*store, root, "a"), Value::ofText("x"));
     EXPECT_EQ(file.read(), "[Velquist]\n\"a\"=string:x\n");
 }
+
+// Whoever may write the stamp could otherwise make a change undo another one unseen.
+TEST_F(FileReplace, AChangeIsNotDeceivedByAnOldStampThatSomebodyPutsBack) {
+    const std::uint64_t old = probe.sharedStamp();
+    const auto other = open();
+    ASSERT_EQ(setText(*other, *other->RootKey(), "a", "x"), REGLIB_OK);
+    probe.setSharedStamp(old);
+    ASSERT_EQ(setText(*store, root, "b", "y"), REGLIB_OK);
+    EXPECT_EQ(file.read(), "[Velquist]\n\"a\"=string:x\n\"b\"=string:y\n");
+}

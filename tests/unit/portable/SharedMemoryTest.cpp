@@ -120,7 +120,7 @@ TEST_F(SharedMemory, KnowsWhetherOthersStillGetTheSame) {
     EXPECT_FALSE(memory.isCurrent());
     EXPECT_TRUE(second.isCurrent());
     const std::string record = vqtest::readFile(m_object);
-    for (std::size_t at = 16; at < record.size(); ++at) {
+    for (std::size_t at = 16; at < record.size() - sizeof(std::uint64_t); ++at) {
         std::string other = record;
         other[at] = static_cast<char>(other[at] + 1);
         std::ofstream(m_object, std::ios::binary) << other;
@@ -128,6 +128,21 @@ TEST_F(SharedMemory, KnowsWhetherOthersStillGetTheSame) {
     }
     std::ofstream(m_object, std::ios::binary) << record;
     EXPECT_TRUE(second.isCurrent());
+}
+
+TEST_F(SharedMemory, KeepsACounterBesideTheBlock) {
+    CPSharedMemory memory(m_path, 8);
+    CPSharedMemory other(m_path, 8);
+    EXPECT_TRUE(memory.isCurrent());
+    EXPECT_EQ(memory.counter(), 0u);
+    other.setCounter(7);
+    EXPECT_EQ(other.counter(), 7u);
+    EXPECT_EQ(memory.counter(), 0u) << "that of its last look";
+    EXPECT_TRUE(memory.isCurrent());
+    EXPECT_EQ(memory.counter(), 7u);
+    fs::resize_file(m_object, 0);
+    EXPECT_FALSE(memory.isCurrent());
+    EXPECT_EQ(memory.counter(), 0u);
 }
 
 TEST_F(SharedMemory, SurvivesThatTheProgramClosesItsDescriptor) {
