@@ -72,6 +72,10 @@ TEST_F(BatchCommands, DoNothingWhenOneFails) {
         "unknown command \"ste\"; did you mean \"set\"?; nothing has been changed" + kUsage);
     expectFails(2, "set Net Port", "DATA is required; nothing has been changed" + kUsage);
     expectFails(2, "export", "unknown command \"export\"; nothing has been changed" + kUsage);
+    expectFails(
+        2, "delete Net Port",
+        "unknown command \"delete\"; did you mean \"rm\"?; nothing has been changed" + kUsage);
+    expectFails(2, "dump Net", "unknown command \"dump\"; nothing has been changed" + kUsage);
     expectFails(2, "set --json Net Port 1",
                 "--json and --verify are not for single lines; nothing has been changed" + kUsage);
     expectFails(
@@ -80,6 +84,13 @@ TEST_F(BatchCommands, DoNothingWhenOneFails) {
     expectFails(4, "set Net 'Port 1", "a ' is not closed" + end);
     expectFails(4, "set Net \"Port 1", "a \" is not closed" + end);
     expectFails(4, "set Net Port \\", "a \\ stands at the end; a command has one line" + end);
+}
+
+TEST_F(BatchCommands, TellOfNewKeysOnceTheyAreThere) {
+    EXPECT_EQ(batch("set New/Key a 1\nset New/Key b 2\nrm Nothing\n"),
+              fails(1, "line 3: the key \"Nothing\" does not exist; nothing has been changed"));
+    EXPECT_EQ(batch("set New/Key a 1\nset New/Key b 2\nincr New/Key b\n"),
+              (CommandResult{0, "3\n", "vqreg: made the key \"New/Key\"\n"}));
 }
 
 TEST_F(BatchCommands, MayBeNone) {

@@ -4,7 +4,9 @@
 #include <unistd.h>
 
 #include <fstream>
+#include <nlohmann/json.hpp>
 
+#include "support/MappingChild.h"
 #include "tools/VqregStore.h"
 
 using vqtest::fails;
@@ -91,4 +93,25 @@ TEST_F(Info, TheStampIsATextInJson) {
     ASSERT_NE(at, std::string::npos) << out;
     const std::string stamp = out.substr(at + 10, out.find('"', at + 10) - at - 10);
     EXPECT_TRUE(holds(run({"info"}).out, "change stamp   " + stamp + "\n")) << stamp;
+}
+
+// Its objects have other names. They stay when nobody uses them any more.
+TEST_F(Info, NamesWhoUsesTheStoreThroughAnOlderLibrary) {
+    file.write("[Velquist]\n");
+    EXPECT_TRUE(nlohmann::json::parse(run({"info", "--json"}).out)["olderLibrary"].empty());
+    for (const char* const kind : {"CPMutex", "CPSharedMemory"}) {
+        const std::string object =
+            std::string("/dev/shm/") + kind + "." + vqtest::encodedPath(file.path());
+        std::ofstream(object) << "mapped";
+        EXPECT_FALSE(holds(run({"info"}).out, "older library"));
+        const vqtest::MappingChild program(object);
+        const vqtest::MappingChild elsewhere("/proc/self/exe");
+        const std::string out = run({"info"}).out;
+        EXPECT_TRUE(holds(out, "\nolder library  in " + std::to_string(program.pid()) +
+                                   " (tools): restart, or changes get lost\n"))
+            << out;
+        EXPECT_EQ(nlohmann::json::parse(run({"info", "--json"}).out)["olderLibrary"],
+                  nlohmann::json({{{"pid", program.pid()}, {"program", "tools"}}}));
+    }
+    EXPECT_FALSE(holds(run({"info"}).out, "older library"));
 }

@@ -200,6 +200,11 @@ TEST_F(Keys, ASlashBehindAKeyThatExistsDoesNotMatter) {
     make({"rm", "-r", "Copy/"});
     EXPECT_EQ(run({"mv", "Net/", "Net/Dns/Net"}).status, 2) << "below itself";
     EXPECT_EQ(run({"mv", "Net/", "Net"}).status, 2) << "to itself";
+    for (const Arguments& form : {Arguments{"export", "Net"}, {"export", "Net", "--json"}}) {
+        EXPECT_EQ(run({"import", "--replace", "--key", "Net/", "-"}, run(form).out), prints(""));
+        EXPECT_EQ(run({"apply", "--check", "--key", "Net/", "-"}, run(form).out), prints(""));
+    }
+    EXPECT_EQ(run({"import", "--key", "No/", "-"}, "[Velquist/No]\n").status, 5);
     make({"set", "Void/", "V", "1"});
     make({"rm", "Void/", "V"});
     make({"mkkey", "Void/"});

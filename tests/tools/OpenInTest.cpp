@@ -57,10 +57,10 @@ protected:
         EXPECT_EQ(result.err.substr(result.err.find("vqreg: ")), warning() + returned);
     }
 
-    // Of one line: it removes the line of the value Port.
+    // Of one line: it removes the line of the value Port, and what is malformed.
     std::string editor() const {
         const std::string path = file.directory() + "/editor";
-        std::ofstream(path) << "#!/bin/sh\nsed -i '/Port/d' \"$1\"\n";
+        std::ofstream(path) << "#!/bin/sh\nsed -i '/Port/d;/nonsense/d' \"$1\"\n";
         ::chmod(path.c_str(), 0755);
         return path;
     }
@@ -150,6 +150,21 @@ TEST_F(OpenStore, BringsBackWhatIsVerified) {
 
 TEST_F(OpenStore, BringsBackWhatWasEditedAway) {
     expectReturn({"edit", "-y"}, "", "vqreg: the value \"Port\" of the key \"Net\" has returned\n");
+}
+
+TEST_F(OpenStore, BringsBackWhatWasEditedOutOfAMalformedFile) {
+    const std::string malformed = kText + "nonsense\n";
+    file.write(malformed);
+    vqtest::VqregProcess command({"--file", file.path(), "edit", "-y", "--verify", "60"},
+                                 {{"EDITOR", editor()}});
+    ASSERT_TRUE(vqtest::waitUntil([&] { return file.read() != malformed; }));
+    EXPECT_EQ(agent.set("Net", "Name", "eth1"), 0);
+    const CommandResult result = command.finish();
+    EXPECT_EQ(result.status, 1);
+    EXPECT_NE(result.err.find(warning()), std::string::npos) << result.err;
+    EXPECT_TRUE(result.err.ends_with(
+        "vqreg: the value \"Port\" of the key \"Velquist/Net\" has returned\n"))
+        << result.err;
 }
 
 TEST_F(OpenStore, BringsBackAKeyWithAllThatIsBelowIt) {

@@ -26,18 +26,6 @@ struct CopyMoveOptions {
     const char* verb() const { return move ? "move" : "copy"; }
 };
 
-bool isSameOrBelow(const Path& path, const Path& top) {
-    if (path.size() < top.size()) {
-        return false;
-    }
-    for (std::size_t at = 0; at < top.size(); ++at) {
-        if (folded(path[at]) != folded(top[at])) {
-            return false;
-        }
-    }
-    return true;
-}
-
 bool isSame(const Path& left, const Path& right) {
     return left.size() == right.size() && isSameOrBelow(left, right);
 }

@@ -58,13 +58,6 @@ void compare(const Key& before, const Key& after, Path& path, std::vector<Change
     });
 }
 
-bool isBelow(const Path& path, const Path& root) {
-    return path.size() >= root.size() && std::equal(root.begin(), root.end(), path.begin(),
-                                                    [](const auto& left, const auto& right) {
-                                                        return folded(left) == folded(right);
-                                                    });
-}
-
 // As in the file, but on one line whatever it holds.
 std::string dataOf(const Value& value) {
     Value nameless = value;
@@ -127,13 +120,13 @@ std::string lineOf(const Change& change, const Path& above) {
 
 Path belowRoot(const Path& path, const Path& root) {
     const std::size_t above =
-        isBelow(path, root) ? root.size() : std::min<std::size_t>(1, path.size());
+        isSameOrBelow(path, root) ? root.size() : std::min<std::size_t>(1, path.size());
     return {path.begin() + static_cast<std::ptrdiff_t>(above), path.end()};
 }
 
 nlohmann::ordered_json jsonOfPlace(const Change& change, const Path& root) {
     nlohmann::ordered_json json;
-    if (!isBelow(change.path, root)) {
+    if (!isSameOrBelow(change.path, root)) {
         json["root"] = textForJson(change.path.empty() ? "" : change.path.front());
     }
     json["key"] = textForJson(plainPath(belowRoot(change.path, root)));

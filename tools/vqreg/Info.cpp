@@ -29,6 +29,7 @@ struct Facts {
     std::optional<std::uint64_t> stamp;
     std::optional<LockHolder> holder;
     std::vector<OpenIn> processes;
+    std::vector<OpenIn> older;
     std::size_t alive = 0;
     std::size_t stale = 0;
     std::optional<Finding> fault;
@@ -90,6 +91,7 @@ Facts gather(const StoreOptions& options) {
     facts.stamp = changeStamp(facts.file);
     facts.holder = lockHolder(facts.file);
     facts.processes = processesWith(facts.file);
+    facts.older = olderProcessesWith(facts.file);
     for (const NotificationSemaphore& semaphore : notificationSemaphores()) {
         ++(semaphore.isAlive ? facts.alive : facts.stale);
     }
@@ -147,6 +149,9 @@ void printText(const Facts& facts) {
     line("change stamp", facts.stamp ? std::to_string(*facts.stamp) : "none");
     line("lock", facts.holder ? "held by " + facts.holder->text() : "free");
     line("open in", listOf(facts.processes));
+    if (!facts.older.empty()) {
+        line("older library", "in " + listOf(facts.older) + ": restart, or changes get lost");
+    }
     line("notification", fmt::format("{} alive, {} stale", facts.alive, facts.stale));
 }
 
@@ -180,6 +185,7 @@ void printJson(const Facts& facts) {
         json["lock"] = Json{{"pid", facts.holder->pid}, {"since", facts.holder->since}};
     }
     json["openIn"] = jsonOf(facts.processes);
+    json["olderLibrary"] = jsonOf(facts.older);
     json["semaphores"] = Json{{"alive", facts.alive}, {"stale", facts.stale}};
     Output::standard().json(json);
 }

@@ -1,6 +1,8 @@
 #include "tools/vqreg/OpenIn.h"
 
 #include <fmt/format.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -8,9 +10,11 @@
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <optional>
 #include <sstream>
 #include <system_error>
+#include <utility>
 
 #include "tools/vqreg/LockInfo.h"
 #include "tools/vqreg/Output.h"
@@ -19,38 +23,35 @@ namespace vqreg {
 
 namespace {
 
-// A store's change stamp lies in a memory segment, mapped as long as the store is in memory:
-// "7f0e4c000000-7f0e4c001000 rw-s 00000000 00:01 4711  /SYSV00000000 (deleted)", the number being that
-// of the segment.
-bool hasMapped(const std::string& process, std::int64_t segment) {
+// What a process maps, as a line tells it:
+// "7f0e4c000000-7f0e4c001000 rw-s 00000000 00:01 4711    /dev/shm/name".
+struct Mapping {
+    std::string device;
+    std::int64_t number = -1;  // of the file
+};
+
+using Wanted = std::function<bool(const Mapping&)>;
+
+// `part` is in the line of every mapping that can be wanted, which most of what a process maps is not.
+bool hasMapped(const std::string& process, const std::string& part, const Wanted& isWanted) {
     std::ifstream maps(process + "/maps");
     for (std::string line; std::getline(maps, line);) {
-        // Most of what a process maps are no segments.
-        if (line.find("/SYSV") == std::string::npos) {
+        if (line.find(part) == std::string::npos) {
             continue;
         }
         std::istringstream fields(line);
-        std::string range, access, offset, device;
-        std::int64_t number = -1;
-        if (fields >> range >> access >> offset >> device >> number && number == segment) {
+        std::string range, access, offset;
+        Mapping mapping;
+        if (fields >> range >> access >> offset >> mapping.device >> mapping.number &&
+            isWanted(mapping)) {
             return true;
         }
     }
     return false;
 }
 
-}  // namespace
-
-std::string OpenIn::text() const {
-    return fmt::format("{} ({})", pid, printable(program));
-}
-
-std::vector<OpenIn> processesWith(const std::string& file) {
+std::vector<OpenIn> processesThatMap(const std::string& part, const Wanted& isWanted) {
     std::vector<OpenIn> found;
-    const std::optional<std::int64_t> segment = blockSegment(file);
-    if (!segment) {
-        return found;
-    }
     std::error_code error;
     const std::filesystem::directory_iterator end;
     for (std::filesystem::directory_iterator at("/proc", error); !error && at != end;
@@ -59,13 +60,49 @@ std::vector<OpenIn> processesWith(const std::string& file) {
         pid_t pid = 0;
         const auto [stop, fault] = std::from_chars(name.data(), name.data() + name.size(), pid);
         const bool isProcess = fault == std::errc() && stop == name.data() + name.size();
-        if (isProcess && pid != ::getpid() && hasMapped(at->path().string(), *segment)) {
+        if (isProcess && pid != ::getpid() && hasMapped(at->path().string(), part, isWanted)) {
             found.push_back({pid, programOf(pid)});
         }
     }
     std::sort(found.begin(), found.end(),
               [](const OpenIn& left, const OpenIn& right) { return left.pid < right.pid; });
     return found;
+}
+
+}  // namespace
+
+std::string OpenIn::text() const {
+    return fmt::format("{} ({})", pid, printable(program));
+}
+
+// A store's change stamp lies in a memory segment, mapped as long as the store is in memory, under
+// the number of the segment.
+std::vector<OpenIn> processesWith(const std::string& file) {
+    const std::optional<std::int64_t> segment = blockSegment(file);
+    if (!segment) {
+        return {};
+    }
+    return processesThatMap("/SYSV",
+                            [&](const Mapping& mapping) { return mapping.number == *segment; });
+}
+
+std::vector<OpenIn> olderProcessesWith(const std::string& file) {
+    std::vector<std::pair<std::string, std::int64_t>> objects;
+    for (const char* const kind : {"CPMutex", "CPSharedMemory"}) {
+        struct stat status {};
+        if (::lstat(sharedObjectPath(kind, file).c_str(), &status) == 0) {
+            objects.emplace_back(
+                fmt::format("{:02x}:{:02x}", major(status.st_dev), minor(status.st_dev)),
+                static_cast<std::int64_t>(status.st_ino));
+        }
+    }
+    if (objects.empty()) {
+        return {};
+    }
+    return processesThatMap("/CP", [&](const Mapping& mapping) {
+        return std::find(objects.begin(), objects.end(),
+                         std::pair(mapping.device, mapping.number)) != objects.end();
+    });
 }
 
 }  // namespace vqreg

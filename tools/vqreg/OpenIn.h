@@ -21,6 +21,10 @@ struct OpenIn {
 // The system lets only root look into processes of other users.
 std::vector<OpenIn> processesWith(const std::string& file);
 
+// Those that use the file through an older version of the library, which has other objects: what
+// they change and what others change gets lost.
+std::vector<OpenIn> olderProcessesWith(const std::string& file);
+
 }  // namespace vqreg
 
 #endif  // TOOLS_VQREG_OPENIN_H

@@ -1,6 +1,7 @@
 // Where a store is, and where something is in it.
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <filesystem>
 
 #include "tools/vqreg/ExitCode.h"
@@ -71,6 +72,23 @@ std::string joinPath(const std::vector<std::string>& names) {
     const std::string path = plainPath(names);
     // What would not be read back as these names without a slash in front.
     return path.empty() || path == "." || path.front() == '/' ? "/" + path : path;
+}
+
+bool isSameOrBelow(const std::vector<std::string>& path, const std::vector<std::string>& top) {
+    return path.size() >= top.size() && std::equal(top.begin(), top.end(), path.begin(),
+                                                   [](const auto& left, const auto& right) {
+                                                       return folded(left) == folded(right);
+                                                   });
+}
+
+std::vector<std::string> tidiedPath(
+    const std::vector<std::string>& path,
+    const std::function<bool(const std::vector<std::string>&)>& isThere) {
+    if (path.size() < 2 || !path.back().empty()) {
+        return path;
+    }
+    const std::vector<std::string> without(path.begin(), path.end() - 1);
+    return !isThere(path) && isThere(without) ? without : path;
 }
 
 bool isNothing(const std::vector<std::string>& path) {

@@ -72,14 +72,11 @@ StoreSession::~StoreSession() {
 }
 
 std::vector<std::string> StoreSession::tidied(const Path& path) {
-    if (path.size() < 2 || !path.back().empty()) {
-        return path;
-    }
-    const Path without(path.begin(), path.end() - 1);
-    const Reading reading(*m_impl);
-    CRegKey handle;
-    const bool isThere = m_impl->walk(path, handle, false) != nullptr;
-    return !isThere && m_impl->walk(without, handle, false) ? without : path;
+    return tidiedPath(path, [this](const Path& each) {
+        const Reading reading(*m_impl);
+        CRegKey handle;
+        return m_impl->walk(each, handle, false) != nullptr;
+    });
 }
 
 // Without the lock, so that nobody's change holds it up: what was read is of one piece when the stamp

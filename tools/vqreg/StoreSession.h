@@ -39,6 +39,15 @@ std::string joinPath(const std::vector<std::string>& names);
 // As in JSON: the root key is "", and no path has a "/" in front.
 std::string plainPath(const std::vector<std::string>& names);
 
+// Whether the path leads to that key or below it, whatever the spelling.
+bool isSameOrBelow(const std::vector<std::string>& path, const std::vector<std::string>& top);
+
+// A path as it may be copied from a listing: without the "/" at its end, where only the key without
+// it exists.
+std::vector<std::string> tidiedPath(
+    const std::vector<std::string>& path,
+    const std::function<bool(const std::vector<std::string>&)>& isThere);
+
 // Whether it comes from a text without a letter, which names no key.
 bool isNothing(const std::vector<std::string>& path);
 
@@ -66,8 +75,7 @@ public:
     // Its name is the one that was asked for, whatever its spelling in the store.
     std::optional<Value> value(const std::vector<std::string>& path, const std::string& name);
     bool hasKey(const std::vector<std::string>& path);
-    // A path as it may be copied from a listing: without the "/" at its end, where only the key
-    // without it exists. All members understand such a path.
+    // See tidiedPath. All members understand such a path.
     std::vector<std::string> tidied(const std::vector<std::string>& path);
 
     // One update for several changes: nothing is written before end(), which throws eWriteFailed.

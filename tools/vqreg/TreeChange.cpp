@@ -31,16 +31,32 @@ CommandError keylessFault(const TextOptions& options) {
                 "nothing has been changed"};
 }
 
-PlacedTree readJsonTree(const TextOptions& options, const std::string& text) {
+bool hasKey(const StoreOptions& store, const Names& path) {
+    const auto text = readStoreFileIfAny(storeFile(store), rootName(store));
+    Names full = rootNames(store);
+    full.insert(full.end(), path.begin(), path.end());
+    return text && findKey(parseConfigText(*text).top, full);
+}
+
+std::optional<Names> placeGiven(const StoreOptions& store, const TextOptions& options) {
+    if (!options.key) {
+        return std::nullopt;
+    }
+    return tidiedPath(splitPath(*options.key),
+                      [&](const Names& path) { return hasKey(store, path); });
+}
+
+PlacedTree readJsonTree(const StoreOptions& store, const TextOptions& options,
+                        const std::string& text) {
     JsonText parsed = parseJsonText(text);
     printFindings(options.file, parsed.findings);
     if (!parsed.isReadable()) {
         throw CommandError(eExit::eMalformed, options.file + ": the text is malformed");
     }
     const Key& key = parsed.key;
-    const bool hasKey =
+    const bool isNamed =
         parsed.path || !key.name.empty() || !key.values.empty() || !key.keys.empty();
-    if (options.replace && !hasKey) {
+    if (options.replace && !isNamed) {
         throw keylessFault(options);
     }
     if (options.replace && !options.key && !parsed.path) {
@@ -49,8 +65,8 @@ PlacedTree readJsonTree(const TextOptions& options, const std::string& text) {
                                ": the text has no \"key\", the key that it is to "
                                "replace; name the key with --key");
     }
-    const std::string path = options.key ? *options.key : parsed.path.value_or("/");
-    return {splitPath(path), std::move(parsed.key), hasKey};
+    const auto given = placeGiven(store, options);
+    return {given ? *given : splitPath(parsed.path.value_or("/")), std::move(parsed.key), isNamed};
 }
 
 // The names in the first key line; none in a text without one.
@@ -70,15 +86,9 @@ Names firstKeyOf(const std::string& text) {
     return {};
 }
 
-bool isFurtherDown(const Names& key, const Names& other) {
-    return key.size() > other.size() &&
-           std::equal(other.begin(), other.end(), key.begin(),
-                      [](const auto& a, const auto& b) { return folded(a) == folded(b); });
-}
-
 PlacedTree readConfigTree(const StoreOptions& store, const TextOptions& options,
                           const std::string& text) {
-    Names place = splitPath(options.key.value_or("/"));
+    Names place = placeGiven(store, options).value_or(Names());
     if (!options.replace) {
         return placedTree(store, options.file, text, place);
     }
@@ -86,7 +96,7 @@ PlacedTree readConfigTree(const StoreOptions& store, const TextOptions& options,
     const Names root = rootNames(store);
     Names full = root;
     full.insert(full.end(), place.begin(), place.end());
-    if (isFurtherDown(first, full)) {
+    if (first.size() > full.size() && isSameOrBelow(first, full)) {
         place.assign(first.begin() + static_cast<std::ptrdiff_t>(root.size()), first.end());
     }
     PlacedTree tree = placedTree(store, options.file, text, place,
@@ -153,7 +163,7 @@ std::vector<Change> plan(const StoreOptions& store, const TextOptions& options,
 PlacedTree readTree(const StoreOptions& store, const TextOptions& options) {
     const std::string text = readInput(options.file);
     PlacedTree tree =
-        isJson(text) ? readJsonTree(options, text) : readConfigTree(store, options, text);
+        isJson(text) ? readJsonTree(store, options, text) : readConfigTree(store, options, text);
     checkRules(store, tree);
     return tree;
 }

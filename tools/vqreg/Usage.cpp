@@ -131,9 +131,11 @@ std::string explainUnknown(const CLI::App& app, const std::string& word) {
 }  // namespace
 
 std::string unknownCommand(const CLI::App& app, const std::string& word) {
+    const std::vector<std::string> commands = commandNames(app);
     const std::string meant = commandMeant(word);
+    const bool isThere = std::find(commands.begin(), commands.end(), meant) != commands.end();
     return withSuggestion("unknown command \"" + printable(word) + '"',
-                          meant.empty() ? nearest(word, commandNames(app)) : meant);
+                          isThere ? meant : nearest(word, commands));
 }
 
 void setUsage(CLI::App& app, const std::string& line) {
