@@ -6,22 +6,24 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "support/ForkedChild.h"
 
 namespace vqtest {
 
-/// A child that maps a file until it is destroyed.
+/// A child that maps files until it is destroyed.
 class MappingChild {
 public:
-    /// @throws std::runtime_error when it cannot be mapped
-    explicit MappingChild(const std::string& path)
+    /// @throws std::runtime_error when one cannot be mapped
+    explicit MappingChild(const std::string& path) : MappingChild(std::vector{path}) {}
+    explicit MappingChild(const std::vector<std::string>& paths)
         : m_child([&] {
               ::close(m_ready.in);
-              const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-              const bool isMapped = ::mmap(nullptr, 1, PROT_READ, MAP_SHARED, fd, 0) != MAP_FAILED;
+              const bool isMapped = std::all_of(paths.begin(), paths.end(), maps);
               while (isMapped && ::write(m_ready.out, "x", 1) == 1) {
                   ::pause();
               }
@@ -32,7 +34,7 @@ public:
         const bool isMapped = ::read(m_ready.in, &mark, 1) == 1;
         ::close(m_ready.in);
         if (!isMapped) {
-            throw std::runtime_error("cannot map " + path);
+            throw std::runtime_error("cannot map a file");
         }
     }
 
@@ -51,6 +53,11 @@ private:
         int in = -1;
         int out = -1;
     };
+
+    static bool maps(const std::string& path) {
+        const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+        return ::mmap(nullptr, 1, PROT_READ, MAP_SHARED, fd, 0) != MAP_FAILED;
+    }
 
     Pipe m_ready;
     ForkedChild m_child;
