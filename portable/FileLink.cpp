@@ -38,8 +38,11 @@ std::string fileBehindLinks(const std::string& path) {
             break;
         }
         const std::size_t slash = result.rfind('/');
-        const bool isRelative = target.front() != '/' && slash != std::string::npos;
-        result = isRelative ? result.substr(0, slash + 1) + target : target;
+        if (target.front() == '/' || slash == std::string::npos) {
+            result = target;
+        } else {
+            result.replace(slash + 1, std::string::npos, target);
+        }
     }
     return result;
 }
