@@ -70,9 +70,9 @@ struct CPSharedMemory::Record {
     std::uint64_t counter;
 };
 
-CPSharedMemory::CPSharedMemory(const std::string& path, unsigned long size)
+CPSharedMemory::CPSharedMemory(const std::string& path, unsigned long size, eHow how)
     : m_name(CSharedObject::nameForPath("CPBlock", path)) {
-    m_nError = open(size);
+    m_nError = open(size, how);
 }
 
 CPSharedMemory::~CPSharedMemory() {
@@ -90,12 +90,12 @@ bool CPSharedMemory::read(Record& record) const {
            static_cast<ssize_t>(sizeof record);
 }
 
-int CPSharedMemory::open(unsigned long size) {
+int CPSharedMemory::open(unsigned long size, eHow how) {
     int error = m_file.open(m_name, sizeof(Record));
     if (error == 0) {
         error = attach(size);
         if (error != 0) {
-            error = make(size);
+            error = make(size, how);
         }
     }
     if (error == 0) {
@@ -140,10 +140,11 @@ int CPSharedMemory::attach(unsigned long size) {
 
 // Under a lock of its own, because others may be at it too. A block of this namespace to which nobody
 // can attach is gone; one of another namespace is gone when nobody uses it.
-int CPSharedMemory::make(unsigned long size) {
+int CPSharedMemory::make(unsigned long size, eHow how) {
     const int fd = m_file.descriptor();
     int error = lockByte(fd, eMaking, F_WRLCK);
-    for (int naps = 0; error == EAGAIN && naps < kMakingNaps; ++naps) {
+    const int mostNaps = how == eWait ? kMakingNaps : 0;
+    for (int naps = 0; error == EAGAIN && naps < mostNaps; ++naps) {
         CPortable::Sleep(kMakingNapMilliseconds);
         error = lockByte(fd, eMaking, F_WRLCK);
     }

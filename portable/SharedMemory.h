@@ -21,8 +21,11 @@ namespace VQRegLib {
 // the file; while somebody of another namespace does, a block cannot be opened here (EXDEV).
 class CPSharedMemory {
 public:
+    // What to do while somebody else is making the block: wait a little, or give up with EAGAIN.
+    enum eHow { eWait, eTry };
+
     // Opens the block that stands for the path, or makes one of zeroes. `size` in bytes.
-    CPSharedMemory(const std::string& path, unsigned long size);
+    CPSharedMemory(const std::string& path, unsigned long size, eHow how = eWait);
     ~CPSharedMemory();
     CPSharedMemory(const CPSharedMemory&) = delete;
     CPSharedMemory& operator=(const CPSharedMemory&) = delete;
@@ -44,9 +47,9 @@ public:
 private:
     struct Record;
 
-    int open(unsigned long size);
+    int open(unsigned long size, eHow how);
     int attach(unsigned long size);
-    int make(unsigned long size);
+    int make(unsigned long size, eHow how);
     int makeSegment(unsigned long size);
     bool read(Record& record) const;
 

@@ -112,7 +112,7 @@ private:
     void renewSharedStamp();
     void markReplacing();
     void useBlock(std::unique_ptr<CPSharedMemory> block);
-    bool hasBlock();
+    bool hasBlock(CPSharedMemory::eHow how);
     void complainOfStopped(std::uint64_t stamp);
 
     // Opening; FileAccess.cpp.

@@ -67,7 +67,7 @@ int CRegLibImplFile::takeLock(unsigned long milliseconds) {
             Unlock();
         }
     });
-    isUsable = hasBlock();
+    isUsable = hasBlock(milliseconds == 0 ? CPSharedMemory::eTry : CPSharedMemory::eWait);
     if (isUsable && isOdd(sharedStamp())) {
         m_file.recover();
         renewSharedStamp();
@@ -113,12 +113,16 @@ void CRegLibImplFile::useBlock(std::unique_ptr<CPSharedMemory> block) {
 }
 
 // False when somebody has removed the block, or put another one in its place, and it cannot be had.
-bool CRegLibImplFile::hasBlock() {
+// Who only reads does not wait for who is just making one: until that is done, the old one is as good.
+bool CRegLibImplFile::hasBlock(CPSharedMemory::eHow how) {
     m_lastLook = CPortable::GetSeconds();
     if (m_pSharedMemory->isCurrent()) {
         return true;
     }
-    auto block = std::make_unique<CPSharedMemory>(m_pszFileName, sizeof(std::uint64_t));
+    auto block = std::make_unique<CPSharedMemory>(m_pszFileName, sizeof(std::uint64_t), how);
+    if (how == CPSharedMemory::eTry && block->error() == EAGAIN) {
+        return true;
+    }
     if (!block->getAddress()) {
         REGLIB_TRACE(eTraceAlways,
                      "(Error) CRegLibImplFile::Lock (0x%08X), shared memory failed, errno %d\n",
@@ -134,7 +138,10 @@ bool CRegLibImplFile::hasBlock() {
 // Whether the block still is the one that others use is looked at once a second: often enough for
 // who removes it, too seldom to be felt.
 bool CRegLibImplFile::isUpToDate() {
-    if (m_lastLook != CPortable::GetSeconds() && !hasBlock()) {
+    if (m_bUpdatePending) {
+        return true;  // nobody else may write now, whatever somebody has written over the stamp
+    }
+    if (m_lastLook != CPortable::GetSeconds() && !hasBlock(CPSharedMemory::eTry)) {
         return false;
     }
     return sharedStamp() == m_ullLocalChangeStamp;

@@ -32,6 +32,8 @@ public:
     void markReplacing() const { m_store.markReplacing(); }
     /// As if the mark of a replacement had been seen so long ago.
     void markedBefore(std::uint32_t seconds) const { m_store.m_oddSince -= seconds; }
+    /// As if a second had passed since the last look at the block.
+    void lookAgain() const { --m_store.m_lastLook; }
     /// As another process's write does.
     void moveStamp() const { setSharedStamp(sharedStamp() + 2); }
     bool isFileOpen() const { return m_store.m_pFile != nullptr; }

@@ -267,3 +267,15 @@ TEST_F(FileReplace, AChangeIsNotDeceivedByAnOldStampThatSomebodyPutsBack) {
     ASSERT_EQ(setText(*store, root, "b", "y"), REGLIB_OK);
     EXPECT_EQ(file.read(), "[Velquist]\n\"a\"=string:x\n\"b\"=string:y\n");
 }
+
+TEST_F(FileReplace, AnUpdateIsNotUndoneByAStampThatSomebodyWrites) {
+    setText(*store, root, "a", "old");
+    ASSERT_EQ(store->VQRegBeginUpdate(), REGLIB_OK);
+    ASSERT_EQ(setText(*store, root, "a", "new"), REGLIB_OK);
+    for (const std::uint64_t step : {2u, 1u}) {
+        probe.setSharedStamp(probe.sharedStamp() + step);
+        EXPECT_EQ(get(*store, root, "a"), Value::ofText("new"));
+    }
+    EXPECT_EQ(store->VQRegEndUpdate(), REGLIB_OK);
+    EXPECT_EQ(file.read(), "[Velquist]\n\"a\"=string:new\n");
+}

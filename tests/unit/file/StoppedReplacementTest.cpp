@@ -1,13 +1,17 @@
 // Reading while a writer that holds the lock has been stopped in the replacement of the file.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <string>
 
+#include "portable/SharedMemory.h"
+#include "portable/SharedObject.h"
 #include "support/FileOpsFake.h"
 #include "support/ForkedChild.h"
 #include "support/StoreFixture.h"
@@ -118,4 +122,32 @@ TEST_F(StoppedReplacement, ThatLastsIsToldOnceAMinute) {
 TEST_F(StoppedReplacement, AStoreCanBeOpened) {
     const auto other = open();
     EXPECT_EQ(vqtest::get(*other, *other->RootKey(), "a").bytes, kOld);
+}
+
+// The making of the block is locked by somebody who does not get on.
+TEST_F(StoreTest, AReaderDoesNotWaitForWhoMakesTheBlockAnew) {
+    const auto store = open();
+    const CFileStoreProbe probe(*store);
+    const std::string object = std::string(CSharedObject::directory()) + "/" +
+                               CSharedObject::nameForPath("CPBlock", file.path());
+    fs::resize_file(object, 0);
+    ForkedChild maker([&] {
+        const int fd = ::open(object.c_str(), O_RDWR);
+        struct flock lock {};
+        lock.l_type = F_WRLCK;
+        lock.l_whence = SEEK_SET;
+        lock.l_len = 1;
+        return ::fcntl(fd, F_OFD_SETLKW, &lock) == 0 ? ::pause() : 1;
+    });
+    ASSERT_TRUE(waitUntil([&] {
+        const CPSharedMemory block(file.path(), 8, CPSharedMemory::eTry);
+        return block.error() == EAGAIN;
+    }));
+    probe.lookAgain();
+    EXPECT_EQ(vqtest::get(*store, *store->RootKey(), "none"), Value::failure(REGLIB_E_NOT_FOUND));
+    EXPECT_NE(probe.localStamp(), 0u) << "with the old block";
+    maker.kill();
+    probe.lookAgain();
+    vqtest::get(*store, *store->RootKey(), "none");
+    EXPECT_EQ(CPSharedMemory(file.path(), 8).isCreator(), 0) << "it has been made now";
 }
