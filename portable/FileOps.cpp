@@ -22,8 +22,8 @@ bool hasRoom(int fd, std::uint64_t size) {
     if (fstatvfs(fd, &room) != 0 || room.f_blocks == 0 || room.f_frsize == 0) {
         return true;  // a file system that does not say how large it is
     }
-    const std::uint64_t free = geteuid() == 0 ? room.f_bfree : room.f_bavail;
-    return size / room.f_frsize < free;
+    const std::uint64_t blocks = size / room.f_frsize;
+    return blocks < room.f_bavail || (blocks < room.f_bfree && geteuid() == 0);
 }
 
 std::FILE* failWith(int fd, int error) {
@@ -128,14 +128,18 @@ int CFileOps::close(std::FILE* file) {
     return std::fclose(file);
 }
 
-// The descriptor of O_PATH can be had without any permission on the file and does nothing to it, a
-// device for example; its mode can be set only through the name that /proc has for it.
+// Without any permission on the file a descriptor of O_PATH can be had, which does nothing to it; its
+// mode can be set only through the name that /proc has for it.
 int CFileOps::makeWritableForAll(const char* path) {
-    const CFileDescriptor file(::open(path, O_PATH | O_NOFOLLOW | O_CLOEXEC));
-    if (!file.isOpen() || !isRegular(file.get())) {
+    const CFileDescriptor file(openWithoutWaiting(path));
+    if (file.isOpen()) {
+        return isRegular(file.get()) ? ::fchmod(file.get(), kModeForAll) : -1;
+    }
+    const CFileDescriptor place(::open(path, O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    if (!place.isOpen() || !isRegular(place.get())) {
         return -1;
     }
-    const std::string self = "/proc/self/fd/" + std::to_string(file.get());
+    const std::string self = "/proc/self/fd/" + std::to_string(place.get());
     return ::chmod(self.c_str(), kModeForAll);
 }
 

@@ -8,8 +8,8 @@
 
 #include <cerrno>
 #include <csignal>
-#include <exception>
 #include <cstdio>
+#include <exception>
 #include <memory>
 #include <new>
 

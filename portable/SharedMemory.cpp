@@ -197,13 +197,20 @@ int CPSharedMemory::makeSegment(unsigned long size) {
     return 0;
 }
 
+// The bytes drawn by lot tell the file from any other that may have got its number: reading from that
+// does no harm.
+bool CPSharedMemory::holdsUs(Record& record) const {
+    return m_segment && m_file.isNamed() && read(record) && record.id == m_id &&
+           std::memcmp(record.lot, m_lot, sizeof m_lot) == 0;
+}
+
 bool CPSharedMemory::isCurrent() {
-    if (!m_file.isOurs() && m_file.open(m_name, sizeof(Record)) == 0) {
-        lockByte(m_file.descriptor(), eUsing, F_RDLCK);  // a program had closed it
-    }
     Record record{};
-    const bool isSame = m_segment && m_file.isNamed() && read(record) && record.id == m_id &&
-                        std::memcmp(record.lot, m_lot, sizeof m_lot) == 0;
+    bool isSame = holdsUs(record);
+    if (!isSame && !m_file.isOurs() && m_file.open(m_name, sizeof(Record)) == 0) {
+        lockByte(m_file.descriptor(), eUsing, F_RDLCK);  // a program had closed it
+        isSame = holdsUs(record);
+    }
     m_counter = isSame ? record.counter : 0;
     return isSame;
 }

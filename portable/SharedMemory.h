@@ -52,6 +52,7 @@ private:
     int make(unsigned long size, eHow how);
     int makeSegment(unsigned long size);
     bool read(Record& record) const;
+    bool holdsUs(Record& record) const;
 
     std::string m_name;
     CSharedFile m_file;
