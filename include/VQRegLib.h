@@ -283,7 +283,8 @@ public:
     int VQRegEnumValues(CRegKey& key, int index, std::string& name, eDataType& type);
 
     /// The store's root key, owned by the store; never delete it.
-    /// @return null when the session has no store
+    /// @return null when the session has no store, and where any other call returns `REGLIB_E_FAIL`
+    ///         because of this thread's update through another store (`VQRegBeginUpdate`)
     CRegKey* RootKey() const;
 
     /// Prints the tree as this process holds it in memory to standard output, for diagnosis.
@@ -343,7 +344,8 @@ public:
     ///
     /// A thread that has an update on a file cannot change it through another of its stores, one with
     /// another root key for example: such calls return `REGLIB_E_FAIL` and change nothing, and reads
-    /// through them see the state before the update.
+    /// through them see the state before the update. Where another thread is
+    /// inside a call on such a store and waits for this update, they all return `REGLIB_E_FAIL`.
     ///
     /// End the update in the thread that began it; `CRegUpdate` does that for a scope. In an update
     /// open and close no sessions, this one included, and register and remove no change handlers:
@@ -364,7 +366,8 @@ public:
     /// changed the file by other means than the library, with an editor for example. What only the
     /// memory of a process has stays there, as at every reading.
     /// @return `REGLIB_OK`; `REGLIB_E_FAIL` while this thread has an update on the file, or when
-    ///         memory is short; `REGLIB_E_NOT_INITIALIZED`
+    ///         memory is short; `REGLIB_E_FILE_OPEN` when the lock cannot be had;
+    ///         `REGLIB_E_NOT_INITIALIZED`
     int VQRegReload();
 
     /// Tells every process of the machine, this one included, to look for changes now. Nothing does

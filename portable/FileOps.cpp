@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cerrno>
 #include <string>
+#include <string_view>
 
 #include "portable/FileDescriptor.h"
 
@@ -128,18 +129,14 @@ int CFileOps::close(std::FILE* file) {
     return std::fclose(file);
 }
 
-// Without any permission on the file a descriptor of O_PATH can be had, which does nothing to it; its
-// mode can be set only through the name that /proc has for it.
+// The descriptor of O_PATH can be had without any permission on the file, waits for nobody and does
+// nothing to it, a device for example; its mode can be set only through the name that /proc has for it.
 int CFileOps::makeWritableForAll(const char* path) {
-    const CFileDescriptor file(openWithoutWaiting(path));
-    if (file.isOpen()) {
-        return isRegular(file.get()) ? ::fchmod(file.get(), kModeForAll) : -1;
-    }
-    const CFileDescriptor place(::open(path, O_PATH | O_NOFOLLOW | O_CLOEXEC));
-    if (!place.isOpen() || !isRegular(place.get())) {
+    const CFileDescriptor file(::open(path, O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    if (!file.isOpen() || !isRegular(file.get())) {
         return -1;
     }
-    const std::string self = "/proc/self/fd/" + std::to_string(place.get());
+    const std::string self = "/proc/self/fd/" + std::to_string(file.get());
     return ::chmod(self.c_str(), kModeForAll);
 }
 
@@ -164,11 +161,22 @@ int CFileOps::exchange(const char* path, const char* other) {
     return ::renameat2(AT_FDCWD, path, AT_FDCWD, other, RENAME_EXCHANGE);
 }
 
-bool CFileOps::isFileAt(std::FILE* file, const char* path) const {
-    struct stat opened {};
-    struct stat named {};
-    return ::fstat(::fileno(file), &opened) == 0 && ::lstat(path, &named) == 0 &&
-           opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
+bool CFileOps::hasLineBeside(const char* path, char beginning) const {
+    const CFileDescriptor file(openWithoutWaiting(path));
+    if (!file.isOpen() || !isRegular(file.get())) {
+        return false;
+    }
+    char block[4096];
+    bool isAtBeginning = true;
+    for (ssize_t size = 0; (size = ::read(file.get(), block, sizeof block)) > 0;) {
+        for (const char c : std::string_view(block, static_cast<std::size_t>(size))) {
+            if (isAtBeginning && c != beginning) {
+                return true;
+            }
+            isAtBeginning = c == '\n';
+        }
+    }
+    return false;
 }
 
 bool CFileOps::holdsText(const char* path) const {

@@ -49,8 +49,8 @@ public:
     // to the disk before, as they are where a rename replaces a file. 0, or -1 with errno.
     virtual int exchange(const char* path, const char* other);
 
-    // True while the path names the very file that is open.
-    bool isFileAt(std::FILE* file, const char* path) const;
+    // True for a regular file that has a line with another beginning.
+    bool hasLineBeside(const char* path, char beginning) const;
 
     // True for a regular file that is not empty.
     bool holdsText(const char* path) const;

@@ -17,6 +17,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <cstddef>
 #include <forward_list>
 #include <map>
 #include <memory>
@@ -39,6 +40,7 @@ constexpr int kAttempts = 100;  // at an object that is replaced again and again
 struct HolderNote {
     std::int64_t pid;
     std::int64_t sinceSec;
+    std::int64_t mark;
 };
 
 // Numbers the threads of the process. pthread_self would not do: the thread that follows one that
@@ -158,13 +160,15 @@ public:
 
     CPMutexState* join(const std::string& name) {
         const std::lock_guard<std::mutex> guard(m_lock);
-        auto& state = m_states[name];
-        if (!state) {
-            state = std::make_unique<CPMutexState>();
-            state->name = name;
+        const auto found = m_states.find(name);
+        if (found != m_states.end()) {
+            ++found->second->users;
+            return found->second.get();
         }
-        ++state->users;
-        return state.get();
+        auto made = std::make_unique<CPMutexState>();
+        made->name = name;
+        made->users = 1;
+        return m_states.emplace(name, std::move(made)).first->second.get();
     }
 
     // The last one closes the file, unless a thread still holds the lock.
@@ -183,6 +187,9 @@ private:
     static void afterForkInChild() {
         for (const auto& entry : instance().m_states) {
             CPMutexState& state = *entry.second;
+            if (state.heldByCaller()) {
+                state.inside->unlock();
+            }
             state.owner.store(0, std::memory_order_relaxed);
             state.depth = 0;
             state.file.close();
@@ -331,7 +338,7 @@ int CPMutex::release() {
 }
 
 bool CPMutex::isStillHeld() const {
-    return m_pState->heldByCaller() && m_pState->file.isOurs();
+    return m_pState->heldByCaller() && m_pState->file.isOurs() && m_pState->file.isNamed();
 }
 
 bool CPMutex::isHeldHere() const {
@@ -345,11 +352,27 @@ bool CPMutex::isHeldThroughAnother() const {
 void CPMutex::noteHolding() const {
     timespec now{};
     clock_gettime(CLOCK_REALTIME_COARSE, &now);
-    const HolderNote note{CPortable::GetCurrentProcessId(), now.tv_sec};
+    const HolderNote note{CPortable::GetCurrentProcessId(), now.tv_sec, 0};
     if (m_pState->heldByCaller() && m_pState->file.isOurs()) {
         // Only for telling a person.
-        (void)!::pwrite(m_pState->file.descriptor(), &note, sizeof note, 0);
+        (void)!::pwrite(m_pState->file.descriptor(), &note, offsetof(HolderNote, mark), 0);
     }
+}
+
+void CPMutex::setMark(bool isSet) const {
+    const std::int64_t mark = isSet ? 1 : 0;
+    if (isStillHeld()) {
+        (void)!::pwrite(m_pState->file.descriptor(), &mark, sizeof mark,
+                        offsetof(HolderNote, mark));
+    }
+}
+
+bool CPMutex::isMarked() const {
+    std::int64_t mark = 0;
+    return isStillHeld() &&
+           ::pread(m_pState->file.descriptor(), &mark, sizeof mark, offsetof(HolderNote, mark)) ==
+               static_cast<ssize_t>(sizeof mark) &&
+           mark != 0;
 }
 
 CPMutex::Holder CPMutex::holder() const {

@@ -53,7 +53,8 @@ public:
     int release();
 
     // True while the calling thread holds the mutex and the lock is still behind that: a program that
-    // closes all its descriptors loses it.
+    // closes all its descriptors loses it, and the lock of an object that somebody has removed keeps
+    // nobody out.
     bool isStillHeld() const;
 
     // True when the calling thread holds the mutex through this object.
@@ -68,6 +69,11 @@ public:
     // Writes down since when the calling thread holds the mutex, for holder(); worth its system call
     // where the mutex is going to be held for longer than a moment.
     void noteHolding() const;
+
+    // A mark in the object, for what must outlive its holder and everybody else; with the mutex held.
+    // Everybody may set it: it may be a hint, and no more.
+    void setMark(bool isSet) const;
+    bool isMarked() const;
 
     // Who holds it at this moment; only good for telling a person.
     Holder holder() const;

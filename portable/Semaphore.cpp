@@ -24,7 +24,6 @@ namespace VQRegLib {
 
 namespace {
 
-constexpr int kAttempts = 100;  // each waits for a sender that is just looking
 constexpr int kLostNapMilliseconds = 100;
 constexpr std::uint64_t kSliceMilliseconds = 50;  // how late a termination may be noticed
 constexpr std::uint64_t kLongestMilliseconds = 3'600'000;
@@ -204,7 +203,7 @@ void CPSemaphore::release() {
     CSharedCount(semaphore()).post();
 }
 
-bool CPSemaphore::own() {
+bool CPSemaphore::own(int attempts) {
     const std::string path = pathOf(m_strName);
     int error = m_nError;
     if (isOpen() && (g_isExiting.load() || !registerHandlers())) {
@@ -215,7 +214,7 @@ bool CPSemaphore::own() {
         removeUseless(path);
         openObject();
     }
-    for (int attempt = 0; attempt < kAttempts && isOpen(); ++attempt) {
+    for (int attempt = 0; attempt < attempts && isOpen(); ++attempt) {
         int fd = -1;
         error = tryToOwn(&fd);
         if (error == 0) {
@@ -252,7 +251,7 @@ int CPSemaphore::tryToOwn(int* fd) const {
 
 void CPSemaphore::waitUntilFree(const std::string& name) {
     const CFileDescriptor file(openFile(pathOf(name)));
-    for (int attempt = 0; attempt < kAttempts && file.isOpen(); ++attempt) {
+    for (int attempt = 0; attempt < CPSemaphore::kAttempts && file.isOpen(); ++attempt) {
         if (flock(file.get(), LOCK_SH | LOCK_NB) == 0 || errno != EWOULDBLOCK) {
             return;
         }

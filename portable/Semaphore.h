@@ -18,6 +18,7 @@ namespace VQRegLib {
 class CPSemaphore {
 public:
     static constexpr unsigned long kInfinite = 0xFFFFFFFF;
+    static constexpr int kAttempts = 100;  // each waits a millisecond for a sender that is looking
 
     // (1, initial, 0x7fffffff, name, 1): opens the semaphore of that name, or makes it with the
     // initial count.
@@ -37,7 +38,7 @@ public:
 
     // Makes the calling process an owner until it ends. A process that ends normally takes the
     // semaphore with it. One semaphore per process. False, with error(), when that is impossible.
-    bool own();
+    bool own(int attempts = kAttempts);
 
     // Waits, 100 ms at most, while somebody holds a lock on the semaphore of that name with which
     // nobody can own it.

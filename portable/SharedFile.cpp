@@ -81,6 +81,18 @@ int CSharedFile::giveName(int fd, const std::string& path) {
     return errno;
 }
 
+void CSharedFile::keep(int fd, const std::string& path) {
+    close();
+    m_path = path;
+    CFileDescriptor copy(::fcntl(fd, F_DUPFD_CLOEXEC, 0));
+    struct stat status {};
+    if (copy.isOpen() && ::fstat(copy.get(), &status) == 0) {
+        m_device = status.st_dev;
+        m_inode = status.st_ino;
+        m_fd = copy.release();
+    }
+}
+
 void CSharedFile::close() {
     if (isOurs()) {
         ::close(m_fd);

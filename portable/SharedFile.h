@@ -24,10 +24,14 @@ public:
     // Whether that works, without keeping it open.
     static int make(const std::string& name, std::size_t size);
 
+    // Takes over a second descriptor of a file that is open, which its path names or once named. Keeps
+    // nothing when there is none to be had.
+    void keep(int fd, const std::string& path);
+
     // Closes it, unless the program has done so and given the number to a file of its own.
     void close();
 
-    bool isOurs() const;   // the descriptor is still that of the file
+    bool isOurs() const;   // it is open, and the descriptor is still that of the file
     bool isNamed() const;  // the name still means this file
 
     int descriptor() const { return m_fd; }

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/ipc.h>
+#include <sys/mman.h>
 #include <sys/random.h>
 #include <sys/shm.h>
 #include <sys/stat.h>
@@ -48,6 +49,23 @@ int lockByte(int fd, eLockedByte byte, short kind) {
 std::uint64_t ipcNamespace() {
     struct stat status {};
     return ::stat("/proc/self/ns/ipc", &status) == 0 ? status.st_ino : 0;
+}
+
+// At a place that is reserved first, as any other mapping: who keeps a record of the process's memory,
+// as a sanitizer does, knows then that it is new. Null with errno.
+void* attachSegment(int id, std::size_t size) {
+    void* const place = ::mmap(nullptr, size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (place == MAP_FAILED) {
+        return nullptr;
+    }
+    void* const segment = ::shmat(id, place, SHM_REMAP);
+    if (segment == reinterpret_cast<void*>(-1)) {
+        const int error = errno;
+        ::munmap(place, size);
+        errno = error;
+        return nullptr;
+    }
+    return segment;
 }
 
 Header headerFor(const std::string& name, const unsigned char (&lot)[16], unsigned long size) {
@@ -123,8 +141,8 @@ int CPSharedMemory::attach(unsigned long size) {
     if (status.shm_segsz != sizeof(Header) + size) {
         return EPROTO;
     }
-    void* const segment = ::shmat(id, nullptr, 0);
-    if (segment == reinterpret_cast<void*>(-1)) {
+    void* const segment = attachSegment(id, sizeof(Header) + size);
+    if (!segment) {
         return errno;
     }
     const Header expected = headerFor(m_name, record.lot, size);
@@ -173,8 +191,8 @@ int CPSharedMemory::makeSegment(unsigned long size) {
     if (id < 0) {
         return errno;
     }
-    void* const segment = ::shmat(id, nullptr, 0);
-    const int error = segment == reinterpret_cast<void*>(-1) ? errno : 0;
+    void* const segment = attachSegment(id, sizeof(Header) + size);
+    const int error = segment ? 0 : errno;
     ::shmctl(id, IPC_RMID, nullptr);  // it lives while somebody is attached
     if (error != 0) {
         return error;
@@ -197,20 +215,13 @@ int CPSharedMemory::makeSegment(unsigned long size) {
     return 0;
 }
 
-// The bytes drawn by lot tell the file from any other that may have got its number: reading from that
-// does no harm.
-bool CPSharedMemory::holdsUs(Record& record) const {
-    return m_segment && m_file.isNamed() && read(record) && record.id == m_id &&
-           std::memcmp(record.lot, m_lot, sizeof m_lot) == 0;
-}
-
 bool CPSharedMemory::isCurrent() {
-    Record record{};
-    bool isSame = holdsUs(record);
-    if (!isSame && !m_file.isOurs() && m_file.open(m_name, sizeof(Record)) == 0) {
+    if (!m_file.isOurs() && m_file.open(m_name, sizeof(Record)) == 0) {
         lockByte(m_file.descriptor(), eUsing, F_RDLCK);  // a program had closed it
-        isSame = holdsUs(record);
     }
+    Record record{};
+    const bool isSame = m_segment && m_file.isNamed() && read(record) && record.id == m_id &&
+                        std::memcmp(record.lot, m_lot, sizeof m_lot) == 0;
     m_counter = isSame ? record.counter : 0;
     return isSame;
 }

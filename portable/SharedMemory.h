@@ -52,7 +52,6 @@ private:
     int make(unsigned long size, eHow how);
     int makeSegment(unsigned long size);
     bool read(Record& record) const;
-    bool holdsUs(Record& record) const;
 
     std::string m_name;
     CSharedFile m_file;

@@ -14,24 +14,39 @@ bool CConfigFile::isTextLost() const {
     return !files.holdsText(m_path.c_str()) && files.holdsText(m_backup.c_str());
 }
 
-void CConfigFile::replaceBy(const char* temporary) const {
+bool CConfigFile::isBackupBetter(bool hasValues) const {
+    const CFileOps& files = CFileOps::current();
+    if (!files.holdsText(m_path.c_str())) {
+        return files.holdsText(backup());
+    }
+    return !hasValues && files.hasLineBeside(backup(), '[');
+}
+
+bool CConfigFile::replaceAtOnce(const char* temporary, bool hasValues) const {
     CFileOps& files = CFileOps::current();
     const char* const path = m_path.c_str();
-    const char* const backup = m_backup.c_str();
-    if (isTextLost()) {
+    if (isBackupBetter(hasValues)) {
         files.rename(temporary, path);
-        return;
+        return true;
     }
-    files.unlink(backup);
-    const bool isLinked = files.link(path, backup) == 0;
-    if (!isLinked && files.exchange(temporary, path) == 0) {
-        if (files.rename(temporary, backup) != 0) {
-            files.unlink(temporary);
-        }
-        return;
+    files.unlink(backup());
+    if (files.link(path, backup()) == 0) {
+        replaceInSteps(temporary);
+        return true;
     }
-    files.rename(path, backup);
-    files.rename(temporary, path);
+    if (files.exchange(temporary, path) != 0) {
+        return false;
+    }
+    if (files.rename(temporary, backup()) != 0) {
+        files.unlink(temporary);
+    }
+    return true;
+}
+
+void CConfigFile::replaceInSteps(const char* temporary) const {
+    CFileOps& files = CFileOps::current();
+    files.rename(m_path.c_str(), backup());
+    files.rename(temporary, m_path.c_str());
 }
 
 void CConfigFile::recover() const {

@@ -17,6 +17,14 @@ bool hasLine(const CKeyOrValue& key) {
     return key.m_strName != kTreeRootName;
 }
 
+bool hasValue(const CKeyOrValue& root) {
+    const CKeyOrValue* node = &root;
+    while (node && node->m_iIsKey) {
+        node = node->nextShown(root);
+    }
+    return node != nullptr;
+}
+
 std::uint64_t textSize(const CKeyOrValue& root) {
     std::uint64_t size = 0;
     for (const CKeyOrValue* key = &root; key; key = key->nextKey(root)) {
@@ -40,9 +48,12 @@ int CRegLibImplFile::ExportConfig() {
                      traceId(this), static_cast<unsigned>(result));
         return result;
     }
-    renewSharedStamp();
-    m_ullLocalChangeStamp = sharedStamp();
-    m_glanced.reset();
+    m_ullLocalChangeStamp = renewSharedStamp();
+    m_glanced.close();
+    // Others may have got another block meanwhile; they shall hear of it too.
+    if (!m_pSharedMemory->isCurrent() && hasBlock(CPSharedMemory::eTry)) {
+        m_ullLocalChangeStamp = renewSharedStamp();
+    }
     REGLIB_TRACE(eTraceFlow, "<<<CRegLibImplFile::ExportConfig\n");
     return REGLIB_OK;
 }
@@ -56,10 +67,12 @@ int CRegLibImplFile::replaceText() {
         return opened;
     }
     const bool isWhole = writeTree(openedName);
+    const bool hasValues = hasValue(*m_pRootNode);
     if (FileClose(isWhole ? eWrite : eRead, openedName) < 0 || !isWhole) {
         CFileOps::current().unlink(openedName.c_str());
         return REGLIB_E_FILE_OPEN;
     }
+    m_hasFileValues = m_hasFileValues || hasValues;
     return REGLIB_OK;
 }
 

@@ -71,7 +71,12 @@ int CRegLibImplFile::FileClose(int mode, const std::string& openedName) {
         return REGLIB_E_FILE_OPEN;
     }
     markReplacing();
-    m_file.replaceBy(openedName.c_str());
+    if (!m_file.replaceAtOnce(openedName.c_str(), m_hasFileValues)) {
+        // The mark outlives everybody, unlike the stamp.
+        m_pMutex->setMark(true);
+        m_file.replaceInSteps(openedName.c_str());
+        m_pMutex->setMark(false);
+    }
     return REGLIB_OK;
 }
 

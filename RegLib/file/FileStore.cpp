@@ -24,10 +24,6 @@ constexpr char kPreferredDirectory[] = "/velquist/etc";
 constexpr char kPreferredFile[] = "/velquist/etc/Velquist.cfg";
 constexpr char kUsualFile[] = "/etc/Velquist.cfg";
 
-void closeFile(std::FILE* file) {
-    CFileOps::current().close(file);
-}
-
 // Makes an object, or throws from the given place when there is no memory for it.
 template <typename Object, typename... Arguments>
 std::unique_ptr<Object> makeOrThrow(eThrowPoint point, Arguments&&... arguments) {
@@ -42,7 +38,7 @@ std::unique_ptr<Object> makeOrThrow(eThrowPoint point, Arguments&&... arguments)
 
 CRegLibImplFile::CRegLibImplFile(const char* name, const char* root, CRegLib::LOCATION location,
                                  int* result)
-    : CRegLibImpl(name, root, location, result), m_glanced(nullptr, closeFile) {
+    : CRegLibImpl(name, root, location, result) {
     REGLIB_TRACE(eTraceFlow,
                  "CRegLibImplFile::CRegLibImplFile (0x%08X), name \"%s\", root \"%s\"\n",
                  traceId(this), traceText(name), traceText(root));
@@ -112,6 +108,7 @@ void CRegLibImplFile::openSharedObjects() {
     auto block = makeOrThrow<CPSharedMemory>(eThrowPoint::eNewSharedMemory, m_pszFileName,
                                              sizeof(std::uint64_t));
     if (!block->getAddress()) {
+        tellWhyNoBlock(block->error());
         REGLIB_TRACE(
             eTraceFlow,
             "(Error) CRegLibImplFile::CRegLibImplFile (0x%08X), shared memory failed, errno %d\n",

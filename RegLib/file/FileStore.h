@@ -13,6 +13,7 @@
 #include "RegLib/file/ConfigFile.h"
 #include "RegLib/store/Store.h"
 #include "portable/Mutex.h"
+#include "portable/SharedFile.h"
 #include "portable/SharedMemory.h"
 
 namespace VQRegLib {
@@ -63,6 +64,7 @@ public:
     int VQRegEndUpdate() override;
     bool isUpdating() const override { return m_nUpdateDepth > 0; }
     int VQRegReload() override;
+    bool isUpdatedElsewhere() const override;
     void dropInheritedUpdate() override;
 
     // VQRegCreateKey without taking a reference for the caller.
@@ -109,18 +111,18 @@ private:
     friend class COperation;
     int takeLock(unsigned long milliseconds);
     std::uint64_t sharedStamp() const;
-    void renewSharedStamp();
+    std::uint64_t renewSharedStamp();
     void markReplacing();
     void useBlock(std::unique_ptr<CPSharedMemory> block);
     bool hasBlock(CPSharedMemory::eHow how);
     void complainOfStopped(std::uint64_t stamp);
+    void tellWhyNoBlock(int error);
 
     // Opening; FileAccess.cpp.
     int openUnlocked();
     int finishOpen(int mode, const char* name, int error);
 
     int commitChange();
-    bool isUpdatedElsewhere() const;
     int refuseDuringOthersUpdate() const;
     int readAnew();
     void moveHandles(const CKeyOrValue& from, CKeyOrValue& to);
@@ -183,14 +185,16 @@ private:
     std::uint32_t m_lastLook = kNeverLooked;  // at the block; kNeverLooked also when it is lost
 
     // The file as it was read while a writer was replacing it, and what that reading brought.
-    std::unique_ptr<std::FILE, void (*)(std::FILE*)> m_glanced;
+    CSharedFile m_glanced;
     int m_nGlanced = 0;
     std::uint64_t m_ullOddStamp = 0;
     std::uint32_t m_oddSince = 0;
+    std::uint32_t m_blockTold = 0;  // when an error line said that the block cannot be had
 
     int m_nUpdateDepth = 0;         // updates begun and not ended; with the lock held
     bool m_bUpdatePending = false;  // the tree has changes that the end of the update will write
     bool m_isTreeAhead = false;     // it has changes of an update that this process must not write
+    bool m_hasFileValues = false;   // the text that was last read or written has a value
     bool m_isReadCutShort = false;  // the last reading ended in an error: the tree is not whole
     std::uint64_t m_ullTextSize = 0;  // for which the next FileOpen for writing makes room
     CConfigFile m_file;

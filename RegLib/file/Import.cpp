@@ -6,6 +6,7 @@
 #include "RegLib/file/LineReader.h"
 #include "RegLib/file/Node.h"
 #include "RegLib/trace/Trace.h"
+#include "portable/FileOps.h"
 
 namespace VQRegLib {
 
@@ -18,6 +19,12 @@ int CRegLibImplFile::ImportConfig(eUnwinding unwinding) {
 }
 
 int CRegLibImplFile::importLocked() {
+    const std::uint64_t stamp = sharedStamp();
+    if (m_pMutex->isHeldHere() && !CFileOps::current().exists(m_pszFileName) &&
+        m_pMutex->isMarked()) {
+        m_file.recover();
+        m_pMutex->setMark(false);
+    }
     const int opened = FileOpen(eRead, nullptr);
     if (opened == REGLIB_E_NOT_FOUND) {
         tellOfLostText();
@@ -28,7 +35,7 @@ int CRegLibImplFile::importLocked() {
         REGLIB_TRACE(eTraceFlow, "<<<CRegLibImplFile::ImportConfig\n");
         return REGLIB_OK;
     }
-    return opened < 0 ? opened : importOpened(sharedStamp());
+    return opened < 0 ? opened : importOpened(stamp);
 }
 
 // Reads the open file and closes it. The stamp is that from before it was opened; after a read error
@@ -38,7 +45,7 @@ int CRegLibImplFile::importOpened(std::uint64_t stamp) {
     const int result = readOpened();
     if (result >= 0 && !m_isReadCutShort) {
         m_ullLocalChangeStamp = stamp;
-        m_glanced.reset();
+        m_glanced.close();
     }
     return result;
 }
@@ -62,6 +69,7 @@ int CRegLibImplFile::ImportConfigHelper() {
     CLineReader reader(m_pFile);
     CKeyOrValue* current = nullptr;
     bool isEmpty = true;
+    bool hasValues = false;
     std::string_view line;
     while (reader.next(line)) {
         isEmpty = false;
@@ -72,12 +80,14 @@ int CRegLibImplFile::ImportConfigHelper() {
             result = ImportCreateKeyHelper(&current, line);
         } else if (current) {
             result = ImportCreateValueHelper(current, line);
+            hasValues = true;
         }
         if (result < 0) {
             return result;
         }
     }
     m_isReadCutShort = reader.error() != 0;
+    m_hasFileValues = m_hasFileValues || hasValues;
     if (isEmpty) {
         tellOfLostText();
     }

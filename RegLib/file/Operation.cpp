@@ -27,7 +27,7 @@ int COperation::lockForChange() {
     if (m_lock->result() < 0) {
         return m_lock->result();
     }
-    m_nResult = m_store.isUpToDate() ? REGLIB_OK : m_store.importLocked();
+    m_nResult = m_store.isUpToDate() ? REGLIB_OK : m_store.bringUpToDate(eUnwinding::eRelease);
     return m_nResult;
 }
 

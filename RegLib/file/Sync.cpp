@@ -18,13 +18,13 @@
 // path is absent for a moment, and otherwise it has to be made.
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <utility>
 
 #include "RegLib/base/AtEnd.h"
 #include "RegLib/file/FileStore.h"
 #include "RegLib/file/Operation.h"
 #include "RegLib/trace/Trace.h"
-#include "portable/FileOps.h"
 #include "portable/Portable.h"
 
 namespace VQRegLib {
@@ -90,10 +90,11 @@ std::uint64_t CRegLibImplFile::sharedStamp() const {
 
 // Later than any stamp before, whatever the clock does, even, and never 0: that is the stamp of a
 // store that has not read its file yet.
-void CRegLibImplFile::renewSharedStamp() {
+std::uint64_t CRegLibImplFile::renewSharedStamp() {
     const std::uint64_t stamp = stampAfter(sharedStamp(), CPortable::GetTickCountULL());
     m_pSharedMemory->setCounter(stamp);
     m_pullSharedChangeStamp->store(stamp, std::memory_order_release);
+    return stamp;
 }
 
 // A full barrier, because the mark must be seen before the first of the renames is.
@@ -124,9 +125,7 @@ bool CRegLibImplFile::hasBlock(CPSharedMemory::eHow how) {
         return true;
     }
     if (!block->getAddress()) {
-        REGLIB_TRACE(eTraceAlways,
-                     "(Error) CRegLibImplFile::Lock (0x%08X), shared memory failed, errno %d\n",
-                     traceId(this), block->error());
+        tellWhyNoBlock(block->error());
         m_lastLook = kNeverLooked;
         m_ullLocalChangeStamp = 0;
         return false;
@@ -144,7 +143,8 @@ bool CRegLibImplFile::isUpToDate() {
     if (m_lastLook != CPortable::GetSeconds() && !hasBlock(CPSharedMemory::eTry)) {
         return false;
     }
-    return sharedStamp() == m_ullLocalChangeStamp;
+    const std::uint64_t stamp = sharedStamp();
+    return stamp != 0 && stamp == m_ullLocalChangeStamp;  // 0 is only what somebody has written
 }
 
 int CRegLibImplFile::bringUpToDate(eUnwinding unwinding) {
@@ -174,7 +174,7 @@ int CRegLibImplFile::importWaiting(eUnwinding unwinding) {
 // While a writer is at work, or has been stopped: the file as it is, and no stamp.
 int CRegLibImplFile::glance(std::uint64_t stamp, eUnwinding unwinding) {
     complainOfStopped(stamp);
-    if (m_glanced && CFileOps::current().isFileAt(m_glanced.get(), m_pszFileName)) {
+    if (m_glanced.isOurs() && m_glanced.isNamed()) {
         return m_nGlanced;
     }
     const int opened = openUnlocked();
@@ -184,9 +184,33 @@ int CRegLibImplFile::glance(std::uint64_t stamp, eUnwinding unwinding) {
     if (opened < 0) {
         return opened;
     }
-    const CAtEnd keeping([this] { m_glanced.reset(std::exchange(m_pFile, nullptr)); });
-    m_nGlanced = readOpened();
-    return m_nGlanced;
+    const CAtEnd closing([this] { FileClose(eRead, std::string()); });
+    m_glanced.close();
+    const int result = readOpened();
+    if (!m_isReadCutShort) {
+        m_glanced.keep(::fileno(m_pFile), m_pszFileName);
+        m_nGlanced = result;
+    }
+    return result;
+}
+
+// Of other namespaces an administrator has to hear; the rest is for who looks for it, and it is told
+// again when a minute has passed.
+void CRegLibImplFile::tellWhyNoBlock(int error) {
+    const std::uint32_t now = CPortable::GetSeconds();
+    if (m_blockTold != 0 && now - m_blockTold < kComplaintSeconds) {
+        return;
+    }
+    m_blockTold = now;
+    if (error == EXDEV) {
+        REGLIB_TRACE(eTraceAlways,
+                     "(Error) CRegLibImplFile::Lock (0x%08X), \"%s\" is in use in another IPC "
+                     "namespace\n",
+                     traceId(this), m_pszFileName);
+    }
+    REGLIB_TRACE(eTraceFlow,
+                 "(Error) CRegLibImplFile::Lock (0x%08X), shared memory failed, errno %d\n",
+                 traceId(this), error);
 }
 
 void CRegLibImplFile::complainOfStopped(std::uint64_t stamp) {

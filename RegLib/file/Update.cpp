@@ -23,6 +23,7 @@ int CRegLibImplFile::VQRegBeginUpdate() {
         }
         const int kept = Lock();  // once more, and kept
         if (kept >= 0 && m_nUpdateDepth++ == 0) {
+            ++m_openUpdates;
             m_pMutex->noteHolding();
         }
         return kept;
@@ -33,7 +34,7 @@ int CRegLibImplFile::VQRegEndUpdate() {
     if (m_nUpdateDepth == 0) {
         return REGLIB_E_FAIL;
     }
-    --m_nUpdateDepth;
+    m_openUpdates -= --m_nUpdateDepth == 0 ? 1 : 0;
     const int result = guarded([this] {
         const bool write = m_nUpdateDepth == 0 && std::exchange(m_bUpdatePending, false);
         return write ? ExportConfig() : REGLIB_OK;
@@ -77,6 +78,7 @@ void CRegLibImplFile::dropInheritedUpdate() {
         return;
     }
     m_nUpdateDepth = 0;
+    --m_openUpdates;
     m_isTreeAhead = std::exchange(m_bUpdatePending, false) || m_isTreeAhead;
     if (m_isTreeAhead) {
         m_ullLocalChangeStamp = 0;

@@ -60,10 +60,11 @@ private:
     void dropInheritedUpdates();
     static void RegistryChangeNotifierThread(void* directory);
     bool hasNotifier() const;
+    bool isNotifierStarted();
     bool isReachable();
     void startNotifier();
     void RegistryChangeNotifierThreadFunc();
-    std::unique_ptr<CPSemaphore> ownSemaphore();
+    std::unique_ptr<CPSemaphore> ownSemaphore(int attempts);
     bool makeNotificationSemaphore();
     void serveNotifications();
     void ownNameAgain();

@@ -23,6 +23,7 @@ namespace {
 constexpr char kPrefix[] = "REG-CHANGENOTIF-SEM-BF96420F-BEA8-4a58-AA2E-FA2A7AE7F5A5-";
 constexpr unsigned long kPollMilliseconds = 100;
 constexpr unsigned long kLookMilliseconds = 5000;  // how late a lost name is noticed
+constexpr int kFirstAttempts = 5;  // with the directory's lock held, after a wait without it
 constexpr char kThreadName[] = "CRegLibImpl::RegistryChangeNotifierThread";
 
 // For a registration that finds the name lost.
@@ -70,7 +71,7 @@ bool CRegLibImplDirectory::hasNotifier() const {
 }
 
 void CRegLibImplDirectory::startRegistryChangeNotifierThread() {
-    if (m_notifierRunning.load() == 0) {
+    if (!isNotifierStarted()) {
         // Who squats on the name delays this registration, but nobody who opens a session meanwhile.
         (void)guarded([] {
             CPSemaphore::waitUntilFree(notificationSemaphoreName(CPortable::GetCurrentProcessId()));
@@ -92,6 +93,11 @@ void CRegLibImplDirectory::startRegistryChangeNotifierThread() {
     for (int nap = 0; nap < kReachableNaps && !isReachable(); ++nap) {
         CPortable::Sleep(kReachableNapMilliseconds);
     }
+}
+
+bool CRegLibImplDirectory::isNotifierStarted() {
+    const CCritSecGuard guard(*m_pLock, __LINE__);
+    return hasNotifier();
 }
 
 // False while other processes do not find the running thread's semaphore, or take it for nobody's.
@@ -161,13 +167,13 @@ void CRegLibImplDirectory::RegistryChangeNotifierThreadFunc() {
 }
 
 // The semaphore of this process, owned; null when that is impossible. The reason is told once.
-std::unique_ptr<CPSemaphore> CRegLibImplDirectory::ownSemaphore() try {
+std::unique_ptr<CPSemaphore> CRegLibImplDirectory::ownSemaphore(int attempts) try {
     if (CPSemaphore::isExiting()) {
         return nullptr;
     }
     const std::string name = notificationSemaphoreName(CPortable::GetCurrentProcessId());
     auto semaphore = makeSemaphore(name);
-    if (semaphore->own()) {
+    if (semaphore->own(attempts)) {
         m_ownFailed = false;
         return semaphore;
     }
@@ -186,7 +192,7 @@ std::unique_ptr<CPSemaphore> CRegLibImplDirectory::ownSemaphore() try {
 
 bool CRegLibImplDirectory::makeNotificationSemaphore() {
     m_ownFailed = false;
-    std::unique_ptr<CPSemaphore> semaphore = ownSemaphore();
+    std::unique_ptr<CPSemaphore> semaphore = ownSemaphore(kFirstAttempts);
     m_pNotificationSemaphore.store(semaphore.release());  // for the rest of the process
     return m_pNotificationSemaphore.load() != nullptr;
 }
@@ -211,7 +217,7 @@ void CRegLibImplDirectory::serveNotifications() {
 // A program that closes all descriptors closes the lock that tells others of the owner, and the name
 // may have been removed. Whatever there is under it now becomes this process's semaphore.
 void CRegLibImplDirectory::ownNameAgain() {
-    std::unique_ptr<CPSemaphore> semaphore = ownSemaphore();
+    std::unique_ptr<CPSemaphore> semaphore = ownSemaphore(CPSemaphore::kAttempts);
     if (semaphore) {
         const CCritSecGuard guard(*m_pLock, __LINE__);
         semaphore.reset(m_pNotificationSemaphore.exchange(semaphore.release()));

@@ -9,10 +9,31 @@
 #include "RegLib/trace/Trace.h"
 #include "VQRegLib.h"
 #include "portable/NoCancellation.h"
+#include "portable/Portable.h"
 
 namespace VQRegLib {
 
 namespace {
+
+constexpr int kEnteringNaps = 200;
+constexpr unsigned long kEnteringNapMilliseconds = 1;
+
+// Enters the store's session lock. A thread that has an update on the same file through another store
+// must not wait for it without end: its holder may be waiting for that update.
+bool enter(CRegLibImpl& store, int location) {
+    if (CRegLibImpl::m_openUpdates.load(std::memory_order_relaxed) == 0 ||
+        !store.isUpdatedElsewhere()) {
+        store.m_critSec.enter(location);
+        return true;
+    }
+    for (int nap = 0; nap < kEnteringNaps; ++nap) {
+        if (store.m_critSec.tryEnter(location)) {
+            return true;
+        }
+        CPortable::Sleep(kEnteringNapMilliseconds);
+    }
+    return false;
+}
 
 // Calls one operation of the store under its session lock, if there is a store and the caller gave
 // every text and pointer that the operation needs. No guard holds the lock: when a VQException
@@ -27,7 +48,9 @@ int delegate(CRegLibImpl* store, bool argumentsGiven, int location, Operation&& 
         return REGLIB_E_FAIL;
     }
     const CNoCancellation noCancellation;
-    store->m_critSec.enter(location);
+    if (!enter(*store, location)) {
+        return REGLIB_E_FAIL;
+    }
     const int result = guarded([&] { return operation(*store); });
     store->m_critSec.leave(location);
     return result;

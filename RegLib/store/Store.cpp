@@ -73,6 +73,12 @@ bool CRegLibImpl::isUpdating() const {
     return false;
 }
 
+bool CRegLibImpl::isUpdatedElsewhere() const {
+    return false;
+}
+
+std::atomic<int> CRegLibImpl::m_openUpdates{0};
+
 void CRegLibImpl::dropInheritedUpdate() {}
 
 int CRegLibImpl::VQRegReload() {

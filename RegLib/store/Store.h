@@ -2,6 +2,7 @@
 #ifndef REGLIB_STORE_STORE_H
 #define REGLIB_STORE_STORE_H
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -72,6 +73,12 @@ public:
     virtual int VQRegBeginUpdate();
     virtual int VQRegEndUpdate();
     virtual bool isUpdating() const;
+
+    // The calling thread has an update on the store's backing through another store.
+    virtual bool isUpdatedElsewhere() const;
+
+    // Updates that are open in this process.
+    static std::atomic<int> m_openUpdates;
 
     // In a child of fork: the update that its parent had begun is not the child's.
     virtual void dropInheritedUpdate();

@@ -136,6 +136,36 @@ TEST_F(OwnLock, ClosedInAnUpdateItsEndWritesNothingOverOthers) {
               "\"C\"=dword:00000003\n");
 }
 
+TEST_F(OwnLock, RemovedInAnUpdateItsEndWritesNothingOverOthers) {
+    Agent agent(VQREG_AGENT_PATH);
+    ASSERT_EQ(agent.open(store.path()), REGLIB_OK);
+    CRegUpdate update(session);
+    ASSERT_EQ(set("A", 1), REGLIB_OK);
+    ASSERT_TRUE(std::filesystem::remove("/dev/shm/CPLock." + vqtest::encodedPath(store.path())));
+    ASSERT_EQ(agent.set(".", "B", 2u), REGLIB_OK) << "under a lock of its own";
+    EXPECT_EQ(update.end(), REGLIB_E_FILE_OPEN);
+    EXPECT_EQ(store.read(), "[Velquist]\n\"B\"=dword:00000002\n");
+    EXPECT_EQ(set("C", 3), REGLIB_OK);
+    EXPECT_EQ(agent.get(".", "C"), Value::ofDword(3));
+    EXPECT_EQ(agent.get(".", "A"), Value::ofDword(1)) << "it waited in memory";
+}
+
+TEST_F(OwnLock, ABlockThatIsReplacedInAnUpdateIsToldOfItsEnd) {
+    Agent agent(VQREG_AGENT_PATH);
+    ASSERT_EQ(agent.open(store.path()), REGLIB_OK);
+    CRegUpdate update(session);
+    ASSERT_EQ(set("A", 1), REGLIB_OK);
+    ASSERT_TRUE(std::filesystem::remove("/dev/shm/CPBlock." + vqtest::encodedPath(store.path())));
+    Agent fresh(VQREG_AGENT_PATH);  // makes another block and reads the old text
+    ASSERT_EQ(fresh.open(store.path()), REGLIB_OK);
+    EXPECT_EQ(fresh.get(".", "A"), Value::failure(REGLIB_E_NOT_FOUND));
+    EXPECT_EQ(update.end(), REGLIB_OK);
+    EXPECT_EQ(fresh.get(".", "A"), Value::ofDword(1));
+    EXPECT_EQ(fresh.set(".", "B", 2u), REGLIB_OK);
+    EXPECT_TRUE(waitUntil([&] { return agent.get(".", "B") == Value::ofDword(2); }));
+    EXPECT_EQ(store.read(), "[Velquist]\n\"A\"=dword:00000001\n\"B\"=dword:00000002\n");
+}
+
 TEST_F(OwnLock, AProgramThatClosesAllDescriptorsGoesOn) {
     Agent agent(VQREG_AGENT_PATH);
     ASSERT_EQ(agent.open(store.path()), REGLIB_OK);

@@ -9,6 +9,7 @@
 
 #include "VQRegLib.h"
 #include "support/TempStore.h"
+#include "support/Wait.h"
 
 using namespace VQRegLib;
 using testing::HasSubstr;
@@ -135,6 +136,21 @@ TEST_F(TwoStores, AnotherThreadWaitsForTheUpdateInstead) {
     EXPECT_EQ(store.read(),
               "[First]\n\"A\"=dword:00000001\n\"C\"=dword:00000001\n"
               "[Second]\n\"B\"=dword:00000001\n");
+}
+
+// The other thread waits for the update with the lock of the second store in its hands.
+TEST_F(TwoStores, AThreadInAnUpdateDoesNotWaitForOneThatWaitsForIt) {
+    std::thread other;
+    {
+        const CRegUpdate update(first);
+        ASSERT_EQ(set(first, "A", 1), REGLIB_OK);
+        other = std::thread([&] { EXPECT_EQ(set(second, "B", 1), REGLIB_OK); });
+        EXPECT_TRUE(vqtest::waitUntil([&] { return !second.RootKey(); }));
+        EXPECT_EQ(set(first, "C", 1), REGLIB_OK);
+    }
+    other.join();
+    EXPECT_EQ(number(second, "B"), 1);
+    EXPECT_EQ(number(first, "C"), 1);
 }
 
 TEST_F(TwoStores, AReloadInAnUpdateOfOnesOwnIsRefused) {

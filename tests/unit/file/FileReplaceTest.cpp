@@ -7,9 +7,11 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <string>
 
 #include "support/FileOpsFake.h"
+#include "support/ForkedChild.h"
 #include "support/StoreFixture.h"
 
 using namespace vqtest;
@@ -266,6 +268,41 @@ TEST_F(FileReplace, AChangeIsNotDeceivedByAnOldStampThatSomebodyPutsBack) {
     probe.setSharedStamp(old);
     ASSERT_EQ(setText(*store, root, "b", "y"), REGLIB_OK);
     EXPECT_EQ(file.read(), "[Velquist]\n\"a\"=string:x\n\"b\"=string:y\n");
+    ASSERT_EQ(setText(*other, *other->RootKey(), "c", "z"), REGLIB_OK);
+    probe.setSharedStamp(0);
+    get(*store, root, "a");
+    probe.setSharedStamp(0);
+    ASSERT_EQ(setText(*store, root, "d", "w"), REGLIB_OK);
+    EXPECT_NE(file.read().find("\"c\"=string:z"), std::string::npos);
+}
+
+// Its children of the same text, who died in the moment without a file, have left nobody behind who
+// would know of it.
+TEST_F(FileReplace, ADeathBetweenTheRenamesIsMendedWhenAllUsersAreGone) {
+    setText(*store, root, "a", "x");
+    store.reset();
+    ForkedChild writer([&] {
+        struct Dying : FileOpsFake {
+            int rename(const char* path, const char* newPath) override {
+                const int result = FileOpsFake::rename(path, newPath);
+                ::_exit(result == 0 ? 7 : 8);
+            }
+        } files;
+        files.fail(FileCall::eLink, EPERM);
+        files.fail(FileCall::eExchange, EINVAL);
+        const auto own = open();
+        setText(*own, *own->RootKey(), "a", "y");
+        return 0;
+    });
+    ASSERT_EQ(writer.wait(), 7);
+    ASSERT_FALSE(file.exists());
+    const auto next = open();
+    EXPECT_EQ(get(*next, *next->RootKey(), "a"), Value::ofText("x"));
+    EXPECT_EQ(file.read(), "[Velquist]\n\"a\"=string:x\n");
+    ASSERT_EQ(std::remove(file.path().c_str()), 0);
+    ASSERT_EQ(std::remove(file.backupPath().c_str()), 0);
+    const auto last = open("Other");
+    EXPECT_EQ(file.read(), "[Other]\n") << "the mark has gone";
 }
 
 TEST_F(FileReplace, AnUpdateIsNotUndoneByAStampThatSomebodyWrites) {

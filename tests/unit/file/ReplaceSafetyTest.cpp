@@ -143,6 +143,29 @@ TEST_F(ReplaceSafety, AGoodBackupIsGivenUpForTheNextText) {
     writeBackup(kOld);
     const auto store = open();
     setText(*store, *store->RootKey(), "a", "x");
+    EXPECT_EQ(file.readBackup(), kOld) << "there was no value yet";
+    setText(*store, *store->RootKey(), "a", "y");
+    EXPECT_EQ(file.readBackup(), kOneValue);
+}
+
+// What the opening of sessions makes is no text that a backup is given up for.
+TEST_F(ReplaceSafety, AGoodBackupSurvivesTheOpeningOfManySessionsAndKeys) {
+    writeBackup(kOld);
+    {
+        const auto first = open("First/Sub");
+        const auto second = open("Second");
+        CRegKey key;
+        createKey(*second, "k/l", key);
+    }
+    EXPECT_EQ(file.readBackup(), kOld);
+    EXPECT_EQ(file.read(), "[First]\n[First/Sub]\n[Second]\n[Second/k]\n[Second/k/l]\n");
+}
+
+TEST_F(ReplaceSafety, AFileWithoutValuesIsKeptWhereTheBackupHasNoneEither) {
+    writeBackup("[Older]\n");
+    file.write("[Velquist]\n");
+    const auto store = open();
+    setText(*store, *store->RootKey(), "a", "x");
     EXPECT_EQ(file.readBackup(), "[Velquist]\n");
 }
 

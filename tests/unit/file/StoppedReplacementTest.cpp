@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <vector>
 
 #include "portable/SharedMemory.h"
 #include "portable/SharedObject.h"
@@ -83,6 +84,36 @@ TEST_F(StoppedReplacement, AMalformedFileAnswersTheSameEachTime) {
     fs::rename(other, file.path());
     for (int i = 0; i < 3; ++i) {
         EXPECT_EQ(vqtest::get(*store, *store->RootKey(), "a"), Value::failure(REGLIB_E_BAD_FORMAT));
+    }
+}
+
+TEST_F(StoppedReplacement, AReadingThatFailsIsTriedAgain) {
+    FileOpsFake files;
+    files.throwNoMemory(FileCall::eRead);
+    CRegLib::eDataType type = CRegLib::eNone;
+    EXPECT_EQ(store->VQRegQueryValueType(*store->RootKey(), "a", type), REGLIB_E_FAIL);
+    files.heal();
+    replace("new");
+    files.breakReadingAfter(12, EIO);
+    EXPECT_EQ(get(), kOld);
+    files.heal();
+    EXPECT_EQ(get(), kNew);
+}
+
+TEST_F(StoppedReplacement, AFileThatWasReadIsNotClosedUnderTheNumberOfAnother) {
+    EXPECT_EQ(get(), kOld);
+    ::closefrom(3);
+    std::vector<int> own;
+    for (int i = 0; i < 8; ++i) {
+        own.push_back(::dup(0));
+    }
+    replace("new");
+    EXPECT_EQ(get(), kNew);
+    writer->kill();
+    EXPECT_EQ(get(), kNew);
+    store.reset();
+    for (const int descriptor : own) {
+        EXPECT_EQ(::close(descriptor), 0) << descriptor;
     }
 }
 
