@@ -136,10 +136,11 @@ public:
 /// `REGLIB_E_FAIL` when memory is short or a required text or pointer is null;
 /// `REGLIB_E_BAD_FORMAT` when the file has a malformed line (the lines before it have been read;
 /// every operation answers this until the file is mended); `REGLIB_E_FILE_OPEN` when the file
-/// cannot be read, or the lock that a change needs cannot be had (no descriptor is left). Operations that change something return `REGLIB_E_FILE_OPEN` also when the new
-/// file cannot be written whole (no permission in the directory, no room): the change then stays in
-/// this process's memory only and is written with the next change that succeeds. They do not tell
-/// when the new file is written but cannot take the old one's place: docs/guarantees.md.
+/// cannot be read, or the lock that a change needs cannot be had (no descriptor is left). Operations
+/// that change something return `REGLIB_E_FILE_OPEN` also when the new file cannot be written whole
+/// (no permission in the directory, no room): the change then stays in this process's memory only
+/// and is written with the next change that succeeds. They do not tell when the new file is written
+/// but cannot take the old one's place: docs/guarantees.md.
 ///
 /// When a reading of the file ends in an error of the disk, what was read before counts and the call
 /// succeeds, but nothing is written, which returns `REGLIB_E_FILE_OPEN`, until the file has been read
