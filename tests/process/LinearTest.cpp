@@ -45,6 +45,7 @@ constexpr int kSlots = kProcesses * kThreads;
 constexpr int kPair = kSlots;         // the values A and B, which all writers count up together
 constexpr int kObjects = kSlots + 1;  // and one value for each slot, which only that one counts up
 constexpr std::size_t kMostEvents = 1u << 15;
+constexpr long kUsualSeconds = 20;
 constexpr long kRoundSeconds = 8;
 
 std::int64_t now() {
@@ -410,7 +411,7 @@ protected:
 
 TEST_F(Linear, WhateverIsReadIsTheNewestOfAll) {
     const char* const variable = std::getenv("VQREG_TEST_SECONDS");
-    long seconds = variable ? std::max(1L, std::atol(variable)) : kRoundSeconds;
+    long seconds = variable ? std::max(1L, std::atol(variable)) : kUsualSeconds;
     makeValues();
     for (; seconds > 0 && !HasFailure(); seconds -= kRoundSeconds) {
         round(std::chrono::seconds(std::min(seconds, kRoundSeconds)));
