@@ -282,6 +282,26 @@ TEST_F(WholeStore, RestoreWithoutABackup) {
     EXPECT_EQ(file.read(), "[Velquist]\n");
 }
 
+// Nobody means a store without a key, and what the last change has left is the only text there is.
+TEST_F(WholeStore, RestoreOfNothingIsRefused) {
+    const std::string text = "[Velquist]\n\"V\"=string:x\n";
+    for (const std::string backup : {"", "[]\n"}) {
+        std::ofstream(file.backupPath()) << backup;
+        for (const std::string& present : {text, std::string("nonsense\n")}) {
+            file.write(present);
+            for (const std::string option : {"--json", "-n", "-f"}) {
+                EXPECT_EQ(run({"restore", option}),
+                          fails(4, file.backupPath() +
+                                       ": the backup names no key, and would replace everything "
+                                       "by nothing"));
+                EXPECT_EQ(file.read(), present);
+                EXPECT_EQ(file.readBackup(), backup);
+                EXPECT_EQ(file.files().size(), 2u);
+            }
+        }
+    }
+}
+
 TEST_F(WholeStore, CleanRemovesOldTemporaryFiles) {
     file.write("[Velquist]\n");
     const std::string old = file.path() + "0a1b2c3d-0123-4567-89ab-0123456789ab";
