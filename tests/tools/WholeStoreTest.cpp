@@ -69,7 +69,8 @@ TEST_F(WholeStore, InfoAsJson) {
     const auto result = run({"info", "--json"});
     EXPECT_EQ(result.status, 0);
     EXPECT_NE(result.out.find("\n  \"keys\": 1,\n  \"values\": 0,\n  \"stamp\": null,\n"
-                              "  \"lock\": null,\n  \"openIn\": [],\n  \"olderLibrary\": [],\n  "
+                              "  \"lock\": null,\n  \"openIn\": [],\n  \"openInHidden\": 0,\n  "
+                              "\"olderLibrary\": [],\n  "
                               "\"semaphores\": {\n    \"alive\": 0,\n"
                               "    \"stale\": 0\n  }\n}\n"),
               std::string::npos)

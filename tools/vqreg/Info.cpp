@@ -28,7 +28,7 @@ struct Facts {
     Count count;
     std::optional<std::uint64_t> stamp;
     std::optional<LockHolder> holder;
-    std::vector<OpenIn> processes;
+    Openers openers;
     std::vector<OpenIn> older;
     std::size_t alive = 0;
     std::size_t stale = 0;
@@ -90,7 +90,7 @@ Facts gather(const StoreOptions& options) {
     }
     facts.stamp = changeStamp(facts.file);
     facts.holder = lockHolder(facts.file);
-    facts.processes = processesWith(facts.file);
+    facts.openers = processesWith(facts.file);
     facts.older = olderProcessesWith(facts.file);
     for (const NotificationSemaphore& semaphore : notificationSemaphores()) {
         ++(semaphore.isAlive ? facts.alive : facts.stale);
@@ -103,7 +103,16 @@ std::string listOf(const std::vector<OpenIn>& processes) {
     for (const OpenIn& process : processes) {
         list += (list.empty() ? "" : ", ") + process.text();
     }
-    return list.empty() ? "no process in sight" : list;
+    return list;
+}
+
+std::string listOf(const Openers& openers) {
+    const std::string list = listOf(openers.processes);
+    const std::string hidden = openers.hiddenText("");
+    if (list.empty()) {
+        return hidden.empty() ? "no process in sight" : hidden;
+    }
+    return hidden.empty() ? list : list + " and " + hidden;
 }
 
 Json jsonOf(const std::vector<OpenIn>& processes) {
@@ -148,7 +157,7 @@ void printText(const Facts& facts) {
     line("values", std::to_string(facts.count.values));
     line("change stamp", facts.stamp ? std::to_string(*facts.stamp) : "none");
     line("lock", facts.holder ? "held by " + facts.holder->text() : "free");
-    line("open in", listOf(facts.processes));
+    line("open in", listOf(facts.openers));
     if (!facts.older.empty()) {
         line("older library", "in " + listOf(facts.older) + ": restart, or changes get lost");
     }
@@ -184,7 +193,8 @@ void printJson(const Facts& facts) {
     if (facts.holder) {
         json["lock"] = Json{{"pid", facts.holder->pid}, {"since", facts.holder->since}};
     }
-    json["openIn"] = jsonOf(facts.processes);
+    json["openIn"] = jsonOf(facts.openers.processes);
+    json["openInHidden"] = facts.openers.hidden;
     json["olderLibrary"] = jsonOf(facts.older);
     json["semaphores"] = Json{{"alive", facts.alive}, {"stale", facts.stale}};
     Output::standard().json(json);
