@@ -92,6 +92,17 @@ TEST_F(ConditionalSet, IfItHasTheExpectedData) {
               prints("binary  Mac   01\ndword   Name  7\ndword   Port  81\nkey     Dns/\n"));
 }
 
+TEST_F(ConditionalSet, LooksAtTheOldDataBeforeTheNewOnes) {
+    const auto isOther = fails(1, "the value \"Port\" of the key \"Net\" is \"8080\", not \"80\"");
+    EXPECT_EQ(run({"set", "--if", "80", "Net", "Port", "many"}), isOther);
+    EXPECT_EQ(run({"set", "--if", "80", "-t", "dword", "Net", "Port", "many"}), isOther);
+    EXPECT_EQ(run({"set", "--if", "80", "-t", "binary", "Net", "Port", "@/nowhere"}), isOther);
+    EXPECT_EQ(run({"set", "--existing", "-t", "dword", "Net", "Prot", "many"}),
+              fails(1, "the value \"Prot\" of the key \"Net\" does not exist"));
+    EXPECT_EQ(run({"set", "--if", "8080", "Net", "Port", "many"}), fails(5, kNoDword + "\"many\""));
+    expectUntouched();
+}
+
 // The store is locked from the look at the old data to the change.
 TEST_F(ConditionalSet, OnlyOneOfManyWins) {
     for (int round = 0; round < 5; ++round) {

@@ -117,7 +117,6 @@ TEST_F(ExitCode, UnavailableBecauseOfTheFile) {
                                                              {"rm", "/", "V"},
                                                              {"info"},
                                                              {"export"},
-                                                             {"notify"},
                                                              {"cp", "A", "B"}}) {
         EXPECT_EQ(run(arguments), fails(3, file.path() + ": the file does not exist"));
         EXPECT_FALSE(file.exists());

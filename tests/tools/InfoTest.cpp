@@ -83,6 +83,29 @@ TEST_F(Info, SaysNothingOfTheKindOtherwise) {
     EXPECT_FALSE(holds(run({"info"}).out, "state"));
 }
 
+TEST_F(Info, SaysWhatIsInThePlaceOfTheBackup) {
+    file.write("[Velquist]\n");
+    const std::string start = "\nbackup         " + file.backupPath() + " is ";
+    const auto expectTold = [&](const std::string& kind) {
+        const std::string out = run({"info"}).out;
+        EXPECT_TRUE(holds(out, start + kind + ", not a file\n")) << out;
+        EXPECT_EQ(nlohmann::json::parse(run({"info", "--json"}).out)["backup"],
+                  nlohmann::json({{"file", file.backupPath()},
+                                  {"fault", "is " + kind + ", not a file"},
+                                  {"size", nullptr},
+                                  {"modified", nullptr}}));
+        ASSERT_EQ(0, ::remove(file.backupPath().c_str()));
+    };
+    ASSERT_EQ(0, ::mkdir(file.backupPath().c_str(), 0777));
+    expectTold("a directory");
+    ASSERT_EQ(0, ::symlink(file.path().c_str(), file.backupPath().c_str()));
+    expectTold("a symbolic link");
+    ASSERT_EQ(0, ::mkfifo(file.backupPath().c_str(), 0666));
+    expectTold("a special file");
+    writeBackup("x");
+    EXPECT_TRUE(nlohmann::json::parse(run({"info", "--json"}).out)["backup"]["fault"].is_null());
+}
+
 // A number of 64 bits would not survive every reader of JSON.
 TEST_F(Info, TheStampIsATextInJson) {
     make({"set", "/", "V", "1"});

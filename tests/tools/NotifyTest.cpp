@@ -97,6 +97,31 @@ TEST_F(Notify, WaitsForTheLockOnlySoLong) {
 
 TEST_F(Notify, NeedsAFile) {
     std::filesystem::remove(file.path());
-    EXPECT_EQ(run({"notify"}), fails(3, file.path() + ": the file does not exist"));
+    EXPECT_EQ(run({"notify"}),
+              fails(3, file.path() + ": the file does not exist; nobody has been told"));
+    EXPECT_EQ(vqtest::runVqreg({"notify"}),
+              fails(3, "/etc/Velquist.cfg: the file does not exist; nobody has been told"));
     EXPECT_FALSE(file.exists());
+    EXPECT_FALSE(std::filesystem::exists("/etc/Velquist.cfg"));
+}
+
+TEST_F(Notify, OfAnEmptyFileTellsNobody) {
+    Agent agent(VQREG_AGENT_PATH);
+    watch(agent);
+    edit("");
+    EXPECT_EQ(run({"notify"}),
+              fails(1, file.path() + " has no key [Velquist]; nobody has been told"));
+    std::ofstream(file.backupPath()) << kText;
+    const std::string hint =
+        " and its backup is not; \"vqreg restore\" brings the text back; nobody has been told";
+    EXPECT_EQ(run({"notify"}), fails(3, file.path() + ": the file is empty" + hint));
+    std::filesystem::remove(file.path());
+    EXPECT_EQ(run({"notify"}), fails(3, file.path() + ": the file is missing" + hint));
+    EXPECT_EQ(file.readBackup(), kText);
+    EXPECT_EQ(agent.get(".", "Port").dword(), 0x50u) << "it lives on with what it knows";
+    // The sound one is the first that is told.
+    edit(kEdited);
+    EXPECT_EQ(run({"notify"}), prints(""));
+    EXPECT_TRUE(waitUntil([&] { return agent.changes() > 0; }));
+    EXPECT_EQ(agent.changes(), 1u);
 }

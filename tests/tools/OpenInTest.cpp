@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include "support/Agent.h"
+#include "support/OtherUser.h"
 #include "support/Wait.h"
 #include "tools/TerminalProcess.h"
 #include "tools/VqregStore.h"
@@ -162,8 +163,7 @@ TEST_F(OpenStore, BringsBackWhatWasEditedOutOfAMalformedFile) {
     const CommandResult result = command.finish();
     EXPECT_EQ(result.status, 1);
     EXPECT_NE(result.err.find(warning()), std::string::npos) << result.err;
-    EXPECT_TRUE(result.err.ends_with(
-        "vqreg: the value \"Port\" of the key \"Velquist/Net\" has returned\n"))
+    EXPECT_TRUE(result.err.ends_with("vqreg: the value \"Port\" of the key \"Net\" has returned\n"))
         << result.err;
 }
 
@@ -177,9 +177,81 @@ TEST_F(OpenStore, BringsBackAKeyWithAllThatIsBelowIt) {
 TEST_F(OpenStore, BringsBackWhatWasRestoredAway) {
     EXPECT_EQ(run({"set", "Net", "Late", "1"}), prints(""));
     EXPECT_EQ(agent.get("Net", "Late").code, 0);
-    expectReturn({"restore"}, "",
-                 "vqreg: the value \"Late\" of the key \"Velquist/Net\" has "
-                 "returned\n");
+    expectReturn({"restore"}, "", "vqreg: the value \"Late\" of the key \"Net\" has returned\n");
+}
+
+TEST_F(OpenStore, BringsBackWhatIsElsewhereUnderItsWholeName) {
+    file.write("[Other]\n\"Late\"=string:x\n");
+    std::ofstream(file.backupPath()) << "[Other]\n";
+    ASSERT_EQ(agent.open(file.path(), "Other"), 0);
+    ASSERT_EQ(agent.get(".", "Late").code, 0);
+    const std::string before = file.read();
+    vqtest::VqregProcess command({"--file", file.path(), "restore", "--verify", "60"});
+    ASSERT_TRUE(vqtest::waitUntil([&] { return file.read() != before; }));
+    EXPECT_EQ(agent.set(".", "More", "y"), 0);
+    EXPECT_EQ(command.finish().err,
+              warning() + "vqreg: the value \"Late\" of the key \"Other\" has returned\n");
+}
+
+// Whoever is not root sees how often the store is open, but not in which processes.
+class OpenStoreOfOthers : public OpenStore {
+protected:
+    void SetUp() override {
+        if (!vqtest::mayRunAsAnother(VQREG_COMMAND_PATH)) {
+            GTEST_SKIP() << "no program can be run as another user here";
+        }
+        ::chmod(file.directory().c_str(), 0777);
+    }
+
+    CommandResult runAsNobody(const Arguments& arguments) const {
+        Arguments all = vqtest::asAnother(VQREG_COMMAND_PATH);
+        all.insert(all.end(), {"--file", file.path()});
+        all.insert(all.end(), arguments.begin(), arguments.end());
+        return vqtest::ChildProcess(vqtest::kAsAnother, all).finish();
+    }
+};
+
+TEST_F(OpenStoreOfOthers, AreCountedByInfo) {
+    const auto seenBy = [&] { return runAsNobody({"info"}).out; };
+    EXPECT_NE(seenBy().find("\nopen in        1 that only root can name\n"), std::string::npos)
+        << seenBy();
+    EXPECT_EQ(nlohmann::json::parse(runAsNobody({"info", "--json"}).out)["openInHidden"], 1);
+    EXPECT_EQ(nlohmann::json::parse(run({"info", "--json"}).out)["openInHidden"], 0);
+    Agent second(VQREG_AGENT_PATH);
+    ASSERT_EQ(second.open(file.path()), 0);
+    EXPECT_NE(seenBy().find("\nopen in        up to 2 that only root can name\n"),
+              std::string::npos)
+        << seenBy();
+    EXPECT_NE(run({"info"}).out.find("(agent), "), std::string::npos);
+    EXPECT_EQ(run({"info"}).out.find("only root"), std::string::npos);
+    second.exit();
+    second.waitExit();
+}
+
+TEST_F(OpenStoreOfOthers, AreToldBeforeADeletion) {
+    EXPECT_EQ(runAsNobody({"rm", "Net", "Port"}),
+              (CommandResult{0, "",
+                             "vqreg: open in 1 more that only root can name: a value that is "
+                             "deleted here comes back with its next change; stop it first\n"}));
+    EXPECT_EQ(runAsNobody({"set", "Net", "Port", "1"}), prints(""));
+}
+
+// Not even root sees them there.
+TEST_F(OpenStore, IsCountedWhereItsProcessesHaveNoNumber) {
+    const auto runElsewhere = [&](const Arguments& arguments) {
+        Arguments all = {"--pid",  "--fork",   "--mount-proc", VQREG_COMMAND_PATH,
+                         "--file", file.path()};
+        all.insert(all.end(), arguments.begin(), arguments.end());
+        return vqtest::ChildProcess("/usr/bin/unshare", all).finish();
+    };
+    if (runElsewhere({"ls"}).status != 0) {
+        GTEST_SKIP() << "no program can be run out of sight of others here";
+    }
+    const std::string out = runElsewhere({"info"}).out;
+    EXPECT_NE(out.find("\nopen in        1 out of sight\n"), std::string::npos) << out;
+    EXPECT_EQ(runElsewhere({"rm", "Net", "Port"}).err,
+              "vqreg: open in 1 more out of sight: a value that is deleted here comes back with "
+              "its next change; stop it first\n");
 }
 
 TEST_F(OpenStore, IsLookedAtForTheWholeTimeWhenNothingReturns) {

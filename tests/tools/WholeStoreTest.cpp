@@ -69,7 +69,8 @@ TEST_F(WholeStore, InfoAsJson) {
     const auto result = run({"info", "--json"});
     EXPECT_EQ(result.status, 0);
     EXPECT_NE(result.out.find("\n  \"keys\": 1,\n  \"values\": 0,\n  \"stamp\": null,\n"
-                              "  \"lock\": null,\n  \"openIn\": [],\n  \"olderLibrary\": [],\n  "
+                              "  \"lock\": null,\n  \"openIn\": [],\n  \"openInHidden\": 0,\n  "
+                              "\"olderLibrary\": [],\n  "
                               "\"semaphores\": {\n    \"alive\": 0,\n"
                               "    \"stale\": 0\n  }\n}\n"),
               std::string::npos)
@@ -280,6 +281,26 @@ TEST_F(WholeStore, RestoreWithoutABackup) {
     std::ofstream(file.backupPath()) << "nonsense\n";
     EXPECT_EQ(run({"restore"}).status, 4);
     EXPECT_EQ(file.read(), "[Velquist]\n");
+}
+
+// Nobody means a store without a key, and what the last change has left is the only text there is.
+TEST_F(WholeStore, RestoreOfNothingIsRefused) {
+    const std::string text = "[Velquist]\n\"V\"=string:x\n";
+    for (const std::string backup : {"", "[]\n"}) {
+        std::ofstream(file.backupPath()) << backup;
+        for (const std::string& present : {text, std::string("nonsense\n")}) {
+            file.write(present);
+            for (const std::string option : {"--json", "-n", "-f"}) {
+                EXPECT_EQ(run({"restore", option}),
+                          fails(4, file.backupPath() +
+                                       ": the backup names no key, and would replace everything "
+                                       "by nothing"));
+                EXPECT_EQ(file.read(), present);
+                EXPECT_EQ(file.readBackup(), backup);
+                EXPECT_EQ(file.files().size(), 2u);
+            }
+        }
+    }
 }
 
 TEST_F(WholeStore, CleanRemovesOldTemporaryFiles) {

@@ -46,9 +46,11 @@ Json reportOf(const std::vector<Change>& changes, const Names& root) {
     return json;
 }
 
-std::string nameOf(const Change& change) {
-    return change.isOfKey() ? nameOfKey(change.path)
-                            : nameOfValue(change.path, change.value().name);
+// What is not below the root key has its whole path: without it, nobody could tell where that is.
+std::string nameOf(const Change& change, const Names& root) {
+    const Names path =
+        isSameOrBelow(change.path, root) ? belowRoot(change.path, root) : change.path;
+    return change.isOfKey() ? nameOfKey(path) : nameOfValue(path, change.value().name);
 }
 
 bool isNewStore(const StoreOptions& options) {
@@ -93,13 +95,13 @@ void reportChanges(Context& context, const ReportOptions& options, const Names& 
     if (options.verifySeconds) {
         returned = waitForReturn(storeFile(context.store), above, changes, *options.verifySeconds);
     }
+    // Paths that begin at the top of the file are told from the root key on all the same.
+    const Names root = above.empty() ? rootNames(context.store) : Names();
     for (const Change& change : returned) {
-        note(nameOf(change) + " has returned");
+        note(nameOf(change, root) + " has returned");
         context.exitCode = static_cast<int>(eExit::eNegative);
     }
     if (options.json) {
-        // Paths that begin at the top of the file are told from the root key on all the same.
-        const Names root = above.empty() ? rootNames(context.store) : Names();
         Json json{{"changed", isChanged}, {"changes", reportOf(changes, root)}};
         if (options.verifySeconds) {
             json["returned"] = reportOf(returned, root);

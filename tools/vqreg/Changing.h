@@ -80,7 +80,7 @@ public:
 private:
     Context& m_context;
     const ReportOptions m_options;
-    std::vector<OpenIn> m_others;
+    Openers m_others;
     bool m_isWarned = false;
     bool m_isBegun = false;
     std::optional<StoreSession> m_session;

@@ -56,7 +56,7 @@ pid_t start(const char* editor, const std::string& file) {
                                shell.data(), path.data(),   nullptr};
     sigset_t defaults;
     sigemptyset(&defaults);
-    for (const int signal : {SIGINT, SIGQUIT, SIGPIPE}) {
+    for (const int signal : {SIGINT, SIGQUIT, SIGPIPE, SIGXFSZ}) {
         sigaddset(&defaults, signal);
     }
     posix_spawnattr_t attributes;

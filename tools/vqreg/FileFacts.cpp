@@ -24,6 +24,12 @@ std::string modeText(mode_t mode) {
     return fmt::format("{:04o}", static_cast<unsigned>(mode & 07777));
 }
 
+std::string notAFile(mode_t mode) {
+    return fmt::format("is {}, not a file", S_ISDIR(mode)   ? "a directory"
+                                            : S_ISLNK(mode) ? "a symbolic link"
+                                                            : "a special file");
+}
+
 std::string localTime(time_t time) {
     tm parts{};
     ::localtime_r(&time, &parts);

@@ -12,6 +12,7 @@ std::string userName(uid_t user);                   // the number when it has no
 std::string groupName(gid_t group);                 // likewise
 std::string modeText(mode_t mode);                  // "0644"
 std::string localTime(time_t time);                 // "2024-05-17 14:03:07"
+std::string notAFile(mode_t mode);                  // "is a directory, not a file"
 std::string ownerAndMode(const std::string& path);  // "owner root, mode 0755"
 
 }  // namespace vqreg

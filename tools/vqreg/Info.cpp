@@ -25,31 +25,21 @@ struct Facts {
     enum class eState { ePresent, eEmpty, eMissing } state = eState::ePresent;
     struct stat status {};
     std::optional<struct stat> backup;
+    std::optional<std::string> hint;  // there is a text, but not where it should be
     Count count;
     std::optional<std::uint64_t> stamp;
     std::optional<LockHolder> holder;
-    std::vector<OpenIn> processes;
+    Openers openers;
     std::vector<OpenIn> older;
     std::size_t alive = 0;
     std::size_t stale = 0;
     std::optional<Finding> fault;
-
-    // There is a text, but not where it should be.
-    bool isTextLost() const {
-        return state != eState::ePresent && backup && S_ISREG(backup->st_mode) &&
-               backup->st_size > 0;
-    }
 };
 
 constexpr const char* stateName(Facts::eState state) {
     return state == Facts::eState::eMissing ? "missing"
            : state == Facts::eState::eEmpty ? "empty"
                                             : "present";
-}
-
-std::string hintOf(const Facts& facts) {
-    return std::string("the file is ") + stateName(facts.state) +
-           " and its backup is not; \"vqreg restore\" brings the text back";
 }
 
 std::string reasonFor(const StoreOptions& options, const std::string& file) {
@@ -85,12 +75,13 @@ Facts gather(const StoreOptions& options) {
     }
     const bool isMissing = ::lstat(facts.file.c_str(), &facts.status) != 0 && errno == ENOENT;
     facts.state = isMissing ? Facts::eState::eMissing : Facts::eState::ePresent;
-    if (!facts.isTextLost()) {
+    facts.hint = lostTextHint(facts.file);
+    if (!isMissing || !facts.hint) {
         readText(facts, options);
     }
     facts.stamp = changeStamp(facts.file);
     facts.holder = lockHolder(facts.file);
-    facts.processes = processesWith(facts.file);
+    facts.openers = processesWith(facts.file);
     facts.older = olderProcessesWith(facts.file);
     for (const NotificationSemaphore& semaphore : notificationSemaphores()) {
         ++(semaphore.isAlive ? facts.alive : facts.stale);
@@ -103,7 +94,16 @@ std::string listOf(const std::vector<OpenIn>& processes) {
     for (const OpenIn& process : processes) {
         list += (list.empty() ? "" : ", ") + process.text();
     }
-    return list.empty() ? "no process in sight" : list;
+    return list;
+}
+
+std::string listOf(const Openers& openers) {
+    const std::string list = listOf(openers.processes);
+    const std::string hidden = openers.hiddenText("");
+    if (list.empty()) {
+        return hidden.empty() ? "no process in sight" : hidden;
+    }
+    return hidden.empty() ? list : list + " and " + hidden;
 }
 
 Json jsonOf(const std::vector<OpenIn>& processes) {
@@ -122,6 +122,32 @@ void printStatus(const Facts& facts, const Line& line) {
     line("modified", localTime(facts.status.st_mtime));
 }
 
+std::string backupText(const Facts& facts) {
+    if (!facts.backup) {
+        return "none";
+    }
+    const std::string path = printable(facts.file) + ".bak";
+    return S_ISREG(facts.backup->st_mode)
+               ? fmt::format("{}, {} bytes, {}", path, facts.backup->st_size,
+                             localTime(facts.backup->st_mtime))
+               : path + " " + notAFile(facts.backup->st_mode);
+}
+
+Json backupJson(const Facts& facts) {
+    if (!facts.backup) {
+        return nullptr;
+    }
+    const struct stat& status = *facts.backup;
+    Json json{{"file", facts.file + ".bak"}, {"size", nullptr}, {"modified", nullptr}};
+    if (S_ISREG(status.st_mode)) {
+        json["size"] = status.st_size;
+        json["modified"] = status.st_mtime;
+    } else {
+        json["fault"] = notAFile(status.st_mode);
+    }
+    return json;
+}
+
 void printText(const Facts& facts) {
     Output& output = Output::standard();
     const auto line = [&](std::string_view name, const std::string& text) {
@@ -134,21 +160,18 @@ void printText(const Facts& facts) {
         line("real file", printable(facts.file));
     }
     line("why", facts.why);
-    if (facts.isTextLost()) {
-        line("state", hintOf(facts));
+    if (facts.hint) {
+        line("state", *facts.hint);
     }
     if (facts.state != Facts::eState::eMissing) {
         printStatus(facts, line);
     }
-    line("backup", facts.backup
-                       ? fmt::format("{}.bak, {} bytes, {}", printable(facts.file),
-                                     facts.backup->st_size, localTime(facts.backup->st_mtime))
-                       : "none");
+    line("backup", backupText(facts));
     line("keys", std::to_string(facts.count.keys));
     line("values", std::to_string(facts.count.values));
     line("change stamp", facts.stamp ? std::to_string(*facts.stamp) : "none");
     line("lock", facts.holder ? "held by " + facts.holder->text() : "free");
-    line("open in", listOf(facts.processes));
+    line("open in", listOf(facts.openers));
     if (!facts.older.empty()) {
         line("older library", "in " + listOf(facts.older) + ": restart, or changes get lost");
     }
@@ -160,7 +183,7 @@ void printJson(const Facts& facts) {
               {"realFile", facts.file},
               {"why", facts.why},
               {"state", stateName(facts.state)}};
-    json["hint"] = facts.isTextLost() ? Json(hintOf(facts)) : Json(nullptr);
+    json["hint"] = facts.hint ? Json(*facts.hint) : Json(nullptr);
     for (const char* const name : {"owner", "group", "mode", "size", "modified"}) {
         json[name] = nullptr;
     }
@@ -171,12 +194,7 @@ void printJson(const Facts& facts) {
         json["size"] = facts.status.st_size;
         json["modified"] = facts.status.st_mtime;
     }
-    json["backup"] = nullptr;
-    if (facts.backup) {
-        json["backup"] = Json{{"file", facts.file + ".bak"},
-                              {"size", facts.backup->st_size},
-                              {"modified", facts.backup->st_mtime}};
-    }
+    json["backup"] = backupJson(facts);
     json["keys"] = facts.count.keys;
     json["values"] = facts.count.values;
     json["stamp"] = facts.stamp ? Json(std::to_string(*facts.stamp)) : Json(nullptr);
@@ -184,7 +202,8 @@ void printJson(const Facts& facts) {
     if (facts.holder) {
         json["lock"] = Json{{"pid", facts.holder->pid}, {"since", facts.holder->since}};
     }
-    json["openIn"] = jsonOf(facts.processes);
+    json["openIn"] = jsonOf(facts.openers.processes);
+    json["openInHidden"] = facts.openers.hidden;
     json["olderLibrary"] = jsonOf(facts.older);
     json["semaphores"] = Json{{"alive", facts.alive}, {"stale", facts.stale}};
     Output::standard().json(json);
@@ -198,7 +217,7 @@ void info(bool json, const Context& context) {
         printText(facts);
     }
     if (facts.state == Facts::eState::eMissing) {
-        throw CommandError(eExit::eUnavailable, facts.file + ": " + hintOf(facts));
+        throw CommandError(eExit::eUnavailable, facts.file + ": " + *facts.hint);
     }
     if (facts.fault) {
         throw CommandError(eExit::eMalformed, format(facts.file, *facts.fault));

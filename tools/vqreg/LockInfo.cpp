@@ -191,6 +191,11 @@ std::optional<std::int64_t> blockSegment(const std::string& file) {
     return record->id;
 }
 
+std::size_t attachments(std::int64_t segment) {
+    struct shmid_ds status {};
+    return ::shmctl(static_cast<int>(segment), IPC_STAT, &status) == 0 ? status.shm_nattch : 0;
+}
+
 std::optional<std::uint64_t> changeStamp(const std::string& file) {
     const auto id = blockSegment(file);
     struct shmid_ds status {};

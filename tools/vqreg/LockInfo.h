@@ -33,6 +33,9 @@ std::optional<LockHolder> lockHolder(const std::string& file);
 // The number of the memory segment that the processes with the store share; none without an object.
 std::optional<std::int64_t> blockSegment(const std::string& file);
 
+// How often the segment is in the memory of processes; 0 when it is gone.
+std::size_t attachments(std::int64_t segment);
+
 // The time of the last change that the processes agree on, in nanoseconds, odd while one is being
 // made; none when no process has the store open.
 std::optional<std::uint64_t> changeStamp(const std::string& file);

@@ -9,21 +9,31 @@ namespace vqreg {
 
 namespace {
 
+CommandError toldNobody(eExit code, const std::string& why) {
+    return {code, why + "; nobody has been told"};
+}
+
 // Who changes a file by hand may spoil it, and nobody shall be told to read such a file.
 StoreOptions checkedStore(const StoreOptions& options) {
     const std::string file = storeFile(options);
+    if (const auto hint = lostTextHint(file)) {
+        throw toldNobody(eExit::eUnavailable, file + ": " + *hint);
+    }
     const std::optional<std::string> text = readStoreFileIfAny(file, rootName(options));
     if (!text) {
-        return options;
+        throw toldNobody(eExit::eUnavailable, file + ": the file does not exist");
     }
     const ConfigText parsed = parseConfigText(*text);
     printFindings(file, parsed.findings);
     if (!parsed.isReadable()) {
-        throw CommandError(eExit::eMalformed,
-                           file + ": the text is malformed; nobody has been told");
+        throw toldNobody(eExit::eMalformed, file + ": the text is malformed");
+    }
+    if (parsed.top.keys.empty()) {
+        const CommandError fault = missingRootFault(file, rootName(options), *text);
+        throw toldNobody(fault.code(), fault.what());
     }
     // Another root key is as good: the file is what they shall read.
-    return parsed.top.keys.empty() ? options : wholeFile(options, parsed.top);
+    return wholeFile(options, parsed.top);
 }
 
 void notifyAll(const StoreOptions& options) {

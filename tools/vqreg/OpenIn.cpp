@@ -33,7 +33,9 @@ struct Mapping {
 using Wanted = std::function<bool(const Mapping&)>;
 
 // `part` is in the line of every mapping that can be wanted, which most of what a process maps is not.
-bool hasMapped(const std::string& process, const std::string& part, const Wanted& isWanted) {
+std::size_t countMapped(const std::string& process, const std::string& part,
+                        const Wanted& isWanted) {
+    std::size_t count = 0;
     std::ifstream maps(process + "/maps");
     for (std::string line; std::getline(maps, line);) {
         if (line.find(part) == std::string::npos) {
@@ -44,14 +46,19 @@ bool hasMapped(const std::string& process, const std::string& part, const Wanted
         Mapping mapping;
         if (fields >> range >> access >> offset >> mapping.device >> mapping.number &&
             isWanted(mapping)) {
-            return true;
+            ++count;
         }
     }
-    return false;
+    return count;
 }
 
-std::vector<OpenIn> processesThatMap(const std::string& part, const Wanted& isWanted) {
-    std::vector<OpenIn> found;
+struct Mappers {
+    std::vector<OpenIn> processes;  // without this one
+    std::size_t mappings = 0;       // with those of this one
+};
+
+Mappers processesThatMap(const std::string& part, const Wanted& isWanted) {
+    Mappers found;
     std::error_code error;
     const std::filesystem::directory_iterator end;
     for (std::filesystem::directory_iterator at("/proc", error); !error && at != end;
@@ -60,11 +67,13 @@ std::vector<OpenIn> processesThatMap(const std::string& part, const Wanted& isWa
         pid_t pid = 0;
         const auto [stop, fault] = std::from_chars(name.data(), name.data() + name.size(), pid);
         const bool isProcess = fault == std::errc() && stop == name.data() + name.size();
-        if (isProcess && pid != ::getpid() && hasMapped(at->path().string(), part, isWanted)) {
-            found.push_back({pid, programOf(pid)});
+        const std::size_t count = isProcess ? countMapped(at->path().string(), part, isWanted) : 0;
+        found.mappings += count;
+        if (count > 0 && pid != ::getpid()) {
+            found.processes.push_back({pid, programOf(pid)});
         }
     }
-    std::sort(found.begin(), found.end(),
+    std::sort(found.processes.begin(), found.processes.end(),
               [](const OpenIn& left, const OpenIn& right) { return left.pid < right.pid; });
     return found;
 }
@@ -75,15 +84,26 @@ std::string OpenIn::text() const {
     return fmt::format("{} ({})", pid, printable(program));
 }
 
+std::string Openers::hiddenText(const std::string& what) const {
+    // Root sees all there is here, and nothing of what is in another container.
+    const std::string why = ::geteuid() == 0 ? "out of sight" : "that only root can name";
+    return hidden == 0 ? std::string()
+                       : fmt::format("{}{} {}{}", hidden == 1 ? "" : "up to ", hidden, what, why);
+}
+
 // A store's change stamp lies in a memory segment, mapped as long as the store is in memory, under
 // the number of the segment.
-std::vector<OpenIn> processesWith(const std::string& file) {
+Openers processesWith(const std::string& file) {
     const std::optional<std::int64_t> segment = blockSegment(file);
     if (!segment) {
         return {};
     }
-    return processesThatMap("/SYSV",
-                            [&](const Mapping& mapping) { return mapping.number == *segment; });
+    const std::size_t before = attachments(*segment);
+    const Mappers found = processesThatMap(
+        "/SYSV", [&](const Mapping& mapping) { return mapping.number == *segment; });
+    // Who comes or goes meanwhile is not hidden.
+    const std::size_t all = std::min(before, attachments(*segment));
+    return {found.processes, all - std::min(all, found.mappings)};
 }
 
 std::vector<OpenIn> olderProcessesWith(const std::string& file) {
@@ -99,10 +119,11 @@ std::vector<OpenIn> olderProcessesWith(const std::string& file) {
     if (objects.empty()) {
         return {};
     }
-    return processesThatMap("/CP", [&](const Mapping& mapping) {
+    const auto isWanted = [&](const Mapping& mapping) {
         return std::find(objects.begin(), objects.end(),
                          std::pair(mapping.device, mapping.number)) != objects.end();
-    });
+    };
+    return processesThatMap("/CP", isWanted).processes;
 }
 
 }  // namespace vqreg

@@ -5,6 +5,7 @@
 
 #include <sys/types.h>
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -17,9 +18,17 @@ struct OpenIn {
     std::string text() const;  // "27846 (heaterd)"
 };
 
+struct Openers {
+    std::vector<OpenIn> processes;
+    // How often the store is in memory besides. A process may have it there several times.
+    std::size_t hidden = 0;
+
+    std::string hiddenText(const std::string& what) const;  // "up to 2 WHAT"; "" for none
+};
+
 // The processes, except this one, that have the store of the file in memory, by their numbers.
 // The system lets only root look into processes of other users.
-std::vector<OpenIn> processesWith(const std::string& file);
+Openers processesWith(const std::string& file);
 
 // Those that use the file through an older version of the library, which has other objects: what
 // they change and what others change gets lost.

@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "tools/vqreg/Changing.h"
 #include "tools/vqreg/Commands.h"
@@ -89,19 +90,31 @@ void show(const std::vector<Change>& changes) {
     }
 }
 
-void restore(const RestoreOptions& options, Context& context) {
-    const std::string file = storeFile(context.store);
-    const std::string backup = file + ".bak";
-    const std::optional<std::string> text = readStoreFileIfAny(backup, rootName(context.store));
+// The backup's text, which must be one that may take the file's place.
+std::string backupText(const StoreOptions& options, const std::string& backup) {
+    std::optional<std::string> text = readStoreFileIfAny(backup, rootName(options));
     if (!text) {
         throw CommandError(eExit::eUnavailable, backup + ": there is no backup");
     }
-    const ConfigText wanted = parseConfigText(*text);
-    for (const Finding& finding : wanted.findings) {
+    const ConfigText parsed = parseConfigText(*text);
+    for (const Finding& finding : parsed.findings) {
         if (finding.isError) {
             throw CommandError(eExit::eMalformed, format(backup, finding));
         }
     }
+    if (parsed.top.keys.empty()) {
+        throw CommandError(eExit::eMalformed,
+                           backup +
+                               ": the backup names no key, and would replace everything by "
+                               "nothing");
+    }
+    return std::move(*text);
+}
+
+void restore(const RestoreOptions& options, Context& context) {
+    const std::string file = storeFile(context.store);
+    const std::string text = backupText(context.store, file + ".bak");
+    const ConfigText wanted = parseConfigText(text);
     ConfigText current;
     const bool isThere = exists(file);
     if (isThere) {
@@ -128,7 +141,7 @@ void restore(const RestoreOptions& options, Context& context) {
     if (isUsable) {
         changes = restoreByUpdate(context.store, file, current.top, wanted.top);
     } else {
-        replaceMalformed(context.store, *text);
+        replaceMalformed(context.store, text);
         makeReread(context.store, wanted.top);
     }
     reportChanges(context, options.report, {}, changes, true);

@@ -67,10 +67,16 @@ bool deletesAny(const std::vector<Change>& changes) {
                        [](const Change& change) { return change.kind == Change::eKind::eDeleted; });
 }
 
-void warnOfReturn(const std::vector<OpenIn>& processes) {
-    for (const OpenIn& process : processes) {
-        note("open in " + process.text() +
+void warnOfReturn(const Openers& openers) {
+    const auto warn = [](const std::string& who) {
+        note("open in " + who +
              ": a value that is deleted here comes back with its next change; stop it first");
+    };
+    for (const OpenIn& process : openers.processes) {
+        warn(process.text());
+    }
+    if (openers.hidden > 0) {
+        warn(openers.hiddenText("more "));
     }
 }
 

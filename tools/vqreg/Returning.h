@@ -13,7 +13,7 @@ namespace vqreg {
 bool deletesAny(const std::vector<Change>& changes);
 
 // Says which processes have the store open, a line for each.
-void warnOfReturn(const std::vector<OpenIn>& processes);
+void warnOfReturn(const Openers& openers);
 
 // What the store's file has of what the changes deleted. Looks again with each change of the file,
 // until there is something or the time is up. `above` is put before the paths of the changes.

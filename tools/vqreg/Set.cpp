@@ -73,11 +73,13 @@ void checkPresent(const SetOptions& options, const Path& path,
 }
 
 void set(const SetOptions& options, Context& context) {
-    if (options.existing || options.old) {
+    const bool isConditional = options.existing || options.old;
+    if (isConditional) {
         context.store.create = false;
     }
     std::optional<Value> value;
-    if (const auto type = givenType(options)) {
+    // Where the old data decide, they do so whatever the new ones are.
+    if (const auto type = givenType(options); type && !isConditional) {
         value = parsed(options, *type, context);
     }
     Changing changing(context, options.report);
@@ -85,7 +87,9 @@ void set(const SetOptions& options, Context& context) {
     const Path path = store.tidied(splitPath(options.key));
     // Data may come from a slow input, for which no other process shall wait.
     if (!value) {
-        value = parsed(options, typeFor(options, store.value(path, options.name)), context);
+        const std::optional<Value> seen = store.value(path, options.name);
+        checkPresent(options, path, seen);
+        value = parsed(options, typeFor(options, seen), context);
     }
     changing.begin();
     const std::optional<Value> present = store.value(path, options.name);

@@ -76,10 +76,6 @@ std::optional<CommandError> missingFileFault(const std::string& file) {
     return std::nullopt;
 }
 
-const char* kindOf(mode_t mode) {
-    return S_ISDIR(mode) ? "a directory" : S_ISLNK(mode) ? "a symbolic link" : "a special file";
-}
-
 // A link in the place of the file has been followed already, where that may be done.
 std::optional<CommandError> fileFault(const std::string& file) {
     struct stat status {};
@@ -88,7 +84,7 @@ std::optional<CommandError> fileFault(const std::string& file) {
                                : unavailable(fmt::format("{}: {}", file, std::strerror(errno)));
     }
     if (!S_ISREG(status.st_mode)) {
-        return unavailable(fmt::format("{}: is {}, not a file", file, kindOf(status.st_mode)));
+        return unavailable(file + ": " + notAFile(status.st_mode));
     }
     if (!may(file, R_OK)) {
         return unavailable(
@@ -239,19 +235,20 @@ CommandError replaceFault(const std::string& file) {
                         file, why)};
 }
 
-bool isCut(const std::string& file) {
-    const FileHandle handle(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+std::optional<std::string> lostTextHint(const std::string& file) {
     struct stat status {};
-    char last = 0;
-    return handle.isOpen() && ::fstat(handle.get(), &status) == 0 && status.st_size > 0 &&
-           ::pread(handle.get(), &last, 1, status.st_size - 1) == 1 && last != '\n';
-}
-
-CommandError cutFault(const std::string& file) {
-    return {eExit::eWriteFailed,
-            file +
-                ": only a part of the new text could be written; make room and try again, or "
-                "bring the old text back with \"vqreg restore\""};
+    const bool isMissing = ::lstat(file.c_str(), &status) != 0;
+    if (isMissing ? errno != ENOENT : !S_ISREG(status.st_mode) || status.st_size > 0) {
+        return std::nullopt;
+    }
+    struct stat backup {};
+    if (::lstat((file + ".bak").c_str(), &backup) != 0 || !S_ISREG(backup.st_mode) ||
+        backup.st_size == 0) {
+        return std::nullopt;
+    }
+    return fmt::format(
+        "the file is {} and its backup is not; \"vqreg restore\" brings the text back",
+        isMissing ? "missing" : "empty");
 }
 
 std::optional<CommandError> nameFault(const std::string& file) {

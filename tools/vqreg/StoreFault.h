@@ -20,13 +20,13 @@ CommandError writeFault(const std::string& file);
 // tell at all.
 CommandError replaceFault(const std::string& file);
 
-// Whether the text of the file ends in the middle of a line, and what to say then.
-bool isCut(const std::string& file);
-CommandError cutFault(const std::string& file);
-
 // For a path that no change could be written to, because its name leaves no room for the names of
 // temporary files.
 std::optional<CommandError> nameFault(const std::string& file);
+
+// For a file that is missing or empty beside a backup that has a text: what is wrong, and what brings
+// the text back.
+std::optional<std::string> lostTextHint(const std::string& file);
 
 // For a code of the library that comes from neither.
 CommandError codeFault(const std::string& file, const std::string& root, int code);

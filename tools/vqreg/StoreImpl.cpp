@@ -70,6 +70,7 @@ void StoreSession::Impl::open() {
             throw missingRootFault(file, root, text);
         }
     }
+    checkNotLost();
     try {
         const LockWatch watch(lockedFiles(file), options.timeoutSeconds);
         session = std::make_unique<CRegLib>(options.file ? file.c_str() : nullptr, root.c_str(),
@@ -83,6 +84,23 @@ void StoreSession::Impl::open() {
     // Opening makes it where it is missing.
     if (options.create && !hasRootKey(readStoreFile(file, root), root)) {
         throw replaceFault(file);
+    }
+}
+
+// The library would make a fresh file where there is none, and change by change the backup would go.
+void StoreSession::Impl::checkNotLost() const {
+    if (!options.create && std::filesystem::exists(file)) {
+        return;
+    }
+    const auto stamp = changeStamp(file);
+    const auto hint = lostTextHint(file);
+    // In the middle of a change the file may be missing, and the library mends that when the process
+    // that made it has died there.
+    const bool isChanging = stamp != changeStamp(file) || (stamp && *stamp % 2 != 0);
+    if (hint && !isChanging) {
+        throw CommandError(
+            eExit::eUnavailable,
+            fmt::format("{}: {}; removing the backup makes room for a new store", file, *hint));
     }
 }
 
@@ -137,14 +155,11 @@ void StoreSession::Impl::end() {
     }
 }
 
-// The library looks neither at the results of its writes nor at those of its renames.
+// The library does not look at the results of its renames.
 void StoreSession::Impl::checkWritten(const Trace& earlier) const {
     const Trace now = trace();
     if (now.isFailedSince(earlier)) {
         throw replaceFault(file);
-    }
-    if (now.stamp != earlier.stamp && isCut(file)) {
-        throw cutFault(file);
     }
 }
 

@@ -48,6 +48,7 @@ struct StoreSession::Impl {
     Trace trace() const;
     void checkWritten(const Trace& earlier) const;
     void open();
+    void checkNotLost() const;
     void begin();
     void beginChange();  // of something
     void end();

@@ -25,5 +25,7 @@ int main(int argc, char** argv) {
     std::setlocale(LC_CTYPE, "");
     // A closed pipe shall be a failure of write, which ends the command quietly.
     std::signal(SIGPIPE, SIG_IGN);
+    // So shall a limit of file sizes, which leaves nothing half written then.
+    std::signal(SIGXFSZ, SIG_IGN);
     return vqreg::runCommand(argc, argv);
 }
