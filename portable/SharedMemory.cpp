@@ -192,9 +192,9 @@ int CPSharedMemory::makeSegment(unsigned long size) {
         return errno;
     }
     void* const segment = attachSegment(id, sizeof(Header) + size);
-    const int error = segment ? 0 : errno;
+    const int error = errno;
     ::shmctl(id, IPC_RMID, nullptr);  // it lives while somebody is attached
-    if (error != 0) {
+    if (!segment) {
         return error;
     }
     const Header header = headerFor(m_name, record.lot, size);

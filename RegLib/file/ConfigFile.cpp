@@ -14,18 +14,18 @@ bool CConfigFile::isTextLost() const {
     return !files.holdsText(m_path.c_str()) && files.holdsText(m_backup.c_str());
 }
 
-bool CConfigFile::isBackupBetter(bool hasValues) const {
+bool CConfigFile::isBackupBetter(bool isOfOpening) const {
     const CFileOps& files = CFileOps::current();
     if (!files.holdsText(m_path.c_str())) {
         return files.holdsText(backup());
     }
-    return !hasValues && files.hasLineBeside(backup(), '[');
+    return isOfOpening && files.hasLineBeside(backup(), '[');
 }
 
-bool CConfigFile::replaceAtOnce(const char* temporary, bool hasValues) const {
+bool CConfigFile::replaceAtOnce(const char* temporary, bool isOfOpening) const {
     CFileOps& files = CFileOps::current();
     const char* const path = m_path.c_str();
-    if (isBackupBetter(hasValues)) {
+    if (isBackupBetter(isOfOpening)) {
         files.rename(temporary, path);
         return true;
     }

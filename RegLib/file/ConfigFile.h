@@ -24,15 +24,16 @@ namespace VQRegLib {
 //     the new data out first, so that a power cut leaves the old or the new text.
 //
 // A backup that holds a text is given up only for another text: an empty or missing file leaves it
-// alone, and so does a file without a value, which is all that opening a store makes, where the backup
-// has one. Results are not looked at: what fails, fails as a whole, and the path names the old text.
+// alone, and so does what the opening of a store then makes of it, a file without a value, where the
+// backup has one. Results are not looked at: what fails, fails as a whole, and the path names the old text.
 class CConfigFile {
 public:
     void setPath(const char* path);  // all names are made here: later nothing may fail
 
-    // `hasValues`: the file has had values, as far as is known. False when the file system knows neither links nor
-    // exchanges, and nothing has been done but the old backup has gone.
-    bool replaceAtOnce(const char* temporary, bool hasValues) const;
+    // `isOfOpening`: the file is only what the opening of this store has made in the place of a lost
+    // text. False when the file system knows neither links nor exchanges, and nothing has been done
+    // but the old backup has gone.
+    bool replaceAtOnce(const char* temporary, bool isOfOpening) const;
     void replaceInSteps(const char* temporary) const;
 
     // After the death of a process that was replacing the file.
@@ -44,7 +45,7 @@ public:
     const char* backup() const { return m_backup.c_str(); }
 
 private:
-    bool isBackupBetter(bool hasValues) const;
+    bool isBackupBetter(bool isOfOpening) const;
 
     std::string m_path;
     std::string m_backup;

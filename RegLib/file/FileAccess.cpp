@@ -71,7 +71,8 @@ int CRegLibImplFile::FileClose(int mode, const std::string& openedName) {
         return REGLIB_E_FILE_OPEN;
     }
     markReplacing();
-    if (!m_file.replaceAtOnce(openedName.c_str(), m_hasFileValues)) {
+    const bool isOfOpening = m_isTextLost && !m_hasFileValues;
+    if (!m_file.replaceAtOnce(openedName.c_str(), isOfOpening)) {
         // The mark outlives everybody, unlike the stamp.
         m_pMutex->setMark(true);
         m_file.replaceInSteps(openedName.c_str());

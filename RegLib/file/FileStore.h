@@ -135,7 +135,7 @@ private:
     int importOpened(std::uint64_t stamp);
     int readOpened();
     int ImportConfigHelper();
-    void tellOfLostText() const;
+    void tellOfLostText();
     int ImportCreateKeyHelper(CKeyOrValue** current, std::string_view line);
     int ImportCreateValueHelper(CKeyOrValue* key, std::string_view line);
 
@@ -194,7 +194,8 @@ private:
     int m_nUpdateDepth = 0;         // updates begun and not ended; with the lock held
     bool m_bUpdatePending = false;  // the tree has changes that the end of the update will write
     bool m_isTreeAhead = false;     // it has changes of an update that this process must not write
-    bool m_hasFileValues = false;   // the text that was last read or written has a value
+    bool m_isTextLost = false;      // the file was missing or empty, and the backup was not
+    bool m_hasFileValues = false;   // a text that was read or written had a value
     bool m_isReadCutShort = false;  // the last reading ended in an error: the tree is not whole
     std::uint64_t m_ullTextSize = 0;  // for which the next FileOpen for writing makes room
     CConfigFile m_file;

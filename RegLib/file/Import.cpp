@@ -99,8 +99,9 @@ int CRegLibImplFile::ImportConfigHelper() {
     return REGLIB_E_END_OF_FILE;
 }
 
-void CRegLibImplFile::tellOfLostText() const {
-    if (traceFor(eTraceAlways) && m_file.isTextLost()) {
+void CRegLibImplFile::tellOfLostText() {
+    if (m_file.isTextLost()) {
+        m_isTextLost = true;
         REGLIB_TRACE(
             eTraceAlways,
             "(Error) CRegLibImplFile::ImportConfig (0x%08X), the file is missing or empty, "

@@ -149,16 +149,21 @@ TEST_F(ReplaceSafety, AGoodBackupIsGivenUpForTheNextText) {
 }
 
 // What the opening of sessions makes is no text that a backup is given up for.
-TEST_F(ReplaceSafety, AGoodBackupSurvivesTheOpeningOfManySessionsAndKeys) {
+TEST_F(ReplaceSafety, AGoodBackupSurvivesTheOpeningOfKeys) {
     writeBackup(kOld);
-    {
-        const auto first = open("First/Sub");
-        const auto second = open("Second");
-        CRegKey key;
-        createKey(*second, "k/l", key);
-    }
+    const auto store = open("First/Sub");
+    CRegKey key;
+    createKey(*store, "k/l", key);
     EXPECT_EQ(file.readBackup(), kOld);
-    EXPECT_EQ(file.read(), "[First]\n[First/Sub]\n[Second]\n[Second/k]\n[Second/k/l]\n");
+    EXPECT_EQ(file.read(), "[First]\n[First/Sub]\n[First/Sub/k]\n[First/Sub/k/l]\n");
+}
+
+TEST_F(ReplaceSafety, AFileThatNeverHadAValueIsATextAsAnyOther) {
+    file.write("[Velquist]\n");
+    writeBackup(kOld);
+    const auto store = open();
+    setText(*store, *store->RootKey(), "a", "x");
+    EXPECT_EQ(file.readBackup(), "[Velquist]\n");
 }
 
 TEST_F(ReplaceSafety, AFileWithoutValuesIsKeptWhereTheBackupHasNoneEither) {

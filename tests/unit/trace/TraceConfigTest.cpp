@@ -185,6 +185,22 @@ TEST_F(TraceConfig, AnUnavailableDefaultStoreMeansLevelOne) {
     expectLevelOneInTheLogDirectory();
 }
 
+// The file was removed; any program that starts opens the default store for its trace level.
+TEST_F(TraceConfig, TheBackupOfALostStoreSurvivesTheReadingOfTheLevel) {
+    const std::string backup = std::string(kFile) + ".bak";
+    const std::string text = "[Velquist]\n\"precious\"=string:x\n";
+    for (const bool isEmpty : {false, true}) {
+        fs::remove(kFile);
+        std::ofstream(backup) << text;
+        if (isEmpty) {
+            std::ofstream(std::string(kFile)).flush();
+        }
+        CRegLibTrace::m_lFakeMutex = 0;
+        useStore();
+        EXPECT_EQ(vqtest::readFile(backup), text) << isEmpty;
+    }
+}
+
 TEST_F(TraceConfig, AFileThatCannotBeReadMeansLevelOne) {
     fs::create_directory(kFile);
     useStore();
