@@ -2,9 +2,9 @@
 #include "RegLib/base/AtEnd.h"
 #include "RegLib/base/FoldedName.h"
 #include "RegLib/file/FileStore.h"
-#include "RegLib/file/LineFormat.h"
 #include "RegLib/file/LineReader.h"
 #include "RegLib/file/Node.h"
+#include "RegLib/text/LineFormat.h"
 #include "RegLib/trace/Trace.h"
 #include "portable/FileOps.h"
 

@@ -1,9 +1,9 @@
 // The file store's key operations.
 #include "RegLib/base/FoldedName.h"
 #include "RegLib/base/Guarded.h"
-#include "RegLib/base/KeyPath.h"
 #include "RegLib/file/Node.h"
 #include "RegLib/file/Operation.h"
+#include "RegLib/text/KeyPath.h"
 #include "RegLib/trace/Trace.h"
 #include "portable/Portable.h"
 

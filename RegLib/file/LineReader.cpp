@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "RegLib/text/LineSplitter.h"
 #include "portable/FileOps.h"
 
 namespace VQRegLib {
@@ -31,35 +32,20 @@ void CLineReader::fill() {
     }
 }
 
-bool CLineReader::nextPiece(std::string_view& piece) {
-    for (;;) {
-        const char* const start = m_buffer.get() + m_begin;
-        const std::size_t size = std::min(m_end - m_begin, kLongestPiece);
-        const void* const feed = std::memchr(start, '\n', size);
-        if (feed) {
-            piece = {start, static_cast<std::size_t>(static_cast<const char*>(feed) - start) + 1};
-        } else if (size == kLongestPiece || (m_atEnd && m_nError == 0 && size > 0)) {
-            piece = {start, size};
-        } else if (m_atEnd) {
-            return false;  // after a read error the beginning of a line is not trusted
-        } else {
-            fill();
-            continue;
-        }
-        m_begin += piece.size();
-        return true;
-    }
-}
-
 bool CLineReader::next(std::string_view& line) {
-    if (!nextPiece(line)) {
-        return false;
+    for (;;) {
+        std::string_view rest(m_buffer.get() + m_begin, m_end - m_begin);
+        // After a read error the beginning of a line is not trusted.
+        const bool isWhole = m_atEnd && m_nError == 0;
+        if (takeLine(rest, isWhole, line)) {
+            m_begin = m_end - rest.size();
+            return true;
+        }
+        if (m_atEnd) {
+            return false;
+        }
+        fill();
     }
-    line = line.substr(0, line.find('\0'));
-    const std::size_t carriageReturn = line.find('\r');
-    line =
-        line.substr(0, carriageReturn != std::string_view::npos ? carriageReturn : line.find('\n'));
-    return true;
 }
 
 }  // namespace VQRegLib

@@ -8,16 +8,11 @@
 
 namespace VQRegLib {
 
-// Longer lines come in pieces of this many characters, each of which is a line of its own: the
-// limit that every reader of these files has always had.
-constexpr std::size_t kLongestPiece = 2048;
-
 class CLineReader {
 public:
     explicit CLineReader(std::FILE* file);
 
-    // The next line without its end: cut at its first carriage return, else at its line feed, and
-    // before all at a NUL. False at the end of the file and after a read error.
+    // The next line, as takeLine cuts it. False at the end of the file and after a read error.
     bool next(std::string_view& line);
 
     // Of the read that failed, as an errno; 0 when none did.
@@ -25,7 +20,6 @@ public:
 
 private:
     void fill();
-    bool nextPiece(std::string_view& piece);
 
     std::FILE* m_pFile;
     std::unique_ptr<char[]> m_buffer;

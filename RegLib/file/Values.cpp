@@ -1,11 +1,10 @@
 // The file store's value operations.
-#include <cstring>
-
 #include "RegLib/base/FoldedName.h"
 #include "RegLib/base/Guarded.h"
-#include "RegLib/file/LineFormat.h"
 #include "RegLib/file/Node.h"
 #include "RegLib/file/Operation.h"
+#include "RegLib/text/LineFormat.h"
+#include "RegLib/text/ValueData.h"
 #include "RegLib/trace/Trace.h"
 
 namespace VQRegLib {
@@ -118,71 +117,6 @@ int CRegLibImplFile::VQRegSetValue(CRegKey& key, const char* valueName, const un
     };
     return setValue(key, valueName, CRegLib::eBinary, compose, changed);
 }
-
-namespace {
-
-// The caller's buffer with its protocol: capacity in, size of the data out.
-struct CBuffer {
-    unsigned char* data;
-    unsigned long capacity;
-    unsigned long* size;
-
-    int needs(unsigned long wanted) const {
-        *size = wanted;
-        return capacity < wanted ? REGLIB_E_BUFFER_TOO_SMALL : REGLIB_OK;
-    }
-};
-
-int giveDword(std::string_view text, const CBuffer& buffer) {
-    const std::uint32_t number = scanHex(text, 8);
-    const int result = buffer.needs(sizeof number);
-    if (result >= 0 && buffer.data) {
-        std::memcpy(buffer.data, &number, sizeof number);
-    }
-    return result;
-}
-
-int giveString(std::string_view text, const CBuffer& buffer) {
-    const int result = buffer.needs(text.size() + 1);
-    if (result >= 0 && buffer.data) {
-        text.copy(reinterpret_cast<char*>(buffer.data), text.size());
-        buffer.data[text.size()] = '\0';
-    }
-    return result;
-}
-
-// The last digit of an odd number of them counts as a byte where the buffer has room, but not in
-// the size.
-int giveBinary(std::string_view text, const CBuffer& buffer) {
-    const int result = buffer.needs(text.size() / 2);
-    if (result >= 0) {
-        for (unsigned long i = 0; i < buffer.capacity && 2 * i < text.size(); ++i) {
-            buffer.data[i] = static_cast<unsigned char>(scanHex(text.substr(2 * i), 2));
-        }
-    }
-    return result;
-}
-
-int giveData(std::string_view line, CRegLib::eDataType type, const CBuffer& buffer) {
-    std::string_view text;
-    const int result = dataOfLine(line, text);
-    if (result < 0) {
-        return result;
-    }
-    switch (type) {
-        case CRegLib::eDword:
-            return giveDword(text, buffer);
-        case CRegLib::eString:
-            return giveString(text, buffer);
-        case CRegLib::eBinary:
-            return giveBinary(text, buffer);
-        default:
-            *buffer.size = 0;
-            return REGLIB_E_BAD_TYPE;
-    }
-}
-
-}  // namespace
 
 int CRegLibImplFile::VQRegQueryValue(CRegKey& key, const char* valueName, CRegLib::eDataType& type,
                                      unsigned char* buffer, unsigned long* size) {

@@ -3,9 +3,9 @@
 #include <string>
 
 #include "RegLib/base/Guarded.h"
-#include "RegLib/base/KeyPath.h"
 #include "RegLib/instance/Directory.h"
 #include "RegLib/instance/Notifier.h"
+#include "RegLib/text/KeyPath.h"
 #include "RegLib/trace/Trace.h"
 #include "VQRegLib.h"
 #include "portable/NoCancellation.h"

@@ -6,7 +6,7 @@
 
 #include "RegLib/base/CritSecGuard.h"
 #include "RegLib/base/Guarded.h"
-#include "RegLib/base/KeyPath.h"
+#include "RegLib/text/KeyPath.h"
 #include "RegLib/trace/Trace.h"
 #include "portable/Portable.h"
 

@@ -1,4 +1,4 @@
-#include "RegLib/base/KeyPath.h"
+#include "RegLib/text/KeyPath.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

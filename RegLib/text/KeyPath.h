@@ -1,6 +1,6 @@
 // Key paths: names separated by slashes or backslashes.
-#ifndef REGLIB_BASE_KEYPATH_H
-#define REGLIB_BASE_KEYPATH_H
+#ifndef REGLIB_TEXT_KEYPATH_H
+#define REGLIB_TEXT_KEYPATH_H
 
 #include <string_view>
 
@@ -32,4 +32,4 @@ private:
 
 }  // namespace VQRegLib
 
-#endif  // REGLIB_BASE_KEYPATH_H
+#endif  // REGLIB_TEXT_KEYPATH_H

@@ -1,6 +1,7 @@
-#include "RegLib/file/LineFormat.h"
+#include "RegLib/text/LineFormat.h"
 
 #include <new>
+#include <utility>
 
 namespace VQRegLib {
 
@@ -12,15 +13,78 @@ constexpr std::string_view kString = "string";
 
 constexpr char kDigits[] = "0123456789ABCDEF";
 
-std::string startLine(std::string_view name, std::string_view typeWord, std::size_t dataSize) {
-    std::string line;
-    line.reserve(name.size() + typeWord.size() + dataSize + 4);
-    line += '"';
-    line += name;
-    line += "\"=";
-    line += typeWord;
-    line += ':';
-    return line;
+// Each kind of line is put together in one place, out of pieces for a sink: one appends them to a
+// text, the other compares a text with them, and ends at the first difference.
+class CAppending {
+public:
+    CAppending(std::size_t nameSize, std::size_t dataSize) {
+        constexpr std::size_t kRest = sizeof "\"\"=binary:" - 1;  // of the longest type word
+        m_line.reserve(nameSize + dataSize + kRest);
+    }
+    bool put(std::string_view piece) {
+        m_line += piece;
+        return true;
+    }
+    std::string take() { return std::move(m_line); }
+
+private:
+    std::string m_line;
+};
+
+class CComparing {
+public:
+    explicit CComparing(std::string_view line) : m_rest(line) {}
+    bool put(std::string_view piece) {
+        if (m_rest.substr(0, piece.size()) != piece) {
+            return false;
+        }
+        m_rest.remove_prefix(piece.size());
+        return true;
+    }
+    bool isAtEnd() const { return m_rest.empty(); }
+
+private:
+    std::string_view m_rest;
+};
+
+template <typename Sink>
+bool putStart(Sink& sink, std::string_view name, std::string_view typeWord) {
+    return sink.put("\"") && sink.put(name) && sink.put("\"=") && sink.put(typeWord) &&
+           sink.put(":");
+}
+
+template <typename Sink>
+bool putDwordLine(Sink& sink, std::string_view name, std::uint32_t value) {
+    char digits[8];
+    for (unsigned i = 0; i < sizeof digits; ++i) {
+        digits[i] = kDigits[(value >> (28 - 4 * i)) & 15];
+    }
+    return putStart(sink, name, kDword) && sink.put({digits, sizeof digits});
+}
+
+template <typename Sink>
+bool putStringLine(Sink& sink, std::string_view name, std::string_view text) {
+    return putStart(sink, name, kString) && sink.put(text);
+}
+
+template <typename Sink>
+bool putBinaryLine(Sink& sink, std::string_view name, const unsigned char* data, std::size_t size) {
+    if (!putStart(sink, name, kBinary)) {
+        return false;
+    }
+    char digits[64];
+    std::size_t count = 0;
+    for (std::size_t i = 0; i < size; ++i) {
+        digits[count++] = kDigits[data[i] >> 4];
+        digits[count++] = kDigits[data[i] & 15];
+        if (count == sizeof digits || i + 1 == size) {
+            if (!sink.put({digits, count})) {
+                return false;
+            }
+            count = 0;
+        }
+    }
+    return true;
 }
 
 CRegLib::eDataType typeOfWord(std::string_view word) {
@@ -52,29 +116,41 @@ constexpr unsigned digitValue(char c) {
 }  // namespace
 
 std::string composeDwordLine(std::string_view name, std::uint32_t value) {
-    std::string line = startLine(name, kDword, 8);
-    for (int shift = 28; shift >= 0; shift -= 4) {
-        line += kDigits[(value >> shift) & 15];
-    }
-    return line;
+    CAppending sink(name.size(), 8);
+    putDwordLine(sink, name, value);
+    return sink.take();
 }
 
 std::string composeStringLine(std::string_view name, std::string_view text) {
-    std::string line = startLine(name, kString, text.size());
-    line += text;
-    return line;
+    CAppending sink(name.size(), text.size());
+    putStringLine(sink, name, text);
+    return sink.take();
 }
 
 std::string composeBinaryLine(std::string_view name, const unsigned char* data, std::size_t size) {
     if (size > std::string().max_size() / 4) {
         throw std::bad_alloc();  // twice the size would not even be a number
     }
-    std::string line = startLine(name, kBinary, 2 * size);
-    for (std::size_t i = 0; i < size; ++i) {
-        line += kDigits[data[i] >> 4];
-        line += kDigits[data[i] & 15];
-    }
-    return line;
+    CAppending sink(name.size(), 2 * size);
+    putBinaryLine(sink, name, data, size);
+    return sink.take();
+}
+
+bool isDwordLine(std::string_view line, std::string_view name, std::uint32_t value) {
+    CComparing sink(line);
+    return putDwordLine(sink, name, value) && sink.isAtEnd();
+}
+
+bool isStringLine(std::string_view line, std::string_view name, std::string_view text) {
+    CComparing sink(line);
+    return putStringLine(sink, name, text) && sink.isAtEnd();
+}
+
+bool isBinaryLine(std::string_view line, std::string_view name, const unsigned char* data,
+                  std::size_t size) {
+    CComparing sink(line);
+    // A size that no line has is not taken for that of the data.
+    return size <= line.size() / 2 && putBinaryLine(sink, name, data, size) && sink.isAtEnd();
 }
 
 int parseValueLine(std::string_view line, CValueLine& parts) {

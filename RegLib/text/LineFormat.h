@@ -1,6 +1,6 @@
 // The lines of the configuration file as pure text. docs/file-format.md describes them.
-#ifndef REGLIB_FILE_LINEFORMAT_H
-#define REGLIB_FILE_LINEFORMAT_H
+#ifndef REGLIB_TEXT_LINEFORMAT_H
+#define REGLIB_TEXT_LINEFORMAT_H
 
 #include <cstdint>
 #include <string>
@@ -20,6 +20,12 @@ struct CValueLine {
 std::string composeDwordLine(std::string_view name, std::uint32_t value);
 std::string composeStringLine(std::string_view name, std::string_view text);
 std::string composeBinaryLine(std::string_view name, const unsigned char* data, std::size_t size);
+
+// Whether a line is the one that would be composed, without composing it.
+bool isDwordLine(std::string_view line, std::string_view name, std::uint32_t value);
+bool isStringLine(std::string_view line, std::string_view name, std::string_view text);
+bool isBinaryLine(std::string_view line, std::string_view name, const unsigned char* data,
+                  std::size_t size);
 
 // Checks a line of the file up to its data. REGLIB_E_BAD_FORMAT when it is no value line.
 int parseValueLine(std::string_view line, CValueLine& parts);
@@ -42,4 +48,4 @@ std::uint32_t scanHex(std::string_view text, unsigned width);
 
 }  // namespace VQRegLib
 
-#endif  // REGLIB_FILE_LINEFORMAT_H
+#endif  // REGLIB_TEXT_LINEFORMAT_H

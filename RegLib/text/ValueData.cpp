@@ -1,0 +1,55 @@
+#include "RegLib/text/ValueData.h"
+
+#include <cstring>
+
+#include "RegLib/text/LineFormat.h"
+
+namespace VQRegLib {
+
+int giveNumber(std::uint32_t number, const CDataBuffer& buffer) {
+    const int result = buffer.needs(sizeof number);
+    if (result >= 0 && buffer.data) {
+        std::memcpy(buffer.data, &number, sizeof number);
+    }
+    return result;
+}
+
+int giveText(std::string_view text, const CDataBuffer& buffer) {
+    const int result = buffer.needs(text.size() + 1);
+    if (result >= 0 && buffer.data) {
+        text.copy(reinterpret_cast<char*>(buffer.data), text.size());
+        buffer.data[text.size()] = '\0';
+    }
+    return result;
+}
+
+int giveBytes(std::string_view digits, const CDataBuffer& buffer) {
+    const int result = buffer.needs(digits.size() / 2);
+    if (result >= 0) {
+        for (unsigned long i = 0; i < buffer.capacity && 2 * i < digits.size(); ++i) {
+            buffer.data[i] = static_cast<unsigned char>(scanHex(digits.substr(2 * i), 2));
+        }
+    }
+    return result;
+}
+
+int giveData(std::string_view line, CRegLib::eDataType type, const CDataBuffer& buffer) {
+    std::string_view text;
+    const int result = dataOfLine(line, text);
+    if (result < 0) {
+        return result;
+    }
+    switch (type) {
+        case CRegLib::eDword:
+            return giveNumber(scanHex(text, 8), buffer);
+        case CRegLib::eString:
+            return giveText(text, buffer);
+        case CRegLib::eBinary:
+            return giveBytes(text, buffer);
+        default:
+            *buffer.size = 0;
+            return REGLIB_E_BAD_TYPE;
+    }
+}
+
+}  // namespace VQRegLib
