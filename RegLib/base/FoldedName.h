@@ -2,12 +2,14 @@
 #ifndef REGLIB_BASE_FOLDEDNAME_H
 #define REGLIB_BASE_FOLDEDNAME_H
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
 namespace VQRegLib {
 
-// A name in lower case. Names of usual length take no allocation: look-ups make one of these each.
+// A name in lower case, and a hash of that. Names of usual length take no allocation: look-ups make
+// one of these each.
 class CFoldedName {
 public:
     explicit CFoldedName(std::string_view name);
@@ -16,10 +18,15 @@ public:
 
     std::string_view view() const { return m_view; }
 
+    // Differs from one process to another: what users put into a file cannot be made to collide.
+    std::uint64_t hash() const { return m_hash; }
+    static std::uint64_t hashOf(std::string_view name);
+
 private:
-    char m_inline[256];
+    char m_inline[256 + 8];  // folding writes eight bytes at a time
     std::string m_long;
     std::string_view m_view;
+    std::uint64_t m_hash;
 };
 
 }  // namespace VQRegLib

@@ -1,0 +1,111 @@
+// How nodes leave the tree. Nothing here needs memory or recursion, except where something has to be
+// found out before: a line has room for a thousand levels, and a thread may have little stack.
+#include <algorithm>
+
+#include "RegLib/tree/Tree.h"
+
+namespace VQRegLib {
+
+void CTree::remove(CKeyOrValue& top) {
+    if (top.m_state == CKeyOrValue::eDisplaced) {
+        m_displaced.erase(std::find(m_displaced.begin(), m_displaced.end(), top.m_number));
+    } else {
+        textLoses(top);
+        unlink(top);
+    }
+    letGo(top);
+}
+
+void CTree::unlink(CKeyOrValue& of) {
+    const CKeyOrValue& parent = *parentOf(of);
+    const std::string_view name = nameOf(of);
+    CSiblings& among = siblings(parent, of.isKey());
+    const auto isBefore = [&](NodeNumber number) {
+        return compareFolded(nameOf(node(number)), name) < 0;
+    };
+    among.erase(among.countBefore(isBefore));
+    m_index.remove(CNameIndex::hashOf(parent.m_number, CFoldedName::hashOf(name)), of.m_number);
+}
+
+CKeyOrValue& CTree::lastLeaf(CKeyOrValue& top) const {
+    CKeyOrValue* at = &top;
+    while (hasChildren(*at)) {
+        const CChildren& children = m_children[at->m_children];
+        at = &node(children.keys.empty() ? children.values.back() : children.keys.back());
+    }
+    return *at;
+}
+
+// From the last leaf up. What handles may refer to, or what a displaced key below still takes its
+// name from, stays in memory.
+void CTree::letGo(CKeyOrValue& top) {
+    for (bool isDone = false; !isDone;) {
+        CKeyOrValue& leaf = lastLeaf(top);
+        isDone = &leaf == &top;
+        if (!isDone) {
+            unlink(leaf);
+        }
+        const bool mayHaveHandles = leaf.isKey() && leaf.m_ulKeyHandleID != 0;
+        if (mayHaveHandles || isAboveDisplaced(leaf)) {
+            leaf.m_state = CKeyOrValue::eGone;
+            ++m_gone;
+        } else {
+            free(leaf);
+        }
+    }
+}
+
+void CTree::free(CKeyOrValue& of) {
+    if (of.m_children != 0) {
+        m_children[of.m_children] = CChildren();
+        m_freeChildren.push_back(of.m_children);
+    }
+    if (!m_namesApart.empty()) {
+        m_namesApart.erase(of.m_number);
+    }
+    m_nodes.give(of);
+}
+
+void CTree::sweep() {
+    m_gone = 0;
+    m_nodes.forEach([this](CKeyOrValue& of) {
+        if (of.m_state != CKeyOrValue::eGone) {
+            return;
+        }
+        if (isAboveDisplaced(of)) {
+            ++m_gone;
+        } else {
+            free(of);
+        }
+    });
+}
+
+bool CTree::hasHandlesBelow(const CKeyOrValue& top) const {
+    std::vector<NodeNumber> left{top.m_number};
+    while (!left.empty()) {
+        const CKeyOrValue& at = node(left.back());
+        left.pop_back();
+        if (at.isKey() && at.m_ulKeyHandleID != 0) {
+            return true;
+        }
+        const CChildren& children = m_children[at.m_children];
+        for (const CSiblings* const siblings : {&children.keys, &children.values}) {
+            for (std::size_t index = 0; index < siblings->size(); ++index) {
+                left.push_back(siblings->at(index));
+            }
+        }
+    }
+    return false;
+}
+
+bool CTree::isAboveDisplaced(const CKeyOrValue& of) const {
+    return std::any_of(m_displaced.begin(), m_displaced.end(), [&](NodeNumber displaced) {
+        const CKeyOrValue* at = parentOf(node(displaced));
+        while (at && at != &of) {
+            at = parentOf(*at);
+        }
+        return at != nullptr;
+    });
+}
+
+}  // namespace VQRegLib

@@ -1,0 +1,43 @@
+// Merges a text into a tree.
+#ifndef REGLIB_TREE_MERGE_H
+#define REGLIB_TREE_MERGE_H
+
+#include <string_view>
+
+#include "RegLib/tree/TextSource.h"
+#include "RegLib/tree/Tree.h"
+
+namespace VQRegLib {
+
+// What the text has comes into the tree; what it lacks stays. The lines before a bad one have been
+// merged when the merge fails.
+CMergeResult mergeText(CTree& tree, CTextSource& source);
+
+// Line by line. All nodes that a line belongs to point to it afterwards: the text becomes the tree's.
+class CMerge {
+public:
+    explicit CMerge(CTree& tree) : m_tree(tree) {}
+
+    CMergeResult run(CTextSource& source);
+
+private:
+    std::string_view readAll(CTextSource& source);
+    int lines(std::string_view text, CTextSource& source, CMergeResult& result);
+    int line(std::string_view line);
+    int keyLine(std::string_view line);
+    int valueLine(std::string_view line);
+    void useKeyLine(CKeyOrValue& key, std::string_view line);
+    bool isOfThisText(const CKeyOrValue& of) const;
+
+    CTree& m_tree;
+    std::string_view m_text;
+    CKeyOrValue* m_pCurrent = nullptr;
+
+    // Each line so far has been one node's, and has made it what it is. Where that holds for a whole
+    // text, a later one can be compared with it line by line.
+    bool m_isOneToOne = true;
+};
+
+}  // namespace VQRegLib
+
+#endif  // REGLIB_TREE_MERGE_H

@@ -1,0 +1,76 @@
+#include "RegLib/tree/NameIndex.h"
+
+#include <algorithm>
+#include <new>
+#include <utility>
+
+namespace VQRegLib {
+
+namespace {
+
+constexpr std::size_t kSmallest = 16;
+
+std::size_t roomFor(std::size_t entries) {
+    return entries + entries / 3 + 1;
+}
+
+}  // namespace
+
+void CNameIndex::reserve(std::size_t more) {
+    const std::size_t wanted = roomFor(m_size + more);
+    if (wanted <= m_capacity) {
+        return;
+    }
+    const std::size_t capacity = std::max({wanted, m_capacity + m_capacity / 4, kSmallest});
+    if (capacity > 0xFFFFFFFF) {
+        throw std::bad_alloc();
+    }
+    auto entries = std::make_unique<CEntry[]>(capacity);
+    const auto old = std::exchange(m_entries, std::move(entries));
+    const std::size_t oldCapacity = std::exchange(m_capacity, capacity);
+    m_size = 0;
+    for (std::size_t at = 0; at < oldCapacity; ++at) {
+        if (old[at].node != 0) {
+            add(old[at].hash, old[at].node);
+        }
+    }
+}
+
+void CNameIndex::add(std::uint32_t hash, NodeNumber node) {
+    std::size_t at = home(hash);
+    while (m_entries[at].node != 0) {
+        at = after(at);
+    }
+    m_entries[at] = {hash, node};
+    ++m_size;
+}
+
+std::size_t CNameIndex::placeOf(std::uint32_t hash, NodeNumber node) const {
+    std::size_t at = home(hash);
+    while (m_entries[at].node != node) {
+        at = after(at);
+    }
+    return at;
+}
+
+void CNameIndex::replace(std::uint32_t hash, NodeNumber node, NodeNumber by) {
+    m_entries[placeOf(hash, node)].node = by;
+}
+
+// Entries behind the gap that would no longer be found from their home move into it.
+void CNameIndex::remove(std::uint32_t hash, NodeNumber node) {
+    std::size_t gap = placeOf(hash, node);
+    for (std::size_t at = after(gap); m_entries[at].node != 0; at = after(at)) {
+        const std::size_t wanted = home(m_entries[at].hash);
+        const bool isBetween =
+            gap <= at ? gap < wanted && wanted <= at : gap < wanted || wanted <= at;
+        if (!isBetween) {
+            m_entries[gap] = m_entries[at];
+            gap = at;
+        }
+    }
+    m_entries[gap] = {0, 0};
+    --m_size;
+}
+
+}  // namespace VQRegLib

@@ -1,0 +1,62 @@
+// Finds a child by its parent and its folded name.
+#ifndef REGLIB_TREE_NAMEINDEX_H
+#define REGLIB_TREE_NAMEINDEX_H
+
+#include <cstddef>
+#include <memory>
+
+#include "RegLib/tree/KeyOrValue.h"
+
+namespace VQRegLib {
+
+// One table for all nodes of a tree: open addressing, a quarter of it free. The place of an entry
+// follows from its hash by a multiplication, so that the table may grow by a quarter of its size
+// instead of by its double.
+class CNameIndex {
+public:
+    static std::uint32_t hashOf(NodeNumber parent, std::uint64_t nameHash) {
+        const std::uint64_t mixed = (nameHash ^ parent) * 0xD6E8FEB86659FD93;
+        return static_cast<std::uint32_t>(mixed >> 32);
+    }
+
+    // The first node under a hash for which `isIt` is true; 0 when there is none.
+    template <typename IsIt>
+    NodeNumber find(std::uint32_t hash, IsIt&& isIt) const {
+        if (m_capacity == 0) {
+            return 0;
+        }
+        for (std::size_t at = home(hash); m_entries[at].node != 0; at = after(at)) {
+            if (m_entries[at].hash == hash && isIt(m_entries[at].node)) {
+                return m_entries[at].node;
+            }
+        }
+        return 0;
+    }
+
+    // Makes room for so many more entries. Throws std::bad_alloc, and has changed nothing then.
+    void reserve(std::size_t more);
+
+    void add(std::uint32_t hash, NodeNumber node);  // there must be room
+    void remove(std::uint32_t hash, NodeNumber node);
+    void replace(std::uint32_t hash, NodeNumber node, NodeNumber by);
+
+private:
+    struct CEntry {
+        std::uint32_t hash;
+        NodeNumber node;  // 0: free
+    };
+
+    std::size_t home(std::uint32_t hash) const {
+        return static_cast<std::size_t>((std::uint64_t{hash} * m_capacity) >> 32);
+    }
+    std::size_t after(std::size_t at) const { return at + 1 == m_capacity ? 0 : at + 1; }
+    std::size_t placeOf(std::uint32_t hash, NodeNumber node) const;
+
+    std::unique_ptr<CEntry[]> m_entries;
+    std::size_t m_capacity = 0;
+    std::size_t m_size = 0;
+};
+
+}  // namespace VQRegLib
+
+#endif  // REGLIB_TREE_NAMEINDEX_H

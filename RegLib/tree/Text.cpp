@@ -1,0 +1,231 @@
+// What a tree is as a text.
+#include "RegLib/text/LineFormat.h"
+#include "RegLib/text/LineSplitter.h"
+#include "RegLib/tree/Tree.h"
+
+namespace VQRegLib {
+
+namespace {
+
+// The last line that stays in one piece when it is read.
+bool isOneLine(std::string_view line) {
+    return line.size() < kLongestPiece && line.find_first_of("\r\n") == std::string_view::npos;
+}
+
+// What has gathered beside the text until it is made anew, whatever its size.
+constexpr std::size_t kUsualWaste = 256UL * 1024;
+
+}  // namespace
+
+// Whether the node's line, once read by another process, makes the same node there. Names that the
+// format cannot hold do not, nor does a value whose line has another spelling of its name.
+bool CTree::isReadBack(const CKeyOrValue& of) const {
+    if (!isOneLine(of.line())) {
+        return false;
+    }
+    if (!of.isKey()) {
+        CValueLine parts;
+        return parseValueLine(of.line(), parts) >= 0 && parts.name == nameOf(of) &&
+               parts.type == of.m_type;
+    }
+    std::string_view path;
+    const CKeyOrValue* at = &root();
+    if (parseKeyLine(of.line(), path) < 0) {
+        return false;
+    }
+    for (std::string_view name; at && nextKeyLineName(path, name);) {
+        at = findChild(*at, CFoldedName(name));
+    }
+    return at == &of;
+}
+
+bool CTree::isInText(const CKeyOrValue& of) const {
+    const CKeyOrValue* at = &of;
+    while (at->m_state == CKeyOrValue::eInTree && at->m_parent != 0 && node(at->m_parent).isKey()) {
+        at = parentOf(*at);
+    }
+    return at == &root();
+}
+
+const CKeyOrValue& CTree::lastBelow(const CKeyOrValue& top) const {
+    const CKeyOrValue* at = &top;
+    while (countOfKind(*at, true) > 0) {
+        at = &node(m_children[at->m_children].keys.back());
+    }
+    return countOfKind(*at, false) > 0 ? node(m_children[at->m_children].values.back()) : *at;
+}
+
+// The node whose line comes before that of a node which has just been added.
+const CKeyOrValue* CTree::lineBefore(const CKeyOrValue& added) const {
+    const CKeyOrValue& parent = *parentOf(added);
+    const CChildren& children = m_children[parent.m_children];
+    const CSiblings& among = added.isKey() ? children.keys : children.values;
+    const std::string_view name = nameOf(added);
+    const std::size_t place = among.countBefore(
+        [&](NodeNumber number) { return compareFolded(nameOf(node(number)), name) < 0; });
+    const CKeyOrValue* before = &parent;
+    if (place > 0) {
+        const CKeyOrValue& sibling = node(among.at(place - 1));
+        before = added.isKey() ? &lastBelow(sibling) : &sibling;
+    } else if (added.isKey() && !children.values.empty()) {
+        before = &node(children.values.back());
+    }
+    return hasLine(*before) ? before : nullptr;
+}
+
+void CTree::textGains(const CKeyOrValue& added) {
+    m_isFileText = false;
+    m_isFaithful = m_isFaithful && isReadBack(added);
+    if (!m_isOrdered || !isInText(added) || !hasLine(added)) {
+        return;
+    }
+    const CKeyOrValue* const before = lineBefore(added);
+    if (before) {
+        m_text.insertAfter(before->line(), added.line());
+    }
+    m_isOrdered = before != nullptr;
+}
+
+void CTree::textLoses(const CKeyOrValue& top) {
+    m_isFileText = false;
+    if (!m_isOrdered || !isInText(top)) {
+        return;
+    }
+    m_isOrdered = !hasChildren(top) && hasLine(top);
+    if (m_isOrdered) {
+        m_text.erase(top.line());
+    }
+}
+
+bool CTree::hasValue() const {
+    std::vector<NodeNumber> left{root().m_number};
+    while (!left.empty()) {
+        const CChildren& children = m_children[node(left.back()).m_children];
+        left.pop_back();
+        if (!children.values.empty()) {
+            return true;
+        }
+        for (std::size_t index = 0; index < children.keys.size(); ++index) {
+            left.push_back(children.keys.at(index));
+        }
+    }
+    return false;
+}
+
+const std::vector<std::string_view>& CTree::text() {
+    const bool isWasteful = m_text.keptSize() > kUsualWaste + m_nodes.size() * 16;
+    if (!m_isOrdered || !m_text.isKnown() || isWasteful) {
+        makeText();
+    }
+    return m_text.pieces();
+}
+
+// In one block, to which all nodes then point. When the memory for something gives out half-way, some
+// point to the old blocks and some to the new one, which is as good.
+void CTree::makeText() {
+    m_isOrdered = false;
+    m_isFileText = false;
+    std::size_t most = 0;
+    m_nodes.forEach([&](const CKeyOrValue& of) { most += of.m_lineSize + std::size_t{1}; });
+    const std::size_t oldBlocks = m_text.blocks();
+    char* const block = m_text.addBlock(most);
+    const std::size_t size = static_cast<std::size_t>(writeLines(block) - block);
+    m_text.setWhole({block, size});
+    keepLinesOutside({block, most});
+    m_text.dropBlocksBefore(oldBlocks);
+    m_isOrdered = true;
+}
+
+char* CTree::writeLines(char* at) {
+    struct CStage {
+        NodeNumber key;
+        std::size_t next;
+    };
+    bool isFaithful = true;
+    const bool isChecked = !m_isFaithful;
+    const auto write = [&](CKeyOrValue& of) {
+        of.line().copy(at, of.m_lineSize);
+        of.m_pLine = at;
+        at += of.m_lineSize;
+        *at++ = '\n';
+        isFaithful = isFaithful && (!isChecked || isReadBack(of));
+    };
+    const auto writeKey = [&](CKeyOrValue& key) {
+        if (hasLine(key)) {
+            write(key);
+        } else if (&key != &root()) {
+            isFaithful = false;
+        }
+        const CSiblings& values = m_children[key.m_children].values;
+        for (std::size_t index = 0; index < values.size(); ++index) {
+            write(node(values.at(index)));
+        }
+    };
+    std::vector<CStage> stages{{root().m_number, 0}};
+    writeKey(root());
+    while (!stages.empty()) {
+        CStage& stage = stages.back();
+        const CSiblings& keys = m_children[node(stage.key).m_children].keys;
+        if (stage.next == keys.size()) {
+            stages.pop_back();
+            continue;
+        }
+        CKeyOrValue& key = node(keys.at(stage.next++));
+        writeKey(key);
+        stages.push_back({key.m_number, 0});
+    }
+    m_isFaithful = isFaithful;
+    return at;
+}
+
+// Copies the lines of all nodes that do not point into a block, before the other blocks are dropped.
+void CTree::keepLinesOutside(std::string_view block) {
+    constexpr std::less<const char*> isBelow;
+    m_nodes.forEach([&](CKeyOrValue& of) {
+        const bool isInside =
+            !isBelow(of.m_pLine, block.data()) && isBelow(of.m_pLine, block.data() + block.size());
+        if (!isInside && of.m_lineSize > 0) {
+            of.m_pLine = m_text.keep(of.line());
+        }
+    });
+}
+
+void CTree::forEachShown(
+    const CKeyOrValue& top,
+    const std::function<void(const CKeyOrValue&, unsigned long)>& visit) const {
+    struct CStage {
+        NodeNumber key;
+        std::size_t nextValue;
+        std::size_t nextKey;
+    };
+    visit(top, 0);
+    if (!top.isKey()) {
+        return;
+    }
+    std::vector<CStage> stages{{top.m_number, 0, 0}};
+    while (!stages.empty()) {
+        CStage& stage = stages.back();
+        const CChildren& children = m_children[node(stage.key).m_children];
+        const bool hasMoreValues = stage.nextValue < children.values.size();
+        const bool hasMoreKeys = stage.nextKey < children.keys.size();
+        if (!hasMoreValues && !hasMoreKeys) {
+            stages.pop_back();
+            continue;
+        }
+        const auto nameOfNext = [&](const CSiblings& among, std::size_t index) {
+            return nameOf(node(among.at(index)));
+        };
+        const bool isValue =
+            !hasMoreKeys ||
+            (hasMoreValues && compareFolded(nameOfNext(children.values, stage.nextValue),
+                                            nameOfNext(children.keys, stage.nextKey)) < 0);
+        const CKeyOrValue& next = node(isValue ? children.values.at(stage.nextValue++)
+                                               : children.keys.at(stage.nextKey++));
+        visit(next, static_cast<unsigned long>(stages.size()));
+        if (!isValue) {
+            stages.push_back({next.m_number, 0, 0});
+        }
+    }
+}
+
+}  // namespace VQRegLib

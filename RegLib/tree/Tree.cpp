@@ -1,0 +1,230 @@
+#include "RegLib/tree/Tree.h"
+
+#include <functional>
+#include <stdexcept>
+
+#include "RegLib/text/LineFormat.h"
+
+namespace VQRegLib {
+
+namespace {
+
+// Sizes are kept in 32 bits.
+void checkSize(std::string_view line) {
+    if (line.size() >= CKeyOrValue::kNameApart) {
+        throw std::length_error("a line too long");
+    }
+}
+
+}  // namespace
+
+CTree::CTree() : m_children(1) {
+    CKeyOrValue& root = m_nodes.take();
+    root.m_iIsKey = 1;
+    m_namesApart.emplace(root.m_number, kTreeRootName);
+}
+
+std::string_view CTree::nameApart(const CKeyOrValue& of) const {
+    return m_namesApart.find(of.m_number)->second;
+}
+
+CSiblings& CTree::siblings(const CKeyOrValue& parent, bool isKey) {
+    return m_children[parent.m_children].ofKind(isKey);
+}
+
+std::size_t CTree::countOfKind(const CKeyOrValue& parent, bool isKey) const {
+    const CChildren& children = m_children[parent.m_children];
+    return isKey ? children.keys.size() : children.values.size();
+}
+
+CKeyOrValue* CTree::childOfKind(const CKeyOrValue& parent, bool isKey, int index) const {
+    const CChildren& children = m_children[parent.m_children];
+    const CSiblings& siblings = isKey ? children.keys : children.values;
+    const bool isThere = index >= 0 && static_cast<std::size_t>(index) < siblings.size();
+    return isThere ? &node(siblings.at(static_cast<std::size_t>(index))) : nullptr;
+}
+
+std::size_t CTree::placeAmong(const CSiblings& siblings, std::string_view name) const {
+    const auto isBefore = [&](NodeNumber number) {
+        return compareFolded(nameOf(node(number)), name) < 0;
+    };
+    // Lines of a file arrive in order.
+    return siblings.empty() || isBefore(siblings.back()) ? siblings.size()
+                                                         : siblings.countBefore(isBefore);
+}
+
+std::string CTree::fullNameFor(const CKeyOrValue* parent, std::string_view name) const {
+    std::vector<std::string_view> names{name};
+    for (const CKeyOrValue* at = parent; at; at = parentOf(*at)) {
+        names.push_back(nameOf(*at));
+    }
+    std::string result = "[";
+    bool isFirst = true;
+    for (auto at = names.rbegin(); at != names.rend(); ++at) {
+        if (*at == kTreeRootName) {
+            continue;  // whoever bears that name, the tree root or a key of a caller
+        }
+        if (!isFirst) {
+            result += '/';
+        }
+        isFirst = false;
+        result += *at;
+    }
+    result += ']';
+    return result;
+}
+
+void CTree::giveLists(CKeyOrValue& to) {
+    if (to.m_children != 0) {
+        return;
+    }
+    if (m_freeChildren.empty()) {
+        // With room for all of them, so that giving lists back never fails.
+        if (m_freeChildren.capacity() < m_children.size()) {
+            m_freeChildren.reserve(2 * m_children.size());
+        }
+        m_children.emplace_back();
+        m_freeChildren.push_back(static_cast<std::uint32_t>(m_children.size() - 1));
+    }
+    to.m_children = m_freeChildren.back();
+    m_freeChildren.pop_back();
+}
+
+// The name is a part of the line, or lies apart.
+void CTree::nameInLine(CKeyOrValue& of, std::string_view line, std::string_view name) {
+    const std::less_equal<const char*> isUpTo;
+    const bool isInside = isUpTo(line.data(), name.data()) &&
+                          isUpTo(name.data() + name.size(), line.data() + line.size());
+    if (isInside) {
+        of.m_nameAt = static_cast<std::uint32_t>(name.data() - line.data());
+        of.m_nameSize = static_cast<std::uint32_t>(name.size());
+    } else {
+        m_namesApart.insert_or_assign(of.m_number, std::string(name));
+        of.m_nameAt = CKeyOrValue::kNameApart;
+    }
+    of.m_pLine = line.data();
+    of.m_lineSize = static_cast<std::uint32_t>(line.size());
+}
+
+// The line is in the tree's memory, and the name is what it says.
+void CTree::useLine(CKeyOrValue& value, std::string_view line, std::string_view name,
+                    CRegLib::eDataType type) {
+    if (value.m_nameAt == CKeyOrValue::kNameApart) {
+        m_namesApart.erase(value.m_number);
+    }
+    nameInLine(value, line, name);
+    value.m_type = static_cast<std::uint8_t>(type);
+    value.m_isDecoded = false;
+}
+
+// What may fail comes first; a parent that got its lists in vain keeps them.
+CKeyOrValue& CTree::link(CKeyOrValue& parent, CNewNode& made, const CFoldedName& folded) {
+    giveLists(parent);
+    m_index.reserve(1);
+    CSiblings& among = siblings(parent, made->isKey());
+    among.insert(placeAmong(among, folded.view()), made->m_number);
+    made->m_parent = parent.m_number;
+    m_index.add(CNameIndex::hashOf(parent.m_number, folded.hash()), made->m_number);
+    CKeyOrValue& linked = *made;
+    made.release();
+    return linked;
+}
+
+// A value takes the place of what bears its name. Keys with handles go on without their place.
+void CTree::displaceBy(CKeyOrValue& old, CNewNode& made, const CFoldedName& folded) {
+    const bool isKept = hasHandlesBelow(old);
+    if (m_displaced.size() == m_displaced.capacity()) {
+        m_displaced.reserve(2 * m_displaced.size() + 1);
+    }
+    CKeyOrValue& parent = *parentOf(old);
+    CSiblings& values = siblings(parent, false);
+    const std::size_t place = placeAmong(values, folded.view());
+    if (old.isKey()) {
+        values.insert(place, made->m_number);
+        CSiblings& keys = siblings(parent, true);
+        keys.erase(placeAmong(keys, folded.view()));
+    } else {
+        values.replace(place, made->m_number);
+    }
+    m_index.replace(CNameIndex::hashOf(parent.m_number, folded.hash()), old.m_number,
+                    made->m_number);
+    made->m_parent = parent.m_number;
+    made.release();
+    m_isOrdered = false;
+    if (isKept) {
+        old.m_state = CKeyOrValue::eDisplaced;
+        m_displaced.push_back(old.m_number);
+    } else {
+        letGo(old);
+    }
+}
+
+CKeyOrValue& CTree::addKey(CKeyOrValue& parent, std::string_view name, const CFoldedName& folded) {
+    const std::string fullName = fullNameFor(&parent, name);
+    checkSize(fullName);
+    CNewNode made(*this);
+    made->m_iIsKey = 1;
+    const std::string_view line(m_text.keep(fullName), fullName.size());
+    const bool isAtEnd = line.substr(0, line.size() - 1).ends_with(name) && name != kTreeRootName;
+    nameInLine(*made, line,
+               isAtEnd ? line.substr(line.size() - 1 - name.size(), name.size()) : name);
+    CKeyOrValue& key = link(parent, made, folded);
+    textGains(key);
+    return key;
+}
+
+CKeyOrValue& CTree::addValue(CKeyOrValue& parent, std::string_view name, const CFoldedName& folded,
+                             CRegLib::eDataType type, std::string_view line) {
+    checkSize(line);
+    CNewNode made(*this);
+    made->m_type = static_cast<std::uint8_t>(type);
+    const std::string_view kept(m_text.keep(line), line.size());
+    const bool isInside = kept.size() > name.size() && kept.substr(1, name.size()) == name;
+    nameInLine(*made, kept, isInside ? kept.substr(1, name.size()) : name);
+    CKeyOrValue& value = link(parent, made, folded);
+    textGains(value);
+    return value;
+}
+
+void CTree::setValue(CKeyOrValue& value, CRegLib::eDataType type, std::string_view line) {
+    checkSize(line);
+    const std::string_view name = nameOf(value);
+    const bool isInside = line.size() > name.size() && line.substr(1, name.size()) == name;
+    const std::string_view old = value.line();
+    const bool isInPlace = old.size() == line.size() && isInside && value.m_nameAt == 1;
+    const bool isNamedApart = value.m_nameAt == CKeyOrValue::kNameApart;
+    if (!isInside && !isNamedApart) {
+        m_namesApart.insert_or_assign(value.m_number, std::string(name));
+    }
+    if (isInPlace) {
+        // All text is the tree's own memory, and nobody else looks at this line.
+        line.copy(const_cast<char*>(value.m_pLine), line.size());
+    } else {
+        const std::string_view kept(m_text.keep(line), line.size());
+        if (m_isOrdered) {
+            m_text.replace(old, kept);
+        }
+        value.m_pLine = kept.data();
+        value.m_lineSize = static_cast<std::uint32_t>(kept.size());
+        value.m_nameAt = isInside ? 1 : CKeyOrValue::kNameApart;
+        value.m_nameSize = static_cast<std::uint32_t>(name.size());
+    }
+    if (isInside && isNamedApart) {
+        m_namesApart.erase(value.m_number);
+    }
+    value.m_type = static_cast<std::uint8_t>(type);
+    value.m_isDecoded = false;
+    m_isFileText = false;
+    m_isFaithful = m_isFaithful && isReadBack(value);
+}
+
+std::uint32_t CTree::dwordOf(CKeyOrValue& value) const {
+    if (!value.m_isDecoded) {
+        std::string_view data;
+        value.m_dword = dataOfLine(value.line(), data) < 0 ? 0 : scanHex(data, 8);
+        value.m_isDecoded = true;
+    }
+    return value.m_dword;
+}
+
+}  // namespace VQRegLib

@@ -1,0 +1,186 @@
+// The keys and values of a store in memory, and the text that they make.
+#ifndef REGLIB_TREE_TREE_H
+#define REGLIB_TREE_TREE_H
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "RegLib/base/FoldedName.h"
+#include "RegLib/base/Folding.h"
+#include "RegLib/tree/KeyOrValue.h"
+#include "RegLib/tree/NameIndex.h"
+#include "RegLib/tree/NodePool.h"
+#include "RegLib/tree/Siblings.h"
+#include "RegLib/tree/TreeText.h"
+
+namespace VQRegLib {
+
+// Sub keys and values of one key share their names: what bears a name, whatever its case, is found by
+// it. Values come before sub keys in the file, and each kind in the order of its folded names.
+//
+// Every verb either succeeds or changes nothing; those that need memory throw std::bad_alloc, or
+// std::length_error for a line that no file could hold.
+//
+// Nodes outlive the tree. A handle may stand for a key that has been deleted, or whose name a line of
+// the file has given to a value. The first kind is gone: it stays in memory, and says so, until
+// somebody makes sure that no handle refers to it (sweep). The second kind is displaced: it is in
+// nobody's list and in no text any more, but whoever has a handle goes on working with it.
+class CTree {
+public:
+    CTree();
+    CTree(const CTree&) = delete;
+    CTree& operator=(const CTree&) = delete;
+
+    CKeyOrValue& root() const { return node(1); }
+    CKeyOrValue& node(NodeNumber number) const { return m_nodes[number]; }
+    CKeyOrValue* parentOf(const CKeyOrValue& child) const {
+        return child.m_parent != 0 ? &node(child.m_parent) : nullptr;
+    }
+    std::size_t size() const { return m_nodes.size(); }
+
+    // As it was created. Valid until the tree changes.
+    std::string_view nameOf(const CKeyOrValue& of) const {
+        return of.m_nameAt != CKeyOrValue::kNameApart
+                   ? std::string_view(of.m_pLine + of.m_nameAt, of.m_nameSize)
+                   : nameApart(of);
+    }
+
+    // Null when there is none.
+    CKeyOrValue* findChild(const CKeyOrValue& parent, const CFoldedName& name) const {
+        const NodeNumber found = m_index.find(
+            CNameIndex::hashOf(parent.m_number, name.hash()),
+            [&](NodeNumber number) { return isNamed(node(number), parent, name.view()); });
+        return found != 0 ? &node(found) : nullptr;
+    }
+
+    // The index-th sub key, or value; null past the last one and for an index below 0.
+    CKeyOrValue* childOfKind(const CKeyOrValue& parent, bool isKey, int index) const;
+    std::size_t countOfKind(const CKeyOrValue& parent, bool isKey) const;
+    bool hasChildren(const CKeyOrValue& of) const {
+        return countOfKind(of, true) + countOfKind(of, false) > 0;
+    }
+
+    // The header that a key called `name` gets below `parent`, which may be null.
+    std::string fullNameFor(const CKeyOrValue* parent, std::string_view name) const;
+
+    // The parent has no child of that name.
+    CKeyOrValue& addKey(CKeyOrValue& parent, std::string_view name, const CFoldedName& folded);
+    CKeyOrValue& addValue(CKeyOrValue& parent, std::string_view name, const CFoldedName& folded,
+                          CRegLib::eDataType type, std::string_view line);
+
+    // The value keeps the spelling of its name, whatever the line says.
+    void setValue(CKeyOrValue& value, CRegLib::eDataType type, std::string_view line);
+
+    // The number of a value of type eDword.
+    std::uint32_t dwordOf(CKeyOrValue& value) const;
+
+    // Takes a node out of the tree, with all below it. It may be a displaced one.
+    void remove(CKeyOrValue& top);
+
+    // Nodes that are gone and not yet freed.
+    std::size_t gone() const { return m_gone; }
+    void sweep();  // frees them: no handle refers to any of them
+
+    std::size_t displaced() const { return m_displaced.size(); }
+
+    // A value is in the file, or would be.
+    bool hasValue() const;
+
+    // The whole text, in order; valid until the tree changes.
+    const std::vector<std::string_view>& text();
+
+    // The file now is what text() last said.
+    void textWasWritten() { m_isFileText = m_isFaithful; }
+
+    // A walk over `top` and what is below it, values and sub keys together in the order of their names,
+    // a node before those below it, nothing below a value. `visit` gets the node and its depth.
+    void forEachShown(const CKeyOrValue& top,
+                      const std::function<void(const CKeyOrValue&, unsigned long)>& visit) const;
+
+private:
+    friend class CMerge;
+    friend class CStep;
+
+    struct CChildren {
+        CSiblings values;
+        CSiblings keys;
+        CSiblings& ofKind(bool isKey) { return isKey ? keys : values; }
+    };
+    // A node that is about to be linked; it goes back unless it is.
+    class CNewNode {
+    public:
+        explicit CNewNode(CTree& tree) : m_tree(tree), m_pNode(&tree.m_nodes.take()) {}
+        ~CNewNode() {
+            if (m_pNode) {
+                m_tree.free(*m_pNode);
+            }
+        }
+        CNewNode(const CNewNode&) = delete;
+        CNewNode& operator=(const CNewNode&) = delete;
+        CKeyOrValue& operator*() const { return *m_pNode; }
+        CKeyOrValue* operator->() const { return m_pNode; }
+        void release() { m_pNode = nullptr; }
+
+    private:
+        CTree& m_tree;
+        CKeyOrValue* m_pNode;
+    };
+
+    std::string_view nameApart(const CKeyOrValue& of) const;
+    bool isNamed(const CKeyOrValue& of, const CKeyOrValue& parent, std::string_view folded) const {
+        return of.m_parent == parent.m_number && isFoldedEqual(nameOf(of), folded);
+    }
+    CSiblings& siblings(const CKeyOrValue& parent, bool isKey);
+    std::size_t placeAmong(const CSiblings& siblings, std::string_view name) const;
+
+    // Linking; Tree.cpp.
+    void giveLists(CKeyOrValue& to);
+    CKeyOrValue& link(CKeyOrValue& parent, CNewNode& made, const CFoldedName& folded);
+    void displaceBy(CKeyOrValue& old, CNewNode& made, const CFoldedName& folded);
+    void useLine(CKeyOrValue& value, std::string_view line, std::string_view name,
+                 CRegLib::eDataType type);
+    void nameInLine(CKeyOrValue& of, std::string_view line, std::string_view name);
+
+    // Leaving; Leaving.cpp.
+    void unlink(CKeyOrValue& of);
+    void letGo(CKeyOrValue& top);
+    void free(CKeyOrValue& of);
+    CKeyOrValue& lastLeaf(CKeyOrValue& top) const;
+    bool hasHandlesBelow(const CKeyOrValue& top) const;
+    bool isAboveDisplaced(const CKeyOrValue& of) const;
+
+    // Text; Text.cpp.
+    bool hasLine(const CKeyOrValue& of) const { return !of.isKey() || nameOf(of) != kTreeRootName; }
+    bool isInText(const CKeyOrValue& of) const;
+    bool isReadBack(const CKeyOrValue& of) const;
+    const CKeyOrValue* lineBefore(const CKeyOrValue& added) const;
+    void textGains(const CKeyOrValue& added);
+    void textLoses(const CKeyOrValue& top);
+    const CKeyOrValue& lastBelow(const CKeyOrValue& top) const;
+    void makeText();
+    char* writeLines(char* at);
+    void keepLinesOutside(std::string_view block);
+
+    CNodePool m_nodes;
+    CNameIndex m_index;
+    std::deque<CChildren> m_children;  // by CKeyOrValue::m_children; the first one is nobody's
+    std::vector<std::uint32_t> m_freeChildren;
+    std::unordered_map<NodeNumber, std::string> m_namesApart;
+    std::vector<NodeNumber> m_displaced;
+    std::size_t m_gone = 0;
+
+    CTreeText m_text;
+    bool m_isOrdered = false;   // the known text is what is to be written
+    bool m_isFileText = false;  // and it is the file, each line of which is one node's
+    bool m_isFaithful = true;   // a line that is written says, once read, what it was made of
+};
+
+}  // namespace VQRegLib
+
+#endif  // REGLIB_TREE_TREE_H
