@@ -3,10 +3,13 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <climits>
 #include <string>
 #include <string_view>
 
@@ -65,6 +68,51 @@ int openWithoutWaiting(const char* path) {
     return fd;
 }
 
+// What one system call takes of a list of pieces.
+class CBatch {
+public:
+    // From the list, after so many bytes of its first piece.
+    CBatch(std::span<const std::string_view> pieces, std::size_t done) {
+        for (const std::string_view piece : pieces.first(std::min(pieces.size(), kMost))) {
+            const std::string_view rest = piece.substr(done);
+            m_parts[m_count++] = {const_cast<char*>(rest.data()), rest.size()};
+            m_size += rest.size();
+            done = 0;
+        }
+    }
+
+    // -1 with errno when nothing could be written.
+    ssize_t write(int fd) const {
+        if (m_size == 0) {
+            return 0;
+        }
+        ssize_t written = -1;
+        do {
+            written = ::writev(fd, m_parts, m_count);
+        } while (written < 0 && errno == EINTR);
+        if (written == 0) {
+            errno = EIO;
+        }
+        return written > 0 ? written : -1;
+    }
+
+private:
+    static constexpr std::size_t kMost = IOV_MAX;
+    iovec m_parts[kMost];
+    int m_count = 0;
+    std::size_t m_size = 0;
+};
+
+// Takes so many bytes off the beginning of a list: whole pieces, and `done` bytes of the next.
+void advance(std::span<const std::string_view>& pieces, std::size_t& done, std::size_t bytes) {
+    bytes += done;
+    while (!pieces.empty() && bytes >= pieces.front().size()) {
+        bytes -= pieces.front().size();
+        pieces = pieces.subspan(1);
+    }
+    done = bytes;
+}
+
 }  // namespace
 
 CFileOps& CFileOps::current() {
@@ -119,6 +167,20 @@ std::size_t CFileOps::read(void* buffer, std::size_t size, std::FILE* file) {
 
 std::size_t CFileOps::write(const void* data, std::size_t size, std::FILE* file) {
     return std::fwrite(data, 1, size, file);
+}
+
+std::size_t CFileOps::writePieces(std::span<const std::string_view> pieces, std::FILE* file) {
+    std::size_t total = 0;
+    std::size_t done = 0;
+    while (!pieces.empty()) {
+        const ssize_t written = CBatch(pieces, done).write(::fileno(file));
+        if (written < 0) {
+            break;
+        }
+        total += static_cast<std::size_t>(written);
+        advance(pieces, done, static_cast<std::size_t>(written));
+    }
+    return total;
 }
 
 int CFileOps::flush(std::FILE* file) {

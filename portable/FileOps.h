@@ -4,6 +4,8 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <span>
+#include <string_view>
 
 namespace VQRegLib {
 
@@ -30,6 +32,10 @@ public:
     // As fread, fwrite, fflush and fclose; wrong counts and EOF with errno on failure.
     virtual std::size_t read(void* buffer, std::size_t size, std::FILE* file);
     virtual std::size_t write(const void* data, std::size_t size, std::FILE* file);
+    // Writes the pieces one after the other, and goes on where the system stops short. The number of
+    // bytes that were written: with errno when that is not all.
+    virtual std::size_t writePieces(std::span<const std::string_view> pieces, std::FILE* file);
+
     virtual int flush(std::FILE* file);
     virtual int close(std::FILE* file);
 

@@ -1,6 +1,12 @@
 #include "RegLib/file/ConfigFile.h"
 
+#include <cerrno>
+#include <utility>
+
+#include "RegLib/trace/Trace.h"
+#include "VQRegLib.h"
 #include "portable/FileOps.h"
+#include "portable/Portable.h"
 
 namespace VQRegLib {
 
@@ -9,32 +15,100 @@ void CConfigFile::setPath(const char* path) {
     m_backup = m_path + ".bak";
 }
 
+int CConfigFile::openForReading() {
+    REGLIB_TRACE(eTraceFlow, "CRegLibImplFile::FileOpen (0x%08X) \"%s\"\n", traceId(m_pTraced),
+                 path());
+    m_pFile = CFileOps::current().openForReading(path());
+    return finishOpen(true, path(), m_pFile ? 0 : errno);
+}
+
+int CConfigFile::openIfPresent() {
+    m_pFile = CFileOps::current().openForReading(path());
+    const int error = m_pFile ? 0 : errno;
+    if (error == ENOENT) {
+        return REGLIB_E_NOT_FOUND;
+    }
+    REGLIB_TRACE(eTraceFlow, "CRegLibImplFile::FileOpen (0x%08X) \"%s\"\n", traceId(m_pTraced),
+                 path());
+    return finishOpen(true, path(), error);
+}
+
+int CConfigFile::createTemporary(std::uint64_t size, std::string* name) {
+    std::string temporary = m_path + CPortable::newPUUID();
+    REGLIB_TRACE(eTraceFlow, "CRegLibImplFile::FileOpen (0x%08X) \"%s\"\n", traceId(m_pTraced),
+                 temporary.c_str());
+    m_pFile = CFileOps::current().createForWriting(temporary.c_str(), size);
+    const int result = finishOpen(false, temporary.c_str(), m_pFile ? 0 : errno);
+    if (name) {
+        *name = std::move(temporary);
+    }
+    return result;
+}
+
+int CConfigFile::finishOpen(bool isReading, const char* name, int error) {
+    CFileOps& files = CFileOps::current();
+    // At every open, so that a file written under a narrow umask becomes everybody's in the end.
+    if (m_pFile && isReading) {
+        files.makeWritableForAll(m_pFile);
+    } else {
+        files.makeWritableForAll(path());
+    }
+    if (m_pFile) {
+        return REGLIB_OK;
+    }
+    REGLIB_TRACE(eTraceAlways,
+                 "(Error) CRegLibImplFile::FileOpen (0x%08X) \"%s\" failed, errno %d\n",
+                 traceId(m_pTraced), name, error);
+    return error == ENOENT ? REGLIB_E_NOT_FOUND : REGLIB_E_FILE_OPEN;
+}
+
+bool CConfigFile::close() {
+    std::FILE* const file = std::exchange(m_pFile, nullptr);
+    return !file || CFileOps::current().close(file) == 0;
+}
+
+void CConfigFile::keepGlance(int result) {
+    m_glanced.keep(::fileno(m_pFile), m_path);
+    m_nGlanced = result;
+}
+
 bool CConfigFile::isTextLost() const {
     const CFileOps& files = CFileOps::current();
-    return !files.holdsText(m_path.c_str()) && files.holdsText(m_backup.c_str());
+    return !files.holdsText(path()) && files.holdsText(backup());
 }
 
-bool CConfigFile::isBackupBetter(bool isOfOpening) const {
+void CConfigFile::lookForLostText() {
+    if (isTextLost()) {
+        m_isTextLost = true;
+        REGLIB_TRACE(
+            eTraceAlways,
+            "(Error) CRegLibImplFile::ImportConfig (0x%08X), the file is missing or empty, "
+            "its backup \"%s\" is not\n",
+            traceId(m_pTraced), backup());
+    }
+}
+
+// Where the text was lost, the file may be only what the opening of this store has made since.
+bool CConfigFile::isBackupBetter() const {
     const CFileOps& files = CFileOps::current();
-    if (!files.holdsText(m_path.c_str())) {
+    if (!files.holdsText(path())) {
         return files.holdsText(backup());
     }
-    return isOfOpening && files.hasLineBeside(backup(), '[');
+    return m_isTextLost && !m_hasFileValues && files.hasLineBeside(backup(), '[');
 }
 
-bool CConfigFile::replaceAtOnce(const char* temporary, bool isOfOpening) const {
+bool CConfigFile::replaceAtOnce(const char* temporary) const {
     CFileOps& files = CFileOps::current();
-    const char* const path = m_path.c_str();
-    if (isBackupBetter(isOfOpening)) {
-        files.rename(temporary, path);
+    if (isBackupBetter()) {
+        files.rename(temporary, path());
         return true;
     }
     files.unlink(backup());
-    if (files.link(path, backup()) == 0) {
+    if (files.link(path(), backup()) == 0) {
         replaceInSteps(temporary);
         return true;
     }
-    if (files.exchange(temporary, path) != 0) {
+    if (files.exchange(temporary, path()) != 0) {
         return false;
     }
     if (files.rename(temporary, backup()) != 0) {
@@ -45,14 +119,14 @@ bool CConfigFile::replaceAtOnce(const char* temporary, bool isOfOpening) const {
 
 void CConfigFile::replaceInSteps(const char* temporary) const {
     CFileOps& files = CFileOps::current();
-    files.rename(m_path.c_str(), backup());
-    files.rename(temporary, m_path.c_str());
+    files.rename(path(), backup());
+    files.rename(temporary, path());
 }
 
 void CConfigFile::recover() const {
     CFileOps& files = CFileOps::current();
-    if (!files.exists(m_path.c_str()) && files.link(backup(), m_path.c_str()) != 0) {
-        files.rename(backup(), m_path.c_str());
+    if (!files.exists(path()) && files.link(backup(), path()) != 0) {
+        files.rename(backup(), path());
     }
 }
 

@@ -2,7 +2,11 @@
 #ifndef REGLIB_FILE_CONFIGFILE_H
 #define REGLIB_FILE_CONFIGFILE_H
 
+#include <cstdint>
+#include <cstdio>
 #include <string>
+
+#include "portable/SharedFile.h"
 
 namespace VQRegLib {
 
@@ -28,27 +32,63 @@ namespace VQRegLib {
 // backup has one. Results are not looked at: what fails, fails as a whole, and the path names the old text.
 class CConfigFile {
 public:
-    void setPath(const char* path);  // all names are made here: later nothing may fail
+    // `traced`: whose address the trace lines bear.
+    explicit CConfigFile(const void* traced) : m_pTraced(traced) {}
 
-    // `isOfOpening`: the file is only what the opening of this store has made in the place of a lost
-    // text. False when the file system knows neither links nor exchanges, and nothing has been done
+    void setPath(const char* path);  // all names are made here: later nothing may fail
+    const char* path() const { return m_path.c_str(); }
+    const char* backup() const { return m_backup.c_str(); }
+
+    // At most one is open at a time. REGLIB_E_NOT_FOUND when the file is missing, else
+    // REGLIB_E_FILE_OPEN when it cannot be opened; an error line says why. The second one says
+    // nothing about a missing file: with the lock in hand it will be opened again.
+    int openForReading();
+    int openIfPresent();
+
+    // Makes a new file for a text of so many bytes. `name`, when not null, receives its name, also
+    // on failure.
+    int createTemporary(std::uint64_t size, std::string* name);
+
+    // Some file systems tell only at the closing that a write has failed: false then.
+    bool close();
+
+    bool isOpen() const { return m_pFile != nullptr; }
+    std::FILE* file() const { return m_pFile; }
+
+    // False when the file system knows neither links nor exchanges, and nothing has been done
     // but the old backup has gone.
-    bool replaceAtOnce(const char* temporary, bool isOfOpening) const;
+    bool replaceAtOnce(const char* temporary) const;
     void replaceInSteps(const char* temporary) const;
 
     // After the death of a process that was replacing the file.
     void recover() const;
 
-    // The file is missing or empty, and its backup is not.
-    bool isTextLost() const;
+    // Whether the file is missing or empty, and its backup is not; an error line says so.
+    void lookForLostText();
 
-    const char* backup() const { return m_backup.c_str(); }
+    // A text that was read or written had a value.
+    void noteValues() { m_hasFileValues = true; }
+
+    // What a reading brought while a writer was replacing the file. It holds for as long as the path
+    // names the file that was read, which is kept open for that.
+    bool isGlanced() const { return m_glanced.isOurs() && m_glanced.isNamed(); }
+    int glanceResult() const { return m_nGlanced; }
+    void keepGlance(int result);
+    void forgetGlance() { m_glanced.close(); }
 
 private:
-    bool isBackupBetter(bool isOfOpening) const;
+    int finishOpen(bool isReading, const char* name, int error);
+    bool isTextLost() const;
+    bool isBackupBetter() const;
 
+    const void* const m_pTraced;
     std::string m_path;
     std::string m_backup;
+    std::FILE* m_pFile = nullptr;
+    CSharedFile m_glanced;
+    int m_nGlanced = 0;
+    bool m_isTextLost = false;     // the file was missing or empty, and the backup was not
+    bool m_hasFileValues = false;  // then the file is more than what the opening of a store makes
 };
 
 }  // namespace VQRegLib

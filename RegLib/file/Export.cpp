@@ -48,12 +48,8 @@ int CRegLibImplFile::ExportConfig() {
                      traceId(this), static_cast<unsigned>(result));
         return result;
     }
-    m_ullLocalChangeStamp = renewSharedStamp();
-    m_glanced.close();
-    // Others may have got another block meanwhile; they shall hear of it too.
-    if (!m_pSharedMemory->isCurrent() && hasBlock(CPSharedMemory::eTry)) {
-        m_ullLocalChangeStamp = renewSharedStamp();
-    }
+    m_shared.publish();
+    m_file.forgetGlance();
     REGLIB_TRACE(eTraceFlow, "<<<CRegLibImplFile::ExportConfig\n");
     return REGLIB_OK;
 }
@@ -72,13 +68,15 @@ int CRegLibImplFile::replaceText() {
         CFileOps::current().unlink(openedName.c_str());
         return REGLIB_E_FILE_OPEN;
     }
-    m_hasFileValues = m_hasFileValues || hasValues;
+    if (hasValues) {
+        m_file.noteValues();
+    }
     return REGLIB_OK;
 }
 
 // Leaves no half-written file behind when there is no memory for the buffer.
 bool CRegLibImplFile::writeTree(const std::string& openedName) try {
-    CLineWriter writer(this, m_pFile, static_cast<std::size_t>(m_ullTextSize));
+    CLineWriter writer(this, m_file.file(), static_cast<std::size_t>(m_ullTextSize));
     ExportConfigHelper(m_pRootNode.get(), writer);
     return writer.finish();
 } catch (...) {

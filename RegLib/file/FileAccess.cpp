@@ -1,84 +1,90 @@
-// The opening and closing of the store's file.
-#include <cerrno>
-
+// How the store takes its lock, and gets at the text of its file: as little as possible, and without
+// the lock wherever it can. SharedState.cpp explains why that is right.
+#include "RegLib/base/AtEnd.h"
 #include "RegLib/file/FileStore.h"
-#include "RegLib/trace/Trace.h"
-#include "portable/FileOps.h"
-#include "portable/Portable.h"
+#include "RegLib/file/Operation.h"
 
 namespace VQRegLib {
 
+int CRegLibImplFile::Lock() {
+    return takeLock(CSharedState::kInfinite);
+}
+
+int CRegLibImplFile::Unlock() {
+    return m_shared.release();
+}
+
+int CRegLibImplFile::takeLock(unsigned long milliseconds) {
+    return m_shared.takeLock(milliseconds);
+}
+
 int CRegLibImplFile::FileOpen(int mode, std::string* openedName) {
-    CFileOps& files = CFileOps::current();
-    std::string name = m_pszFileName;
     if (mode != eRead) {
-        name += CPortable::newPUUID();
+        return m_file.createTemporary(m_ullTextSize, openedName);
     }
-    REGLIB_TRACE(eTraceFlow, "CRegLibImplFile::FileOpen (0x%08X) \"%s\"\n", traceId(this),
-                 name.c_str());
-    m_pFile = mode != eRead ? files.createForWriting(name.c_str(), m_ullTextSize)
-                            : files.openForReading(name.c_str());
-    const int result = finishOpen(mode, name.c_str(), m_pFile ? 0 : errno);
     if (openedName) {
-        *openedName = std::move(name);
+        *openedName = m_file.path();
     }
-    return result;
-}
-
-// For reading. When the file is missing, nothing is told: with the lock in hand it will be opened
-// again.
-int CRegLibImplFile::openUnlocked() {
-    m_pFile = CFileOps::current().openForReading(m_pszFileName);
-    const int error = m_pFile ? 0 : errno;
-    if (error == ENOENT) {
-        return REGLIB_E_NOT_FOUND;
-    }
-    REGLIB_TRACE(eTraceFlow, "CRegLibImplFile::FileOpen (0x%08X) \"%s\"\n", traceId(this),
-                 m_pszFileName);
-    return finishOpen(eRead, m_pszFileName, error);
-}
-
-int CRegLibImplFile::finishOpen(int mode, const char* name, int error) {
-    CFileOps& files = CFileOps::current();
-    // At every open, so that a file written under a narrow umask becomes everybody's in the end.
-    if (m_pFile && mode == eRead) {
-        files.makeWritableForAll(m_pFile);
-    } else {
-        files.makeWritableForAll(m_pszFileName);
-    }
-    if (m_pFile) {
-        return REGLIB_OK;
-    }
-    REGLIB_TRACE(eTraceAlways,
-                 "(Error) CRegLibImplFile::FileOpen (0x%08X) \"%s\" failed, errno %d\n",
-                 traceId(this), name, error);
-    return error == ENOENT ? REGLIB_E_NOT_FOUND : REGLIB_E_FILE_OPEN;
+    return m_file.openForReading();
 }
 
 int CRegLibImplFile::FileClose(int mode, const std::string& openedName) {
-    const bool isWriting = mode != eRead && !openedName.empty();
-    bool isClosed = true;
-    if (m_pFile) {
-        isClosed = CFileOps::current().close(m_pFile) == 0;
-        m_pFile = nullptr;
-    }
-    if (!isWriting) {
+    const bool isClosed = m_file.close();
+    if (mode == eRead || openedName.empty()) {
         return REGLIB_OK;
     }
-    // Some file systems tell only at the closing that a write has failed. And a program that has
-    // closed all descriptors has let go of the lock.
-    if (!isClosed || !m_pMutex->isStillHeld()) {
+    return isClosed ? m_shared.replace(openedName) : REGLIB_E_FILE_OPEN;
+}
+
+// In an update nobody else may write, whatever somebody has written over the stamp.
+bool CRegLibImplFile::isUpToDate() {
+    return m_bUpdatePending || m_shared.isUpToDate();
+}
+
+int CRegLibImplFile::bringUpToDate(eUnwinding unwinding) {
+    if (m_shared.isStampLost()) {
         return REGLIB_E_FILE_OPEN;
     }
-    markReplacing();
-    const bool isOfOpening = m_isTextLost && !m_hasFileValues;
-    if (!m_file.replaceAtOnce(openedName.c_str(), isOfOpening)) {
-        // The mark outlives everybody, unlike the stamp.
-        m_pMutex->setMark(true);
-        m_file.replaceInSteps(openedName.c_str());
-        m_pMutex->setMark(false);
+    if (m_shared.isHeldHere()) {
+        return importLocked();
     }
-    return REGLIB_OK;
+    const std::uint64_t stamp = m_shared.stamp();
+    if (CSharedState::isReplacing(stamp)) {
+        const CStoreLock lock(*this, unwinding, CStoreLock::eTry);
+        return lock.result() < 0 ? glance(stamp, unwinding) : importLocked();
+    }
+    const int opened = m_file.openIfPresent();
+    if (opened == REGLIB_E_NOT_FOUND) {
+        return importWaiting(unwinding);
+    }
+    return opened < 0 ? opened : importOpened(stamp);
+}
+
+int CRegLibImplFile::importWaiting(eUnwinding unwinding) {
+    const CStoreLock lock(*this, unwinding);
+    return lock.result() < 0 ? lock.result() : importLocked();
+}
+
+// While a writer is at work, or has been stopped: the file as it is, and no stamp.
+int CRegLibImplFile::glance(std::uint64_t stamp, eUnwinding unwinding) {
+    m_shared.complainOfStopped(stamp);
+    if (m_file.isGlanced()) {
+        return m_file.glanceResult();
+    }
+    const int opened = m_file.openIfPresent();
+    if (opened == REGLIB_E_NOT_FOUND) {
+        return importWaiting(unwinding);
+    }
+    if (opened < 0) {
+        return opened;
+    }
+    const CAtEnd closing([this] { FileClose(eRead, std::string()); });
+    m_file.forgetGlance();
+    const int result = readOpened();
+    if (!m_isReadCutShort) {
+        m_file.keepGlance(result);
+    }
+    return result;
 }
 
 }  // namespace VQRegLib

@@ -47,7 +47,7 @@ CRegLibImplFile::CRegLibImplFile(const char* name, const char* root, CRegLib::LO
         m_pRootNode = makeOrThrow<CKeyOrValue>(eThrowPoint::eNewRootNode, 1, kTreeRootName);
         m_pPositions = makeOrThrow<CTreePositions>(eThrowPoint::eNewRootNode);
         tellOfOlderLibrary();
-        openSharedObjects();
+        m_shared.open();
         std::unique_ptr<CRegKey> rootKey = createRootKey(root);
         m_pRootKeyImpl = CRegKeyAccess::record(*rootKey);
         m_pRootKey = rootKey.release();
@@ -97,27 +97,6 @@ void CRegLibImplFile::tellOfOlderLibrary() const try {
     return;  // the store does not need it
 }
 
-void CRegLibImplFile::openSharedObjects() {
-    m_pMutex = makeOrThrow<CPMutex>(eThrowPoint::eNewMutex, 1, 0, m_pszFileName, 1, 1);
-    if (!m_pMutex->isOpen()) {
-        REGLIB_TRACE(eTraceFlow,
-                     "(Error) CRegLibImplFile::CRegLibImplFile (0x%08X), mutex failed, errno %d\n",
-                     traceId(this), m_pMutex->error());
-        throwAt(eThrowPoint::eNewMutex);
-    }
-    auto block = makeOrThrow<CPSharedMemory>(eThrowPoint::eNewSharedMemory, m_pszFileName,
-                                             sizeof(std::uint64_t));
-    if (!block->getAddress()) {
-        tellWhyNoBlock(block->error());
-        REGLIB_TRACE(
-            eTraceFlow,
-            "(Error) CRegLibImplFile::CRegLibImplFile (0x%08X), shared memory failed, errno %d\n",
-            traceId(this), block->error());
-        throwAt(eThrowPoint::eNewSharedMemory);
-    }
-    useBlock(std::move(block));
-}
-
 // An empty handle as the parent stands for the tree root.
 std::unique_ptr<CRegKey> CRegLibImplFile::createRootKey(const char* root) {
     auto parent = makeOrThrow<CRegKey>(eThrowPoint::eNewParentHandle);
@@ -136,12 +115,11 @@ std::unique_ptr<CRegKey> CRegLibImplFile::createRootKey(const char* root) {
 CRegLibImplFile::~CRegLibImplFile() {
     REGLIB_TRACE(eTraceFlow, "CRegLibImplFile::~CRegLibImplFile (0x%08X)\n", traceId(this));
     DeleteRegWatcherThread();
-    m_pSharedMemory.reset();
-    m_pullSharedChangeStamp = nullptr;
+    m_shared.closeStamp();
     delete m_pRootKey;
     m_pRootKey = nullptr;
     m_pRootKeyImpl = nullptr;
-    m_pMutex.reset();
+    m_shared.closeLock();
     std::free(m_pszFileName);
     m_pszFileName = nullptr;
     m_pRootNode.reset();

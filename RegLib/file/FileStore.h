@@ -2,19 +2,15 @@
 #ifndef REGLIB_FILE_FILESTORE_H
 #define REGLIB_FILE_FILESTORE_H
 
-#include <atomic>
 #include <cstdint>
-#include <cstdio>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "RegLib/file/ConfigFile.h"
+#include "RegLib/file/SharedState.h"
 #include "RegLib/store/Store.h"
-#include "portable/Mutex.h"
-#include "portable/SharedFile.h"
-#include "portable/SharedMemory.h"
 
 namespace VQRegLib {
 
@@ -103,24 +99,11 @@ private:
     // Construction.
     void chooseFile(const char* name);
     void tellOfOlderLibrary() const;
-    void openSharedObjects();
     std::unique_ptr<CRegKey> createRootKey(const char* root);
 
-    // Lock and stamp; Sync.cpp explains them.
     friend class CStoreLock;
     friend class COperation;
     int takeLock(unsigned long milliseconds);
-    std::uint64_t sharedStamp() const;
-    std::uint64_t renewSharedStamp();
-    void markReplacing();
-    void useBlock(std::unique_ptr<CPSharedMemory> block);
-    bool hasBlock(CPSharedMemory::eHow how);
-    void complainOfStopped(std::uint64_t stamp);
-    void tellWhyNoBlock(int error);
-
-    // Opening; FileAccess.cpp.
-    int openUnlocked();
-    int finishOpen(int mode, const char* name, int error);
 
     int commitChange();
     int refuseDuringOthersUpdate() const;
@@ -135,7 +118,6 @@ private:
     int importOpened(std::uint64_t stamp);
     int readOpened();
     int ImportConfigHelper();
-    void tellOfLostText();
     int ImportCreateKeyHelper(CKeyOrValue** current, std::string_view line);
     int ImportCreateValueHelper(CKeyOrValue* key, std::string_view line);
 
@@ -174,31 +156,14 @@ private:
     bool isAboveDisplaced(const CKeyOrValue& node) const;
 
     std::unique_ptr<CKeyOrValue> m_pRootNode;
-    std::unique_ptr<CPMutex> m_pMutex;
-    std::FILE* m_pFile = nullptr;
-    std::unique_ptr<CPSharedMemory> m_pSharedMemory;
-    std::atomic<std::uint64_t>* m_pullSharedChangeStamp = nullptr;
-    std::uint64_t m_ullLocalChangeStamp = 0;
-    static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
-
-    static constexpr std::uint32_t kNeverLooked = 0xFFFFFFFF;
-    std::uint32_t m_lastLook = kNeverLooked;  // at the block; kNeverLooked also when it is lost
-
-    // The file as it was read while a writer was replacing it, and what that reading brought.
-    CSharedFile m_glanced;
-    int m_nGlanced = 0;
-    std::uint64_t m_ullOddStamp = 0;
-    std::uint32_t m_oddSince = 0;
-    std::uint32_t m_blockTold = 0;  // when an error line said that the block cannot be had
+    CConfigFile m_file{this};
+    CSharedState m_shared{this, m_file};
 
     int m_nUpdateDepth = 0;         // updates begun and not ended; with the lock held
     bool m_bUpdatePending = false;  // the tree has changes that the end of the update will write
     bool m_isTreeAhead = false;     // it has changes of an update that this process must not write
-    bool m_isTextLost = false;      // the file was missing or empty, and the backup was not
-    bool m_hasFileValues = false;   // a text that was read or written had a value
     bool m_isReadCutShort = false;  // the last reading ended in an error: the tree is not whole
     std::uint64_t m_ullTextSize = 0;  // for which the next FileOpen for writing makes room
-    CConfigFile m_file;
     std::vector<std::unique_ptr<CKeyOrValue>> m_displaced;
     std::unique_ptr<CTreePositions> m_pPositions;
 };

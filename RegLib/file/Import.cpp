@@ -6,7 +6,6 @@
 #include "RegLib/file/Node.h"
 #include "RegLib/text/LineFormat.h"
 #include "RegLib/trace/Trace.h"
-#include "portable/FileOps.h"
 
 namespace VQRegLib {
 
@@ -19,15 +18,11 @@ int CRegLibImplFile::ImportConfig(eUnwinding unwinding) {
 }
 
 int CRegLibImplFile::importLocked() {
-    const std::uint64_t stamp = sharedStamp();
-    if (m_pMutex->isHeldHere() && !CFileOps::current().exists(m_pszFileName) &&
-        m_pMutex->isMarked()) {
-        m_file.recover();
-        m_pMutex->setMark(false);
-    }
+    const std::uint64_t stamp = m_shared.stamp();
+    m_shared.recoverAbsent();
     const int opened = FileOpen(eRead, nullptr);
     if (opened == REGLIB_E_NOT_FOUND) {
-        tellOfLostText();
+        m_file.lookForLostText();
         if (!isUpdatedElsewhere()) {
             // The result is 0 whatever it says: there is nothing to read.
             (void)ExportConfig();
@@ -44,8 +39,8 @@ int CRegLibImplFile::importOpened(std::uint64_t stamp) {
     const CAtEnd closing([this] { FileClose(eRead, std::string()); });
     const int result = readOpened();
     if (result >= 0 && !m_isReadCutShort) {
-        m_ullLocalChangeStamp = stamp;
-        m_glanced.close();
+        m_shared.adopt(stamp);
+        m_file.forgetGlance();
     }
     return result;
 }
@@ -66,7 +61,7 @@ int CRegLibImplFile::readOpened() {
 }
 
 int CRegLibImplFile::ImportConfigHelper() {
-    CLineReader reader(m_pFile);
+    CLineReader reader(m_file.file());
     CKeyOrValue* current = nullptr;
     bool isEmpty = true;
     bool hasValues = false;
@@ -87,9 +82,11 @@ int CRegLibImplFile::ImportConfigHelper() {
         }
     }
     m_isReadCutShort = reader.error() != 0;
-    m_hasFileValues = m_hasFileValues || hasValues;
+    if (hasValues) {
+        m_file.noteValues();
+    }
     if (isEmpty) {
-        tellOfLostText();
+        m_file.lookForLostText();
     }
     if (m_isReadCutShort) {
         REGLIB_TRACE(eTraceAlways,
@@ -97,17 +94,6 @@ int CRegLibImplFile::ImportConfigHelper() {
                      traceId(this), reader.error());
     }
     return REGLIB_E_END_OF_FILE;
-}
-
-void CRegLibImplFile::tellOfLostText() {
-    if (m_file.isTextLost()) {
-        m_isTextLost = true;
-        REGLIB_TRACE(
-            eTraceAlways,
-            "(Error) CRegLibImplFile::ImportConfig (0x%08X), the file is missing or empty, "
-            "its backup \"%s\" is not\n",
-            traceId(this), m_file.backup());
-    }
 }
 
 int CRegLibImplFile::ImportCreateKeyHelper(CKeyOrValue** current, std::string_view line) {

@@ -24,7 +24,7 @@ int CRegLibImplFile::VQRegBeginUpdate() {
         const int kept = Lock();  // once more, and kept
         if (kept >= 0 && m_nUpdateDepth++ == 0) {
             ++m_openUpdates;
-            m_pMutex->noteHolding();
+            m_shared.noteHolding();
         }
         return kept;
     });
@@ -54,7 +54,7 @@ int CRegLibImplFile::VQRegReload() {
         if (lock.result() < 0) {
             return lock.result();
         }
-        renewSharedStamp();
+        m_shared.renew();
         return REGLIB_OK;
     });
 }
@@ -63,7 +63,7 @@ int CRegLibImplFile::VQRegReload() {
 // file. What this store wrote now would be overwritten by that update's end, and would bring half of
 // it to light before.
 bool CRegLibImplFile::isUpdatedElsewhere() const {
-    return m_pMutex->isHeldThroughAnother();
+    return m_shared.isHeldThroughAnother();
 }
 
 // What a change answers that would change nothing: the update may be about to.
@@ -81,9 +81,9 @@ void CRegLibImplFile::dropInheritedUpdate() {
     --m_openUpdates;
     m_isTreeAhead = std::exchange(m_bUpdatePending, false) || m_isTreeAhead;
     if (m_isTreeAhead) {
-        m_ullLocalChangeStamp = 0;
+        m_shared.adopt(0);
     }
-    m_pMutex->forgetInherited();
+    m_shared.forgetInherited();
     m_critSec.forgetInherited();
 }
 

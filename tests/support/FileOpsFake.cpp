@@ -119,6 +119,10 @@ std::size_t FileOpsFake::write(const void* data, std::size_t size, std::FILE* fi
     return fails(FileCall::eWrite, "write") ? 0 : CFileOps::write(data, size, file);
 }
 
+std::size_t FileOpsFake::writePieces(std::span<const std::string_view> pieces, std::FILE* file) {
+    return fails(FileCall::eWrite, "write") ? 0 : CFileOps::writePieces(pieces, file);
+}
+
 int FileOpsFake::flush(std::FILE* file) {
     return fails(FileCall::eFlush, "flush") ? EOF : CFileOps::flush(file);
 }

@@ -59,6 +59,7 @@ public:
     std::FILE* createForWriting(const char* path, std::uint64_t size) override;
     std::size_t read(void* buffer, std::size_t size, std::FILE* file) override;
     std::size_t write(const void* data, std::size_t size, std::FILE* file) override;
+    std::size_t writePieces(std::span<const std::string_view> pieces, std::FILE* file) override;
     int flush(std::FILE* file) override;
     int close(std::FILE* file) override;
     int makeWritableForAll(const char* path) override;

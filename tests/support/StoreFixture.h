@@ -25,20 +25,22 @@ public:
     explicit CFileStoreProbe(CRegLibImplFile& store) : m_store(store) {}
 
     CKeyOrValue& treeRoot() const { return *m_store.m_pRootNode; }
-    std::uint64_t& localStamp() const { return m_store.m_ullLocalChangeStamp; }
-    std::uint64_t sharedStamp() const { return m_store.sharedStamp(); }
-    void setSharedStamp(std::uint64_t stamp) const { *m_store.m_pullSharedChangeStamp = stamp; }
+    std::uint64_t& localStamp() const { return m_store.m_shared.m_ullLocalChangeStamp; }
+    std::uint64_t sharedStamp() const { return m_store.m_shared.stamp(); }
+    void setSharedStamp(std::uint64_t stamp) const {
+        *m_store.m_shared.m_pullSharedChangeStamp = stamp;
+    }
     /// As a writer does before it touches a name, and never takes back when it dies.
-    void markReplacing() const { m_store.markReplacing(); }
+    void markReplacing() const { m_store.m_shared.markReplacing(); }
     /// As if the mark of a replacement had been seen so long ago.
-    void markedBefore(std::uint32_t seconds) const { m_store.m_oddSince -= seconds; }
+    void markedBefore(std::uint32_t seconds) const { m_store.m_shared.m_oddSince -= seconds; }
     /// As if a second had passed since the last look at the block.
-    void lookAgain() const { --m_store.m_lastLook; }
+    void lookAgain() const { --m_store.m_shared.m_lastLook; }
     /// As another process's write does.
     void moveStamp() const { setSharedStamp(sharedStamp() + 2); }
-    bool isFileOpen() const { return m_store.m_pFile != nullptr; }
+    bool isFileOpen() const { return m_store.m_file.isOpen(); }
     std::size_t displaced() const { return m_store.m_displaced.size(); }
-    bool isLocked() const { return m_store.m_pMutex->holder().pid != 0; }
+    bool isLocked() const { return m_store.m_shared.m_pMutex->holder().pid != 0; }
     int importLines() const { return m_store.ImportConfigHelper(); }
 
     /// A node by the folded names on its way from the tree root; null when it is missing.

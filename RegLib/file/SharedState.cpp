@@ -1,4 +1,4 @@
-// The file store's cross-process lock, its change stamp, and the opening and closing of its file.
+// The cross-process lock and the change stamp of a configuration file.
 //
 // Why reads need no lock. The stamp is a sequence word in memory that all processes share: odd while
 // a writer replaces the file, even otherwise, and never the same twice. A process remembers the stamp
@@ -16,15 +16,18 @@
 //
 // Only a missing file makes a read wait for the lock: on file systems without links and exchanges the
 // path is absent for a moment, and otherwise it has to be made.
+#include "RegLib/file/SharedState.h"
+
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
+#include <new>
 #include <utility>
 
 #include "RegLib/base/AtEnd.h"
-#include "RegLib/file/FileStore.h"
-#include "RegLib/file/Operation.h"
+#include "RegLib/base/ThrowPoint.h"
+#include "RegLib/file/ConfigFile.h"
 #include "RegLib/trace/Trace.h"
+#include "portable/FileOps.h"
 #include "portable/Portable.h"
 
 namespace VQRegLib {
@@ -34,10 +37,6 @@ namespace {
 constexpr std::uint64_t kReplacing = 1;  // the bit that makes a stamp odd
 constexpr std::uint32_t kComplaintSeconds = 60;
 
-bool isOdd(std::uint64_t stamp) {
-    return (stamp & kReplacing) != 0;
-}
-
 // The next even number above both.
 std::uint64_t stampAfter(std::uint64_t stamp, std::uint64_t tick) {
     const std::uint64_t next = (std::max(tick, stamp + 1) + 1) & ~kReplacing;
@@ -46,12 +45,46 @@ std::uint64_t stampAfter(std::uint64_t stamp, std::uint64_t tick) {
 
 }  // namespace
 
-int CRegLibImplFile::Lock() {
-    return takeLock(CPMutex::kInfinite);
+void CSharedState::open() {
+    try {
+        m_pMutex = std::make_unique<CPMutex>(1, 0, m_file.path(), 1, 1);
+    } catch (const std::bad_alloc&) {
+        throwAt(eThrowPoint::eNewMutex);
+    }
+    if (!m_pMutex->isOpen()) {
+        REGLIB_TRACE(eTraceFlow,
+                     "(Error) CRegLibImplFile::CRegLibImplFile (0x%08X), mutex failed, errno %d\n",
+                     traceId(m_pTraced), m_pMutex->error());
+        throwAt(eThrowPoint::eNewMutex);
+    }
+    std::unique_ptr<CPSharedMemory> block;
+    try {
+        block = std::make_unique<CPSharedMemory>(m_file.path(), sizeof(std::uint64_t));
+    } catch (const std::bad_alloc&) {
+        throwAt(eThrowPoint::eNewSharedMemory);
+    }
+    if (!block->getAddress()) {
+        tellWhyNoBlock(block->error());
+        REGLIB_TRACE(
+            eTraceFlow,
+            "(Error) CRegLibImplFile::CRegLibImplFile (0x%08X), shared memory failed, errno %d\n",
+            traceId(m_pTraced), block->error());
+        throwAt(eThrowPoint::eNewSharedMemory);
+    }
+    useBlock(std::move(block));
+}
+
+void CSharedState::closeStamp() {
+    m_pSharedMemory.reset();
+    m_pullSharedChangeStamp = nullptr;
+}
+
+void CSharedState::closeLock() {
+    m_pMutex.reset();
 }
 
 // Whoever comes in first looks whether everything is as it should be.
-int CRegLibImplFile::takeLock(unsigned long milliseconds) {
+int CSharedState::takeLock(unsigned long milliseconds) {
     const bool isFirst = !m_pMutex->isHeldHere();
     const CPMutex::eWaitResult waited = m_pMutex->wait(milliseconds, nullptr);
     if (waited != CPMutex::eOwned) {
@@ -64,13 +97,13 @@ int CRegLibImplFile::takeLock(unsigned long milliseconds) {
     bool isUsable = false;
     const CAtEnd letGo([&] {
         if (!isUsable) {
-            Unlock();
+            release();
         }
     });
     isUsable = hasBlock(milliseconds == 0 ? CPSharedMemory::eTry : CPSharedMemory::eWait);
-    if (isUsable && isOdd(sharedStamp())) {
+    if (isUsable && isReplacing(stamp())) {
         m_file.recover();
-        renewSharedStamp();
+        renew();
     }
     // Somebody may have written the old number over a new stamp, to make this change undo another.
     const std::uint64_t counter = m_pSharedMemory->counter();
@@ -80,30 +113,57 @@ int CRegLibImplFile::takeLock(unsigned long milliseconds) {
     return isUsable ? REGLIB_OK : REGLIB_E_FILE_OPEN;
 }
 
-int CRegLibImplFile::Unlock() {
+int CSharedState::release() {
     return m_pMutex->release();
-}
-
-std::uint64_t CRegLibImplFile::sharedStamp() const {
-    return m_pullSharedChangeStamp->load(std::memory_order_acquire);
 }
 
 // Later than any stamp before, whatever the clock does, even, and never 0: that is the stamp of a
 // store that has not read its file yet.
-std::uint64_t CRegLibImplFile::renewSharedStamp() {
-    const std::uint64_t stamp = stampAfter(sharedStamp(), CPortable::GetTickCountULL());
-    m_pSharedMemory->setCounter(stamp);
-    m_pullSharedChangeStamp->store(stamp, std::memory_order_release);
-    return stamp;
+std::uint64_t CSharedState::renew() {
+    const std::uint64_t next = stampAfter(stamp(), CPortable::GetTickCountULL());
+    m_pSharedMemory->setCounter(next);
+    m_pullSharedChangeStamp->store(next, std::memory_order_release);
+    return next;
+}
+
+void CSharedState::publish() {
+    m_ullLocalChangeStamp = renew();
+    // Others may have got another block meanwhile; they shall hear of it too.
+    if (!m_pSharedMemory->isCurrent() && hasBlock(CPSharedMemory::eTry)) {
+        m_ullLocalChangeStamp = renew();
+    }
 }
 
 // A full barrier, because the mark must be seen before the first of the renames is.
-void CRegLibImplFile::markReplacing() {
+void CSharedState::markReplacing() {
     m_pullSharedChangeStamp->fetch_or(kReplacing, std::memory_order_seq_cst);
 }
 
+// A program that has closed all descriptors has let go of the lock.
+int CSharedState::replace(const std::string& temporary) {
+    if (!m_pMutex->isStillHeld()) {
+        return REGLIB_E_FILE_OPEN;
+    }
+    markReplacing();
+    if (!m_file.replaceAtOnce(temporary.c_str())) {
+        // The mark outlives everybody, unlike the stamp.
+        m_pMutex->setMark(true);
+        m_file.replaceInSteps(temporary.c_str());
+        m_pMutex->setMark(false);
+    }
+    return REGLIB_OK;
+}
+
+void CSharedState::recoverAbsent() {
+    if (m_pMutex->isHeldHere() && !CFileOps::current().exists(m_file.path()) &&
+        m_pMutex->isMarked()) {
+        m_file.recover();
+        m_pMutex->setMark(false);
+    }
+}
+
 // The stamp of a new block is 0 until the first of its users gives it one.
-void CRegLibImplFile::useBlock(std::unique_ptr<CPSharedMemory> block) {
+void CSharedState::useBlock(std::unique_ptr<CPSharedMemory> block) {
     m_pSharedMemory = std::move(block);
     m_pullSharedChangeStamp =
         static_cast<std::atomic<std::uint64_t>*>(m_pSharedMemory->getAddress());
@@ -115,12 +175,12 @@ void CRegLibImplFile::useBlock(std::unique_ptr<CPSharedMemory> block) {
 
 // False when somebody has removed the block, or put another one in its place, and it cannot be had.
 // Who only reads does not wait for who is just making one: until that is done, the old one is as good.
-bool CRegLibImplFile::hasBlock(CPSharedMemory::eHow how) {
+bool CSharedState::hasBlock(CPSharedMemory::eHow how) {
     m_lastLook = CPortable::GetSeconds();
     if (m_pSharedMemory->isCurrent()) {
         return true;
     }
-    auto block = std::make_unique<CPSharedMemory>(m_pszFileName, sizeof(std::uint64_t), how);
+    auto block = std::make_unique<CPSharedMemory>(m_file.path(), sizeof(std::uint64_t), how);
     if (how == CPSharedMemory::eTry && block->error() == EAGAIN) {
         return true;
     }
@@ -136,67 +196,17 @@ bool CRegLibImplFile::hasBlock(CPSharedMemory::eHow how) {
 
 // Whether the block still is the one that others use is looked at once a second: often enough for
 // who removes it, too seldom to be felt.
-bool CRegLibImplFile::isUpToDate() {
-    if (m_bUpdatePending) {
-        return true;  // nobody else may write now, whatever somebody has written over the stamp
-    }
+bool CSharedState::isUpToDate() {
     if (m_lastLook != CPortable::GetSeconds() && !hasBlock(CPSharedMemory::eTry)) {
         return false;
     }
-    const std::uint64_t stamp = sharedStamp();
-    return stamp != 0 && stamp == m_ullLocalChangeStamp;  // 0 is only what somebody has written
-}
-
-int CRegLibImplFile::bringUpToDate(eUnwinding unwinding) {
-    if (m_lastLook == kNeverLooked) {
-        return REGLIB_E_FILE_OPEN;  // it would never learn of another process's changes
-    }
-    if (m_pMutex->isHeldHere()) {
-        return importLocked();
-    }
-    const std::uint64_t stamp = sharedStamp();
-    if (isOdd(stamp)) {
-        const CStoreLock lock(*this, unwinding, CStoreLock::eTry);
-        return lock.result() < 0 ? glance(stamp, unwinding) : importLocked();
-    }
-    const int opened = openUnlocked();
-    if (opened == REGLIB_E_NOT_FOUND) {
-        return importWaiting(unwinding);
-    }
-    return opened < 0 ? opened : importOpened(stamp);
-}
-
-int CRegLibImplFile::importWaiting(eUnwinding unwinding) {
-    const CStoreLock lock(*this, unwinding);
-    return lock.result() < 0 ? lock.result() : importLocked();
-}
-
-// While a writer is at work, or has been stopped: the file as it is, and no stamp.
-int CRegLibImplFile::glance(std::uint64_t stamp, eUnwinding unwinding) {
-    complainOfStopped(stamp);
-    if (m_glanced.isOurs() && m_glanced.isNamed()) {
-        return m_nGlanced;
-    }
-    const int opened = openUnlocked();
-    if (opened == REGLIB_E_NOT_FOUND) {
-        return importWaiting(unwinding);
-    }
-    if (opened < 0) {
-        return opened;
-    }
-    const CAtEnd closing([this] { FileClose(eRead, std::string()); });
-    m_glanced.close();
-    const int result = readOpened();
-    if (!m_isReadCutShort) {
-        m_glanced.keep(::fileno(m_pFile), m_pszFileName);
-        m_nGlanced = result;
-    }
-    return result;
+    const std::uint64_t shared = stamp();
+    return shared != 0 && shared == m_ullLocalChangeStamp;  // 0 is only what somebody has written
 }
 
 // Of other namespaces an administrator has to hear; the rest is for who looks for it, and it is told
 // again when a minute has passed.
-void CRegLibImplFile::tellWhyNoBlock(int error) {
+void CSharedState::tellWhyNoBlock(int error) {
     const std::uint32_t now = CPortable::GetSeconds();
     if (m_blockTold != 0 && now - m_blockTold < kComplaintSeconds) {
         return;
@@ -206,14 +216,14 @@ void CRegLibImplFile::tellWhyNoBlock(int error) {
         REGLIB_TRACE(eTraceAlways,
                      "(Error) CRegLibImplFile::Lock (0x%08X), \"%s\" is in use in another IPC "
                      "namespace\n",
-                     traceId(this), m_pszFileName);
+                     traceId(m_pTraced), m_file.path());
     }
     REGLIB_TRACE(eTraceFlow,
                  "(Error) CRegLibImplFile::Lock (0x%08X), shared memory failed, errno %d\n",
-                 traceId(this), error);
+                 traceId(m_pTraced), error);
 }
 
-void CRegLibImplFile::complainOfStopped(std::uint64_t stamp) {
+void CSharedState::complainOfStopped(std::uint64_t stamp) {
     const std::uint32_t now = CPortable::GetSeconds();
     if (stamp != m_ullOddStamp) {
         m_ullOddStamp = stamp;
@@ -223,7 +233,7 @@ void CRegLibImplFile::complainOfStopped(std::uint64_t stamp) {
         REGLIB_TRACE(eTraceAlways,
                      "(Error) CRegLibImplFile::ImportConfig (0x%08X), a writer of \"%s\" has been "
                      "stopped\n",
-                     traceId(this), m_pszFileName);
+                     traceId(m_pTraced), m_file.path());
     }
 }
 
