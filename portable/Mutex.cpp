@@ -25,9 +25,9 @@
 #include <new>
 
 #include "portable/FileLocks.h"
+#include "portable/ObjectName.h"
 #include "portable/Portable.h"
 #include "portable/SharedFile.h"
-#include "portable/SharedObject.h"
 
 namespace VQRegLib {
 
@@ -35,13 +35,6 @@ namespace {
 
 constexpr unsigned long kLookMilliseconds = 5;
 constexpr int kAttempts = 100;  // at an object that is replaced again and again
-
-// What the object holds: nothing that anybody relies on.
-struct HolderNote {
-    std::int64_t pid;
-    std::int64_t sinceSec;
-    std::int64_t mark;
-};
 
 // Numbers the threads of the process. pthread_self would not do: the thread that follows one that
 // died holding a lock may be given the same value.
@@ -241,7 +234,7 @@ int CPMutexState::takeOpenFile(const CPatience& patience) {
 int CPMutexState::takeFile(const CPatience& patience) try {
     int error = EAGAIN;
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
-        error = file.isOurs() ? 0 : file.open(name, sizeof(HolderNote));
+        error = file.isOurs() ? 0 : file.open(name, sizeof(CHolderNote));
         if (error == 0) {
             error = takeOpenFile(patience);
         }
@@ -279,8 +272,8 @@ void CPMutex::registerForkHandlers() {
 CPMutex::CPMutex(int /*shared*/, int /*owned*/, const std::string& path, int /*create*/,
                  int /*recursive*/)
     : m_pState(nullptr) {
-    const std::string name = CSharedObject::nameForPath("CPLock", path);
-    m_nError = CSharedFile::make(name, sizeof(HolderNote));
+    const std::string name = objectName(kLockKind, path);
+    m_nError = CSharedFile::make(name, sizeof(CHolderNote));
     m_pState = CMutexRegistry::instance().join(name);
 }
 
@@ -352,10 +345,10 @@ bool CPMutex::isHeldThroughAnother() const {
 void CPMutex::noteHolding() const {
     timespec now{};
     clock_gettime(CLOCK_REALTIME_COARSE, &now);
-    const HolderNote note{CPortable::GetCurrentProcessId(), now.tv_sec, 0};
+    const CHolderNote note{CPortable::GetCurrentProcessId(), now.tv_sec, 0};
     if (m_pState->heldByCaller() && m_pState->file.isOurs()) {
         // Only for telling a person.
-        (void)!::pwrite(m_pState->file.descriptor(), &note, offsetof(HolderNote, mark), 0);
+        (void)!::pwrite(m_pState->file.descriptor(), &note, offsetof(CHolderNote, mark), 0);
     }
 }
 
@@ -363,25 +356,25 @@ void CPMutex::setMark(bool isSet) const {
     const std::int64_t mark = isSet ? 1 : 0;
     if (isStillHeld()) {
         (void)!::pwrite(m_pState->file.descriptor(), &mark, sizeof mark,
-                        offsetof(HolderNote, mark));
+                        offsetof(CHolderNote, mark));
     }
 }
 
 bool CPMutex::isMarked() const {
     std::int64_t mark = 0;
     return isStillHeld() &&
-           ::pread(m_pState->file.descriptor(), &mark, sizeof mark, offsetof(HolderNote, mark)) ==
+           ::pread(m_pState->file.descriptor(), &mark, sizeof mark, offsetof(CHolderNote, mark)) ==
                static_cast<ssize_t>(sizeof mark) &&
            mark != 0;
 }
 
 CPMutex::Holder CPMutex::holder() const {
     CSharedFile file;
-    if (file.open(m_pState->name, sizeof(HolderNote)) != 0) {
+    if (file.open(m_pState->name, sizeof(CHolderNote)) != 0) {
         return {0, 0};
     }
     const std::int32_t pid = holderOfFileLock(file.device(), file.inode());
-    HolderNote note{};
+    CHolderNote note{};
     const bool isNoted =
         ::pread(file.descriptor(), &note, sizeof note, 0) == static_cast<ssize_t>(sizeof note) &&
         note.pid == pid;

@@ -5,8 +5,7 @@
 #include <algorithm>
 #include <memory>
 
-#include "portable/Semaphore.h"
-#include "portable/SharedObject.h"
+#include "portable/ObjectName.h"
 
 namespace VQRegLib {
 
@@ -18,16 +17,16 @@ struct CloseDirectory {
 
 std::vector<std::string> semaphoresInDirectory(const std::string& prefix) {
     std::vector<std::string> names;
-    const std::unique_ptr<DIR, CloseDirectory> directory(opendir(CSharedObject::directory()));
+    const std::unique_ptr<DIR, CloseDirectory> directory(opendir(kObjectDirectory));
     if (!directory) {
         return names;
     }
-    const std::string filePrefix = CPSemaphore::fileName(prefix);
-    const std::size_t kindSize = CPSemaphore::fileName("").size();
+    const std::string filePrefix = kSemaphoreFilePrefix + prefix;
+    constexpr std::size_t kKindSize = sizeof kSemaphoreFilePrefix - 1;
     while (const dirent* const entry = readdir(directory.get())) {
         const std::string file = entry->d_name;
         if (file.compare(0, filePrefix.size(), filePrefix) == 0) {
-            names.push_back(file.substr(kindSize));
+            names.push_back(file.substr(kKindSize));
         }
     }
     return names;

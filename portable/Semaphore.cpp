@@ -17,6 +17,7 @@
 #include <cstring>
 
 #include "portable/FileDescriptor.h"
+#include "portable/ObjectName.h"
 #include "portable/Portable.h"
 #include "portable/SharedCount.h"
 
@@ -34,7 +35,7 @@ int initialiseSemaphore(void* address) {
 }
 
 std::string pathOf(const std::string& name) {
-    return std::string(CSharedObject::directory()) + "/" + CPSemaphore::fileName(name);
+    return objectFile(kSemaphoreFilePrefix + name);
 }
 
 int openFile(const std::string& path) {
@@ -174,7 +175,8 @@ CPSemaphore::~CPSemaphore() = default;
 
 void CPSemaphore::openObject() {
     m_pObject = std::make_unique<CSharedObject>();
-    m_nError = m_pObject->open(fileName(m_strName), sizeof(sem_t), initialiseSemaphore);
+    m_nError =
+        m_pObject->open(kSemaphoreFilePrefix + m_strName, sizeof(sem_t), initialiseSemaphore);
 }
 
 bool CPSemaphore::wait(unsigned long milliseconds, CTerminateWait* terminate) {

@@ -61,9 +61,6 @@ public:
     // number that no process has, and it must have been made more than a moment ago.
     static bool removeIfAbandoned(const std::string& name);
 
-    // The name of the file in CSharedObject::directory, as sem_open has it too.
-    static std::string fileName(const std::string& name) { return "sem." + name; }
-
 private:
     sem_t* semaphore() const { return static_cast<sem_t*>(m_pObject->address()); }
     void openObject();

@@ -7,7 +7,7 @@
 #include <cerrno>
 
 #include "portable/FileDescriptor.h"
-#include "portable/SharedObject.h"
+#include "portable/ObjectName.h"
 
 namespace VQRegLib {
 
@@ -19,7 +19,7 @@ constexpr int kAttempts = 100;  // a name may come and go while it is being open
 
 int CSharedFile::open(const std::string& name, std::size_t size) {
     close();
-    m_path = std::string(CSharedObject::directory()) + "/" + name;
+    m_path = objectFile(name);
     int error = 0;
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
         // Without O_CREAT first: a directory like this one may refuse O_CREAT on a file of another
@@ -58,8 +58,7 @@ int CSharedFile::openExisting() {
 
 // Finished first and named then: nobody sees an unfinished one, whoever is killed when.
 int CSharedFile::create(std::size_t size) const {
-    const CFileDescriptor file(
-        ::open(CSharedObject::directory(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
+    const CFileDescriptor file(::open(kObjectDirectory, O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
     if (!file.isOpen()) {
         return errno;
     }

@@ -13,25 +13,15 @@
 #include <cstdint>
 #include <cstring>
 
+#include "portable/ObjectName.h"
 #include "portable/Portable.h"
-#include "portable/SharedObject.h"
 
 namespace VQRegLib {
 
 namespace {
 
-constexpr char kMagic[8] = {'C', 'P', 'B', 'l', 'o', 'c', 'k', '1'};
 constexpr int kMakingNaps = 400;  // at a process that is making the block
 constexpr unsigned long kMakingNapMilliseconds = 5;
-
-// The beginning of the segment. 64 bytes, so that the block begins at a cache line.
-struct Header {
-    char magic[8];
-    std::uint64_t size;
-    unsigned char lot[16];
-    char name[32];  // the hash of the name
-};
-static_assert(sizeof(Header) == 64);
 
 // Bytes of the named file that are locked.
 enum eLockedByte : off_t { eMaking = 0, eUsing = 1 };
@@ -68,28 +58,20 @@ void* attachSegment(int id, std::size_t size) {
     return segment;
 }
 
-Header headerFor(const std::string& name, const unsigned char (&lot)[16], unsigned long size) {
-    Header header{};
-    std::memcpy(header.magic, kMagic, sizeof kMagic);
+CBlockHeader headerFor(const std::string& name, const unsigned char (&lot)[16],
+                       unsigned long size) {
+    CBlockHeader header{};
+    std::memcpy(header.tag, kBlockTag, sizeof kBlockTag);
     header.size = size;
     std::memcpy(header.lot, lot, sizeof lot);
-    CSharedObject::hashOf(name).copy(header.name, sizeof header.name);
+    hash128(name).copy(header.name, sizeof header.name);
     return header;
 }
 
 }  // namespace
 
-// What the named file holds.
-struct CPSharedMemory::Record {
-    char magic[8];
-    std::uint64_t ipcNamespace;
-    std::int64_t id;
-    unsigned char lot[16];
-    std::uint64_t counter;
-};
-
 CPSharedMemory::CPSharedMemory(const std::string& path, unsigned long size, eHow how)
-    : m_name(CSharedObject::nameForPath("CPBlock", path)) {
+    : m_name(objectName(kBlockKind, path)) {
     m_nError = open(size, how);
 }
 
@@ -100,16 +82,16 @@ CPSharedMemory::~CPSharedMemory() {
 }
 
 void* CPSharedMemory::getAddress() const {
-    return m_segment ? static_cast<char*>(m_segment) + sizeof(Header) : nullptr;
+    return m_segment ? static_cast<char*>(m_segment) + sizeof(CBlockHeader) : nullptr;
 }
 
-bool CPSharedMemory::read(Record& record) const {
+bool CPSharedMemory::read(CBlockRecord& record) const {
     return ::pread(m_file.descriptor(), &record, sizeof record, 0) ==
            static_cast<ssize_t>(sizeof record);
 }
 
 int CPSharedMemory::open(unsigned long size, eHow how) {
-    int error = m_file.open(m_name, sizeof(Record));
+    int error = m_file.open(m_name, sizeof(CBlockRecord));
     if (error == 0) {
         error = attach(size);
         if (error != 0) {
@@ -125,8 +107,8 @@ int CPSharedMemory::open(unsigned long size, eHow how) {
 
 // 0 when the file leads to the block; otherwise why not.
 int CPSharedMemory::attach(unsigned long size) {
-    Record record{};
-    if (!read(record) || std::memcmp(record.magic, kMagic, sizeof kMagic) != 0 ||
+    CBlockRecord record{};
+    if (!read(record) || std::memcmp(record.tag, kBlockTag, sizeof kBlockTag) != 0 ||
         record.id != static_cast<int>(record.id)) {
         return ENOENT;
     }
@@ -138,14 +120,14 @@ int CPSharedMemory::attach(unsigned long size) {
     if (::shmctl(id, IPC_STAT, &status) != 0) {
         return errno;
     }
-    if (status.shm_segsz != sizeof(Header) + size) {
+    if (status.shm_segsz != sizeof(CBlockHeader) + size) {
         return EPROTO;
     }
-    void* const segment = attachSegment(id, sizeof(Header) + size);
+    void* const segment = attachSegment(id, sizeof(CBlockHeader) + size);
     if (!segment) {
         return errno;
     }
-    const Header expected = headerFor(m_name, record.lot, size);
+    const CBlockHeader expected = headerFor(m_name, record.lot, size);
     if (std::memcmp(segment, &expected, sizeof expected) != 0) {
         ::shmdt(segment);
         return EPROTO;
@@ -181,25 +163,25 @@ int CPSharedMemory::make(unsigned long size, eHow how) {
 }
 
 int CPSharedMemory::makeSegment(unsigned long size) {
-    Record record{};
+    CBlockRecord record{};
     if (::getrandom(record.lot, sizeof record.lot, GRND_NONBLOCK) !=
         static_cast<ssize_t>(sizeof record.lot)) {
         const std::string lot = CPortable::newPUUID();  // early at boot
         lot.copy(reinterpret_cast<char*>(record.lot), sizeof record.lot);
     }
-    const int id = ::shmget(IPC_PRIVATE, sizeof(Header) + size, IPC_CREAT | IPC_EXCL | 0666);
+    const int id = ::shmget(IPC_PRIVATE, sizeof(CBlockHeader) + size, IPC_CREAT | IPC_EXCL | 0666);
     if (id < 0) {
         return errno;
     }
-    void* const segment = attachSegment(id, sizeof(Header) + size);
+    void* const segment = attachSegment(id, sizeof(CBlockHeader) + size);
     const int error = errno;
     ::shmctl(id, IPC_RMID, nullptr);  // it lives while somebody is attached
     if (!segment) {
         return error;
     }
-    const Header header = headerFor(m_name, record.lot, size);
+    const CBlockHeader header = headerFor(m_name, record.lot, size);
     std::memcpy(segment, &header, sizeof header);
-    std::memcpy(record.magic, kMagic, sizeof kMagic);
+    std::memcpy(record.tag, kBlockTag, sizeof kBlockTag);
     record.ipcNamespace = ipcNamespace();
     record.id = id;
     if (::pwrite(m_file.descriptor(), &record, sizeof record, 0) !=
@@ -216,10 +198,10 @@ int CPSharedMemory::makeSegment(unsigned long size) {
 }
 
 bool CPSharedMemory::isCurrent() {
-    if (!m_file.isOurs() && m_file.open(m_name, sizeof(Record)) == 0) {
+    if (!m_file.isOurs() && m_file.open(m_name, sizeof(CBlockRecord)) == 0) {
         lockByte(m_file.descriptor(), eUsing, F_RDLCK);  // a program had closed it
     }
-    Record record{};
+    CBlockRecord record{};
     const bool isSame = m_segment && m_file.isNamed() && read(record) && record.id == m_id &&
                         std::memcmp(record.lot, m_lot, sizeof m_lot) == 0;
     m_counter = isSame ? record.counter : 0;
@@ -228,7 +210,7 @@ bool CPSharedMemory::isCurrent() {
 
 void CPSharedMemory::setCounter(std::uint64_t counter) {
     if (m_file.isOurs() && ::pwrite(m_file.descriptor(), &counter, sizeof counter,
-                                    offsetof(Record, counter)) == sizeof counter) {
+                                    offsetof(CBlockRecord, counter)) == sizeof counter) {
         m_counter = counter;
     }
 }

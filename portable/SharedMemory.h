@@ -9,6 +9,8 @@
 
 namespace VQRegLib {
 
+struct CBlockRecord;
+
 // The memory is a System V segment, because nobody can shrink one: a mapped file that somebody cuts
 // short kills everybody who looks at it. The segment is removed as soon as it is made; it lives on
 // while anybody is attached, and others attach by its number, so nothing piles up. The number stands
@@ -45,13 +47,11 @@ public:
     void setCounter(std::uint64_t counter);
 
 private:
-    struct Record;
-
     int open(unsigned long size, eHow how);
     int attach(unsigned long size);
     int make(unsigned long size, eHow how);
     int makeSegment(unsigned long size);
-    bool read(Record& record) const;
+    bool read(CBlockRecord& record) const;
 
     std::string m_name;
     CSharedFile m_file;

@@ -5,80 +5,18 @@
 #include <sys/stat.h>
 
 #include <cerrno>
-#include <climits>
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 
 #include "portable/FileDescriptor.h"
+#include "portable/ObjectName.h"
 #include "portable/SharedFile.h"
 
 namespace VQRegLib {
 
 namespace {
 
-constexpr std::size_t kLongestName = NAME_MAX;
 constexpr int kAttempts = 100;  // a name may come and go while it is being opened
 
-std::string absolutePath(const std::string& path) {
-    const std::size_t slash = path.rfind('/');
-    const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash + 1);
-    const std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
-    char resolved[PATH_MAX];
-    if (!realpath(directory.c_str(), resolved)) {
-        return path;  // no such directory: no file can be there either
-    }
-    std::string result(resolved);
-    if (result.back() != '/') {
-        result += '/';
-    }
-    return result + name;
-}
-
-std::string encoded(const std::string& path) {
-    std::string result;
-    for (const char c : path) {
-        if (c == '/') {
-            result += "%2F";
-        } else if (c == '%') {
-            result += "%25";
-        } else {
-            result += c;
-        }
-    }
-    return result;
-}
-
-__extension__ using uint128 = unsigned __int128;
-
 }  // namespace
-
-const char* CSharedObject::directory() {
-    return "/dev/shm";
-}
-
-std::string CSharedObject::nameForPath(const std::string& kind, const std::string& path) {
-    std::string whole = kind + "." + encoded(absolutePath(path));
-    if (whole.size() <= kLongestName) {
-        return whole;
-    }
-    const std::string hash = "#" + hashOf(whole);
-    return whole.substr(0, kLongestName - hash.size()) + hash;
-}
-
-// FNV-1a with its 128-bit parameters.
-std::string CSharedObject::hashOf(const std::string& text) {
-    const uint128 prime = (uint128{1} << 88) + 0x13b;
-    uint128 hash = (uint128{0x6c62272e07bb0142u} << 64) + 0x62b821756295c58du;
-    for (const char c : text) {
-        hash = (hash ^ static_cast<unsigned char>(c)) * prime;
-    }
-    char digits[33];
-    std::snprintf(digits, sizeof digits, "%016llx%016llx",
-                  static_cast<unsigned long long>(hash >> 64),
-                  static_cast<unsigned long long>(hash & ~std::uint64_t{0}));
-    return digits;
-}
 
 CSharedObject::~CSharedObject() {
     unmap();
@@ -93,7 +31,7 @@ void CSharedObject::unmap() {
 
 int CSharedObject::open(const std::string& name, std::size_t size, int (*initialise)(void*)) {
     m_size = size;
-    const std::string path = std::string(directory()) + "/" + name;
+    const std::string path = objectFile(name);
     int error = 0;
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
         // Without O_CREAT first: a directory like this one may refuse O_CREAT on a file of another
@@ -127,7 +65,7 @@ int CSharedObject::openExisting(const std::string& path) {
 }
 
 int CSharedObject::create(const std::string& path, int (*initialise)(void*)) {
-    const CFileDescriptor file(::open(directory(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
+    const CFileDescriptor file(::open(kObjectDirectory, O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
     if (!file.isOpen()) {
         return errno;
     }

@@ -1,4 +1,4 @@
-// Named objects that all processes of the machine share: how they are named, made and opened.
+// Named objects that all processes of the machine share: how they are made and opened.
 #ifndef PORTABLE_SHAREDOBJECT_H
 #define PORTABLE_SHAREDOBJECT_H
 
@@ -11,17 +11,6 @@ namespace VQRegLib {
 
 class CSharedObject {
 public:
-    // Where the objects live.
-    static const char* directory();
-
-    // The name of the object of this kind that stands for a file: the directory of the path is
-    // resolved first, so that every spelling of a path names one object. Injective up to the 255
-    // bytes of a file name; a longer name ends in a 128-bit hash.
-    static std::string nameForPath(const std::string& kind, const std::string& path);
-
-    // 128 bits of a text, in 32 hexadecimal digits.
-    static std::string hashOf(const std::string& text);
-
     CSharedObject() = default;
     ~CSharedObject();  // unmaps
     CSharedObject(const CSharedObject&) = delete;

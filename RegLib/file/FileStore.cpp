@@ -12,7 +12,7 @@
 #include "portable/FileLink.h"
 #include "portable/FileOps.h"
 #include "portable/MappedFiles.h"
-#include "portable/SharedObject.h"
+#include "portable/ObjectName.h"
 
 namespace VQRegLib {
 
@@ -84,8 +84,7 @@ void CRegLibImplFile::chooseFile(const char* name) try {
 // Older versions of the library have their lock in a mapped object of another name: a process with
 // one of them and this one do not see each other's locks, nor each other's changes in time.
 void CRegLibImplFile::tellOfOlderLibrary() const try {
-    const std::string lock = std::string(CSharedObject::directory()) + "/" +
-                             CSharedObject::nameForPath("CPMutex", m_pszFileName);
+    const std::string lock = objectPath(kOlderLockKind, m_pszFileName);
     const std::int32_t process = processThatMaps(lock.c_str());
     if (process != 0) {
         REGLIB_TRACE(eTraceAlways,

@@ -1,6 +1,5 @@
 #include "RegLib/instance/Notifier.h"
 
-#include <cstdio>
 #include <memory>
 #include <new>
 #include <utility>
@@ -11,6 +10,7 @@
 #include "RegLib/instance/Contained.h"
 #include "RegLib/instance/Directory.h"
 #include "RegLib/instance/Watcher.h"
+#include "RegLib/text/NotificationName.h"
 #include "RegLib/trace/Trace.h"
 #include "portable/NamedObjects.h"
 #include "portable/Portable.h"
@@ -20,7 +20,6 @@ namespace VQRegLib {
 
 namespace {
 
-constexpr char kPrefix[] = "REG-CHANGENOTIF-SEM-BF96420F-BEA8-4a58-AA2E-FA2A7AE7F5A5-";
 constexpr unsigned long kPollMilliseconds = 100;
 constexpr unsigned long kLookMilliseconds = 5000;  // how late a lost name is noticed
 constexpr int kFirstAttempts = 5;  // with the directory's lock held, after a wait without it
@@ -37,17 +36,10 @@ std::unique_ptr<CPSemaphore> makeSemaphore(const std::string& name) {
 
 }  // namespace
 
-std::string notificationSemaphoreName(long pid) {
-    char digits[15];
-    // At least four digits; far from the limit.
-    (void)std::snprintf(digits, sizeof digits, "%04d", static_cast<int>(pid));
-    return std::string(kPrefix) + digits;
-}
-
 // All are released before any is looked at: one that seems to be nobody's may be that of a process
 // which has lost the lock, and which notices as it wakes up.
 void releaseNotificationSemaphores() {
-    const CPEnumNamedObjects semaphores(kPrefix, CPEnumNamedObjects::kSemaphores);
+    const CPEnumNamedObjects semaphores(kNotificationPrefix, CPEnumNamedObjects::kSemaphores);
     std::string name;
     int type = 0;
     for (int index = 0; semaphores.enumNamedObject(index, &name, &type) != 0; ++index) {

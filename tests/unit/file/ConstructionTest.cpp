@@ -9,7 +9,7 @@
 #include <fstream>
 #include <string>
 
-#include "portable/SharedObject.h"
+#include "portable/ObjectName.h"
 #include "support/FileOpsFake.h"
 #include "support/StoreFixture.h"
 #include "support/TraceLog.h"
@@ -34,8 +34,7 @@ protected:
 
     // Puts something else where the store looks for one of its system objects.
     std::string obstruct(const std::string& kind) const {
-        const std::string name = std::string(CSharedObject::directory()) + "/" +
-                                 CSharedObject::nameForPath(kind, file.path());
+        const std::string name = VQRegLib::objectPath(kind, file.path());
         EXPECT_EQ(::mkdir(name.c_str(), 0777), 0) << name;
         return name;
     }

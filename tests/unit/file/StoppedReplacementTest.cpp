@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "portable/ObjectName.h"
 #include "portable/SharedMemory.h"
-#include "portable/SharedObject.h"
 #include "support/FileOpsFake.h"
 #include "support/ForkedChild.h"
 #include "support/StoreFixture.h"
@@ -159,8 +159,7 @@ TEST_F(StoppedReplacement, AStoreCanBeOpened) {
 TEST_F(StoreTest, AReaderDoesNotWaitForWhoMakesTheBlockAnew) {
     const auto store = open();
     const CFileStoreProbe probe(*store);
-    const std::string object = std::string(CSharedObject::directory()) + "/" +
-                               CSharedObject::nameForPath("CPBlock", file.path());
+    const std::string object = VQRegLib::objectPath("CPBlock", file.path());
     fs::resize_file(object, 0);
     ForkedChild maker([&] {
         const int fd = ::open(object.c_str(), O_RDWR);

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "portable/SharedObject.h"
+#include "portable/ObjectName.h"
 #include "support/FileOpsFake.h"
 #include "support/MappingChild.h"
 #include "support/StoreFixture.h"
@@ -231,8 +231,7 @@ TEST_F(StoreTrace, TellsOfAWriteErrorOncePerBlock) {
 TEST_F(StoreTrace, TellsWithFlowWhySystemObjectsCouldNotBeMade) {
     const std::string prefix = "(Error) CRegLibImplFile::CRegLibImplFile (0x@), ";
     for (const std::string kind : {"CPLock", "CPBlock"}) {
-        const std::string object = std::string(CSharedObject::directory()) + "/" +
-                                   CSharedObject::nameForPath(kind, file.path());
+        const std::string object = VQRegLib::objectPath(kind, file.path());
         ASSERT_EQ(::mkdir(object.c_str(), 0777), 0);
         const std::string what = kind == "CPLock" ? "mutex" : "shared memory";
         setLevel(8);
@@ -249,9 +248,7 @@ TEST_F(StoreTrace, TellsWithFlowWhySystemObjectsCouldNotBeMade) {
 TEST_F(StoreTrace, TellsWhoHasTheLockOfAnOlderLibrary) {
     open();
     lines();
-    const std::string older =
-        std::string(CSharedObject::directory()) + "/" +
-        CSharedObject::nameForPath("CPMutex", file.directory() + "/./store.cfg");
+    const std::string older = VQRegLib::objectPath("CPMutex", file.directory() + "/./store.cfg");
     ASSERT_TRUE(older.ends_with(encodedPath(file.path()))) << older;
     std::ofstream(older) << std::string(80, '\0');
     open();

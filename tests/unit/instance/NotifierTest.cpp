@@ -21,23 +21,12 @@ using vqtest::waitWatchers;
 
 namespace {
 
-const std::string kPrefix = "REG-CHANGENOTIF-SEM-BF96420F-BEA8-4a58-AA2E-FA2A7AE7F5A5-";
-
 class Notifier : public vqtest::WatchedStore {
 protected:
     static CRegLibImplDirectory& directory() { return *get_reglibImplDirectory(); }
 };
 
 }  // namespace
-
-TEST(NotifierName, HasAtLeastFourDigits) {
-    EXPECT_EQ(notificationSemaphoreName(1), kPrefix + "0001");
-    EXPECT_EQ(notificationSemaphoreName(731), kPrefix + "0731");
-    EXPECT_EQ(notificationSemaphoreName(9999), kPrefix + "9999");
-    EXPECT_EQ(notificationSemaphoreName(12345), kPrefix + "12345");
-    EXPECT_EQ(notificationSemaphoreName(4194304), kPrefix + "4194304");
-    EXPECT_EQ(notificationSemaphoreName(2147483647), kPrefix + "2147483647");
-}
 
 TEST_F(Notifier, IsThereWithItsSemaphoreWhenTheStartReturns) {
     EXPECT_EQ(countThreads("RegChgNotif"), 0);

@@ -8,7 +8,7 @@
 #include <cerrno>
 #include <cstdint>
 
-#include "RegLib/instance/Notifier.h"
+#include "RegLib/text/NotificationName.h"
 #include "support/WatchedStore.h"
 
 using namespace VQRegLib;

@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "portable/Mutex.h"
-#include "portable/SharedObject.h"
+#include "portable/ObjectName.h"
 #include "support/ForkedChild.h"
 #include "support/TempStore.h"
 #include "support/TinyFileSystem.h"
@@ -23,14 +23,12 @@ namespace fs = std::filesystem;
 using testing::IsEmpty;
 using testing::SizeIs;
 using VQRegLib::CPMutex;
-using VQRegLib::CSharedObject;
 using vqtest::ForkedChild;
 
 namespace {
 
 std::string objectPath(const std::string& path) {
-    return std::string(CSharedObject::directory()) + "/" +
-           CSharedObject::nameForPath("CPLock", path);
+    return VQRegLib::objectPath("CPLock", path);
 }
 
 void put(const std::string& path, const std::string& content) {

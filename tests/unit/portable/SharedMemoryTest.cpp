@@ -18,7 +18,7 @@
 #include <vector>
 
 #include "portable/Mutex.h"
-#include "portable/SharedObject.h"
+#include "portable/ObjectName.h"
 #include "support/ForkedChild.h"
 #include "support/TempStore.h"
 #include "support/TinyFileSystem.h"
@@ -28,7 +28,6 @@ namespace fs = std::filesystem;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using VQRegLib::CPSharedMemory;
-using VQRegLib::CSharedObject;
 using vqtest::ForkedChild;
 
 namespace {
@@ -41,8 +40,7 @@ protected:
 
     vqtest::TempStore m_store;
     const std::string m_path = m_store.path();
-    const std::string m_object = std::string(CSharedObject::directory()) + "/" +
-                                 CSharedObject::nameForPath("CPBlock", m_path);
+    const std::string m_object = VQRegLib::objectPath("CPBlock", m_path);
 };
 
 }  // namespace
@@ -248,8 +246,7 @@ TEST_F(SharedMemory, WhatSomebodyWroteIntoItsFileLeadsNowhere) {
 }
 
 TEST_F(SharedMemory, ASegmentOfSomethingElseIsNotTaken) {
-    const std::string otherObject = std::string(CSharedObject::directory()) + "/" +
-                                    CSharedObject::nameForPath("CPBlock", m_path + "2");
+    const std::string otherObject = VQRegLib::objectPath("CPBlock", m_path + "2");
     const CPSharedMemory other(m_path + "2", 8);
     const CPSharedMemory larger(m_path + "3", 16);
     std::ofstream(m_object, std::ios::binary) << vqtest::readFile(otherObject);
