@@ -28,6 +28,7 @@
 #include "portable/Portable.h"
 #include "portable/SharedFile.h"
 #include "portable/SharedObject.h"
+#include "portable/ThreadNumber.h"
 
 namespace VQRegLib {
 
@@ -42,17 +43,6 @@ struct HolderNote {
     std::int64_t sinceSec;
     std::int64_t mark;
 };
-
-// Numbers the threads of the process. pthread_self would not do: the thread that follows one that
-// died holding a lock may be given the same value.
-std::uint64_t currentThreadNumber() {
-    static std::atomic<std::uint64_t> last{0};
-    thread_local std::uint64_t number = 0;
-    if (number == 0) {
-        number = ++last;
-    }
-    return number;
-}
 
 std::uint64_t monotonicMilliseconds() {
     timespec now{};
