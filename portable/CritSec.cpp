@@ -1,54 +1,62 @@
 #include "portable/CritSec.h"
 
+#include <linux/futex.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <bit>
+#include <cerrno>
+
 namespace VQRegLib {
 
-CPCritSec::CPCritSec(const char* name, int flag) : m_mutex{}, m_pszName(name), m_nFlag(flag) {
-    pthread_mutexattr_t attributes;
-    pthread_mutexattr_init(&attributes);
-    pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);
-    pthread_mutex_init(&m_mutex, &attributes);
-    pthread_mutexattr_destroy(&attributes);
+namespace {
+
+constexpr int kLooks = 100;  // most operations are over sooner than a thread falls asleep
+
+// The half of the word that changes most, which is what a thread can sleep on.
+std::uint32_t* lowHalf(std::atomic<std::uint64_t>& word) {
+    static_assert(sizeof word == sizeof(std::uint64_t));
+    auto* const halves = reinterpret_cast<std::uint32_t*>(&word);
+    return halves + (std::endian::native == std::endian::little ? 0 : 1);
 }
 
-bool CPCritSec::tryEnter(int location) {
-    if (pthread_mutex_trylock(&m_mutex) != 0) {
-        return false;
-    }
-    m_nLocation = location;
-    ++m_nDepth;
-    return true;
+void sleepOn(std::atomic<std::uint64_t>& word, std::uint64_t value) {
+    ::syscall(SYS_futex, lowHalf(word), FUTEX_WAIT_PRIVATE, static_cast<std::uint32_t>(value),
+              nullptr, nullptr, 0);
 }
 
-CPCritSec::~CPCritSec() {
-    // An exception may have left the thread inside; destroying a locked mutex is undefined.
-    if (pthread_mutex_trylock(&m_mutex) == 0) {
-        for (++m_nDepth; m_nDepth > 0; --m_nDepth) {
-            pthread_mutex_unlock(&m_mutex);
+}  // namespace
+
+// Whoever has slept takes the word with the mark set: it does not know whether others sleep too.
+void CPCritSec::waitAndTake() {
+    for (int look = 0; look < kLooks; ++look) {
+        if (tryTake()) {
+            return;
         }
     }
-    pthread_mutex_destroy(&m_mutex);
-}
-
-void CPCritSec::enter(int location) {
-    pthread_mutex_lock(&m_mutex);
-    m_nLocation = location;
-    ++m_nDepth;
-}
-
-void CPCritSec::leave(int location) {
-    m_nLocation = -location;  // negative: left from there
-    --m_nDepth;
-    pthread_mutex_unlock(&m_mutex);
-}
-
-// It belongs to the thread that forked, under the number that this has in the parent; so the system
-// refuses the child to leave it. (The sanitizer of threads, which knows the thread by another number,
-// must see it left all the same.)
-void CPCritSec::forgetInherited() {
-    for (; m_nDepth > 0; --m_nDepth) {
-        pthread_mutex_unlock(&m_mutex);
+    const int error = errno;  // callers tell of one that they got before
+    std::uint64_t word = m_word.load(std::memory_order_relaxed);
+    for (;;) {
+        if (word == 0) {
+            if (m_word.compare_exchange_weak(word, ownWord() | kWaited, std::memory_order_acquire,
+                                             std::memory_order_relaxed)) {
+                break;
+            }
+        } else if ((word & kWaited) != 0 ||
+                   m_word.compare_exchange_weak(word, word | kWaited, std::memory_order_relaxed)) {
+            sleepOn(m_word, word | kWaited);
+            word = m_word.load(std::memory_order_relaxed);
+        }
     }
-    m_mutex = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
+    errno = error;
+}
+
+// The object may be gone by now, when another thread has entered, left and destroyed it: the word is
+// only named to the kernel, which at worst wakes somebody who looks again.
+void CPCritSec::wakeOne() {
+    const int error = errno;
+    ::syscall(SYS_futex, lowHalf(m_word), FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
+    errno = error;
 }
 
 }  // namespace VQRegLib

@@ -2,31 +2,104 @@
 #ifndef PORTABLE_CRITSEC_H
 #define PORTABLE_CRITSEC_H
 
-#include <pthread.h>
+#include <sys/single_threaded.h>
+
+#include <atomic>
+#include <cstdint>
+
+#include "portable/ThreadNumber.h"
 
 namespace VQRegLib {
 
+// One word says who is inside and whether anybody waits. The holder is known by the number of its
+// thread, which a forked child's only thread has from the one that forked: it stays inside there. What
+// another thread of the parent held stays held in the child.
 class CPCritSec {
 public:
     // `name` helps in a debugger and must live as long as the object. `flag` is 1: re-entrant, the
     // only kind there is.
-    CPCritSec(const char* name, int flag);
-    ~CPCritSec();  // leaves it first if the calling thread is inside
+    CPCritSec(const char* name, int flag) : m_pszName(name), m_nFlag(flag) {}
+
+    // An exception may have left the calling thread inside; it is then no longer.
+    ~CPCritSec() = default;
     CPCritSec(const CPCritSec&) = delete;
     CPCritSec& operator=(const CPCritSec&) = delete;
 
     // `location` marks the place in the source that enters; the last one is kept for a debugger.
-    void enter(int location);
-    void leave(int location);
+    void enter(int location) {
+        if (!tryEnter(location)) {
+            waitAndTake();
+            m_nDepth = 1;
+            m_nLocation = location;
+        }
+    }
+
+    // By a thread that is not inside: changes nothing.
+    void leave(int location) {
+        if (!isInside()) {
+            return;
+        }
+        m_nLocation = -location;  // negative: left from there
+        if (--m_nDepth == 0) {
+            release();
+        }
+    }
 
     // Enters if that needs no waiting.
-    bool tryEnter(int location);
+    bool tryEnter(int location) {
+        if (tryTake()) {
+            m_nDepth = 1;
+        } else if (isInside()) {
+            ++m_nDepth;
+        } else {
+            return false;
+        }
+        m_nLocation = location;
+        return true;
+    }
 
     // In a child of fork that has inherited it entered: nobody is inside any more.
-    void forgetInherited();
+    void forgetInherited() {
+        m_nDepth = 0;
+        m_word.store(0, std::memory_order_relaxed);
+    }
 
 private:
-    pthread_mutex_t m_mutex;
+    static constexpr std::uint64_t kWaited = 1;  // the bit below the holder's number
+
+    static std::uint64_t ownWord() { return currentThreadNumber() << 1; }
+
+    bool isInside() const {
+        return (m_word.load(std::memory_order_relaxed) & ~kWaited) == ownWord();
+    }
+
+    // While the process has one thread it needs no exchange, which costs ten times a store. A signal
+    // handler in between leaves what it entered.
+    bool tryTake() {
+        std::uint64_t nobody = m_word.load(std::memory_order_relaxed);
+        if (nobody != 0) {
+            return false;
+        }
+        if (__libc_single_threaded) {
+            m_word.store(ownWord(), std::memory_order_relaxed);
+            return true;
+        }
+        return m_word.compare_exchange_strong(nobody, ownWord(), std::memory_order_acquire,
+                                              std::memory_order_relaxed);
+    }
+
+    void release() {
+        if (__libc_single_threaded) {
+            m_word.store(0, std::memory_order_relaxed);
+        } else if (m_word.exchange(0, std::memory_order_release) & kWaited) {
+            wakeOne();
+        }
+    }
+
+    void waitAndTake();
+    void wakeOne();
+
+    std::atomic<std::uint64_t> m_word{0};  // 0: nobody is inside
     [[maybe_unused]] const char* m_pszName;
     [[maybe_unused]] int m_nFlag;
     int m_nLocation = 0;  // these two are written by the holder only

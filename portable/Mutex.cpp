@@ -28,6 +28,7 @@
 #include "portable/ObjectName.h"
 #include "portable/Portable.h"
 #include "portable/SharedFile.h"
+#include "portable/ThreadNumber.h"
 
 namespace VQRegLib {
 
@@ -35,17 +36,6 @@ namespace {
 
 constexpr unsigned long kLookMilliseconds = 5;
 constexpr int kAttempts = 100;  // at an object that is replaced again and again
-
-// Numbers the threads of the process. pthread_self would not do: the thread that follows one that
-// died holding a lock may be given the same value.
-std::uint64_t currentThreadNumber() {
-    static std::atomic<std::uint64_t> last{0};
-    thread_local std::uint64_t number = 0;
-    if (number == 0) {
-        number = ++last;
-    }
-    return number;
-}
 
 std::uint64_t monotonicMilliseconds() {
     timespec now{};

@@ -54,7 +54,7 @@ CRegLibImplDirectory* get_reglibImplDirectory() {
 
 std::atomic<bool> CRegLibImplDirectory::m_isInheritedHalfChanged{false};
 
-CRegLibImplDirectory::CRegLibImplDirectory() : m_pLock(new CPCritSec(kLockName, 1)) {}
+CRegLibImplDirectory::CRegLibImplDirectory() : m_lock(kLockName, 1) {}
 
 namespace {
 
@@ -70,7 +70,7 @@ thread_local bool t_holdsLockForFork = false;
 void CRegLibImplDirectory::prepareFork() {
     pthread_mutex_lock(&g_mutexGlobals);
     for (int naps = 0; naps < kForkNaps && !t_holdsLockForFork; ++naps) {
-        t_holdsLockForFork = g_preglibImplDirectory->m_pLock->tryEnter(eFork);
+        t_holdsLockForFork = g_preglibImplDirectory->m_lock.tryEnter(eFork);
         if (!t_holdsLockForFork) {
             CPortable::Sleep(kForkNapMilliseconds);
         }
@@ -79,22 +79,21 @@ void CRegLibImplDirectory::prepareFork() {
 
 void CRegLibImplDirectory::afterForkInParent() {
     if (std::exchange(t_holdsLockForFork, false)) {
-        g_preglibImplDirectory->m_pLock->leave(eFork);
+        g_preglibImplDirectory->m_lock.leave(eFork);
     }
     pthread_mutex_unlock(&g_mutexGlobals);
 }
 
 void CRegLibImplDirectory::afterForkInChild() {
     const bool isWhole = std::exchange(t_holdsLockForFork, false);
-    // Both may belong to the forking thread under the id that it has in the parent: it is refused
-    // to leave them here, and a held lock cannot be destroyed, so the directory's stays as it is.
+    // It may belong to the forking thread under the id that this has in the parent, which is refused
+    // to leave it here.
     if (pthread_mutex_unlock(&g_mutexGlobals) != 0) {
         g_mutexGlobals = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
     }
     CRegLibImplDirectory& directory = *g_preglibImplDirectory;
-    directory.m_inheritedLocks.push_front(directory.m_pLock);
-    directory.m_pLock = new CPCritSec(kLockName, 1);
     if (isWhole) {
+        directory.m_lock.leave(eFork);
         directory.dropInheritedUpdates();
     } else {
         m_isInheritedHalfChanged.store(true);
@@ -105,10 +104,6 @@ void CRegLibImplDirectory::dropInheritedUpdates() {
     for (const auto& entry : m_mapInstances) {
         entry.second->dropInheritedUpdate();
     }
-}
-
-CRegLibImplDirectory::~CRegLibImplDirectory() {
-    delete m_pLock;
 }
 
 std::string CRegLibImplDirectory::getTuple(const char* name, const char* key) {
@@ -128,7 +123,7 @@ CRegLibImpl* CRegLibImplDirectory::acquireRegLibImpl(const char* name, const cha
         return nullptr;
     }
     const CNoCancellation noCancellation;
-    const CCritSecGuard guard(*m_pLock, eAcquire);
+    const CCritSecGuard guard(m_lock, eAcquire);
     try {
         const std::string tuple = getTuple(name, key);
         const auto found = m_mapInstances.find(tuple);
@@ -158,7 +153,7 @@ void CRegLibImplDirectory::releaseRegLibImpl(CRegLibImpl* impl) {
     // Ends after the guard. A store with a watcher is destroyed without the directory's lock: its
     // end waits for handlers, and one of them may be opening a session.
     std::unique_ptr<CRegLibImpl> watched;
-    const CCritSecGuard guard(*m_pLock, eRelease);
+    const CCritSecGuard guard(m_lock, eRelease);
     const auto found = m_mapInstances.find(impl->m_strTuple);
     if (found == m_mapInstances.end()) {
         return;

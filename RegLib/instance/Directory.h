@@ -6,7 +6,6 @@
 
 #include <atomic>
 #include <cstdint>
-#include <forward_list>
 #include <map>
 #include <memory>
 #include <string>
@@ -26,7 +25,6 @@ class CPSemaphore;
 class CRegLibImplDirectory {
 public:
     CRegLibImplDirectory();
-    ~CRegLibImplDirectory();
     CRegLibImplDirectory(const CRegLibImplDirectory&) = delete;
     CRegLibImplDirectory& operator=(const CRegLibImplDirectory&) = delete;
 
@@ -71,16 +69,15 @@ private:
     void wakeWatchers();
 
     static std::atomic<bool> m_isInheritedHalfChanged;
-    CPCritSec* m_pLock;
-    std::forward_list<CPCritSec*> m_inheritedLocks;  // of the processes that forked this one
+    CPCritSec m_lock;
     std::map<std::string, CRegLibImpl*> m_mapInstances;
-    std::atomic<CPSemaphore*> m_pNotificationSemaphore{nullptr};  // replaced under m_pLock
+    std::atomic<CPSemaphore*> m_pNotificationSemaphore{nullptr};  // replaced under m_lock
     std::atomic<std::uint32_t> m_stopRequested{0};
     std::atomic<std::uint32_t> m_notifierStarted{0};
     std::atomic<std::uint32_t> m_notifierRunning{0};
     std::atomic<bool> m_notifierThrew{false};
     bool m_ownFailed = false;        // and that was told; only the notifier thread uses it
-    CProcessMark m_notifierProcess;  // whose thread it is; guarded by m_pLock
+    CProcessMark m_notifierProcess;  // whose thread it is; guarded by m_lock
 };
 
 // Guards the creation of the directory and nothing else.

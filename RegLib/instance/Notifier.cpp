@@ -71,7 +71,7 @@ void CRegLibImplDirectory::startRegistryChangeNotifierThread() {
         });
     }
     {
-        const CCritSecGuard guard(*m_pLock, __LINE__);
+        const CCritSecGuard guard(m_lock, __LINE__);
         if (!hasNotifier()) {
             startNotifier();
             return;
@@ -88,13 +88,13 @@ void CRegLibImplDirectory::startRegistryChangeNotifierThread() {
 }
 
 bool CRegLibImplDirectory::isNotifierStarted() {
-    const CCritSecGuard guard(*m_pLock, __LINE__);
+    const CCritSecGuard guard(m_lock, __LINE__);
     return hasNotifier();
 }
 
 // False while other processes do not find the running thread's semaphore, or take it for nobody's.
 bool CRegLibImplDirectory::isReachable() {
-    const CCritSecGuard guard(*m_pLock, __LINE__);
+    const CCritSecGuard guard(m_lock, __LINE__);
     return !hasNotifier() || m_pNotificationSemaphore.load()->isOwner();
 }
 
@@ -124,7 +124,7 @@ void CRegLibImplDirectory::startNotifier() {
 void CRegLibImplDirectory::StopRegistryChangeNotifierThread() {
     m_stopRequested.store(1);
     {
-        const CCritSecGuard guard(*m_pLock, __LINE__);
+        const CCritSecGuard guard(m_lock, __LINE__);
         if (!m_notifierProcess.isOfThisProcess()) {
             return;  // a child of fork has nothing to stop, and the semaphore is its parent's
         }
@@ -211,13 +211,13 @@ void CRegLibImplDirectory::serveNotifications() {
 void CRegLibImplDirectory::ownNameAgain() {
     std::unique_ptr<CPSemaphore> semaphore = ownSemaphore(CPSemaphore::kAttempts);
     if (semaphore) {
-        const CCritSecGuard guard(*m_pLock, __LINE__);
+        const CCritSecGuard guard(m_lock, __LINE__);
         semaphore.reset(m_pNotificationSemaphore.exchange(semaphore.release()));
     }
 }
 
 void CRegLibImplDirectory::wakeWatchers() {
-    const CCritSecGuard guard(*m_pLock, __LINE__);
+    const CCritSecGuard guard(m_lock, __LINE__);
     for (const auto& entry : m_mapInstances) {
         CRegLibImpl& store = *entry.second;
         const CCritSecGuard watcherGuard(store.m_watcherLock, __LINE__);
