@@ -241,6 +241,11 @@ bool CFileOps::hasLineBeside(const char* path, char beginning) const {
     return false;
 }
 
+std::size_t CFileOps::sizeOf(std::FILE* file) const {
+    struct stat status {};
+    return ::fstat(::fileno(file), &status) == 0 ? static_cast<std::size_t>(status.st_size) : 0;
+}
+
 bool CFileOps::holdsText(const char* path) const {
     struct stat status {};
     return ::lstat(path, &status) == 0 && S_ISREG(status.st_mode) && status.st_size > 0;

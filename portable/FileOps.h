@@ -58,6 +58,9 @@ public:
     // True for a regular file that has a line with another beginning.
     bool hasLineBeside(const char* path, char beginning) const;
 
+    // In bytes; 0 when it cannot be told.
+    std::size_t sizeOf(std::FILE* file) const;
+
     // True for a regular file that is not empty.
     bool holdsText(const char* path) const;
 };

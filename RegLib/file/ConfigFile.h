@@ -68,6 +68,7 @@ public:
 
     // A text that was read or written had a value.
     void noteValues() { m_hasFileValues = true; }
+    bool hasValues() const { return m_hasFileValues; }
 
     // What a reading brought while a writer was replacing the file. It holds for as long as the path
     // names the file that was read, which is kept open for that.

@@ -1,42 +1,13 @@
 // The exporter, which writes the whole tree, and the dump.
 #include <algorithm>
+#include <cerrno>
+#include <numeric>
 
 #include "RegLib/file/FileStore.h"
-#include "RegLib/file/LineWriter.h"
-#include "RegLib/file/Node.h"
 #include "RegLib/trace/Trace.h"
 #include "portable/FileOps.h"
 
 namespace VQRegLib {
-
-namespace {
-
-using CKeyOrValue = CRegLibImplFile::CKeyOrValue;
-
-bool hasLine(const CKeyOrValue& key) {
-    return key.m_strName != kTreeRootName;
-}
-
-bool hasValue(const CKeyOrValue& root) {
-    const CKeyOrValue* node = &root;
-    while (node && node->m_iIsKey) {
-        node = node->nextShown(root);
-    }
-    return node != nullptr;
-}
-
-std::uint64_t textSize(const CKeyOrValue& root) {
-    std::uint64_t size = 0;
-    for (const CKeyOrValue* key = &root; key; key = key->nextKey(root)) {
-        size += hasLine(*key) ? key->m_strFullName.size() + 1 : 0;
-        for (const auto& child : key->m_mapChildren) {
-            size += child.second->m_iIsKey ? 0 : child.second->m_strValue.size() + 1;
-        }
-    }
-    return size;
-}
-
-}  // namespace
 
 int CRegLibImplFile::ExportConfig() {
     REGLIB_TRACE(eTraceFlow, ">>>CRegLibImplFile::ExportConfig\n");
@@ -49,6 +20,7 @@ int CRegLibImplFile::ExportConfig() {
         return result;
     }
     m_shared.publish();
+    m_pTree->textWasWritten();
     m_file.forgetGlance();
     REGLIB_TRACE(eTraceFlow, "<<<CRegLibImplFile::ExportConfig\n");
     return REGLIB_OK;
@@ -56,14 +28,17 @@ int CRegLibImplFile::ExportConfig() {
 
 // A text that could not be written whole takes nobody's place.
 int CRegLibImplFile::replaceText() {
-    m_ullTextSize = textSize(*m_pRootNode);
+    const std::vector<std::string_view>& pieces = m_pTree->text();
+    const bool hasValues = m_file.hasValues() || m_pTree->hasValue();
+    m_ullTextSize = std::accumulate(
+        pieces.begin(), pieces.end(), std::uint64_t{0},
+        [](std::uint64_t size, std::string_view piece) { return size + piece.size(); });
     std::string openedName;
     const int opened = FileOpen(eWrite, &openedName);
     if (opened < 0) {
         return opened;
     }
-    const bool isWhole = writeTree(openedName);
-    const bool hasValues = hasValue(*m_pRootNode);
+    const bool isWhole = writeText(pieces);
     if (FileClose(isWhole ? eWrite : eRead, openedName) < 0 || !isWhole) {
         CFileOps::current().unlink(openedName.c_str());
         return REGLIB_E_FILE_OPEN;
@@ -74,57 +49,35 @@ int CRegLibImplFile::replaceText() {
     return REGLIB_OK;
 }
 
-// Leaves no half-written file behind when there is no memory for the buffer.
-bool CRegLibImplFile::writeTree(const std::string& openedName) try {
-    CLineWriter writer(this, m_file.file(), static_cast<std::size_t>(m_ullTextSize));
-    ExportConfigHelper(m_pRootNode.get(), writer);
-    return writer.finish();
-} catch (...) {
-    FileClose(eRead, std::string());
-    CFileOps::current().unlink(openedName.c_str());
-    throw;
-}
-
-int CRegLibImplFile::ExportConfigHelper(const CKeyOrValue* node, CLineWriter& writer) {
-    if (!node->m_iIsKey) {
-        writer.line(node->m_strValue);
-        return REGLIB_OK;
+bool CRegLibImplFile::writeText(const std::vector<std::string_view>& pieces) {
+    if (CFileOps::current().writePieces(pieces, m_file.file()) == m_ullTextSize) {
+        return true;
     }
-    for (const CKeyOrValue* key = node; key; key = key->nextKey(*node)) {
-        if (hasLine(*key)) {
-            writer.line(key->m_strFullName);
-        }
-        for (const auto& child : key->m_mapChildren) {
-            if (!child.second->m_iIsKey) {
-                writer.line(child.second->m_strValue);
-            }
-        }
-    }
-    return REGLIB_OK;
+    const int error = errno;
+    REGLIB_TRACE(eTraceAlways, "(Error) CRegLibImplFile:fputs_ (0x%08X), fputs failed, errno %d\n",
+                 traceId(this), error);
+    return false;
 }
 
 void CRegLibImplFile::dump() {
-    DumpConfig(0, m_pRootNode.get());
+    DumpConfig(0, &m_pTree->root());
 }
 
 namespace {
 
-unsigned long levelsBelow(const CKeyOrValue& top, const CKeyOrValue* node) {
-    unsigned long levels = 0;
-    for (; node != &top; node = node->m_pParent) {
-        ++levels;
-    }
-    return levels;
+void dumpText(const char* before, std::string_view text) {
+    std::fputs(before, stdout);
+    std::fwrite(text.data(), 1, text.size(), stdout);
 }
 
-void dumpNode(unsigned long depth, const CKeyOrValue& node) {
-    static constexpr char kBlanks[] =
-        "                                                               ";
-    constexpr unsigned long kLargestIndent = sizeof kBlanks - 1;
-    const char* const indent = kBlanks + kLargestIndent - std::min(2 * depth, kLargestIndent);
-    std::printf("  %sname %s, iskey %d, fullname %s, value %s\n", indent, node.m_strName.c_str(),
-                node.m_iIsKey, node.m_strFullName.c_str(),
-                node.m_iIsKey ? "<key>" : node.m_strValue.c_str());
+void dumpNode(unsigned long depth, const CTree& tree, const CRegLibImplFile::CKeyOrValue& node) {
+    constexpr unsigned long kLargestIndent = 63;
+    std::printf("  %*s", static_cast<int>(std::min(2 * depth, kLargestIndent)), "");
+    dumpText("name ", tree.nameOf(node));
+    std::printf(", iskey %d", node.m_iIsKey);
+    dumpText(", fullname ", node.isKey() ? node.line() : std::string_view());
+    dumpText(", value ", node.isKey() ? "<key>" : node.line());
+    std::fputs("\n", stdout);
 }
 
 }  // namespace
@@ -133,9 +86,9 @@ void CRegLibImplFile::DumpConfig(unsigned long depth, const CKeyOrValue* node) c
     if (depth == 0) {
         std::puts("--dump keys/values");
     }
-    for (const CKeyOrValue* at = node; at; at = at->nextShown(*node)) {
-        dumpNode(depth + levelsBelow(*node, at), *at);
-    }
+    m_pTree->forEachShown(*node, [&](const CKeyOrValue& at, unsigned long below) {
+        dumpNode(depth + below, *m_pTree, at);
+    });
 }
 
 }  // namespace VQRegLib

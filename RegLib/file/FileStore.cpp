@@ -6,7 +6,6 @@
 
 #include "RegLib/base/Guarded.h"
 #include "RegLib/base/ThrowPoint.h"
-#include "RegLib/file/Node.h"
 #include "RegLib/file/Operation.h"
 #include "RegLib/trace/Trace.h"
 #include "portable/FileLink.h"
@@ -44,8 +43,7 @@ CRegLibImplFile::CRegLibImplFile(const char* name, const char* root, CRegLib::LO
                  traceId(this), traceText(name), traceText(root));
     try {
         chooseFile(name);
-        m_pRootNode = makeOrThrow<CKeyOrValue>(eThrowPoint::eNewRootNode, 1, kTreeRootName);
-        m_pPositions = makeOrThrow<CTreePositions>(eThrowPoint::eNewRootNode);
+        m_pTree = makeOrThrow<CTree>(eThrowPoint::eNewRootNode);
         tellOfOlderLibrary();
         m_shared.open();
         std::unique_ptr<CRegKey> rootKey = createRootKey(root);
@@ -121,8 +119,7 @@ CRegLibImplFile::~CRegLibImplFile() {
     m_shared.closeLock();
     std::free(m_pszFileName);
     m_pszFileName = nullptr;
-    m_pRootNode.reset();
-    m_displaced.clear();
+    m_pTree.reset();
     clearAllRecords(true);
     REGLIB_TRACE(eTraceFlow, "<<<CRegLibImplFile::~CRegLibImplFile (0x%08X)\n", traceId(this));
 }

@@ -11,13 +11,12 @@
 #include "RegLib/file/ConfigFile.h"
 #include "RegLib/file/SharedState.h"
 #include "RegLib/store/Store.h"
+#include "RegLib/tree/Tree.h"
 
 namespace VQRegLib {
 
-class CFoldedName;
-class CLineWriter;
 class COperation;
-class CTreePositions;
+struct CMergeResult;
 
 // The name of the top-level key of a store that was opened without one.
 extern char g_szRootKeynameFile[9];
@@ -27,7 +26,7 @@ enum class eUnwinding { eRelease, eKeepLock };
 
 class CRegLibImplFile : public CRegLibImpl {
 public:
-    class CKeyOrValue;
+    using CKeyOrValue = VQRegLib::CKeyOrValue;
 
     enum eFileMode : std::int32_t { eRead = 0, eWrite = 1 };
 
@@ -67,7 +66,9 @@ public:
     int VQRegFindKey(CRegKey* parent, const char* subKey, CRegKey& key, int create, int* exists);
 
     // The header that a key called `name` gets below `parent`, which may be null.
-    static std::string CreateFullName(const CKeyOrValue* parent, const char* name);
+    std::string CreateFullName(const CKeyOrValue* parent, const char* name) const {
+        return m_pTree->fullNameFor(parent, name);
+    }
 
     // The cross-process lock, which who changes something holds; COperation is the way to take it.
     // REGLIB_E_FILE_OPEN when it cannot be had.
@@ -108,7 +109,7 @@ private:
     int commitChange();
     int refuseDuringOthersUpdate() const;
     int readAnew();
-    void moveHandles(const CKeyOrValue& from, CKeyOrValue& to);
+    void freeGoneNodes();
 
     // Import.
     int bringUpToDate(eUnwinding unwinding);
@@ -118,44 +119,33 @@ private:
     int importOpened(std::uint64_t stamp);
     int readOpened();
     int ImportConfigHelper();
-    int ImportCreateKeyHelper(CKeyOrValue** current, std::string_view line);
-    int ImportCreateValueHelper(CKeyOrValue* key, std::string_view line);
+    int noteMerge(const CMergeResult& result);
 
     // Export.
     int replaceText();
-    bool writeTree(const std::string& openedName);
-    int ExportConfigHelper(const CKeyOrValue* node, CLineWriter& writer);
+    bool writeText(const std::vector<std::string_view>& pieces);
     void DumpConfig(unsigned long depth, const CKeyOrValue* node) const;
 
     // Keys.
-    bool lacksKey(CKeyOrValue* node, std::string_view path) const;
+    bool lacksKey(const CKeyOrValue& start, std::string_view path) const;
     int openPath(const CRegKey& start, std::string_view path, CRegKey& key, int create,
                  int& exists);
     int walkPath(CKeyOrValue* node, std::string_view path, CRegKey& key, int create, int& exists);
-    CKeyOrValue* addKey(CKeyOrValue* parent, std::string_view name, const CFoldedName& folded);
-    void issueHandle(CKeyOrValue* node, std::string_view name, CRegKey& key);
-    void unlinkKey(CKeyOrValue* node);
+    void issueHandle(CKeyOrValue& node, std::string_view name, CRegKey& key);
+    void deleteNode(CKeyOrValue& node);
 
     // Change handlers; defined in instance/ChangeHandlers.cpp with the two operations above.
     CRegWatcherThread* watcherForHandlers();
 
     // Values.
-    template <typename Compose>
-    int setValue(CRegKey& key, const char* name, CRegLib::eDataType type, Compose&& compose,
-                 int* changed);
-    int storeLine(const COperation& operation, const char* name, CRegLib::eDataType type,
-                  std::string&& line, int& changed);
+    template <typename Data>
+    int setValue(CRegKey& key, const char* name, const Data& data, int* changed);
+    template <typename Data>
+    int changeValue(COperation& operation, CRegKey& key, const char* name, const Data& data,
+                    int& changed);
     std::string countedSpelling(CRegKey& key, const char* name);
 
-    // Nodes that leave the tree: discard frees one as soon as nothing can refer to it, displace
-    // keeps one alive whose handles shall go on working.
-    void discard(std::unique_ptr<CKeyOrValue> node);
-    void displace(std::unique_ptr<CKeyOrValue> node);
-    void orphanHandles(const CKeyOrValue& top);
-    void makeRoomForDisplaced();
-    bool isAboveDisplaced(const CKeyOrValue& node) const;
-
-    std::unique_ptr<CKeyOrValue> m_pRootNode;
+    std::unique_ptr<CTree> m_pTree;
     CConfigFile m_file{this};
     CSharedState m_shared{this, m_file};
 
@@ -164,8 +154,6 @@ private:
     bool m_isTreeAhead = false;     // it has changes of an update that this process must not write
     bool m_isReadCutShort = false;  // the last reading ended in an error: the tree is not whole
     std::uint64_t m_ullTextSize = 0;  // for which the next FileOpen for writing makes room
-    std::vector<std::unique_ptr<CKeyOrValue>> m_displaced;
-    std::unique_ptr<CTreePositions> m_pPositions;
 };
 
 }  // namespace VQRegLib

@@ -1,7 +1,6 @@
 // The file store's key operations.
 #include "RegLib/base/FoldedName.h"
 #include "RegLib/base/Guarded.h"
-#include "RegLib/file/Node.h"
 #include "RegLib/file/Operation.h"
 #include "RegLib/text/KeyPath.h"
 #include "RegLib/trace/Trace.h"
@@ -17,7 +16,8 @@ CRegKey* CRegLibImplFile::RootKey() const {
 void CRegLibImplFile::deleteKeyHandle(unsigned long /*handleId*/) {}
 
 CRegLibImplFile::CKeyOrValue* CRegLibImplFile::nodeOf(const CRegKey& key) const {
-    return static_cast<CKeyOrValue*>(m_handles.nodeOf(CRegKeyAccess::id(key)));
+    auto* const node = static_cast<CKeyOrValue*>(m_handles.nodeOf(CRegKeyAccess::id(key)));
+    return node && node->m_state != CKeyOrValue::eGone ? node : nullptr;
 }
 
 int CRegLibImplFile::VQRegCreateKey(CRegKey* parent, const char* subKey, CRegKey& key, int create,
@@ -62,18 +62,19 @@ int CRegLibImplFile::openPath(const CRegKey& start, std::string_view path, CRegK
     }
     return operation.change([&] {
         CKeyOrValue* const found = nodeOf(start);
-        CKeyOrValue* const node = found ? found : m_pRootNode.get();
+        CKeyOrValue& node = found ? *found : m_pTree->root();
         if (create && !operation.isLocked() && lacksKey(node, path)) {
             return COperation::kNeedsLock;
         }
-        return walkPath(node, path, key, create, exists);
+        return walkPath(&node, path, key, create, exists);
     });
 }
 
-bool CRegLibImplFile::lacksKey(CKeyOrValue* node, std::string_view path) const {
+bool CRegLibImplFile::lacksKey(const CKeyOrValue& start, std::string_view path) const {
+    const CKeyOrValue* node = &start;
     CKeyPath rest(path);
-    for (std::string_view name; node && node->m_iIsKey && rest.next(name);) {
-        node = node->findChild(CFoldedName(name).view());
+    for (std::string_view name; node && node->isKey() && rest.next(name);) {
+        node = m_pTree->findChild(*node, CFoldedName(name));
     }
     return !node;
 }
@@ -86,8 +87,8 @@ int CRegLibImplFile::walkPath(CKeyOrValue* node, std::string_view path, CRegKey&
     for (std::string_view name; rest.next(name);) {
         result = guarded([&] {
             const CFoldedName folded(name);
-            CKeyOrValue* child = node->findChild(folded.view());
-            if (child && !child->m_iIsKey) {
+            CKeyOrValue* child = m_pTree->findChild(*node, folded);
+            if (child && !child->isKey()) {
                 return REGLIB_E_NOT_A_KEY;
             }
             // Only now: after a failure the rest of the path is still looked up in the last key
@@ -100,10 +101,10 @@ int CRegLibImplFile::walkPath(CKeyOrValue* node, std::string_view path, CRegKey&
                     return REGLIB_E_KEY_NOT_FOUND;
                 }
                 exists = 0;
-                child = addKey(node, name, folded);
+                child = &m_pTree->addKey(*node, name, folded);
                 changed = true;
             }
-            issueHandle(child, name, key);
+            issueHandle(*child, name, key);
             node = child;
             return REGLIB_OK;
         });
@@ -111,23 +112,14 @@ int CRegLibImplFile::walkPath(CKeyOrValue* node, std::string_view path, CRegKey&
     return result >= 0 && changed ? commitChange() : result;
 }
 
-CRegLibImplFile::CKeyOrValue* CRegLibImplFile::addKey(CKeyOrValue* parent, std::string_view name,
-                                                      const CFoldedName& folded) {
-    auto node = std::make_unique<CKeyOrValue>(1, std::string(name));
-    node->m_strFullName = CreateFullName(parent, node->m_strName.c_str());
-    m_pPositions->forget();
-    return parent->addChild(parent->m_mapChildren.lower_bound(folded.view()), folded.view(),
-                            std::move(node));
-}
-
 // Every level of a path gets a record and an id. One that is replaced by the next level had no
 // reference yet and stays in the table, as does its id.
-void CRegLibImplFile::issueHandle(CKeyOrValue* node, std::string_view name, CRegKey& key) {
+void CRegLibImplFile::issueHandle(CKeyOrValue& node, std::string_view name, CRegKey& key) {
     const std::string keyName(name);
+    const std::string fullName(node.line());
     auto record = std::make_unique<CRegKeyImplFile>();
     try {
-        setKeyInfo(record.get(), node->m_strFullName.c_str(), keyName.c_str(), node,
-                   &node->m_ulKeyHandleID);
+        setKeyInfo(record.get(), fullName.c_str(), keyName.c_str(), &node, &node.m_ulKeyHandleID);
         CRegKeyAccess::release(key);
     } catch (const VQException&) {
         // The table lists it; no handle ever will.
@@ -150,39 +142,37 @@ int CRegLibImplFile::VQRegDeleteKey(CRegKey& key, const char* subKey) {
             if (opened < 0) {
                 return opened;
             }
-            if (!operation.key()->m_mapChildren.empty()) {
+            if (m_pTree->hasChildren(*operation.key())) {
                 return REGLIB_E_KEY_NOT_EMPTY;
             }
             if (!operation.isLocked()) {
                 return COperation::kNeedsLock;
             }
-            unlinkKey(operation.key());
+            deleteNode(*operation.key());
             return commitChange();
         });
     });
 }
 
-// A key that a value has displaced is in no parent's map any more; it only loses its handles.
-void CRegLibImplFile::unlinkKey(CKeyOrValue* node) {
-    makeRoomForDisplaced();
-    auto& siblings = node->m_pParent->m_mapChildren;
-    const auto at = siblings.find(CFoldedName(node->m_strName).view());
-    std::unique_ptr<CKeyOrValue> owned;
-    if (at != siblings.end() && at->second.get() == node) {
-        owned = std::move(at->second);
-        siblings.erase(at);
-    }
-    const std::uint32_t id = node->m_ulKeyHandleID;
+// Other handles on the key stay registered, and find that its node is gone.
+void CRegLibImplFile::deleteNode(CKeyOrValue& node) {
+    const std::uint32_t id = node.m_ulKeyHandleID;
     deleteKeyHandle(id);
     // The handle that found the key holds no reference: without an owner its record goes with it.
     if (CRegKeyImpl* const record = m_handles.recordOf(id)) {
         record->m_pRegLibImpl = nullptr;
     }
     m_handles.retire(id);
-    if (owned) {
-        discard(std::move(owned));
-    } else {
-        orphanHandles(*node);
+    m_pTree->remove(node);
+    freeGoneNodes();
+}
+
+// Now and then, so that it costs little each time.
+void CRegLibImplFile::freeGoneNodes() {
+    constexpr std::size_t kMost = 64;
+    if (m_pTree->gone() > kMost + m_pTree->size() / 8) {
+        m_pTree->forEachGone([this](const CKeyOrValue& node) { m_handles.orphan(&node); });
+        m_pTree->sweep();
     }
 }
 
@@ -193,11 +183,11 @@ int CRegLibImplFile::VQRegEnumKeys(CRegKey& key, int index, std::string& name) {
         if (result < 0) {
             return result;
         }
-        const CKeyOrValue* const child = m_pPositions->find(*operation.key(), 1, index);
+        const CKeyOrValue* const child = m_pTree->childOfKind(*operation.key(), true, index);
         if (!child) {
             return REGLIB_E_NO_MORE_ITEMS;
         }
-        name = child->m_strName;
+        name = m_pTree->nameOf(*child);
         return REGLIB_OK;
     });
 }

@@ -39,7 +39,7 @@ int COperation::findKey(const CRegKey& key) {
     if (!m_pKey) {
         return REGLIB_E_INVALID_HANDLE;
     }
-    return m_pKey->m_iIsKey ? REGLIB_OK : REGLIB_E_NOT_A_KEY;
+    return m_pKey->isKey() ? REGLIB_OK : REGLIB_E_NOT_A_KEY;
 }
 
 int COperation::findValue(const CRegKey& key, const char* name) {
@@ -48,8 +48,8 @@ int COperation::findValue(const CRegKey& key, const char* name) {
         return result;
     }
     m_name.emplace(name);
-    m_pValue = m_pKey->findChild(m_name->view());
-    return m_pValue && m_pValue->m_iIsKey ? REGLIB_E_NOT_A_VALUE : REGLIB_OK;
+    m_pValue = m_store.m_pTree->findChild(*m_pKey, *m_name);
+    return m_pValue && m_pValue->isKey() ? REGLIB_E_NOT_A_VALUE : REGLIB_OK;
 }
 
 int COperation::findExistingValue(const CRegKey& key, const char* name) {

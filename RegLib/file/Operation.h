@@ -6,7 +6,6 @@
 
 #include "RegLib/base/FoldedName.h"
 #include "RegLib/file/FileStore.h"
-#include "RegLib/file/Node.h"
 
 namespace VQRegLib {
 

@@ -2,8 +2,9 @@
 #include <utility>
 
 #include "RegLib/base/Guarded.h"
-#include "RegLib/file/Node.h"
+#include "RegLib/file/FileSource.h"
 #include "RegLib/file/Operation.h"
+#include "RegLib/tree/Merge.h"
 
 namespace VQRegLib {
 
@@ -87,47 +88,22 @@ void CRegLibImplFile::dropInheritedUpdate() {
     m_critSec.forgetInherited();
 }
 
-// Reads the file into a tree of its own, which then takes the place of the old one. Until that is
-// sure to succeed nothing is changed.
+// Reads the file into a tree of its own first, to know what the old one has beyond that, and whether
+// the file can be read at all. Handles keep their nodes.
 int CRegLibImplFile::readAnew() {
-    auto old = std::make_unique<CKeyOrValue>(1, kTreeRootName);
-    old.swap(m_pRootNode);
-    const auto putBack = [&] { old.swap(m_pRootNode); };
-    try {
-        const int result = ImportConfigHelper();
-        if (result != REGLIB_E_END_OF_FILE || m_isReadCutShort) {
-            putBack();
-            return result;
-        }
-        moveHandles(*old, *m_pRootNode);
-        makeRoomForDisplaced();
-    } catch (...) {
-        putBack();
-        throw;
+    CTree fresh;
+    CFileSource source(m_file.file());
+    int result = noteMerge(mergeText(fresh, source));
+    if (result != REGLIB_E_END_OF_FILE || m_isReadCutShort) {
+        return result;
     }
-    m_isTreeAhead = false;
-    discard(std::move(old));  // what has no counterpart loses its handles
-    return REGLIB_E_END_OF_FILE;
-}
-
-// Finds all pairs first: moving needs no memory then, and is done wholly or not at all.
-void CRegLibImplFile::moveHandles(const CKeyOrValue& from, CKeyOrValue& to) {
-    std::vector<std::pair<const CKeyOrValue*, CKeyOrValue*>> pairs{{&from, &to}};
-    for (std::size_t at = 0; at < pairs.size(); ++at) {
-        const auto [old, fresh] = pairs[at];
-        for (const auto& child : old->m_mapChildren) {
-            CKeyOrValue* const counterpart = fresh->findChild(child.first);
-            if (counterpart && counterpart->m_iIsKey == child.second->m_iIsKey) {
-                pairs.emplace_back(child.second.get(), counterpart);
-            }
-        }
-    }
-    for (const auto& [old, fresh] : pairs) {
-        if (old->m_ulKeyHandleID != 0) {
-            fresh->m_ulKeyHandleID = old->m_ulKeyHandleID;
-            m_handles.move(old, fresh);
-        }
-    }
+    m_pTree->reduceTo(fresh);
+    source.rewind();
+    source.beQuiet();
+    result = noteMerge(mergeText(*m_pTree, source));
+    m_isTreeAhead = result != REGLIB_E_END_OF_FILE || m_isReadCutShort;
+    freeGoneNodes();
+    return result;
 }
 
 // What an operation calls when it has changed the tree.

@@ -1,7 +1,6 @@
 // The file store's value operations.
 #include "RegLib/base/FoldedName.h"
 #include "RegLib/base/Guarded.h"
-#include "RegLib/file/Node.h"
 #include "RegLib/file/Operation.h"
 #include "RegLib/text/LineFormat.h"
 #include "RegLib/text/ValueData.h"
@@ -11,41 +10,51 @@ namespace VQRegLib {
 
 namespace {
 
-// Where a line takes the name of an existing value from.
-enum class eSpelling { eOfNode, eCounted };
+// The data of a value: whether a line says them already, and the line that does. Numbers keep the
+// stored spelling of the name in the line; texts and bytes take the caller's. Files in the field
+// depend on both.
+struct CDword {
+    static constexpr CRegLib::eDataType kType = CRegLib::eDword;
+    static constexpr bool kKeepsSpelling = true;
+    std::uint32_t number;
+
+    bool isIn(std::string_view line, std::string_view name) const {
+        return isDwordLine(line, name, number);
+    }
+    std::string line(std::string_view name) const { return composeDwordLine(name, number); }
+};
+
+struct CText {
+    static constexpr CRegLib::eDataType kType = CRegLib::eString;
+    static constexpr bool kKeepsSpelling = false;
+    std::string_view text;
+
+    bool isIn(std::string_view line, std::string_view name) const {
+        return isStringLine(line, name, text);
+    }
+    std::string line(std::string_view name) const { return composeStringLine(name, text); }
+};
+
+struct CBytes {
+    static constexpr CRegLib::eDataType kType = CRegLib::eBinary;
+    static constexpr bool kKeepsSpelling = false;
+    const unsigned char* data;
+    std::size_t size;
+
+    bool isIn(std::string_view line, std::string_view name) const {
+        return isBinaryLine(line, name, data, size);
+    }
+    std::string line(std::string_view name) const { return composeBinaryLine(name, data, size); }
+};
 
 }  // namespace
 
-// `compose` makes the line from the operation, which knows the value if there is one already. It is
-// called a second time where somebody follows the call flow: then it may count through the values.
-template <typename Compose>
-int CRegLibImplFile::setValue(CRegKey& key, const char* name, CRegLib::eDataType type,
-                              Compose&& compose, int* changed) {
+template <typename Data>
+int CRegLibImplFile::setValue(CRegKey& key, const char* name, const Data& data, int* changed) {
     int stored = 0;
     const int result = guarded([&] {
         COperation operation(*this);
-        return operation.change([&] {
-            const int opened = operation.findValue(key, name);
-            if (opened < 0) {
-                return opened;
-            }
-            const CKeyOrValue* const value = operation.value();
-            std::string line = compose(operation, eSpelling::eOfNode);
-            const bool isSame = value && value->m_strValue == line && value->m_eDataType == type;
-            if (!isSame && !operation.isLocked()) {
-                return COperation::kNeedsLock;
-            }
-            if (traceFor(eTraceFlow)) {
-                line = compose(operation, eSpelling::eCounted);
-                // The counting brings imports, which may have replaced the node.
-                const int again = operation.findValue(key, name);
-                if (again < 0) {
-                    return again;
-                }
-            }
-            return isSame ? refuseDuringOthersUpdate()
-                          : storeLine(operation, name, type, std::move(line), stored);
-        });
+        return operation.change([&] { return changeValue(operation, key, name, data, stored); });
     });
     if (changed) {
         *changed = stored;
@@ -55,18 +64,40 @@ int CRegLibImplFile::setValue(CRegKey& key, const char* name, CRegLib::eDataType
 
 // The line is complete before anything is linked: a new node without one would break the file for
 // everybody.
-int CRegLibImplFile::storeLine(const COperation& operation, const char* name,
-                               CRegLib::eDataType type, std::string&& line, int& changed) {
-    CKeyOrValue* value = operation.value();
-    if (!value) {
-        m_pPositions->forget();
-        CKeyOrValue* const key = operation.key();
-        const std::string_view folded = operation.foldedName().view();
-        value = key->addChild(key->m_mapChildren.lower_bound(folded), folded,
-                              std::make_unique<CKeyOrValue>(0, name));
+template <typename Data>
+int CRegLibImplFile::changeValue(COperation& operation, CRegKey& key, const char* name,
+                                 const Data& data, int& changed) {
+    int opened = operation.findValue(key, name);
+    if (opened < 0) {
+        return opened;
     }
-    value->m_strValue = std::move(line);
-    value->m_eDataType = type;
+    const CKeyOrValue* const old = operation.value();
+    const bool keepsSpelling = old && Data::kKeepsSpelling;
+    const bool isSame = old && old->m_eDataType == Data::kType &&
+                        data.isIn(old->line(), keepsSpelling ? m_pTree->nameOf(*old) : name);
+    if (!isSame && !operation.isLocked()) {
+        return COperation::kNeedsLock;
+    }
+    std::string spelling;
+    if (keepsSpelling && traceFor(eTraceFlow)) {
+        spelling = countedSpelling(key, name);
+        // The counting brings imports, which may have replaced the node.
+        opened = operation.findValue(key, name);
+        if (opened < 0) {
+            return opened;
+        }
+    }
+    if (isSame) {
+        return refuseDuringOthersUpdate();
+    }
+    CKeyOrValue* const value = operation.value();
+    if (!value) {
+        m_pTree->addValue(*operation.key(), name, operation.foldedName(), Data::kType,
+                          data.line(name));
+    } else {
+        const std::string_view kept = spelling.empty() ? m_pTree->nameOf(*value) : spelling;
+        m_pTree->setValue(*value, Data::kType, data.line(keepsSpelling ? kept : name));
+    }
     changed = 1;
     return commitChange();
 }
@@ -86,36 +117,19 @@ std::string CRegLibImplFile::countedSpelling(CRegKey& key, const char* name) {
     return candidate;
 }
 
-// Numbers keep the stored spelling of the name in the line; texts and bytes take the caller's.
-// Files in the field depend on both.
 int CRegLibImplFile::VQRegSetValue(CRegKey& key, const char* valueName, unsigned long value,
                                    int* changed) {
-    const auto compose = [&](const COperation& operation, eSpelling spelling) {
-        const auto number = static_cast<std::uint32_t>(value);
-        if (!operation.value()) {
-            return composeDwordLine(valueName, number);
-        }
-        return composeDwordLine(spelling == eSpelling::eCounted ? countedSpelling(key, valueName)
-                                                                : operation.value()->m_strName,
-                                number);
-    };
-    return setValue(key, valueName, CRegLib::eDword, compose, changed);
+    return setValue(key, valueName, CDword{static_cast<std::uint32_t>(value)}, changed);
 }
 
 int CRegLibImplFile::VQRegSetValue(CRegKey& key, const char* valueName, const char* value,
                                    int* changed) {
-    const auto compose = [&](const COperation&, eSpelling) {
-        return composeStringLine(valueName, value);
-    };
-    return setValue(key, valueName, CRegLib::eString, compose, changed);
+    return setValue(key, valueName, CText{value}, changed);
 }
 
 int CRegLibImplFile::VQRegSetValue(CRegKey& key, const char* valueName, const unsigned char* data,
                                    unsigned long size, int* changed) {
-    const auto compose = [&](const COperation&, eSpelling) {
-        return composeBinaryLine(valueName, data, size);
-    };
-    return setValue(key, valueName, CRegLib::eBinary, compose, changed);
+    return setValue(key, valueName, CBytes{data, size}, changed);
 }
 
 int CRegLibImplFile::VQRegQueryValue(CRegKey& key, const char* valueName, CRegLib::eDataType& type,
@@ -126,9 +140,11 @@ int CRegLibImplFile::VQRegQueryValue(CRegKey& key, const char* valueName, CRegLi
         COperation operation(*this, eUnwinding::eKeepLock);
         result = operation.findExistingValue(key, valueName);
         if (result >= 0) {
-            type = operation.value()->m_eDataType;
-            result =
-                giveData(operation.value()->m_strValue, type, {buffer, buffer ? *size : 0, size});
+            CKeyOrValue& value = *operation.value();
+            type = value.type();
+            const CDataBuffer room{buffer, buffer ? *size : 0, size};
+            result = type == CRegLib::eDword ? giveNumber(m_pTree->dwordOf(value), room)
+                                             : giveData(value.line(), type, room);
         }
     } catch (...) {
         // The answer is what was known by then, and the lock stays taken until this thread ends or
@@ -144,7 +160,7 @@ int CRegLibImplFile::VQRegQueryValueType(CRegKey& key, const char* valueName,
         COperation operation(*this);
         const int result = operation.findExistingValue(key, valueName);
         if (result >= 0) {
-            type = operation.value()->m_eDataType;
+            type = operation.value()->type();
         }
         return result;
     });
@@ -161,12 +177,8 @@ int CRegLibImplFile::VQRegDeleteValue(CRegKey& key, const char* valueName) {
             if (!operation.isLocked()) {
                 return COperation::kNeedsLock;
             }
-            makeRoomForDisplaced();
-            auto& siblings = operation.key()->m_mapChildren;
-            const auto at = siblings.find(operation.foldedName().view());
-            std::unique_ptr<CKeyOrValue> owned = std::move(at->second);
-            siblings.erase(at);
-            discard(std::move(owned));
+            m_pTree->remove(*operation.value());
+            freeGoneNodes();
             return commitChange();
         });
     });
@@ -180,12 +192,12 @@ int CRegLibImplFile::VQRegEnumValues(CRegKey& key, int index, std::string& name,
         if (result < 0) {
             return result;
         }
-        const CKeyOrValue* const child = m_pPositions->find(*operation.key(), 0, index);
+        const CKeyOrValue* const child = m_pTree->childOfKind(*operation.key(), false, index);
         if (!child) {
             return REGLIB_E_NO_MORE_ITEMS;
         }
-        name = child->m_strName;
-        type = child->m_eDataType;
+        name = m_pTree->nameOf(*child);
+        type = child->type();
         return REGLIB_OK;
     });
 }

@@ -23,6 +23,7 @@ public:
     // text that the tree keeps.
     std::string_view line() const { return {m_pLine, m_lineSize}; }
     bool isKey() const { return m_iIsKey != 0; }
+    CRegLib::eDataType type() const { return static_cast<CRegLib::eDataType>(m_eDataType); }
 
     const char* m_pLine = "";
     std::uint32_t m_lineSize = 0;
@@ -40,7 +41,7 @@ public:
         std::uint32_t m_dword;              // of a value, when m_isDecoded
     };
     std::int8_t m_iIsKey = 0;  // 1 for a key, 0 for a value
-    std::uint8_t m_type = CRegLib::eNone;
+    std::uint8_t m_eDataType = CRegLib::eNone;
     bool m_isDecoded = false;  // m_dword is the value's number
 
     enum eState : std::uint8_t {

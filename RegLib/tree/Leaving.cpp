@@ -80,6 +80,44 @@ void CTree::sweep() {
     });
 }
 
+// What may fail comes first again; keys that have been renamed by then are named as they should be.
+void CTree::reduceTo(const CTree& other) {
+    std::vector<std::pair<CKeyOrValue*, const CKeyOrValue*>> pairs{{&root(), &other.root()}};
+    std::vector<CKeyOrValue*> missing;
+    m_isOrdered = m_isFileText = false;
+    for (std::size_t at = 0; at < pairs.size(); ++at) {
+        const auto [mine, its] = pairs[at];
+        for (const bool isKey : {false, true}) {
+            const CSiblings& among = siblings(*mine, isKey);
+            for (std::size_t index = 0; index < among.size(); ++index) {
+                CKeyOrValue& child = node(among.at(index));
+                const CKeyOrValue* const counterpart =
+                    other.findChild(*its, CFoldedName(nameOf(child)));
+                if (!counterpart || counterpart->isKey() != isKey) {
+                    missing.push_back(&child);
+                } else {
+                    pairs.emplace_back(&child, counterpart);
+                }
+            }
+        }
+    }
+    for (const auto& [mine, its] : pairs) {
+        if (mine->isKey() && (mine->line() != its->line() || nameOf(*mine) != other.nameOf(*its))) {
+            takeName(*mine, other, *its);
+        }
+    }
+    for (CKeyOrValue* const lacking : missing) {
+        remove(*lacking);
+    }
+}
+
+void CTree::takeName(CKeyOrValue& key, const CTree& other, const CKeyOrValue& from) {
+    const std::string_view line(m_text.keep(from.line()), from.m_lineSize);
+    const bool isApart = from.m_nameAt == CKeyOrValue::kNameApart;
+    nameInLine(key, line,
+               isApart ? other.nameOf(from) : line.substr(from.m_nameAt, from.m_nameSize));
+}
+
 bool CTree::hasHandlesBelow(const CKeyOrValue& top) const {
     std::vector<NodeNumber> left{top.m_number};
     while (!left.empty()) {

@@ -26,7 +26,7 @@ bool CTree::isReadBack(const CKeyOrValue& of) const {
     if (!of.isKey()) {
         CValueLine parts;
         return parseValueLine(of.line(), parts) >= 0 && parts.name == nameOf(of) &&
-               parts.type == of.m_type;
+               parts.type == of.m_eDataType;
     }
     std::string_view path;
     const CKeyOrValue* at = &root();

@@ -113,7 +113,7 @@ void CTree::useLine(CKeyOrValue& value, std::string_view line, std::string_view 
         m_namesApart.erase(value.m_number);
     }
     nameInLine(value, line, name);
-    value.m_type = static_cast<std::uint8_t>(type);
+    value.m_eDataType = static_cast<std::uint8_t>(type);
     value.m_isDecoded = false;
 }
 
@@ -177,7 +177,7 @@ CKeyOrValue& CTree::addValue(CKeyOrValue& parent, std::string_view name, const C
                              CRegLib::eDataType type, std::string_view line) {
     checkSize(line);
     CNewNode made(*this);
-    made->m_type = static_cast<std::uint8_t>(type);
+    made->m_eDataType = static_cast<std::uint8_t>(type);
     const std::string_view kept(m_text.keep(line), line.size());
     const bool isInside = kept.size() > name.size() && kept.substr(1, name.size()) == name;
     nameInLine(*made, kept, isInside ? kept.substr(1, name.size()) : name);
@@ -212,7 +212,7 @@ void CTree::setValue(CKeyOrValue& value, CRegLib::eDataType type, std::string_vi
     if (isInside && isNamedApart) {
         m_namesApart.erase(value.m_number);
     }
-    value.m_type = static_cast<std::uint8_t>(type);
+    value.m_eDataType = static_cast<std::uint8_t>(type);
     value.m_isDecoded = false;
     m_isFileText = false;
     m_isFaithful = m_isFaithful && isReadBack(value);

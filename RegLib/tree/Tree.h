@@ -83,8 +83,19 @@ public:
     // Takes a node out of the tree, with all below it. It may be a displaced one.
     void remove(CKeyOrValue& top);
 
+    // Takes out whatever another tree does not have, and names the keys that both have as it does.
+    void reduceTo(const CTree& other);
+
     // Nodes that are gone and not yet freed.
     std::size_t gone() const { return m_gone; }
+    template <typename Use>
+    void forEachGone(Use&& use) const {
+        m_nodes.forEach([&](const CKeyOrValue& of) {
+            if (of.m_state == CKeyOrValue::eGone) {
+                use(of);
+            }
+        });
+    }
     void sweep();  // frees them: no handle refers to any of them
 
     std::size_t displaced() const { return m_displaced.size(); }
@@ -152,6 +163,7 @@ private:
     void letGo(CKeyOrValue& top);
     void free(CKeyOrValue& of);
     CKeyOrValue& lastLeaf(CKeyOrValue& top) const;
+    void takeName(CKeyOrValue& key, const CTree& other, const CKeyOrValue& from);
     bool hasHandlesBelow(const CKeyOrValue& top) const;
     bool isAboveDisplaced(const CKeyOrValue& of) const;
 

@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "RegLib/file/FileStore.h"
-#include "RegLib/file/Node.h"
 #include "RegLib/trace/Trace.h"
 #include "support/Results.h"
 #include "support/TempStore.h"
@@ -24,7 +23,12 @@ public:
 
     explicit CFileStoreProbe(CRegLibImplFile& store) : m_store(store) {}
 
-    CKeyOrValue& treeRoot() const { return *m_store.m_pRootNode; }
+    CTree& tree() const { return *m_store.m_pTree; }
+    CKeyOrValue& treeRoot() const { return tree().root(); }
+    std::string nameOf(const CKeyOrValue& node) const { return std::string(tree().nameOf(node)); }
+    std::size_t childrenOf(const CKeyOrValue& node) const {
+        return tree().countOfKind(node, true) + tree().countOfKind(node, false);
+    }
     std::uint64_t& localStamp() const { return m_store.m_shared.m_ullLocalChangeStamp; }
     std::uint64_t sharedStamp() const { return m_store.m_shared.stamp(); }
     void setSharedStamp(std::uint64_t stamp) const {
@@ -39,15 +43,15 @@ public:
     /// As another process's write does.
     void moveStamp() const { setSharedStamp(sharedStamp() + 2); }
     bool isFileOpen() const { return m_store.m_file.isOpen(); }
-    std::size_t displaced() const { return m_store.m_displaced.size(); }
+    std::size_t displaced() const { return tree().displaced(); }
     bool isLocked() const { return m_store.m_shared.m_pMutex->holder().pid != 0; }
     int importLines() const { return m_store.ImportConfigHelper(); }
 
     /// A node by the folded names on its way from the tree root; null when it is missing.
     CKeyOrValue* node(const std::vector<std::string>& foldedNames) const {
-        CKeyOrValue* at = m_store.m_pRootNode.get();
+        CKeyOrValue* at = &treeRoot();
         for (const std::string& name : foldedNames) {
-            at = at ? at->findChild(name) : nullptr;
+            at = at ? tree().findChild(*at, CFoldedName(name)) : nullptr;
         }
         return at;
     }

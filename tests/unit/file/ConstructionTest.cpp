@@ -53,10 +53,10 @@ TEST_F(Construction, MakesTheFileWithTheTopLevelKey) {
     EXPECT_EQ(store->m_pRootKeyImpl, CRegKeyAccess::record(*store->RootKey()));
     EXPECT_EQ(store->m_pRootKeyImpl->m_lRefCount.load(), 1);
     const CFileStoreProbe probe(*store);
-    EXPECT_EQ(probe.treeRoot().m_strName, "<root>");
+    EXPECT_EQ(probe.nameOf(probe.treeRoot()), "<root>");
     EXPECT_EQ(probe.treeRoot().m_iIsKey, 1);
-    EXPECT_EQ(probe.treeRoot().m_strFullName, "");
-    EXPECT_EQ(probe.treeRoot().m_pParent, nullptr);
+    EXPECT_EQ(probe.treeRoot().line(), "");
+    EXPECT_EQ(probe.tree().parentOf(probe.treeRoot()), nullptr);
     EXPECT_EQ(probe.localStamp(), probe.sharedStamp());
     EXPECT_NE(probe.sharedStamp(), 0u);
     EXPECT_FALSE(probe.isLocked());

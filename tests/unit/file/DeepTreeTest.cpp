@@ -62,7 +62,7 @@ TEST_F(DeepTree, MayBeDeeperInMemoryThanAnyLine) {
         const auto store = open();
         CRegKey key;
         ASSERT_EQ(createKey(*store, deepPath(5 * kLevels).c_str(), key), REGLIB_OK);
-        EXPECT_EQ(CFileStoreProbe(*store).treeRoot().m_mapChildren.size(), 1u);
+        EXPECT_EQ(CFileStoreProbe(*store).childrenOf(CFileStoreProbe(*store).treeRoot()), 1u);
     });
 }
 

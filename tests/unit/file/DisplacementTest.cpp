@@ -102,10 +102,10 @@ TEST_F(Displacement, AKeyLineThatNamesAValueMakesItTheCurrentKey) {
     const auto* const value = probe.node({"velquist", "v"});
     ASSERT_NE(value, nullptr);
     EXPECT_EQ(value->m_iIsKey, 0);
-    EXPECT_EQ(value->m_strValue, "\"v\"=string:x");
+    EXPECT_EQ(value->line(), "\"v\"=string:x");
     const auto* const inner = probe.node({"velquist", "v", "inner"});
     ASSERT_NE(inner, nullptr);
-    EXPECT_EQ(inner->m_pParent, value);
+    EXPECT_EQ(probe.tree().parentOf(*inner), value);
     EXPECT_EQ(get(*store, root, "v"), Value::ofText("x"));
 }
 
@@ -144,7 +144,7 @@ TEST_F(Displacement, ValuesThatAreReadAgainKeepTheirNodes) {
     EXPECT_EQ(probe.node({"velquist", "a"}), before);
     EXPECT_EQ(get(*store, root, "a"), Value::ofDword(7));
     EXPECT_EQ(probe.displaced(), 0u);
-    EXPECT_EQ(probe.node({"velquist"})->m_mapChildren.size(), 2u);
+    EXPECT_EQ(probe.childrenOf(*probe.node({"velquist"})), 2u);
 }
 
 TEST_F(Displacement, AHandleOnAValueIsNotAKey) {

@@ -83,10 +83,8 @@ TEST_F(Export, WritesALargeTreeInFewBlocks) {
     std::string expected = "[Velquist]\n";
     for (int i = 100; i < 500; ++i) {
         const std::string name = "v" + std::to_string(i);
-        probe.node({"velquist"})
-            ->addChild(probe.node({"velquist"})->m_mapChildren.end(), name,
-                       std::make_unique<CRegLibImplFile::CKeyOrValue>(0, name))
-            ->m_strValue = "\"" + name + "\"=string:" + text;
+        probe.tree().addValue(*probe.node({"velquist"}), name, CFoldedName(name), CRegLib::eString,
+                              "\"" + name + "\"=string:" + text);
         expected += "\"" + name + "\"=string:" + text + "\n";
     }
     const FileOpsFake files;

@@ -30,17 +30,17 @@ protected:
 
     std::string nameOf(const std::vector<std::string>& path) const {
         const auto* const node = probe.node(path);
-        return node ? node->m_strName : "(missing)";
+        return node ? probe.nameOf(*node) : "(missing)";
     }
 
     std::string fullNameOf(const std::vector<std::string>& path) const {
         const auto* const node = probe.node(path);
-        return node ? node->m_strFullName : "(missing)";
+        return node ? std::string(node->line()) : "(missing)";
     }
 
     std::string lineOf(const std::vector<std::string>& path) const {
         const auto* const node = probe.node(path);
-        return node ? node->m_strValue : "(missing)";
+        return node ? std::string(node->line()) : "(missing)";
     }
 
     std::unique_ptr<CRegLibImplFile> store = open();
@@ -54,7 +54,7 @@ TEST_F(Import, AnEmptyFileAddsNothing) {
     EXPECT_EQ(import(""), REGLIB_OK);
     EXPECT_THAT(keyNames(*store, root), IsEmpty());
     EXPECT_THAT(valueNames(*store, root), IsEmpty());
-    EXPECT_EQ(probe.treeRoot().m_mapChildren.size(), 1u);
+    EXPECT_EQ(probe.childrenOf(probe.treeRoot()), 1u);
 }
 
 TEST_F(Import, HappensOnlyWhenTheStampsDiffer) {
@@ -84,10 +84,9 @@ TEST_F(Import, ReadsKeysAndValuesOfAllTypes) {
     const auto* const port = probe.node({"velquist", "network", "port"});
     ASSERT_NE(port, nullptr);
     EXPECT_EQ(port->m_iIsKey, 0);
-    EXPECT_EQ(port->m_strName, "Port");
-    EXPECT_EQ(port->m_strFullName, "");
-    EXPECT_EQ(port->m_strValue, "\"Port\"=dword:00001F90");
-    EXPECT_EQ(port->m_pParent, probe.node({"velquist", "network"}));
+    EXPECT_EQ(probe.nameOf(*port), "Port");
+    EXPECT_EQ(port->line(), "\"Port\"=dword:00001F90");
+    EXPECT_EQ(probe.tree().parentOf(*port), probe.node({"velquist", "network"}));
 }
 
 TEST_F(Import, KeepsWhatTheFileDoesNotHave) {
@@ -227,7 +226,7 @@ TEST_F(Import, KeepsEmptyNamesOfKeys) {
 TEST_F(Import, AKeyLineWithoutNamesTakesNoValues) {
     EXPECT_EQ(import("[Velquist]\n[]\n[Velquist]\n"), REGLIB_OK);
     EXPECT_EQ(import("[Velquist]\n[]\n\"a\"=string:x\n"), REGLIB_E_BAD_FORMAT);
-    EXPECT_EQ(probe.treeRoot().m_mapChildren.size(), 1u);
+    EXPECT_EQ(probe.childrenOf(probe.treeRoot()), 1u);
 }
 
 TEST_F(Import, FindsItsPlaceAmongValuesInAnyOrder) {

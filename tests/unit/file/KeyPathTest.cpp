@@ -228,15 +228,12 @@ TEST_F(KeyPath, TheExistsFlagMayBeNull) {
 }
 
 TEST_F(KeyPath, FullNamesLeaveOutWhoeverIsNamedLikeTheTop) {
-    using Node = CRegLibImplFile::CKeyOrValue;
-    EXPECT_EQ(CRegLibImplFile::CreateFullName(nullptr, "a"), "[a]");
-    EXPECT_EQ(CRegLibImplFile::CreateFullName(&probe.treeRoot(), "a"), "[a]");
-    EXPECT_EQ(CRegLibImplFile::CreateFullName(probe.node({"velquist"}), "<root>"), "[Velquist]");
-    EXPECT_EQ(CRegLibImplFile::CreateFullName(probe.node({"velquist"}), "<Root>"),
-              "[Velquist/<Root>]");
-    Node top(1, "A");
-    Node odd(1, "<root>");
-    odd.m_pParent = &top;
-    EXPECT_EQ(CRegLibImplFile::CreateFullName(&odd, "b"), "[A/b]");
-    EXPECT_EQ(CRegLibImplFile::CreateFullName(&top, ""), "[A/]");
+    const auto* const velquist = probe.node({"velquist"});
+    EXPECT_EQ(store->CreateFullName(nullptr, "a"), "[a]");
+    EXPECT_EQ(store->CreateFullName(&probe.treeRoot(), "a"), "[a]");
+    EXPECT_EQ(store->CreateFullName(velquist, "<root>"), "[Velquist]");
+    EXPECT_EQ(store->CreateFullName(velquist, "<Root>"), "[Velquist/<Root>]");
+    ASSERT_EQ(createKey(*store, "<root>", key), REGLIB_OK);
+    EXPECT_EQ(store->CreateFullName(probe.node({"velquist", "<root>"}), "b"), "[Velquist/b]");
+    EXPECT_EQ(store->CreateFullName(velquist, ""), "[Velquist/]");
 }

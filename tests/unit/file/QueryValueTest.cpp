@@ -37,9 +37,7 @@ protected:
     // Puts that line into the tree as it stands.
     void storeLine(const char* name, const std::string& line, CRegLib::eDataType lineType) {
         setText(*store, root, name, "x");
-        auto* const node = probe.node({"velquist", name});
-        node->m_strValue = line;
-        node->m_eDataType = lineType;
+        probe.tree().setValue(*probe.node({"velquist", name}), lineType, line);
     }
 
     std::unique_ptr<CRegLibImplFile> store = open();
@@ -54,7 +52,7 @@ protected:
 
 TEST_F(QueryValue, ANumberNeedsFourBytes) {
     setNumber(*store, root, "n", 31);
-    EXPECT_EQ(probe.node({"velquist", "n"})->m_strValue, "\"n\"=dword:0000001F");
+    EXPECT_EQ(probe.node({"velquist", "n"})->line(), "\"n\"=dword:0000001F");
     for (const unsigned long capacity : {0ul, 3ul}) {
         EXPECT_EQ(query("n", capacity), REGLIB_E_BUFFER_TOO_SMALL);
         EXPECT_EQ(size, 4u);
@@ -91,7 +89,7 @@ TEST_F(QueryValue, ATextNeedsRoomForItsNul) {
 
 TEST_F(QueryValue, BytesNeedHalfTheirDigits) {
     setBytes(*store, root, "b", "\x01\xAB\x00"s);
-    EXPECT_EQ(probe.node({"velquist", "b"})->m_strValue, "\"b\"=binary:01AB00");
+    EXPECT_EQ(probe.node({"velquist", "b"})->line(), "\"b\"=binary:01AB00");
     for (const unsigned long capacity : {0ul, 2ul}) {
         EXPECT_EQ(query("b", capacity), REGLIB_E_BUFFER_TOO_SMALL);
         EXPECT_EQ(size, 3u);

@@ -59,9 +59,8 @@ TEST_F(SetValue, WritesALineForEachType) {
               "[Velquist]\n\"b\"=binary:01AB00\n\"n\"=dword:0000001F\n\"t\"=string: a\"b:c \n");
     const auto* const node = probe.node({"velquist", "n"});
     EXPECT_EQ(node->m_iIsKey, 0);
-    EXPECT_EQ(node->m_strFullName, "");
-    EXPECT_EQ(node->m_eDataType, CRegLib::eDword);
-    EXPECT_EQ(node->m_pParent, probe.node({"velquist"}));
+    EXPECT_EQ(node->type(), CRegLib::eDword);
+    EXPECT_EQ(probe.tree().parentOf(*node), probe.node({"velquist"}));
 }
 
 TEST_F(SetValue, TakesTheLow32BitsOfANumber) {
@@ -141,7 +140,7 @@ TEST_F(SetValue, WritesWhenOnlyTheTypeDiffers) {
     probe.node({"velquist", "v"})->m_eDataType = CRegLib::eBinary;
     EXPECT_EQ(setText(*store, root, "v", "x", &changed), REGLIB_OK);
     EXPECT_EQ(changed, 1);
-    EXPECT_EQ(probe.node({"velquist", "v"})->m_eDataType, CRegLib::eString);
+    EXPECT_EQ(probe.node({"velquist", "v"})->type(), CRegLib::eString);
 }
 
 TEST_F(SetValue, FailsForTheNameOfASubKey) {

@@ -1,0 +1,38 @@
+#include "RegLib/file/FileSource.h"
+
+#include <algorithm>
+#include <cerrno>
+
+#include "RegLib/trace/Trace.h"
+#include "portable/FileOps.h"
+
+namespace VQRegLib {
+
+std::size_t CFileSource::read(char* to, std::size_t size) {
+    errno = 0;
+    const std::size_t got = CFileOps::current().read(to, size, m_pFile);
+    if (got < size && std::ferror(m_pFile)) {
+        m_nError = std::max(errno, 1);
+    }
+    return got;
+}
+
+void CFileSource::rewind() {
+    std::rewind(m_pFile);
+    m_nError = 0;
+}
+
+std::size_t CFileSource::size() const {
+    return CFileOps::current().sizeOf(m_pFile);
+}
+
+bool CFileSource::wantsLines() const {
+    return !m_isQuiet && VQRegLib::traceFor(eTraceImport) != nullptr;
+}
+
+void CFileSource::onLine(std::string_view line) {
+    REGLIB_TRACE(eTraceImport, "import line \"%.*s\"\n", static_cast<int>(line.size()),
+                 line.data());
+}
+
+}  // namespace VQRegLib

@@ -1,0 +1,33 @@
+// An open configuration file as the text that a tree reads.
+#ifndef REGLIB_FILE_FILESOURCE_H
+#define REGLIB_FILE_FILESOURCE_H
+
+#include <cstdio>
+
+#include "RegLib/tree/TextSource.h"
+
+namespace VQRegLib {
+
+class CFileSource : public CTextSource {
+public:
+    explicit CFileSource(std::FILE* file) : m_pFile(file) {}
+
+    std::size_t read(char* to, std::size_t size) override;
+    int error() const override { return m_nError; }
+    void rewind() override;
+    std::size_t size() const override;
+    bool wantsLines() const override;
+    void onLine(std::string_view line) override;
+
+    // The lines have been told already.
+    void beQuiet() { m_isQuiet = true; }
+
+private:
+    std::FILE* m_pFile;
+    int m_nError = 0;
+    bool m_isQuiet = false;
+};
+
+}  // namespace VQRegLib
+
+#endif  // REGLIB_FILE_FILESOURCE_H
