@@ -38,7 +38,7 @@ int CRegLibImplFile::replaceText() {
     if (opened < 0) {
         return opened;
     }
-    const bool isWhole = writeText(pieces);
+    const bool isWhole = writeText(pieces, openedName);
     if (FileClose(isWhole ? eWrite : eRead, openedName) < 0 || !isWhole) {
         CFileOps::current().unlink(openedName.c_str());
         return REGLIB_E_FILE_OPEN;
@@ -49,7 +49,9 @@ int CRegLibImplFile::replaceText() {
     return REGLIB_OK;
 }
 
-bool CRegLibImplFile::writeText(const std::vector<std::string_view>& pieces) {
+// Leaves no half-written file behind, whatever happens.
+bool CRegLibImplFile::writeText(const std::vector<std::string_view>& pieces,
+                                const std::string& openedName) try {
     if (CFileOps::current().writePieces(pieces, m_file.file()) == m_ullTextSize) {
         return true;
     }
@@ -57,6 +59,10 @@ bool CRegLibImplFile::writeText(const std::vector<std::string_view>& pieces) {
     REGLIB_TRACE(eTraceAlways, "(Error) CRegLibImplFile:fputs_ (0x%08X), fputs failed, errno %d\n",
                  traceId(this), error);
     return false;
+} catch (...) {
+    FileClose(eRead, std::string());
+    CFileOps::current().unlink(openedName.c_str());
+    throw;
 }
 
 void CRegLibImplFile::dump() {

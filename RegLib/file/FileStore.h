@@ -123,7 +123,7 @@ private:
 
     // Export.
     int replaceText();
-    bool writeText(const std::vector<std::string_view>& pieces);
+    bool writeText(const std::vector<std::string_view>& pieces, const std::string& openedName);
     void DumpConfig(unsigned long depth, const CKeyOrValue* node) const;
 
     // Keys.

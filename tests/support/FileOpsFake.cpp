@@ -120,7 +120,15 @@ std::size_t FileOpsFake::write(const void* data, std::size_t size, std::FILE* fi
 }
 
 std::size_t FileOpsFake::writePieces(std::span<const std::string_view> pieces, std::FILE* file) {
-    return fails(FileCall::eWrite, "write") ? 0 : CFileOps::writePieces(pieces, file);
+    if (!fails(FileCall::eWrite, "write")) {
+        return CFileOps::writePieces(pieces, file);
+    }
+    // As a disk that gets full: a part of it has arrived.
+    const int error = errno;
+    const std::size_t size = pieces.empty() ? 0 : pieces.front().size() / 2;
+    const std::size_t written = size == 0 ? 0 : CFileOps::write(pieces.front().data(), size, file);
+    errno = error;
+    return written;
 }
 
 int FileOpsFake::flush(std::FILE* file) {

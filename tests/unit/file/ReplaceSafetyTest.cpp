@@ -75,7 +75,7 @@ TEST_F(OpenReplaceSafety, AWriteThatFailsInTheMiddleOfALongTextIsNoticedInTheEnd
     setText(*store, root, "a", "x");
     const std::string text = file.read();
     FileOpsFake files;
-    files.fail(FileCall::eWrite, ENOSPC, 1);
+    files.fail(FileCall::eWrite, ENOSPC);
     EXPECT_EQ(setText(*store, root, "long", std::string(600UL * 1024, 'x').c_str()),
               REGLIB_E_FILE_OPEN);
     EXPECT_EQ(file.read(), text);
