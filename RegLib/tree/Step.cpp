@@ -245,7 +245,7 @@ CKeyOrValue* CStep::currentKey() const {
             parseKeyLine(rest.substr(0, rest.find('\n')), path);
             CKeyOrValue* at = &m_tree.root();
             for (std::string_view name; at && nextKeyLineName(path, name);) {
-                at = m_tree.findChild(*at, CFoldedName(name));
+                at = m_tree.findChild(*at, name);
             }
             return at != &m_tree.root() ? at : nullptr;
         }

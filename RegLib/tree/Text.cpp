@@ -34,7 +34,7 @@ bool CTree::isReadBack(const CKeyOrValue& of) const {
         return false;
     }
     for (std::string_view name; at && nextKeyLineName(path, name);) {
-        at = findChild(*at, CFoldedName(name));
+        at = findChild(*at, name);
     }
     return at == &of;
 }

@@ -59,6 +59,17 @@ public:
         return found != 0 ? &node(found) : nullptr;
     }
 
+    // The same for a name as it is, which takes no memory.
+    CKeyOrValue* findChild(const CKeyOrValue& parent, std::string_view name) const {
+        const std::uint32_t hash =
+            CNameIndex::hashOf(parent.m_number, CFoldedName::hashOf(name));
+        const NodeNumber found = m_index.find(hash, [&](NodeNumber number) {
+            const CKeyOrValue& of = node(number);
+            return of.m_parent == parent.m_number && compareFolded(nameOf(of), name) == 0;
+        });
+        return found != 0 ? &node(found) : nullptr;
+    }
+
     // The index-th sub key, or value; null past the last one and for an index below 0.
     CKeyOrValue* childOfKind(const CKeyOrValue& parent, bool isKey, int index) const;
     std::size_t countOfKind(const CKeyOrValue& parent, bool isKey) const;
