@@ -25,6 +25,7 @@
 #include "RegLib/file/FileStore.h"
 #include "RegLib/file/Operation.h"
 #include "RegLib/trace/Trace.h"
+#include "portable/NoCancellation.h"
 #include "portable/Portable.h"
 
 namespace VQRegLib {
@@ -116,6 +117,7 @@ void CRegLibImplFile::useBlock(std::unique_ptr<CPSharedMemory> block) {
 // False when somebody has removed the block, or put another one in its place, and it cannot be had.
 // Who only reads does not wait for who is just making one: until that is done, the old one is as good.
 bool CRegLibImplFile::hasBlock(CPSharedMemory::eHow how) {
+    const CNoCancellation noCancellation;
     m_lastLook = CPortable::GetSeconds();
     if (m_pSharedMemory->isCurrent()) {
         return true;
@@ -148,6 +150,7 @@ bool CRegLibImplFile::isUpToDate() {
 }
 
 int CRegLibImplFile::bringUpToDate(eUnwinding unwinding) {
+    const CNoCancellation noCancellation;
     if (m_lastLook == kNeverLooked) {
         return REGLIB_E_FILE_OPEN;  // it would never learn of another process's changes
     }
