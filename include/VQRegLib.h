@@ -14,7 +14,7 @@
 /// changes the tables of its store without a lock: do so when no other thread is inside a call on a
 /// session of that store, opening and closing sessions included, or hand the keys to
 /// `CRegLib::VQRegDestroyKeyVect`, which takes the lock. Cancellation of a thread is put off until
-/// its call is done.
+/// its call is done; a thread of type `PTHREAD_CANCEL_ASYNCHRONOUS` may not call the library.
 ///
 /// **fork.** A child of a multi-threaded process may use the library only if no other thread was
 /// inside a call of it at the moment of the fork. Handlers of the parent are not called in the

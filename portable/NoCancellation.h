@@ -6,8 +6,10 @@
 
 namespace VQRegLib {
 
-// A thread that is cancelled unwinds like an exception that must not be caught. Code that holds
-// locks or catches everything puts that off until it is done.
+// A thread that is cancelled unwinds like an exception that must not be caught, at the first system
+// call that it comes to. Code that holds locks or catches everything and comes to one puts that off
+// until it is done; what comes to none needs not. Cancellation that strikes anywhere
+// (PTHREAD_CANCEL_ASYNCHRONOUS) is for no thread that uses more of a library than its arithmetic.
 class CNoCancellation {
 public:
     CNoCancellation() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_nOld); }

@@ -3,6 +3,7 @@
 #include "RegLib/base/AtEnd.h"
 #include "RegLib/file/FileStore.h"
 #include "RegLib/file/Operation.h"
+#include "portable/NoCancellation.h"
 
 namespace VQRegLib {
 
@@ -42,6 +43,7 @@ bool CRegLibImplFile::isUpToDate() {
 }
 
 int CRegLibImplFile::bringUpToDate(eUnwinding unwinding) {
+    const CNoCancellation noCancellation;
     if (m_shared.isStampLost()) {
         return REGLIB_E_FILE_OPEN;
     }

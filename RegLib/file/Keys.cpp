@@ -171,7 +171,9 @@ void CRegLibImplFile::deleteNode(CKeyOrValue& node) {
 void CRegLibImplFile::freeGoneNodes() {
     constexpr std::size_t kMost = 64;
     if (m_pTree->gone() > kMost + m_pTree->size() / 8) {
-        m_pTree->forEachGone([this](const CKeyOrValue& node) { m_handles.orphan(&node); });
+        m_handles.orphan([](const void* node) {
+            return static_cast<const CKeyOrValue*>(node)->m_state == CKeyOrValue::eGone;
+        });
         m_pTree->sweep();
     }
 }

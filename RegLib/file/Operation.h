@@ -6,10 +6,12 @@
 
 #include "RegLib/base/FoldedName.h"
 #include "RegLib/file/FileStore.h"
+#include "portable/NoCancellation.h"
 
 namespace VQRegLib {
 
-// Holds the store's cross-process lock for a scope, if it can be had.
+// Holds the store's cross-process lock for a scope, if it can be had. The thread is not cancelled before
+// it has let go of it.
 class CStoreLock {
 public:
     enum eHow { eWait, eTry };
@@ -23,6 +25,7 @@ public:
     int result() const { return m_nResult; }  // REGLIB_E_FILE_OPEN when it could not
 
 private:
+    const CNoCancellation m_noCancellation;
     CRegLibImplFile& m_store;
     const eUnwinding m_unwinding;
     const int m_nExceptions;

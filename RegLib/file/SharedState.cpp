@@ -28,6 +28,7 @@
 #include "RegLib/file/ConfigFile.h"
 #include "RegLib/trace/Trace.h"
 #include "portable/FileOps.h"
+#include "portable/NoCancellation.h"
 #include "portable/Portable.h"
 
 namespace VQRegLib {
@@ -176,6 +177,7 @@ void CSharedState::useBlock(std::unique_ptr<CPSharedMemory> block) {
 // False when somebody has removed the block, or put another one in its place, and it cannot be had.
 // Who only reads does not wait for who is just making one: until that is done, the old one is as good.
 bool CSharedState::hasBlock(CPSharedMemory::eHow how) {
+    const CNoCancellation noCancellation;
     m_lastLook = CPortable::GetSeconds();
     if (m_pSharedMemory->isCurrent()) {
         return true;

@@ -18,14 +18,14 @@ namespace {
 constexpr int kEnteringNaps = 200;
 constexpr unsigned long kEnteringNapMilliseconds = 1;
 
-// Enters the store's session lock. A thread that has an update on the same file through another store
-// must not wait for it without end: its holder may be waiting for that update.
-bool enter(CRegLibImpl& store, int location) {
-    if (CRegLibImpl::m_openUpdates.load(std::memory_order_relaxed) == 0 ||
-        !store.isUpdatedElsewhere()) {
+// A thread that has an update on the same file through another store must not wait for the session
+// lock without end: its holder may be waiting for that update.
+bool enterDuringUpdates(CRegLibImpl& store, int location) {
+    if (!store.isUpdatedElsewhere()) {
         store.m_critSec.enter(location);
         return true;
     }
+    const CNoCancellation noCancellation;
     for (int nap = 0; nap < kEnteringNaps; ++nap) {
         if (store.m_critSec.tryEnter(location)) {
             return true;
@@ -35,10 +35,20 @@ bool enter(CRegLibImpl& store, int location) {
     return false;
 }
 
+// Enters the store's session lock.
+bool enter(CRegLibImpl& store, int location) {
+    if (CRegLibImpl::m_openUpdates.load(std::memory_order_relaxed) != 0) {
+        return enterDuringUpdates(store, location);
+    }
+    store.m_critSec.enter(location);
+    return true;
+}
+
 // Calls one operation of the store under its session lock, if there is a store and the caller gave
 // every text and pointer that the operation needs. No guard holds the lock: when a VQException
 // passes, it stays taken: what the exception interrupted is half done, and other threads that hang
-// are better than threads that go on with it.
+// are better than threads that go on with it. Nothing here keeps a cancellation away either: where an
+// operation comes to a system call it does so itself, and most come to none.
 template <typename Operation>
 int delegate(CRegLibImpl* store, bool argumentsGiven, int location, Operation&& operation) {
     if (!store) {
@@ -47,7 +57,6 @@ int delegate(CRegLibImpl* store, bool argumentsGiven, int location, Operation&& 
     if (!argumentsGiven || !CRegLibImplDirectory::isUsable()) {
         return REGLIB_E_FAIL;
     }
-    const CNoCancellation noCancellation;
     if (!enter(*store, location)) {
         return REGLIB_E_FAIL;
     }
@@ -213,6 +222,7 @@ CRegKey* CRegLib::RootKey() const {
 
 void CRegLib::dump() {
     delegate(m_pImpl, true, __LINE__, [](CRegLibImpl& store) {
+        const CNoCancellation noCancellation;
         store.dump();
         return REGLIB_OK;
     });
@@ -271,6 +281,7 @@ int CRegLib::VQRegBeginUpdate() {
 int CRegLib::VQRegEndUpdate() {
     REGLIB_TRACE(eTraceFlow, "CRegLib::VQRegEndUpdate (0x%08X)\n", traceId(this));
     return delegate(m_pImpl, true, __LINE__, [](CRegLibImpl& store) {
+        const CNoCancellation noCancellation;
         if (!store.isUpdating()) {
             return REGLIB_E_FAIL;
         }
@@ -291,6 +302,7 @@ int CRegLib::SendRegistryChangeNotification() {
         return REGLIB_OK;
     }
     return delegate(m_pImpl, true, __LINE__, [](CRegLibImpl&) {
+        const CNoCancellation noCancellation;
         releaseNotificationSemaphores();
         return REGLIB_OK;
     });

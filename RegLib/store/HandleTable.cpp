@@ -1,38 +1,57 @@
 #include "RegLib/store/HandleTable.h"
 
+#include <bit>
+
 namespace VQRegLib {
 
-// An entry's node is changed by these two only, so that the index follows.
-void CHandleTable::point(NodeEntries::iterator entry, void* node) {
-    m_idsByNode.emplace(node, entry->first);
-    entry->second = node;
+namespace {
+
+constexpr std::uint64_t bitOf(std::uint32_t id) {
+    return std::uint64_t{1} << id % 64;
 }
 
-void CHandleTable::unpoint(NodeEntries::iterator entry) {
-    m_idsByNode.erase({entry->second, entry->first});
-    entry->second = nullptr;
+}  // namespace
+
+CHandleTable::Chunk& CHandleTable::chunkOf(std::uint32_t id) {
+    const std::size_t at = id / kChunkIds;
+    if (at >= m_chunks.size()) {
+        m_chunks.resize(at + 1);
+    }
+    if (!m_chunks[at]) {
+        m_chunks[at] = m_pSpare ? std::move(m_pSpare) : std::make_unique<Chunk>();
+    }
+    return *m_chunks[at];
 }
 
 CRegKeyImpl* CHandleTable::enroll(void* node, CRegKeyImpl* record) {
     const std::uint32_t id = m_ulNextHandleId;
-    const auto [nodeEntry, isNew] = m_mapHandleToNode.try_emplace(id);
-    try {
-        CRegKeyImpl*& entry = m_mapHandleToKeyImpl[id];
-        unpoint(nodeEntry);
-        point(nodeEntry, node);
-        return std::exchange(entry, record);
-    } catch (...) {
-        if (isNew) {
-            retire(id);
-        }
-        throw;
+    Chunk& chunk = chunkOf(id);
+    Entry& entry = chunk.entries[id % kChunkIds];
+    entry.node = node;
+    if (!entry.record) {
+        chunk.used |= bitOf(id);
+        ++m_size;
+    }
+    return std::exchange(entry.record, record);
+}
+
+void CHandleTable::advance() {
+    const std::size_t at = m_ulNextHandleId / kChunkIds;
+    if (++m_ulNextHandleId / kChunkIds != at) {
+        dropIfEmpty(at);
+    }
+}
+
+// An empty chunk is as good as a new one.
+void CHandleTable::dropIfEmpty(std::size_t at) {
+    if (at < m_chunks.size() && m_chunks[at] && m_chunks[at]->used == 0) {
+        m_pSpare = std::move(m_chunks[at]);
     }
 }
 
 void CHandleTable::clearPendingNode() {
-    const auto found = m_mapHandleToNode.find(m_ulNextHandleId);
-    if (found != m_mapHandleToNode.end()) {
-        unpoint(found);
+    if (Entry* const entry = entryOf(m_ulNextHandleId)) {
+        entry->node = nullptr;
     }
 }
 
@@ -42,50 +61,31 @@ void CHandleTable::retirePending(const CRegKeyImpl* record) {
     }
 }
 
+// The chunk of the next id stays: it is about to be needed.
 void CHandleTable::retire(std::uint32_t id) {
-    const auto found = m_mapHandleToNode.find(id);
-    if (found != m_mapHandleToNode.end()) {
-        unpoint(found);
-        m_mapHandleToNode.erase(found);
+    Entry* const entry = entryOf(id);
+    if (!entry) {
+        return;
     }
-    m_mapHandleToKeyImpl.erase(id);
-}
-
-void* CHandleTable::nodeOf(std::uint32_t id) const {
-    const auto found = m_mapHandleToNode.find(id);
-    return found == m_mapHandleToNode.end() ? nullptr : found->second;
-}
-
-CRegKeyImpl* CHandleTable::recordOf(std::uint32_t id) const {
-    const auto found = m_mapHandleToKeyImpl.find(id);
-    return found == m_mapHandleToKeyImpl.end() ? nullptr : found->second;
-}
-
-void CHandleTable::orphan(const void* node) {
-    auto at = m_idsByNode.lower_bound({node, 0});
-    while (at != m_idsByNode.end() && at->first == node) {
-        m_mapHandleToNode.find(at->second)->second = nullptr;
-        at = m_idsByNode.erase(at);
-    }
-}
-
-void CHandleTable::move(const void* from, void* to) {
-    auto at = m_idsByNode.lower_bound({from, 0});
-    while (at != m_idsByNode.end() && at->first == from) {
-        auto entry = m_idsByNode.extract(at++);
-        entry.value().first = to;
-        m_mapHandleToNode.find(entry.value().second)->second = to;
-        m_idsByNode.insert(std::move(entry));
+    *entry = Entry();
+    --m_size;
+    const std::size_t at = id / kChunkIds;
+    m_chunks[at]->used &= ~bitOf(id);
+    if (at != m_ulNextHandleId / kChunkIds) {
+        dropIfEmpty(at);
     }
 }
 
 bool CHandleTable::takeFirst(std::uint32_t& id, CRegKeyImpl*& record) {
-    const auto first = m_mapHandleToKeyImpl.begin();
-    if (first == m_mapHandleToKeyImpl.end()) {
+    if (m_size == 0) {
         return false;
     }
-    id = first->first;
-    record = first->second;
+    while (!m_chunks[m_first] || m_chunks[m_first]->used == 0) {
+        ++m_first;
+    }
+    const auto place = static_cast<std::uint32_t>(std::countr_zero(m_chunks[m_first]->used));
+    id = static_cast<std::uint32_t>(m_first) * kChunkIds + place;
+    record = recordOf(id);
     retire(id);
     return true;
 }

@@ -99,14 +99,6 @@ public:
 
     // Nodes that are gone and not yet freed.
     std::size_t gone() const { return m_gone; }
-    template <typename Use>
-    void forEachGone(Use&& use) const {
-        m_nodes.forEach([&](const CKeyOrValue& of) {
-            if (of.m_state == CKeyOrValue::eGone) {
-                use(of);
-            }
-        });
-    }
     void sweep();  // frees them: no handle refers to any of them
 
     std::size_t displaced() const { return m_displaced.size(); }

@@ -1,6 +1,11 @@
 #include "RegLib/store/HandleTable.h"
 
 #include <gtest/gtest.h>
+#include <malloc.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <ctime>
 
 #include "RegLib/store/KeyRecord.h"
 #include "support/StoreFixture.h"
@@ -9,8 +14,26 @@ using namespace vqtest;
 
 namespace {
 
+constexpr std::uint32_t kMany = 1'000'000;
+
+// Bytes in use by the program. (The sanitizers' allocation tells nothing.)
+std::size_t memoryInUse() {
+    return mallinfo2().uordblks;
+}
+
 class HandleTable : public StoreTest {
 protected:
+    void enrollMany(std::uint32_t count) {
+        for (std::uint32_t i = 0; i < count; ++i) {
+            table.enroll(&nodes[0], &records[i % 3]);
+            table.advance();
+        }
+    }
+
+    void orphan(const int& node) {
+        table.orphan([&](const void* other) { return other == &node; });
+    }
+
     CHandleTable table;
     int nodes[3] = {};
     CRegKeyImplFile records[3];
@@ -40,7 +63,7 @@ TEST_F(HandleTable, EnrollsUnderTheNextIdUntilItIsAdvanced) {
     EXPECT_EQ(table.size(), 2u);
 }
 
-TEST_F(HandleTable, RetiresAnIdFromBothMapsAndNeverHandsItOutAgain) {
+TEST_F(HandleTable, RetiresAnIdAndNeverHandsItOutAgain) {
     table.enroll(&nodes[0], &records[0]);
     table.advance();
     table.retire(1);
@@ -64,7 +87,7 @@ TEST_F(HandleTable, OrphansAllIdsOfANodeAndKeepsTheirRecords) {
         table.enroll(&record == &records[1] ? &nodes[1] : &nodes[0], &record);
         table.advance();
     }
-    table.orphan(&nodes[0]);
+    orphan(nodes[0]);
     EXPECT_EQ(table.nodeOf(1), nullptr);
     EXPECT_EQ(table.nodeOf(2), &nodes[1]);
     EXPECT_EQ(table.nodeOf(3), nullptr);
@@ -73,29 +96,12 @@ TEST_F(HandleTable, OrphansAllIdsOfANodeAndKeepsTheirRecords) {
     EXPECT_EQ(table.size(), 3u);
 }
 
-TEST_F(HandleTable, MovesAllIdsOfANodeToAnother) {
-    for (CRegKeyImplFile& record : records) {
-        table.enroll(&record == &records[1] ? &nodes[1] : &nodes[0], &record);
-        table.advance();
-    }
-    table.move(&nodes[0], &nodes[2]);
-    EXPECT_EQ(table.nodeOf(1), &nodes[2]);
-    EXPECT_EQ(table.nodeOf(2), &nodes[1]);
-    EXPECT_EQ(table.nodeOf(3), &nodes[2]);
-    table.orphan(&nodes[0]);
-    EXPECT_EQ(table.nodeOf(1), &nodes[2]) << "nothing is left of the first";
-    table.orphan(&nodes[2]);
-    EXPECT_EQ(table.nodeOf(1), nullptr);
-    EXPECT_EQ(table.nodeOf(3), nullptr);
-    EXPECT_EQ(table.nodeOf(2), &nodes[1]);
-}
-
 TEST_F(HandleTable, AReplacedEntryIsNoLongerOfItsFirstNode) {
     table.enroll(&nodes[0], &records[0]);
     table.enroll(&nodes[1], &records[1]);
-    table.orphan(&nodes[0]);
+    orphan(nodes[0]);
     EXPECT_EQ(table.nodeOf(1), &nodes[1]);
-    table.orphan(&nodes[1]);
+    orphan(nodes[1]);
     EXPECT_EQ(table.nodeOf(1), nullptr);
 }
 
@@ -115,6 +121,130 @@ TEST_F(HandleTable, TakesItsEntriesInTheOrderOfTheirIds) {
     EXPECT_EQ(record, &records[2]);
     EXPECT_FALSE(table.takeFirst(id, record));
     EXPECT_EQ(table.nextId(), 4u);
+}
+
+TEST_F(HandleTable, FindsNodeAndRecordAtOnce) {
+    table.enroll(&nodes[1], &records[2]);
+    table.advance();
+    const CHandleTable::Entry* const entry = table.find(1);
+    ASSERT_NE(entry, nullptr);
+    EXPECT_EQ(entry->node, &nodes[1]);
+    EXPECT_EQ(entry->record, &records[2]);
+    orphan(nodes[1]);
+    ASSERT_EQ(table.find(1), entry);
+    EXPECT_EQ(entry->node, nullptr);
+    EXPECT_EQ(entry->record, &records[2]);
+    for (const std::uint32_t unknown : {0u, 2u, 64u, 0xFFFFFFFFu}) {
+        EXPECT_EQ(table.find(unknown), nullptr) << unknown;
+    }
+    table.retire(1);
+    EXPECT_EQ(table.find(1), nullptr);
+}
+
+TEST_F(HandleTable, KeepsEveryIdOfManyApart) {
+    enrollMany(1000);
+    for (std::uint32_t id = 1; id <= 1000; ++id) {
+        EXPECT_EQ(table.recordOf(id), &records[(id - 1) % 3]) << id;
+    }
+    for (std::uint32_t id = 2; id <= 1000; id += 2) {
+        table.retire(id);
+    }
+    EXPECT_EQ(table.size(), 500u);
+    for (std::uint32_t id = 1; id <= 1000; ++id) {
+        EXPECT_EQ(table.recordOf(id), id % 2 == 1 ? &records[(id - 1) % 3] : nullptr) << id;
+    }
+    EXPECT_EQ(table.nextId(), 1001u);
+}
+
+// A process may open and close keys for years.
+TEST_F(HandleTable, AMillionIdsThatComeAndGoCostNextToNoMemory) {
+    table.enroll(&nodes[0], &records[0]);
+    table.advance();
+    const std::size_t before = memoryInUse();
+    for (std::uint32_t i = 1; i < kMany; ++i) {
+        const std::uint32_t id = table.nextId();
+        table.enroll(&nodes[1], &records[1]);
+        table.advance();
+        table.retire(id);
+    }
+    EXPECT_EQ(table.size(), 1u);
+    EXPECT_EQ(table.nextId(), kMany + 1);
+    EXPECT_EQ(table.recordOf(1), &records[0]);
+    EXPECT_LT(memoryInUse() - before, kMany / 4) << "two bits an id";
+}
+
+TEST_F(HandleTable, AMillionIdsThatWereOpenAtOnceGiveTheirMemoryBack) {
+    const std::size_t before = memoryInUse();
+    enrollMany(kMany);
+    EXPECT_EQ(table.size(), kMany);
+    for (std::uint32_t id = kMany; id >= 1; --id) {
+        table.retire(id);
+    }
+    EXPECT_EQ(table.size(), 0u);
+    EXPECT_LT(memoryInUse() - before, kMany / 4) << "two bits an id";
+    table.enroll(&nodes[2], &records[2]);
+    EXPECT_EQ(table.recordOf(kMany + 1), &records[2]);
+}
+
+TEST_F(HandleTable, TakesAMillionEntriesInTenTimesTheTimeOfAHundredThousand) {
+    const auto timeToTake = [this](std::uint32_t count) {
+        const std::uint32_t firstId = table.nextId();
+        enrollMany(count);
+        const std::clock_t begin = std::clock();
+        std::uint32_t id = 0;
+        CRegKeyImpl* record = nullptr;
+        for (std::uint32_t i = 0; i < count; ++i) {
+            EXPECT_TRUE(table.takeFirst(id, record));
+        }
+        EXPECT_EQ(id, firstId + count - 1);
+        EXPECT_FALSE(table.takeFirst(id, record));
+        return std::clock() - begin;
+    };
+    const std::clock_t few = timeToTake(kMany / 10) + 1;
+    EXPECT_LT(timeToTake(kMany) / few, 40) << "it would be 100 times if each began at the first id";
+}
+
+TEST_F(HandleTable, TakesTheFirstOfThoseThatAreLeft) {
+    enrollMany(300);
+    std::uint32_t id = 0;
+    CRegKeyImpl* record = nullptr;
+    ASSERT_TRUE(table.takeFirst(id, record));
+    EXPECT_EQ(id, 1u);
+    for (std::uint32_t retired = 2; retired < 250; ++retired) {
+        table.retire(retired);
+    }
+    ASSERT_TRUE(table.takeFirst(id, record));
+    EXPECT_EQ(id, 250u);
+    table.enroll(&nodes[0], &records[0]);  // not advanced: it counts all the same
+    for (std::uint32_t next = 251; next <= 301; ++next) {
+        ASSERT_TRUE(table.takeFirst(id, record));
+        EXPECT_EQ(id, next);
+    }
+    EXPECT_FALSE(table.takeFirst(id, record));
+    EXPECT_EQ(table.nextId(), 301u);
+}
+
+TEST_F(HandleTable, AnEntryOfAFailedRegistrationLosesItsNodeAndThenLeaves) {
+    enrollMany(63);  // the next id is the first one of a chunk
+    table.enroll(&nodes[1], &records[1]);
+    table.clearPendingNode();
+    EXPECT_EQ(table.nodeOf(64), nullptr);
+    EXPECT_EQ(table.recordOf(64), &records[1]);
+    table.retirePending(&records[0]);
+    EXPECT_EQ(table.recordOf(64), &records[1]) << "it is another record's";
+    table.retirePending(&records[1]);
+    EXPECT_EQ(table.recordOf(64), nullptr);
+    EXPECT_EQ(table.nextId(), 64u);
+    EXPECT_EQ(table.enroll(&nodes[2], &records[2]), nullptr);
+    table.advance();
+    EXPECT_EQ(table.nodeOf(64), &nodes[2]);
+}
+
+TEST_F(HandleTable, WithoutAnEntryOfTheNextIdThereIsNothingPending) {
+    table.clearPendingNode();
+    table.retirePending(&records[0]);
+    EXPECT_EQ(table.size(), 0u);
+    EXPECT_EQ(table.nextId(), 1u);
 }
 
 TEST_F(HandleIds, BeginWithThoseOfTheRootKey) {
