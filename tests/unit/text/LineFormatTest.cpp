@@ -300,6 +300,8 @@ TEST(LineFormat, NoLineIsTheLineOfMoreBytesThanATextCanHold) {
     const unsigned char byte = 0xAB;
     EXPECT_FALSE(isBinaryLine("\"a\"=binary:AB", "a", &byte, ~std::size_t{0}));
     EXPECT_FALSE(isBinaryLine("\"a\"=binary:AB", "a", &byte, ~std::size_t{0} / 2 + 1));
+    // They are not even looked at.
+    EXPECT_FALSE(isBinaryLine("\"a\"=binary:AB", "a", nullptr, ~std::size_t{0}));
 }
 
 TEST(LineFormat, ComparesAsItComposes) {
@@ -332,6 +334,14 @@ TEST(LineFormat, TellsWhatALineLacksOfAValueLine) {
         EXPECT_EQ(codeOfValueLine(line),
                   fault == eLineFault::eNone ? REGLIB_OK : REGLIB_E_BAD_FORMAT);
     }
+}
+
+TEST(LineFormat, DoesNotLookBehindTheEndOfALine) {
+    const std::string_view text = "\"a\"=string:b";
+    for (std::size_t size = 0; size < text.size() - 2; ++size) {
+        EXPECT_EQ(codeOfValueLine(text.substr(0, size)), REGLIB_E_BAD_FORMAT) << size;
+    }
+    EXPECT_EQ(codeOfValueLine(text.substr(0, text.size() - 1)), REGLIB_OK);
 }
 
 TEST(LineFormat, AFaultLeavesWhatStandsBeforeIt) {
