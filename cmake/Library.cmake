@@ -11,6 +11,13 @@ target_compile_definitions(vqreg_objects PRIVATE VQREGLIB_VERSION="${PROJECT_VER
 target_link_libraries(vqreg_objects PUBLIC Threads::Threads vqreg_sanitizer_runtime
                       PRIVATE vqreg_warnings vqreg_sanitizers)
 
+# What the command has from them: lines as text, and looking at shared objects. It needs nothing else
+# of the library, and nothing of it is exported.
+set(VQREGLIB_OBJECTS_OF_COMMAND
+    "$<FILTER:$<TARGET_OBJECTS:vqreg_objects>,INCLUDE,/(RegLib/text/[A-Za-z]+|portable/(FileLink|FileLocks|ObjectName))\\.cpp>")
+# One object for each file, for the sake of that choice.
+set_target_properties(vqreg_objects PROPERTIES UNITY_BUILD OFF)
+
 add_library(VQRegLib SHARED)
 add_library(VQRegLib::VQRegLib ALIAS VQRegLib)
 target_link_libraries(VQRegLib PRIVATE vqreg_objects)

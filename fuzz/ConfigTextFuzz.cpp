@@ -6,11 +6,10 @@
 // Without VQREG_LIBFUZZER it is a program that runs through the files it is given.
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 
+#include "fuzz/Support.h"
 #include "tools/vqreg/ConfigReader.h"
 #include "tools/vqreg/Difference.h"
 #include "tools/vqreg/JsonText.h"
@@ -18,13 +17,7 @@
 namespace {
 
 using namespace vqreg;
-
-void require(bool condition, const char* what) {
-    if (!condition) {
-        std::fprintf(stderr, "broken: %s\n", what);
-        std::abort();
-    }
-}
+using vqfuzz::require;
 
 void checkPlaces(const std::vector<Finding>& findings) {
     for (const Finding& finding : findings) {
@@ -79,19 +72,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
 #ifndef VQREG_LIBFUZZER
 
-#include <fstream>
-#include <iterator>
-
 int main(int argc, char** argv) {
-    for (int i = 1; i < argc; ++i) {
-        std::ifstream in(argv[i], std::ios::binary);
-        require(in.is_open(), argv[i]);
-        const std::string text((std::istreambuf_iterator<char>(in)),
-                               std::istreambuf_iterator<char>());
-        LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(text.data()), text.size());
-    }
-    std::printf("%d files\n", argc - 1);
-    return argc > 1 ? 0 : 2;
+    return vqfuzz::runThroughFiles(argc, argv, LLVMFuzzerTestOneInput);
 }
 
 #endif

@@ -17,10 +17,7 @@ constexpr char kDigits[] = "0123456789ABCDEF";
 // text, the other compares a text with them, and ends at the first difference.
 class CAppending {
 public:
-    CAppending(std::size_t nameSize, std::size_t dataSize) {
-        constexpr std::size_t kRest = sizeof "\"\"=binary:" - 1;  // of the longest type word
-        m_line.reserve(nameSize + dataSize + kRest);
-    }
+    explicit CAppending(std::size_t size) { m_line.reserve(size); }
     bool put(std::string_view piece) {
         m_line += piece;
         return true;
@@ -68,10 +65,7 @@ bool putStringLine(Sink& sink, std::string_view name, std::string_view text) {
 }
 
 template <typename Sink>
-bool putBinaryLine(Sink& sink, std::string_view name, const unsigned char* data, std::size_t size) {
-    if (!putStart(sink, name, kBinary)) {
-        return false;
-    }
+bool putDigits(Sink& sink, const unsigned char* data, std::size_t size) {
     char digits[64];
     std::size_t count = 0;
     for (std::size_t i = 0; i < size; ++i) {
@@ -87,42 +81,26 @@ bool putBinaryLine(Sink& sink, std::string_view name, const unsigned char* data,
     return true;
 }
 
-CRegLib::eDataType typeOfWord(std::string_view word) {
-    if (word == kBinary) {
-        return CRegLib::eBinary;
-    }
-    if (word == kDword) {
-        return CRegLib::eDword;
-    }
-    return word == kString ? CRegLib::eString : CRegLib::eNone;
+template <typename Sink>
+bool putBinaryLine(Sink& sink, std::string_view name, const unsigned char* data, std::size_t size) {
+    return putStart(sink, name, kBinary) && putDigits(sink, data, size);
 }
 
-constexpr bool isBlank(char c) {
-    return c == ' ' || (c >= '\t' && c <= '\r');
-}
-
-constexpr unsigned kNoDigit = 16;
-
+// Of what is a digit.
 constexpr unsigned digitValue(char c) {
-    if (c >= '0' && c <= '9') {
-        return static_cast<unsigned>(c - '0');
-    }
-    if (c >= 'A' && c <= 'F') {
-        return static_cast<unsigned>(c - 'A') + 10;
-    }
-    return c >= 'a' && c <= 'f' ? static_cast<unsigned>(c - 'a') + 10 : kNoDigit;
+    return c <= '9' ? static_cast<unsigned>(c - '0') : static_cast<unsigned>((c | 0x20) - 'a') + 10;
 }
 
 }  // namespace
 
 std::string composeDwordLine(std::string_view name, std::uint32_t value) {
-    CAppending sink(name.size(), 8);
+    CAppending sink(valueLineSize(name.size(), CRegLib::eDword, sizeof value));
     putDwordLine(sink, name, value);
     return sink.take();
 }
 
 std::string composeStringLine(std::string_view name, std::string_view text) {
-    CAppending sink(name.size(), text.size());
+    CAppending sink(valueLineSize(name.size(), CRegLib::eString, text.size()));
     putStringLine(sink, name, text);
     return sink.take();
 }
@@ -131,7 +109,7 @@ std::string composeBinaryLine(std::string_view name, const unsigned char* data, 
     if (size > std::string().max_size() / 4) {
         throw std::bad_alloc();  // twice the size would not even be a number
     }
-    CAppending sink(name.size(), 2 * size);
+    CAppending sink(valueLineSize(name.size(), CRegLib::eBinary, size));
     putBinaryLine(sink, name, data, size);
     return sink.take();
 }
@@ -153,20 +131,67 @@ bool isBinaryLine(std::string_view line, std::string_view name, const unsigned c
     return size <= line.size() / 2 && putBinaryLine(sink, name, data, size) && sink.isAtEnd();
 }
 
-int parseValueLine(std::string_view line, CValueLine& parts) {
+std::size_t valueLineSize(std::size_t nameSize, CRegLib::eDataType type, std::size_t dataSize) {
+    constexpr std::size_t kPunctuation = 4;  // two quotes, "=" and ":"
+    const std::size_t start = nameSize + wordOfType(type).size() + kPunctuation;
+    switch (type) {
+        case CRegLib::eDword:
+            return start + 8;
+        case CRegLib::eBinary:
+            return start + 2 * dataSize;
+        default:
+            return start + dataSize;
+    }
+}
+
+eLineFault splitValueLine(std::string_view line, CValueLine& parts) {
     const std::size_t open = line.find('"');
-    const std::size_t close = open == std::string_view::npos ? open : line.find('"', open + 1);
-    if (close == std::string_view::npos || close + 1 >= line.size() || line[close + 1] != '=') {
-        return REGLIB_E_BAD_FORMAT;
+    if (open == std::string_view::npos) {
+        return eLineFault::eNoQuote;
+    }
+    const std::size_t close = line.find('"', open + 1);
+    parts.name = line.substr(open + 1, close - open - 1);
+    if (close == std::string_view::npos) {
+        return eLineFault::eNotClosed;
+    }
+    if (close + 1 >= line.size() || line[close + 1] != '=') {
+        return eLineFault::eNoEquals;
     }
     const std::string_view rest = line.substr(close + 2);
     const std::size_t colon = rest.find(':');
     if (colon == std::string_view::npos) {
-        return REGLIB_E_BAD_FORMAT;
+        return eLineFault::eNoColon;
     }
-    parts.name = line.substr(open + 1, close - open - 1);
-    parts.type = typeOfWord(rest.substr(0, colon));
-    return parts.type == CRegLib::eNone ? REGLIB_E_BAD_FORMAT : REGLIB_OK;
+    parts.typeWord = rest.substr(0, colon);
+    parts.type = typeOfWord(parts.typeWord);
+    return parts.type == CRegLib::eNone ? eLineFault::eNoType : eLineFault::eNone;
+}
+
+int parseValueLine(std::string_view line, CValueLine& parts) {
+    return splitValueLine(line, parts) == eLineFault::eNone ? REGLIB_OK : REGLIB_E_BAD_FORMAT;
+}
+
+std::string_view wordOfType(CRegLib::eDataType type) {
+    switch (type) {
+        case CRegLib::eBinary:
+            return kBinary;
+        case CRegLib::eDword:
+            return kDword;
+        case CRegLib::eString:
+            return kString;
+        default:
+            return {};
+    }
+}
+
+CRegLib::eDataType typeOfWord(std::string_view word) {
+    if (word == kBinary) {
+        return CRegLib::eBinary;
+    }
+    if (word == kDword) {
+        return CRegLib::eDword;
+    }
+    return word == kString ? CRegLib::eString : CRegLib::eNone;
 }
 
 int parseKeyLine(std::string_view line, std::string_view& path) {
@@ -201,6 +226,12 @@ int dataOfLine(std::string_view line, std::string_view& data) {
     return REGLIB_OK;
 }
 
+std::string hexText(std::string_view bytes) {
+    CAppending sink(2 * bytes.size());
+    putDigits(sink, reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
+    return sink.take();
+}
+
 std::uint32_t scanHex(std::string_view text, unsigned width) {
     std::size_t at = 0;
     while (at < text.size() && isBlank(text[at])) {
@@ -217,11 +248,10 @@ std::uint32_t scanHex(std::string_view text, unsigned width) {
     }
     std::uint32_t value = 0;
     for (const char c : text) {
-        const unsigned digit = digitValue(c);
-        if (digit == kNoDigit) {
+        if (!isHexDigit(c)) {
             break;
         }
-        value = value * 16 + digit;
+        value = value * 16 + digitValue(c);
     }
     return negative ? 0 - value : value;
 }

@@ -14,7 +14,11 @@ namespace VQRegLib {
 struct CValueLine {
     std::string_view name;
     CRegLib::eDataType type = CRegLib::eNone;
+    std::string_view typeWord;
 };
+
+// What a line lacks of a value line, in the order in which it is read.
+enum class eLineFault { eNone, eNoQuote, eNotClosed, eNoEquals, eNoColon, eNoType };
 
 // Nothing is escaped: the caller's text goes into the line as it is.
 std::string composeDwordLine(std::string_view name, std::uint32_t value);
@@ -27,8 +31,19 @@ bool isStringLine(std::string_view line, std::string_view name, std::string_view
 bool isBinaryLine(std::string_view line, std::string_view name, const unsigned char* data,
                   std::size_t size);
 
-// Checks a line of the file up to its data. REGLIB_E_BAD_FORMAT when it is no value line.
+// How long such a line is: with a number's eight digits, a text as it is, two digits for each byte.
+std::size_t valueLineSize(std::size_t nameSize, CRegLib::eDataType type, std::size_t dataSize);
+
+// Takes a line of the file apart up to its data. After a fault `parts` has what stands before it: of a
+// name that is not closed all that follows the quote, and the word that is no type.
+eLineFault splitValueLine(std::string_view line, CValueLine& parts);
+
+// The same for who only wants to know: REGLIB_E_BAD_FORMAT when it is no value line.
 int parseValueLine(std::string_view line, CValueLine& parts);
+
+// The word for a type in a line, and back: "" stands for eNone, and eNone for every other word.
+std::string_view wordOfType(CRegLib::eDataType type);
+CRegLib::eDataType typeOfWord(std::string_view word);
 
 // The path between the first "[" and the first "]". REGLIB_E_BAD_FORMAT when one is missing.
 int parseKeyLine(std::string_view line, std::string_view& path);
@@ -41,6 +56,17 @@ bool nextKeyLineName(std::string_view& rest, std::string_view& name);
 // data at all. Kept: files hold such names. REGLIB_E_FAIL without "=", REGLIB_E_BAD_FORMAT without
 // ":".
 int dataOfLine(std::string_view line, std::string_view& data);
+
+// Two upper-case digits for each byte.
+std::string hexText(std::string_view bytes);
+
+// What scanf takes for a blank, and for a digit of "%X".
+constexpr bool isBlank(char c) {
+    return c == ' ' || (c >= '\t' && c <= '\r');
+}
+constexpr bool isHexDigit(char c) {
+    return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'F') || (c >= 'a' && c <= 'f');
+}
 
 // Reads a number as scanf does for "%X" with a field width: blanks are skipped, a sign and "0x" are
 // accepted and count; 0 when there is no digit.

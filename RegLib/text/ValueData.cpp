@@ -33,6 +33,13 @@ int giveBytes(std::string_view digits, const CDataBuffer& buffer) {
     return result;
 }
 
+std::string bytesOfDigits(std::string_view digits) {
+    std::string bytes(digits.size() / 2, '\0');
+    unsigned long size = bytes.size();
+    giveBytes(digits, {reinterpret_cast<unsigned char*>(bytes.data()), size, &size});
+    return bytes;
+}
+
 int giveData(std::string_view line, CRegLib::eDataType type, const CDataBuffer& buffer) {
     std::string_view text;
     const int result = dataOfLine(line, text);

@@ -3,6 +3,7 @@
 #define REGLIB_TEXT_VALUEDATA_H
 
 #include <cstdint>
+#include <string>
 #include <string_view>
 
 #include "VQRegLib.h"
@@ -31,6 +32,9 @@ int giveText(std::string_view text, const CDataBuffer& buffer);
 // The bytes of a text of digits. The last digit of an odd number of them counts as a byte where the
 // buffer has room, but not in the size.
 int giveBytes(std::string_view digits, const CDataBuffer& buffer);
+
+// The same as a text of its own, without that last digit.
+std::string bytesOfDigits(std::string_view digits);
 
 // The data of a whole line, read as the type says. REGLIB_E_FAIL and REGLIB_E_BAD_FORMAT for a line
 // without data (dataOfLine), REGLIB_E_BAD_TYPE for a type that values do not have.

@@ -4,6 +4,8 @@
 #include <tuple>
 #include <utility>
 
+#include "RegLib/text/LineFormat.h"
+
 namespace vqreg {
 
 namespace {
@@ -40,7 +42,8 @@ void ConfigReader::read(std::string_view text) {
 
 void ConfigReader::readPiece(const Piece& piece) {
     const bool isWholeLine = piece.offset == 0 && piece.isLast;
-    if (!isWholeLine || (piece.bytes.size() == kLongestPiece && piece.bytes.back() != '\n')) {
+    if (!isWholeLine ||
+        (piece.bytes.size() == VQRegLib::kLongestPiece && piece.bytes.back() != '\n')) {
         noteLongLine(piece);
     }
     eCut cut = eCut::eNone;
@@ -60,14 +63,14 @@ void ConfigReader::readLine(const Piece& piece, std::string_view line) {
 void ConfigReader::readKeyLine(const Piece& piece, std::string_view line) {
     m_current = nullptr;
     m_isInvisible = false;
-    const std::size_t close = line.find(']');
-    if (close == std::string_view::npos) {
+    std::string_view path;
+    if (VQRegLib::parseKeyLine(line, path) < 0) {
         m_state = eState::eAfterBadKey;
         lose(piece);
         error(piece, {line.size(), "the key line has no \"]\"", "write [PATH]"});
         return;
     }
-    const std::string_view path = line.substr(1, close - 1);
+    const std::size_t close = path.size() + 1;
     const std::vector<std::string_view> names = namesOfKeyLine(path);
     if (names.empty()) {
         m_state = eState::eAfterNoKey;
@@ -235,7 +238,7 @@ void ConfigReader::noteLongLine(const Piece& piece) {
     m_longFinding = m_findings.size();
     const bool isCut = !piece.isLast;
     add(piece,
-        {kLongestPiece - (isCut ? 0 : 1),
+        {VQRegLib::kLongestPiece - (isCut ? 0 : 1),
          isCut ? "the line is too long: it is cut here, and the rest is read as a line of its own"
                : "the line is too long: with a line end it would be cut after its last byte",
          "keep lines within 2047 bytes"},

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
+#include "RegLib/text/LineFormat.h"
 #include "tools/vqreg/ConfigReader.h"
-#include "tools/vqreg/HexDigits.h"
 
 namespace vqreg {
 
@@ -11,28 +11,11 @@ using VQRegLib::CRegLib;
 
 namespace {
 
-void composeValue(const Value& value, std::string& text) {
-    text += '"';
-    text += value.name;
-    if (value.type == CRegLib::eDword) {
-        text += "\"=dword:";
-        for (int shift = 24; shift >= 0; shift -= 8) {
-            appendHex(text, static_cast<unsigned char>(value.number >> shift));
-        }
-    } else if (value.type == CRegLib::eString) {
-        text += "\"=string:";
-        text += value.bytes;
-    } else {
-        text += "\"=binary:";
-        text += hexText(value.bytes);
-    }
-    text += '\n';
-}
-
 // `path` ends where the name of a sub key belongs.
 void composeBelow(const Key& key, std::string& path, std::string& text) {
     for (const auto& entry : key.values) {
-        composeValue(entry.second, text);
+        text += lineOf(entry.second);
+        text += '\n';
     }
     const std::size_t size = path.size();
     for (const auto& entry : key.keys) {
@@ -67,6 +50,19 @@ ConfigText parseConfigText(std::string_view text) {
         config.lostLines = reader.lostLines();
     }
     return config;
+}
+
+std::string lineOf(const Value& value) {
+    const std::string& bytes = value.bytes;
+    switch (value.type) {
+        case CRegLib::eDword:
+            return VQRegLib::composeDwordLine(value.name, value.number);
+        case CRegLib::eString:
+            return VQRegLib::composeStringLine(value.name, bytes);
+        default:
+            return VQRegLib::composeBinaryLine(
+                value.name, reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
+    }
 }
 
 std::string composeConfigText(const Key& top) {

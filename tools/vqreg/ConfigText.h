@@ -37,6 +37,9 @@ struct ConfigText {
 
 ConfigText parseConfigText(std::string_view text);
 
+// The line that the library writes for a value.
+std::string lineOf(const Value& value);
+
 // The text that the library writes for the keys below `top`.
 std::string composeConfigText(const Key& top);
 

@@ -1,9 +1,11 @@
 #include "tools/vqreg/DataInput.h"
 
+#include <algorithm>
 #include <charconv>
 
+#include "RegLib/text/LineFormat.h"
+#include "RegLib/text/ValueData.h"
 #include "tools/vqreg/ExitCode.h"
-#include "tools/vqreg/HexDigits.h"
 #include "tools/vqreg/Output.h"
 #include "tools/vqreg/TreeInput.h"
 
@@ -56,20 +58,11 @@ std::optional<std::uint32_t> parseNumber(const std::string& text) {
                              : parseDigits(text.data(), end, 10);
 }
 
-std::optional<std::string> parseHex(const std::string& text) {
-    if (text.size() % 2 != 0) {
+std::optional<std::string> parseHex(std::string_view text) {
+    if (text.size() % 2 != 0 || !std::all_of(text.begin(), text.end(), VQRegLib::isHexDigit)) {
         return std::nullopt;
     }
-    std::string bytes;
-    for (std::size_t at = 0; at < text.size(); at += 2) {
-        const auto high = hexDigitValue(text[at]);
-        const auto low = hexDigitValue(text[at + 1]);
-        if (!high || !low) {
-            return std::nullopt;
-        }
-        bytes += static_cast<char>(*high << 4 | *low);
-    }
-    return bytes;
+    return VQRegLib::bytesOfDigits(text);
 }
 
 void parseData(const std::string& text, Value& value) {

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "tools/vqreg/Model.h"
 
@@ -20,7 +21,7 @@ VQRegLib::CRegLib::eDataType guessType(const std::string& text);
 std::optional<std::uint32_t> parseNumber(const std::string& text);
 
 // Two digits per byte; none when the text is something else.
-std::optional<std::string> parseHex(const std::string& text);
+std::optional<std::string> parseHex(std::string_view text);
 
 // Puts the data into the value, whose type must be set. Binary data are hexadecimal digits, "@FILE"
 // or "-" for standard input. Throws eWrongKind for data that are not of the type.

@@ -3,8 +3,8 @@
 #include <algorithm>
 
 #include "tools/vqreg/JsonText.h"
+#include "tools/vqreg/Output.h"
 #include "tools/vqreg/StoreSession.h"
-#include "tools/vqreg/TextLines.h"
 
 namespace vqreg {
 
@@ -62,17 +62,13 @@ void compare(const Key& before, const Key& after, Path& path, std::vector<Change
 std::string dataOf(const Value& value) {
     Value nameless = value;
     nameless.name.clear();
-    Key key;
-    key.values.emplace("", std::move(nameless));
-    std::string line = composeConfigText(key);  // "\"\"=TYPE:DATA\n"
-    line = line.substr(3, line.size() - 4);
-    return escaped(line);
+    return printable(std::string_view(lineOf(nameless)).substr(3));  // behind "\"\"="
 }
 
 void findConflicts(const Key& base, const Key& addition, Path& path,
                    std::vector<std::string>& conflicts) {
     const auto report = [&](const std::string& name) {
-        conflicts.push_back("[" + escaped(plainPath(path)) + "] \"" + escaped(name) + "\"");
+        conflicts.push_back("[" + printable(plainPath(path)) + "] \"" + printable(name) + "\"");
     };
     for (const auto& [name, value] : addition.values) {
         if (base.keys.contains(name)) {
@@ -107,11 +103,11 @@ std::string lineOf(const Change& change, const Path& above) {
                                                                : '~';
     Path path = above;
     path.insert(path.end(), change.path.begin(), change.path.end());
-    std::string line = std::string(1, sign) + " [" + escaped(plainPath(path)) + "]";
+    std::string line = std::string(1, sign) + " [" + printable(plainPath(path)) + "]";
     if (change.isOfKey()) {
         return line;
     }
-    line += " \"" + escaped(change.value().name) + "\"=";
+    line += " \"" + printable(change.value().name) + "\"=";
     if (change.before && change.after) {
         return line + dataOf(*change.before) + " -> " + dataOf(*change.after);
     }

@@ -1,4 +1,4 @@
-// A file descriptor for the length of a scope.
+// File descriptors: for the length of a scope, and writing to them.
 #ifndef TOOLS_VQREG_FILEHANDLE_H
 #define TOOLS_VQREG_FILEHANDLE_H
 
@@ -8,25 +8,11 @@
 #include <cstddef>
 #include <string_view>
 
+#include "portable/FileDescriptor.h"
+
 namespace vqreg {
 
-class FileHandle {
-public:
-    explicit FileHandle(int fd) : m_fd(fd) {}
-    ~FileHandle() {
-        if (m_fd >= 0) {
-            ::close(m_fd);
-        }
-    }
-    FileHandle(const FileHandle&) = delete;
-    FileHandle& operator=(const FileHandle&) = delete;
-
-    bool isOpen() const { return m_fd >= 0; }
-    int get() const { return m_fd; }
-
-private:
-    const int m_fd;
-};
+using FileHandle = VQRegLib::CFileDescriptor;
 
 // False, with errno, when not everything could be written.
 inline bool writeAll(int fd, std::string_view text) {

@@ -6,6 +6,8 @@
 #include <iterator>
 #include <limits>
 
+#include "RegLib/text/LineFormat.h"
+#include "tools/vqreg/DataInput.h"
 #include "tools/vqreg/TextLines.h"
 
 namespace vqreg {
@@ -299,12 +301,8 @@ bool JsonReader::finishValue() {
     if (!frame.type) {
         return fail(frame.nameAt, which + " has no \"type\"", kShapeOfValue);
     }
-    if (*frame.type == "dword") {
-        value.type = CRegLib::eDword;
-        value.number = frame.number.value_or(0);
-    } else if (*frame.type == "string" || *frame.type == "binary") {
-        value.type = *frame.type == "string" ? CRegLib::eString : CRegLib::eBinary;
-    } else {
+    value.type = VQRegLib::typeOfWord(*frame.type);
+    if (value.type == CRegLib::eNone) {
         return fail(frame.nameAt, which + " has the unknown type " + shown(*frame.type),
                     "write string, dword or binary");
     }
@@ -313,9 +311,11 @@ bool JsonReader::finishValue() {
         return fail(frame.nameAt, which + (isNumber ? " has no number" : " has no text"),
                     kShapeOfValue);
     }
-    if (!isNumber) {
+    if (isNumber) {
+        value.number = *frame.number;
+    } else {
         const auto bytes =
-            value.type == CRegLib::eString ? textFromJson(*frame.text) : bytesOfDigits(*frame.text);
+            value.type == CRegLib::eString ? textFromJson(*frame.text) : parseHex(*frame.text);
         if (!bytes) {
             return fail(frame.nameAt, which + " has data that are no pairs of hexadecimal digits",
                         "write two digits for each byte");

@@ -13,9 +13,6 @@
 
 namespace vqreg {
 
-// None when the digits are odd in number or no digits.
-std::optional<std::string> bytesOfDigits(std::string_view digits);
-
 class JsonReader {
 public:
     explicit JsonReader(std::string_view text) : m_text(text), m_seen(text.data()) {}

@@ -1,10 +1,7 @@
 #include "tools/vqreg/JsonText.h"
 
-#include <algorithm>
-#include <cctype>
-#include <iterator>
-
-#include "tools/vqreg/HexDigits.h"
+#include "RegLib/text/LineFormat.h"
+#include "tools/vqreg/DataInput.h"
 #include "tools/vqreg/JsonReader.h"
 
 namespace vqreg {
@@ -59,41 +56,34 @@ void writeMembers(const Key& key, const std::string& indent, std::string& text) 
 
 }  // namespace
 
-std::optional<std::string> bytesOfDigits(std::string_view digits) {
-    const auto isDigit = [](unsigned char c) { return std::isxdigit(c) != 0; };
-    if (digits.size() % 2 != 0 || !std::all_of(digits.begin(), digits.end(), isDigit)) {
-        return std::nullopt;
-    }
-    std::string bytes;
-    for (std::size_t at = 0; at < digits.size(); at += 2) {
-        bytes += static_cast<char>(std::stoi(std::string(digits.substr(at, 2)), nullptr, 16));
-    }
-    return bytes;
-}
-
 std::string textForJson(std::string_view text) {
     if (isUtf8(text) && !text.starts_with(kHexPrefix)) {
         return std::string(text);
     }
-    return std::string(kHexPrefix) + hexText(text);
+    return std::string(kHexPrefix) + VQRegLib::hexText(text);
 }
 
 std::optional<std::string> textFromJson(std::string_view text) {
     if (!text.starts_with(kHexPrefix)) {
         return std::string(text);
     }
-    return bytesOfDigits(text.substr(kHexPrefix.size()));
+    return parseHex(text.substr(kHexPrefix.size()));
 }
 
 Json jsonOf(const Value& value) {
+    Json json;
+    json["type"] = VQRegLib::wordOfType(value.type);
     switch (value.type) {
         case CRegLib::eDword:
-            return {{"type", "dword"}, {"value", value.number}};
+            json["value"] = value.number;
+            break;
         case CRegLib::eBinary:
-            return {{"type", "binary"}, {"value", hexText(value.bytes)}};
+            json["value"] = VQRegLib::hexText(value.bytes);
+            break;
         default:
-            return {{"type", "string"}, {"value", textForJson(value.bytes)}};
+            json["value"] = textForJson(value.bytes);
     }
+    return json;
 }
 
 std::string composeJsonText(const Key& key, const std::string& path) {

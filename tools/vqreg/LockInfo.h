@@ -1,5 +1,5 @@
 // What the objects in /dev/shm tell about a store: who holds its lock, when it changed, and who
-// listens for changes. They are only read; the layout is the one that portable/README.md documents.
+// listens for changes. They are only read.
 #ifndef TOOLS_VQREG_LOCKINFO_H
 #define TOOLS_VQREG_LOCKINFO_H
 
@@ -11,11 +11,6 @@
 #include <vector>
 
 namespace vqreg {
-
-// The path of the object of this kind that stands for a file.
-std::string sharedObjectPath(const std::string& kind, const std::string& file);
-
-std::string lockObjectPath(const std::string& file);
 
 // The name of a process's program; empty when there is no such process.
 std::string programOf(std::int32_t pid);

@@ -79,7 +79,7 @@ void printText(const std::vector<Entry>& entries, const LsOptions& options) {
             output.line(styledName(entry, options), end);
             continue;
         }
-        const char* const type = entry.value ? typeName(entry.value->type) : "key";
+        const std::string_view type = entry.value ? typeName(entry.value->type) : "key";
         std::string line = output.styled(eStyle::eType, type);
         line.append(8 - std::string_view(type).size(), ' ');
         line += styledName(entry, options);

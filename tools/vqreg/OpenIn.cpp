@@ -16,6 +16,7 @@
 #include <system_error>
 #include <utility>
 
+#include "portable/ObjectName.h"
 #include "tools/vqreg/LockInfo.h"
 #include "tools/vqreg/Output.h"
 
@@ -108,9 +109,9 @@ Openers processesWith(const std::string& file) {
 
 std::vector<OpenIn> olderProcessesWith(const std::string& file) {
     std::vector<std::pair<std::string, std::int64_t>> objects;
-    for (const char* const kind : {"CPMutex", "CPSharedMemory"}) {
+    for (const char* const kind : {VQRegLib::kOlderLockKind, VQRegLib::kOlderBlockKind}) {
         struct stat status {};
-        if (::lstat(sharedObjectPath(kind, file).c_str(), &status) == 0) {
+        if (::lstat(VQRegLib::objectPath(kind, file).c_str(), &status) == 0) {
             objects.emplace_back(
                 fmt::format("{:02x}:{:02x}", major(status.st_dev), minor(status.st_dev)),
                 static_cast<std::int64_t>(status.st_ino));

@@ -7,8 +7,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "RegLib/text/LineFormat.h"
 #include "tools/vqreg/ExitCode.h"
-#include "tools/vqreg/HexDigits.h"
 
 namespace vqreg {
 
@@ -104,18 +104,9 @@ void note(std::string_view text) {
     [[maybe_unused]] const ssize_t written = ::write(STDERR_FILENO, line.data(), line.size());
 }
 
-const char* typeName(CRegLib::eDataType type) {
-    switch (type) {
-        case CRegLib::eBinary:
-            return "binary";
-        case CRegLib::eDword:
-            return "dword";
-        case CRegLib::eString:
-            return "string";
-        case CRegLib::eNone:
-            break;
-    }
-    return "none";
+std::string_view typeName(CRegLib::eDataType type) {
+    const std::string_view word = VQRegLib::wordOfType(type);
+    return word.empty() ? "none" : word;
 }
 
 std::string dataText(const Value& value) {
@@ -123,7 +114,7 @@ std::string dataText(const Value& value) {
         case CRegLib::eDword:
             return std::to_string(value.number);
         case CRegLib::eBinary:
-            return hexText(value.bytes);
+            return VQRegLib::hexText(value.bytes);
         default:
             return value.bytes;
     }

@@ -49,7 +49,8 @@ private:
 // "vqreg: " and the text on standard error.
 void note(std::string_view text);
 
-const char* typeName(VQRegLib::CRegLib::eDataType type);  // "string", "dword", "binary", "none"
+// "string", "dword", "binary", "none"
+std::string_view typeName(VQRegLib::CRegLib::eDataType type);
 
 // Data as people write it: a number in decimal, binary data as capital hex digits, text as it is.
 std::string dataText(const Value& value);

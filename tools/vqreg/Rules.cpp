@@ -4,6 +4,8 @@
 
 #include <string_view>
 
+#include "RegLib/text/LineFormat.h"
+#include "RegLib/text/LineSplitter.h"
 #include "tools/vqreg/Output.h"
 #include "tools/vqreg/StoreSession.h"
 
@@ -13,7 +15,7 @@ namespace {
 
 using VQRegLib::CRegLib;
 
-constexpr std::size_t kLongestLine = 2047;  // the reader cuts a longer one
+constexpr std::size_t kLongestLine = VQRegLib::kLongestPiece - 1;  // the reader cuts a longer one
 constexpr std::size_t kLongestQuoted = 60;
 
 // The input as a message shows it: unprintable characters made visible, long texts cut.
@@ -47,18 +49,6 @@ std::optional<std::string> forbiddenIn(const std::string& text,
         }
     }
     return std::nullopt;
-}
-
-std::size_t lineSize(const Value& value) {
-    const std::size_t head = value.name.size() + 4 + std::string_view(typeName(value.type)).size();
-    switch (value.type) {
-        case CRegLib::eDword:
-            return head + 8;
-        case CRegLib::eBinary:
-            return head + 2 * value.bytes.size();
-        default:
-            return head + value.bytes.size();
-    }
 }
 
 std::string fullName(const std::string& rootName, const std::vector<std::string>& path) {
@@ -144,7 +134,8 @@ std::optional<std::string> brokenRuleOfValue(const Value& value) {
             return broken;
         }
     }
-    return tooLong("the value " + quoted(value.name), lineSize(value));
+    return tooLong("the value " + quoted(value.name),
+                   VQRegLib::valueLineSize(value.name.size(), value.type, value.bytes.size()));
 }
 
 std::optional<std::string> brokenRuleOfKeyPath(const std::string& rootName,

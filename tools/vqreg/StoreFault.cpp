@@ -14,10 +14,10 @@
 #include <filesystem>
 #include <optional>
 
+#include "portable/ObjectName.h"
 #include "tools/vqreg/ConfigText.h"
 #include "tools/vqreg/FileFacts.h"
 #include "tools/vqreg/FileHandle.h"
-#include "tools/vqreg/LockInfo.h"
 #include "tools/vqreg/Model.h"
 
 namespace vqreg {
@@ -126,8 +126,8 @@ std::optional<CommandError> textFault(const std::string& file, const std::string
 }
 
 std::optional<CommandError> sharedObjectFault(const std::string& file) {
-    for (const char* const kind : {"CPLock", "CPBlock"}) {
-        const std::string object = sharedObjectPath(kind, file);
+    for (const char* const kind : {VQRegLib::kLockKind, VQRegLib::kBlockKind}) {
+        const std::string object = VQRegLib::objectPath(kind, file);
         struct stat status {};
         if (::lstat(object.c_str(), &status) != 0) {
             if (!may(directoryOf(object), W_OK)) {

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cctype>
 
-#include "tools/vqreg/HexDigits.h"
+#include "RegLib/text/LineFormat.h"
+#include "RegLib/text/ValueData.h"
+#include "tools/vqreg/Output.h"
 
 namespace vqreg {
 
@@ -11,48 +13,14 @@ using VQRegLib::CRegLib;
 
 namespace {
 
-bool isBlank(char c) {
-    return c == ' ' || (c >= '\t' && c <= '\r');
-}
-
-// The library reads numbers as scanf does for "%X": blanks, a sign and "0x" count.
-std::uint32_t scanHex(std::string_view text, std::size_t width) {
-    while (!text.empty() && isBlank(text.front())) {
-        text.remove_prefix(1);
-    }
-    text = text.substr(0, width);
-    bool isNegative = false;
-    if (!text.empty() && (text.front() == '-' || text.front() == '+')) {
-        isNegative = text.front() == '-';
-        text.remove_prefix(1);
-    }
-    if (text.starts_with("0x") || text.starts_with("0X")) {
-        text.remove_prefix(2);
-    }
-    std::uint32_t number = 0;
-    for (const char c : text) {
-        const auto digit = hexDigitValue(c);
-        if (!digit) {
-            break;
-        }
-        number = number * 16 + *digit;
-    }
-    return isNegative ? 0 - number : number;
-}
-
-CRegLib::eDataType typeOfWord(std::string_view word) {
-    if (word == "binary") {
-        return CRegLib::eBinary;
-    }
-    if (word == "dword") {
-        return CRegLib::eDword;
-    }
-    return word == "string" ? CRegLib::eString : CRegLib::eNone;
+// Of a part of a line that is a view into it.
+std::size_t placeIn(std::string_view line, std::string_view part) {
+    return static_cast<std::size_t>(part.data() - line.data());
 }
 
 Fault faultOfUnquotedLine(std::string_view line) {
     constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
-    const auto text = std::find_if_not(line.begin(), line.end(), isBlank);
+    const auto text = std::find_if_not(line.begin(), line.end(), VQRegLib::isBlank);
     if (line.empty()) {
         return {0, "the line is empty", "remove it"};
     }
@@ -78,15 +46,32 @@ Fault faultOfTypeWord(std::string_view word, std::size_t at) {
                    [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
     const std::size_t first = std::min(lower.find_first_not_of(" \t"), lower.size());
     lower = lower.substr(first, lower.find_last_not_of(" \t") + 1 - first);
-    const bool isMeant = typeOfWord(lower) != CRegLib::eNone;
+    const bool isMeant = VQRegLib::typeOfWord(lower) != CRegLib::eNone;
     return {at, shown(word) + " is no type",
             isMeant ? "write " + lower + ", in lower case and without blanks"
                     : "write string, dword or binary"};
 }
 
+Fault faultOfParts(VQRegLib::eLineFault fault, std::string_view line, const ValueLine& parts,
+                   std::string_view typeWord) {
+    const std::size_t nameEnd = parts.nameAt + parts.name.size();
+    switch (fault) {
+        case VQRegLib::eLineFault::eNotClosed:
+            return {parts.nameAt - 1, "the value's name has no closing quote",
+                    "write \"NAME\"=TYPE:DATA"};
+        case VQRegLib::eLineFault::eNoEquals:
+            return {nameEnd + 1, "the value's name is not followed by \"=\"",
+                    "write \"NAME\"=TYPE:DATA; a name cannot hold a double quote"};
+        case VQRegLib::eLineFault::eNoColon:
+            return {line.size(), "\":\" is missing between type and data",
+                    "write \"NAME\"=TYPE:DATA"};
+        default:
+            return faultOfTypeWord(typeWord, placeIn(line, typeWord));
+    }
+}
+
 void findNumberOddities(const ValueLine& parts, std::vector<Fault>& faults) {
-    const auto bad = std::find_if(parts.data.begin(), parts.data.end(),
-                                  [](char c) { return !hexDigitValue(c); });
+    const auto bad = std::find_if_not(parts.data.begin(), parts.data.end(), VQRegLib::isHexDigit);
     if (bad == parts.data.end() && parts.data.size() == 8) {
         return;
     }
@@ -105,8 +90,7 @@ void findNumberOddities(const ValueLine& parts, std::vector<Fault>& faults) {
 }
 
 void findBinaryOddities(const ValueLine& parts, std::vector<Fault>& faults) {
-    const auto bad = std::find_if(parts.data.begin(), parts.data.end(),
-                                  [](char c) { return !hexDigitValue(c); });
+    const auto bad = std::find_if_not(parts.data.begin(), parts.data.end(), VQRegLib::isHexDigit);
     if (bad != parts.data.end()) {
         faults.push_back({parts.dataAt + static_cast<std::size_t>(bad - parts.data.begin()),
                           shown({&*bad, 1}) + " is no hexadecimal digit: other bytes are read",
@@ -121,17 +105,15 @@ void findBinaryOddities(const ValueLine& parts, std::vector<Fault>& faults) {
 }  // namespace
 
 bool PieceReader::next(Piece& piece) {
-    if (m_rest.empty()) {
+    if (!VQRegLib::takePiece(m_rest, true, piece.bytes)) {
         return false;
     }
-    const std::size_t feed = m_rest.substr(0, kLongestPiece).find('\n');
+    const bool isEnded = piece.bytes.back() == '\n';
     piece.line = m_line;
     piece.offset = m_offset;
-    piece.bytes = m_rest.substr(0, feed == std::string_view::npos ? kLongestPiece : feed + 1);
-    m_rest.remove_prefix(piece.bytes.size());
-    piece.isLast = feed != std::string_view::npos || m_rest.empty();
+    piece.isLast = isEnded || m_rest.empty();
     m_offset += piece.bytes.size();
-    if (feed != std::string_view::npos) {
+    if (isEnded) {
         ++m_line;
         m_offset = 0;
     }
@@ -139,46 +121,32 @@ bool PieceReader::next(Piece& piece) {
 }
 
 std::string_view cutPiece(std::string_view bytes, eCut& cut) {
-    const std::size_t nul = bytes.find('\0');
-    cut = nul == std::string_view::npos ? eCut::eNone : eCut::eNul;
-    std::string_view line = bytes.substr(0, nul);
-    const std::size_t carriageReturn = line.find('\r');
-    if (carriageReturn != std::string_view::npos) {
-        const std::string_view after = bytes.substr(carriageReturn + 1);
-        cut = after.empty() || after == "\n" ? eCut::eLineEnd : eCut::eCarriageReturn;
-        return line.substr(0, carriageReturn);
+    const std::string_view line = VQRegLib::lineOfPiece(bytes);
+    const std::string_view end = bytes.substr(line.size());
+    if (end.starts_with('\0')) {
+        cut = eCut::eNul;
+    } else if (end.starts_with('\r')) {
+        cut = end == "\r" || end == "\r\n" ? eCut::eLineEnd : eCut::eCarriageReturn;
+    } else {
+        cut = eCut::eNone;
     }
-    return line.substr(0, line.find('\n'));
+    return line;
 }
 
 std::optional<Fault> readValueLine(std::string_view line, ValueLine& parts) {
-    const std::size_t open = line.find('"');
-    if (open == std::string_view::npos) {
+    VQRegLib::CValueLine split;
+    const VQRegLib::eLineFault fault = VQRegLib::splitValueLine(line, split);
+    if (fault == VQRegLib::eLineFault::eNoQuote) {
         return faultOfUnquotedLine(line);
     }
-    const std::size_t close = line.find('"', open + 1);
-    if (close == std::string_view::npos) {
-        return Fault{open, "the value's name has no closing quote", "write \"NAME\"=TYPE:DATA"};
+    parts.name = split.name;
+    parts.nameAt = placeIn(line, split.name);
+    parts.type = split.type;
+    if (fault != VQRegLib::eLineFault::eNone) {
+        return faultOfParts(fault, line, parts, split.typeWord);
     }
-    if (close + 1 >= line.size() || line[close + 1] != '=') {
-        return Fault{close + 1, "the value's name is not followed by \"=\"",
-                     "write \"NAME\"=TYPE:DATA; a name cannot hold a double quote"};
-    }
-    const std::size_t typeAt = close + 2;
-    const std::size_t colon = line.find(':', typeAt);
-    if (colon == std::string_view::npos) {
-        return Fault{line.size(), "\":\" is missing between type and data",
-                     "write \"NAME\"=TYPE:DATA"};
-    }
-    parts.name = line.substr(open + 1, close - open - 1);
-    parts.nameAt = open + 1;
-    const std::string_view word = line.substr(typeAt, colon - typeAt);
-    parts.type = typeOfWord(word);
-    if (parts.type == CRegLib::eNone) {
-        return faultOfTypeWord(word, typeAt);
-    }
-    parts.dataAt = line.find(':') + 1;
-    parts.data = line.substr(parts.dataAt);
+    VQRegLib::dataOfLine(line, parts.data);
+    parts.dataAt = placeIn(line, parts.data);
     return std::nullopt;
 }
 
@@ -207,39 +175,21 @@ Value valueOf(const ValueLine& parts) {
     value.name = parts.name;
     value.type = parts.type;
     if (parts.type == CRegLib::eDword) {
-        value.number = scanHex(parts.data, 8);
+        value.number = VQRegLib::scanHex(parts.data, 8);
     } else if (parts.type == CRegLib::eString) {
         value.bytes = parts.data;
     } else {
-        for (std::size_t at = 0; at + 2 <= parts.data.size(); at += 2) {
-            value.bytes += static_cast<char>(scanHex(parts.data.substr(at), 2) & 0xFF);
-        }
+        value.bytes = VQRegLib::bytesOfDigits(parts.data);
     }
     return value;
 }
 
 std::vector<std::string_view> namesOfKeyLine(std::string_view path) {
     std::vector<std::string_view> names;
-    while (!path.empty()) {
-        const std::size_t end = path.find('/');
-        names.push_back(path.substr(0, end));
-        path.remove_prefix(end == std::string_view::npos ? path.size() : end + 1);
+    for (std::string_view name; VQRegLib::nextKeyLineName(path, name);) {
+        names.push_back(name);
     }
     return names;
-}
-
-std::string escaped(std::string_view text) {
-    std::string result;
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte < ' ' || byte == 0x7F) {
-            result += "\\x";
-            appendHex(result, byte);
-        } else {
-            result += c;
-        }
-    }
-    return result;
 }
 
 std::string shown(std::string_view text) {
@@ -249,7 +199,7 @@ std::string shown(std::string_view text) {
            (static_cast<unsigned char>(text[size]) & 0xC0) == 0x80) {
         --size;  // not in the middle of a character
     }
-    return '"' + escaped(text.substr(0, size)) + (size < text.size() ? "...\"" : "\"");
+    return '"' + printable(text.substr(0, size)) + (size < text.size() ? "...\"" : "\"");
 }
 
 }  // namespace vqreg

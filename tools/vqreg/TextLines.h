@@ -1,4 +1,5 @@
-// The lines of a configuration file as the library's reader takes them apart.
+// The lines of a configuration file as the library's reader takes them apart, with their places and
+// with what is odd about them.
 #ifndef TOOLS_VQREG_TEXTLINES_H
 #define TOOLS_VQREG_TEXTLINES_H
 
@@ -8,12 +9,10 @@
 #include <string_view>
 #include <vector>
 
+#include "RegLib/text/LineSplitter.h"
 #include "tools/vqreg/Model.h"
 
 namespace vqreg {
-
-// The reader takes at most so many bytes at once, the line end included.
-constexpr std::size_t kLongestPiece = 2048;
 
 // What the reader takes at once: a line with its line end, or a part of a line that is too long.
 struct Piece {
@@ -36,7 +35,7 @@ private:
 
 enum class eCut { eNone, eLineEnd, eCarriageReturn, eNul };
 
-// The part of a piece that the reader looks at: up to the first NUL, carriage return or line feed.
+// The part of a piece that the reader looks at, and what ends it before the end of the piece.
 // eLineEnd: a carriage return at the end of the line, which is an ordinary line end.
 std::string_view cutPiece(std::string_view bytes, eCut& cut);
 
@@ -65,9 +64,6 @@ Value valueOf(const ValueLine& parts);
 
 // The names in a key line's path as the reader splits it: a slash at the end adds no name.
 std::vector<std::string_view> namesOfKeyLine(std::string_view path);
-
-// Control characters as \xNN.
-std::string escaped(std::string_view text);
 
 // A text in double quotes for a message: on one line, printable, and not endless.
 std::string shown(std::string_view text);

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <optional>
 
+#include "RegLib/text/LineFormat.h"
+#include "RegLib/text/LineSplitter.h"
 #include "tools/vqreg/ExitCode.h"
 #include "tools/vqreg/Interruption.h"
 #include "tools/vqreg/JsonText.h"
@@ -71,13 +73,11 @@ PlacedTree readJsonTree(const StoreOptions& store, const TextOptions& options,
 
 // The names in the first key line; none in a text without one.
 Names firstKeyOf(const std::string& text) {
-    PieceReader reader(text);
-    for (Piece piece; reader.next(piece);) {
-        eCut cut = eCut::eNone;
-        const std::string_view line = cutPiece(piece.bytes, cut);
-        const std::size_t close = line.find(']');
-        if (line.starts_with('[') && close != std::string_view::npos) {
-            const auto names = namesOfKeyLine(line.substr(1, close - 1));
+    std::string_view rest = text;
+    std::string_view path;
+    for (std::string_view line; VQRegLib::takeLine(rest, true, line);) {
+        if (line.starts_with('[') && VQRegLib::parseKeyLine(line, path) >= 0) {
+            const auto names = namesOfKeyLine(path);
             if (!names.empty()) {
                 return {names.begin(), names.end()};
             }

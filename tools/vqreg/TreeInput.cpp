@@ -15,7 +15,6 @@
 #include "tools/vqreg/FileHandle.h"
 #include "tools/vqreg/Output.h"
 #include "tools/vqreg/Rules.h"
-#include "tools/vqreg/TextLines.h"
 
 namespace vqreg {
 

@@ -2,9 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <cctype>
 #include <cstdio>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 using namespace VQRegLib;
@@ -298,6 +300,8 @@ TEST(LineFormat, NoLineIsTheLineOfMoreBytesThanATextCanHold) {
     const unsigned char byte = 0xAB;
     EXPECT_FALSE(isBinaryLine("\"a\"=binary:AB", "a", &byte, ~std::size_t{0}));
     EXPECT_FALSE(isBinaryLine("\"a\"=binary:AB", "a", &byte, ~std::size_t{0} / 2 + 1));
+    // They are not even looked at.
+    EXPECT_FALSE(isBinaryLine("\"a\"=binary:AB", "a", nullptr, ~std::size_t{0}));
 }
 
 TEST(LineFormat, ComparesAsItComposes) {
@@ -313,5 +317,84 @@ TEST(LineFormat, ComparesAsItComposes) {
         ASSERT_EQ(isBinaryLine(line, name, bytes, data.size()),
                   line == composeBinaryLine(name, bytes, data.size()))
             << line;
+    }
+}
+
+TEST(LineFormat, TellsWhatALineLacksOfAValueLine) {
+    for (const auto& [line, fault] :
+         {std::pair("", eLineFault::eNoQuote), std::pair("[a]", eLineFault::eNoQuote),
+          std::pair("\"", eLineFault::eNotClosed), std::pair("x\"a=b:c", eLineFault::eNotClosed),
+          std::pair("\"a\"", eLineFault::eNoEquals), std::pair("\"a\":=", eLineFault::eNoEquals),
+          std::pair("\"a\"=", eLineFault::eNoColon), std::pair("\"a:\"=x", eLineFault::eNoColon),
+          std::pair("\"a\"=:", eLineFault::eNoType), std::pair("\"a\"=none:", eLineFault::eNoType),
+          std::pair("\"a\"=String:", eLineFault::eNoType),
+          std::pair("\"a\"=string:", eLineFault::eNone)}) {
+        CValueLine parts;
+        EXPECT_EQ(splitValueLine(line, parts), fault) << line;
+        EXPECT_EQ(codeOfValueLine(line),
+                  fault == eLineFault::eNone ? REGLIB_OK : REGLIB_E_BAD_FORMAT);
+    }
+}
+
+TEST(LineFormat, DoesNotLookBehindTheEndOfALine) {
+    const std::string_view text = "\"a\"=string:b";
+    for (std::size_t size = 0; size < text.size() - 2; ++size) {
+        EXPECT_EQ(codeOfValueLine(text.substr(0, size)), REGLIB_E_BAD_FORMAT) << size;
+    }
+    EXPECT_EQ(codeOfValueLine(text.substr(0, text.size() - 1)), REGLIB_OK);
+}
+
+TEST(LineFormat, AFaultLeavesWhatStandsBeforeIt) {
+    CValueLine open;
+    splitValueLine("x\"ab=", open);
+    EXPECT_EQ(open.name, "ab=");
+    CValueLine closed;
+    splitValueLine("x\"ab\":", closed);
+    EXPECT_EQ(closed.name, "ab");
+    CValueLine untyped;
+    splitValueLine("\"ab\"= DWORD:1", untyped);
+    EXPECT_EQ(untyped.name, "ab");
+    EXPECT_EQ(untyped.typeWord, " DWORD");
+    EXPECT_EQ(untyped.type, CRegLib::eNone);
+}
+
+TEST(LineFormat, EachTypeHasItsWord) {
+    for (const auto& [type, word] :
+         {std::pair(CRegLib::eBinary, "binary"), std::pair(CRegLib::eDword, "dword"),
+          std::pair(CRegLib::eString, "string"), std::pair(CRegLib::eNone, "")}) {
+        EXPECT_EQ(wordOfType(type), word);
+        EXPECT_EQ(typeOfWord(word), type);
+    }
+    EXPECT_EQ(wordOfType(static_cast<CRegLib::eDataType>(7)), "");
+    for (const char* word : {"DWORD", "dwor", "dwords", " dword", "none"}) {
+        EXPECT_EQ(typeOfWord(word), CRegLib::eNone) << word;
+    }
+}
+
+TEST(LineFormat, KnowsTheSizeOfALineBeforeItIsComposed) {
+    const std::string bytes(33, 'x');
+    const auto* const data = reinterpret_cast<const unsigned char*>(bytes.data());
+    for (const std::string name : {"", "n", "a longer name"}) {
+        EXPECT_EQ(valueLineSize(name.size(), CRegLib::eDword, 0), composeDwordLine(name, 7).size());
+        for (const std::size_t size : {0u, 1u, 33u}) {
+            EXPECT_EQ(valueLineSize(name.size(), CRegLib::eString, size),
+                      composeStringLine(name, bytes.substr(0, size)).size());
+            EXPECT_EQ(valueLineSize(name.size(), CRegLib::eBinary, size),
+                      composeBinaryLine(name, data, size).size());
+        }
+    }
+}
+
+TEST(LineFormat, WritesBytesAsTheLineHasThem) {
+    EXPECT_EQ(hexText(std::string_view("\0\x1f\xAB", 3)), "001FAB");
+    EXPECT_EQ(hexText(""), "");
+    EXPECT_EQ(hexText(std::string(40, '\xC0')).size(), 80u);
+}
+
+TEST(LineFormat, KnowsBlanksAndDigitsAsTheCLibraryDoes) {
+    for (int c = -128; c < 128; ++c) {
+        const auto letter = static_cast<char>(c);
+        EXPECT_EQ(isBlank(letter), std::isspace(static_cast<unsigned char>(letter)) != 0) << c;
+        EXPECT_EQ(isHexDigit(letter), std::isxdigit(static_cast<unsigned char>(letter)) != 0) << c;
     }
 }

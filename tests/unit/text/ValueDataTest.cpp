@@ -180,3 +180,10 @@ TEST(ValueData, WhatIsComposedComesBack) {
         ASSERT_EQ(std::memcmp(dword.bytes.data(), &number, sizeof number), 0);
     }
 }
+
+TEST(ValueData, BytesAsATextAreThoseOfABuffer) {
+    EXPECT_EQ(bytesOfDigits("00fF1"), std::string("\0\xFF", 2));
+    EXPECT_EQ(bytesOfDigits("1"), "");
+    EXPECT_EQ(bytesOfDigits(""), "");
+    EXPECT_EQ(bytesOfDigits("zz0x"), std::string(2, '\0'));
+}
