@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <sys/syscall.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
@@ -37,15 +38,44 @@ std::FILE* failWith(int fd, int error) {
 }
 
 constexpr mode_t kModeForAll = 0666;
+constexpr mode_t kModeBits = 07777;
 
 // False with errno for anything else.
-bool isRegular(int fd) {
-    struct stat status {};
-    if (::fstat(fd, &status) != 0) {
-        return false;
-    }
+bool isRegular(const struct stat& status) {
     errno = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
     return S_ISREG(status.st_mode);
+}
+
+bool isRegular(int fd) {
+    struct stat status {};
+    return ::fstat(fd, &status) == 0 && isRegular(status);
+}
+
+bool isForAll(const struct stat& status) {
+    return (status.st_mode & kModeBits) == kModeForAll;
+}
+
+// fchmodat2, which does not follow a link; the C library may be older than the kernel.
+int changeMode(const char* path, mode_t mode) {
+#if defined(SYS_fchmodat2)
+    constexpr long kNumber = SYS_fchmodat2;
+#elif defined(__alpha__)
+    constexpr long kNumber = 562;
+#else
+    constexpr long kNumber = 452;
+#endif
+    return static_cast<int>(::syscall(kNumber, AT_FDCWD, path, mode, AT_SYMLINK_NOFOLLOW));
+}
+
+// The descriptor of O_PATH can be had without any permission on the file, waits for nobody and does
+// nothing to it, a device for example; its mode can be set only through the name that /proc has for it.
+int changeModeThroughProc(const char* path, mode_t mode) {
+    const CFileDescriptor file(::open(path, O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    if (!file.isOpen() || !isRegular(file.get())) {
+        return -1;
+    }
+    const std::string self = "/proc/self/fd/" + std::to_string(file.get());
+    return ::chmod(self.c_str(), mode);
 }
 
 // Starts the writing of a file's data, which gives them their place on the disk. A file that cannot
@@ -142,20 +172,17 @@ std::FILE* CFileOps::openForReading(const char* path) {
     return file;
 }
 
+// Made by fopen, which knows what it has opened: fdopen would have to ask.
 std::FILE* CFileOps::createForWriting(const char* path, std::uint64_t size) {
-    const int fd = ::open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-    if (fd < 0) {
+    std::FILE* const file = std::fopen(path, "wxe");
+    if (!file) {
         return nullptr;
     }
-    if (!hasRoom(fd, size)) {
+    if (!hasRoom(::fileno(file), size)) {
+        std::fclose(file);
         ::unlink(path);
-        return failWith(fd, ENOSPC);
-    }
-    std::FILE* const file = fdopen(fd, "w");
-    if (!file) {
-        const int error = errno;
-        ::unlink(path);
-        return failWith(fd, error);
+        errno = ENOSPC;
+        return nullptr;
     }
     std::setvbuf(file, nullptr, _IONBF, 0);
     return file;
@@ -191,19 +218,29 @@ int CFileOps::close(std::FILE* file) {
     return std::fclose(file);
 }
 
-// The descriptor of O_PATH can be had without any permission on the file, waits for nobody and does
-// nothing to it, a device for example; its mode can be set only through the name that /proc has for it.
-int CFileOps::makeWritableForAll(const char* path) {
-    const CFileDescriptor file(::open(path, O_PATH | O_NOFOLLOW | O_CLOEXEC));
-    if (!file.isOpen() || !isRegular(file.get())) {
+// The name is looked up twice. Whoever may exchange what it means in between cannot gain by it: he can
+// put a file there as well, and a device only where he may make devices. Kernels before 6.6 do not know
+// the call, and a sandbox may forbid what it does not know.
+int CFileOps::makeWritableForAll(const char* path, bool* holdsText) {
+    struct stat status {};
+    if (::lstat(path, &status) != 0 || !isRegular(status)) {
         return -1;
     }
-    const std::string self = "/proc/self/fd/" + std::to_string(file.get());
-    return ::chmod(self.c_str(), kModeForAll);
+    if (holdsText) {
+        *holdsText = status.st_size > 0;
+    }
+    if (isForAll(status) || changeMode(path, kModeForAll) == 0) {
+        return 0;
+    }
+    return errno == ENOSYS || errno == EPERM ? changeModeThroughProc(path, kModeForAll) : -1;
 }
 
 int CFileOps::makeWritableForAll(std::FILE* file) {
-    return isRegular(::fileno(file)) ? ::fchmod(::fileno(file), kModeForAll) : -1;
+    struct stat status {};
+    if (::fstat(::fileno(file), &status) != 0 || !isRegular(status)) {
+        return -1;
+    }
+    return isForAll(status) ? 0 : ::fchmod(::fileno(file), kModeForAll);
 }
 
 int CFileOps::unlink(const char* path) {

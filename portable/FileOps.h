@@ -25,8 +25,8 @@ public:
     virtual std::FILE* openForReading(const char* path);
 
     // Makes a new file, readable and writable by everybody as far as the umask allows. Fails with
-    // ENOSPC, leaving no file, when the file system has no room for `size` bytes: a write would
-    // fail half-way and unseen.
+    // ENOSPC, leaving no file, when the file system has no room for `size` bytes: a write would take
+    // the last room, and fail half-way.
     virtual std::FILE* createForWriting(const char* path, std::uint64_t size);
 
     // As fread, fwrite, fflush and fclose; wrong counts and EOF with errno on failure.
@@ -42,7 +42,9 @@ public:
     // Both give a regular file the mode 0666 and leave anything else as it is. The first one never
     // touches what a symbolic link in the path's place leads to: in a directory that others may
     // write, that would open any file to them. 0, or -1 with errno.
-    virtual int makeWritableForAll(const char* path);
+    // By the way it learns whether the file holds a text; `holdsText` may be null, and stays as it is
+    // on failure.
+    virtual int makeWritableForAll(const char* path, bool* holdsText);
     virtual int makeWritableForAll(std::FILE* file);
 
     // As the system calls of these names.

@@ -92,7 +92,7 @@ struct CPMutexState {
 
     int takeInside(const CPatience& patience);
     int takeFile(const CPatience& patience);
-    int takeOpenFile(const CPatience& patience);
+    int takeOpenFile(const CPatience& patience, bool& hasWaited);
     void take();
     void giveUp();
 };
@@ -204,9 +204,10 @@ int CPMutexState::takeInside(const CPatience& patience) {
     return 0;
 }
 
-int CPMutexState::takeOpenFile(const CPatience& patience) {
-    for (;;) {
-        if (::flock(file.descriptor(), patience.isEndless() ? LOCK_EX : LOCK_EX | LOCK_NB) == 0) {
+int CPMutexState::takeOpenFile(const CPatience& patience, bool& hasWaited) {
+    for (hasWaited = false;; hasWaited = true) {
+        const bool isWaiting = hasWaited && patience.isEndless();
+        if (::flock(file.descriptor(), isWaiting ? LOCK_EX : LOCK_EX | LOCK_NB) == 0) {
             return 0;
         }
         if (errno != EINTR && errno != EWOULDBLOCK) {
@@ -221,14 +222,17 @@ int CPMutexState::takeOpenFile(const CPatience& patience) {
     }
 }
 
+// The look at the file before its lock is taken counts, unless that has taken time: whoever is going
+// to rely on the lock asks isStillHeld.
 int CPMutexState::takeFile(const CPatience& patience) try {
     int error = EAGAIN;
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
-        error = file.isOurs() ? 0 : file.open(name, sizeof(CHolderNote));
+        bool hasWaited = false;
+        error = file.isInPlace() ? 0 : file.open(name, sizeof(CHolderNote));
         if (error == 0) {
-            error = takeOpenFile(patience);
+            error = takeOpenFile(patience, hasWaited);
         }
-        if (error != 0 || file.isNamed()) {
+        if (error != 0 || !hasWaited || file.isInPlace()) {
             return error;
         }
         file.close();  // and with it the lock of a file that nobody else will find
@@ -321,7 +325,24 @@ int CPMutex::release() {
 }
 
 bool CPMutex::isStillHeld() const {
-    return m_pState->heldByCaller() && m_pState->file.isOurs() && m_pState->file.isNamed();
+    return m_pState->heldByCaller() && m_pState->file.isInPlace();
+}
+
+CPMutex::Counter CPMutex::counter() const {
+    Counter counter{};
+    const bool isRead =
+        m_pState->heldByCaller() && ::pread(m_pState->file.descriptor(), &counter, sizeof counter,
+                                            offsetof(CHolderNote, counter)) == sizeof counter;
+    return isRead ? counter : Counter{};
+}
+
+bool CPMutex::putCounter(const Counter& counter) const {
+    if (!isStillHeld()) {
+        return false;
+    }
+    (void)!::pwrite(m_pState->file.descriptor(), &counter, sizeof counter,
+                    offsetof(CHolderNote, counter));
+    return true;
 }
 
 bool CPMutex::isHeldHere() const {
@@ -335,7 +356,7 @@ bool CPMutex::isHeldThroughAnother() const {
 void CPMutex::noteHolding() const {
     timespec now{};
     clock_gettime(CLOCK_REALTIME_COARSE, &now);
-    const CHolderNote note{CPortable::GetCurrentProcessId(), now.tv_sec, 0};
+    const CHolderNote note{CPortable::GetCurrentProcessId(), now.tv_sec, 0, 0, 0};
     if (m_pState->heldByCaller() && m_pState->file.isOurs()) {
         // Only for telling a person.
         (void)!::pwrite(m_pState->file.descriptor(), &note, offsetof(CHolderNote, mark), 0);

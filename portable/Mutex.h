@@ -57,6 +57,16 @@ public:
     // nobody out.
     bool isStillHeld() const;
 
+    // A number that the holders leave in the object for one another, and what it is a number of; 0 at
+    // first. Everybody may write there. putCounter does nothing, and returns false, when the mutex is
+    // not still held.
+    struct Counter {
+        std::uint64_t number;
+        std::uint64_t tag;
+    };
+    Counter counter() const;
+    bool putCounter(const Counter& counter) const;
+
     // True when the calling thread holds the mutex through this object.
     bool isHeldHere() const;
 

@@ -37,6 +37,8 @@ struct CHolderNote {
     std::int64_t pid;
     std::int64_t sinceSec;
     std::int64_t mark;
+    std::uint64_t counter;
+    std::uint64_t counterTag;
 };
 
 constexpr char kBlockTag[8] = {'C', 'P', 'B', 'l', 'o', 'c', 'k', '1'};
@@ -47,7 +49,6 @@ struct CBlockRecord {
     std::uint64_t ipcNamespace;
     std::int64_t id;
     unsigned char lot[16];
-    std::uint64_t counter;
 };
 
 // The beginning of the segment. 64 bytes, so that the block begins at a cache line.

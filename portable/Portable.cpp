@@ -13,6 +13,8 @@
 #include <memory>
 #include <new>
 
+#include "portable/ProcessMark.h"
+
 #ifndef VQREGLIB_VERSION
 #define VQREGLIB_VERSION "unknown"
 #endif
@@ -79,6 +81,33 @@ private:
     pthread_attr_t m_attributes;
     bool m_ready;
 };
+
+// Random bytes for several numbers at a time. A child of fork must not go on with its parent's.
+class CRandomBytes {
+public:
+    bool take(unsigned char (&bytes)[16]) {
+        const std::uint32_t forks = CProcessMark::forks();
+        if (m_left == 0 || m_forks != forks) {
+            m_forks = forks;
+            const bool isFilled = getrandom(m_bytes, sizeof m_bytes, GRND_NONBLOCK) ==
+                                  static_cast<ssize_t>(sizeof m_bytes);
+            m_left = isFilled ? sizeof m_bytes : 0;
+        }
+        if (m_left == 0) {
+            return false;
+        }
+        m_left -= sizeof bytes;
+        __builtin_memcpy(bytes, m_bytes + m_left, sizeof bytes);
+        return true;
+    }
+
+private:
+    unsigned char m_bytes[256];
+    std::size_t m_left = 0;
+    std::uint32_t m_forks = 0;
+};
+
+thread_local CRandomBytes t_random;
 
 constexpr std::uint64_t kNanosecondsPerSecond = 1'000'000'000;
 
@@ -180,7 +209,7 @@ std::string CPortable::itoa(long value) {
 
 std::string CPortable::newPUUID() {
     unsigned char bytes[16];
-    if (getrandom(bytes, sizeof bytes, GRND_NONBLOCK) != static_cast<ssize_t>(sizeof bytes)) {
+    if (!t_random.take(bytes)) {
         // Early at boot the kernel may have no randomness yet: time, process and a counter are
         // unique on this machine too.
         static std::atomic<std::uint32_t> counter{0};

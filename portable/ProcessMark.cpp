@@ -16,14 +16,13 @@ void countFork() {
     ++g_forks;
 }
 
-// Counts from the first mark on; forks before it tell nothing apart.
-std::uint32_t forks() {
+}  // namespace
+
+std::uint32_t CProcessMark::forks() {
     static const int registered = pthread_atfork(nullptr, nullptr, countFork);
     (void)registered;
     return g_forks.load();
 }
-
-}  // namespace
 
 CProcessMark::CProcessMark() : m_lPid(CPortable::GetCurrentProcessId()), m_nForks(forks()) {}
 

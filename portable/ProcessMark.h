@@ -13,6 +13,9 @@ public:
 
     bool isOfThisProcess() const;
 
+    // How often the program has forked on the way to this process, from the first call on.
+    static std::uint32_t forks();
+
 private:
     long m_lPid;
     std::uint32_t m_nForks;  // that lead from the first process of the program to this one

@@ -1,13 +1,13 @@
 #include "portable/SharedFile.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 
 #include "portable/FileDescriptor.h"
 #include "portable/ObjectName.h"
+#include "portable/Portable.h"
 
 namespace VQRegLib {
 
@@ -52,6 +52,8 @@ int CSharedFile::openExisting() {
     }
     m_device = status.st_dev;
     m_inode = status.st_ino;
+    m_changeTime = status.st_ctim;
+    m_lastLook = CPortable::GetSeconds();
     m_fd = file.release();
     return 0;
 }
@@ -101,8 +103,26 @@ void CSharedFile::close() {
 
 bool CSharedFile::isOurs() const {
     struct stat status {};
+    return isOurs(status);
+}
+
+bool CSharedFile::isOurs(struct stat& status) const {
     return m_fd >= 0 && ::fstat(m_fd, &status) == 0 && status.st_dev == m_device &&
            status.st_ino == m_inode;
+}
+
+bool CSharedFile::isInPlace() {
+    struct stat status {};
+    if (!isOurs(status) || status.st_nlink == 0) {
+        return false;
+    }
+    const std::uint32_t now = CPortable::GetSeconds();
+    if ((now != m_lastLook || status.st_nlink != 1) && !isNamed()) {
+        return false;
+    }
+    m_lastLook = now;
+    m_changeTime = status.st_ctim;
+    return true;
 }
 
 bool CSharedFile::isNamed() const {

@@ -3,9 +3,12 @@
 #ifndef PORTABLE_SHAREDFILE_H
 #define PORTABLE_SHAREDFILE_H
 
+#include <sys/stat.h>
 #include <sys/types.h>
+#include <time.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 
 namespace VQRegLib {
@@ -34,6 +37,14 @@ public:
     bool isOurs() const;   // it is open, and the descriptor is still that of the file
     bool isNamed() const;  // the name still means this file
 
+    // Both at once, and mostly by one look at the descriptor: a file that was removed, or that another
+    // one has replaced, has no name any more. That it was moved away, or has got a second name, is
+    // found out by its name, once a second.
+    bool isInPlace();
+
+    // When it was last changed, content or names, as far as isInPlace or open have seen.
+    timespec changeTime() const { return m_changeTime; }
+
     int descriptor() const { return m_fd; }
     dev_t device() const { return m_device; }
     ino_t inode() const { return m_inode; }
@@ -44,11 +55,14 @@ public:
 private:
     int openExisting();
     int create(std::size_t size) const;
+    bool isOurs(struct stat& status) const;
 
     std::string m_path;
     int m_fd = -1;
     dev_t m_device = 0;
     ino_t m_inode = 0;
+    std::uint32_t m_lastLook = 0;  // at the name
+    timespec m_changeTime{};
 };
 
 }  // namespace VQRegLib

@@ -6,10 +6,10 @@
 #include <sys/random.h>
 #include <sys/shm.h>
 #include <sys/stat.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstddef>
 #include <cstdint>
 #include <cstring>
 
@@ -22,6 +22,7 @@ namespace {
 
 constexpr int kMakingNaps = 400;  // at a process that is making the block
 constexpr unsigned long kMakingNapMilliseconds = 5;
+constexpr std::int64_t kPassedNanoseconds = 50'000'000;  // more than any clock's tick
 
 // Bytes of the named file that are locked.
 enum eLockedByte : off_t { eMaking = 0, eUsing = 1 };
@@ -39,6 +40,10 @@ int lockByte(int fd, eLockedByte byte, short kind) {
 std::uint64_t ipcNamespace() {
     struct stat status {};
     return ::stat("/proc/self/ns/ipc", &status) == 0 ? status.st_ino : 0;
+}
+
+std::int64_t nanoseconds(const timespec& time) {
+    return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
 }
 
 // At a place that is reserved first, as any other mapping: who keeps a record of the process's memory,
@@ -197,22 +202,45 @@ int CPSharedMemory::makeSegment(unsigned long size) {
     return 0;
 }
 
+// Nobody writes into the named file of a block that is in use; so mostly a look at the descriptor
+// will do. Changes that follow one another within a tick of the kernel's clock bear the same time, and
+// only a time that had passed when the content was looked at tells that nothing has come after it.
 bool CPSharedMemory::isCurrent() {
+    if (m_segment && isUnchanged()) {
+        return true;
+    }
+    m_checked = {};
     if (!m_file.isOurs() && m_file.open(m_name, sizeof(CBlockRecord)) == 0) {
         lockByte(m_file.descriptor(), eUsing, F_RDLCK);  // a program had closed it
     }
     CBlockRecord record{};
     const bool isSame = m_segment && m_file.isNamed() && read(record) && record.id == m_id &&
                         std::memcmp(record.lot, m_lot, sizeof m_lot) == 0;
-    m_counter = isSame ? record.counter : 0;
+    if (isSame) {
+        noteChecked();
+    }
     return isSame;
 }
 
-void CPSharedMemory::setCounter(std::uint64_t counter) {
-    if (m_file.isOurs() && ::pwrite(m_file.descriptor(), &counter, sizeof counter,
-                                    offsetof(CBlockRecord, counter)) == sizeof counter) {
-        m_counter = counter;
+bool CPSharedMemory::isUnchanged() {
+    const bool isInPlace = m_file.isInPlace();
+    const timespec changed = m_file.changeTime();
+    return isInPlace && changed.tv_sec == m_checked.tv_sec && changed.tv_nsec == m_checked.tv_nsec;
+}
+
+void CPSharedMemory::noteChecked() {
+    timespec now{};
+    const timespec changed = m_file.changeTime();
+    if (::clock_gettime(CLOCK_REALTIME_COARSE, &now) == 0 &&
+        nanoseconds(now) - nanoseconds(changed) > kPassedNanoseconds) {
+        m_checked = changed;
     }
+}
+
+std::uint64_t CPSharedMemory::tag() const {
+    std::uint64_t tag = 0;
+    std::memcpy(&tag, m_lot, sizeof tag);
+    return tag | 1;
 }
 
 }  // namespace VQRegLib

@@ -41,10 +41,11 @@ public:
     // or written into it.
     bool isCurrent();
 
-    // A number that is kept in the named file beside the block, and was there at the last isCurrent; 0
-    // at first. For who cannot rely on the block alone: everybody may write that, and without a trace.
-    std::uint64_t counter() const { return m_counter; }
-    void setCounter(std::uint64_t counter);
+    // What isCurrent has found out before counts no more: the next one looks at everything.
+    void distrust() { m_checked = {}; }
+
+    // Tells the block from others of the same path; never 0.
+    std::uint64_t tag() const;
 
 private:
     int open(unsigned long size, eHow how);
@@ -52,13 +53,15 @@ private:
     int make(unsigned long size, eHow how);
     int makeSegment(unsigned long size);
     bool read(CBlockRecord& record) const;
+    bool isUnchanged();
+    void noteChecked();
 
     std::string m_name;
     CSharedFile m_file;
     void* m_segment = nullptr;
     int m_id = -1;
     unsigned char m_lot[16] = {};
-    std::uint64_t m_counter = 0;
+    timespec m_checked{};  // of the named file: the change time at which its content was right
     bool m_creator = false;
     int m_nError = 0;
 };

@@ -10,6 +10,12 @@
 
 namespace VQRegLib {
 
+namespace {
+
+constexpr std::uint64_t kWrittenInAMoment = 64UL * 1024;
+
+}  // namespace
+
 void CConfigFile::setPath(const char* path) {
     m_path = path;
     m_backup = m_path + ".bak";
@@ -39,6 +45,7 @@ int CConfigFile::createTemporary(std::uint64_t size, std::string* name) {
                  temporary.c_str());
     m_pFile = CFileOps::current().createForWriting(temporary.c_str(), size);
     const int result = finishOpen(false, temporary.c_str(), m_pFile ? 0 : errno);
+    m_isTextSeen = m_isTextSeen && size <= kWrittenInAMoment;
     if (name) {
         *name = std::move(temporary);
     }
@@ -48,10 +55,11 @@ int CConfigFile::createTemporary(std::uint64_t size, std::string* name) {
 int CConfigFile::finishOpen(bool isReading, const char* name, int error) {
     CFileOps& files = CFileOps::current();
     // At every open, so that a file written under a narrow umask becomes everybody's in the end.
+    m_isTextSeen = false;
     if (m_pFile && isReading) {
         files.makeWritableForAll(m_pFile);
     } else {
-        files.makeWritableForAll(path());
+        files.makeWritableForAll(path(), &m_isTextSeen);
     }
     if (m_pFile) {
         return REGLIB_OK;
@@ -91,7 +99,7 @@ void CConfigFile::lookForLostText() {
 // Where the text was lost, the file may be only what the opening of this store has made since.
 bool CConfigFile::isBackupBetter() const {
     const CFileOps& files = CFileOps::current();
-    if (!files.holdsText(path())) {
+    if (!m_isTextSeen && !files.holdsText(path())) {
         return files.holdsText(backup());
     }
     return m_isTextLost && !m_hasFileValues && files.hasLineBeside(backup(), '[');

@@ -86,6 +86,7 @@ private:
     std::string m_path;
     std::string m_backup;
     std::FILE* m_pFile = nullptr;
+    bool m_isTextSeen = false;  // in the file, a moment ago
     CSharedFile m_glanced;
     int m_nGlanced = 0;
     bool m_isTextLost = false;     // the file was missing or empty, and the backup was not

@@ -95,23 +95,39 @@ int CSharedState::takeLock(unsigned long milliseconds) {
     if (!isFirst) {
         return REGLIB_OK;
     }
-    bool isUsable = false;
+    bool isHeld = false;
     const CAtEnd letGo([&] {
-        if (!isUsable) {
+        if (!isHeld) {
             release();
         }
     });
-    isUsable = hasBlock(milliseconds == 0 ? CPSharedMemory::eTry : CPSharedMemory::eWait);
-    if (isUsable && isReplacing(stamp())) {
+    isHeld = isUsable(milliseconds == 0 ? CPSharedMemory::eTry : CPSharedMemory::eWait);
+    return isHeld ? REGLIB_OK : REGLIB_E_FILE_OPEN;
+}
+
+// Somebody may have written the old number over a new stamp, to make a change undo another: so each
+// stamp is left beside the lock as well. There it may be that of another block, which is either one
+// that is gone, or the one that all others use by now.
+bool CSharedState::isUsable(CPSharedMemory::eHow how) {
+    if (!hasBlock(how)) {
+        return false;
+    }
+    const CPMutex::Counter counter = m_pMutex->counter();
+    if (counter.tag == m_pSharedMemory->tag()) {
+        if (counter.number != m_ullLocalChangeStamp) {
+            m_ullLocalChangeStamp = 0;
+        }
+    } else if (counter.tag != 0) {
+        m_pSharedMemory->distrust();
+        if (!hasBlock(how)) {
+            return false;
+        }
+    }
+    if (isReplacing(stamp())) {
         m_file.recover();
         renew();
     }
-    // Somebody may have written the old number over a new stamp, to make this change undo another.
-    const std::uint64_t counter = m_pSharedMemory->counter();
-    if (counter != 0 && counter != m_ullLocalChangeStamp) {
-        m_ullLocalChangeStamp = 0;
-    }
-    return isUsable ? REGLIB_OK : REGLIB_E_FILE_OPEN;
+    return true;
 }
 
 int CSharedState::release() {
@@ -120,15 +136,20 @@ int CSharedState::release() {
 
 // Later than any stamp before, whatever the clock does, even, and never 0: that is the stamp of a
 // store that has not read its file yet.
+std::uint64_t CSharedState::nextStamp() const {
+    return stampAfter(stamp(), CPortable::GetTickCountULL());
+}
+
 std::uint64_t CSharedState::renew() {
-    const std::uint64_t next = stampAfter(stamp(), CPortable::GetTickCountULL());
-    m_pSharedMemory->setCounter(next);
+    const std::uint64_t next = nextStamp();
+    (void)m_pMutex->putCounter({next, m_pSharedMemory->tag()});
     m_pullSharedChangeStamp->store(next, std::memory_order_release);
     return next;
 }
 
 void CSharedState::publish() {
-    m_ullLocalChangeStamp = renew();
+    m_pullSharedChangeStamp->store(m_ullNextStamp, std::memory_order_release);
+    m_ullLocalChangeStamp = m_ullNextStamp;
     // Others may have got another block meanwhile; they shall hear of it too.
     if (!m_pSharedMemory->isCurrent() && hasBlock(CPSharedMemory::eTry)) {
         m_ullLocalChangeStamp = renew();
@@ -140,9 +161,11 @@ void CSharedState::markReplacing() {
     m_pullSharedChangeStamp->fetch_or(kReplacing, std::memory_order_seq_cst);
 }
 
-// A program that has closed all descriptors has let go of the lock.
+// A program that has closed all descriptors has let go of the lock. The new number is put beside the
+// lock before: should this process die in between, it costs the others no more than one reading.
 int CSharedState::replace(const std::string& temporary) {
-    if (!m_pMutex->isStillHeld()) {
+    m_ullNextStamp = nextStamp();
+    if (!m_pMutex->putCounter({m_ullNextStamp, m_pSharedMemory->tag()})) {
         return REGLIB_E_FILE_OPEN;
     }
     markReplacing();

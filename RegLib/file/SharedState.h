@@ -78,6 +78,8 @@ public:
 private:
     friend class CFileStoreProbe;  // tests look inside
 
+    std::uint64_t nextStamp() const;
+    bool isUsable(CPSharedMemory::eHow how);
     void useBlock(std::unique_ptr<CPSharedMemory> block);
     bool hasBlock(CPSharedMemory::eHow how);
     void tellWhyNoBlock(int error);
@@ -90,6 +92,7 @@ private:
     std::unique_ptr<CPSharedMemory> m_pSharedMemory;
     std::atomic<std::uint64_t>* m_pullSharedChangeStamp = nullptr;
     std::uint64_t m_ullLocalChangeStamp = 0;
+    std::uint64_t m_ullNextStamp = 0;  // of the replacement that is under way
     static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
 
     std::uint32_t m_lastLook = kNeverLooked;  // at the block; kNeverLooked also when it is lost

@@ -145,10 +145,10 @@ int FileOpsFake::close(std::FILE* file) {
     return failing ? EOF : result;
 }
 
-int FileOpsFake::makeWritableForAll(const char* path) {
+int FileOpsFake::makeWritableForAll(const char* path, bool* holdsText) {
     return fails(FileCall::eMakeWritableForAll, "makeWritableForAll " + shortName(path))
                ? -1
-               : CFileOps::makeWritableForAll(path);
+               : CFileOps::makeWritableForAll(path, holdsText);
 }
 
 int FileOpsFake::makeWritableForAll(std::FILE* file) {

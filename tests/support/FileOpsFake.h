@@ -62,7 +62,7 @@ public:
     std::size_t writePieces(std::span<const std::string_view> pieces, std::FILE* file) override;
     int flush(std::FILE* file) override;
     int close(std::FILE* file) override;
-    int makeWritableForAll(const char* path) override;
+    int makeWritableForAll(const char* path, bool* holdsText) override;
     int makeWritableForAll(std::FILE* file) override;
     int unlink(const char* path) override;
     int link(const char* path, const char* newPath) override;

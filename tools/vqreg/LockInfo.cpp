@@ -86,9 +86,8 @@ std::optional<LockHolder> lockHolder(const std::string& file) {
 
 std::optional<std::int64_t> blockSegment(const std::string& file) {
     struct stat status {};
-    const auto record =
-        readObject<VQRegLib::CBlockRecord>(VQRegLib::objectPath(VQRegLib::kBlockKind, file),
-                                           offsetof(VQRegLib::CBlockRecord, counter), status);
+    const auto record = readObject<VQRegLib::CBlockRecord>(
+        VQRegLib::objectPath(VQRegLib::kBlockKind, file), sizeof(VQRegLib::CBlockRecord), status);
     if (!record || std::string_view(record->tag, sizeof record->tag) != kBlockTag ||
         record->id != static_cast<int>(record->id)) {
         return std::nullopt;

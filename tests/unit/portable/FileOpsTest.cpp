@@ -3,19 +3,25 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstddef>
 #include <filesystem>
 #include <fstream>
 #include <string>
 
 #include "portable/FileDescriptor.h"
+#include "support/ForkedChild.h"
 #include "support/TempStore.h"
 #include "support/TinyFileSystem.h"
+#include "support/Wait.h"
 
 namespace fs = std::filesystem;
 using testing::ElementsAre;
@@ -28,6 +34,25 @@ mode_t modeOf(const std::string& path) {
     struct stat status {};
     EXPECT_EQ(stat(path.c_str(), &status), 0) << path;
     return status.st_mode & 07777u;
+}
+
+#if defined(__alpha__)
+constexpr unsigned kFchmodat2 = 562;
+#else
+constexpr unsigned kFchmodat2 = 452;
+#endif
+
+// From now on the system call fails with that error in this process.
+bool forbid(unsigned number, int error) {
+    sock_filter filter[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, number, 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | static_cast<unsigned>(error)),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+    };
+    const sock_fprog program{4, filter};
+    return ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
+           ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
 }
 
 bool isClosedOnExec(std::FILE* file) {
@@ -77,7 +102,7 @@ TEST_F(FileOps, DoesNotReadThroughALink) {
 TEST_F(FileOps, OpensAFileToEverybodyByItsPathAndWhenItIsOpen) {
     m_store.write("x");
     ASSERT_EQ(::chmod(m_path.c_str(), 0), 0);
-    EXPECT_EQ(m_ops.makeWritableForAll(m_path.c_str()), 0);
+    EXPECT_EQ(m_ops.makeWritableForAll(m_path.c_str(), nullptr), 0);
     EXPECT_EQ(modeOf(m_path), 0666u);
     ASSERT_EQ(::chmod(m_path.c_str(), 0600), 0);
     std::FILE* const file = m_ops.openForReading(m_path.c_str());
@@ -87,22 +112,68 @@ TEST_F(FileOps, OpensAFileToEverybodyByItsPathAndWhenItIsOpen) {
     EXPECT_EQ(modeOf(m_path), 0666u);
 }
 
+// As on a kernel, or in a sandbox, that does not know fchmodat2.
+TEST_F(FileOps, OpensAFileToEverybodyOnAnOldKernel) {
+    m_store.write("x");
+    for (const int error : {ENOSYS, EPERM}) {
+        ASSERT_EQ(::chmod(m_path.c_str(), 0), 0);
+        vqtest::ForkedChild child([&] {
+            return forbid(kFchmodat2, error) &&
+                           m_ops.makeWritableForAll(m_path.c_str(), nullptr) == 0
+                       ? 0
+                       : 1;
+        });
+        EXPECT_EQ(child.wait(), 0);
+        EXPECT_EQ(modeOf(m_path), 0666u);
+    }
+}
+
+TEST_F(FileOps, AFileThatIsOpenToEverybodyIsNotTouched) {
+    m_store.write("x");
+    EXPECT_EQ(m_ops.makeWritableForAll(m_path.c_str(), nullptr), 0);
+    struct stat before {};
+    ASSERT_EQ(::stat(m_path.c_str(), &before), 0);
+    const auto isLater = [&] {
+        std::ofstream(m_path + ".other") << "y";
+        struct stat now {};
+        return ::stat((m_path + ".other").c_str(), &now) == 0 &&
+               (now.st_ctim.tv_sec != before.st_ctim.tv_sec ||
+                now.st_ctim.tv_nsec != before.st_ctim.tv_nsec);
+    };
+    ASSERT_TRUE(vqtest::waitUntil(isLater));
+    EXPECT_EQ(m_ops.makeWritableForAll(m_path.c_str(), nullptr), 0);
+    struct stat after {};
+    ASSERT_EQ(::stat(m_path.c_str(), &after), 0);
+    EXPECT_EQ(after.st_ctim.tv_sec, before.st_ctim.tv_sec);
+    EXPECT_EQ(after.st_ctim.tv_nsec, before.st_ctim.tv_nsec);
+}
+
+TEST_F(FileOps, TellsWhetherAFileThatItOpensToEverybodyHoldsAText) {
+    bool holdsText = false;
+    m_store.write("x");
+    EXPECT_EQ(m_ops.makeWritableForAll(m_path.c_str(), &holdsText), 0);
+    EXPECT_TRUE(holdsText);
+    m_store.write("");
+    EXPECT_EQ(m_ops.makeWritableForAll(m_path.c_str(), &holdsText), 0);
+    EXPECT_FALSE(holdsText);
+}
+
 TEST_F(FileOps, OpensToEverybodyNothingButAFile) {
     const std::string secret = m_path + ".secret";
     std::ofstream(secret) << "x";
     ASSERT_EQ(::chmod(secret.c_str(), 0600), 0);
     fs::create_symlink(secret, m_path);
-    EXPECT_EQ(m_ops.makeWritableForAll(m_path.c_str()), -1);
+    EXPECT_EQ(m_ops.makeWritableForAll(m_path.c_str(), nullptr), -1);
     EXPECT_EQ(modeOf(secret), 0600u);
     const std::string directory = m_path + ".d";
     ASSERT_EQ(::mkdir(directory.c_str(), 0700), 0);
-    EXPECT_EQ(m_ops.makeWritableForAll(directory.c_str()), -1);
+    EXPECT_EQ(m_ops.makeWritableForAll(directory.c_str(), nullptr), -1);
     EXPECT_EQ(modeOf(directory), 0700u);
     const std::string fifo = m_path + ".fifo";
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
-    EXPECT_EQ(m_ops.makeWritableForAll(fifo.c_str()), -1);
+    EXPECT_EQ(m_ops.makeWritableForAll(fifo.c_str(), nullptr), -1);
     EXPECT_EQ(modeOf(fifo), 0600u);
-    EXPECT_EQ(m_ops.makeWritableForAll((m_path + ".none").c_str()), -1);
+    EXPECT_EQ(m_ops.makeWritableForAll((m_path + ".none").c_str(), nullptr), -1);
 }
 
 TEST_F(FileOps, ExchangesTheNamesOfTwoFiles) {
@@ -269,9 +340,9 @@ TEST_F(FileOps, AFailedWriteIsSeen) {
 TEST_F(FileOps, OpensAFileToEverybody) {
     m_store.write("");
     fs::permissions(m_path, fs::perms::owner_read);
-    EXPECT_EQ(m_ops.makeWritableForAll(m_path.c_str()), 0);
+    EXPECT_EQ(m_ops.makeWritableForAll(m_path.c_str(), nullptr), 0);
     EXPECT_EQ(modeOf(m_path), 0666u);
-    EXPECT_EQ(m_ops.makeWritableForAll((m_path + "2").c_str()), -1);
+    EXPECT_EQ(m_ops.makeWritableForAll((m_path + "2").c_str(), nullptr), -1);
 }
 
 TEST_F(FileOps, LinksRenamesAndRemoves) {

@@ -132,6 +132,33 @@ TEST_F(MutexObject, WhatSomebodyWritesIntoItMakesNoDifference) {
     EXPECT_TRUE(areOne(m_path, m_path));
 }
 
+TEST_F(MutexObject, KeepsANumberForTheNextHolder) {
+    CPMutex mutex(1, 0, m_path, 1, 1);
+    EXPECT_FALSE(mutex.putCounter({7, 8})) << "it is not held";
+    EXPECT_EQ(mutex.counter().tag, 0u);
+    ASSERT_EQ(mutex.wait(0, nullptr), CPMutex::eOwned);
+    EXPECT_EQ(mutex.counter().number, 0u);
+    EXPECT_TRUE(mutex.putCounter({7, 8}));
+    mutex.noteHolding();
+    mutex.setMark(true);
+    EXPECT_EQ(mutex.release(), 0);
+    EXPECT_EQ(ForkedChild([this] {
+                  CPMutex other(1, 0, m_path, 1, 1);
+                  other.wait(0, nullptr);
+                  const CPMutex::Counter counter = other.counter();
+                  return counter.number == 7 && counter.tag == 8 && other.isMarked() ? 0 : 1;
+              }).wait(),
+              0);
+    ASSERT_EQ(mutex.wait(0, nullptr), CPMutex::eOwned);
+    fs::resize_file(m_object, 0);
+    EXPECT_EQ(mutex.counter().number, 0u);
+    EXPECT_TRUE(mutex.putCounter({9, 8})) << "it is cut short, and held";
+    EXPECT_EQ(mutex.counter().number, 9u);
+    fs::remove(m_object);
+    EXPECT_FALSE(mutex.putCounter({10, 8})) << "the lock keeps nobody out";
+    EXPECT_EQ(mutex.counter().number, 9u);
+}
+
 TEST_F(MutexObject, CutShortWhileItIsHeldItIsStillHeld) {
     CPMutex mutex(1, 0, m_path, 1, 1);
     ASSERT_EQ(mutex.wait(0, nullptr), CPMutex::eOwned);

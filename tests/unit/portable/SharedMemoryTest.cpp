@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
@@ -118,7 +119,7 @@ TEST_F(SharedMemory, KnowsWhetherOthersStillGetTheSame) {
     EXPECT_FALSE(memory.isCurrent());
     EXPECT_TRUE(second.isCurrent());
     const std::string record = vqtest::readFile(m_object);
-    for (std::size_t at = 16; at < record.size() - sizeof(std::uint64_t); ++at) {
+    for (std::size_t at = 16; at < record.size(); ++at) {
         std::string other = record;
         other[at] = static_cast<char>(other[at] + 1);
         std::ofstream(m_object, std::ios::binary) << other;
@@ -128,19 +129,46 @@ TEST_F(SharedMemory, KnowsWhetherOthersStillGetTheSame) {
     EXPECT_TRUE(second.isCurrent());
 }
 
-TEST_F(SharedMemory, KeepsACounterBesideTheBlock) {
+// When nobody has touched the named file for a while, it is not read each time; what is done to it
+// then is seen all the same.
+TEST_F(SharedMemory, SeesAtOnceWhatIsDoneToAnOldObject) {
     CPSharedMemory memory(m_path, 8);
-    CPSharedMemory other(m_path, 8);
-    EXPECT_TRUE(memory.isCurrent());
-    EXPECT_EQ(memory.counter(), 0u);
-    other.setCounter(7);
-    EXPECT_EQ(other.counter(), 7u);
-    EXPECT_EQ(memory.counter(), 0u) << "that of its last look";
-    EXPECT_TRUE(memory.isCurrent());
-    EXPECT_EQ(memory.counter(), 7u);
+    const std::string record = vqtest::readFile(m_object);
+    const auto grewOld = [&] {
+        const auto written = fs::last_write_time(m_object);
+        return vqtest::waitUntil([&] {
+                   return fs::file_time_type::clock::now() - written >
+                          std::chrono::milliseconds(200);
+               }) &&
+               memory.isCurrent() && memory.isCurrent();
+    };
+    ASSERT_TRUE(grewOld());
     fs::resize_file(m_object, 0);
-    EXPECT_FALSE(memory.isCurrent());
-    EXPECT_EQ(memory.counter(), 0u);
+    EXPECT_FALSE(memory.isCurrent()) << "cut short";
+    std::ofstream(m_object, std::ios::binary) << record;
+    ASSERT_TRUE(grewOld());
+    std::ofstream(m_object, std::ios::binary | std::ios::in).seekp(20) << 'x';
+    EXPECT_FALSE(memory.isCurrent()) << "scribbled upon";
+    std::ofstream(m_object, std::ios::binary) << record;
+    ASSERT_TRUE(grewOld());
+    fs::rename(m_object, m_object + ".away");
+    EXPECT_FALSE(memory.isCurrent()) << "moved away";
+    fs::rename(m_object + ".away", m_object);
+    ASSERT_TRUE(grewOld());
+    fs::remove(m_object);
+    EXPECT_FALSE(memory.isCurrent()) << "removed";
+}
+
+TEST_F(SharedMemory, DistrustedItIsReadAgain) {
+    CPSharedMemory memory(m_path, 8);
+    CPSharedMemory same(m_path, 8);
+    EXPECT_EQ(memory.tag(), same.tag());
+    EXPECT_NE(memory.tag(), 0u);
+    memory.distrust();
+    EXPECT_TRUE(memory.isCurrent());
+    fs::resize_file(m_object, 0);
+    const CPSharedMemory another(m_path, 8);
+    EXPECT_NE(memory.tag(), another.tag());
 }
 
 TEST_F(SharedMemory, SurvivesThatTheProgramClosesItsDescriptor) {

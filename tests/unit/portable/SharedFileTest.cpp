@@ -1,0 +1,75 @@
+#include "portable/SharedFile.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "portable/SharedObject.h"
+#include "support/Wait.h"
+
+namespace fs = std::filesystem;
+using VQRegLib::CSharedFile;
+using VQRegLib::CSharedObject;
+
+namespace {
+
+class SharedFile : public testing::Test {
+protected:
+    SharedFile() { EXPECT_EQ(file.open(m_name, 8), 0); }
+    ~SharedFile() override { fs::remove(path); }
+
+    const std::string m_name = "vqtest-file-" + std::to_string(::getpid());
+    const std::string path = std::string(CSharedObject::directory()) + "/" + m_name;
+    CSharedFile file;
+};
+
+}  // namespace
+
+TEST_F(SharedFile, IsInPlaceUntilItIsRemoved) {
+    EXPECT_TRUE(file.isInPlace());
+    EXPECT_TRUE(file.isInPlace());
+    fs::remove(path);
+    EXPECT_FALSE(file.isInPlace());
+    EXPECT_TRUE(file.isOurs());
+    EXPECT_EQ(file.open(m_name, 8), 0);
+    EXPECT_TRUE(file.isInPlace());
+}
+
+TEST_F(SharedFile, IsNotInPlaceWhenAnotherOneHasReplacedIt) {
+    EXPECT_TRUE(file.isInPlace());
+    CSharedFile other;
+    ASSERT_EQ(other.open(m_name + ".other", 8), 0);
+    fs::rename(path + ".other", path);
+    EXPECT_FALSE(file.isInPlace());
+    EXPECT_TRUE(vqtest::waitUntil([&] { return !other.isInPlace(); })) << "it was moved";
+}
+
+TEST_F(SharedFile, IsNotInPlaceWhenItsDescriptorIsAnothers) {
+    const int descriptor = file.descriptor();
+    ASSERT_EQ(::dup2(0, descriptor), descriptor);
+    EXPECT_FALSE(file.isInPlace());
+    file.close();
+    EXPECT_EQ(::close(descriptor), 0) << "it was left alone";
+}
+
+TEST_F(SharedFile, MovedAwayItIsMissedWithinASecond) {
+    EXPECT_TRUE(file.isInPlace());
+    fs::rename(path, path + ".away");
+    EXPECT_TRUE(vqtest::waitUntil([&] { return !file.isInPlace(); }));
+    fs::rename(path + ".away", path);
+    EXPECT_TRUE(file.isInPlace());
+}
+
+TEST_F(SharedFile, WithASecondNameItsOwnIsLookedUpEachTime) {
+    EXPECT_TRUE(file.isInPlace());
+    fs::create_hard_link(path, path + ".1");
+    fs::create_hard_link(path, path + ".2");
+    EXPECT_TRUE(file.isInPlace());
+    fs::remove(path);
+    EXPECT_FALSE(file.isInPlace());
+    fs::remove(path + ".1");
+    fs::remove(path + ".2");
+}
