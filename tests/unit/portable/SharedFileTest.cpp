@@ -7,12 +7,11 @@
 #include <string>
 #include <vector>
 
-#include "portable/SharedObject.h"
+#include "portable/ObjectName.h"
 #include "support/Wait.h"
 
 namespace fs = std::filesystem;
 using VQRegLib::CSharedFile;
-using VQRegLib::CSharedObject;
 
 namespace {
 
@@ -22,7 +21,7 @@ protected:
     ~SharedFile() override { fs::remove(path); }
 
     const std::string m_name = "vqtest-file-" + std::to_string(::getpid());
-    const std::string path = std::string(CSharedObject::directory()) + "/" + m_name;
+    const std::string path = VQRegLib::objectFile(m_name);
     CSharedFile file;
 };
 
