@@ -62,13 +62,13 @@ int CRegLibImplFile::ImportConfigHelper() {
     return noteMerge(mergeText(*m_pTree, source));
 }
 
-// What a merge tells beside its code.
+// What a whole merge tells beside its code.
 int CRegLibImplFile::noteMerge(const CMergeResult& result) {
-    if (result.hasValues) {
-        m_file.noteValues();
-    }
     if (result.code != REGLIB_E_END_OF_FILE) {
         return result.code;
+    }
+    if (result.hasValues) {
+        m_file.noteValues();
     }
     m_isReadCutShort = result.readError != 0;
     if (result.isEmpty) {
