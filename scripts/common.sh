@@ -19,6 +19,11 @@ need() {
         "${missing[@]}" >/dev/null
 }
 
+# want PACKAGE...: as need, but what cannot be installed is done without.
+want() {
+    (need "$@") || echo "Some of these could not be installed: $*" >&2
+}
+
 # build PRESET [CMAKE-ARGUMENT...]: configures and builds; the log is shown when it fails.
 build() {
     local preset=$1

@@ -1,28 +1,45 @@
 """Measures the library beside floors and rivals; scripts/bench builds them and calls this."""
 import argparse
+import contextlib
 import datetime
 import json
 import os
 import pathlib
 import platform
+import shutil
 import sys
 
 import measuring
+import regression
 import serving
 import tables
-from workloads import PROGRAMS, RIVALS, SIZES
+from workloads import RIVALS, SIZES, WORKLOADS
+
+PROJECT = pathlib.Path(__file__).resolve().parent.parent.parent
+COMMITTED = PROJECT / "bench" / "figures.json"
+QUICK_SIZES = [10, 1_000, 10_000]
+PICTURES = PROJECT / "docs" / "performance"
 
 
 def arguments():
     parser = argparse.ArgumentParser(prog="scripts/bench", description=__doc__)
     parser.add_argument("--programs", type=pathlib.Path, required=True, help=argparse.SUPPRESS)
-    parser.add_argument("--output", type=pathlib.Path, required=True,
-                        help="directory for figures and pictures")
-    parser.add_argument("--quick", action="store_true", help="coarse, in less than a minute")
+    parser.add_argument("--output", type=pathlib.Path, required=True, metavar="DIRECTORY",
+                        help="where figures and pictures go")
+    what = parser.add_mutually_exclusive_group()
+    what.add_argument("--quick", action="store_true", help="coarse and without the largest stores, in less than a minute")
+    what.add_argument("--check", action="store_true",
+                      help="fail when a ratio against a floor has doubled since bench/figures.json, "
+                           "or a query takes a tenth more instructions")
+    what.add_argument("--publish", action="store_true",
+                      help="make figures and pictures those of bench/figures.json and docs")
     parser.add_argument("--only", action="append", metavar="WORKLOAD",
+                        choices=[workload.name for workload in WORKLOADS],
                         help="only this workload; may be repeated")
-    parser.add_argument("--sizes", type=int, nargs="+", default=SIZES, metavar="VALUES")
-    return parser.parse_args()
+    parser.add_argument("--sizes", type=int, nargs="+", metavar="VALUES")
+    options = parser.parse_args()
+    options.sizes = options.sizes or (QUICK_SIZES if options.quick else SIZES)
+    return options
 
 
 def machine():
@@ -30,26 +47,77 @@ def machine():
         models = {line.split(":", 1)[1].strip() for line in file if line.startswith("model name")}
     return {"processor": ", ".join(sorted(models)), "processors": os.cpu_count(),
             "kernel": platform.release(), "libc": " ".join(platform.libc_ver()),
-            "load before": os.getloadavg()[0],
-            "date": datetime.date.today().isoformat()}
+            "load": os.getloadavg()[0], "date": datetime.date.today().isoformat()}
+
+
+def read_figures(path):
+    """As they were before JSON made texts of the sizes."""
+    with open(path, encoding="utf-8") as file:
+        content = json.load(file)
+    content["figures"] = {workload: {name: {int(size): figure for size, figure in line.items()}
+                                     for name, line in lines.items()}
+                          for workload, lines in content["figures"].items()}
+    content["instructions"] = {int(size): count
+                               for size, count in content["instructions"].items()}
+    return content
+
+
+def write_figures(path, content):
+    rounded = {workload: {name: {size: float(f"{figure:.4g}") for size, figure in line.items()}
+                          for name, line in lines.items()}
+               for workload, lines in content["figures"].items()}
+    with open(path, "w", encoding="utf-8") as file:
+        json.dump({**content, "figures": rounded}, file, indent=1)
+        file.write("\n")
+
+
+def draw(figures, directory):
+    try:
+        import pictures
+    except ImportError:
+        print("No pictures: python3-matplotlib is not installed")
+        return
+    print("Pictures:", " ".join(str(directory / name)
+                                for name in pictures.draw(figures, directory)))
+
+
+def measure(options, memory, disk):
+    for name in RIVALS:
+        if not measuring.available(options.programs, name):
+            print(f"{name} is left out: it is not installed, or there is no session bus")
+    content = {"machine": machine()}
+    pace = measuring.QUICK if options.quick else measuring.FULL
+    content["figures"] = measuring.measure_all(options.programs, memory, disk, options.sizes, pace,
+                                               options.only)
+    content["instructions"] = {}
+    if shutil.which("valgrind") and not options.only:
+        content["instructions"] = regression.instructions(options.programs, memory)
+    write_figures(options.output / "figures.json", content)
+    print(tables.costs(content["figures"]))
+    print(tables.goals(content["figures"]))
+    for size, count in content["instructions"].items():
+        print(f"instructions of a query, {size:,} values: {count:.0f}")
+    draw(content["figures"], options.output)
+    if options.publish:
+        PICTURES.mkdir(exist_ok=True)
+        write_figures(COMMITTED, content)
+        draw(content["figures"], PICTURES)
 
 
 def main():
     options = arguments()
-    pace = measuring.QUICK if options.quick else measuring.FULL
     options.output.mkdir(parents=True, exist_ok=True)
-    for name in RIVALS:
-        if not measuring.available(options.programs, name):
-            print(f"{name} is left out: it is not installed, or has no place to run")
-    about = machine()
-    # The named objects and the fast stores live in /dev/shm.
-    with serving.Ground("/dev/shm") as memory, serving.Ground(options.output) as disk:
-        figures = measuring.measure_all(options.programs, memory, disk, options.sizes, pace,
-                                        options.only)
-    with open(options.output / "figures.json", "w", encoding="utf-8") as file:
-        json.dump({"machine": about, "figures": figures}, file, indent=1)
-    print(tables.costs(figures))
-    print(tables.goals(figures))
+    with contextlib.ExitStack() as stack:
+        # The named objects and the fast stores live in /dev/shm.
+        memory = stack.enter_context(serving.Ground("/dev/shm"))
+        disk = stack.enter_context(serving.Ground(options.output))
+        if options.check:
+            committed = read_figures(COMMITTED)
+            return 0 if regression.check(options.programs, memory, disk, committed["figures"],
+                                         committed["instructions"]) else 1
+        stack.enter_context(serving.Bus(memory))
+        measure(options, memory, disk)
+    return 0
 
 
-main()
+sys.exit(main())

@@ -3,22 +3,25 @@ import pathlib
 import statistics
 import subprocess
 import sys
+import time
 
 import serving
-from workloads import LEVELS, OURS, PROGRAMS, WORKLOADS
+from workloads import LEVELS, OURS, PROGRAMS, RIVALS, WORKLOADS
 
 
 class Pace:
     """How long a run may take."""
 
-    def __init__(self, rounds, turn, most):
-        self.rounds = rounds  # of each workload
-        self.turn = turn      # seconds for one contender in one round
-        self.most = most      # seconds for one workload at one size and contender
+    def __init__(self, rounds, turn, both, most, seconds):
+        self.rounds = rounds    # of each workload
+        self.turn = turn        # seconds for one contender in one round
+        self.both = both        # the same where two processes work at once
+        self.most = most        # seconds for one workload at one size and contender
+        self.seconds = seconds  # for everything; where they are short, there are fewer rounds
 
 
-FULL = Pace(rounds=15, turn=0.010, most=0.9)
-QUICK = Pace(rounds=3, turn=0.002, most=0.1)
+FULL = Pace(rounds=15, turn=0.010, both=0.03, most=1.0, seconds=360)
+QUICK = Pace(rounds=3, turn=0.002, both=0.01, most=0.05, seconds=25)
 
 
 class Arena:
@@ -31,6 +34,7 @@ class Arena:
         self.values = values
         self.pace = pace
         self.contenders = {}
+        self.until = 0.0  # of the workload under way
 
     def contender(self, name, place="memory"):
         # A program that stands for two floors is one contender.
@@ -51,22 +55,27 @@ class Arena:
         costs = {name: 0.0 for name in turns}
         names = list(turns)
         for number in range(self.pace.rounds):
+            if number >= 1 and time.monotonic() > self.until:
+                break
             for name in names[number % len(names):] + names[:number % len(names)]:
                 if number >= 1 and costs[name] > self.pace.most:
                     continue
-                begin = serving.time.monotonic()
+                begin = time.monotonic()
                 seen[name].append(turns[name]())
-                costs[name] += serving.time.monotonic() - begin
+                costs[name] += time.monotonic() - begin
         return {name: statistics.median(times) for name, times in seen.items()}
 
     def batch(self, run):
         """So many operations that one turn takes its time."""
+        run(1)  # the process has started and opened its store
         count = 1
-        each = run(count)
-        while each * count < self.pace.turn * 2.5e8 and count < 1 << 24:
+        while True:
+            begin = time.monotonic()
+            run(count)
+            seconds = time.monotonic() - begin
+            if seconds > self.pace.turn / 4:
+                return max(1, int(count * self.pace.turn / seconds))
             count *= 2
-            each = run(count)
-        return max(1, int(self.pace.turn * 1e9 / each))
 
     def loop(self, workload, names, order=None, place="memory"):
         def turn(name):
@@ -89,13 +98,13 @@ class Arena:
         return self.rounds({name: turn(name) for name in names})
 
     def one(self, _, names):
-        return self.rate(names, self.pace.turn * 2, "query")
+        return self.rate(names, self.pace.both, "query")
 
     def two(self, _, names):
-        return self.rate(names, self.pace.turn * 2, "query", "query")
+        return self.rate(names, self.pace.both, "query", "query")
 
     def beside(self, _, names):
-        return self.rate(names, self.pace.turn * 4, "query", "set", part=0)
+        return self.rate(names, self.pace.both, "query", "set", part=0)
 
     def first(self, workload, names):
         part = 1 if workload.name == "memory" else 2
@@ -106,7 +115,7 @@ class Arena:
         def turn(name):
             program = self.programs / ("bench_notify" if name == OURS else "bench_notify_floor")
             directory = self.memory / program.name
-            directory.mkdir(exist_ok=True)
+            directory.mkdir(parents=True, exist_ok=True)
             def run():
                 count = max(20, int(self.pace.turn * 1e4))
                 reply = subprocess.run([program, directory, str(count)], check=True, text=True,
@@ -133,33 +142,39 @@ def measure_levels(arena, workload):
 
 
 def available(programs, name):
-    return (programs / f"bench_{PROGRAMS[name]}").exists()
+    placed = name != "dconf" or serving.Bus.runs
+    return placed and (programs / f"bench_{PROGRAMS[name]}").exists()
 
 
-def measure_all(programs, memory, disk, sizes, pace, workloads=None):
+def measure_all(programs, memory, disk, sizes, pace, workloads=None, floors_only=False):
     """{workload: {contender: {size: figure}}}"""
     programs = pathlib.Path(programs)
     figures = {}
-    for values in sizes:
+    chosen = [workload for workload in WORKLOADS if workloads is None or workload.name in workloads]
+    begin = time.monotonic()
+    share = pace.seconds / len(sizes) / len(chosen)
+    for turn, values in enumerate(sizes):
         arena = Arena(programs, memory, disk, values, pace)
         try:
-            for workload in WORKLOADS:
-                if workloads is not None and workload.name not in workloads:
-                    continue
-                measure_one(arena, workload, values, figures.setdefault(workload.name, {}))
+            for place, workload in enumerate(chosen):
+                arena.until = begin + share * (turn * len(chosen) + place + 1)
+                measure_one(arena, workload, values, figures.setdefault(workload.name, {}),
+                            floors_only)
         finally:
             arena.close()
     return figures
 
 
-def measure_one(arena, workload, values, figures):
+def measure_one(arena, workload, values, figures, floors_only):
     if workload.how == "levels":
         if values == 1_000:
             figures.setdefault(OURS, {}).update(measure_levels(arena, workload))
         return
-    names = [name for name in workload.contenders if available(arena.programs, name)]
+    names = [name for name in workload.contenders if available(arena.programs, name) and not (floors_only and name in RIVALS)]
     if values not in workload.sizes or not names:
         return
-    print(f"  {values:>7} values: {workload.title}", file=sys.stderr)
+    begin = time.monotonic()
     for name, figure in arena.measure(workload, names).items():
         figures.setdefault(name, {})[values] = figure
+    print(f"  {values:>7} values, {time.monotonic() - begin:5.1f} s: {workload.title}",
+          file=sys.stderr)

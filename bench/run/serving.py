@@ -63,6 +63,37 @@ class Contender:
         self.processes = []
 
 
+class Bus:
+    """A session bus for the rival that needs one, where there is a daemon."""
+
+    runs = False
+
+    def __init__(self, directory):
+        self.directory = directory
+        self.daemon = None
+
+    def __enter__(self):
+        if not shutil.which("dbus-daemon"):
+            return self
+        for variable in ("XDG_CONFIG_HOME", "XDG_RUNTIME_DIR"):
+            place = self.directory / variable
+            place.mkdir(mode=0o700)
+            os.environ[variable] = str(place)
+        self.daemon = subprocess.Popen(
+            ["dbus-daemon", "--session", "--nofork", "--print-address"], text=True,
+            stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+        os.environ["DBUS_SESSION_BUS_ADDRESS"] = self.daemon.stdout.readline().strip()
+        Bus.runs = bool(os.environ["DBUS_SESSION_BUS_ADDRESS"])
+        return self
+
+    def __exit__(self, *_):
+        if self.daemon:
+            self.daemon.terminate()
+            self.daemon.wait()
+            self.daemon.stdout.close()
+        Bus.runs = False
+
+
 class Ground:
     """A directory for stores that leaves nothing behind, named objects included."""
 

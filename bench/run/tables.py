@@ -1,5 +1,5 @@
 """The figures as tables, and the ratios that have goals."""
-from workloads import OURS, RIVALS, SIZES, WORKLOADS
+from workloads import OURS, SIZES, WORKLOADS
 
 
 def figure(figures, workload, contender, size):
@@ -9,14 +9,14 @@ def figure(figures, workload, contender, size):
 class Ratio:
     """One line of the table of goals."""
 
-    def __init__(self, title, above, below, goals, sizes=SIZES, least=False, unit=""):
+    def __init__(self, title, above, below, goals, sizes=SIZES, least=False, floor=False):
         self.title = title
         self.above = above
         self.below = below
         self.goals = goals if isinstance(goals, list) else [goals] * len(sizes)
         self.sizes = sizes
         self.least = least  # the goal is a least value, not a largest one
-        self.unit = unit
+        self.floor = floor  # compares with the same work by hand: kept from doubling
 
     def at(self, figures, size):
         above = self.above(figures, size)
@@ -62,12 +62,17 @@ def export_and_look_ups(figures, size):
     return None if change is None or query is None else change + size * query
 
 
+def enumerated(figures, size):
+    time = figure(figures, "bigenumerate", OURS, size)
+    return None if time is None else time / size
+
+
 def smallest(workload):
     return lambda figures, size: figure(figures, workload, OURS, 10)
 
 
 RATIOS = [
-    Ratio("query / F0", of("query"), of("query", "F0"), [1.5, 1.5, 1.5, 1.5, 2.0]),
+    Ratio("query / F0", of("query"), of("query", "F0"), [1.5, 1.5, 1.5, 1.5, 2.0], floor=True),
     Ratio("query / F1", of("query"), of("query", "F1"), None),
     Ratio("query / LMDB", of("query"), of("query", "LMDB"), [0.45, 0.35, 0.25, 0.25, 0.5]),
     Ratio("two processes: rate / LMDB's", rate_of_two(OURS), rate_of_two("LMDB"),
@@ -75,20 +80,20 @@ RATIOS = [
     Ratio("two processes: rate / one alone", rate_of_two(OURS), rate_of_one, 1.9, least=True),
     Ratio("set to the same / query", of("again"), of("query"), 1.2),
     Ratio("ten values of a key / LMDB", of("enumerate"), of("enumerate", "LMDB"), 1.0),
-    Ratio("set of one value, without lock / F2", without_lock, of("set", "F2"), 1.15),
+    Ratio("set of one value, without lock / F2", without_lock, of("set", "F2"), 1.15, floor=True),
     Ratio("set of one value on the disk / F2", of("disk"), of("disk", "F2"), None),
     Ratio("first query of a process / F3", of("load"), of("load", "F3"),
-          [2.0, 2.0, 0.7, 0.35, 0.35]),
+          [2.0, 2.0, 0.7, 0.35, 0.35], floor=True),
     Ratio("first query after a change / R", of("reread"), of("reread", "R"),
-          [1.5, 1.5, 1.3, 1.2, 1.2]),
+          [1.5, 1.5, 1.3, 1.2, 1.2], floor=True),
     Ratio("update of all / write + look-ups", of("update"), export_and_look_ups,
           [None, None, None, None, 1.3]),
     Ratio("set in one big key / in keys of ten", of("bigset"), of("set"), None),
     Ratio("set in an update, big key / of ten", of("bigmany"), smallest("bigmany"), None),
-    Ratio("a value enumerated, big key / of ten", of("bigenumerate"), smallest("bigenumerate"),
+    Ratio("a value enumerated, big key / of ten", enumerated, lambda figures, _: enumerated(figures, 10),
           None),
     Ratio("private memory a value, bytes", of("memory"), lambda *_: 1,
-          [None, None, None, None, 120], unit=" B"),
+          [None, None, None, None, 120]),
     Ratio("text / F0", of("text"), of("text", "F0"), None),
     Ratio("bytes / F0", of("bytes"), of("bytes", "F0"), None),
     Ratio("query beside a writer / LMDB", of("beside"), of("beside", "LMDB"), None),
@@ -124,7 +129,7 @@ def goals(figures):
         cells = {size: cell(ratio, figures, size, goal)
                  for size, goal in zip(ratio.sizes, ratio.goals)}
         rows.append([ratio.title] + [cells.get(size, "") for size in SIZES])
-    levels = [[f"levels"] + [str(level) for level in OPEN.sizes],
+    levels = [["levels"] + [str(level) for level in OPEN.sizes],
               [OPEN.title] + [cell(OPEN, figures, level, goal)
                               for level, goal in zip(OPEN.sizes, OPEN.goals)]]
     return "\n".join([*lines_of(rows, 18), "", *lines_of(levels, 16)])

@@ -208,14 +208,15 @@ private:
         }
         long batch = 1;
         long done = 0;
-        std::int64_t at = now();
-        while (at < end) {
+        const std::int64_t begin = now();
+        std::int64_t at = begin;
+        do {
             const double each = once(workload, batch);
             done += batch;
             at = now();
             batch = each * static_cast<double>(batch) < kLook ? batch * 2 : batch;
-        }
-        return static_cast<double>(done) * 1e9 / static_cast<double>(at - start);
+        } while (at < end);
+        return static_cast<double>(done) * 1e9 / static_cast<double>(at - begin);
     }
 
     // The compiler must not think that nobody needs a result.

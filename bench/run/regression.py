@@ -1,0 +1,83 @@
+"""Whether something has become much slower than the committed figures say."""
+import re
+import subprocess
+import sys
+
+import measuring
+from tables import RATIOS, number
+from workloads import OURS, PROGRAMS
+
+# Against floors only: they are as fast in every run as the machine is.
+FLOOR_RATIOS = [ratio for ratio in RATIOS if ratio.floor]
+SIZES = [10, 1_000, 10_000]
+WORKLOADS = {"query", "set", "lock", "load", "reread"}
+DOUBLED = 2.0
+MORE_INSTRUCTIONS = 1.10
+COUNTED_SIZES = [10, 1_000]
+
+
+def counted(program, directory, values, count):
+    done = subprocess.run(
+        ["valgrind", "--tool=callgrind", "--callgrind-out-file=/dev/null", program, "serve",
+         directory, str(values)],
+        input=f"query {count}\n", check=True, text=True, stdout=subprocess.DEVNULL,
+        stderr=subprocess.PIPE)
+    # The partner, which does nothing here, is counted beside it.
+    return max(int(found) for found in re.findall(r"Collected : (\d+)", done.stderr))
+
+
+def instructions(programs, ground):
+    """{size: instructions of one query}: what twice as many queries cost more."""
+    few, many = 1_000, 6_000
+    seen = {}
+    program = str(programs / f"bench_{PROGRAMS[OURS]}")
+    for values in COUNTED_SIZES:
+        directory = ground / f"counted-{values}"
+        directory.mkdir()
+        subprocess.run([program, "make", directory, str(values)], check=True)
+        more = counted(program, directory, values, many) - counted(program, directory, values, few)
+        seen[values] = more / (many - few)
+    return seen
+
+
+def slower(ratios, committed, figures):
+    bad = []
+    for ratio in ratios:
+        for size in SIZES:
+            was, now = ratio.at(committed, size), ratio.at(figures, size)
+            if was is not None and now is not None and now > DOUBLED * was:
+                bad.append((ratio, size, was, now))
+    return bad
+
+
+def more_instructions(committed, seen):
+    for size, now in seen.items():
+        was = committed.get(size)
+        print(f"instructions of a query, {size} values: {number(now)}, committed {number(was)}")
+        if was is not None and now > MORE_INSTRUCTIONS * was:
+            yield f"a query takes {number(now)} instructions at {size} values, not {number(was)}"
+
+
+def check(programs, memory, disk, committed, committed_instructions):
+    """True when all is as it was."""
+    complaints = list(more_instructions(committed_instructions, instructions(programs, memory)))
+    ratios = FLOOR_RATIOS
+    # What looks slow is looked at again: somebody else may have used the machine.
+    for attempt in range(3):
+        figures = measuring.measure_all(programs, memory / f"attempt-{attempt}",
+                                        disk, SIZES, measuring.QUICK, WORKLOADS,
+                                        floors_only=True)
+        if attempt == 0:
+            for ratio in ratios:
+                print(ratio.title + ":", ", ".join(
+                    f"{number(ratio.at(figures, size))} (committed "
+                    f"{number(ratio.at(committed, size))})" for size in SIZES))
+        bad = slower(ratios, committed, figures)
+        ratios = list({id(line[0]): line[0] for line in bad}.values())
+        if not bad:
+            break
+    complaints += [f"{ratio.title} at {size} values was {number(was)} and is {number(now)}"
+                   for ratio, size, was, now in bad]
+    for complaint in complaints:
+        print(f"scripts/bench: {complaint}", file=sys.stderr)
+    return not complaints
