@@ -27,7 +27,6 @@
 #include "portable/FileLocks.h"
 #include "portable/Portable.h"
 #include "portable/SharedFile.h"
-#include "portable/SharedObject.h"
 
 namespace VQRegLib {
 
@@ -281,7 +280,7 @@ void CPMutex::registerForkHandlers() {
     CMutexRegistry::instance();
 }
 
-CPMutex::CPMutex(int /*shared*/, int /*owned*/, const std::string& path, int /*create*/,
+CPMutex::CPMutex(int /*shared*/, int /*owned*/, const CSharedPath& path, int /*create*/,
                  int /*recursive*/)
     : m_pState(nullptr) {
     const std::string name = CSharedObject::nameForPath("CPLock", path);

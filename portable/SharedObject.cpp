@@ -53,12 +53,14 @@ __extension__ using uint128 = unsigned __int128;
 
 }  // namespace
 
+CSharedPath::CSharedPath(const std::string& path) : m_text(absolutePath(path)) {}
+
 const char* CSharedObject::directory() {
     return "/dev/shm";
 }
 
-std::string CSharedObject::nameForPath(const std::string& kind, const std::string& path) {
-    std::string whole = kind + "." + encoded(absolutePath(path));
+std::string CSharedObject::nameForPath(const std::string& kind, const CSharedPath& path) {
+    std::string whole = kind + "." + encoded(path.text());
     if (whole.size() <= kLongestName) {
         return whole;
     }

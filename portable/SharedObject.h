@@ -9,15 +9,26 @@
 
 namespace VQRegLib {
 
+// A path as the names of shared objects have it: its directory is resolved, so that every spelling of
+// it is one. Make it once where several objects stand for a file.
+class CSharedPath {
+public:
+    CSharedPath(const std::string& path);
+    CSharedPath(const char* path) : CSharedPath(std::string(path)) {}
+    const std::string& text() const { return m_text; }
+
+private:
+    std::string m_text;
+};
+
 class CSharedObject {
 public:
     // Where the objects live.
     static const char* directory();
 
-    // The name of the object of this kind that stands for a file: the directory of the path is
-    // resolved first, so that every spelling of a path names one object. Injective up to the 255
-    // bytes of a file name; a longer name ends in a 128-bit hash.
-    static std::string nameForPath(const std::string& kind, const std::string& path);
+    // The name of the object of this kind that stands for a file. Injective up to the 255 bytes of a
+    // file name; a longer name ends in a 128-bit hash.
+    static std::string nameForPath(const std::string& kind, const CSharedPath& path);
 
     // 128 bits of a text, in 32 hexadecimal digits.
     static std::string hashOf(const std::string& text);

@@ -159,3 +159,15 @@ TEST_F(QuietOperation, ASetMakesFewSystemCalls) {
     });
     EXPECT_LE(calls.size(), kMost + (isOld ? kOfOldKernel : 0) + kOfSanitizer) << listOf(calls);
 }
+
+// With the file's directory resolved once, which takes a look at each level; the namespace of the block
+// is not looked up where the block is found.
+TEST_F(QuietOperation, OpeningAndClosingASessionMakesFewSystemCalls) {
+    constexpr std::size_t kMost = 25;
+    const auto other = vqtest::openSession(store.path());  // for the block to be there
+    const auto calls = fewestCallsOf([this](CRegLib&, int) {
+        const auto session = vqtest::openSession(store.path(), "Another");
+        return session->RootKey() ? 0 : 1;
+    });
+    EXPECT_LE(calls.size(), kMost + kOfSanitizer) << listOf(calls);
+}
