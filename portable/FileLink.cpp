@@ -17,13 +17,16 @@ constexpr int kMostLinks = 40;  // as many as the kernel follows
 // The text of a link that may be followed; empty for anything else. Owner and text are those of one
 // and the same link, whatever happens to the path meanwhile.
 std::string trustedLink(const std::string& path) {
+    char text[PATH_MAX];
+    if (::readlink(path.c_str(), text, sizeof text) < 0) {
+        return std::string();  // mostly
+    }
     const CFileDescriptor link(::open(path.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
     struct stat status {};
     if (!link.isOpen() || ::fstat(link.get(), &status) != 0 || !S_ISLNK(status.st_mode) ||
         (status.st_uid != 0 && status.st_uid != ::geteuid())) {
         return std::string();
     }
-    char text[PATH_MAX];
     const ssize_t size = ::readlinkat(link.get(), "", text, sizeof text);
     return size > 0 ? std::string(text, static_cast<std::size_t>(size)) : std::string();
 }

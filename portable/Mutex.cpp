@@ -263,7 +263,7 @@ void CPMutex::registerForkHandlers() {
     CMutexRegistry::instance();
 }
 
-CPMutex::CPMutex(int /*shared*/, int /*owned*/, const std::string& path, int /*create*/,
+CPMutex::CPMutex(int /*shared*/, int /*owned*/, const CSharedPath& path, int /*create*/,
                  int /*recursive*/)
     : m_pState(nullptr) {
     const std::string name = objectName(kLockKind, path);

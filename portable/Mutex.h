@@ -3,8 +3,8 @@
 #define PORTABLE_MUTEX_H
 
 #include <cstdint>
-#include <string>
 
+#include "portable/ObjectName.h"
 #include "portable/TerminateWait.h"
 
 namespace VQRegLib {
@@ -34,7 +34,7 @@ public:
 
     // (1, 0, path, 1, 1): the four numbers are fixed. Opens the mutex that stands for the path, or
     // makes it.
-    CPMutex(int shared, int owned, const std::string& path, int create, int recursive);
+    CPMutex(int shared, int owned, const CSharedPath& path, int create, int recursive);
 
     // Lets go of every wait through this object that the calling thread has not released.
     ~CPMutex();

@@ -1,8 +1,10 @@
 #include "portable/NamedObjects.h"
 
 #include <dirent.h>
+#include <sys/stat.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <memory>
 
 #include "portable/ObjectName.h"
@@ -10,6 +12,12 @@
 namespace VQRegLib {
 
 namespace {
+
+constexpr std::int64_t kTickNanoseconds = 50'000'000;  // more than any clock's
+
+std::int64_t nanoseconds(const timespec& time) {
+    return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
+}
 
 struct CloseDirectory {
     void operator()(DIR* directory) const { closedir(directory); }
@@ -49,6 +57,25 @@ int CPEnumNamedObjects::enumNamedObject(int index, std::string* name, int* type)
     *name = m_names[static_cast<std::size_t>(index)];
     *type = kSemaphores;
     return 1;
+}
+
+CNamesMark CNamesMark::now() {
+    CNamesMark mark;
+    struct stat status {};
+    timespec now{};
+    if (::stat(kObjectDirectory, &status) == 0 &&
+        ::clock_gettime(CLOCK_REALTIME_COARSE, &now) == 0) {
+        mark.m_device = status.st_dev;
+        mark.m_inode = status.st_ino;
+        mark.m_changed = status.st_ctim;
+        mark.m_isSettled = nanoseconds(now) - nanoseconds(status.st_ctim) > kTickNanoseconds;
+    }
+    return mark;
+}
+
+bool CNamesMark::isUnchangedSince(const CNamesMark& earlier) const {
+    return earlier.m_isSettled && m_device == earlier.m_device && m_inode == earlier.m_inode &&
+           nanoseconds(m_changed) == nanoseconds(earlier.m_changed);
 }
 
 }  // namespace VQRegLib

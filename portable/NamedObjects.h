@@ -2,6 +2,9 @@
 #ifndef PORTABLE_NAMEDOBJECTS_H
 #define PORTABLE_NAMEDOBJECTS_H
 
+#include <sys/types.h>
+#include <time.h>
+
 #include <string>
 #include <vector>
 
@@ -19,6 +22,24 @@ public:
 
 private:
     std::vector<std::string> m_names;
+};
+
+// The names in the objects' directory as they are at a moment, by the directory's change time.
+class CNamesMark {
+public:
+    CNamesMark() = default;  // of no moment
+    static CNamesMark now();
+
+    // True when no name can have come or gone since an earlier mark was taken.
+    bool isUnchangedSince(const CNamesMark& earlier) const;
+
+private:
+    dev_t m_device = 0;
+    ino_t m_inode = 0;
+    timespec m_changed{};
+    // Changes within a tick of the kernel's clock bear the same time: until it has passed, one may
+    // follow that cannot be told from the last.
+    bool m_isSettled = false;
 };
 
 }  // namespace VQRegLib

@@ -43,8 +43,10 @@ __extension__ using uint128 = unsigned __int128;
 
 }  // namespace
 
-std::string objectName(const std::string& kind, const std::string& path) {
-    std::string whole = kind + "." + encoded(absolutePath(path));
+CSharedPath::CSharedPath(const std::string& path) : m_text(absolutePath(path)) {}
+
+std::string objectName(const std::string& kind, const CSharedPath& path) {
+    std::string whole = kind + "." + encoded(path.text());
     if (whole.size() <= kLongestName) {
         return whole;
     }
@@ -56,7 +58,7 @@ std::string objectFile(const std::string& name) {
     return std::string(kObjectDirectory) + "/" + name;
 }
 
-std::string objectPath(const std::string& kind, const std::string& path) {
+std::string objectPath(const std::string& kind, const CSharedPath& path) {
     return objectFile(objectName(kind, path));
 }
 

@@ -17,14 +17,25 @@ constexpr char kBlockKind[] = "CPBlock";
 constexpr char kOlderLockKind[] = "CPMutex";
 constexpr char kOlderBlockKind[] = "CPSharedMemory";
 
-// The name of the object of this kind that stands for a file: the directory of the path is resolved
-// first, so that every spelling of a path names one object. Injective up to the 255 bytes of a file
+// A path as the names of shared objects have it: its directory is resolved, so that every spelling of
+// it is one. Make it once where several objects stand for a file.
+class CSharedPath {
+public:
+    CSharedPath(const std::string& path);
+    CSharedPath(const char* path) : CSharedPath(std::string(path)) {}
+    const std::string& text() const { return m_text; }
+
+private:
+    std::string m_text;
+};
+
+// The name of the object of this kind that stands for a file. Injective up to the 255 bytes of a file
 // name; a longer name ends in a 128-bit hash.
-std::string objectName(const std::string& kind, const std::string& path);
+std::string objectName(const std::string& kind, const CSharedPath& path);
 
 // The path of the file of that name, and of that of an object.
 std::string objectFile(const std::string& name);
-std::string objectPath(const std::string& kind, const std::string& path);
+std::string objectPath(const std::string& kind, const CSharedPath& path);
 
 // What sem_open puts before a semaphore's name to have that of its file.
 constexpr char kSemaphoreFilePrefix[] = "sem.";

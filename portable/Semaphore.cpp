@@ -175,12 +175,16 @@ CPSemaphore::~CPSemaphore() = default;
 
 void CPSemaphore::openObject() {
     m_pObject = std::make_unique<CSharedObject>();
+    m_isAnnounced = false;
     m_nError =
         m_pObject->open(kSemaphoreFilePrefix + m_strName, sizeof(sem_t), initialiseSemaphore);
 }
 
 bool CPSemaphore::wait(unsigned long milliseconds, CTerminateWait* terminate) {
     const CSharedCount count(semaphore());
+    if (!m_isAnnounced.exchange(true)) {
+        count.announceWaiting();
+    }
     std::uint64_t left = milliseconds == kInfinite ? UINT64_MAX : milliseconds;
     do {
         if (terminate && terminate->isTerminated()) {
@@ -288,10 +292,13 @@ bool CPSemaphore::removeIfOwnerless(const std::string& name) {
 }
 
 bool CPSemaphore::removeIfAbandoned(const std::string& name) {
+    if (!namesNoProcess(name)) {
+        return false;
+    }
     const std::string path = pathOf(name);
     const CFileDescriptor file(openFile(path));
     if (!file.isOpen() || !isRegularFile(file.get()) || !isOlderThanAMoment(file.get()) ||
-        !namesNoProcess(name) || flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
+        flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
         return false;
     }
     unlinkLocked(file.get(), path);

@@ -4,6 +4,7 @@
 
 #include <semaphore.h>
 
+#include <atomic>
 #include <memory>
 #include <string>
 
@@ -69,6 +70,7 @@ private:
     std::string m_strName;
     std::unique_ptr<CSharedObject> m_pObject;
     int m_nError = 0;
+    std::atomic<bool> m_isAnnounced{false};  // that this process waits
 };
 
 }  // namespace VQRegLib

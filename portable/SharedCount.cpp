@@ -58,8 +58,8 @@ std::uint64_t now() {
            static_cast<std::uint64_t>(time.tv_nsec) / 1'000'000;
 }
 
-// Another process of the same number, in another container, may have been faster: what was taken too
-// much is given back.
+// Another process of the same number, in another container, may have been faster, or somebody may have
+// woken this one for nothing: what was taken too much is given back.
 CSharedCount::eOutcome take(Words& words) {
     std::uint32_t count = 0;
     if (add(&words.count, -1, &words.count, 0) != 0 || !read(&words.count, count)) {
@@ -83,11 +83,7 @@ CSharedCount::eOutcome waitAndTake(Words& words, unsigned long milliseconds) {
         if (error != 0 && error != EAGAIN && error != EINTR) {
             return CSharedCount::eLost;
         }
-        std::uint32_t count = 0;
-        if (!read(&words.count, count)) {
-            return CSharedCount::eLost;
-        }
-        if (count > 0 && count <= INT32_MAX) {
+        if (error != EINTR) {
             const CSharedCount::eOutcome taken = take(words);
             if (taken != CSharedCount::eTimeout) {
                 return taken;
@@ -110,15 +106,18 @@ bool CSharedCount::post() const {
     }
 }
 
-CSharedCount::eOutcome CSharedCount::wait(unsigned long milliseconds) const {
+bool CSharedCount::announceWaiting() const {
     if constexpr (kKnowsTheWords) {
         auto* const words = reinterpret_cast<Words*>(m_semaphore);
-        if (add(&words->waiting, 1, &words->count, 0) != 0) {
-            return eLost;
-        }
-        const eOutcome outcome = waitAndTake(*words, milliseconds);
-        add(&words->waiting, -1, &words->count, 0);
-        return outcome;
+        return add(&words->waiting, 1, &words->count, 0) == 0;
+    } else {
+        return true;
+    }
+}
+
+CSharedCount::eOutcome CSharedCount::wait(unsigned long milliseconds) const {
+    if constexpr (kKnowsTheWords) {
+        return waitAndTake(*reinterpret_cast<Words*>(m_semaphore), milliseconds);
     } else {
         return waitSemaphore(m_semaphore, milliseconds, nullptr) ? eTaken : eTimeout;
     }

@@ -21,7 +21,11 @@ public:
     // False when the memory has gone.
     bool post() const;
 
-    // Waits for at most so many milliseconds.
+    // Makes known that somebody waits, or is going to: others wake nobody else. Once is enough, and is
+    // never taken back: it costs those who post a call, and lasts no longer than the semaphore's owner.
+    bool announceWaiting() const;
+
+    // Waits for at most so many milliseconds, announced.
     eOutcome wait(unsigned long milliseconds) const;
 
 private:

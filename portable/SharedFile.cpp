@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <utility>
 
 #include "portable/FileDescriptor.h"
 #include "portable/ObjectName.h"
@@ -38,7 +39,11 @@ int CSharedFile::open(const std::string& name, std::size_t size) {
 
 int CSharedFile::make(const std::string& name, std::size_t size) {
     CSharedFile file;
-    return file.open(name, size);
+    const int error = file.open(name, size);
+    if (error == 0) {
+        ::close(std::exchange(file.m_fd, -1));  // nobody can have closed it yet
+    }
+    return error;
 }
 
 int CSharedFile::openExisting() {

@@ -36,12 +36,6 @@ int lockByte(int fd, eLockedByte byte, short kind) {
     return ::fcntl(fd, F_OFD_SETLK, &lock) == 0 ? 0 : errno;
 }
 
-// What tells this IPC namespace from others; 0 where there is no /proc.
-std::uint64_t ipcNamespace() {
-    struct stat status {};
-    return ::stat("/proc/self/ns/ipc", &status) == 0 ? status.st_ino : 0;
-}
-
 std::int64_t nanoseconds(const timespec& time) {
     return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
 }
@@ -75,7 +69,7 @@ CBlockHeader headerFor(const std::string& name, const unsigned char (&lot)[16],
 
 }  // namespace
 
-CPSharedMemory::CPSharedMemory(const std::string& path, unsigned long size, eHow how)
+CPSharedMemory::CPSharedMemory(const CSharedPath& path, unsigned long size, eHow how)
     : m_name(objectName(kBlockKind, path)) {
     m_nError = open(size, how);
 }
@@ -110,16 +104,28 @@ int CPSharedMemory::open(unsigned long size, eHow how) {
     return error;
 }
 
-// 0 when the file leads to the block; otherwise why not.
+// What tells this IPC namespace from others; 0 where there is no /proc, which takes its time there.
+std::uint64_t CPSharedMemory::ipcNamespace() {
+    struct stat status {};
+    if (m_ipcNamespace == 0 && ::stat("/proc/self/ns/ipc", &status) == 0) {
+        m_ipcNamespace = status.st_ino;
+    }
+    return m_ipcNamespace;
+}
+
+// 0 when the file leads to the block; otherwise why not. What bears the lot is the block, so the
+// namespace is of interest only where it is not found.
 int CPSharedMemory::attach(unsigned long size) {
     CBlockRecord record{};
     if (!read(record) || std::memcmp(record.tag, kBlockTag, sizeof kBlockTag) != 0 ||
         record.id != static_cast<int>(record.id)) {
         return ENOENT;
     }
-    if (record.ipcNamespace != ipcNamespace()) {
-        return EXDEV;
-    }
+    const int error = attach(record, size);
+    return error == 0 || record.ipcNamespace == ipcNamespace() ? error : EXDEV;
+}
+
+int CPSharedMemory::attach(const CBlockRecord& record, unsigned long size) {
     const int id = static_cast<int>(record.id);
     struct shmid_ds status {};
     if (::shmctl(id, IPC_STAT, &status) != 0) {

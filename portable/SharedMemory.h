@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <string>
 
+#include "portable/ObjectName.h"
 #include "portable/SharedFile.h"
 
 namespace VQRegLib {
@@ -27,7 +28,7 @@ public:
     enum eHow { eWait, eTry };
 
     // Opens the block that stands for the path, or makes one of zeroes. `size` in bytes.
-    CPSharedMemory(const std::string& path, unsigned long size, eHow how = eWait);
+    CPSharedMemory(const CSharedPath& path, unsigned long size, eHow how = eWait);
     ~CPSharedMemory();
     CPSharedMemory(const CPSharedMemory&) = delete;
     CPSharedMemory& operator=(const CPSharedMemory&) = delete;
@@ -50,6 +51,8 @@ public:
 private:
     int open(unsigned long size, eHow how);
     int attach(unsigned long size);
+    int attach(const CBlockRecord& record, unsigned long size);
+    std::uint64_t ipcNamespace();
     int make(unsigned long size, eHow how);
     int makeSegment(unsigned long size);
     bool read(CBlockRecord& record) const;
@@ -61,6 +64,7 @@ private:
     void* m_segment = nullptr;
     int m_id = -1;
     unsigned char m_lot[16] = {};
+    std::uint64_t m_ipcNamespace = 0;  // 0: not looked up
     timespec m_checked{};  // of the named file: the change time at which its content was right
     bool m_creator = false;
     int m_nError = 0;

@@ -10,8 +10,6 @@
 #include "RegLib/trace/Trace.h"
 #include "portable/FileLink.h"
 #include "portable/FileOps.h"
-#include "portable/MappedFiles.h"
-#include "portable/ObjectName.h"
 
 namespace VQRegLib {
 
@@ -44,7 +42,6 @@ CRegLibImplFile::CRegLibImplFile(const char* name, const char* root, CRegLib::LO
     try {
         chooseFile(name);
         m_pTree = makeOrThrow<CTree>(eThrowPoint::eNewRootNode);
-        tellOfOlderLibrary();
         m_shared.open();
         std::unique_ptr<CRegKey> rootKey = createRootKey(root);
         m_pRootKeyImpl = CRegKeyAccess::record(*rootKey);
@@ -77,21 +74,6 @@ void CRegLibImplFile::chooseFile(const char* name) try {
         REGLIB_TRACE(eTraceAlways, "(Error) CRegLibImplFile::CRegLibImplFile, strdup failed\n");
     }
     throwAt(name ? eThrowPoint::eCopyFileName : eThrowPoint::eCopyDefaultFileName);
-}
-
-// Older versions of the library have their lock in a mapped object of another name: a process with
-// one of them and this one do not see each other's locks, nor each other's changes in time.
-void CRegLibImplFile::tellOfOlderLibrary() const try {
-    const std::string lock = objectPath(kOlderLockKind, m_pszFileName);
-    const std::int32_t process = processThatMaps(lock.c_str());
-    if (process != 0) {
-        REGLIB_TRACE(eTraceAlways,
-                     "(Error) CRegLibImplFile::CRegLibImplFile (0x%08X), process %d has an older "
-                     "version of the library, which does not respect this one's lock: restart it\n",
-                     traceId(this), process);
-    }
-} catch (const std::bad_alloc&) {
-    return;  // the store does not need it
 }
 
 // An empty handle as the parent stands for the tree root.

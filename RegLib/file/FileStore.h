@@ -99,7 +99,6 @@ private:
 
     // Construction.
     void chooseFile(const char* name);
-    void tellOfOlderLibrary() const;
     std::unique_ptr<CRegKey> createRootKey(const char* root);
 
     friend class CStoreLock;

@@ -21,6 +21,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <new>
+#include <string>
 #include <utility>
 
 #include "RegLib/base/AtEnd.h"
@@ -28,7 +29,9 @@
 #include "RegLib/file/ConfigFile.h"
 #include "RegLib/trace/Trace.h"
 #include "portable/FileOps.h"
+#include "portable/MappedFiles.h"
 #include "portable/NoCancellation.h"
+#include "portable/ObjectName.h"
 #include "portable/Portable.h"
 
 namespace VQRegLib {
@@ -48,7 +51,9 @@ std::uint64_t stampAfter(std::uint64_t stamp, std::uint64_t tick) {
 
 void CSharedState::open() {
     try {
-        m_pMutex = std::make_unique<CPMutex>(1, 0, m_file.path(), 1, 1);
+        m_path.emplace(m_file.path());
+        tellOfOlderLibrary();
+        m_pMutex = std::make_unique<CPMutex>(1, 0, *m_path, 1, 1);
     } catch (const std::bad_alloc&) {
         throwAt(eThrowPoint::eNewMutex);
     }
@@ -58,9 +63,13 @@ void CSharedState::open() {
                      traceId(m_pTraced), m_pMutex->error());
         throwAt(eThrowPoint::eNewMutex);
     }
+    openBlock();
+}
+
+void CSharedState::openBlock() {
     std::unique_ptr<CPSharedMemory> block;
     try {
-        block = std::make_unique<CPSharedMemory>(m_file.path(), sizeof(std::uint64_t));
+        block = std::make_unique<CPSharedMemory>(*m_path, sizeof(std::uint64_t));
     } catch (const std::bad_alloc&) {
         throwAt(eThrowPoint::eNewSharedMemory);
     }
@@ -72,7 +81,23 @@ void CSharedState::open() {
             traceId(m_pTraced), block->error());
         throwAt(eThrowPoint::eNewSharedMemory);
     }
+    m_lastLook = CPortable::GetSeconds();
     useBlock(std::move(block));
+}
+
+// Older versions of the library have their lock in a mapped object of another name: a process with
+// one of them and this one do not see each other's locks, nor each other's changes in time.
+void CSharedState::tellOfOlderLibrary() const try {
+    const std::string lock = objectPath(kOlderLockKind, *m_path);
+    const std::int32_t process = processThatMaps(lock.c_str());
+    if (process != 0) {
+        REGLIB_TRACE(eTraceAlways,
+                     "(Error) CRegLibImplFile::CRegLibImplFile (0x%08X), process %d has an older "
+                     "version of the library, which does not respect this one's lock: restart it\n",
+                     traceId(m_pTraced), process);
+    }
+} catch (const std::bad_alloc&) {
+    return;  // the store does not need it
 }
 
 void CSharedState::closeStamp() {
@@ -205,7 +230,7 @@ bool CSharedState::hasBlock(CPSharedMemory::eHow how) {
     if (m_pSharedMemory->isCurrent()) {
         return true;
     }
-    auto block = std::make_unique<CPSharedMemory>(m_file.path(), sizeof(std::uint64_t), how);
+    auto block = std::make_unique<CPSharedMemory>(*m_path, sizeof(std::uint64_t), how);
     if (how == CPSharedMemory::eTry && block->error() == EAGAIN) {
         return true;
     }

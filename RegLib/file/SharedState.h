@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "portable/Mutex.h"
@@ -22,7 +23,8 @@ public:
     // `traced`: whose address the trace lines bear.
     CSharedState(const void* traced, CConfigFile& file) : m_pTraced(traced), m_file(file) {}
 
-    // Opens lock and stamp of the file, or throws VQException. They are closed one by one.
+    // Opens lock and stamp of the file, whose path is set, or throws VQException. They are closed one
+    // by one.
     void open();
     void closeStamp();
     void closeLock();
@@ -80,6 +82,8 @@ private:
 
     std::uint64_t nextStamp() const;
     bool isUsable(CPSharedMemory::eHow how);
+    void openBlock();
+    void tellOfOlderLibrary() const;
     void useBlock(std::unique_ptr<CPSharedMemory> block);
     bool hasBlock(CPSharedMemory::eHow how);
     void tellWhyNoBlock(int error);
@@ -88,6 +92,7 @@ private:
 
     const void* const m_pTraced;
     CConfigFile& m_file;
+    std::optional<CSharedPath> m_path;
     std::unique_ptr<CPMutex> m_pMutex;
     std::unique_ptr<CPSharedMemory> m_pSharedMemory;
     std::atomic<std::uint64_t>* m_pullSharedChangeStamp = nullptr;

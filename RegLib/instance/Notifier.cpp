@@ -1,8 +1,11 @@
 #include "RegLib/instance/Notifier.h"
 
 #include <memory>
+#include <mutex>
 #include <new>
+#include <string>
 #include <utility>
+#include <vector>
 
 #include "RegLib/base/CritSecGuard.h"
 #include "RegLib/base/Guarded.h"
@@ -22,7 +25,8 @@ namespace {
 
 constexpr unsigned long kPollMilliseconds = 100;
 constexpr unsigned long kLookMilliseconds = 5000;  // how late a lost name is noticed
-constexpr int kFirstAttempts = 5;  // with the directory's lock held, after a wait without it
+constexpr int kFirstAttempts = 5;       // with the directory's lock held, after a wait without it
+constexpr std::size_t kMostKept = 256;  // semaphores, a page each
 constexpr char kThreadName[] = "CRegLibImpl::RegistryChangeNotifierThread";
 
 // For a registration that finds the name lost.
@@ -34,27 +38,70 @@ std::unique_ptr<CPSemaphore> makeSemaphore(const std::string& name) {
     return std::make_unique<CPSemaphore>(1, 0, 0x7fffffff, name, 1);
 }
 
+// The semaphores of all processes, as the last sender found them. As long as no name has come or gone
+// they need not be looked for again.
+class CNotifiedProcesses {
+public:
+    // All are released before any is looked at: one that seems to be nobody's may be that of a process
+    // which has lost the lock, and which notices as it wakes up.
+    void notify() {
+        const std::unique_lock<std::mutex> guard(m_lock, std::try_to_lock);
+        if (!guard.owns_lock()) {
+            // Another thread is at it, perhaps one that a child of fork does not have.
+            CNotifiedProcesses().notify();
+            return;
+        }
+        const CNamesMark now = CNamesMark::now();
+        if (now.isUnchangedSince(m_mark)) {
+            for (const auto& semaphore : m_semaphores) {
+                semaphore->release();
+            }
+        } else {
+            m_mark = CNamesMark();
+            m_mark = findAndRelease() ? now : CNamesMark();
+        }
+        for (const std::string& name : m_names) {
+            CPSemaphore::removeIfAbandoned(name);
+        }
+    }
+
+private:
+    // True when what was found is all there is, and worth to be kept open.
+    bool findAndRelease() {
+        m_names.clear();
+        m_semaphores.clear();
+        const CPEnumNamedObjects semaphores(kNotificationPrefix, CPEnumNamedObjects::kSemaphores);
+        bool isAll = true;
+        std::string name;
+        int type = 0;
+        for (int index = 0; semaphores.enumNamedObject(index, &name, &type) != 0; ++index) {
+            m_names.push_back(name);
+            std::unique_ptr<CPSemaphore> semaphore = makeSemaphore(name);
+            isAll = isAll && semaphore->isOpen() && !semaphore->isCreator();
+            if (!semaphore->isOpen()) {
+                continue;
+            }
+            semaphore->release();
+            if (semaphore->isCreator()) {
+                CPSemaphore::removeIfOwnerless(name);  // its process ended a moment ago
+            } else if (m_semaphores.size() < kMostKept) {
+                m_semaphores.push_back(std::move(semaphore));
+            }
+        }
+        return isAll && m_semaphores.size() == m_names.size();
+    }
+
+    std::mutex m_lock;
+    CNamesMark m_mark;
+    std::vector<std::string> m_names;
+    std::vector<std::unique_ptr<CPSemaphore>> m_semaphores;
+};
+
 }  // namespace
 
-// All are released before any is looked at: one that seems to be nobody's may be that of a process
-// which has lost the lock, and which notices as it wakes up.
 void releaseNotificationSemaphores() {
-    const CPEnumNamedObjects semaphores(kNotificationPrefix, CPEnumNamedObjects::kSemaphores);
-    std::string name;
-    int type = 0;
-    for (int index = 0; semaphores.enumNamedObject(index, &name, &type) != 0; ++index) {
-        const std::unique_ptr<CPSemaphore> semaphore = makeSemaphore(name);
-        if (!semaphore->isOpen()) {
-            continue;
-        }
-        semaphore->release();
-        if (semaphore->isCreator()) {
-            CPSemaphore::removeIfOwnerless(name);  // its process ended a moment ago
-        }
-    }
-    for (int index = 0; semaphores.enumNamedObject(index, &name, &type) != 0; ++index) {
-        CPSemaphore::removeIfAbandoned(name);
-    }
+    static CNotifiedProcesses* const notified = new CNotifiedProcesses;  // never destroyed
+    notified->notify();
 }
 
 // The thread of a parent does not exist in a child of fork.
@@ -196,12 +243,12 @@ void CRegLibImplDirectory::serveNotifications() {
         if (m_stopRequested.load() != 0) {
             return;
         }
-        const bool isLost = !semaphore->isOwner();
-        if (isLost) {
-            contained(kThreadName, this, [this] { ownNameAgain(); });
-        }
-        if (isReleased || isLost) {  // a lost name may have lost a notification
+        if (isReleased) {
             wakeWatchers();
+        }
+        if (!semaphore->isOwner()) {
+            contained(kThreadName, this, [this] { ownNameAgain(); });
+            wakeWatchers();  // a lost name may have lost a notification
         }
     }
 }

@@ -61,8 +61,7 @@ public:
 
     // The same for a name as it is, which takes no memory.
     CKeyOrValue* findChild(const CKeyOrValue& parent, std::string_view name) const {
-        const std::uint32_t hash =
-            CNameIndex::hashOf(parent.m_number, CFoldedName::hashOf(name));
+        const std::uint32_t hash = CNameIndex::hashOf(parent.m_number, CFoldedName::hashOf(name));
         const NodeNumber found = m_index.find(hash, [&](NodeNumber number) {
             const CKeyOrValue& of = node(number);
             return of.m_parent == parent.m_number && compareFolded(nameOf(of), name) == 0;

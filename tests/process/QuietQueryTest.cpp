@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "VQRegLib.h"
+#include "support/Handlers.h"
 #include "support/Sight.h"
 #include "support/SteppedChild.h"
 #include "support/TempStore.h"
@@ -158,4 +159,33 @@ TEST_F(QuietOperation, ASetMakesFewSystemCalls) {
                    : 1;
     });
     EXPECT_LE(calls.size(), kMost + (isOld ? kOfOldKernel : 0) + kOfSanitizer) << listOf(calls);
+}
+
+// A look at the directory of the semaphores, and for each of them a call that releases it, and one that
+// asks whether its process lives. The handler's process is the test's.
+TEST_F(QuietOperation, ANotificationOfTheSameProcessesMakesFewSystemCalls) {
+    constexpr std::size_t kMost = 3;
+    const auto session = vqtest::openSession(store.path());
+    vqtest::Handler handler;
+    session->SetRegistryChangeHandler(&handler);
+    const auto calls = fewestCallsOf([this](CRegLib& sender, int round) {
+        if (round == 0 && !waitUntilObjectsAreOld()) {
+            return 1;
+        }
+        return sender.SendRegistryChangeNotification() == REGLIB_OK ? 0 : 1;
+    });
+    EXPECT_LE(calls.size(), kMost + kOfSanitizer) << listOf(calls);
+    session->ClrRegistryChangeHandler(&handler);
+}
+
+// With the file's directory resolved once, which takes a look at each level; the namespace of the block
+// is not looked up where the block is found.
+TEST_F(QuietOperation, OpeningAndClosingASessionMakesFewSystemCalls) {
+    constexpr std::size_t kMost = 25;
+    const auto other = vqtest::openSession(store.path());  // for the block to be there
+    const auto calls = fewestCallsOf([this](CRegLib&, int) {
+        const auto session = vqtest::openSession(store.path(), "Another");
+        return session->RootKey() ? 0 : 1;
+    });
+    EXPECT_LE(calls.size(), kMost + kOfSanitizer) << listOf(calls);
 }

@@ -13,11 +13,13 @@
 #include <vector>
 
 #include "portable/Semaphore.h"
+#include "support/Wait.h"
 
 namespace fs = std::filesystem;
 
 using testing::ElementsAre;
 using testing::IsEmpty;
+using VQRegLib::CNamesMark;
 using VQRegLib::CPEnumNamedObjects;
 using VQRegLib::CPSemaphore;
 
@@ -137,4 +139,27 @@ TEST_F(NamedObjects, FilesThatAreNoSemaphoresAreLeftAlone) {
 
 TEST_F(NamedObjects, WithoutAnyObjectsThereAreNone) {
     EXPECT_THAT(list("Test-Prefix-"), IsEmpty());
+}
+
+// Only a mark that was taken some time after the last change tells that there was none since.
+TEST_F(NamedObjects, AMarkTellsWhetherNamesHaveComeOrGone) {
+    make("vqtest-mark-1");
+    const CNamesMark early = CNamesMark::now();
+    EXPECT_FALSE(early.isUnchangedSince(early));
+    EXPECT_FALSE(early.isUnchangedSince(CNamesMark()));
+    CNamesMark mark;
+    const auto isSettled = [&] {
+        mark = CNamesMark::now();
+        return mark.isUnchangedSince(mark);
+    };
+    ASSERT_TRUE(vqtest::waitUntil(isSettled));
+    EXPECT_TRUE(CNamesMark::now().isUnchangedSince(mark));
+    make("vqtest-mark-2");
+    EXPECT_FALSE(CNamesMark::now().isUnchangedSince(mark)) << "one has come";
+    ASSERT_TRUE(vqtest::waitUntil(isSettled));
+    fs::remove("/dev/shm/sem.vqtest-mark-2");
+    EXPECT_FALSE(CNamesMark::now().isUnchangedSince(mark)) << "one has gone";
+    ASSERT_TRUE(vqtest::waitUntil(isSettled));
+    std::ofstream("/dev/shm/sem.vqtest-mark-1") << "x";
+    EXPECT_TRUE(CNamesMark::now().isUnchangedSince(mark)) << "its content is another";
 }
