@@ -27,6 +27,15 @@ void sleepOn(std::atomic<std::uint64_t>& word, std::uint64_t value) {
 
 }  // namespace
 
+void CPCritSec::enterAgainOrWait() {
+    if (isInside()) {
+        ++m_nDepth;
+        return;
+    }
+    waitAndTake();
+    m_nDepth = 1;
+}
+
 // Whoever has slept takes the word with the mark set: it does not know whether others sleep too.
 void CPCritSec::waitAndTake() {
     for (int look = 0; look < kLooks; ++look) {

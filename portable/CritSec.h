@@ -27,11 +27,12 @@ public:
 
     // `location` marks the place in the source that enters; the last one is kept for a debugger.
     void enter(int location) {
-        if (!tryEnter(location)) {
-            waitAndTake();
+        if (tryTake()) [[likely]] {
             m_nDepth = 1;
-            m_nLocation = location;
+        } else {
+            enterAgainOrWait();
         }
+        m_nLocation = location;
     }
 
     // By a thread that is not inside: changes nothing.
@@ -96,6 +97,7 @@ private:
         }
     }
 
+    void enterAgainOrWait();
     void waitAndTake();
     void wakeOne();
 

@@ -36,8 +36,8 @@ bool enterDuringUpdates(CRegLibImpl& store, int location) {
 }
 
 // Enters the store's session lock.
-bool enter(CRegLibImpl& store, int location) {
-    if (CRegLibImpl::m_openUpdates.load(std::memory_order_relaxed) != 0) {
+inline bool enter(CRegLibImpl& store, int location) {
+    if (CRegLibImpl::m_openUpdates.load(std::memory_order_relaxed) != 0) [[unlikely]] {
         return enterDuringUpdates(store, location);
     }
     store.m_critSec.enter(location);
@@ -57,7 +57,7 @@ int delegate(CRegLibImpl* store, bool argumentsGiven, int location, Operation&& 
     if (!argumentsGiven || !CRegLibImplDirectory::isUsable()) {
         return REGLIB_E_FAIL;
     }
-    if (!enter(*store, location)) {
+    if (!enter(*store, location)) [[unlikely]] {
         return REGLIB_E_FAIL;
     }
     const int result = guarded([&] { return operation(*store); });
@@ -92,7 +92,7 @@ int CRegLib::VQRegCreateKey(CRegKey* parent, const char* subKey, CRegKey& key, i
     return delegate(m_pImpl, subKey, __LINE__, [&](CRegLibImpl& store) {
         // Copied for the line below: the text may belong to `key`, which is about to be filled
         // anew.
-        const bool traced = traceFor(eTraceChange) != nullptr;
+        const bool traced = create != 0 && traceFor(eTraceChange) != nullptr;
         const std::string name = traced ? subKey : "";
         int exists = 0;
         const int result = store.VQRegCreateKey(parent, subKey, key, create, &exists);

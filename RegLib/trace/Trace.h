@@ -92,14 +92,13 @@ namespace VQRegLib {
 // The process's trace object; null while tracing is off or not yet configured.
 extern std::atomic<CRegLibTrace*> g_pregLibTrace;
 
-// The object to write a line of this kind to, or null when it is not to be written.
+// The object to write a line of this kind to, or null when it is not to be written. The level comes
+// first: most lines are off by it in a process that has the object.
 inline CRegLibTrace* traceFor(eTraceBit bit) {
-    CRegLibTrace* const trace = g_pregLibTrace.load(std::memory_order_acquire);
-    if (trace && bit != eTraceAlways &&
-        !(CRegLibTrace::m_lLogLevel.load(std::memory_order_relaxed) & bit)) {
+    if (bit != eTraceAlways && !(CRegLibTrace::m_lLogLevel.load(std::memory_order_relaxed) & bit)) {
         return nullptr;
     }
-    return trace;
+    return g_pregLibTrace.load(std::memory_order_acquire);
 }
 
 // How an object is named in a line: by the low 32 bits of its address.
@@ -114,11 +113,11 @@ inline const char* traceText(const char* text) {
 }  // namespace VQRegLib
 
 // Writes a line when lines of its kind are on; evaluates nothing otherwise.
-#define REGLIB_TRACE(bit, ...)                                              \
-    do {                                                                    \
-        if (CRegLibTrace* const regLibTrace_ = ::VQRegLib::traceFor(bit)) { \
-            regLibTrace_->trace(__VA_ARGS__);                               \
-        }                                                                   \
+#define REGLIB_TRACE(bit, ...)                                                           \
+    do {                                                                                 \
+        if (CRegLibTrace* const regLibTrace_ = ::VQRegLib::traceFor(bit)) [[unlikely]] { \
+            regLibTrace_->trace(__VA_ARGS__);                                            \
+        }                                                                                \
     } while (false)
 
 #endif  // REGLIB_TRACE_TRACE_H

@@ -40,5 +40,7 @@ grep -q 'GNU_RELRO' <<<"$headers" || fail "there is no read-only relocation segm
 grep -Eq 'GNU_STACK.* RW +0x' <<<"$headers" || fail "the stack is executable"
 ! grep -q '(TEXTREL)' <<<"$dynamic" || fail "the code needs relocations"
 ! grep -Eq '\((RPATH|RUNPATH)\)' <<<"$dynamic" || fail "the library has a search path of its own"
+imported=$("$nm" -D --undefined-only "$library")
+! grep -q '__tls_get_addr' <<<"$imported" || fail "the loader is called for what threads have of their own"
 
 exit $((failures > 0))
