@@ -399,6 +399,29 @@ TEST_F(NotificationSemaphore, AForeignFileUnderTheOwnNameLeavesTheHandlerUncalle
     EXPECT_TRUE(handler.waitCalls(1));
 }
 
+// A sender remembers whom it has told, for as long as nobody comes or goes.
+TEST_F(NotificationSemaphore, OfAProcessThatComesBetweenTwoNotificationsIsReleased) {
+    const auto first = watchingAgent();
+    const std::string directory = "/dev/shm";
+    ASSERT_TRUE(waitUntil([&] {
+        struct stat status {};
+        timespec now{};
+        return ::stat(directory.c_str(), &status) == 0 &&
+               ::clock_gettime(CLOCK_REALTIME, &now) == 0 && now.tv_sec - status.st_ctim.tv_sec > 1;
+    })) << "it does not grow old";
+    announceNothing(2);
+    const auto second = watchingAgent();
+    announceChange();
+    for (Agent* const agent : {first.get(), second.get()}) {
+        EXPECT_TRUE(waitUntil([&] { return agent->changes() == 1; })) << agent->pid();
+    }
+    second->exit();
+    second->waitExit();
+    const auto third = watchingAgent();
+    announceChange();
+    EXPECT_TRUE(waitUntil([&] { return third->changes() == 1 && first->changes() == 2; }));
+}
+
 TEST_F(NotificationSemaphore, ComesIntoBeingWhileOthersSend) {
     std::atomic<bool> isOver{false};
     std::thread sending([&] {
