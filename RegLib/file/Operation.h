@@ -60,7 +60,7 @@ public:
         return result;
     }
     static constexpr int kNeedsLock = 1;  // no result code is positive
-    bool isLocked() const { return m_lock.has_value(); }
+    bool isLocked() const { return m_lock.has_value() || m_store.isUpdating(); }
 
     // Finds the handle's key. REGLIB_E_INVALID_HANDLE, REGLIB_E_NOT_A_KEY.
     int findKey(const CRegKey& key);

@@ -23,7 +23,7 @@ bool isBefore(CTreeText::CPlace one, CTreeText::CPlace other) {
 
 bool isPlain(std::string_view line) {
     return !line.empty() && line.size() < kLongestPiece &&
-           line.find_first_of(std::string_view("\r\0", 2)) == std::string_view::npos;
+           line.find('\r') == std::string_view::npos && line.find('\0') == std::string_view::npos;
 }
 
 }  // namespace

@@ -9,7 +9,8 @@ namespace {
 
 // The last line that stays in one piece when it is read.
 bool isOneLine(std::string_view line) {
-    return line.size() < kLongestPiece && line.find_first_of("\r\n") == std::string_view::npos;
+    return line.size() < kLongestPiece && line.find('\n') == std::string_view::npos &&
+           line.find('\r') == std::string_view::npos;
 }
 
 // What has gathered beside the text until it is made anew, whatever its size.
