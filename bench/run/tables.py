@@ -104,6 +104,11 @@ OPEN = Ratio("open a key, close it / levels x query", of("open"), levels_of_quer
              sizes=list(range(1, 7)))
 
 
+TITLES = {workload.name: workload.title for workload in WORKLOADS}
+SHOWN = [("query", OURS), ("query", "LMDB"), ("query", "GKeyFile"), ("set", OURS), ("set", "LMDB"),
+         ("set", "GKeyFile"), ("disk", OURS), ("load", OURS), ("load", "LMDB"), ("reread", OURS)]
+
+
 def number(value):
     return "-" if value is None else f"{value:.0f}" if value >= 100 else f"{value:.2f}"
 
@@ -147,3 +152,35 @@ def costs(figures):
                  for name, line in seen.items()]
         text += [*lines_of(rows, 14), ""]
     return "\n".join(text)
+
+
+def markdown(figures, about):
+    """The tables of docs/performance.md."""
+    text = [f"Taken on {about['date']}: {about['processors']} processors, {about['processor']}, "
+            f"Linux {about['kernel']}, {about['libc']}; {about['load']:.1f} processes were at work "
+            "when the run began.", ""]
+    text += ["| time of one operation, us | " + " | ".join(f"{size:,}" for size in SIZES) + " |",
+             "|---|" + "---|" * len(SIZES)]
+    for workload, name in SHOWN:
+        line = figures.get(workload, {}).get(name, {})
+        times = [f"{line[size] / 1000:.3g}" if size in line else "" for size in SIZES]
+        text.append(f"| {TITLES[workload]}: {name} | " + " | ".join(times) + " |")
+    text += ["", "| ratio | " + " | ".join(f"{size:,}" for size in SIZES) + " |",
+             "|---|" + "---|" * len(SIZES)]
+    for ratio in RATIOS:
+        cells = {size: plain(ratio.at(figures, size), goal)
+                 for size, goal in zip(ratio.sizes, ratio.goals)}
+        text.append(f"| {ratio.title} | " +
+                    " | ".join(cells.get(size, "") for size in SIZES) + " |")
+    text += ["", "| levels | " + " | ".join(str(level) for level in OPEN.sizes) + " |",
+             "|---|" + "---|" * len(OPEN.sizes),
+             f"| {OPEN.title} | " +
+             " | ".join(plain(OPEN.at(figures, level), goal)
+                        for level, goal in zip(OPEN.sizes, OPEN.goals)) + " |"]
+    return "\n".join(text)
+
+
+def plain(value, goal):
+    if value is None:
+        return ""
+    return number(value) if goal is None else f"{number(value)} ({number(goal)})"

@@ -227,11 +227,10 @@ void Play::dropHandle() {
 
 void Play::deleteKey() {
     CRegKey& from = key();
-    const std::string path = m_texts.path();
+    const std::string path = subKeyOf(from);
     log("  delete key ", shown(path), code(session().VQRegDeleteKey(from, path.c_str())));
 }
 
-// Mostly one that is there.
 std::string Play::valueOf(CRegKey& at) {
     std::string name = m_texts.valueName();
     if (!m_chance.oneIn(3)) {
@@ -243,6 +242,18 @@ std::string Play::valueOf(CRegKey& at) {
         }
     }
     return name;
+}
+
+std::string Play::subKeyOf(CRegKey& at) {
+    std::string path = m_texts.path();
+    if (!m_chance.oneIn(3)) {
+        std::string found;
+        const auto index = static_cast<int>(m_chance.below(m_chance.oneIn(4) ? 40 : 4));
+        if (session().VQRegEnumKeys(at, index, found) >= 0) {
+            path = found;
+        }
+    }
+    return path;
 }
 
 void Play::deleteValue() {
