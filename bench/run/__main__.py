@@ -18,6 +18,7 @@ from workloads import RIVALS, SIZES, WORKLOADS
 PROJECT = pathlib.Path(__file__).resolve().parent.parent.parent
 COMMITTED = PROJECT / "bench" / "figures.json"
 QUICK_SIZES = [10, 1_000, 10_000]
+PAGE = PROJECT / "docs" / "performance.md"
 PICTURES = PROJECT / "docs" / "performance"
 
 
@@ -71,6 +72,15 @@ def write_figures(path, content):
         file.write("\n")
 
 
+def write_page(content):
+    """Puts the tables between the two marks of the page."""
+    text = PAGE.read_text(encoding="utf-8")
+    begin, end = "<!-- figures -->\n", "<!-- end of figures -->"
+    head, rest = text.split(begin)
+    table = tables.markdown(content["figures"], content["machine"])
+    PAGE.write_text(head + begin + table + "\n" + end + rest.split(end)[1], encoding="utf-8")
+
+
 def draw(figures, directory):
     try:
         import pictures
@@ -102,6 +112,7 @@ def measure(options, memory, disk):
         PICTURES.mkdir(exist_ok=True)
         write_figures(COMMITTED, content)
         draw(content["figures"], PICTURES)
+        write_page(content)
 
 
 def main():

@@ -4,7 +4,7 @@ import matplotlib
 matplotlib.use("svg")
 import matplotlib.pyplot as plt  # noqa: E402  the backend comes first
 
-from workloads import OURS, WORKLOADS  # noqa: E402
+from workloads import OURS, QUERY, WORKLOADS  # noqa: E402
 
 FLOORS = ("F0", "F1", "F2", "F3", "R", "floor")
 COLOURS = {"LMDB": "tab:blue", "SQLite": "tab:green", "TDB": "tab:purple", "GKeyFile": "tab:brown",
@@ -14,6 +14,8 @@ COLOURS = {"LMDB": "tab:blue", "SQLite": "tab:green", "TDB": "tab:purple", "GKey
 def style(name):
     if name == OURS:
         return {"color": "tab:red", "linewidth": 2.6, "marker": "o", "zorder": 3}
+    if name == QUERY:
+        return {"color": "tab:red", "linestyle": ":", "marker": "."}
     if name in FLOORS:
         return {"color": "black", "linestyle": ":" if name != "F1" else "-.", "marker": "_"}
     return {"color": COLOURS[name], "linewidth": 1.2, "marker": ".", "alpha": 0.9}

@@ -1,5 +1,5 @@
 """The figures as tables, and the ratios that have goals."""
-from workloads import OURS, SIZES, WORKLOADS
+from workloads import OURS, QUERY, SIZES, WORKLOADS
 
 
 def figure(figures, workload, contender, size):
@@ -52,7 +52,7 @@ def rate_of_one(figures, size):
 
 
 def levels_of_query(figures, level):
-    query = figure(figures, "query", OURS, 1_000)
+    query = figure(figures, "open", QUERY, level)
     return None if query is None else query * level
 
 
@@ -78,7 +78,7 @@ RATIOS = [
     Ratio("two processes: rate / LMDB's", rate_of_two(OURS), rate_of_two("LMDB"),
           [2.0, 2.0, 2.0, 2.0, 1.0], least=True),
     Ratio("two processes: rate / one alone", rate_of_two(OURS), rate_of_one, 1.9, least=True),
-    Ratio("set to the same / query", of("again"), of("query"), 1.2),
+    Ratio("set to the same / query", of("again"), of("again", QUERY), 1.2),
     Ratio("ten values of a key / LMDB", of("enumerate"), of("enumerate", "LMDB"), 1.0),
     Ratio("set of one value, without lock / F2", without_lock, of("set", "F2"), 1.15, floor=True),
     Ratio("set of one value on the disk / F2", of("disk"), of("disk", "F2"), None),
@@ -102,6 +102,11 @@ RATIOS = [
 ]
 OPEN = Ratio("open a key, close it / levels x query", of("open"), levels_of_query, 3.0,
              sizes=list(range(1, 7)))
+
+
+TITLES = {workload.name: workload.title for workload in WORKLOADS}
+SHOWN = [("query", OURS), ("query", "LMDB"), ("query", "GKeyFile"), ("set", OURS), ("set", "LMDB"),
+         ("set", "GKeyFile"), ("disk", OURS), ("load", OURS), ("load", "LMDB"), ("reread", OURS)]
 
 
 def number(value):
@@ -147,3 +152,35 @@ def costs(figures):
                  for name, line in seen.items()]
         text += [*lines_of(rows, 14), ""]
     return "\n".join(text)
+
+
+def markdown(figures, about):
+    """The tables of docs/performance.md."""
+    text = [f"Taken on {about['date']}: {about['processors']} processors, {about['processor']}, "
+            f"Linux {about['kernel']}, {about['libc']}; {about['load']:.1f} processes were at work "
+            "when the run began.", ""]
+    text += ["| time of one operation, us | " + " | ".join(f"{size:,}" for size in SIZES) + " |",
+             "|---|" + "---|" * len(SIZES)]
+    for workload, name in SHOWN:
+        line = figures.get(workload, {}).get(name, {})
+        times = [f"{line[size] / 1000:.3g}" if size in line else "" for size in SIZES]
+        text.append(f"| {TITLES[workload]}: {name} | " + " | ".join(times) + " |")
+    text += ["", "| ratio | " + " | ".join(f"{size:,}" for size in SIZES) + " |",
+             "|---|" + "---|" * len(SIZES)]
+    for ratio in RATIOS:
+        cells = {size: plain(ratio.at(figures, size), goal)
+                 for size, goal in zip(ratio.sizes, ratio.goals)}
+        text.append(f"| {ratio.title} | " +
+                    " | ".join(cells.get(size, "") for size in SIZES) + " |")
+    text += ["", "| levels | " + " | ".join(str(level) for level in OPEN.sizes) + " |",
+             "|---|" + "---|" * len(OPEN.sizes),
+             f"| {OPEN.title} | " +
+             " | ".join(plain(OPEN.at(figures, level), goal)
+                        for level, goal in zip(OPEN.sizes, OPEN.goals)) + " |"]
+    return "\n".join(text)
+
+
+def plain(value, goal):
+    if value is None:
+        return ""
+    return number(value) if goal is None else f"{number(value)} ({number(goal)})"

@@ -19,6 +19,7 @@ PROGRAMS = {
     "dconf": "dconf",
     "floor": "notify_floor",
 }
+QUERY = "VQRegLib, query"  # for comparison, in pictures of other workloads
 RIVALS = ["LMDB", "SQLite", "TDB", "GKeyFile", "dconf"]
 PAGES = ["LMDB", "SQLite", "GKeyFile"]  # that have an order
 
@@ -32,6 +33,7 @@ class Workload:
     sizes: tuple = tuple(SIZES)
     unit: str = "ns"
     axis: str = "values in the store"
+    queries: bool = False  # take turns with queries, for the ratio to these
 
 
 def against(*floors, rivals=RIVALS):
@@ -47,7 +49,7 @@ WORKLOADS = [
     Workload("one", "queries of one process alone", against("F0", "F1"), how="one"),
     Workload("two", "queries of two processes at once, time for one of both", against("F0", "F1"),
              how="two"),
-    Workload("again", "set to the content it has", against()),
+    Workload("again", "set to the content it has", against(), queries=True),
     Workload("enumerate", "the ten values of a key", against(rivals=PAGES)),
     # From here on the stores change.
     Workload("beside", "query beside a process that sets all the time", against(), how="beside"),

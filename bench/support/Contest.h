@@ -43,14 +43,24 @@ inline double median(std::vector<double> times) {
     return *middle;
 }
 
-// Nanoseconds for one call.
+// Nanoseconds for one call: the median of parts, few of which are those in which the system let
+// another process run.
 template <typename Operation>
 double timed(long count, Operation operation) {
-    const std::int64_t begin = now();
-    for (long turn = 0; turn < count; ++turn) {
-        operation();
+    constexpr long kParts = 15;
+    std::vector<double> times;
+    for (long part = 0; part < kParts; ++part) {
+        const long calls = count * (part + 1) / kParts - count * part / kParts;
+        if (calls == 0) {
+            continue;
+        }
+        const std::int64_t begin = now();
+        for (long call = 0; call < calls; ++call) {
+            operation();
+        }
+        times.push_back(static_cast<double>(now() - begin) / static_cast<double>(calls));
     }
-    return static_cast<double>(now() - begin) / static_cast<double>(count);
+    return median(std::move(times));
 }
 
 template <typename Store>

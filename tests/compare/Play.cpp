@@ -8,53 +8,14 @@
 #include <sstream>
 #include <vector>
 
+#include "Log.h"
+
 namespace vqcompare {
 
 using VQRegLib::CRegKey;
 using VQRegLib::CRegLib;
 
 namespace {
-
-// All of a text in one line.
-std::string shown(const std::string& text) {
-    std::string out = "'";
-    for (const char letter : text) {
-        if (letter >= ' ' && letter <= '~' && letter != '\\' && letter != '\'') {
-            out += letter;
-        } else {
-            char code[8];
-            std::snprintf(code, sizeof code, "\\%02X", static_cast<unsigned char>(letter));
-            out += code;
-        }
-    }
-    return out + "'";
-}
-
-std::string shown(const char* text) {
-    return text == nullptr ? "null" : shown(std::string(text));
-}
-
-template <typename... Parts>
-void log(const Parts&... parts) {
-    std::ostringstream line;
-    (line << ... << parts);
-    std::fputs((line.str() + "\n").c_str(), stdout);
-}
-
-std::string code(int result) {
-    char text[16];
-    std::snprintf(text, sizeof text, " = %08X", static_cast<unsigned>(result));
-    return text;
-}
-
-// Tells texts apart.
-std::string digest(const std::string& text) {
-    std::uint64_t hash = 0xCBF29CE484222325u;
-    for (const char byte : text) {
-        hash = (hash ^ static_cast<unsigned char>(byte)) * 0x100000001B3u;
-    }
-    return std::to_string(text.size()) + " bytes, " + std::to_string(hash);
-}
 
 std::string contentOf(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
@@ -227,11 +188,16 @@ void Play::dropHandle() {
 
 void Play::deleteKey() {
     CRegKey& from = key();
-    const std::string path = m_texts.path();
+    const std::string path = subKeyOf(from);
+    // A new one is empty, and this handle of it outlives it.
+    CRegKey made;
+    if (m_chance.oneIn(3)) {
+        log("  make ", shown(path), code(session().VQRegCreateKey(&from, path.c_str(), made, 1)));
+    }
     log("  delete key ", shown(path), code(session().VQRegDeleteKey(from, path.c_str())));
+    log("  was ", shown(made.GetKeyFullName()), " ", made.GetKeyHandleID());
 }
 
-// Mostly one that is there.
 std::string Play::valueOf(CRegKey& at) {
     std::string name = m_texts.valueName();
     if (!m_chance.oneIn(3)) {
@@ -243,6 +209,18 @@ std::string Play::valueOf(CRegKey& at) {
         }
     }
     return name;
+}
+
+std::string Play::subKeyOf(CRegKey& at) {
+    std::string path = m_texts.path();
+    if (!m_chance.oneIn(3)) {
+        std::string found;
+        const auto index = static_cast<int>(m_chance.below(m_chance.oneIn(4) ? 40 : 4));
+        if (session().VQRegEnumKeys(at, index, found) >= 0) {
+            path = found;
+        }
+    }
+    return path;
 }
 
 void Play::deleteValue() {

@@ -48,7 +48,9 @@ private:
     Handle& handle(bool filled);
     VQRegLib::CRegKey& key();
 
+    // Names of what is there, mostly, or of anything.
     std::string valueOf(VQRegLib::CRegKey& at);
+    std::string subKeyOf(VQRegLib::CRegKey& at);
 
     void openSession();
     void closeSession();

@@ -20,8 +20,8 @@ int main(int count, char** arguments) {
         return std::strtoull(arguments[index], nullptr, 10);
     };
     try {
-        // The log is not read until it is whole.
-        std::setvbuf(stdout, nullptr, _IOFBF, 1 << 20);
+        // What is read line by line is there line by line, also when the library fails.
+        std::setvbuf(stdout, nullptr, count == 7 ? _IOLBF : _IOFBF, 1 << 20);
         for (auto episode = number(3); episode < number(3) + number(4); ++episode) {
             std::printf("=== episode %llu\n", episode);
             vqcompare::Play play(arguments[1], number(2) * 1'000'003 + episode, count == 7);
