@@ -1,6 +1,7 @@
 // The file store's key operations.
 #include "RegLib/base/FoldedName.h"
 #include "RegLib/base/Guarded.h"
+#include "RegLib/base/Terminated.h"
 #include "RegLib/file/Operation.h"
 #include "RegLib/text/KeyPath.h"
 #include "RegLib/trace/Trace.h"
@@ -115,8 +116,8 @@ int CRegLibImplFile::walkPath(CKeyOrValue* node, std::string_view path, CRegKey&
 // Every level of a path gets a record and an id. One that is replaced by the next level had no
 // reference yet and stays in the table, as does its id.
 void CRegLibImplFile::issueHandle(CKeyOrValue& node, std::string_view name, CRegKey& key) {
-    const std::string keyName(name);
-    const std::string fullName(node.line());
+    const CTerminated keyName(name);
+    const CTerminated fullName(node.line());
     auto record = std::make_unique<CRegKeyImplFile>();
     try {
         setKeyInfo(record.get(), fullName.c_str(), keyName.c_str(), &node, &node.m_ulKeyHandleID);

@@ -60,7 +60,7 @@ void CTree::free(CKeyOrValue& of) {
         m_children[of.m_children] = CChildren();
         m_freeChildren.push_back(of.m_children);
     }
-    if (!m_namesApart.empty()) {
+    if (m_namesApart.size() > 1) {  // one is the root's
         m_namesApart.erase(of.m_number);
     }
     m_nodes.give(of);

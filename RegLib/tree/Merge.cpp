@@ -1,5 +1,6 @@
 #include "RegLib/tree/Merge.h"
 
+#include <algorithm>
 #include <functional>
 #include <new>
 
@@ -50,6 +51,7 @@ CMergeResult CMerge::run(CTextSource& source) {
     m_isOneToOne = result.readError == 0 && whole.ends_with('\n') &&
                    whole.find('\0') == std::string_view::npos &&
                    whole.find('\r') == std::string_view::npos;
+    m_tree.m_index.reserve(moreNodesIn(whole));
     result.code = lines(whole, source, result);
     m_tree.m_isFaithful = m_tree.m_isFaithful && m_isOneToOne;
     try {
@@ -61,6 +63,15 @@ CMergeResult CMerge::run(CTextSource& source) {
         // Then the old blocks stay until the next time.
     }
     return result;
+}
+
+// About how many nodes a text has beyond those of the tree, from its first lines.
+std::size_t CMerge::moreNodesIn(std::string_view text) const {
+    constexpr std::size_t kSample = 4096;
+    const std::string_view sample = text.substr(0, kSample);
+    const auto lines = static_cast<std::size_t>(std::count(sample.begin(), sample.end(), '\n'));
+    const std::size_t nodes = sample.empty() ? 0 : text.size() / sample.size() * lines;
+    return nodes > m_tree.size() ? nodes - m_tree.size() : 0;
 }
 
 int CMerge::lines(std::string_view text, CTextSource& source, CMergeResult& result) {
@@ -145,7 +156,8 @@ int CMerge::valueLine(std::string_view line) {
     }
     m_isOneToOne = m_isOneToOne && m_pCurrent->isKey();
     const CFoldedName folded(parts.name);
-    CKeyOrValue* const old = m_tree.findChild(*m_pCurrent, folded);
+    const bool isLast = m_tree.isBehindAll(*m_pCurrent, folded);
+    CKeyOrValue* const old = isLast ? nullptr : m_tree.findChild(*m_pCurrent, folded);
     if (old && !old->isKey() && !m_tree.hasChildren(*old)) {
         // Nothing can tell it from a new node, and a process that reads a million foreign changes
         // does not grow.
@@ -158,6 +170,8 @@ int CMerge::valueLine(std::string_view line) {
     if (old) {
         m_isOneToOne = false;
         m_tree.displaceBy(*old, value, folded);
+    } else if (isLast) {
+        m_tree.linkAt(m_tree.countOfKind(*m_pCurrent, false), *m_pCurrent, value, folded);
     } else {
         m_tree.link(*m_pCurrent, value, folded);
     }

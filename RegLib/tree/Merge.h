@@ -22,6 +22,7 @@ public:
 
 private:
     std::string_view readAll(CTextSource& source);
+    std::size_t moreNodesIn(std::string_view text) const;
     int lines(std::string_view text, CTextSource& source, CMergeResult& result);
     int line(std::string_view line);
     int keyLine(std::string_view line);

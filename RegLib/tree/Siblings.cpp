@@ -1,5 +1,7 @@
 #include "RegLib/tree/Siblings.h"
 
+#include <algorithm>
+
 namespace VQRegLib {
 
 namespace {
@@ -24,7 +26,7 @@ CSiblings::CPlace CSiblings::placeOf(std::size_t index) const {
 // sixteen.
 void CSiblings::insertIntoFew(std::size_t index, NodeNumber node) {
     if (m_few.size() == m_few.capacity()) {
-        m_few.reserve(m_few.size() + m_few.size() / 2 + 2);
+        m_few.reserve(std::max<std::size_t>(4, m_few.size() + m_few.size() / 2));
     }
     m_few.insert(placeIn(m_few, index), node);
 }

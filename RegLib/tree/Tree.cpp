@@ -109,7 +109,8 @@ void CTree::nameInLine(CKeyOrValue& of, std::string_view line, std::string_view 
 // The line is in the tree's memory, and the name is what it says.
 void CTree::useLine(CKeyOrValue& value, std::string_view line, std::string_view name,
                     CRegLib::eDataType type) {
-    if (value.m_nameAt == CKeyOrValue::kNameApart) {
+    constexpr std::size_t kTheRoots = 1;
+    if (value.m_nameAt == CKeyOrValue::kNameApart && m_namesApart.size() > kTheRoots) {
         m_namesApart.erase(value.m_number);
     }
     nameInLine(value, line, name);
@@ -118,16 +119,26 @@ void CTree::useLine(CKeyOrValue& value, std::string_view line, std::string_view 
 }
 
 // What may fail comes first; a parent that got its lists in vain keeps them.
-CKeyOrValue& CTree::link(CKeyOrValue& parent, CNewNode& made, const CFoldedName& folded) {
+CKeyOrValue& CTree::linkAt(std::size_t place, CKeyOrValue& parent, CNewNode& made,
+                           const CFoldedName& folded) {
     giveLists(parent);
     m_index.reserve(1);
-    CSiblings& among = siblings(parent, made->isKey());
-    among.insert(placeAmong(among, folded.view()), made->m_number);
+    siblings(parent, made->isKey()).insert(place, made->m_number);
     made->m_parent = parent.m_number;
     m_index.add(CNameIndex::hashOf(parent.m_number, folded.hash()), made->m_number);
     CKeyOrValue& linked = *made;
     made.release();
     return linked;
+}
+
+// The name comes after those of all children: lines of a file arrive in order, and what they name need
+// not be looked for then.
+bool CTree::isBehindAll(const CKeyOrValue& parent, const CFoldedName& folded) const {
+    const CChildren& children = m_children[parent.m_children];
+    const auto isBehind = [&](const CSiblings& among) {
+        return among.empty() || compareFolded(nameOf(node(among.back())), folded.view()) < 0;
+    };
+    return isBehind(children.values) && isBehind(children.keys);
 }
 
 // A value takes the place of what bears its name. Keys with handles go on without their place.

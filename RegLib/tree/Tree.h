@@ -154,7 +154,13 @@ private:
 
     // Linking; Tree.cpp.
     void giveLists(CKeyOrValue& to);
-    CKeyOrValue& link(CKeyOrValue& parent, CNewNode& made, const CFoldedName& folded);
+    CKeyOrValue& link(CKeyOrValue& parent, CNewNode& made, const CFoldedName& folded) {
+        return linkAt(placeAmong(siblings(parent, made->isKey()), folded.view()), parent, made,
+                      folded);
+    }
+    CKeyOrValue& linkAt(std::size_t place, CKeyOrValue& parent, CNewNode& made,
+                        const CFoldedName& folded);
+    bool isBehindAll(const CKeyOrValue& parent, const CFoldedName& folded) const;
     void displaceBy(CKeyOrValue& old, CNewNode& made, const CFoldedName& folded);
     void useLine(CKeyOrValue& value, std::string_view line, std::string_view name,
                  CRegLib::eDataType type);
