@@ -152,12 +152,12 @@ char* CTree::writeLines(char* at) {
         isFaithful = isFaithful && (!isChecked || isReadBack(of));
     };
     const auto writeKey = [&](CKeyOrValue& key) {
+        const CSiblings& values = m_children[key.m_children].values;
         if (hasLine(key)) {
             write(key);
-        } else if (&key != &root()) {
-            isFaithful = false;
+        } else if (&key != &root() || !values.empty()) {
+            isFaithful = false;  // what follows belongs to another key once it is read, or to none
         }
-        const CSiblings& values = m_children[key.m_children].values;
         for (std::size_t index = 0; index < values.size(); ++index) {
             write(node(values.at(index)));
         }
