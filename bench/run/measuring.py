@@ -106,9 +106,10 @@ class Arena:
 
     def rate(self, name, *orders, parts):
         """A turn of processes that work at once: nanoseconds for one operation of these parts."""
-        def run():
-            rates = self.contender(name).rates(*orders, seconds=self.pace.both)
+        def run(seconds=self.pace.both):
+            rates = self.contender(name).rates(*orders, seconds=seconds)
             return 1e9 / sum(rates[parts])
+        run(0.001)  # the processes have started and opened their stores
         return run
 
     def two(self, _, names):
