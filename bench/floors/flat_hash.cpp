@@ -80,7 +80,7 @@ public:
     static void make(const Data&, const std::string&) {}
 
     FlatHash(const Data& data, const std::string& directory)
-        : m_stamp(directory), m_slots(std::bit_ceil(data.values() * 3 / 2)) {
+        : m_stamp(directory), m_slots(std::bit_ceil(data.values() * 3 / 2 + 48)) {
         for (std::size_t value = 0; value < data.values(); ++value) {
             add(value);
         }

@@ -6,7 +6,6 @@ import json
 import os
 import pathlib
 import platform
-import shutil
 import sys
 
 import measuring
@@ -100,7 +99,7 @@ def measure(options, memory, disk):
     content["figures"] = measuring.measure_all(options.programs, memory, disk, options.sizes, pace,
                                                options.only)
     content["instructions"] = {}
-    if shutil.which("valgrind") and not options.only:
+    if not options.only:
         content["instructions"] = regression.instructions(options.programs, memory)
     write_figures(options.output / "figures.json", content)
     print(tables.costs(content["figures"]))

@@ -6,7 +6,7 @@ import sys
 import time
 
 import serving
-from workloads import LEVELS, OURS, PROGRAMS, QUERY, RIVALS, WORKLOADS
+from workloads import ALONE, LEVELS, OURS, PROGRAMS, QUERY, RIVALS, WORKLOADS
 
 
 class Pace:
@@ -104,22 +104,22 @@ class Arena:
     def disk_loop(self, workload, names):
         return self.loop(workload, names, "set", "disk")
 
-    def rate(self, names, seconds, *orders, part=None):
-        def turn(name):
-            def run():
-                rates = self.contender(name).rates(*orders, seconds=seconds)
-                return 1e9 / (sum(rates) if part is None else rates[part])
-            return run
-        return self.rounds({name: turn(name) for name in names})
-
-    def one(self, _, names):
-        return self.rate(names, self.pace.both, "query")
+    def rate(self, name, *orders, parts):
+        """A turn of processes that work at once: nanoseconds for one operation of these parts."""
+        def run(seconds=self.pace.both):
+            rates = self.contender(name).rates(*orders, seconds=seconds)
+            return 1e9 / sum(rates[parts])
+        run(0.001)  # the processes have started and opened their stores
+        return run
 
     def two(self, _, names):
-        return self.rate(names, self.pace.both, "query", "query")
+        turns = {name: self.rate(name, "query", "query", parts=slice(2)) for name in names}
+        turns[ALONE] = self.rate(OURS, "query", parts=slice(1))
+        return self.rounds(turns)
 
     def beside(self, _, names):
-        return self.rate(names, self.pace.both, "query", "set", part=0)
+        return self.rounds({name: self.rate(name, "query", "set", parts=slice(1))
+                            for name in names})
 
     def first(self, workload, names):
         part = 1 if workload.name == "memory" else 2
@@ -140,7 +140,7 @@ class Arena:
         return self.rounds({name: turn(name) for name in names})
 
     def measure(self, workload, names):
-        ways = {"loop": self.loop, "disk": self.disk_loop, "one": self.one, "two": self.two,
+        ways = {"loop": self.loop, "disk": self.disk_loop, "two": self.two,
                 "beside": self.beside, "memory": self.first, "notify": self.notify}
         return ways[workload.how](workload, names)
 

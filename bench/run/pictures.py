@@ -4,7 +4,7 @@ import matplotlib
 matplotlib.use("svg")
 import matplotlib.pyplot as plt  # noqa: E402  the backend comes first
 
-from workloads import OURS, QUERY, WORKLOADS  # noqa: E402
+from workloads import ALONE, OURS, QUERY, WORKLOADS  # noqa: E402
 
 FLOORS = ("F0", "F1", "F2", "F3", "R", "floor")
 COLOURS = {"LMDB": "tab:blue", "SQLite": "tab:green", "TDB": "tab:purple", "GKeyFile": "tab:brown",
@@ -14,7 +14,7 @@ COLOURS = {"LMDB": "tab:blue", "SQLite": "tab:green", "TDB": "tab:purple", "GKey
 def style(name):
     if name == OURS:
         return {"color": "tab:red", "linewidth": 2.6, "marker": "o", "zorder": 3}
-    if name == QUERY:
+    if name in (QUERY, ALONE):
         return {"color": "tab:red", "linestyle": ":", "marker": "."}
     if name in FLOORS:
         return {"color": "black", "linestyle": ":" if name != "F1" else "-.", "marker": "_"}
@@ -28,7 +28,7 @@ def draw(figures, directory):
     drawn = []
     for workload in WORKLOADS:
         lines = figures.get(workload.name, {})
-        if max((len(line) for line in lines.values()), default=0) < 2:
+        if OURS not in lines or len(lines[OURS]) < 2:
             continue
         picture, axes = plt.subplots(figsize=(6.4, 4.0), layout="constrained")
         for name, line in lines.items():

@@ -20,6 +20,7 @@ PROGRAMS = {
     "floor": "notify_floor",
 }
 QUERY = "VQRegLib, query"  # for comparison, in pictures of other workloads
+ALONE = "VQRegLib, alone"
 RIVALS = ["LMDB", "SQLite", "TDB", "GKeyFile", "dconf"]
 PAGES = ["LMDB", "SQLite", "GKeyFile"]  # that have an order
 
@@ -46,7 +47,6 @@ WORKLOADS = [
     Workload("query", "query of a number, random over the store", against("F0", "F1")),
     Workload("text", "query of a text", against("F0")),
     Workload("bytes", "query of bytes", against("F0")),
-    Workload("one", "queries of one process alone", against("F0", "F1"), how="one"),
     Workload("two", "queries of two processes at once, time for one of both", against("F0", "F1"),
              how="two"),
     Workload("again", "set to the content it has", against(), queries=True),
