@@ -72,6 +72,22 @@ inline bool isFoldedEqual(std::string_view name, std::string_view folded) {
     return foldedWord(loadTail(at, left)) == loadTail(other, left);
 }
 
+// Whether two names are the same once they are folded.
+inline bool isSameName(std::string_view name, std::string_view other) {
+    if (name.size() != other.size()) {
+        return false;
+    }
+    const char* at = name.data();
+    const char* from = other.data();
+    std::size_t left = name.size();
+    for (; left >= 8; at += 8, from += 8, left -= 8) {
+        if (foldedWord(loadWord<std::uint64_t>(at)) != foldedWord(loadWord<std::uint64_t>(from))) {
+            return false;
+        }
+    }
+    return foldedWord(loadTail(at, left)) == foldedWord(loadTail(from, left));
+}
+
 // The order of names: of their folded bytes, a shorter one before those that begin with it.
 // Below 0, 0 or above.
 int compareFolded(std::string_view name, std::string_view other);

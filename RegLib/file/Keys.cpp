@@ -75,7 +75,7 @@ bool CRegLibImplFile::lacksKey(const CKeyOrValue& start, std::string_view path) 
     const CKeyOrValue* node = &start;
     CKeyPath rest(path);
     for (std::string_view name; node && node->isKey() && rest.next(name);) {
-        node = m_pTree->findChild(*node, CFoldedName(name));
+        node = m_pTree->findChild(*node, name);
     }
     return !node;
 }
@@ -87,8 +87,7 @@ int CRegLibImplFile::walkPath(CKeyOrValue* node, std::string_view path, CRegKey&
     CKeyPath rest(path);
     for (std::string_view name; rest.next(name);) {
         result = guarded([&] {
-            const CFoldedName folded(name);
-            CKeyOrValue* child = m_pTree->findChild(*node, folded);
+            CKeyOrValue* child = m_pTree->findChild(*node, name);
             if (child && !child->isKey()) {
                 return REGLIB_E_NOT_A_KEY;
             }
@@ -102,7 +101,7 @@ int CRegLibImplFile::walkPath(CKeyOrValue* node, std::string_view path, CRegKey&
                     return REGLIB_E_KEY_NOT_FOUND;
                 }
                 exists = 0;
-                child = &m_pTree->addKey(*node, name, folded);
+                child = &m_pTree->addKey(*node, name, CFoldedName(name));
                 changed = true;
             }
             issueHandle(*child, name, key);

@@ -47,8 +47,7 @@ int COperation::findValue(const CRegKey& key, const char* name) {
     if (result < 0) {
         return result;
     }
-    m_name.emplace(name);
-    m_pValue = m_store.m_pTree->findChild(*m_pKey, *m_name);
+    m_pValue = m_store.m_pTree->findChild(*m_pKey, std::string_view(name));
     return m_pValue && m_pValue->isKey() ? REGLIB_E_NOT_A_VALUE : REGLIB_OK;
 }
 

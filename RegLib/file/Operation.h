@@ -4,7 +4,6 @@
 
 #include <optional>
 
-#include "RegLib/base/FoldedName.h"
 #include "RegLib/file/FileStore.h"
 #include "portable/NoCancellation.h"
 
@@ -74,7 +73,6 @@ public:
 
     CKeyOrValue* key() const { return m_pKey; }
     CKeyOrValue* value() const { return m_pValue; }
-    const CFoldedName& foldedName() const { return *m_name; }
 
 private:
     int lockForChange();
@@ -84,7 +82,6 @@ private:
     int m_nResult;
     CKeyOrValue* m_pKey = nullptr;
     CKeyOrValue* m_pValue = nullptr;
-    std::optional<CFoldedName> m_name;
 };
 
 }  // namespace VQRegLib

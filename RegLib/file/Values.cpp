@@ -92,8 +92,7 @@ int CRegLibImplFile::changeValue(COperation& operation, CRegKey& key, const char
     }
     CKeyOrValue* const value = operation.value();
     if (!value) {
-        m_pTree->addValue(*operation.key(), name, operation.foldedName(), Data::kType,
-                          data.line(name));
+        m_pTree->addValue(*operation.key(), name, CFoldedName(name), Data::kType, data.line(name));
     } else {
         const std::string_view kept = spelling.empty() ? m_pTree->nameOf(*value) : spelling;
         m_pTree->setValue(*value, Data::kType, data.line(keepsSpelling ? kept : name));

@@ -59,12 +59,12 @@ public:
         return found != 0 ? &node(found) : nullptr;
     }
 
-    // The same for a name as it is, which takes no memory.
+    // The same for a name as it is, which is faster where the folded one is not needed otherwise.
     CKeyOrValue* findChild(const CKeyOrValue& parent, std::string_view name) const {
         const std::uint32_t hash = CNameIndex::hashOf(parent.m_number, CFoldedName::hashOf(name));
         const NodeNumber found = m_index.find(hash, [&](NodeNumber number) {
             const CKeyOrValue& of = node(number);
-            return of.m_parent == parent.m_number && compareFolded(nameOf(of), name) == 0;
+            return of.m_parent == parent.m_number && isSameName(nameOf(of), name);
         });
         return found != 0 ? &node(found) : nullptr;
     }
