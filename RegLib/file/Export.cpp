@@ -73,7 +73,9 @@ namespace {
 
 void dumpText(const char* before, std::string_view text) {
     std::fputs(before, stdout);
-    std::fwrite(text.data(), 1, text.size(), stdout);
+    if (!text.empty()) {
+        std::fwrite(text.data(), 1, text.size(), stdout);
+    }
 }
 
 void dumpNode(unsigned long depth, const CTree& tree, const CRegLibImplFile::CKeyOrValue& node) {
