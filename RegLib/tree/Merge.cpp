@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <new>
+#include <utility>
 
 #include "RegLib/text/LineFormat.h"
 #include "RegLib/text/LineSplitter.h"
@@ -50,8 +51,10 @@ CMergeResult CMerge::run(CTextSource& source) {
     m_isOneToOne = result.readError == 0 && whole.ends_with('\n') &&
                    whole.find('\0') == std::string_view::npos &&
                    whole.find('\r') == std::string_view::npos;
+    // A merge that ends half-way for want of memory leaves keys that no line tells of.
+    const bool wasFaithful = std::exchange(m_tree.m_isFaithful, false);
     result.code = lines(whole, source, result);
-    m_tree.m_isFaithful = m_tree.m_isFaithful && m_isOneToOne;
+    m_tree.m_isFaithful = wasFaithful && m_isOneToOne;
     try {
         treeText.setWhole(m_text);
         m_tree.m_isFileText = m_isOneToOne && result.code == REGLIB_E_END_OF_FILE;
