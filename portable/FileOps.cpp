@@ -127,7 +127,7 @@ public:
     }
 
 private:
-    static constexpr std::size_t kMost = IOV_MAX;
+    static constexpr std::size_t kMost = 64;  // of a thread's stack, which may be small
     iovec m_parts[kMost];
     int m_count = 0;
     std::size_t m_size = 0;

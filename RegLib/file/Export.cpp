@@ -80,12 +80,14 @@ void dumpText(const char* before, std::string_view text) {
 
 void dumpNode(unsigned long depth, const CTree& tree, const CRegLibImplFile::CKeyOrValue& node) {
     constexpr unsigned long kLargestIndent = 63;
+    ::flockfile(stdout);  // no other thread's text comes in between
     std::printf("  %*s", static_cast<int>(std::min(2 * depth, kLargestIndent)), "");
     dumpText("name ", tree.nameOf(node));
     std::printf(", iskey %d", node.m_iIsKey);
     dumpText(", fullname ", node.isKey() ? node.line() : std::string_view());
     dumpText(", value ", node.isKey() ? "<key>" : node.line());
     std::fputs("\n", stdout);
+    ::funlockfile(stdout);
 }
 
 }  // namespace

@@ -93,17 +93,18 @@ void CRegLibImplFile::dropInheritedUpdate() {
 int CRegLibImplFile::readAnew() {
     CTree fresh;
     CFileSource source(m_file.file());
-    int result = noteMerge(mergeText(fresh, source));
+    const int result = noteMerge(mergeText(fresh, source));
     if (result != REGLIB_E_END_OF_FILE || m_isReadCutShort) {
         return result;
     }
     m_pTree->reduceTo(fresh);
     source.rewind();
     source.beQuiet();
-    result = noteMerge(mergeText(*m_pTree, source));
-    m_isTreeAhead = result != REGLIB_E_END_OF_FILE || m_isReadCutShort;
+    const CMergeResult again = mergeText(*m_pTree, source);
+    m_isReadCutShort = again.readError != 0;
+    m_isTreeAhead = again.code != REGLIB_E_END_OF_FILE || m_isReadCutShort;
     freeGoneNodes();
-    return result;
+    return again.code;
 }
 
 // What an operation calls when it has changed the tree.

@@ -84,7 +84,7 @@ void CTree::sweep() {
 void CTree::reduceTo(const CTree& other) {
     std::vector<std::pair<CKeyOrValue*, const CKeyOrValue*>> pairs{{&root(), &other.root()}};
     std::vector<CKeyOrValue*> missing;
-    m_isOrdered = m_isFileText = false;
+    m_isOrdered = m_isFileText = m_isFaithful = false;
     for (std::size_t at = 0; at < pairs.size(); ++at) {
         const auto [mine, its] = pairs[at];
         for (const bool isKey : {false, true}) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <functional>
 #include <new>
+#include <utility>
 
 #include "RegLib/text/LineFormat.h"
 #include "RegLib/text/LineSplitter.h"
@@ -22,61 +23,99 @@ CMergeResult mergeText(CTree& tree, CTextSource& source) {
     return CMerge(tree).run(source);
 }
 
+namespace {
+
+// Of one block of a text. Reading ends with the first line that is wrong, so a file that is anything
+// else takes no more memory than this, whatever its size.
+constexpr std::size_t kLargestBlock = 16UL * 1024 * 1024;
+
+// How much of a block is whole lines. A line that is longer than any may be comes in pieces anyway.
+std::size_t wholeLines(std::string_view block) {
+    const std::size_t end = block.rfind('\n') + 1;
+    return end != 0 ? end : block.size() / kLongestPiece * kLongestPiece;
+}
+
+}  // namespace
+
 // With one byte to spare, so that a full block never tells the end of the text.
-std::string_view CMerge::readAll(CTextSource& source) {
-    std::size_t room = source.size() + 1;
-    char* block = m_tree.m_text.addBlock(room);
-    std::size_t size = source.read(block, room);
-    while (size == room) {
-        char* const larger = m_tree.m_text.addBlock(2 * room);
-        std::string_view(block, size).copy(larger, size);
-        block = larger;
-        size += source.read(block + size, room);
-        room *= 2;
+std::string_view CMerge::readBlock(CTextSource& source, std::string_view begun, bool& isAtEnd) {
+    const std::size_t left = source.size() > m_read ? source.size() - m_read : 0;
+    const std::size_t room = begun.size() + std::min(left, kLargestBlock) + 1;
+    char* const block = m_tree.m_text.addBlock(room);
+    begun.copy(block, begun.size());
+    const std::size_t wanted = room - begun.size();
+    const std::size_t got = source.read(block + begun.size(), wanted);
+    m_read += got;
+    isAtEnd = got < wanted;
+    return {block, begun.size() + got};
+}
+
+int CMerge::blocks(CTextSource& source, CMergeResult& result) {
+    std::string_view rest;
+    for (bool isAtEnd = false; !isAtEnd;) {
+        const std::string_view block = readBlock(source, rest, isAtEnd);
+        result.readError = source.error();
+        // After a read error the beginning of a line is not trusted.
+        const bool isLast = isAtEnd && result.readError == 0;
+        const std::string_view whole = isLast ? block : block.substr(0, wholeLines(block));
+        m_isOneToOne = m_isOneToOne && result.readError == 0 && whole.ends_with('\n') &&
+                       whole.find('\0') == std::string_view::npos &&
+                       whole.find('\r') == std::string_view::npos;
+        if (m_blocks.empty()) {
+            expectNodesOf(whole);
+        }
+        m_blocks.push_back(whole);
+        const int code = lines(whole, source, result);
+        if (code < 0 && code != REGLIB_E_END_OF_FILE) {
+            return code;
+        }
+        rest = block.substr(whole.size());
     }
-    return {block, size};
+    return REGLIB_E_END_OF_FILE;
 }
 
 CMergeResult CMerge::run(CTextSource& source) {
     CTreeText& treeText = m_tree.m_text;
     treeText.forget();
     m_tree.m_isOrdered = m_tree.m_isFileText = false;
+    // A merge that ends half-way for want of memory leaves keys that no line tells of.
+    const bool wasFaithful = std::exchange(m_tree.m_isFaithful, false);
+    m_firstBlock = treeText.blocks();
     CMergeResult result;
-    m_text = readAll(source);
-    const std::size_t oldBlocks = treeText.blocks() - 1;
-    result.readError = source.error();
-    // After a read error the beginning of a line is not trusted.
-    const std::string_view whole =
-        m_text.substr(0, result.readError != 0 ? m_text.rfind('\n') + 1 : std::string_view::npos);
-    m_isOneToOne = result.readError == 0 && whole.ends_with('\n') &&
-                   whole.find('\0') == std::string_view::npos &&
-                   whole.find('\r') == std::string_view::npos;
-    m_tree.m_index.reserve(moreNodesIn(whole));
-    result.code = lines(whole, source, result);
-    m_tree.m_isFaithful = m_tree.m_isFaithful && m_isOneToOne;
+    result.isEmpty = true;
+    result.code = blocks(source, result);
+    m_isOneToOne = m_isOneToOne && result.code == REGLIB_E_END_OF_FILE;
+    m_tree.m_isFaithful = wasFaithful && m_isOneToOne;
     try {
-        treeText.setWhole(m_text);
-        m_tree.m_isFileText = m_isOneToOne && result.code == REGLIB_E_END_OF_FILE;
-        m_tree.keepLinesOutside(m_text);
-        treeText.dropBlocksBefore(oldBlocks);
+        treeText.setPieces(std::move(m_blocks));
+        m_tree.m_isFileText = m_isOneToOne;
+        m_tree.keepLinesOutside(m_firstBlock);
+        treeText.dropBlocksBefore(m_firstBlock);
     } catch (const std::bad_alloc&) {
         // Then the old blocks stay until the next time.
     }
     return result;
 }
 
-// About how many nodes a text has beyond those of the tree, from its first lines.
-std::size_t CMerge::moreNodesIn(std::string_view text) const {
+// Makes room for about as many nodes as a text has beyond those of the tree, from its first lines; it
+// does without where that is too much to ask.
+void CMerge::expectNodesOf(std::string_view text) try {
     constexpr std::size_t kSample = 4096;
+    constexpr std::size_t kShortLine = 16;
     const std::string_view sample = text.substr(0, kSample);
     const auto lines = static_cast<std::size_t>(std::count(sample.begin(), sample.end(), '\n'));
-    const std::size_t nodes = sample.empty() ? 0 : text.size() / sample.size() * lines;
-    return nodes > m_tree.size() ? nodes - m_tree.size() : 0;
+    const std::size_t nodes =
+        sample.empty() ? 0
+                       : std::min(text.size() / sample.size() * lines, text.size() / kShortLine);
+    if (nodes > m_tree.size()) {
+        m_tree.m_index.reserve(nodes - m_tree.size());
+    }
+} catch (const std::bad_alloc&) {
+    return;
 }
 
 int CMerge::lines(std::string_view text, CTextSource& source, CMergeResult& result) {
     const bool isTold = source.wantsLines();
-    result.isEmpty = true;
     while (!text.empty()) {
         std::string_view piece;
         takePiece(text, true, piece);
@@ -104,9 +143,7 @@ int CMerge::line(std::string_view line) {
 }
 
 bool CMerge::isOfThisText(const CKeyOrValue& of) const {
-    constexpr std::less<const char*> isBelow;
-    return !isBelow(of.m_pLine, m_text.data()) &&
-           isBelow(of.m_pLine, m_text.data() + m_text.size());
+    return m_tree.m_text.isInBlocksFrom(m_firstBlock, of.m_pLine);
 }
 
 // An existing key keeps the line that it was made with.

@@ -3,6 +3,7 @@
 #define REGLIB_TREE_MERGE_H
 
 #include <string_view>
+#include <vector>
 
 #include "RegLib/tree/TextSource.h"
 #include "RegLib/tree/Tree.h"
@@ -21,8 +22,9 @@ public:
     CMergeResult run(CTextSource& source);
 
 private:
-    std::string_view readAll(CTextSource& source);
-    std::size_t moreNodesIn(std::string_view text) const;
+    int blocks(CTextSource& source, CMergeResult& result);
+    std::string_view readBlock(CTextSource& source, std::string_view begun, bool& isAtEnd);
+    void expectNodesOf(std::string_view text);
     int lines(std::string_view text, CTextSource& source, CMergeResult& result);
     int line(std::string_view line);
     int keyLine(std::string_view line);
@@ -31,7 +33,9 @@ private:
     bool isOfThisText(const CKeyOrValue& of) const;
 
     CTree& m_tree;
-    std::string_view m_text;
+    std::size_t m_firstBlock = 0;            // of this text
+    std::size_t m_read = 0;                  // bytes
+    std::vector<std::string_view> m_blocks;  // the text
     CKeyOrValue* m_pCurrent = nullptr;
 
     // Each line so far has been one node's, and has made it what it is. Where that holds for a whole

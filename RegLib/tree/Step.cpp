@@ -29,7 +29,8 @@ bool isPlain(std::string_view line) {
 }  // namespace
 
 bool CStep::canRun() const {
-    return m_tree.m_isFileText && m_text.isKnown() && !m_text.pieces().empty();
+    return m_tree.m_isFileText && m_text.isKnown() && !m_text.pieces().empty() &&
+           !m_tree.isTextWasteful();
 }
 
 bool CStep::run(CTextSource& source, CMergeResult& result) {
@@ -129,6 +130,9 @@ CStep::eOutcome CStep::keyLine(std::string_view line) {
     while (nextKeyLineName(path, name)) {
         const CFoldedName folded(name);
         CKeyOrValue* const next = m_tree.findChild(*at, folded);
+        if (next && (!next->isKey() || !m_tree.hasLine(*next))) {
+            return eOutOfStep;  // what is below it is not written
+        }
         if (next) {
             at = next;
             continue;

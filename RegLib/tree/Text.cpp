@@ -113,9 +113,23 @@ bool CTree::hasValue() const {
     return false;
 }
 
+// Lines that have changed lie in blocks of their own; when they have come to that much, the text is
+// made anew.
+bool CTree::isTextWasteful() const {
+    return m_text.keptSize() > kUsualWaste + m_nodes.size() * 16;
+}
+
+// What can wait for the memory that it takes.
+void CTree::wasteNoText() try {
+    if (isTextWasteful()) {
+        makeText();
+    }
+} catch (const std::bad_alloc&) {
+    return;
+}
+
 const std::vector<std::string_view>& CTree::text() {
-    const bool isWasteful = m_text.keptSize() > kUsualWaste + m_nodes.size() * 16;
-    if (!m_isOrdered || !m_text.isKnown() || isWasteful) {
+    if (!m_isOrdered || !m_text.isKnown() || isTextWasteful()) {
         makeText();
     }
     return m_text.pieces();
@@ -126,13 +140,14 @@ const std::vector<std::string_view>& CTree::text() {
 void CTree::makeText() {
     m_isOrdered = false;
     m_isFileText = false;
+    m_text.forget();
     std::size_t most = 0;
     m_nodes.forEach([&](const CKeyOrValue& of) { most += of.m_lineSize + std::size_t{1}; });
     const std::size_t oldBlocks = m_text.blocks();
     char* const block = m_text.addBlock(most);
     const std::size_t size = static_cast<std::size_t>(writeLines(block) - block);
-    m_text.setWhole({block, size});
-    keepLinesOutside({block, most});
+    m_text.setPieces({{block, size}});
+    keepLinesOutside(oldBlocks);
     m_text.dropBlocksBefore(oldBlocks);
     m_isOrdered = true;
 }
@@ -179,16 +194,15 @@ char* CTree::writeLines(char* at) {
     return at;
 }
 
-// Copies the lines of all nodes that do not point into a block, before the other blocks are dropped.
-void CTree::keepLinesOutside(std::string_view block) {
-    constexpr std::less<const char*> isBelow;
+// Copies the lines of all nodes that do not point into the blocks from a number on, before the others
+// are dropped.
+void CTree::keepLinesOutside(std::size_t firstBlock) {
     m_nodes.forEach([&](CKeyOrValue& of) {
-        const bool isInside =
-            !isBelow(of.m_pLine, block.data()) && isBelow(of.m_pLine, block.data() + block.size());
-        if (!isInside && of.m_lineSize > 0) {
+        if (of.m_lineSize > 0 && !m_text.isInBlocksFrom(firstBlock, of.m_pLine)) {
             of.m_pLine = m_text.keep(of.line());
         }
     });
+    m_text.settle();
 }
 
 void CTree::forEachShown(

@@ -181,6 +181,7 @@ CKeyOrValue& CTree::addKey(CKeyOrValue& parent, std::string_view name, const CFo
                isAtEnd ? line.substr(line.size() - 1 - name.size(), name.size()) : name);
     CKeyOrValue& key = link(parent, made, folded);
     textGains(key);
+    wasteNoText();
     return key;
 }
 
@@ -194,6 +195,7 @@ CKeyOrValue& CTree::addValue(CKeyOrValue& parent, std::string_view name, const C
     nameInLine(*made, kept, isInside ? kept.substr(1, name.size()) : name);
     CKeyOrValue& value = link(parent, made, folded);
     textGains(value);
+    wasteNoText();
     return value;
 }
 
@@ -227,6 +229,7 @@ void CTree::setValue(CKeyOrValue& value, CRegLib::eDataType type, std::string_vi
     value.m_isDecoded = false;
     m_isFileText = false;
     m_isFaithful = m_isFaithful && isReadBack(value);
+    wasteNoText();
 }
 
 std::uint32_t CTree::dwordOf(CKeyOrValue& value) const {

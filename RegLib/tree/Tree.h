@@ -185,7 +185,9 @@ private:
     const CKeyOrValue& lastBelow(const CKeyOrValue& top) const;
     void makeText();
     char* writeLines(char* at);
-    void keepLinesOutside(std::string_view block);
+    void keepLinesOutside(std::size_t firstBlock);
+    bool isTextWasteful() const;
+    void wasteNoText();
 
     CNodePool m_nodes;
     CNameIndex m_index;

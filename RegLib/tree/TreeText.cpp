@@ -4,6 +4,7 @@
 #include <cstring>
 #include <functional>
 #include <new>
+#include <utility>
 
 namespace VQRegLib {
 
@@ -51,13 +52,21 @@ void CTreeText::forget() {
     m_pieces.clear();
 }
 
-void CTreeText::setWhole(std::string_view text) {
-    forget();
-    if (!text.empty()) {
-        m_pieces.push_back(text);
-    }
-    m_keptSize = 0;
+void CTreeText::setPieces(std::vector<std::string_view> pieces) {
+    std::erase_if(pieces, [](std::string_view piece) { return piece.empty(); });
+    m_pieces = std::move(pieces);
     m_isKnown = true;
+}
+
+bool CTreeText::isInBlocksFrom(std::size_t first, const char* at) const {
+    constexpr std::less<const char*> isBelow;
+    for (std::size_t number = first; number < m_blocks.size(); ++number) {
+        const CBlock& block = m_blocks[number];
+        if (!isBelow(at, block.memory.get()) && isBelow(at, block.memory.get() + block.size)) {
+            return true;
+        }
+    }
+    return false;
 }
 
 CTreeText::CPlace CTreeText::placeOf(const char* at) const {

@@ -26,14 +26,18 @@ public:
     std::size_t blocks() const { return m_blocks.size(); }
     void dropBlocksBefore(std::size_t count);
 
-    // Of lines in blocks before the last whole text: what has gathered there is waste in the end.
+    // A place in one of the blocks from a number on.
+    bool isInBlocksFrom(std::size_t first, const char* at) const;
+
+    // What keep() has taken since the last settle(): once the lines change again, it is waste.
     std::size_t keptSize() const { return m_keptSize; }
+    void settle() { m_keptSize = 0; }
 
     bool isKnown() const { return m_isKnown; }
     const std::vector<std::string_view>& pieces() const { return m_pieces; }
 
-    // The whole text is this block. Throws std::bad_alloc, with the text unknown.
-    void setWhole(std::string_view text);
+    // The whole text is this. Throws std::bad_alloc, with the text unknown.
+    void setPieces(std::vector<std::string_view> pieces);
     void forget();
 
     // A place in the pieces; the end is one behind the last piece.

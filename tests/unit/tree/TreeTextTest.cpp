@@ -26,7 +26,7 @@ protected:
     void setWhole(const std::string& text) {
         char* const block = m_text.addBlock(text.size());
         text.copy(block, text.size());
-        m_text.setWhole({block, text.size()});
+        m_text.setPieces({{block, text.size()}});
         for (std::size_t at = 0; at < text.size(); at = text.find('\n', at) + 1) {
             m_lines.emplace_back(block + at, text.find('\n', at) - at);
         }
@@ -48,7 +48,7 @@ TEST_F(TreeText, IsUnknownAtFirstAndWhenForgotten) {
 }
 
 TEST_F(TreeText, MayBeEmptyAndKnown) {
-    m_text.setWhole({});
+    m_text.setPieces({});
     EXPECT_TRUE(m_text.isKnown());
     EXPECT_EQ(allOf(m_text), "");
     EXPECT_TRUE(m_text.isEnd(m_text.placeOf("elsewhere")));
@@ -68,7 +68,7 @@ TEST_F(TreeText, KeepsLinesWithTheirEnds) {
     }
     EXPECT_EQ(m_text.keptSize(), size);
     EXPECT_EQ(keep(std::string(1000000, 'x')).size(), 1000000u);
-    m_text.setWhole({});
+    m_text.setPieces({});
     EXPECT_EQ(m_text.keptSize(), 0u);
 }
 
