@@ -14,7 +14,7 @@ using namespace vqtest;
 namespace {
 
 constexpr int kTimes = 100'000;
-constexpr std::size_t kLittle = 2UL * 1024 * 1024;
+constexpr std::size_t kLittle = 1024UL * 1024;
 
 // Zeroes without end, as a sparse file has them.
 class Endless : public CTextSource {
@@ -55,7 +55,7 @@ TEST_F(Waste, AReaderOfLinesThatChangeTheirLengthDoesNotGrow) {
         ASSERT_EQ(merge(round % 2 == 0 ? on : off).code, REGLIB_E_END_OF_FILE);
     }
     EXPECT_LT(grownBy(), kLittle);
-    EXPECT_EQ(textOf(tree), off);
+    EXPECT_EQ(textOf(tree), "[a]\n\"other\"=string:x\n\"state\"=string:off for now\n");
 }
 
 TEST_F(Waste, SetsThatNobodyWritesDoNotGrow) {
