@@ -75,9 +75,10 @@ TEST_F(Step, CannotRunOnATreeThatHasReadNothing) {
 }
 
 TEST_F(Step, CannotRunWhenTheTextSaysOtherThanTheTree) {
-    for (const char* const text : {"[a]\r\n", "[a/b]\n", "[a]", "[a]\n[A]\n", "[]\n", "[<root>]\n",
-                                   "[a]\n\"v\"=string:1\n\"V\"=string:1\n", "bad\n",
-                                   "[a]\n\"v\"=string:1\n[a/v]\n", "[a]\n[a/k]\n[a]behind\n"}) {
+    for (const char* const text :
+         {"[a]\r\n", "[a/b]\n", "[a]", "[a]\n[A]\n", "[a]\n[b]\n[a]\n", "[]\n", "[<root>]\n",
+          "[a]\n\"v\"=string:1\n\"V\"=string:1\n", "bad\n", "[a]\n\"v\"=string:1\n[a/v]\n",
+          "[a]\n[a/k]\n[a]behind\n"}) {
         CTree fresh;
         TextOf source(text);
         mergeText(fresh, source);
@@ -196,6 +197,17 @@ TEST_F(Step, LeavesToAWholeMergeWhatItDoesNotUnderstand) {
     expectReadWhole(kSmall,
                     withLine(kSmall, "[a/k]", "\"n\"=string:" + std::string(2040, 'x') + "\n"));
     expectReadWhole(kSmall, "");
+}
+
+// The lines below it came from another file, and are in none that is written.
+TEST_F(Step, DoesNotKeepWhatIsBelowAValueWhoseLineChanges) {
+    merge("[a]\n\"v\"=string:1\n[a/v]\n\"below\"=string:2\n");
+    EXPECT_EQ(write(), "[a]\n\"v\"=string:1\n");
+    ASSERT_TRUE(CStep(tree).canRun());
+    TextOf source("[a]\n\"v\"=string:2\n");
+    mergeText(tree, source);
+    EXPECT_TRUE(source.wasReadWhole());
+    EXPECT_FALSE(tree.hasChildren(*find(*find(tree.root(), "a"), "v")));
 }
 
 TEST_F(Step, SaysThatThereAreValuesOnlyWhenTheyAreOtherThanBefore) {
