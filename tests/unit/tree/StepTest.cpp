@@ -340,12 +340,17 @@ TEST_F(Step, GoesOnFromAReadErrorWithAWholeMerge) {
 }
 
 TEST_F(Step, GivesUpWhenTheTextsHaveLittleInCommon) {
-    const std::string text = sections(1, 500);
-    std::string other = "[Top]\n[Top/k10000]\n";
-    for (int value = 0; value < 500; ++value) {
-        other += line(10000 + value, "other data");
-    }
-    expectReadWhole(text, other);
+    const auto withOthers = [](int count) {
+        std::string text = "[Top]\n[Top/k10000]\n";
+        for (int value = 0; value < 500; ++value) {
+            text += line(10000 + value,
+                         value < count ? "DATA of usual length" : "data of usual length");
+        }
+        return text;
+    };
+    expectCompared(sections(1, 500), withOthers(20));
+    expectReadWhole(sections(1, 500), withOthers(100));
+    expectReadWhole(sections(1, 500), withOthers(500));
 }
 
 TEST_F(Step, WhatComesBackBelowAValueIsNotWritten) {
