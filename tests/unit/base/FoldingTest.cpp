@@ -142,8 +142,8 @@ TEST(Folding, TakesTheSecondNameOfAnEqualityAsItIs) {
 
 TEST(Folding, HashesAllSpellingsAlike) {
     RandomTexts random;
-    for (int round = 0; round < 2000; ++round) {
-        const std::string name = random(round % 300u);
+    for (unsigned round = 0; round < 2000; ++round) {
+        const std::string name = random(round % 300);
         const std::uint64_t hash = CFoldedName(name).hash();
         ASSERT_EQ(CFoldedName(foldedByBytes(name)).hash(), hash);
         ASSERT_EQ(CFoldedName::hashOf(name), hash);
