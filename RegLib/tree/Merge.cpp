@@ -39,7 +39,8 @@ std::size_t wholeLines(std::string_view block) {
 
 // With one byte to spare, so that a full block never tells the end of the text.
 std::string_view CMerge::readBlock(CTextSource& source, std::string_view begun, bool& isAtEnd) {
-    const std::size_t left = source.size() > m_read ? source.size() - m_read : 0;
+    const std::size_t size = source.size();
+    const std::size_t left = size > m_read ? size - m_read : 0;
     const std::size_t room = begun.size() + std::min(left, kLargestBlock) + 1;
     char* const block = m_tree.m_text.addBlock(room);
     begun.copy(block, begun.size());
