@@ -1,26 +1,8 @@
 #include "RegLib/base/FoldedName.h"
 
-#include "RegLib/base/Folding.h"
-
 namespace VQRegLib {
 
-namespace {
-
-constexpr std::uint64_t kFactor = 0x9E3779B97F4A7C15;  // odd, and its bits look like chance
-
-// Where the library lies in memory is drawn anew for each process.
-const char g_anchor = 0;
-
-std::uint64_t hashAtFirst(std::string_view name) {
-    return (reinterpret_cast<std::uintptr_t>(&g_anchor) + name.size()) * kFactor;
-}
-
-void addToHash(std::uint64_t& hash, std::uint64_t word) {
-    hash = (hash ^ word) * kFactor;
-    hash ^= hash >> 29;
-}
-
-}  // namespace
+const char CFoldedName::m_anchor = 0;
 
 CFoldedName::CFoldedName(std::string_view name) : m_hash(hashAtFirst(name)) {
     char* folded = m_inline;
@@ -29,17 +11,10 @@ CFoldedName::CFoldedName(std::string_view name) : m_hash(hashAtFirst(name)) {
         folded = m_long.data();
     }
     m_view = std::string_view(folded, name.size());
-    forEachFoldedWord(name, [&](std::uint64_t word) {
-        std::memcpy(folded, &word, sizeof word);
-        folded += sizeof word;
+    forEachFoldedWord(name, [&](std::uint64_t word, std::size_t place) {
+        std::memcpy(folded + place, &word, sizeof word);
         addToHash(m_hash, word);
     });
-}
-
-std::uint64_t CFoldedName::hashOf(std::string_view name) {
-    std::uint64_t hash = hashAtFirst(name);
-    forEachFoldedWord(name, [&](std::uint64_t word) { addToHash(hash, word); });
-    return hash;
 }
 
 int compareFolded(std::string_view name, std::string_view other) {

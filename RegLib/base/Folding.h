@@ -43,33 +43,29 @@ constexpr std::uint64_t foldedWord(std::uint64_t word) {
     return word | isLetter >> 2;
 }
 
-// Calls `use` with the words of a text, folded, one after the other.
+// The last word of a text that is no multiple of eight bytes long, of which `left` bytes are left at
+// `at`: where the text is long enough, some bytes before them are in it again, which takes one load.
+inline std::uint64_t loadLast(const char* at, std::size_t left, std::size_t size) {
+    return size >= 8 ? loadWord<std::uint64_t>(at + left - 8) : loadTail(at, left);
+}
+
+// Calls `use` with the words of a text, folded, one after the other, and where in the text they stand.
 template <typename Use>
-void forEachFoldedWord(std::string_view text, Use&& use) {
-    const char* at = text.data();
-    std::size_t left = text.size();
-    for (; left >= 8; at += 8, left -= 8) {
-        use(foldedWord(loadWord<std::uint64_t>(at)));
+[[gnu::always_inline]] inline void forEachFoldedWord(std::string_view text, Use&& use) {
+    const std::size_t size = text.size();
+    std::size_t at = 0;
+    for (; size - at >= 8; at += 8) {
+        use(foldedWord(loadWord<std::uint64_t>(text.data() + at)), at);
     }
-    if (left > 0) {
-        use(foldedWord(loadTail(at, left)));
+    if (at < size) {
+        const std::uint64_t last = loadLast(text.data() + at, size - at, size);
+        use(foldedWord(last), size >= 8 ? size - 8 : 0);
     }
 }
 
-// Whether a name, once folded, is the folded one.
-inline bool isFoldedEqual(std::string_view name, std::string_view folded) {
-    if (name.size() != folded.size()) {
-        return false;
-    }
-    const char* at = name.data();
-    const char* other = folded.data();
-    std::size_t left = name.size();
-    for (; left >= 8; at += 8, other += 8, left -= 8) {
-        if (foldedWord(loadWord<std::uint64_t>(at)) != loadWord<std::uint64_t>(other)) {
-            return false;
-        }
-    }
-    return foldedWord(loadTail(at, left)) == loadTail(other, left);
+// Most names are asked for as they were created.
+inline bool isSameWord(std::uint64_t one, std::uint64_t other) {
+    return one == other || foldedWord(one) == foldedWord(other);
 }
 
 // Whether two names are the same once they are folded.
@@ -81,11 +77,12 @@ inline bool isSameName(std::string_view name, std::string_view other) {
     const char* from = other.data();
     std::size_t left = name.size();
     for (; left >= 8; at += 8, from += 8, left -= 8) {
-        if (foldedWord(loadWord<std::uint64_t>(at)) != foldedWord(loadWord<std::uint64_t>(from))) {
+        if (!isSameWord(loadWord<std::uint64_t>(at), loadWord<std::uint64_t>(from))) {
             return false;
         }
     }
-    return foldedWord(loadTail(at, left)) == foldedWord(loadTail(from, left));
+    return left == 0 ||
+           isSameWord(loadLast(at, left, name.size()), loadLast(from, left, name.size()));
 }
 
 // The order of names: of their folded bytes, a shorter one before those that begin with it.

@@ -37,11 +37,6 @@ int CRegLibImplFile::FileClose(int mode, const std::string& openedName) {
     return isClosed ? m_shared.replace(openedName) : REGLIB_E_FILE_OPEN;
 }
 
-// In an update nobody else may write, whatever somebody has written over the stamp.
-bool CRegLibImplFile::isUpToDate() {
-    return m_bUpdatePending || m_shared.isUpToDate();
-}
-
 int CRegLibImplFile::bringUpToDate(eUnwinding unwinding) {
     const CNoCancellation noCancellation;
     if (m_shared.isStampLost()) {

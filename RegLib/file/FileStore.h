@@ -11,6 +11,7 @@
 #include "RegLib/file/ConfigFile.h"
 #include "RegLib/file/SharedState.h"
 #include "RegLib/store/Store.h"
+#include "RegLib/trace/Trace.h"
 #include "RegLib/tree/Tree.h"
 
 namespace VQRegLib {
@@ -77,13 +78,17 @@ public:
 
     // Brings the tree up to date with the file. Needs no lock, and takes it where the file is missing.
     // `unwinding` is for that lock.
-    int ImportConfig(eUnwinding unwinding = eUnwinding::eRelease);
+    int ImportConfig(eUnwinding unwinding = eUnwinding::eRelease) {
+        REGLIB_TRACE(eTraceFlow, ">>>CRegLibImplFile::ImportConfig\n");
+        return isUpToDate() ? REGLIB_OK : bringUpToDate(unwinding);
+    }
 
     // Writes the tree to the file; with the lock held.
     int ExportConfig();
 
-    // The tree has all changes that were completed by now.
-    bool isUpToDate();
+    // The tree has all changes that were completed by now. In an update nobody else may write,
+    // whatever somebody has written over the stamp.
+    bool isUpToDate() { return m_bUpdatePending || m_shared.isUpToDate(); }
 
     // Opens the file for reading, or a new temporary file for writing; `openedName`, when not null,
     // receives the name even on failure. Closing the latter puts it in the file's place, or fails
@@ -92,7 +97,10 @@ public:
     int FileClose(int mode, const std::string& openedName);
 
     // The node under which a handle is registered; null when it is not.
-    CKeyOrValue* nodeOf(const CRegKey& key) const;
+    CKeyOrValue* nodeOf(const CRegKey& key) const {
+        auto* const node = static_cast<CKeyOrValue*>(m_handles.nodeOf(CRegKeyAccess::id(key)));
+        return node && node->m_state != CKeyOrValue::eGone ? node : nullptr;
+    }
 
 private:
     friend class CFileStoreProbe;  // tests look inside

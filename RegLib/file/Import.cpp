@@ -7,14 +7,6 @@
 
 namespace VQRegLib {
 
-int CRegLibImplFile::ImportConfig(eUnwinding unwinding) {
-    REGLIB_TRACE(eTraceFlow, ">>>CRegLibImplFile::ImportConfig\n");
-    if (isUpToDate()) {
-        return REGLIB_OK;
-    }
-    return bringUpToDate(unwinding);
-}
-
 int CRegLibImplFile::importLocked() {
     const std::uint64_t stamp = m_shared.stamp();
     m_shared.recoverAbsent();

@@ -16,11 +16,6 @@ CRegKey* CRegLibImplFile::RootKey() const {
 // Other stores may keep something per handle; this one does not.
 void CRegLibImplFile::deleteKeyHandle(unsigned long /*handleId*/) {}
 
-CRegLibImplFile::CKeyOrValue* CRegLibImplFile::nodeOf(const CRegKey& key) const {
-    auto* const node = static_cast<CKeyOrValue*>(m_handles.nodeOf(CRegKeyAccess::id(key)));
-    return node && node->m_state != CKeyOrValue::eGone ? node : nullptr;
-}
-
 int CRegLibImplFile::VQRegCreateKey(CRegKey* parent, const char* subKey, CRegKey& key, int create,
                                     int* exists) {
     const int result = VQRegFindKey(parent, subKey, key, create, exists);

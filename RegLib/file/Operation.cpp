@@ -31,29 +31,4 @@ int COperation::lockForChange() {
     return m_nResult;
 }
 
-int COperation::findKey(const CRegKey& key) {
-    if (m_nResult < 0) {
-        return m_nResult;
-    }
-    m_pKey = m_store.nodeOf(key);
-    if (!m_pKey) {
-        return REGLIB_E_INVALID_HANDLE;
-    }
-    return m_pKey->isKey() ? REGLIB_OK : REGLIB_E_NOT_A_KEY;
-}
-
-int COperation::findValue(const CRegKey& key, const char* name) {
-    const int result = findKey(key);
-    if (result < 0) {
-        return result;
-    }
-    m_pValue = m_store.m_pTree->findChild(*m_pKey, std::string_view(name));
-    return m_pValue && m_pValue->isKey() ? REGLIB_E_NOT_A_VALUE : REGLIB_OK;
-}
-
-int COperation::findExistingValue(const CRegKey& key, const char* name) {
-    const int result = findValue(key, name);
-    return result >= 0 && !m_pValue ? REGLIB_E_NOT_FOUND : result;
-}
-
 }  // namespace VQRegLib

@@ -62,14 +62,33 @@ public:
     bool isLocked() const { return m_lock.has_value() || m_store.isUpdating(); }
 
     // Finds the handle's key. REGLIB_E_INVALID_HANDLE, REGLIB_E_NOT_A_KEY.
-    int findKey(const CRegKey& key);
+    int findKey(const CRegKey& key) {
+        if (m_nResult < 0) {
+            return m_nResult;
+        }
+        m_pKey = m_store.nodeOf(key);
+        if (!m_pKey) {
+            return REGLIB_E_INVALID_HANDLE;
+        }
+        return m_pKey->isKey() ? REGLIB_OK : REGLIB_E_NOT_A_KEY;
+    }
 
     // Finds a value of it too; its absence is no failure, a sub key in its place is one:
     // REGLIB_E_NOT_A_VALUE.
-    int findValue(const CRegKey& key, const char* name);
+    int findValue(const CRegKey& key, const char* name) {
+        const int result = findKey(key);
+        if (result < 0) {
+            return result;
+        }
+        m_pValue = m_store.m_pTree->findChild(*m_pKey, std::string_view(name));
+        return m_pValue && m_pValue->isKey() ? REGLIB_E_NOT_A_VALUE : REGLIB_OK;
+    }
 
     // As findValue, and REGLIB_E_NOT_FOUND without the value.
-    int findExistingValue(const CRegKey& key, const char* name);
+    int findExistingValue(const CRegKey& key, const char* name) {
+        const int result = findValue(key, name);
+        return result >= 0 && !m_pValue ? REGLIB_E_NOT_FOUND : result;
+    }
 
     CKeyOrValue* key() const { return m_pKey; }
     CKeyOrValue* value() const { return m_pValue; }

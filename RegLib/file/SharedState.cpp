@@ -244,16 +244,6 @@ bool CSharedState::hasBlock(CPSharedMemory::eHow how) {
     return true;
 }
 
-// Whether the block still is the one that others use is looked at once a second: often enough for
-// who removes it, too seldom to be felt.
-bool CSharedState::isUpToDate() {
-    if (m_lastLook != CPortable::GetSeconds() && !hasBlock(CPSharedMemory::eTry)) {
-        return false;
-    }
-    const std::uint64_t shared = stamp();
-    return shared != 0 && shared == m_ullLocalChangeStamp;  // 0 is only what somebody has written
-}
-
 // Of other namespaces an administrator has to hear; the rest is for who looks for it, and it is told
 // again when a minute has passed.
 void CSharedState::tellWhyNoBlock(int error) {

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "portable/Mutex.h"
+#include "portable/Portable.h"
 #include "portable/SharedMemory.h"
 
 namespace VQRegLib {
@@ -46,8 +47,15 @@ public:
     void forgetInherited() { m_pMutex->forgetInherited(); }
 
     // Whoever has read or written the file under the remembered stamp has all changes that were
-    // completed by now.
-    bool isUpToDate();
+    // completed by now. Whether the block still is the one that others use is looked at once a second:
+    // often enough for who removes it, too seldom to be felt.
+    bool isUpToDate() {
+        if (m_lastLook != CPortable::GetSeconds() && !hasBlock(CPSharedMemory::eTry)) {
+            return false;
+        }
+        const std::uint64_t shared = stamp();
+        return shared != 0 && shared == m_ullLocalChangeStamp;  // 0: somebody has written over it
+    }
 
     // The stamp cannot be had: nobody would learn of another process's changes.
     bool isStampLost() const { return m_lastLook == kNeverLooked; }

@@ -1,18 +1,8 @@
 #include "RegLib/text/ValueData.h"
 
-#include <cstring>
-
 #include "RegLib/text/LineFormat.h"
 
 namespace VQRegLib {
-
-int giveNumber(std::uint32_t number, const CDataBuffer& buffer) {
-    const int result = buffer.needs(sizeof number);
-    if (result >= 0 && buffer.data) {
-        std::memcpy(buffer.data, &number, sizeof number);
-    }
-    return result;
-}
 
 int giveText(std::string_view text, const CDataBuffer& buffer) {
     const int result = buffer.needs(text.size() + 1);

@@ -3,6 +3,7 @@
 #define REGLIB_TEXT_VALUEDATA_H
 
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <string_view>
 
@@ -24,7 +25,13 @@ struct CDataBuffer {
 
 // All of these answer REGLIB_E_BUFFER_TOO_SMALL, with the size that it takes, and touch no data
 // when it does not fit; without a place for the data they tell the size alone.
-int giveNumber(std::uint32_t number, const CDataBuffer& buffer);
+inline int giveNumber(std::uint32_t number, const CDataBuffer& buffer) {
+    const int result = buffer.needs(sizeof number);
+    if (result >= 0 && buffer.data) {
+        std::memcpy(buffer.data, &number, sizeof number);
+    }
+    return result;
+}
 
 // With the NUL that ends it, which counts.
 int giveText(std::string_view text, const CDataBuffer& buffer);

@@ -24,7 +24,7 @@ void CTree::unlink(CKeyOrValue& of) {
         return compareFolded(nameOf(node(number)), name) < 0;
     };
     among.erase(among.countBefore(isBefore));
-    m_index.remove(CNameIndex::hashOf(parent.m_number, CFoldedName::hashOf(name)), of.m_number);
+    m_index.remove(CNameIndex::hashOf(parent, CFoldedName::hashOf(name)), of.m_number);
 }
 
 CKeyOrValue& CTree::lastLeaf(CKeyOrValue& top) const {

@@ -1,6 +1,7 @@
 #include "RegLib/tree/Merge.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <functional>
 #include <new>
 #include <utility>
@@ -98,18 +99,25 @@ CMergeResult CMerge::run(CTextSource& source) {
     return result;
 }
 
-// Makes room for about as many nodes as a text has beyond those of the tree, from its first lines; it
-// does without where that is too much to ask.
+// Makes room for about as many nodes as a text has beyond those of the tree, from its lines at a few
+// places; it does without where that is too much to ask.
 void CMerge::expectNodesOf(std::string_view text) try {
     constexpr std::size_t kSample = 4096;
     constexpr std::size_t kShortLine = 16;
-    const std::string_view sample = text.substr(0, kSample);
-    const auto lines = static_cast<std::size_t>(std::count(sample.begin(), sample.end(), '\n'));
-    const std::size_t nodes =
-        sample.empty() ? 0
-                       : std::min(text.size() / sample.size() * lines, text.size() / kShortLine);
+    std::uint64_t lines = 0;
+    std::uint64_t looked = 0;
+    for (const std::size_t quarter : {0, 1, 2, 3}) {
+        const std::string_view sample = text.substr(text.size() / 4 * quarter, kSample);
+        lines += static_cast<std::uint64_t>(std::count(sample.begin(), sample.end(), '\n'));
+        looked += sample.size();
+    }
+    const std::size_t nodes = looked == 0
+                                  ? 0
+                                  : std::min(static_cast<std::size_t>(lines * text.size() / looked),
+                                             text.size() / kShortLine);
     if (nodes > m_tree.size()) {
         m_tree.m_index.reserve(nodes - m_tree.size());
+        m_tree.m_nodes.expect(nodes - m_tree.size());
     }
 } catch (const std::bad_alloc&) {
     return;

@@ -25,8 +25,10 @@ void CNameIndex::reserve(std::size_t more) {
     if (capacity > 0xFFFFFFFF) {
         throw std::bad_alloc();
     }
-    auto entries = std::make_unique<CEntry[]>(capacity);
-    const auto old = std::exchange(m_entries, std::move(entries));
+    CLargeMemory memory(capacity * sizeof(CEntry), CLargeMemory::eZeroes);
+    std::swap(memory, m_memory);
+    const CEntry* const old =
+        std::exchange(m_entries, std::launder(reinterpret_cast<CEntry*>(m_memory.get())));
     const std::size_t oldCapacity = std::exchange(m_capacity, capacity);
     m_size = 0;
     for (std::size_t at = 0; at < oldCapacity; ++at) {

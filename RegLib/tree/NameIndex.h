@@ -3,9 +3,10 @@
 #define REGLIB_TREE_NAMEINDEX_H
 
 #include <cstddef>
-#include <memory>
+#include <cstdint>
 
 #include "RegLib/tree/KeyOrValue.h"
+#include "portable/LargeMemory.h"
 
 namespace VQRegLib {
 
@@ -14,8 +15,10 @@ namespace VQRegLib {
 // instead of by its double.
 class CNameIndex {
 public:
-    static std::uint32_t hashOf(NodeNumber parent, std::uint64_t nameHash) {
-        const std::uint64_t mixed = (nameHash ^ parent) * 0xD6E8FEB86659FD93;
+    // Of the parent's address, which a look-up knows before the node itself is in the cache.
+    static std::uint32_t hashOf(const CKeyOrValue& parent, std::uint64_t nameHash) {
+        const std::uint64_t mixed =
+            (nameHash ^ reinterpret_cast<std::uintptr_t>(&parent)) * 0xD6E8FEB86659FD93;
         return static_cast<std::uint32_t>(mixed >> 32);
     }
 
@@ -52,7 +55,8 @@ private:
     std::size_t after(std::size_t at) const { return at + 1 == m_capacity ? 0 : at + 1; }
     std::size_t placeOf(std::uint32_t hash, NodeNumber node) const;
 
-    std::unique_ptr<CEntry[]> m_entries;
+    CLargeMemory m_memory;
+    CEntry* m_entries = nullptr;  // in it
     std::size_t m_capacity = 0;
     std::size_t m_size = 0;
 };

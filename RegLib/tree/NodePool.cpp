@@ -14,15 +14,35 @@ CKeyOrValue& CNodePool::take() {
         }
         number = m_last + 1;
         if (number / kBlock >= m_blocks.size()) {
-            m_blocks.push_back(std::make_unique<CKeyOrValue[]>(kBlock));
+            addBlock();
         }
         m_last = number;
     }
     ++m_size;
-    CKeyOrValue& node = (*this)[number];
-    node = CKeyOrValue{};
-    node.m_number = number;
-    return node;
+    auto* const node = new (&(*this)[number]) CKeyOrValue;
+    node->m_number = number;
+    return *node;
+}
+
+void CNodePool::addBlock() {
+    if (m_unused == 0) {
+        m_memory.emplace_back(kBlockSize);
+        m_unused = kBlockSize;
+    }
+    const CLargeMemory& memory = m_memory.back();
+    m_blocks.push_back(reinterpret_cast<CKeyOrValue*>(memory.get() + memory.size() - m_unused));
+    m_unused -= kBlockSize;
+}
+
+// What is unused by then of an earlier expectation stays so: memory that nobody has touched.
+void CNodePool::expect(std::size_t more) {
+    const std::size_t left = m_blocks.size() * kBlock - m_last - 1;
+    if (more <= left + m_unused / sizeof(CKeyOrValue)) {
+        return;
+    }
+    const std::size_t blocks = (more - left + kBlock - 1) / kBlock;
+    m_memory.emplace_back(blocks * kBlockSize);
+    m_unused = m_memory.back().size();
 }
 
 void CNodePool::give(CKeyOrValue& node) {

@@ -2,10 +2,10 @@
 #ifndef REGLIB_TREE_NODEPOOL_H
 #define REGLIB_TREE_NODEPOOL_H
 
-#include <memory>
 #include <vector>
 
 #include "RegLib/tree/KeyOrValue.h"
+#include "portable/LargeMemory.h"
 
 namespace VQRegLib {
 
@@ -19,6 +19,9 @@ public:
     // A node with nothing but its number. Throws std::bad_alloc.
     CKeyOrValue& take();
     void give(CKeyOrValue& node);
+
+    // Gets the memory for about so many more nodes at once. Throws std::bad_alloc.
+    void expect(std::size_t more);
 
     // Calls `use` for every node that is taken.
     template <typename Use>
@@ -34,8 +37,13 @@ public:
 
 private:
     static constexpr std::uint32_t kBlock = 512;
+    static constexpr std::size_t kBlockSize = kBlock * sizeof(CKeyOrValue);
 
-    std::vector<std::unique_ptr<CKeyOrValue[]>> m_blocks;
+    void addBlock();
+
+    std::vector<CKeyOrValue*> m_blocks;
+    std::vector<CLargeMemory> m_memory;  // of all blocks; of the last piece ...
+    std::size_t m_unused = 0;            // ... so many bytes at its end are not yet a block's
     NodeNumber m_last = 0;
     NodeNumber m_firstFree = 0;  // freed nodes have the next one in the place of their parent
     std::size_t m_size = 0;

@@ -125,7 +125,7 @@ CKeyOrValue& CTree::linkAt(std::size_t place, CKeyOrValue& parent, CNewNode& mad
     m_index.reserve(1);
     siblings(parent, made->isKey()).insert(place, made->m_number);
     made->m_parent = parent.m_number;
-    m_index.add(CNameIndex::hashOf(parent.m_number, folded.hash()), made->m_number);
+    m_index.add(CNameIndex::hashOf(parent, folded.hash()), made->m_number);
     CKeyOrValue& linked = *made;
     made.release();
     return linked;
@@ -157,8 +157,7 @@ void CTree::displaceBy(CKeyOrValue& old, CNewNode& made, const CFoldedName& fold
     } else {
         values.replace(place, made->m_number);
     }
-    m_index.replace(CNameIndex::hashOf(parent.m_number, folded.hash()), old.m_number,
-                    made->m_number);
+    m_index.replace(CNameIndex::hashOf(parent, folded.hash()), old.m_number, made->m_number);
     made->m_parent = parent.m_number;
     made.release();
     m_isOrdered = false;
@@ -232,12 +231,10 @@ void CTree::setValue(CKeyOrValue& value, CRegLib::eDataType type, std::string_vi
     wasteNoText();
 }
 
-std::uint32_t CTree::dwordOf(CKeyOrValue& value) const {
-    if (!value.m_isDecoded) {
-        std::string_view data;
-        value.m_dword = dataOfLine(value.line(), data) < 0 ? 0 : scanHex(data, 8);
-        value.m_isDecoded = true;
-    }
+std::uint32_t CTree::decoded(CKeyOrValue& value) const {
+    std::string_view data;
+    value.m_dword = dataOfLine(value.line(), data) < 0 ? 0 : scanHex(data, 8);
+    value.m_isDecoded = true;
     return value.m_dword;
 }
 

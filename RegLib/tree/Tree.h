@@ -51,22 +51,12 @@ public:
                    : nameApart(of);
     }
 
-    // Null when there is none.
+    // Null when there is none. A name as it is will do; the folded one is for who needs it otherwise.
     CKeyOrValue* findChild(const CKeyOrValue& parent, const CFoldedName& name) const {
-        const NodeNumber found = m_index.find(
-            CNameIndex::hashOf(parent.m_number, name.hash()),
-            [&](NodeNumber number) { return isNamed(node(number), parent, name.view()); });
-        return found != 0 ? &node(found) : nullptr;
+        return findHashed(parent, name.view(), name.hash());
     }
-
-    // The same for a name as it is, which is faster where the folded one is not needed otherwise.
     CKeyOrValue* findChild(const CKeyOrValue& parent, std::string_view name) const {
-        const std::uint32_t hash = CNameIndex::hashOf(parent.m_number, CFoldedName::hashOf(name));
-        const NodeNumber found = m_index.find(hash, [&](NodeNumber number) {
-            const CKeyOrValue& of = node(number);
-            return of.m_parent == parent.m_number && isSameName(nameOf(of), name);
-        });
-        return found != 0 ? &node(found) : nullptr;
+        return findHashed(parent, name, CFoldedName::hashOf(name));
     }
 
     // The index-th sub key, or value; null past the last one and for an index below 0.
@@ -88,7 +78,9 @@ public:
     void setValue(CKeyOrValue& value, CRegLib::eDataType type, std::string_view line);
 
     // The number of a value of type eDword.
-    std::uint32_t dwordOf(CKeyOrValue& value) const;
+    std::uint32_t dwordOf(CKeyOrValue& value) const {
+        return value.m_isDecoded ? value.m_dword : decoded(value);
+    }
 
     // Takes a node out of the tree, with all below it. It may be a displaced one.
     void remove(CKeyOrValue& top);
@@ -145,9 +137,16 @@ private:
         CKeyOrValue* m_pNode;
     };
 
+    std::uint32_t decoded(CKeyOrValue& value) const;
     std::string_view nameApart(const CKeyOrValue& of) const;
-    bool isNamed(const CKeyOrValue& of, const CKeyOrValue& parent, std::string_view folded) const {
-        return of.m_parent == parent.m_number && isFoldedEqual(nameOf(of), folded);
+    CKeyOrValue* findHashed(const CKeyOrValue& parent, std::string_view name,
+                            std::uint64_t hash) const {
+        const NodeNumber found =
+            m_index.find(CNameIndex::hashOf(parent, hash), [&](NodeNumber number) {
+                const CKeyOrValue& of = node(number);
+                return of.m_parent == parent.m_number && isSameName(nameOf(of), name);
+            });
+        return found != 0 ? &node(found) : nullptr;
     }
     CSiblings& siblings(const CKeyOrValue& parent, bool isKey);
     std::size_t placeAmong(const CSiblings& siblings, std::string_view name) const;

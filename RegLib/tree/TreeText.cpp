@@ -23,13 +23,13 @@ std::string_view withEnd(std::string_view line) {
 }  // namespace
 
 char* CTreeText::addBlock(std::size_t size) {
-    m_blocks.push_back({std::make_unique_for_overwrite<char[]>(size), size, size});
+    m_blocks.push_back({CLargeMemory(size), size});
     return m_blocks.back().memory.get();
 }
 
 const char* CTreeText::keep(std::string_view line) {
     const std::size_t size = line.size() + 1;
-    if (m_blocks.empty() || m_blocks.back().size - m_blocks.back().used < size) {
+    if (m_blocks.empty() || m_blocks.back().memory.size() - m_blocks.back().used < size) {
         const std::size_t usual = std::clamp(m_keptSize, kSmallestBlock, kLargestBlock);
         addBlock(std::max(usual, size));
         m_blocks.back().used = 0;
@@ -62,7 +62,8 @@ bool CTreeText::isInBlocksFrom(std::size_t first, const char* at) const {
     constexpr std::less<const char*> isBelow;
     for (std::size_t number = first; number < m_blocks.size(); ++number) {
         const CBlock& block = m_blocks[number];
-        if (!isBelow(at, block.memory.get()) && isBelow(at, block.memory.get() + block.size)) {
+        if (!isBelow(at, block.memory.get()) &&
+            isBelow(at, block.memory.get() + block.memory.size())) {
             return true;
         }
     }

@@ -3,9 +3,10 @@
 #define REGLIB_TREE_TREETEXT_H
 
 #include <cstddef>
-#include <memory>
 #include <string_view>
 #include <vector>
+
+#include "portable/LargeMemory.h"
 
 namespace VQRegLib {
 
@@ -62,8 +63,7 @@ public:
 
 private:
     struct CBlock {
-        std::unique_ptr<char[]> memory;
-        std::size_t size;
+        CLargeMemory memory;
         std::size_t used;
     };
 

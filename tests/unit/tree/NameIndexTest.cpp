@@ -107,7 +107,8 @@ TEST(NameIndex, HoldsWhatAMapHoldsWhileItGrowsAndShrinks) {
 TEST(NameIndex, TellsApartTheSameNameBelowManyParents) {
     const std::uint64_t name = CFoldedName::hashOf("Port");
     std::set<std::uint32_t> hashes;
-    for (NodeNumber parent = 1; parent <= 1000; ++parent) {
+    const std::vector<CKeyOrValue> parents(1000);
+    for (const CKeyOrValue& parent : parents) {
         hashes.insert(CNameIndex::hashOf(parent, name));
     }
     EXPECT_GT(hashes.size(), 990u);

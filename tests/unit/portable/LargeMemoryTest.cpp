@@ -1,0 +1,127 @@
+#include "portable/LargeMemory.h"
+
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <fstream>
+#include <limits>
+#include <new>
+#include <sstream>
+#include <string>
+#include <utility>
+
+using VQRegLib::CLargeMemory;
+
+namespace {
+
+constexpr std::size_t kLarge = CLargeMemory::kLargePage;
+
+// What the kernel says in one of its lines on the mapping in which an address lies; empty when it lies in
+// none.
+std::string lineOfMapping(const char* at, const std::string& name) {
+    std::ifstream mappings("/proc/self/smaps");
+    const auto wanted = reinterpret_cast<std::uintptr_t>(at);
+    bool isIt = false;
+    for (std::string line; std::getline(mappings, line);) {
+        std::uintptr_t begin = 0;
+        std::uintptr_t end = 0;
+        char dash = 0;
+        if (std::istringstream(line) >> std::hex >> begin >> dash >> end && dash == '-') {
+            isIt = begin <= wanted && wanted < end;
+        } else if (isIt && line.starts_with(name + ':')) {
+            return line + ' ';
+        }
+    }
+    return {};
+}
+
+std::string flagsOfMapping(const char* at) {
+    return lineOfMapping(at, "VmFlags");
+}
+
+void fill(const CLargeMemory& memory, char with) {
+    std::fill_n(memory.get(), memory.size(), with);
+}
+
+bool isAll(const CLargeMemory& memory, char expected) {
+    return std::all_of(memory.get(), memory.get() + memory.size(),
+                       [&](char byte) { return byte == expected; });
+}
+
+}  // namespace
+
+TEST(LargeMemory, IsWholeWhateverItsSize) {
+    for (const std::size_t size : {std::size_t{1}, std::size_t{4095}, std::size_t{200001},
+                                   kLarge - 1, kLarge, kLarge + 1, 2 * kLarge + 4097}) {
+        const CLargeMemory memory(size);
+        ASSERT_EQ(memory.size(), size);
+        fill(memory, 'x');
+        EXPECT_TRUE(isAll(memory, 'x')) << size;
+    }
+}
+
+TEST(LargeMemory, IsZeroesWhereTheyAreAskedFor) {
+    for (const std::size_t size : {std::size_t{100}, std::size_t{70000}, kLarge + 100}) {
+        fill(CLargeMemory(size), 'x');
+        EXPECT_TRUE(isAll(CLargeMemory(size, CLargeMemory::eZeroes), '\0')) << size;
+    }
+}
+
+TEST(LargeMemory, LiesInLargePagesAsFarAsItFillsThem) {
+    if (!std::ifstream("/sys/kernel/mm/transparent_hugepage/enabled")) {
+        GTEST_SKIP() << "the system has no large pages";
+    }
+    const CLargeMemory memory(2 * kLarge + 4096);
+    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(memory.get()) % kLarge, 0u);
+    EXPECT_NE(flagsOfMapping(memory.get()).find(" hg "), std::string::npos)
+        << flagsOfMapping(memory.get());
+    EXPECT_EQ(flagsOfMapping(memory.get() + 2 * kLarge).find(" hg "), std::string::npos);
+}
+
+TEST(LargeMemory, HasItsPagesBeforeTheyAreTouched) {
+    char* const page = static_cast<char*>(std::aligned_alloc(4096, 4096));
+    const bool isKnown = ::madvise(page, 4096, MADV_POPULATE_WRITE) == 0;
+    std::free(page);
+    if (!isKnown) {
+        GTEST_SKIP() << "the system gives pages at their first touch only";
+    }
+    rusage before{};
+    rusage after{};
+    const CLargeMemory memory(kLarge - 4096);
+    getrusage(RUSAGE_THREAD, &before);
+    fill(memory, 'x');
+    getrusage(RUSAGE_THREAD, &after);
+    EXPECT_LT(after.ru_minflt - before.ru_minflt, 20) << "of 511 pages";
+}
+
+TEST(LargeMemory, GoesBackToTheSystem) {
+    const char* at = nullptr;
+    {
+        const CLargeMemory memory(kLarge + 1);
+        at = memory.get();
+        fill(memory, 'x');
+        ASSERT_NE(flagsOfMapping(at), "");
+    }
+    EXPECT_EQ(flagsOfMapping(at), "");
+}
+
+TEST(LargeMemory, MovesWithItsContent) {
+    CLargeMemory one(kLarge + 1);
+    fill(one, 'x');
+    const char* const at = one.get();
+    CLargeMemory other(std::move(one));
+    EXPECT_EQ(other.get(), at);
+    one = CLargeMemory(3);
+    one = std::move(other);
+    EXPECT_EQ(one.get(), at);
+    EXPECT_TRUE(isAll(one, 'x'));
+}
+
+TEST(LargeMemory, FailsWhereThereIsNotSoMuch) {
+    EXPECT_THROW(CLargeMemory(std::numeric_limits<std::size_t>::max() - 100), std::bad_alloc);
+    EXPECT_THROW(CLargeMemory(std::numeric_limits<std::size_t>::max() / 2), std::bad_alloc);
+}
