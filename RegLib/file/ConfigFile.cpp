@@ -1,3 +1,24 @@
+// The file on the disk. The header explains the replacement step by step; this is what each step is for.
+//
+// A writer may be killed between any two system calls, the machine may lose its power, the disk may be
+// full, and at each of these moments somebody else may be starting. What must hold is one sentence: the
+// path names a complete text, the old one or the new one. Four traps lie on the way.
+//
+//  - Writing into the file itself. A reader would see half a text. So there is a new file with a name
+//    that nobody else makes (a unique identifier), and it is complete, closed and checked before any name
+//    is touched. A disk that has no room is found out when it is opened, because the size is known then.
+//  - Renaming the old file away first, as the steps say. In between there is no file, and a program that
+//    starts at that moment takes the store for a new one, writes an empty file and so makes the loss
+//    permanent. Hence the second name by link() before it: the rename between two names of one file then
+//    does nothing.
+//  - A backup that is worth more than the file. Somebody empties the file, or removes it; the next write
+//    would make the empty text the backup. A backup that holds a text is only given up for a text.
+//  - The mode. A file written under a narrow umask would lock other users out of a store that is
+//    everybody's, so each opening makes it 0666, on the open file and not by its name, and never through
+//    a link that another user may have put there.
+//
+// Results of the renames are not looked at. There is nothing better to do than what comes next, and the
+// last rename either happens as a whole or leaves the old text where it was.
 #include "RegLib/file/ConfigFile.h"
 
 #include <cerrno>

@@ -1,5 +1,18 @@
 // How the store takes its lock, and gets at the text of its file: as little as possible, and without
 // the lock wherever it can. SharedState.cpp explains why that is right.
+//
+// Every operation begins with ImportConfig, which compares one word and returns. Only when that word has
+// changed one comes here, and then it depends on what is found.
+//
+//  - The stamp is even and new: some writer has finished. The file is read without a lock; whoever writes
+//    meanwhile replaces the name, not the content of what is open here.
+//  - The stamp is odd: a writer is between its first and its last rename, or died there, or somebody has
+//    stopped it there with a debugger. The lock tells which: who gets it without waiting knows that the
+//    writer is dead and puts things right. Who does not get it reads what the path names now and does not
+//    remember the stamp (a glance). That result holds while the path names that file, so that a stopped
+//    writer does not make everybody read the file at every query.
+//  - There is no file. Then one has to be made, and that takes the lock, with waiting.
+//  - The block with the stamp cannot be had at all. Nobody would learn of changes, so nothing is answered.
 #include "RegLib/base/AtEnd.h"
 #include "RegLib/file/FileStore.h"
 #include "RegLib/file/Operation.h"

@@ -1,4 +1,10 @@
 // The importer: merges the file into the tree.
+//
+// The stamp that is remembered is the one from before the file was opened. What is read may be newer than
+// that, and then the next operation reads once more for nothing; the other way round, a change that
+// came in between would be missed until the next one. After a reading that an error cut short nothing is
+// remembered and nothing is written: the tree holds a part of the file, and an export of a part would be
+// the end of the rest.
 #include "RegLib/base/AtEnd.h"
 #include "RegLib/file/FileSource.h"
 #include "RegLib/file/FileStore.h"

@@ -1,3 +1,13 @@
+// The opening of every operation, in one place.
+//
+// The order of codes is part of the interface: the import's own code comes first, then a handle that is
+// not registered, then a handle that stands for a value, then the name. COperation has these as steps
+// that cannot be taken in another order, and none of them can be forgotten.
+//
+// A change runs twice when it has to. The first time without the lock it finds out whether there is
+// anything to change: most sets do not change anything, and none of these waits for anybody. Only if it
+// must does it take the lock, bring the tree up to date once more, because between the look and the lock
+// others may have written, and look everything up again: nodes that were found before may be gone.
 #include "RegLib/file/Operation.h"
 
 #include <exception>

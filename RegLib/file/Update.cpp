@@ -1,4 +1,18 @@
 // Updates: several changes that become one write of the file.
+//
+// An update is the two locks, held: the session lock by the caller's thread, which enters it once more
+// than it leaves, and the cross-process lock, which has a depth of its own. Between begin and end the
+// changes go to the tree and to nothing else; the end of the outermost one writes the file once.
+//
+// Everybody else meanwhile reads the file as it was before, and waits when they want to change it. The
+// thread itself may have the same file open through another store (another spelling of the path, another
+// root key): that store must not write, because the update's end would overwrite it with a tree that
+// does not know of it, so it is refused (isUpdatedElsewhere).
+//
+// A fork in the middle leaves the child with a tree that is ahead of the file and with a lock that is not
+// its own. It has no right to write those changes, and no way to take them back one by one: it marks the
+// tree as ahead, and the next operation reads the file into a second tree and takes out of the first
+// whatever that does not have (readAnew). Handles go on working, because their nodes are the old ones.
 #include <utility>
 
 #include "RegLib/base/Guarded.h"

@@ -1,3 +1,17 @@
+// Handles, records and who frees them.
+//
+// A CRegKey is a pointer to a record; the record has the key's names, its id, and the count of handles
+// that refer to it. The store's table lists the record under the id. Three cases decide who frees it:
+//
+//  - The last handle goes while the store lives: the record leaves the table and is freed.
+//  - The store goes first: every record in its table loses its owner and its names, and goes on being
+//    what the handles refer to, an empty key. The last of these handles frees it.
+//  - A path of six names makes six records, of which the caller gets the last. The other five are given
+//    up by a handle that never had a reference, so that their count goes below zero: such a record
+//    belongs to the table alone, which frees it with the store.
+//
+// A handle's destructor never throws, although clearing a record copies empty names and may run out of
+// memory: a class that holds a handle could otherwise not be destroyed while another exception passes.
 #include "RegLib/store/KeyRecord.h"
 
 #include <cstdlib>

@@ -1,3 +1,21 @@
+// The grammar of the file, in both directions. There is nothing else that knows it: the library, the
+// command and the fuzz targets all come here.
+//
+// A value line is `"` name `"=` type `:` data. Nothing is escaped, in no direction, and cannot be: files
+// in the field are full of texts with quotes and colons that are read as they stand. So reading is
+// defined by what is found first. A name ends at the first quote after the first one. The type is what
+// stands between the `=` behind that quote and the first colon. But the data of a line that is stored
+// begins at the first colon of the whole line (dataOfLine): for a name with a colon in it that is a place
+// within the name, and what a query returns for such a value has always been that. Both rules are kept,
+// because both have left their marks in files.
+//
+// Numbers are written with eight upper-case digits and read as scanf reads "%8X": blanks before them, a
+// sign, "0x" and fewer digits are all taken, because people edit these files. Bytes are read two digits
+// at a time by the same rule.
+//
+// Composing and comparing share their code through a sink, so that "does this line already say so" can
+// never disagree with "what line would say so". A set that changes nothing is the most frequent set there
+// is, and it costs a comparison and no memory.
 #include "RegLib/text/LineFormat.h"
 
 #include <new>

@@ -1,3 +1,10 @@
+// Why a fork has to wait. A line asks for the local time, which takes a lock of the C library; a thread of
+// the parent that holds it at the fork does not exist in the child, where the next line would wait for it
+// for ever. The child is often about to exec, but not always: daemons fork and go on.
+//
+// Neither side may wait without end. A program's own fork handlers may be waiting for a thread that waits
+// here, and a signal handler may fork in the middle of a line of the same thread, which is then counted
+// out. After a second everybody goes on: a small risk of what would otherwise be certain.
 #include "RegLib/trace/Gate.h"
 
 #include <atomic>

@@ -1,3 +1,25 @@
+// The trace log.
+//
+// Each line goes through three doors. The level, one relaxed load where the line is written in the code:
+// when its bit is off, nothing is evaluated. The gate (Gate.h), which keeps forks and lines apart. And the
+// file of the day.
+//
+// Roll-over. At the first line after midnight, and at the first line at all, some thread has to open a
+// file, and no lock may be taken for it: lines are written under every lock there is, by destructors, by
+// threads that are being cancelled and between fork and exec. So one thread wins the opening, by exchanging
+// one word, and writes down day and minute of the attempt; whoever comes meanwhile uses the old file, or
+// waits a moment when there is none. A failed attempt is not repeated within its minute, or a full disk
+// would make every line try again.
+//
+// The winner must not close the old stream: another thread may be between reading the pointer and writing.
+// It puts the new file under the old one's descriptor instead (dup3). The stream object stays what it was,
+// what is being written goes to yesterday's file or to today's, and never to a closed one. Only when the
+// new file cannot be opened is the old one closed, and then the winner waits for the writers inside, who
+// are counted and have one line each to finish.
+//
+// Descriptors are not safe in programs of others. Daemons close all of theirs at start and the number may
+// be a socket a moment later. Device and inode of what the library opened are remembered and compared
+// before each line: a trace line in somebody's network connection is worse than a lost line.
 #include "RegLib/trace/Trace.h"
 
 #include <fcntl.h>

@@ -1,5 +1,24 @@
 // How nodes leave the tree. Nothing here needs memory or recursion, except where something has to be
 // found out before: a line has room for a thousand levels, and a thread may have little stack.
+//
+// A node that leaves can have four fates.
+//
+//  - Nobody can refer to it: a value, or a key for which no handle was ever registered. Its memory is
+//    free at once.
+//  - It was deleted by a call and may have handles (m_ulKeyHandleID is not 0): it is marked as gone.
+//    A handle that finds its node gone reads as an invalid one. The node stays for as long as a handle may
+//    look at it, which the tree does not know: the store knows it, takes such nodes out of its table now
+//    and then, and calls sweep(), which frees them.
+//  - A value line of the file has taken its name, and it or a key below it has handles: it is displaced.
+//    It keeps its parent, for its full name is made by walking up, and its children, which go on being
+//    found by it; only what is above it no longer leads to it.
+//  - It is above a displaced node and is itself deleted: it stays as long as the displaced one, gone but
+//    in memory, because the names of that one are made of its own.
+//
+// The order in which a whole subtree leaves is from the last leaf up. Each leaf is taken out of its
+// parent's lists before it is freed, so that at every moment what is left is a tree, and the walk needs
+// neither a stack nor a list of what is still to come: lastLeaf() finds the next one from the top again.
+// That is quadratic in the depth only, and files are flat.
 #include <algorithm>
 
 #include "RegLib/tree/Tree.h"

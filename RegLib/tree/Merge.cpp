@@ -1,3 +1,28 @@
+// How a text comes into a tree: line by line, as it always has.
+//
+// A merge adds. What the text has comes into the tree, what it lacks stays there: a value that another
+// process has deleted is still found by this one until it starts anew. That is kept on purpose. It follows
+// from a tree that has no idea which line it got when, programs have been written against it, and the
+// next export of the process that still has the value brings it back into the file.
+//
+// A line that begins with "[" is a key line. Its path is walked from the root; keys that are missing on
+// the way are made, and each of them gets this whole line as its own, which is why files should have
+// parents first. A key that exists keeps the line with which it was made, and so its spelling. All other
+// lines are values of the last key line's key. The first line that is neither ends the merge: what came
+// before it stays in the tree, and the code goes to every caller until somebody mends the file.
+//
+// The memory of the text becomes the tree's. It is read into blocks of at most 16 MB, each line's node is
+// pointed into them, and at the end the blocks of the text before are dropped. Nodes that the new text
+// does not mention still point there, so their lines are copied out first (keepLinesOutside).
+//
+// Files are nearly always what this library wrote: in order, without a name twice, each line one node's.
+// m_isOneToOne watches whether that holds. When it does to the end, the text that was read is also the
+// text that would be written, and the next change of another process costs a comparison (Step.cpp). When
+// it does not (an odd line, a CR, a value below a value), nothing is wrong but that short cut.
+//
+// For such files two more things are cheap. A name that comes after all of its siblings needs no look-up,
+// and how many nodes there will be is guessed from a few places of the text, so that index and nodes get
+// their memory once.
 #include "RegLib/tree/Merge.h"
 
 #include <algorithm>

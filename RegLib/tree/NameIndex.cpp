@@ -1,3 +1,10 @@
+// The index is one open table for a whole tree instead of a map for each key. A store has many keys with
+// few children; one table has neither their headers nor their rounding, and a look-up is one product, one
+// place and, nearly always, one node.
+//
+// Entries keep 32 bits of the hash, so that growing does not touch the nodes, and a place that holds
+// another name is passed over without looking at it. Removal leaves no marks: the entries behind the gap
+// move up, so that a table in which names come and go for years is as fast as a new one.
 #include "RegLib/tree/NameIndex.h"
 
 #include <algorithm>

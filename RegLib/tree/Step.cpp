@@ -1,3 +1,24 @@
+// Reading again what is nearly the same.
+//
+// Ten processes share a store of a hundred thousand values, and one of them sets one. The other nine have
+// to read the file: that is what the stamp tells them. But of four megabytes eight bytes are new. So the
+// new text is read in blocks and compared with the known one, which is a list of pieces; both run in
+// step, and as long as bytes are equal nothing is looked at.
+//
+// Where they differ there is a line in the new text, and it is one of these:
+//
+//  - A value that the tree has, at this place of the old text: its line is replaced, in place when it has
+//    the same length.
+//  - A value or a key that the old text has further on: the lines up to there have left the file. The old
+//    text is shortened by them (skipTo); their nodes stay, because a merge would leave them too.
+//  - A value or a key that the tree does not have, or has had from a file before: it goes in here.
+//  - Anything else: a name twice, a key line that makes two keys, a value with the name of a key. Then
+//    the two are out of step, the source is rewound, and the whole text is merged (Merge.cpp), which is
+//    the truth that this short cut has to agree with. It may have done part of the work by then: merging
+//    those lines again changes nothing.
+//
+// After so and so many differences it gives up as well: finding the place of each in the pieces costs, and
+// a text that differs everywhere is merged faster than it is compared.
 #include "RegLib/tree/Step.h"
 
 #include <algorithm>

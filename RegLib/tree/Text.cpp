@@ -1,4 +1,24 @@
 // What a tree is as a text.
+//
+// There are three questions, from the weakest to the strongest, and a flag for each.
+//
+//  - Is the order known (m_isOrdered)? The list of pieces is then what an export writes: the lines of all
+//    nodes that are in the file, values before sub keys, each kind by its folded names. A change of one
+//    line keeps that true at little cost, by a splice at the right place; a merge of lines that arrive in
+//    another order, or the removal of a subtree, gives it up, and the next export makes the text anew.
+//  - Is it the file (m_isFileText)? What was read, or written, last. Only then may a new text be compared
+//    with it line by line instead of being merged (Step.cpp).
+//  - Is it faithful (m_isFaithful)? Would a process that reads this text make the tree that this one has?
+//    Mostly. But the format escapes nothing: a value whose text holds a line end, a name with a quote, a
+//    key called "<root>", a value whose line has another spelling than its name are written as they are
+//    and come back as something else. After such a line has been written, another process has another
+//    tree than this one, and this one learns what the file really says when it next reads the whole of it.
+//    That is why a write of a text that is not faithful does not count as "the file is known".
+//
+// Space. Lines that have changed their length lie in blocks of their own, and the places they had before
+// lie idle in the big one. When that waste passes a bound that grows with the tree, the text is made anew
+// and everything moves into one block. So the memory of a store that changes all day stays in proportion
+// to what it holds.
 #include "RegLib/text/LineFormat.h"
 #include "RegLib/text/LineSplitter.h"
 #include "RegLib/tree/Tree.h"

@@ -1,3 +1,35 @@
+// The tree: keys and values in memory, as the lines of a file make them.
+//
+// What a node is. A key and a value are the same kind of thing: a node with a line of text, a parent and
+// perhaps children. They have to be, because a file may turn one into the other at any moment: a line
+// says `"App"=string:x` where a moment ago there was a key "App". Nodes lie in blocks that never move and
+// know each other by 32-bit numbers. The text belongs to the tree as a whole (TreeText.cpp); a node only
+// points to its line there, and to the name within the line. A name lies apart (m_namesApart) when the
+// line does not say it: the root has no line; a key that was made on the way to another one has the whole
+// line of that one; and a value that was set under another spelling keeps the name it was created with.
+//
+// What a name means. Sub keys and values of one key share one space of names, A to Z being the same as
+// a to z. So there is one index for the whole tree, from (parent, folded name) to the node, and beside it
+// for each parent two ordered lists, values and keys. The index answers "is there a child of that name",
+// which is nearly all that anybody ever asks; the lists answer "the third value" and give the file its
+// order. Both must agree: every verb below that touches the one touches the other, in one function.
+//
+// What displaces what. A caller cannot give a value the name of a sub key or the reverse: that is refused
+// before it comes here. A file can, and the rules for it are old. A value line takes the place of whatever
+// bears its name: a value without children is brought up to date where it is, anything else leaves the
+// tree with all below it. A key line takes nothing's place: it walks down its path, and where it finds a
+// value on the way it goes on below that, so that values can have children, which no operation finds and
+// no export writes. Programs have left such files behind, and each process must read them alike.
+//
+// Why nodes outlive the tree. A caller's handle stands for a node, not for a name. When a value line takes
+// the name of a key that somebody has open, that key is displaced: in no list, in no index and in no text,
+// but whoever has the handle goes on reading and setting values in it. When a key is deleted by a call it
+// is gone: its handles say so, which takes the node to be still there. Leaving.cpp has the details.
+//
+// What can fail. Every verb either succeeds or changes nothing. The pattern is the same everywhere: first
+// whatever needs memory (a node, the copy of a line, room in the index and in a list), then the changes
+// themselves, which cannot fail. CNewNode gives a node back when something throws in between. The text is
+// the one exception: it may be forgotten at any time, and is then made anew when it is wanted.
 #include "RegLib/tree/Tree.h"
 
 #include <functional>

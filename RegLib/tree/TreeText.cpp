@@ -1,3 +1,17 @@
+// The memory behind all lines, and their order.
+//
+// A store of a hundred thousand values has four megabytes of text. Kept as a string per value it would be
+// three times that, and every export a walk over all of them. Kept as it was read, it costs what the file
+// costs, and an export writes it as it is.
+//
+// What makes that work with changes is the list of pieces. At first there is one: the whole block. A line
+// that becomes longer is written to another block, and the list has three pieces then: what was before
+// it, the line, what comes after it. A write takes pieces as they are (writev), a comparison runs over
+// them, and only the finding of a place is linear in their number; so there is a limit to it, and beyond
+// that the text counts as unknown and is made anew at the next export.
+//
+// Pieces end at the ends of lines. Each line is followed in memory by its line feed, and it never needs
+// to be added anywhere.
 #include "RegLib/tree/TreeText.h"
 
 #include <algorithm>
