@@ -49,17 +49,17 @@ inline std::uint64_t loadLast(const char* at, std::size_t left, std::size_t size
     return size >= 8 ? loadWord<std::uint64_t>(at + left - 8) : loadTail(at, left);
 }
 
-// Calls `use` with the words of a text, folded, one after the other, and where in the text they stand.
+// Calls `use` with the words of a text, folded, one after the other. The last one may begin with bytes that
+// the one before it has ended with.
 template <typename Use>
 [[gnu::always_inline]] inline void forEachFoldedWord(std::string_view text, Use&& use) {
     const std::size_t size = text.size();
     std::size_t at = 0;
     for (; size - at >= 8; at += 8) {
-        use(foldedWord(loadWord<std::uint64_t>(text.data() + at)), at);
+        use(foldedWord(loadWord<std::uint64_t>(text.data() + at)));
     }
     if (at < size) {
-        const std::uint64_t last = loadLast(text.data() + at, size - at, size);
-        use(foldedWord(last), size >= 8 ? size - 8 : 0);
+        use(foldedWord(loadLast(text.data() + at, size - at, size)));
     }
 }
 

@@ -1,6 +1,6 @@
 // The file store's key operations.
-#include "RegLib/base/FoldedName.h"
 #include "RegLib/base/Guarded.h"
+#include "RegLib/base/HashedName.h"
 #include "RegLib/base/Terminated.h"
 #include "RegLib/file/Operation.h"
 #include "RegLib/text/KeyPath.h"
@@ -96,7 +96,7 @@ int CRegLibImplFile::walkPath(CKeyOrValue* node, std::string_view path, CRegKey&
                     return REGLIB_E_KEY_NOT_FOUND;
                 }
                 exists = 0;
-                child = &m_pTree->addKey(*node, name, CFoldedName(name));
+                child = &m_pTree->addKey(*node, name);
                 changed = true;
             }
             issueHandle(*child, name, key);

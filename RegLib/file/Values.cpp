@@ -1,6 +1,6 @@
 // The file store's value operations.
-#include "RegLib/base/FoldedName.h"
 #include "RegLib/base/Guarded.h"
+#include "RegLib/base/HashedName.h"
 #include "RegLib/file/Operation.h"
 #include "RegLib/text/LineFormat.h"
 #include "RegLib/text/ValueData.h"
@@ -92,7 +92,7 @@ int CRegLibImplFile::changeValue(COperation& operation, CRegKey& key, const char
     }
     CKeyOrValue* const value = operation.value();
     if (!value) {
-        m_pTree->addValue(*operation.key(), name, CFoldedName(name), Data::kType, data.line(name));
+        m_pTree->addValue(*operation.key(), name, Data::kType, data.line(name));
     } else {
         const std::string_view kept = spelling.empty() ? m_pTree->nameOf(*value) : spelling;
         m_pTree->setValue(*value, Data::kType, data.line(keepsSpelling ? kept : name));

@@ -43,7 +43,7 @@ void CTree::unlink(CKeyOrValue& of) {
         return compareFolded(nameOf(node(number)), name) < 0;
     };
     among.erase(among.countBefore(isBefore));
-    m_index.remove(CNameIndex::hashOf(parent, CFoldedName::hashOf(name)), of.m_number);
+    m_index.remove(CNameIndex::hashOf(parent, CHashedName(name).hash()), of.m_number);
 }
 
 CKeyOrValue& CTree::lastLeaf(CKeyOrValue& top) const {
@@ -110,8 +110,7 @@ void CTree::reduceTo(const CTree& other) {
             const CSiblings& among = siblings(*mine, isKey);
             for (std::size_t index = 0; index < among.size(); ++index) {
                 CKeyOrValue& child = node(among.at(index));
-                const CKeyOrValue* const counterpart =
-                    other.findChild(*its, CFoldedName(nameOf(child)));
+                const CKeyOrValue* const counterpart = other.findChild(*its, nameOf(child));
                 if (!counterpart || counterpart->isKey() != isKey) {
                     missing.push_back(&child);
                 } else {

@@ -198,13 +198,13 @@ int CMerge::keyLine(std::string_view line) {
     CKeyOrValue* at = &m_tree.root();
     int made = 0;
     for (std::string_view name; nextKeyLineName(path, name);) {
-        const CFoldedName folded(name);
-        CKeyOrValue* next = m_tree.findChild(*at, folded);
+        const CHashedName hashed(name);
+        CKeyOrValue* next = m_tree.findChild(*at, hashed);
         if (!next) {
             CTree::CNewNode key(m_tree);
             key->m_iIsKey = 1;
             m_tree.nameInLine(*key, line, name);  // the whole line, also what follows the bracket
-            next = &m_tree.link(*at, key, folded);
+            next = &m_tree.link(*at, key, hashed);
             ++made;
         }
         at = next;  // a value too: the lines that follow then belong to it
@@ -226,9 +226,9 @@ int CMerge::valueLine(std::string_view line) {
         return result;
     }
     m_isOneToOne = m_isOneToOne && m_pCurrent->isKey();
-    const CFoldedName folded(parts.name);
-    const bool isLast = m_tree.isBehindAll(*m_pCurrent, folded);
-    CKeyOrValue* const old = isLast ? nullptr : m_tree.findChild(*m_pCurrent, folded);
+    const CHashedName hashed(parts.name);
+    const bool isLast = m_tree.isBehindAll(*m_pCurrent, hashed);
+    CKeyOrValue* const old = isLast ? nullptr : m_tree.findChild(*m_pCurrent, hashed);
     if (old && !old->isKey() && !m_tree.hasChildren(*old)) {
         // Nothing can tell it from a new node, and a process that reads a million foreign changes
         // does not grow.
@@ -240,11 +240,11 @@ int CMerge::valueLine(std::string_view line) {
     m_tree.useLine(*value, line, parts.name, parts.type);
     if (old) {
         m_isOneToOne = false;
-        m_tree.displaceBy(*old, value, folded);
+        m_tree.displaceBy(*old, value, hashed);
     } else if (isLast) {
-        m_tree.linkAt(m_tree.countOfKind(*m_pCurrent, false), *m_pCurrent, value, folded);
+        m_tree.linkAt(CTree::kBehindAll, *m_pCurrent, value, hashed);
     } else {
-        m_tree.link(*m_pCurrent, value, folded);
+        m_tree.link(*m_pCurrent, value, hashed);
     }
     return REGLIB_OK;
 }

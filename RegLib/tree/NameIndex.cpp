@@ -17,18 +17,20 @@ namespace {
 
 constexpr std::size_t kSmallest = 16;
 
-std::size_t roomFor(std::size_t entries) {
-    return entries + entries / 3 + 1;
+// A quarter of the places stays free.
+constexpr std::size_t roomIn(std::size_t capacity) {
+    return capacity - capacity / 4 - 1;
+}
+
+constexpr std::size_t capacityFor(std::size_t entries) {
+    return entries + entries / 3 + 2;
 }
 
 }  // namespace
 
-void CNameIndex::reserve(std::size_t more) {
-    const std::size_t wanted = roomFor(m_size + more);
-    if (wanted <= m_capacity) {
-        return;
-    }
-    const std::size_t capacity = std::max({wanted, m_capacity + m_capacity / 4, kSmallest});
+void CNameIndex::grow(std::size_t more) {
+    const std::size_t capacity =
+        std::max({capacityFor(m_size + more), m_capacity + m_capacity / 4, kSmallest});
     if (capacity > 0xFFFFFFFF) {
         throw std::bad_alloc();
     }
@@ -37,21 +39,13 @@ void CNameIndex::reserve(std::size_t more) {
     const CEntry* const old =
         std::exchange(m_entries, std::launder(reinterpret_cast<CEntry*>(m_memory.get())));
     const std::size_t oldCapacity = std::exchange(m_capacity, capacity);
+    m_room = roomIn(capacity);
     m_size = 0;
     for (std::size_t at = 0; at < oldCapacity; ++at) {
         if (old[at].node != 0) {
             add(old[at].hash, old[at].node);
         }
     }
-}
-
-void CNameIndex::add(std::uint32_t hash, NodeNumber node) {
-    std::size_t at = home(hash);
-    while (m_entries[at].node != 0) {
-        at = after(at);
-    }
-    m_entries[at] = {hash, node};
-    ++m_size;
 }
 
 std::size_t CNameIndex::placeOf(std::uint32_t hash, NodeNumber node) const {

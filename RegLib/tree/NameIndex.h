@@ -37,9 +37,21 @@ public:
     }
 
     // Makes room for so many more entries. Throws std::bad_alloc, and has changed nothing then.
-    void reserve(std::size_t more);
+    void reserve(std::size_t more) {
+        if (more > m_room - m_size) {
+            grow(more);
+        }
+    }
 
-    void add(std::uint32_t hash, NodeNumber node);  // there must be room
+    // There must be room.
+    void add(std::uint32_t hash, NodeNumber node) {
+        std::size_t at = home(hash);
+        while (m_entries[at].node != 0) {
+            at = after(at);
+        }
+        m_entries[at] = {hash, node};
+        ++m_size;
+    }
     void remove(std::uint32_t hash, NodeNumber node);
     void replace(std::uint32_t hash, NodeNumber node, NodeNumber by);
 
@@ -54,10 +66,12 @@ private:
     }
     std::size_t after(std::size_t at) const { return at + 1 == m_capacity ? 0 : at + 1; }
     std::size_t placeOf(std::uint32_t hash, NodeNumber node) const;
+    void grow(std::size_t more);
 
     CLargeMemory m_memory;
     CEntry* m_entries = nullptr;  // in it
     std::size_t m_capacity = 0;
+    std::size_t m_room = 0;  // for so many entries
     std::size_t m_size = 0;
 };
 

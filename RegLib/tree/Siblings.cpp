@@ -26,11 +26,15 @@ CSiblings::CPlace CSiblings::placeOf(std::size_t index) const {
     return {block, index};
 }
 
-// Grows by half: tens of thousands of keys with ten values each would otherwise have room for
-// sixteen.
+// By two thirds, to 6, 10, 16 and so on: these fill what an allocator gives, and tens of thousands of
+// keys with ten values each have no room for more.
+void CSiblings::growFew() {
+    m_few.reserve(std::max<std::size_t>(6, m_few.size() + m_few.size() * 2 / 3));
+}
+
 void CSiblings::insertIntoFew(std::size_t index, NodeNumber node) {
     if (m_few.size() == m_few.capacity()) {
-        m_few.reserve(std::max<std::size_t>(4, m_few.size() + m_few.size() / 2));
+        growFew();
     }
     m_few.insert(placeIn(m_few, index), node);
 }

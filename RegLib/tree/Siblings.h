@@ -49,6 +49,13 @@ public:
     }
 
     void insert(std::size_t index, NodeNumber node);  // std::bad_alloc: nothing has changed
+    void append(NodeNumber node) {
+        if (!m_many && m_few.size() < m_few.capacity() && m_few.size() < kLongest) {
+            m_few.push_back(node);
+        } else {
+            insert(size(), node);
+        }
+    }
     void erase(std::size_t index);
     void replace(std::size_t index, NodeNumber node);
 
@@ -65,6 +72,7 @@ private:
     static constexpr std::size_t kLongest = 2048;
 
     CPlace placeOf(std::size_t index) const;
+    void growFew();
     void insertIntoFew(std::size_t index, NodeNumber node);
     void becomeMany();
     void split(std::size_t block);

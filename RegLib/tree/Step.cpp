@@ -149,8 +149,8 @@ CStep::eOutcome CStep::keyLine(std::string_view line) {
     CKeyOrValue* at = &m_tree.root();
     std::string_view name;
     while (nextKeyLineName(path, name)) {
-        const CFoldedName folded(name);
-        CKeyOrValue* const next = m_tree.findChild(*at, folded);
+        const CHashedName hashed(name);
+        CKeyOrValue* const next = m_tree.findChild(*at, hashed);
         if (next && (!next->isKey() || !m_tree.hasLine(*next))) {
             return eOutOfStep;  // what is below it is not written
         }
@@ -167,7 +167,7 @@ CStep::eOutcome CStep::keyLine(std::string_view line) {
         m_tree.nameInLine(
             *made, kept,
             kept.substr(static_cast<std::size_t>(name.data() - line.data()), name.size()));
-        return gain(m_tree.link(*at, made, folded));
+        return gain(m_tree.link(*at, made, hashed));
     }
     if (!at->isKey() || at->line() != line) {
         return eOutOfStep;
@@ -185,8 +185,8 @@ CStep::eOutcome CStep::valueLine(std::string_view line) {
     if (!key) {
         return eOutOfStep;
     }
-    const CFoldedName folded(parts.name);
-    CKeyOrValue* const old = m_tree.findChild(*key, folded);
+    const CHashedName hashed(parts.name);
+    CKeyOrValue* const old = m_tree.findChild(*key, hashed);
     if (old) {
         return old->isKey() || m_tree.hasChildren(*old)
                    ? eOutOfStep
@@ -199,7 +199,7 @@ CStep::eOutcome CStep::valueLine(std::string_view line) {
         kept.substr(static_cast<std::size_t>(parts.name.data() - line.data()), parts.name.size()),
         parts.type);
     m_hasValues = true;
-    return gain(m_tree.link(*key, made, folded));
+    return gain(m_tree.link(*key, made, hashed));
 }
 
 CStep::eOutcome CStep::replace(CKeyOrValue& value, std::string_view line, std::string_view name,

@@ -107,9 +107,6 @@ std::string CTree::fullNameFor(const CKeyOrValue* parent, std::string_view name)
 }
 
 void CTree::giveLists(CKeyOrValue& to) {
-    if (to.m_children != 0) {
-        return;
-    }
     if (m_freeChildren.empty()) {
         // With room for all of them, so that giving lists back never fails.
         if (m_freeChildren.capacity() < m_children.size()) {
@@ -128,14 +125,13 @@ void CTree::nameInLine(CKeyOrValue& of, std::string_view line, std::string_view 
     const bool isInside = isUpTo(line.data(), name.data()) &&
                           isUpTo(name.data() + name.size(), line.data() + line.size());
     if (isInside) {
-        of.m_nameAt = static_cast<std::uint32_t>(name.data() - line.data());
-        of.m_nameSize = static_cast<std::uint32_t>(name.size());
+        nameWithin(of, line, name);
     } else {
         m_namesApart.insert_or_assign(of.m_number, std::string(name));
         of.m_nameAt = CKeyOrValue::kNameApart;
+        of.m_pLine = line.data();
+        of.m_lineSize = static_cast<std::uint32_t>(line.size());
     }
-    of.m_pLine = line.data();
-    of.m_lineSize = static_cast<std::uint32_t>(line.size());
 }
 
 // The line is in the tree's memory, and the name is what it says.
@@ -145,19 +141,26 @@ void CTree::useLine(CKeyOrValue& value, std::string_view line, std::string_view 
     if (value.m_nameAt == CKeyOrValue::kNameApart && m_namesApart.size() > kTheRoots) {
         m_namesApart.erase(value.m_number);
     }
-    nameInLine(value, line, name);
+    nameWithin(value, line, name);
     value.m_eDataType = static_cast<std::uint8_t>(type);
     value.m_isDecoded = false;
 }
 
 // What may fail comes first; a parent that got its lists in vain keeps them.
 CKeyOrValue& CTree::linkAt(std::size_t place, CKeyOrValue& parent, CNewNode& made,
-                           const CFoldedName& folded) {
-    giveLists(parent);
+                           const CHashedName& name) {
+    if (parent.m_children == 0) {
+        giveLists(parent);
+    }
     m_index.reserve(1);
-    siblings(parent, made->isKey()).insert(place, made->m_number);
+    CSiblings& among = siblings(parent, made->isKey());
+    if (place == kBehindAll) {
+        among.append(made->m_number);
+    } else {
+        among.insert(place, made->m_number);
+    }
     made->m_parent = parent.m_number;
-    m_index.add(CNameIndex::hashOf(parent, folded.hash()), made->m_number);
+    m_index.add(CNameIndex::hashOf(parent, name.hash()), made->m_number);
     CKeyOrValue& linked = *made;
     made.release();
     return linked;
@@ -165,31 +168,31 @@ CKeyOrValue& CTree::linkAt(std::size_t place, CKeyOrValue& parent, CNewNode& mad
 
 // The name comes after those of all children: lines of a file arrive in order, and what they name need
 // not be looked for then.
-bool CTree::isBehindAll(const CKeyOrValue& parent, const CFoldedName& folded) const {
+bool CTree::isBehindAll(const CKeyOrValue& parent, const CHashedName& name) const {
     const CChildren& children = m_children[parent.m_children];
     const auto isBehind = [&](const CSiblings& among) {
-        return among.empty() || compareFolded(nameOf(node(among.back())), folded.view()) < 0;
+        return among.empty() || compareFolded(nameOf(node(among.back())), name.text()) < 0;
     };
     return isBehind(children.values) && isBehind(children.keys);
 }
 
 // A value takes the place of what bears its name. Keys with handles go on without their place.
-void CTree::displaceBy(CKeyOrValue& old, CNewNode& made, const CFoldedName& folded) {
+void CTree::displaceBy(CKeyOrValue& old, CNewNode& made, const CHashedName& name) {
     const bool isKept = hasHandlesBelow(old);
     if (m_displaced.size() == m_displaced.capacity()) {
         m_displaced.reserve(2 * m_displaced.size() + 1);
     }
     CKeyOrValue& parent = *parentOf(old);
     CSiblings& values = siblings(parent, false);
-    const std::size_t place = placeAmong(values, folded.view());
+    const std::size_t place = placeAmong(values, name.text());
     if (old.isKey()) {
         values.insert(place, made->m_number);
         CSiblings& keys = siblings(parent, true);
-        keys.erase(placeAmong(keys, folded.view()));
+        keys.erase(placeAmong(keys, name.text()));
     } else {
         values.replace(place, made->m_number);
     }
-    m_index.replace(CNameIndex::hashOf(parent, folded.hash()), old.m_number, made->m_number);
+    m_index.replace(CNameIndex::hashOf(parent, name.hash()), old.m_number, made->m_number);
     made->m_parent = parent.m_number;
     made.release();
     m_isOrdered = false;
@@ -201,7 +204,8 @@ void CTree::displaceBy(CKeyOrValue& old, CNewNode& made, const CFoldedName& fold
     }
 }
 
-CKeyOrValue& CTree::addKey(CKeyOrValue& parent, std::string_view name, const CFoldedName& folded) {
+CKeyOrValue& CTree::addKey(CKeyOrValue& parent, const CHashedName& hashed) {
+    const std::string_view name = hashed.text();
     const std::string fullName = fullNameFor(&parent, name);
     checkSize(fullName);
     CNewNode made(*this);
@@ -210,21 +214,22 @@ CKeyOrValue& CTree::addKey(CKeyOrValue& parent, std::string_view name, const CFo
     const bool isAtEnd = line.substr(0, line.size() - 1).ends_with(name) && name != kTreeRootName;
     nameInLine(*made, line,
                isAtEnd ? line.substr(line.size() - 1 - name.size(), name.size()) : name);
-    CKeyOrValue& key = link(parent, made, folded);
+    CKeyOrValue& key = link(parent, made, hashed);
     textGains(key);
     wasteNoText();
     return key;
 }
 
-CKeyOrValue& CTree::addValue(CKeyOrValue& parent, std::string_view name, const CFoldedName& folded,
+CKeyOrValue& CTree::addValue(CKeyOrValue& parent, const CHashedName& hashed,
                              CRegLib::eDataType type, std::string_view line) {
+    const std::string_view name = hashed.text();
     checkSize(line);
     CNewNode made(*this);
     made->m_eDataType = static_cast<std::uint8_t>(type);
     const std::string_view kept(m_text.keep(line), line.size());
     const bool isInside = kept.size() > name.size() && kept.substr(1, name.size()) == name;
     nameInLine(*made, kept, isInside ? kept.substr(1, name.size()) : name);
-    CKeyOrValue& value = link(parent, made, folded);
+    CKeyOrValue& value = link(parent, made, hashed);
     textGains(value);
     wasteNoText();
     return value;

@@ -11,8 +11,8 @@
 #include <unordered_map>
 #include <vector>
 
-#include "RegLib/base/FoldedName.h"
 #include "RegLib/base/Folding.h"
+#include "RegLib/base/HashedName.h"
 #include "RegLib/tree/KeyOrValue.h"
 #include "RegLib/tree/NameIndex.h"
 #include "RegLib/tree/NodePool.h"
@@ -51,12 +51,15 @@ public:
                    : nameApart(of);
     }
 
-    // Null when there is none. A name as it is will do; the folded one is for who needs it otherwise.
-    CKeyOrValue* findChild(const CKeyOrValue& parent, const CFoldedName& name) const {
-        return findHashed(parent, name.view(), name.hash());
-    }
-    CKeyOrValue* findChild(const CKeyOrValue& parent, std::string_view name) const {
-        return findHashed(parent, name, CFoldedName::hashOf(name));
+    // Null when there is none. Every query is little else than this.
+    [[gnu::always_inline]] CKeyOrValue* findChild(const CKeyOrValue& parent,
+                                                  const CHashedName& name) const {
+        const NodeNumber found =
+            m_index.find(CNameIndex::hashOf(parent, name.hash()), [&](NodeNumber number) {
+                const CKeyOrValue& of = node(number);
+                return of.m_parent == parent.m_number && isSameName(nameOf(of), name.text());
+            });
+        return found != 0 ? &node(found) : nullptr;
     }
 
     // The index-th sub key, or value; null past the last one and for an index below 0.
@@ -70,9 +73,9 @@ public:
     std::string fullNameFor(const CKeyOrValue* parent, std::string_view name) const;
 
     // The parent has no child of that name.
-    CKeyOrValue& addKey(CKeyOrValue& parent, std::string_view name, const CFoldedName& folded);
-    CKeyOrValue& addValue(CKeyOrValue& parent, std::string_view name, const CFoldedName& folded,
-                          CRegLib::eDataType type, std::string_view line);
+    CKeyOrValue& addKey(CKeyOrValue& parent, const CHashedName& name);
+    CKeyOrValue& addValue(CKeyOrValue& parent, const CHashedName& name, CRegLib::eDataType type,
+                          std::string_view line);
 
     // The value keeps the spelling of its name, whatever the line says.
     void setValue(CKeyOrValue& value, CRegLib::eDataType type, std::string_view line);
@@ -139,31 +142,28 @@ private:
 
     std::uint32_t decoded(CKeyOrValue& value) const;
     std::string_view nameApart(const CKeyOrValue& of) const;
-    CKeyOrValue* findHashed(const CKeyOrValue& parent, std::string_view name,
-                            std::uint64_t hash) const {
-        const NodeNumber found =
-            m_index.find(CNameIndex::hashOf(parent, hash), [&](NodeNumber number) {
-                const CKeyOrValue& of = node(number);
-                return of.m_parent == parent.m_number && isSameName(nameOf(of), name);
-            });
-        return found != 0 ? &node(found) : nullptr;
-    }
     CSiblings& siblings(const CKeyOrValue& parent, bool isKey);
     std::size_t placeAmong(const CSiblings& siblings, std::string_view name) const;
 
     // Linking; Tree.cpp.
     void giveLists(CKeyOrValue& to);
-    CKeyOrValue& link(CKeyOrValue& parent, CNewNode& made, const CFoldedName& folded) {
-        return linkAt(placeAmong(siblings(parent, made->isKey()), folded.view()), parent, made,
-                      folded);
+    CKeyOrValue& link(CKeyOrValue& parent, CNewNode& made, const CHashedName& name) {
+        return linkAt(placeAmong(siblings(parent, made->isKey()), name.text()), parent, made, name);
     }
+    static constexpr std::size_t kBehindAll = ~std::size_t{0};
     CKeyOrValue& linkAt(std::size_t place, CKeyOrValue& parent, CNewNode& made,
-                        const CFoldedName& folded);
-    bool isBehindAll(const CKeyOrValue& parent, const CFoldedName& folded) const;
-    void displaceBy(CKeyOrValue& old, CNewNode& made, const CFoldedName& folded);
+                        const CHashedName& name);
+    bool isBehindAll(const CKeyOrValue& parent, const CHashedName& name) const;
+    void displaceBy(CKeyOrValue& old, CNewNode& made, const CHashedName& name);
     void useLine(CKeyOrValue& value, std::string_view line, std::string_view name,
                  CRegLib::eDataType type);
     void nameInLine(CKeyOrValue& of, std::string_view line, std::string_view name);
+    static void nameWithin(CKeyOrValue& of, std::string_view line, std::string_view name) {
+        of.m_nameAt = static_cast<std::uint32_t>(name.data() - line.data());
+        of.m_nameSize = static_cast<std::uint32_t>(name.size());
+        of.m_pLine = line.data();
+        of.m_lineSize = static_cast<std::uint32_t>(line.size());
+    }
 
     // Leaving; Leaving.cpp.
     void unlink(CKeyOrValue& of);

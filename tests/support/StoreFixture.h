@@ -51,7 +51,7 @@ public:
     CKeyOrValue* node(const std::vector<std::string>& foldedNames) const {
         CKeyOrValue* at = &treeRoot();
         for (const std::string& name : foldedNames) {
-            at = at ? tree().findChild(*at, CFoldedName(name)) : nullptr;
+            at = at ? tree().findChild(*at, name) : nullptr;
         }
         return at;
     }

@@ -83,7 +83,7 @@ TEST_F(Export, WritesALargeTreeInFewBlocks) {
     std::string expected = "[Velquist]\n";
     for (int i = 100; i < 500; ++i) {
         const std::string name = "v" + std::to_string(i);
-        probe.tree().addValue(*probe.node({"velquist"}), name, CFoldedName(name), CRegLib::eString,
+        probe.tree().addValue(*probe.node({"velquist"}), name, CRegLib::eString,
                               "\"" + name + "\"=string:" + text);
         expected += "\"" + name + "\"=string:" + text + "\n";
     }

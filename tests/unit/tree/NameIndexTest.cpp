@@ -6,7 +6,7 @@
 #include <random>
 #include <set>
 
-#include "RegLib/base/FoldedName.h"
+#include "RegLib/base/HashedName.h"
 
 using namespace VQRegLib;
 
@@ -105,7 +105,7 @@ TEST(NameIndex, HoldsWhatAMapHoldsWhileItGrowsAndShrinks) {
 }
 
 TEST(NameIndex, TellsApartTheSameNameBelowManyParents) {
-    const std::uint64_t name = CFoldedName::hashOf("Port");
+    const std::uint64_t name = CHashedName("Port").hash();
     std::set<std::uint32_t> hashes;
     const std::vector<CKeyOrValue> parents(1000);
     for (const CKeyOrValue& parent : parents) {

@@ -195,7 +195,7 @@ std::string dumpOf(const CTree& tree, const CKeyOrValue& top) {
     tree.forEachShown(top, [&](const CKeyOrValue& at, unsigned long depth) {
         const CKeyOrValue* const parent = tree.parentOf(at);
         const std::string name(tree.nameOf(at));
-        const bool isFound = &at == &top || (tree.findChild(*parent, CFoldedName(name)) == &at &&
+        const bool isFound = &at == &top || (tree.findChild(*parent, name) == &at &&
                                              tree.findChild(*parent, name) == &at);
         CKeyOrValue& node = tree.node(at.m_number);
         std::string_view data;

@@ -211,15 +211,15 @@ void Trio::takeHandle(const Handle& at) {
 }
 
 void Trio::addKey(const Handle& at, const std::string& name) {
-    m_stepped.addKey(*at.stepped, name, CFoldedName(name));
-    m_whole.addKey(*at.whole, name, CFoldedName(name));
+    m_stepped.addKey(*at.stepped, name);
+    m_whole.addKey(*at.whole, name);
     m_plain.addKey(*at.plain, name);
 }
 
 void Trio::addValue(const Handle& at, const std::string& name) {
     const std::string line = m_changes.valueLine(name);
-    m_stepped.addValue(*at.stepped, name, CFoldedName(name), typeOf(line), line);
-    m_whole.addValue(*at.whole, name, CFoldedName(name), typeOf(line), line);
+    m_stepped.addValue(*at.stepped, name, typeOf(line), line);
+    m_whole.addValue(*at.whole, name, typeOf(line), line);
     m_plain.addValue(*at.plain, name, typeOf(line), line);
 }
 

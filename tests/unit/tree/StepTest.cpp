@@ -108,20 +108,18 @@ TEST_F(Step, CannotRunAfterAChangeThatIsNotInTheFile) {
 TEST_F(Step, CannotRunOnATextThatSaysOtherThanWasMeantOnceItIsRead) {
     const auto canRunWith = [](const auto& change) {
         CTree fresh;
-        Node& top = fresh.addKey(fresh.root(), "a", CFoldedName("a"));
+        Node& top = fresh.addKey(fresh.root(), "a");
         change(fresh, top);
         textOf(fresh);
         fresh.textWasWritten();
         return CStep(fresh).canRun();
     };
     const auto withValue = [&](std::string_view name, std::string_view line) {
-        return canRunWith([&](CTree& fresh, Node& top) {
-            fresh.addValue(top, name, CFoldedName(name), CRegLib::eString, line);
-        });
+        return canRunWith(
+            [&](CTree& fresh, Node& top) { fresh.addValue(top, name, CRegLib::eString, line); });
     };
     const auto withKey = [&](std::string_view name) {
-        return canRunWith(
-            [&](CTree& fresh, Node& top) { fresh.addKey(top, name, CFoldedName(name)); });
+        return canRunWith([&](CTree& fresh, Node& top) { fresh.addKey(top, name); });
     };
     EXPECT_TRUE(withValue("v", "\"v\"=string:x"));
     EXPECT_FALSE(withValue("v", "\"V\"=string:x"));
@@ -137,7 +135,7 @@ TEST_F(Step, CannotRunOnATextThatSaysOtherThanWasMeantOnceItIsRead) {
     EXPECT_FALSE(withKey("x]y"));
     EXPECT_FALSE(withKey(std::string(2048, 'x')));
     EXPECT_FALSE(canRunWith([](CTree& fresh, Node&) {
-        fresh.addValue(fresh.root(), "v", CFoldedName("v"), CRegLib::eString, "\"v\"=string:x");
+        fresh.addValue(fresh.root(), "v", CRegLib::eString, "\"v\"=string:x");
     }));
 }
 

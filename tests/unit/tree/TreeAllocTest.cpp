@@ -168,7 +168,7 @@ protected:
         for (CTree* const each : {&tree, &expected}) {
             merge(*each, text);
             merge(*each, text + "[c]\n\"v\"=string:later\n");
-            each->addKey(at(*each, "c"), "new", CFoldedName("new"));
+            each->addKey(at(*each, "c"), "new");
         }
         ASSERT_EQ(shown(tree), shown(expected));
         ASSERT_EQ(textOf(tree), textOf(expected));
@@ -221,19 +221,17 @@ protected:
 
 TEST_F(TreeWithoutMemory, AddsKeys) {
     for (const std::string& name : {std::string("new"), kLongName, std::string("<root>")}) {
-        tryAll([&](CTree& tree) { tree.addKey(at(tree, "b"), name, CFoldedName(name)); });
-        tryAll([&](CTree& tree) { tree.addKey(at(tree, "a"), name, CFoldedName(name)); });
+        tryAll([&](CTree& tree) { tree.addKey(at(tree, "b"), name); });
+        tryAll([&](CTree& tree) { tree.addKey(at(tree, "a"), name); });
     }
 }
 
 TEST_F(TreeWithoutMemory, AddsValues) {
     for (const std::string& name : {std::string("new"), kLongName}) {
         const std::string line = composeStringLine(name, "x");
+        tryAll([&](CTree& tree) { tree.addValue(at(tree, "b"), name, CRegLib::eString, line); });
         tryAll([&](CTree& tree) {
-            tree.addValue(at(tree, "b"), name, CFoldedName(name), CRegLib::eString, line);
-        });
-        tryAll([&](CTree& tree) {
-            tree.addValue(at(tree, "a"), name, CFoldedName(name), CRegLib::eString,
+            tree.addValue(at(tree, "a"), name, CRegLib::eString,
                           "\"" + kLongName + "\"=string:spelled apart");
         });
     }
@@ -243,8 +241,7 @@ TEST_F(TreeWithoutMemory, AddsTheOneThatMakesManySiblingsOfFew) {
     const auto fill = [](CTree& tree, int count) {
         for (int number = 0; number < count; ++number) {
             const std::string name = std::to_string(number);
-            tree.addValue(at(tree, "b"), name, CFoldedName(name), CRegLib::eString,
-                          composeStringLine(name, "x"));
+            tree.addValue(at(tree, "b"), name, CRegLib::eString, composeStringLine(name, "x"));
         }
     };
     for (const int count : {2047, 2048, 3071, 3072}) {
@@ -255,8 +252,7 @@ TEST_F(TreeWithoutMemory, AddsTheOneThatMakesManySiblingsOfFew) {
             fill(tree, count);
             const std::string before = textOf(tree);
             const auto add = [](CTree& to) {
-                to.addValue(at(to, "b"), "new", CFoldedName("new"), CRegLib::eString,
-                            "\"new\"=string:x");
+                to.addValue(at(to, "b"), "new", CRegLib::eString, "\"new\"=string:x");
             };
             failed = failsAt(n, tree, add) ? 1 : 0;
             if (failed != 0 && tree.countOfKind(at(tree, "b"), false) == std::size_t(count)) {

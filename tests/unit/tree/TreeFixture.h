@@ -20,18 +20,16 @@ protected:
     using Node = VQRegLib::CKeyOrValue;
 
     Node& key(std::string_view name) { return key(tree.root(), name); }
-    Node& key(Node& parent, std::string_view name) {
-        return tree.addKey(parent, name, VQRegLib::CFoldedName(name));
-    }
+    Node& key(Node& parent, std::string_view name) { return tree.addKey(parent, name); }
     Node& value(Node& parent, std::string_view name, std::string_view text) {
-        return tree.addValue(parent, name, VQRegLib::CFoldedName(name), VQRegLib::CRegLib::eString,
+        return tree.addValue(parent, name, VQRegLib::CRegLib::eString,
                              VQRegLib::composeStringLine(name, text));
     }
     void set(Node& value, std::string_view name, std::string_view text) {
         tree.setValue(value, VQRegLib::CRegLib::eString, VQRegLib::composeStringLine(name, text));
     }
     Node* find(const Node& parent, std::string_view name) const {
-        return tree.findChild(parent, VQRegLib::CFoldedName(name));
+        return tree.findChild(parent, name);
     }
 
     /// As "a|b|", in order.

@@ -45,8 +45,8 @@ TEST_F(Tree, FindsNamesInAnySpellingAndKeepsTheFirst) {
 
 TEST_F(Tree, WritesAKeyItsValuesAndThenItsSubKeysEachInOrder) {
     CKeyOrValue& top = key("Top");
-    CKeyOrValue& b = tree.addKey(top, "b", CFoldedName("b"));
-    tree.addKey(top, "A", CFoldedName("A"));
+    CKeyOrValue& b = tree.addKey(top, "b");
+    tree.addKey(top, "A");
     value(b, "y", "1");
     value(top, "z", "2");
     value(top, "K", "3");
@@ -69,8 +69,8 @@ TEST_F(Tree, CountsTheChildrenOfEachKindByThemselves) {
     CKeyOrValue& top = key("Top");
     EXPECT_FALSE(tree.hasChildren(top));
     value(top, "b", "x");
-    tree.addKey(top, "a", CFoldedName("a"));
-    tree.addKey(top, "c", CFoldedName("c"));
+    tree.addKey(top, "a");
+    tree.addKey(top, "c");
     EXPECT_EQ(tree.countOfKind(top, true), 2u);
     EXPECT_EQ(tree.countOfKind(top, false), 1u);
     EXPECT_TRUE(tree.hasChildren(top));
@@ -84,22 +84,22 @@ TEST_F(Tree, CountsTheChildrenOfEachKindByThemselves) {
 
 TEST_F(Tree, LeavesOutTheNameOfTheRootWhoeverBearsIt) {
     CKeyOrValue& top = key("Top");
-    CKeyOrValue& named = tree.addKey(top, "<root>", CFoldedName("<root>"));
-    CKeyOrValue& below = tree.addKey(named, "x", CFoldedName("x"));
-    CKeyOrValue& other = tree.addKey(top, "<ROOT>", CFoldedName("<other>"));
+    CKeyOrValue& named = tree.addKey(top, "<root>");
+    CKeyOrValue& below = tree.addKey(named, "x");
+    CKeyOrValue& other = tree.addKey(tree.addKey(top, "y"), "<ROOT>");
     EXPECT_EQ(named.line(), "[Top]");
     EXPECT_EQ(below.line(), "[Top/x]");
-    EXPECT_EQ(other.line(), "[Top/<ROOT>]") << "only this spelling is the root's";
+    EXPECT_EQ(other.line(), "[Top/y/<ROOT>]") << "only this spelling is the root's";
     EXPECT_EQ(tree.nameOf(named), "<root>");
     EXPECT_EQ(tree.fullNameFor(nullptr, "x"), "[x]");
 }
 
 TEST_F(Tree, WritesNoLineForAKeyThatIsNamedAsTheRoot) {
     CKeyOrValue& top = key("Top");
-    CKeyOrValue& named = tree.addKey(top, "<root>", CFoldedName("<root>"));
+    CKeyOrValue& named = tree.addKey(top, "<root>");
     EXPECT_EQ(textOf(tree), "[Top]\n");
     value(named, "v", "x");
-    tree.addKey(named, "k", CFoldedName("k"));
+    tree.addKey(named, "k");
     EXPECT_EQ(textOf(tree), "[Top]\n\"v\"=string:x\n[Top/k]\n");
 }
 
@@ -109,7 +109,7 @@ TEST_F(Tree, KeepsNamesThatTheFormatCannotHold) {
     for (const std::string& name :
          {std::string(), longName, std::string("c:c"), std::string("s/s"), std::string("x]y"),
           std::string("q\"q"), std::string("[b"), std::string("cr\r"), std::string("lf\n")}) {
-        CKeyOrValue& asKey = tree.addKey(top, name, CFoldedName(name));
+        CKeyOrValue& asKey = tree.addKey(top, name);
         EXPECT_EQ(tree.nameOf(asKey), name);
         EXPECT_EQ(asKey.line(), "[Top/" + name + "]");
         EXPECT_EQ(find(top, name), &asKey);
@@ -158,7 +158,7 @@ TEST_F(Tree, ChangesALineOfTheSameSizeInTheTextThatItHas) {
 TEST_F(Tree, ReadsTheNumberOfALineAgainWhenItHasChanged) {
     CKeyOrValue& top = key("Top");
     const auto line = [](std::uint32_t number) { return composeDwordLine("n", number); };
-    CKeyOrValue& number = tree.addValue(top, "n", CFoldedName("n"), CRegLib::eDword, line(7));
+    CKeyOrValue& number = tree.addValue(top, "n", CRegLib::eDword, line(7));
     EXPECT_EQ(tree.dwordOf(number), 7u);
     EXPECT_EQ(tree.dwordOf(number), 7u);
     tree.setValue(number, CRegLib::eDword, line(0xFFFFFFFF));
@@ -178,7 +178,7 @@ TEST_F(Tree, ChangesTheTypeOfAValueWithItsLine) {
 }
 
 TEST_F(Tree, TellsWhetherThereIsAnyValue) {
-    CKeyOrValue& deep = tree.addKey(key("Top"), "deep", CFoldedName("deep"));
+    CKeyOrValue& deep = tree.addKey(key("Top"), "deep");
     key("Other");
     EXPECT_FALSE(tree.hasValue());
     CKeyOrValue& only = value(deep, "v", "x");
@@ -189,7 +189,7 @@ TEST_F(Tree, TellsWhetherThereIsAnyValue) {
 
 TEST_F(Tree, ShowsValuesAndSubKeysTogetherInTheOrderOfTheirNames) {
     CKeyOrValue& top = key("Top");
-    CKeyOrValue& b = tree.addKey(top, "b", CFoldedName("b"));
+    CKeyOrValue& b = tree.addKey(top, "b");
     value(top, "a", "1");
     value(top, "C", "2");
     value(b, "x", "3");

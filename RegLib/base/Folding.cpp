@@ -1,21 +1,6 @@
-#include "RegLib/base/FoldedName.h"
+#include "RegLib/base/Folding.h"
 
 namespace VQRegLib {
-
-const char CFoldedName::m_anchor = 0;
-
-CFoldedName::CFoldedName(std::string_view name) : m_hash(hashAtFirst(name)) {
-    char* folded = m_inline;
-    if (name.size() + sizeof(std::uint64_t) > sizeof m_inline) {
-        m_long.resize(name.size() + sizeof(std::uint64_t));
-        folded = m_long.data();
-    }
-    m_view = std::string_view(folded, name.size());
-    forEachFoldedWord(name, [&](std::uint64_t word, std::size_t place) {
-        std::memcpy(folded + place, &word, sizeof word);
-        addToHash(m_hash, word);
-    });
-}
 
 int compareFolded(std::string_view name, std::string_view other) {
     const std::size_t common = name.size() < other.size() ? name.size() : other.size();

@@ -1,0 +1,35 @@
+#include "RegLib/base/HashedName.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <string_view>
+
+using VQRegLib::CHashedName;
+
+TEST(HashedName, KeepsEveryByteOfTheNameAsItIs) {
+    const std::string name("Na\0Me", 5);
+    EXPECT_EQ(CHashedName(name).text(), name);
+    EXPECT_EQ(CHashedName(name).text().data(), name.data()) << "no copy";
+    EXPECT_EQ(CHashedName(std::string_view("ABCDEF").substr(2, 2)).text(), "CD");
+    EXPECT_EQ(CHashedName("Name").text(), "Name");
+    EXPECT_EQ(CHashedName(std::string_view()).text(), "");
+}
+
+TEST(HashedName, HasNoLimit) {
+    for (const std::size_t size : {1u, 255u, 256u, 257u, 512u, 100000u}) {
+        std::string name(size, 'X');
+        name.back() = 'Y';
+        std::string other(size, 'x');
+        EXPECT_NE(CHashedName(name).hash(), CHashedName(other).hash()) << size;
+        other.back() = 'y';
+        EXPECT_EQ(CHashedName(name).hash(), CHashedName(other).hash()) << size;
+    }
+}
+
+TEST(HashedName, FoldsLettersOfAsciiAndNoOtherByte) {
+    EXPECT_EQ(CHashedName("AZaz09").hash(), CHashedName("azAZ09").hash());
+    EXPECT_NE(CHashedName("[").hash(), CHashedName("{").hash());
+    EXPECT_NE(CHashedName("@").hash(), CHashedName("`").hash());
+    EXPECT_NE(CHashedName("\xC4").hash(), CHashedName("\xE4").hash());
+}
