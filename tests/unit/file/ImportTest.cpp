@@ -68,6 +68,13 @@ TEST_F(Import, HappensOnlyWhenTheStampsDiffer) {
     EXPECT_THAT(files.calls(), IsEmpty());
 }
 
+TEST_F(Import, HappensAtASmallerStampToo) {
+    file.write("[Velquist]\n\"a\"=dword:00000001\n");
+    probe.setSharedStamp(probe.sharedStamp() - 2);
+    EXPECT_EQ(get(*store, root, "a"), Value::ofDword(1));
+    EXPECT_EQ(probe.localStamp(), probe.sharedStamp());
+}
+
 TEST_F(Import, ReadsKeysAndValuesOfAllTypes) {
     EXPECT_EQ(import("[Velquist]\n\"Version\"=string:4.2 build 17\n[Velquist/Network]\n"
                      "\"MacAddr\"=binary:0010A4C3F20B\n\"Port\"=dword:00001F90\n"

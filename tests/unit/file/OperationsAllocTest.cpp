@@ -268,3 +268,22 @@ TEST_F(Operations, ConstructAStoreWithoutMemory) {
     EXPECT_THAT(thrown, IsSupersetOf({"RegLib.3249", "RegLib.3253", "RegLib.3264", "RegLib.3282",
                                       "RegLib.3294", "RegLib.3311"}));
 }
+
+TEST_F(Operations, AKeyThatTheStoreSetOutToMakeIsToldAsNewAlsoWithoutMemory) {
+    bool isSeen = false;
+    bool failed = true;
+    for (long n = 0; failed; ++n) {
+        ASSERT_LT(n, kMostAllocations);
+        file.write("");
+        auto store = open();
+        CRegKey key;
+        int exists = 7;
+        int code = REGLIB_OK;
+        failed =
+            failingAt(n, [&] { code = store->VQRegCreateKey(nullptr, "new", key, 1, &exists); });
+        const bool isMade = CFileStoreProbe(*store).node({"velquist", "new"}) != nullptr;
+        ASSERT_TRUE(exists == 0 || !isMade) << n;
+        isSeen = isSeen || (code == REGLIB_E_FAIL && !isMade && exists == 0);
+    }
+    EXPECT_TRUE(isSeen) << "no allocation of the new node has failed";
+}

@@ -72,6 +72,17 @@ TEST_F(NoCopies, ClearingARecordThrowsAtTheKeyName) {
     EXPECT_EQ(record.m_pszKeyName, nullptr);
 }
 
+TEST_F(NoCopies, AnIdThatIsNotGivenIsNotTold) {
+    CRegKeyImplFile record;
+    std::uint32_t id = 77;
+    int node = 0;
+    const CopiesLeft none(0);
+    EXPECT_EQ(thrownBy([&] { store->CRegLibImpl::setKeyInfo(&record, "[a]", "a", &node, &id); }),
+              "RegLib.1972");
+    EXPECT_EQ(id, 77u);
+    store->m_handles.retirePending(&record);
+}
+
 TEST_F(NoCopies, OpeningAKeyThrowsAndTheNextTimeWorks) {
     CRegKey key;
     for (int copies = 0; copies < 2; ++copies) {
