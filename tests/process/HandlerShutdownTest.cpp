@@ -18,12 +18,15 @@
 
 #include "VQRegLib.h"
 #include "support/ForkedChild.h"
+#include "support/Threads.h"
 #include "support/WatchedStore.h"
 
 using namespace VQRegLib;
+using vqtest::CallElsewhere;
 using vqtest::Common;
 using vqtest::ForkedChild;
 using vqtest::Handler;
+using vqtest::kPatienceSeconds;
 using vqtest::moveFileTime;
 using vqtest::openSession;
 using vqtest::setNumber;
@@ -33,48 +36,13 @@ using vqtest::waitWatchers;
 
 namespace {
 
-constexpr unsigned kPatienceSeconds = 90;  // a deadlock ends the process then
 constexpr std::chrono::milliseconds kProbe(50);
 
-class HandlerShutdown : public vqtest::WatchedStore {
+class HandlerShutdown : public vqtest::PatientStore {
 protected:
-    void SetUp() override {
-        ::alarm(kPatienceSeconds);
-        WatchedStore::SetUp();
-    }
-
     static bool waitNoWatchers() {
         return waitUntil([] { return vqtest::countThreads("FileWatch") == 0; });
     }
-};
-
-/// A piece of work on a thread of its own.
-class Background {
-public:
-    explicit Background(const std::function<void()>& work)
-        : m_thread([this, work] {
-              m_isBegun = true;
-              work();
-              m_isOver = true;
-          }) {}
-    ~Background() { m_thread.join(); }
-    Background(const Background&) = delete;
-    Background& operator=(const Background&) = delete;
-
-    bool isBegun() const { return m_isBegun; }
-    bool isOver() const { return m_isOver; }
-    bool waitOver() const {
-        return waitUntil([this] { return isOver(); });
-    }
-    /// False negatives are possible on a slow machine, false alarms are not.
-    bool staysBusy() const {
-        return !waitUntil([this] { return isOver(); }, kProbe);
-    }
-
-private:
-    std::atomic<bool> m_isBegun{false};
-    std::atomic<bool> m_isOver{false};
-    std::thread m_thread;
 };
 
 }  // namespace
@@ -99,13 +67,13 @@ TEST_F(HandlerShutdown, WaitsForARoundThatHasBegun) {
     ASSERT_TRUE(waitUntil([&] { return handler.begun() + another.begun() == 1; }));
     int callsAtEnd = 0;
     {
-        const Background closing([&] {
+        const CallElsewhere closing([&] {
             session.reset();
             callsAtEnd = handler.calls() + another.calls();
         });
-        EXPECT_TRUE(closing.staysBusy());
+        EXPECT_TRUE(closing.waits());
         mayReturn = true;
-        EXPECT_TRUE(closing.waitOver());
+        EXPECT_TRUE(closing.returns());
     }
     EXPECT_EQ(callsAtEnd, 2) << "the round is finished";
     EXPECT_TRUE(waitNoWatchers());
@@ -147,11 +115,11 @@ TEST_F(HandlerShutdown, EndsWhileAHandlerOpensSessionsAndRegisters) {
     watch(handler);
     announceChange();
     ASSERT_TRUE(handler.waitBegun(1));
-    const Background closing([&] {
+    const CallElsewhere closing([&] {
         isClosing = true;
         session.reset();
     });
-    EXPECT_TRUE(closing.waitOver());
+    EXPECT_TRUE(closing.returns());
     EXPECT_EQ(handler.calls(), 1);
     EXPECT_TRUE(waitNoWatchers());
 }
@@ -162,8 +130,8 @@ TEST_F(HandlerShutdown, TheRestOfTheProcessGoesOnMeanwhile) {
     watch(slow);
     announceChange();
     ASSERT_TRUE(slow.waitBegun(1));
-    const Background closing([&] { session.reset(); });
-    EXPECT_TRUE(closing.staysBusy());
+    const CallElsewhere closing([&] { session.reset(); });
+    EXPECT_TRUE(closing.waits());
     TempStore otherFile;
     auto other = openSession(otherFile.path());
     Handler handler;
@@ -175,7 +143,7 @@ TEST_F(HandlerShutdown, TheRestOfTheProcessGoesOnMeanwhile) {
     const auto again = openSession(file.path());
     EXPECT_EQ(setNumber(*again, "Number", 9), REGLIB_OK);
     other.reset();
-    EXPECT_FALSE(closing.isOver());
+    EXPECT_TRUE(closing.waits());
     mayReturn = true;
 }
 
@@ -241,7 +209,7 @@ TEST_F(HandlerShutdown, AHandlerMayClearAnotherWhileTheLastSessionIsClosed) {
     watch(handlers[0]);
     announceChange();
     ASSERT_TRUE(handlers[0].waitBegun(1));
-    const Background closing([&] {
+    const CallElsewhere closing([&] {
         ::pthread_setname_np(::pthread_self(), "Closing");
         session.reset();
     });
@@ -252,7 +220,7 @@ TEST_F(HandlerShutdown, AHandlerMayClearAnotherWhileTheLastSessionIsClosed) {
         });
     });
     ASSERT_TRUE(isClosing);
-    EXPECT_TRUE(closing.waitOver());
+    EXPECT_TRUE(closing.returns());
     EXPECT_EQ(handlers[0].calls(), 1);
     EXPECT_EQ(handlers[1].begun(), 0);
     EXPECT_TRUE(waitNoWatchers());
@@ -292,72 +260,14 @@ TEST_F(HandlerShutdown, RegisteringWhileAHandlerRegistersDoesNotBlock) {
     watch(handler);
     announceChange();
     ASSERT_TRUE(handler.waitBegun(1));
-    const Background registering([&] {
+    const CallElsewhere registering([&] {
         isRegistering = true;
         session->SetRegistryChangeHandler(&fromOutside);
         session->ClrRegistryChangeHandler(&handler);
     });
-    EXPECT_TRUE(registering.waitOver());
+    EXPECT_TRUE(registering.returns());
     announceChange();
     EXPECT_TRUE(fromOutside.waitCalls(1));
     EXPECT_TRUE(waitUntil([&] { return fromInside.calls() >= 1; }));
     EXPECT_EQ(handler.calls(), 1);
-}
-
-// In the children: a root key of their own makes their session the only one of its store.
-
-TEST_F(HandlerShutdown, AProcessMayExitWhileAHandlerRuns) {
-    ForkedChild child([&] {
-        ::alarm(kPatienceSeconds);
-        Handler handler([] { ::pause(); });
-        auto* const own = openSession(file.path(), "Child").release();
-        own->SetRegistryChangeHandler(&handler);
-        if (!waitWatchers(1)) {
-            return 1;
-        }
-        moveFileTime(file.path());
-        own->SendRegistryChangeNotification();
-        std::exit(handler.waitBegun(1) ? 4 : 2);
-        return 0;
-    });
-    EXPECT_EQ(child.wait(), 4);
-}
-
-TEST_F(HandlerShutdown, AHandlerMayExitTheProcess) {
-    for (const bool isStatic : {false, true}) {
-        Common<std::atomic<bool>> isReady;
-        ForkedChild child([&] {
-            ::alarm(kPatienceSeconds);
-            static std::unique_ptr<CRegLib> atExit;  // destroyed by the thread that calls exit
-            Handler handler([] { std::exit(6); });
-            auto own = openSession(file.path(), "Child");
-            CRegLib& opened = *own;
-            atExit = isStatic ? std::move(own) : std::unique_ptr<CRegLib>();
-            opened.SetRegistryChangeHandler(&handler);
-            *isReady = waitWatchers(1);
-            return ::pause();
-        });
-        ASSERT_TRUE(waitUntil([&] { return isReady->load(); }));
-        announceChange();
-        EXPECT_EQ(child.wait(), 6) << isStatic;
-    }
-}
-
-TEST_F(HandlerShutdown, SessionsMayBeClosedByExit) {
-    ForkedChild child([&] {
-        ::alarm(kPatienceSeconds);
-        static Handler handler;
-        static std::unique_ptr<CRegLib> atExit;
-        atExit = openSession(file.path(), "Child");
-        atExit->SetRegistryChangeHandler(&handler);
-        if (!waitWatchers(1)) {
-            return 1;
-        }
-        moveFileTime(file.path());
-        atExit->SendRegistryChangeNotification();
-        std::exit(7);
-        return 0;
-    });
-    EXPECT_EQ(child.wait(), 7);
-    EXPECT_TRUE(vqtest::semaphoreFiles().empty());
 }
