@@ -1,20 +1,13 @@
 // Destroying stores, and ending processes, while handlers wait, run or are about to be called.
 #include <gtest/gtest.h>
-#include <pthread.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
 #include <exception>
-#include <functional>
 #include <memory>
 #include <stdexcept>
-#include <string>
 #include <thread>
-#include <utility>
-#include <vector>
 
 #include "VQRegLib.h"
 #include "support/ForkedChild.h"
@@ -23,7 +16,6 @@
 
 using namespace VQRegLib;
 using vqtest::CallElsewhere;
-using vqtest::Common;
 using vqtest::ForkedChild;
 using vqtest::Handler;
 using vqtest::kPatienceSeconds;
@@ -35,8 +27,6 @@ using vqtest::waitUntil;
 using vqtest::waitWatchers;
 
 namespace {
-
-constexpr std::chrono::milliseconds kProbe(50);
 
 class HandlerShutdown : public vqtest::PatientStore {
 protected:
@@ -103,7 +93,6 @@ TEST_F(HandlerShutdown, EndsWhileAHandlerOpensSessionsAndRegisters) {
     Handler inner;
     Handler handler([&] {
         waitUntil([&] { return isClosing.load(); });
-        std::this_thread::sleep_for(kProbe);  // gives the other thread time to get stuck
         const auto other = openSession(otherFile.path());
         const auto same = openSession(file.path());
         other->SetRegistryChangeHandler(&inner);
@@ -115,10 +104,9 @@ TEST_F(HandlerShutdown, EndsWhileAHandlerOpensSessionsAndRegisters) {
     watch(handler);
     announceChange();
     ASSERT_TRUE(handler.waitBegun(1));
-    const CallElsewhere closing([&] {
-        isClosing = true;
-        session.reset();
-    });
+    const CallElsewhere closing([&] { session.reset(); });
+    EXPECT_TRUE(closing.waits());
+    isClosing = true;  // for the handler
     EXPECT_TRUE(closing.returns());
     EXPECT_EQ(handler.calls(), 1);
     EXPECT_TRUE(waitNoWatchers());
@@ -209,17 +197,9 @@ TEST_F(HandlerShutdown, AHandlerMayClearAnotherWhileTheLastSessionIsClosed) {
     watch(handlers[0]);
     announceChange();
     ASSERT_TRUE(handlers[0].waitBegun(1));
-    const CallElsewhere closing([&] {
-        ::pthread_setname_np(::pthread_self(), "Closing");
-        session.reset();
-    });
-    isClosing = waitUntil([] {  // for the handler
-        const std::vector<vqtest::ThreadInfo> all = vqtest::threads();
-        return std::any_of(all.begin(), all.end(), [](const vqtest::ThreadInfo& thread) {
-            return thread.name == "Closing" && thread.state == 'S';
-        });
-    });
-    ASSERT_TRUE(isClosing);
+    const CallElsewhere closing([&] { session.reset(); });
+    EXPECT_TRUE(closing.waits());
+    isClosing = true;  // for the handler
     EXPECT_TRUE(closing.returns());
     EXPECT_EQ(handlers[0].calls(), 1);
     EXPECT_EQ(handlers[1].begun(), 0);
@@ -252,7 +232,6 @@ TEST_F(HandlerShutdown, RegisteringWhileAHandlerRegistersDoesNotBlock) {
     Handler fromOutside;
     Handler handler([&] {
         waitUntil([&] { return isRegistering.load(); });
-        std::this_thread::sleep_for(kProbe);
         session->SetRegistryChangeHandler(&fromInside);
         session->ClrRegistryChangeHandler(&fromInside);
         session->SetRegistryChangeHandler(&fromInside);
@@ -261,10 +240,11 @@ TEST_F(HandlerShutdown, RegisteringWhileAHandlerRegistersDoesNotBlock) {
     announceChange();
     ASSERT_TRUE(handler.waitBegun(1));
     const CallElsewhere registering([&] {
-        isRegistering = true;
         session->SetRegistryChangeHandler(&fromOutside);
         session->ClrRegistryChangeHandler(&handler);
     });
+    EXPECT_TRUE(registering.waits());
+    isRegistering = true;  // for the handler
     EXPECT_TRUE(registering.returns());
     announceChange();
     EXPECT_TRUE(fromOutside.waitCalls(1));
