@@ -82,7 +82,7 @@ void CHandleTable::retire(std::uint32_t id) {
     }
 }
 
-bool CHandleTable::takeFirst(std::uint32_t& id, CRegKeyImpl*& record) {
+bool CHandleTable::findFirst(std::uint32_t& id, CRegKeyImpl*& record) {
     if (m_size == 0) {
         return false;
     }
@@ -92,7 +92,6 @@ bool CHandleTable::takeFirst(std::uint32_t& id, CRegKeyImpl*& record) {
     const auto place = static_cast<std::uint32_t>(std::countr_zero(m_chunks[m_first]->used));
     id = static_cast<std::uint32_t>(m_first) * kChunkIds + place;
     record = recordOf(id);
-    retire(id);
     return true;
 }
 

@@ -73,8 +73,8 @@ public:
         }
     }
 
-    // Takes the first id and its record out of the table. False when the table is empty.
-    bool takeFirst(std::uint32_t& id, CRegKeyImpl*& record);
+    // Tells the first id and its record. False when the table is empty.
+    bool findFirst(std::uint32_t& id, CRegKeyImpl*& record);
 
     std::size_t size() const { return m_size; }
 

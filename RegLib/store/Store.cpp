@@ -101,10 +101,11 @@ void CRegLibImpl::clearKeyInfo(CRegKeyImpl* record) {
 void CRegLibImpl::clearAllRecords(bool callHook) {
     std::uint32_t id = 0;
     CRegKeyImpl* record = nullptr;
-    while (m_handles.takeFirst(id, record)) {
+    while (m_handles.findFirst(id, record)) {
         if (callHook) {
             deleteKeyHandle(id);
         }
+        m_handles.retire(id);
         try {
             record->ClearKeyInfo();
         } catch (const VQException& exception) {

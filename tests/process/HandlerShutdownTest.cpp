@@ -1,29 +1,24 @@
 // Destroying stores, and ending processes, while handlers wait, run or are about to be called.
 #include <gtest/gtest.h>
-#include <pthread.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
 #include <exception>
-#include <functional>
 #include <memory>
 #include <stdexcept>
-#include <string>
 #include <thread>
-#include <utility>
-#include <vector>
 
 #include "VQRegLib.h"
 #include "support/ForkedChild.h"
+#include "support/Threads.h"
 #include "support/WatchedStore.h"
 
 using namespace VQRegLib;
-using vqtest::Common;
+using vqtest::CallElsewhere;
 using vqtest::ForkedChild;
 using vqtest::Handler;
+using vqtest::kPatienceSeconds;
 using vqtest::moveFileTime;
 using vqtest::openSession;
 using vqtest::setNumber;
@@ -33,48 +28,11 @@ using vqtest::waitWatchers;
 
 namespace {
 
-constexpr unsigned kPatienceSeconds = 90;  // a deadlock ends the process then
-constexpr std::chrono::milliseconds kProbe(50);
-
-class HandlerShutdown : public vqtest::WatchedStore {
+class HandlerShutdown : public vqtest::PatientStore {
 protected:
-    void SetUp() override {
-        ::alarm(kPatienceSeconds);
-        WatchedStore::SetUp();
-    }
-
     static bool waitNoWatchers() {
         return waitUntil([] { return vqtest::countThreads("FileWatch") == 0; });
     }
-};
-
-/// A piece of work on a thread of its own.
-class Background {
-public:
-    explicit Background(const std::function<void()>& work)
-        : m_thread([this, work] {
-              m_isBegun = true;
-              work();
-              m_isOver = true;
-          }) {}
-    ~Background() { m_thread.join(); }
-    Background(const Background&) = delete;
-    Background& operator=(const Background&) = delete;
-
-    bool isBegun() const { return m_isBegun; }
-    bool isOver() const { return m_isOver; }
-    bool waitOver() const {
-        return waitUntil([this] { return isOver(); });
-    }
-    /// False negatives are possible on a slow machine, false alarms are not.
-    bool staysBusy() const {
-        return !waitUntil([this] { return isOver(); }, kProbe);
-    }
-
-private:
-    std::atomic<bool> m_isBegun{false};
-    std::atomic<bool> m_isOver{false};
-    std::thread m_thread;
 };
 
 }  // namespace
@@ -99,13 +57,13 @@ TEST_F(HandlerShutdown, WaitsForARoundThatHasBegun) {
     ASSERT_TRUE(waitUntil([&] { return handler.begun() + another.begun() == 1; }));
     int callsAtEnd = 0;
     {
-        const Background closing([&] {
+        const CallElsewhere closing([&] {
             session.reset();
             callsAtEnd = handler.calls() + another.calls();
         });
-        EXPECT_TRUE(closing.staysBusy());
+        EXPECT_TRUE(closing.waits());
         mayReturn = true;
-        EXPECT_TRUE(closing.waitOver());
+        EXPECT_TRUE(closing.returns());
     }
     EXPECT_EQ(callsAtEnd, 2) << "the round is finished";
     EXPECT_TRUE(waitNoWatchers());
@@ -135,7 +93,6 @@ TEST_F(HandlerShutdown, EndsWhileAHandlerOpensSessionsAndRegisters) {
     Handler inner;
     Handler handler([&] {
         waitUntil([&] { return isClosing.load(); });
-        std::this_thread::sleep_for(kProbe);  // gives the other thread time to get stuck
         const auto other = openSession(otherFile.path());
         const auto same = openSession(file.path());
         other->SetRegistryChangeHandler(&inner);
@@ -147,11 +104,10 @@ TEST_F(HandlerShutdown, EndsWhileAHandlerOpensSessionsAndRegisters) {
     watch(handler);
     announceChange();
     ASSERT_TRUE(handler.waitBegun(1));
-    const Background closing([&] {
-        isClosing = true;
-        session.reset();
-    });
-    EXPECT_TRUE(closing.waitOver());
+    const CallElsewhere closing([&] { session.reset(); });
+    EXPECT_TRUE(closing.waits());
+    isClosing = true;  // for the handler
+    EXPECT_TRUE(closing.returns());
     EXPECT_EQ(handler.calls(), 1);
     EXPECT_TRUE(waitNoWatchers());
 }
@@ -162,8 +118,8 @@ TEST_F(HandlerShutdown, TheRestOfTheProcessGoesOnMeanwhile) {
     watch(slow);
     announceChange();
     ASSERT_TRUE(slow.waitBegun(1));
-    const Background closing([&] { session.reset(); });
-    EXPECT_TRUE(closing.staysBusy());
+    const CallElsewhere closing([&] { session.reset(); });
+    EXPECT_TRUE(closing.waits());
     TempStore otherFile;
     auto other = openSession(otherFile.path());
     Handler handler;
@@ -175,7 +131,7 @@ TEST_F(HandlerShutdown, TheRestOfTheProcessGoesOnMeanwhile) {
     const auto again = openSession(file.path());
     EXPECT_EQ(setNumber(*again, "Number", 9), REGLIB_OK);
     other.reset();
-    EXPECT_FALSE(closing.isOver());
+    EXPECT_TRUE(closing.waits());
     mayReturn = true;
 }
 
@@ -241,18 +197,10 @@ TEST_F(HandlerShutdown, AHandlerMayClearAnotherWhileTheLastSessionIsClosed) {
     watch(handlers[0]);
     announceChange();
     ASSERT_TRUE(handlers[0].waitBegun(1));
-    const Background closing([&] {
-        ::pthread_setname_np(::pthread_self(), "Closing");
-        session.reset();
-    });
-    isClosing = waitUntil([] {  // for the handler
-        const std::vector<vqtest::ThreadInfo> all = vqtest::threads();
-        return std::any_of(all.begin(), all.end(), [](const vqtest::ThreadInfo& thread) {
-            return thread.name == "Closing" && thread.state == 'S';
-        });
-    });
-    ASSERT_TRUE(isClosing);
-    EXPECT_TRUE(closing.waitOver());
+    const CallElsewhere closing([&] { session.reset(); });
+    EXPECT_TRUE(closing.waits());
+    isClosing = true;  // for the handler
+    EXPECT_TRUE(closing.returns());
     EXPECT_EQ(handlers[0].calls(), 1);
     EXPECT_EQ(handlers[1].begun(), 0);
     EXPECT_TRUE(waitNoWatchers());
@@ -284,7 +232,6 @@ TEST_F(HandlerShutdown, RegisteringWhileAHandlerRegistersDoesNotBlock) {
     Handler fromOutside;
     Handler handler([&] {
         waitUntil([&] { return isRegistering.load(); });
-        std::this_thread::sleep_for(kProbe);
         session->SetRegistryChangeHandler(&fromInside);
         session->ClrRegistryChangeHandler(&fromInside);
         session->SetRegistryChangeHandler(&fromInside);
@@ -292,72 +239,15 @@ TEST_F(HandlerShutdown, RegisteringWhileAHandlerRegistersDoesNotBlock) {
     watch(handler);
     announceChange();
     ASSERT_TRUE(handler.waitBegun(1));
-    const Background registering([&] {
-        isRegistering = true;
+    const CallElsewhere registering([&] {
         session->SetRegistryChangeHandler(&fromOutside);
         session->ClrRegistryChangeHandler(&handler);
     });
-    EXPECT_TRUE(registering.waitOver());
+    EXPECT_TRUE(registering.waits());
+    isRegistering = true;  // for the handler
+    EXPECT_TRUE(registering.returns());
     announceChange();
     EXPECT_TRUE(fromOutside.waitCalls(1));
     EXPECT_TRUE(waitUntil([&] { return fromInside.calls() >= 1; }));
     EXPECT_EQ(handler.calls(), 1);
-}
-
-// In the children: a root key of their own makes their session the only one of its store.
-
-TEST_F(HandlerShutdown, AProcessMayExitWhileAHandlerRuns) {
-    ForkedChild child([&] {
-        ::alarm(kPatienceSeconds);
-        Handler handler([] { ::pause(); });
-        auto* const own = openSession(file.path(), "Child").release();
-        own->SetRegistryChangeHandler(&handler);
-        if (!waitWatchers(1)) {
-            return 1;
-        }
-        moveFileTime(file.path());
-        own->SendRegistryChangeNotification();
-        std::exit(handler.waitBegun(1) ? 4 : 2);
-        return 0;
-    });
-    EXPECT_EQ(child.wait(), 4);
-}
-
-TEST_F(HandlerShutdown, AHandlerMayExitTheProcess) {
-    for (const bool isStatic : {false, true}) {
-        Common<std::atomic<bool>> isReady;
-        ForkedChild child([&] {
-            ::alarm(kPatienceSeconds);
-            static std::unique_ptr<CRegLib> atExit;  // destroyed by the thread that calls exit
-            Handler handler([] { std::exit(6); });
-            auto own = openSession(file.path(), "Child");
-            CRegLib& opened = *own;
-            atExit = isStatic ? std::move(own) : std::unique_ptr<CRegLib>();
-            opened.SetRegistryChangeHandler(&handler);
-            *isReady = waitWatchers(1);
-            return ::pause();
-        });
-        ASSERT_TRUE(waitUntil([&] { return isReady->load(); }));
-        announceChange();
-        EXPECT_EQ(child.wait(), 6) << isStatic;
-    }
-}
-
-TEST_F(HandlerShutdown, SessionsMayBeClosedByExit) {
-    ForkedChild child([&] {
-        ::alarm(kPatienceSeconds);
-        static Handler handler;
-        static std::unique_ptr<CRegLib> atExit;
-        atExit = openSession(file.path(), "Child");
-        atExit->SetRegistryChangeHandler(&handler);
-        if (!waitWatchers(1)) {
-            return 1;
-        }
-        moveFileTime(file.path());
-        atExit->SendRegistryChangeNotification();
-        std::exit(7);
-        return 0;
-    });
-    EXPECT_EQ(child.wait(), 7);
-    EXPECT_TRUE(vqtest::semaphoreFiles().empty());
 }

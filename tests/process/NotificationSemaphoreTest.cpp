@@ -2,17 +2,14 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sched.h>
 #include <semaphore.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
-#include <csignal>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <memory>
 #include <string>
 #include <thread>
@@ -21,17 +18,18 @@
 #include "VQRegLib.h"
 #include "support/Agent.h"
 #include "support/ForkedChild.h"
-#include "support/WatchedStore.h"
+#include "support/SemaphoreWatchers.h"
 
 using namespace VQRegLib;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::UnorderedElementsAre;
 using vqtest::Agent;
 using vqtest::Common;
 using vqtest::ForkedChild;
 using vqtest::Handler;
 using vqtest::hasSemaphore;
+using vqtest::isOwned;
+using vqtest::leaveSemaphore;
 using vqtest::openSession;
 using vqtest::semaphoreFile;
 using vqtest::semaphoreFiles;
@@ -41,55 +39,7 @@ using vqtest::waitWatchers;
 
 namespace {
 
-// The test process itself only sends; others watch.
-class NotificationSemaphore : public vqtest::WatchedStore {
-protected:
-    std::unique_ptr<Agent> watchingAgent() const {
-        auto agent = std::make_unique<Agent>(VQREG_AGENT_PATH);
-        EXPECT_EQ(agent->open(file.path()), REGLIB_OK);
-        agent->watch();
-        EXPECT_TRUE(waitWatchers(1, agent->pid()));
-        return agent;
-    }
-
-    // What nobody owns is removed when it is no longer new.
-    void expectSweptUntil(const std::vector<std::string>& left) {
-        EXPECT_TRUE(waitUntil([&] {
-            announceNothing(1);
-            return semaphoreFiles() == left;
-        })) << testing::PrintToString(semaphoreFiles());
-    }
-
-    void expectReached(Agent& agent) {
-        const std::uint64_t before = agent.changes();
-        announceChange();
-        EXPECT_TRUE(waitUntil([&] { return agent.changes() == before + 1; }));
-    }
-};
-
-// What a process leaves that ends without taking its semaphore along.
-void leaveSemaphore(const std::string& path, unsigned count = 0) {
-    sem_t semaphore{};
-    ::sem_init(&semaphore, 1, count);
-    std::ofstream out(path, std::ios::binary);
-    out.write(reinterpret_cast<const char*>(&semaphore), sizeof semaphore);
-}
-
-bool isOwned(const std::string& path) {
-    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    const bool isFree = fd >= 0 && ::flock(fd, LOCK_EX | LOCK_NB) == 0;
-    ::close(fd);
-    return !isFree;
-}
-
-int countOf(const std::string& path) {
-    sem_t semaphore{};
-    std::ifstream in(path, std::ios::binary);
-    in.read(reinterpret_cast<char*>(&semaphore), sizeof semaphore);
-    int count = -1;
-    ::sem_getvalue(&semaphore, &count);
-    return count;
-}
+class NotificationSemaphore : public vqtest::SemaphoreWatchers {};
 
 // A daemon's way: it keeps the standard streams.
 bool closeAllDescriptors() {
@@ -185,50 +135,6 @@ TEST_F(NotificationSemaphore, GoesWithAnExitWhileThreadsAreAtWork) {
     }
 }
 
-TEST_F(NotificationSemaphore, OfAKilledProcessIsSweptByTheNextNotification) {
-    const auto living = watchingAgent();
-    const auto killed = watchingAgent();
-    killed->kill(SIGKILL);
-    killed->waitExit();
-    EXPECT_TRUE(hasSemaphore(killed->pid()));
-    expectReached(*living);
-    expectSweptUntil({semaphoreFile(living->pid())});
-}
-
-TEST_F(NotificationSemaphore, ThousandsLeftBehindAreSweptAtOnce) {
-    const auto living = watchingAgent();
-    for (int i = 0; i < 10000; ++i) {
-        leaveSemaphore(semaphoreFile(10'000'000 + i));
-    }
-    expectReached(*living);
-    expectSweptUntil({semaphoreFile(living->pid())});
-}
-
-// A program that waits for notifications without the library knows of no owners.
-TEST_F(NotificationSemaphore, OfAnotherKindOfProgramIsReleasedAndStays) {
-    ForkedChild living([] { return ::pause(); });
-    const std::string unnumbered =
-        std::string("/dev/shm/sem.") + vqtest::kSemaphorePrefix + "monitor";
-    const std::vector<std::string> strangers = {semaphoreFile(living.pid()), unnumbered};
-    for (const std::string& path : strangers) {
-        const std::string name = "/" + path.substr(path.find("sem.") + 4);
-        ASSERT_NE(::sem_open(name.c_str(), O_CREAT, 0666, 0), SEM_FAILED);
-    }
-    const std::string gone = semaphoreFile(10'000'000);
-    leaveSemaphore(gone);  // younger than the others
-    announceNothing(3);
-    EXPECT_EQ(countOf(gone), 3) << "it is new, whosever it is";
-    EXPECT_TRUE(waitUntil([&] {
-        announceNothing(1);
-        return !std::filesystem::exists(gone);
-    }));
-    for (const std::string& path : strangers) {
-        ASSERT_TRUE(std::filesystem::exists(path)) << path;
-        EXPECT_GT(countOf(path), 3) << path;
-        std::filesystem::remove(path);
-    }
-}
-
 TEST_F(NotificationSemaphore, OfAProcessThatClosedItsDescriptorsIsReleasedAndOwnedAgain) {
     Common<std::atomic<int>> calls;
     Common<std::atomic<bool>> isReady;
@@ -293,96 +199,6 @@ TEST_F(NotificationSemaphore, LeftBehindUnderTheOwnNumberIsTakenOver) {
     ASSERT_EQ(agent.exit(), REGLIB_OK);
     agent.waitExit();
     EXPECT_THAT(semaphoreFiles(), IsEmpty());
-}
-
-TEST_F(NotificationSemaphore, OfALivingProcessInAnotherPidNamespaceStays) {
-    Common<std::atomic<int>> calls;
-    Common<std::atomic<bool>> isReady;
-    Common<std::atomic<pid_t>> innerPid;
-    ForkedChild outer([&] {
-        if (::unshare(CLONE_NEWPID) != 0) {
-            return 1;
-        }
-        ForkedChild inner([&] {
-            Handler handler([&] { ++*calls; });
-            const auto own = openSession(file.path());
-            own->SetRegistryChangeHandler(&handler);
-            *isReady = ::getpid() == 1 && hasSemaphore(1) && waitWatchers(1);
-            ::pause();
-            return 0;
-        });
-        *innerPid = inner.pid();
-        return inner.wait();
-    });
-    ASSERT_TRUE(waitUntil([&] { return isReady->load(); }));
-    EXPECT_THAT(semaphoreFiles(), ElementsAre(semaphoreFile(1)));
-    announceChange();
-    EXPECT_TRUE(waitUntil([&] { return *calls == 1; }));
-    announceChange();
-    EXPECT_TRUE(waitUntil([&] { return *calls == 2; }));
-    EXPECT_TRUE(hasSemaphore(1));
-    ASSERT_GT(*innerPid, 0);
-    ::kill(*innerPid, SIGKILL);
-    outer.wait();
-    EXPECT_TRUE(hasSemaphore(1));
-    announceNothing(1);
-    EXPECT_TRUE(hasSemaphore(1)) << "a process of that number is in sight";
-    std::filesystem::remove(semaphoreFile(1));
-}
-
-TEST_F(NotificationSemaphore, IsNeitherRemovedNorKeptByAForkedChild) {
-    Common<std::atomic<int>> calls;
-    Common<std::atomic<int>> step;
-    Common<std::atomic<pid_t>> grandchild;
-    ForkedChild owner([&] {
-        Handler handler([&] { ++*calls; });
-        const auto own = openSession(file.path());
-        own->SetRegistryChangeHandler(&handler);
-        if (!waitWatchers(1) || ForkedChild([] {
-                                    std::exit(5);
-                                    return 0;
-                                }).wait() != 5) {
-            return 1;
-        }
-        ForkedChild living([] { return ::pause(); });
-        *grandchild = living.pid();
-        *step = 1;
-        ::pause();
-        return 0;
-    });
-    ASSERT_TRUE(waitUntil([&] { return *step == 1; }));
-    EXPECT_TRUE(hasSemaphore(owner.pid())) << "a child that ended took it away";
-    announceChange();
-    EXPECT_TRUE(waitUntil([&] { return *calls == 1; }));
-    owner.kill();
-    ASSERT_GT(*grandchild, 0);
-    ASSERT_EQ(::kill(*grandchild, 0), 0);
-    // The child may not have come to run yet.
-    EXPECT_TRUE(waitUntil([&] {
-        announceNothing(1);
-        return !hasSemaphore(owner.pid());
-    })) << "a child that lives keeps it";
-    ::kill(*grandchild, SIGKILL);
-}
-
-TEST_F(NotificationSemaphore, GarbageUnderSuchNamesDisturbsNobody) {
-    const auto living = watchingAgent();
-    const auto name = [](const char* ending) {
-        return std::string("/dev/shm/sem.") + vqtest::kSemaphorePrefix + ending;
-    };
-    std::filesystem::create_directory(name("directory"));
-    std::filesystem::create_symlink("/etc/passwd", name("link"));
-    ASSERT_EQ(::mkfifo(name("pipe").c_str(), 0666), 0);
-    std::ofstream(name("")) << "";
-    std::ofstream(name("owned")) << "too short";
-    const int owned = ::open(name("owned").c_str(), O_RDONLY | O_CLOEXEC);
-    ASSERT_EQ(::flock(owned, LOCK_SH), 0);
-    expectReached(*living);
-    expectReached(*living);
-    EXPECT_TRUE(std::filesystem::exists(semaphoreFile(living->pid())));
-    EXPECT_EQ(vqtest::readFile(name("owned")), "too short");
-    EXPECT_TRUE(std::filesystem::exists("/etc/passwd"));
-    ::close(owned);
 }
 
 TEST_F(NotificationSemaphore, AForeignFileUnderTheOwnNameLeavesTheHandlerUncalled) {

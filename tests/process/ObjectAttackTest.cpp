@@ -1,7 +1,6 @@
 // What another user can do to processes through the objects that they share: everybody may write and
 // lock these. He can keep others from changing a store for as long as he is at it, and no more.
 #include <fcntl.h>
-#include <grp.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
 #include <sys/shm.h>
@@ -24,15 +23,19 @@
 #include "support/Agent.h"
 #include "support/ChildLife.h"
 #include "support/ForkedChild.h"
-#include "support/OtherUser.h"
+#include "support/ObjectAttacks.h"
 #include "support/TempStore.h"
 #include "support/Wait.h"
 #include "support/WatchedStore.h"
 
 using namespace VQRegLib;
 using vqtest::Agent;
+using vqtest::asNobody;
+using vqtest::Attack;
 using vqtest::Common;
+using vqtest::fillWithGarbage;
 using vqtest::ForkedChild;
+using vqtest::openObject;
 using vqtest::TempStore;
 
 namespace {
@@ -40,48 +43,9 @@ namespace {
 constexpr std::uint32_t kChanges = 150;
 constexpr int kAttacks = 100;
 constexpr off_t kGiant = off_t{1} << 30;
-constexpr int kNoAttacker = 99;  // exit status of one who cannot become another user
-
-bool becomeNobody() {
-    return ::setgroups(0, nullptr) == 0 &&
-           ::setresgid(vqtest::kNobody, vqtest::kNobody, vqtest::kNobody) == 0 &&
-           ::setresuid(vqtest::kNobody, vqtest::kNobody, vqtest::kNobody) == 0;
-}
-
-// A child of the test that runs as another user.
-template <typename Body>
-std::unique_ptr<ForkedChild> asNobody(Body body) {
-    const pid_t parent = ::getpid();
-    return std::make_unique<ForkedChild>([=]() -> int {
-        if (!becomeNobody()) {
-            return kNoAttacker;
-        }
-        vqtest::endWithParent(parent);  // only now: a change of users takes it back
-        return body();
-    });
-}
-
-int openObject(const std::string& path) {
-    return ::open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW);
-}
-
-// What is done to one object, once; false when the system refuses it.
-using Attack = std::function<bool(const std::string& path)>;
 
 bool cut(const std::string& path) {
     return ::truncate(path.c_str(), 0) == 0;
-}
-
-bool fillWithGarbage(const std::string& path) {
-    static std::minstd_rand random(1);
-    unsigned char garbage[4096];
-    for (unsigned char& byte : garbage) {
-        byte = static_cast<unsigned char>(random());
-    }
-    const int fd = openObject(path);
-    const bool isWritten = ::pwrite(fd, garbage, sizeof garbage, 0) == sizeof garbage;
-    ::close(fd);
-    return isWritten;
 }
 
 bool makeGiant(const std::string& path) {
@@ -311,107 +275,4 @@ TEST_F(HeldLock, OfAnotherUserDelaysOnlyChanges) {
 
 TEST_F(HeldLock, WithTheMarkOfAWriterDelaysOnlyChanges) {
     expectOnlyChangesWait(leaveOddStamp(block()));
-}
-
-namespace {
-
-// Puts something in the place of an object before anybody has opened the store.
-class PlantedObject : public testing::Test {
-protected:
-    void SetUp() override {
-        if (asNobody([] { return 0; })->wait() != 0) {
-            GTEST_SKIP() << "a process may not become another user here";
-        }
-        // What the objects are called is known from the path; here it is looked up.
-        ASSERT_NE(vqtest::openSession(store.path())->RootKey(), nullptr);
-        for (const std::string& name : store.sharedObjects()) {
-            m_objects.push_back("/dev/shm/" + name);
-        }
-        ASSERT_EQ(m_objects.size(), 2u);
-        std::ofstream(victim) << kSecret;
-        ASSERT_EQ(::chmod(victim.c_str(), 0600), 0);
-    }
-
-    static constexpr char kSecret[] = "nobody else's";
-
-    // Each object in turn. Whoever opens the store then is told that it cannot be had, or has it.
-    void expectAnswer(const Attack& plant) {
-        for (const std::string& object : m_objects) {
-            SCOPED_TRACE(object);
-            for (const std::string& each : m_objects) {
-                std::filesystem::remove_all(each);
-            }
-            ASSERT_EQ(asNobody([&] { return plant(object) ? 0 : 1; })->wait(), 0);
-            expectOpeningEnds();
-            EXPECT_EQ(vqtest::readFile(victim), kSecret);
-            EXPECT_EQ(std::filesystem::status(victim).permissions(), std::filesystem::perms{0600});
-            EXPECT_FALSE(std::filesystem::exists(store.directory() + "/planted"));
-        }
-        for (const std::string& object : m_objects) {
-            std::filesystem::remove_all(object);
-        }
-        EXPECT_EQ(openAndSet(1), 0) << "with the thing gone, all is well";
-    }
-
-    TempStore store;
-    const std::string victim = store.directory() + "/victim";
-
-private:
-    // 0 when the change was made, 1 when the store could not be had, 2 when it could not be changed.
-    int openAndSet(unsigned long number) const {
-        const pid_t parent = ::getpid();
-        return ForkedChild([&] {
-                   vqtest::endWithParent(parent, 30);
-                   const auto session = vqtest::openSession(store.path());
-                   if (!session->RootKey()) {
-                       return 1;
-                   }
-                   return vqtest::setNumber(*session, "A", number) == REGLIB_OK ? 0 : 2;
-               })
-            .wait();
-    }
-
-    void expectOpeningEnds() const {
-        const int first = openAndSet(1);
-        EXPECT_TRUE(first >= 0 && first <= 2) << first;
-        const int second = openAndSet(2);
-        EXPECT_EQ(second, first) << "it depends on nothing else";
-    }
-
-    std::vector<std::string> m_objects;
-};
-
-}  // namespace
-
-TEST_F(PlantedObject, ThatIsALinkIsNotFollowed) {
-    expectAnswer(
-        [this](const std::string& path) { return ::symlink(victim.c_str(), path.c_str()) == 0; });
-}
-
-TEST_F(PlantedObject, ThatIsALinkToNothingMakesNothing) {
-    expectAnswer([target = store.directory() + "/planted"](const std::string& path) {
-        return ::symlink(target.c_str(), path.c_str()) == 0;
-    });
-}
-
-TEST_F(PlantedObject, ThatIsAFifoKeepsNobodyWaiting) {
-    expectAnswer([](const std::string& path) { return ::mkfifo(path.c_str(), 0666) == 0; });
-}
-
-TEST_F(PlantedObject, ThatIsADirectoryKeepsNobodyWaiting) {
-    expectAnswer([](const std::string& path) { return ::mkdir(path.c_str(), 0777) == 0; });
-}
-
-TEST_F(PlantedObject, ThatIsAFileOfGarbageKeepsNobodyWaiting) {
-    expectAnswer([](const std::string& path) {
-        std::ofstream(path) << "garbage";
-        return ::chmod(path.c_str(), 0666) == 0 && fillWithGarbage(path);
-    });
-}
-
-TEST_F(PlantedObject, ThatNobodyElseMayOpenKeepsNobodyWaiting) {
-    expectAnswer([](const std::string& path) {
-        std::ofstream(path) << "garbage";
-        return ::chmod(path.c_str(), 0) == 0;
-    });
 }

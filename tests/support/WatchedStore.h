@@ -3,6 +3,7 @@
 #define VQTEST_WATCHED_STORE_H
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <memory>
 #include <string>
@@ -64,6 +65,17 @@ protected:
 
     TempStore file;
     std::unique_ptr<CRegLib> session;
+};
+
+constexpr unsigned kPatienceSeconds = 90;
+
+/// The same, where a deadlock ends the process in the end.
+class PatientStore : public WatchedStore {
+protected:
+    void SetUp() override {
+        ::alarm(kPatienceSeconds);
+        WatchedStore::SetUp();
+    }
 };
 
 }  // namespace vqtest

@@ -1,19 +1,16 @@
 // Folding names, also without memory. In an executable of its own, because it replaces strdup.
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <string>
 
 #include "RegLib/file/FileStore.h"
+#include "support/FailingCopies.h"
 #include "support/TempStore.h"
 
 namespace {
 
-bool g_isMemoryShort = false;
-
 class ToLower : public testing::Test {
 protected:
-    ~ToLower() override { g_isMemoryShort = false; }
     std::string lower(const std::string& text) { return m_library.tolower(text); }
 
     vqtest::TempStore m_store;
@@ -22,15 +19,6 @@ protected:
 };
 
 }  // namespace
-
-// NOLINTBEGIN(bugprone-reserved-identifier): the names that the linker gives them
-extern "C" char* __real_strdup(const char* text);
-extern "C" char* __wrap_strdup(const char* text);
-
-extern "C" char* __wrap_strdup(const char* text) {
-    return g_isMemoryShort ? nullptr : __real_strdup(text);
-}
-// NOLINTEND(bugprone-reserved-identifier)
 
 TEST_F(ToLower, FoldsTheLettersOfAsciiOnly) {
     EXPECT_EQ(lower("NetWork 42 @[`{"), "network 42 @[`{");
@@ -48,11 +36,10 @@ TEST_F(ToLower, HasNoLimit) {
 }
 
 TEST_F(ToLower, ReturnsTheTextUnchangedWithoutMemory) {
-    g_isMemoryShort = true;
-    const std::string text = lower("NetWork");
-    const std::string withNul = lower(std::string("A\0B", 3));
-    g_isMemoryShort = false;
-    EXPECT_EQ(text, "NetWork");
-    EXPECT_EQ(withNul, std::string("A\0B", 3));
+    {
+        const vqtest::CopiesLeft none(0);
+        EXPECT_EQ(lower("NetWork"), "NetWork");
+        EXPECT_EQ(lower(std::string("A\0B", 3)), std::string("A\0B", 3));
+    }
     EXPECT_EQ(lower("NetWork"), "network");
 }

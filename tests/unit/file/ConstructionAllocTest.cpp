@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "support/FailingCopies.h"
 #include "support/StoreFixture.h"
 #include "support/TraceLog.h"
 
@@ -13,32 +14,15 @@ using testing::IsEmpty;
 
 namespace {
 
-bool g_copyFails = false;
-
-}  // namespace
-
-extern "C" {
-char* __real_strdup(const char* text);
-char* __wrap_strdup(const char* text);
-
-char* __wrap_strdup(const char* text) {
-    return g_copyFails ? nullptr : __real_strdup(text);
-}
-}
-
-namespace {
-
 std::string thrownByConstruction(const char* name) {
-    g_copyFails = true;
-    std::string text = "nothing";
+    const CopiesLeft none(0);
     try {
         const CRegLibImplFile store(name, nullptr, CRegLib::eLocationDefault, nullptr);
     } catch (const VQException& exception) {
         EXPECT_EQ(exception.m_lCode, REGLIB_E_FAIL);
-        text = exception.m_szText;
+        return exception.m_szText;
     }
-    g_copyFails = false;
-    return text;
+    return "nothing";
 }
 
 class NoFileName : public StoreTest {};

@@ -7,14 +7,18 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <string>
+#include <vector>
 
 #include "portable/ObjectName.h"
 #include "support/FileOpsFake.h"
 #include "support/StoreFixture.h"
+#include "support/Threads.h"
 #include "support/TraceLog.h"
 
 using namespace vqtest;
+using testing::ElementsAre;
 using testing::IsEmpty;
 namespace fs = std::filesystem;
 
@@ -41,6 +45,22 @@ protected:
 };
 
 using Failure = std::pair<int, std::string>;
+
+// Tells of each opening of the file for reading before it happens, and of each rename.
+class TellingFiles : public FileOpsFake {
+public:
+    std::FILE* openForReading(const char* path) override {
+        atOpening();
+        return FileOpsFake::openForReading(path);
+    }
+    int rename(const char* path, const char* newPath) override {
+        atRename();
+        return FileOpsFake::rename(path, newPath);
+    }
+
+    std::function<void()> atOpening = [] {};
+    std::function<void()> atRename = [] {};
+};
 
 }  // namespace
 
@@ -189,6 +209,50 @@ TEST_F(Construction, FailsWhenTheDirectoryIsMissing) {
         EXPECT_EQ(exception.m_lCode, REGLIB_E_NOT_FOUND);
         EXPECT_STREQ(exception.m_szText, "RegLib.3311");
     }
+}
+
+TEST_F(Construction, HoldsItsLockOnlyWhileItWrites) {
+    file.write("[Velquist]\n");
+    const auto witness = open();
+    const CFileStoreProbe probe(*witness);
+    std::vector<std::string> log;
+    TellingFiles files;
+    files.atOpening = [&] {
+        log.push_back(probe.isLocked() ? "reads, locked" : "reads");
+        probe.moveStamp();  // as somebody else's change does: there is something to read at the end
+    };
+    files.atRename = [&] { log.push_back(probe.isLocked() ? "writes, locked" : "writes"); };
+    open();
+    EXPECT_THAT(log, ElementsAre("reads", "reads"));
+    log.clear();
+    files.atOpening = [&] { log.push_back(probe.isLocked() ? "reads, locked" : "reads"); };
+    open("New");
+    EXPECT_THAT(log, ElementsAre("reads", "writes, locked", "writes, locked"));
+    EXPECT_FALSE(probe.isLocked());
+}
+
+TEST_F(Construction, IgnoresTheCodeOfItsLastImport) {
+    file.write("[Velquist]\n\"a\"=string:x\n");
+    const auto witness = open();
+    const CFileStoreProbe probe(*witness);
+    TellingFiles files;
+    files.atOpening = [&] { probe.moveStamp(); };
+    files.fail(FileCall::eOpenForReading, EACCES, 1);
+    std::unique_ptr<CRegLibImplFile> store;
+    ASSERT_NO_THROW(store = open());
+    EXPECT_EQ(files.count(FileCall::eOpenForReading), 2);
+    files.heal();
+    EXPECT_EQ(get(*store, *store->RootKey(), "a"), Value::ofText("x"));
+}
+
+TEST_F(Construction, DestructionWaitsForNoLock) {
+    auto store = open();
+    CPMutex lock(1, 0, file.path(), 1, 1);
+    ASSERT_EQ(lock.wait(CPMutex::kInfinite, nullptr), CPMutex::eOwned);
+    store->m_critSec.enter(__LINE__);
+    const CallElsewhere destruction([&] { store.reset(); });
+    EXPECT_TRUE(destruction.returns());
+    lock.release();
 }
 
 TEST_F(Construction, DestructionWritesNothing) {

@@ -76,6 +76,16 @@ TEST_F(Export, WritesNoLineForAKeyNamedLikeTheTopOfTheTree) {
     createKey(*store, "<root>/sub", key);
     EXPECT_STREQ(key.GetKeyFullName(), "[Velquist/sub]");
     EXPECT_EQ(file.read(), "[Velquist]\n[Velquist/sub]\n");
+    createKey(*store, "<Root>/sub", key);
+    EXPECT_STREQ(key.GetKeyFullName(), "[Velquist/sub]") << "found whatever the case";
+}
+
+TEST_F(Export, WritesALineForAKeyNamedAlmostLikeTheTopOfTheTree) {
+    CRegKey key;
+    createKey(*store, "<ROOT>/sub", key);
+    createKey(*store, "<root", key);
+    EXPECT_EQ(file.read(),
+              "[Velquist]\n[Velquist/<root]\n[Velquist/<ROOT>]\n[Velquist/<ROOT>/sub]\n");
 }
 
 TEST_F(Export, WritesALargeTreeInFewBlocks) {
@@ -175,6 +185,18 @@ TEST_F(Dump, ShowsValuesAndSubKeysInOneOrder) {
               "      name b, iskey 1, fullname [Velquist/b], value <key>\n"
               "        name t, iskey 0, fullname , value \"t\"=string:x%sy\n"
               "      name C, iskey 0, fullname , value \"C\"=string:z\n");
+}
+
+TEST_F(Dump, ShowsNothingBelowAValue) {
+    file.write("[Velquist]\n\"v\"=string:x\n[Velquist/v]\n\"inner\"=string:y\n[Velquist/v/k]\n");
+    probe.moveStamp();
+    get(*store, root, "v");
+    ASSERT_NE(probe.node({"velquist", "v", "inner"}), nullptr);
+    EXPECT_EQ(dumped(),
+              "--dump keys/values\n"
+              "  name <root>, iskey 1, fullname , value <key>\n"
+              "    name Velquist, iskey 1, fullname [Velquist], value <key>\n"
+              "      name v, iskey 0, fullname , value \"v\"=string:x\n");
 }
 
 TEST_F(Dump, ShowsTheTreeAsItIsInMemory) {

@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <fstream>
 #include <string>
 
 #include "support/FileOpsFake.h"
@@ -102,6 +103,19 @@ TEST_F(FileReplace, OpeningTellsTheNameEvenWhenItFails) {
     files.fail(FileCall::eOpenForReading, ENOENT);
     EXPECT_EQ(store->FileOpen(CRegLibImplFile::eRead, nullptr), REGLIB_E_NOT_FOUND);
     EXPECT_FALSE(probe.isFileOpen());
+}
+
+TEST_F(FileReplace, EveryModeButReadingWrites) {
+    for (const int mode : {1, 2, -1, 256}) {
+        std::string name;
+        ASSERT_EQ(store->FileOpen(mode, &name), REGLIB_OK) << mode;
+        EXPECT_EQ(name.size(), file.path().size() + 36) << "a temporary file";
+        std::ofstream(name) << mode;
+        store->Lock();
+        store->FileClose(mode, name);
+        store->Unlock();
+        EXPECT_EQ(file.read(), std::to_string(mode)) << "takes the file's place";
+    }
 }
 
 TEST_F(FileReplace, EveryTemporaryFileHasANameOfItsOwn) {

@@ -3,11 +3,15 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <functional>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/FileOpsFake.h"
 #include "support/StoreFixture.h"
+#include "support/Threads.h"
 
 using namespace vqtest;
 using testing::ElementsAre;
@@ -21,6 +25,26 @@ protected:
     CFileStoreProbe probe{*store};
     CRegKey& root = *store->RootKey();
     CRegKey key;
+};
+
+// Lets others act once, as soon as a key has been looked up.
+class InterruptedStore : public CRegLibImplFile {
+public:
+    using CRegLibImplFile::CRegLibImplFile;
+    using CRegLibImplFile::setKeyInfo;
+
+    void setKeyInfo(CRegKeyImpl* record, const char* fullName, const char* keyName, void* node,
+                    std::uint32_t* handleId) override {
+        CRegLibImplFile::setKeyInfo(record, fullName, keyName, node, handleId);
+        if (const auto action = std::exchange(m_action, nullptr)) {
+            action();
+        }
+    }
+
+    void interruptNext(std::function<void()> action) { m_action = std::move(action); }
+
+private:
+    std::function<void()> m_action;
 };
 
 class EnumKeys : public DeleteKey {
@@ -76,6 +100,18 @@ TEST_F(DeleteKey, FailsWhileTheKeyHasAValueOrASubKey) {
     EXPECT_EQ(store->VQRegDeleteKey(root, "a/b"), REGLIB_OK);
     EXPECT_EQ(store->VQRegDeleteKey(root, "a"), REGLIB_OK);
     EXPECT_FALSE(probe.isLocked());
+}
+
+TEST_F(DeleteKey, OthersMayActBetweenTheLookUpAndTheRemoval) {
+    ASSERT_EQ(createKey(*store, "a", key), REGLIB_OK);
+    InterruptedStore interrupted(file.path().c_str(), nullptr, CRegLib::eLocationDefault, nullptr);
+    std::optional<CallElsewhere> change;
+    interrupted.interruptNext([&] {
+        change.emplace([this] { EXPECT_EQ(setText(*store, key, "v", "x"), REGLIB_OK); });
+        EXPECT_TRUE(change->returns()) << "nobody holds the lock";
+    });
+    EXPECT_EQ(interrupted.VQRegDeleteKey(*interrupted.RootKey(), "a"), REGLIB_E_KEY_NOT_EMPTY);
+    EXPECT_EQ(file.read(), "[Velquist]\n[Velquist/a]\n\"v\"=string:x\n");
 }
 
 TEST_F(DeleteKey, OtherHandlesOnTheKeyAreInvalidAfterwards) {

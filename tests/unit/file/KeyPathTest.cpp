@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <climits>
 #include <string>
+#include <vector>
 
 #include "support/FileOpsFake.h"
 #include "support/StoreFixture.h"
@@ -47,6 +49,21 @@ TEST_F(KeyPath, CreatingTellsWhetherAllLevelsExisted) {
     EXPECT_EQ(exists, 0);
     EXPECT_EQ(openIt("A/B"), REGLIB_OK);
     EXPECT_EQ(exists, 1);
+}
+
+TEST_F(KeyPath, AnyNumberButZeroAsksForCreation) {
+    for (const int create : {1, 2, -1, 256, INT_MIN, INT_MAX}) {
+        const std::string path = "k" + std::to_string(create);
+        exists = 7;
+        EXPECT_EQ(store->VQRegCreateKey(nullptr, path.c_str(), key, create, &exists), REGLIB_OK);
+        EXPECT_EQ(exists, 0);
+        EXPECT_EQ(openIt(path.c_str()), REGLIB_OK);
+        std::vector<CRegKey*> keys;
+        std::vector<std::string> names;
+        EXPECT_EQ(store->VQRegCreateKeyVect(&key, "a/b", keys, names, create), REGLIB_OK);
+        EXPECT_EQ(keys.size(), 2u) << create;
+        store->VQRegDestroyKeyVect(keys);
+    }
 }
 
 TEST_F(KeyPath, CreatingWhatExistsDoesNotWriteTheFile) {
@@ -197,6 +214,19 @@ TEST_F(KeyPath, NamesKeepTheSpellingOfTheirCreation) {
     EXPECT_STREQ(again.GetKeyName(), "NETWORK");
     EXPECT_STREQ(again.GetKeyFullName(), "[Velquist/Network]");
     EXPECT_THAT(keyNames(*store, root), ElementsAre("Network"));
+}
+
+TEST_F(KeyPath, NamesThatDifferOnlyFarBehindAreTwo) {
+    const std::string same(300, 'n');
+    const std::string one = same + "1";
+    const std::string two = same + "2";
+    EXPECT_EQ(createIt(one.c_str()), REGLIB_OK);
+    EXPECT_EQ(openIt(two.c_str()), REGLIB_E_KEY_NOT_FOUND);
+    EXPECT_EQ(createIt(two.c_str()), REGLIB_OK);
+    EXPECT_EQ(exists, 0);
+    EXPECT_THAT(keyNames(*store, root), ElementsAre(one, two));
+    const auto other = open();
+    EXPECT_THAT(keyNames(*other, *other->RootKey()), ElementsAre(one, two));
 }
 
 TEST_F(KeyPath, AParentThatIsNotRegisteredStandsForTheTop) {

@@ -2,7 +2,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <iterator>
@@ -10,6 +9,7 @@
 #include <set>
 #include <string>
 
+#include "support/FailingAllocation.h"
 #include "support/StoreFixture.h"
 
 using namespace vqtest;
@@ -18,94 +18,9 @@ using testing::IsSupersetOf;
 
 namespace {
 
-constexpr long kOff = -1;
-long g_left = kOff;  // allocations that succeed before one fails
-bool g_failed = false;
-
-bool failNow() {
-    if (g_left == kOff) {
-        return false;
-    }
-    if (g_left > 0) {
-        --g_left;
-        return false;
-    }
-    g_left = kOff;  // one failure only: what cleans up after it may allocate
-    g_failed = true;
-    return true;
-}
-
-void* allocate(std::size_t size) {
-    return failNow() ? nullptr : std::malloc(size ? size : 1);
-}
-
-void* allocateOrThrow(std::size_t size) {
-    if (void* const memory = allocate(size)) {
-        return memory;
-    }
-    throw std::bad_alloc();
-}
-
-}  // namespace
-
-// Not inlined: the compiler would take malloc and operator delete, or new and free, for a mismatch.
-[[gnu::noinline]] void* operator new(std::size_t size) {
-    return allocateOrThrow(size);
-}
-
-[[gnu::noinline]] void* operator new[](std::size_t size) {
-    return allocateOrThrow(size);
-}
-
-[[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    return allocate(size);
-}
-
-[[gnu::noinline]] void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
-    return allocate(size);
-}
-
-[[gnu::noinline]] void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-
-[[gnu::noinline]] void operator delete[](void* memory) noexcept {
-    std::free(memory);
-}
-
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
-
-[[gnu::noinline]] void operator delete[](void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
-
-[[gnu::noinline]] void operator delete(void* memory, const std::nothrow_t&) noexcept {
-    std::free(memory);
-}
-
-[[gnu::noinline]] void operator delete[](void* memory, const std::nothrow_t&) noexcept {
-    std::free(memory);
-}
-
-namespace {
-
 constexpr long kMostAllocations = 500;
 
 const std::string kLongName(300, 'N');
-
-// No allocation fails or counts in its scope.
-class Unlimited {
-public:
-    Unlimited() { g_left = kOff; }
-    ~Unlimited() { g_left = m_left; }
-    Unlimited(const Unlimited&) = delete;
-    Unlimited& operator=(const Unlimited&) = delete;
-
-private:
-    const long m_left = g_left;
-};
 
 std::ptrdiff_t openDescriptors() {
     const std::filesystem::directory_iterator all("/proc/self/fd");
@@ -115,11 +30,9 @@ std::ptrdiff_t openDescriptors() {
 // Runs an action with the n-th allocation failing. True when it came to that one.
 template <typename Action>
 bool failingAt(long n, Action&& action) {
-    g_failed = false;
-    g_left = n;
+    FailingAllocation allocation(n);
     action();
-    g_left = kOff;
-    return g_failed;
+    return allocation.hasFailed();
 }
 
 class Operations : public StoreTest {
@@ -246,7 +159,7 @@ TEST_F(Operations, AFailedSetLeavesTheOldValueOrTheNew) {
     tryAll([](Store& store) {
         int changed = -1;
         const int code = setText(store, *store.RootKey(), "Text", "another text", &changed);
-        const Unlimited unlimited;
+        const UnlimitedAllocation unlimited;
         const Value now = get(store, *store.RootKey(), "text");
         EXPECT_EQ(now, Value::ofText(changed ? "another text" : "x"));
         EXPECT_TRUE(code < 0 || changed == 1);
@@ -312,7 +225,7 @@ TEST_F(Operations, ImportWithoutMemory) {
     tryAll([&](Store& store) {
         CRegKey displaced;  // keeps the key alive whose name the file gives to a value
         {
-            const Unlimited unlimited;
+            const UnlimitedAllocation unlimited;
             EXPECT_EQ(openKey(store, "k", displaced), REGLIB_OK);
             file.write(text);
             makeStale(store);
@@ -338,7 +251,7 @@ TEST_F(Operations, ConstructAStoreWithoutMemory) {
                                                           CRegLib::eLocationDefault, nullptr);
             } catch (const VQException& exception) {
                 EXPECT_EQ(exception.m_lCode, REGLIB_E_FAIL);
-                g_left = kOff;
+                const UnlimitedAllocation unlimited;
                 text = exception.m_szText;
             } catch (const std::bad_alloc&) {
                 text = "no memory";
@@ -354,4 +267,23 @@ TEST_F(Operations, ConstructAStoreWithoutMemory) {
     EXPECT_EQ(openDescriptors(), descriptors);
     EXPECT_THAT(thrown, IsSupersetOf({"RegLib.3249", "RegLib.3253", "RegLib.3264", "RegLib.3282",
                                       "RegLib.3294", "RegLib.3311"}));
+}
+
+TEST_F(Operations, AKeyThatTheStoreSetOutToMakeIsToldAsNewAlsoWithoutMemory) {
+    bool isSeen = false;
+    bool failed = true;
+    for (long n = 0; failed; ++n) {
+        ASSERT_LT(n, kMostAllocations);
+        file.write("");
+        auto store = open();
+        CRegKey key;
+        int exists = 7;
+        int code = REGLIB_OK;
+        failed =
+            failingAt(n, [&] { code = store->VQRegCreateKey(nullptr, "new", key, 1, &exists); });
+        const bool isMade = CFileStoreProbe(*store).node({"velquist", "new"}) != nullptr;
+        ASSERT_TRUE(exists == 0 || !isMade) << n;
+        isSeen = isSeen || (code == REGLIB_E_FAIL && !isMade && exists == 0);
+    }
+    EXPECT_TRUE(isSeen) << "no allocation of the new node has failed";
 }

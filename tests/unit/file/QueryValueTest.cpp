@@ -173,6 +173,19 @@ TEST_F(QueryValue, FailsForWhatIsNoValue) {
 TEST_F(QueryValue, ANameWithAColonReadsBackWrong) {
     setText(*store, root, "a:b", "text");
     EXPECT_EQ(get(*store, root, "a:b"), Value::ofText("b\"=string:text"));
+    setNumber(*store, root, "c:d", 0x1F);
+    EXPECT_EQ(get(*store, root, "c:d"), Value::ofDword(0xD)) << "the digits of d\"=dword:";
+    setNumber(*store, root, "e:x", 0x1F);
+    EXPECT_EQ(get(*store, root, "e:x"), Value::ofDword(0)) << "x is no digit";
+    setBytes(*store, root, "f:a", "\x01\x02");
+    const Value wrong = get(*store, root, "f:a");
+    EXPECT_EQ(wrong.type, CRegLib::eBinary);
+    ASSERT_EQ(wrong.bytes.size(), 7u) << "half of a\"=binary:0102";
+    EXPECT_EQ(wrong.bytes[0], '\x0A');
+    EXPECT_EQ(wrong.bytes.substr(5), "\x01\x02");
+    const auto other = open();
+    EXPECT_EQ(get(*other, *other->RootKey(), "c:d"), Value::ofDword(0xD));
+    EXPECT_EQ(get(*other, *other->RootKey(), "f:a"), wrong);
 }
 
 TEST_F(QueryValue, TellsWhatIsWrongWithAStoredLine) {

@@ -143,6 +143,19 @@ TEST_F(SetValue, WritesWhenOnlyTheTypeDiffers) {
     EXPECT_EQ(probe.node({"velquist", "v"})->type(), CRegLib::eString);
 }
 
+TEST_F(SetValue, NamesThatDifferOnlyFarBehindAreTwo) {
+    const std::string same(300, 'N');
+    const std::string one = same + "1";
+    const std::string two = same + "2";
+    EXPECT_EQ(setText(*store, root, one.c_str(), "x"), REGLIB_OK);
+    EXPECT_EQ(get(*store, root, two.c_str()), Value::failure(REGLIB_E_NOT_FOUND));
+    EXPECT_EQ(setNumber(*store, root, two.c_str(), 2), REGLIB_OK);
+    EXPECT_EQ(get(*store, root, one.c_str()), Value::ofText("x"));
+    const auto other = open();
+    EXPECT_EQ(get(*other, *other->RootKey(), one.c_str()), Value::ofText("x"));
+    EXPECT_EQ(get(*other, *other->RootKey(), two.c_str()), Value::ofDword(2));
+}
+
 TEST_F(SetValue, FailsForTheNameOfASubKey) {
     createKey(*store, "k", key);
     const FileOpsFake files;

@@ -13,11 +13,14 @@
 
 #include "RegLib/store/Store.h"
 #include "VQRegLib.h"
+#include "portable/Mutex.h"
 #include "support/TempStore.h"
+#include "support/Threads.h"
 #include "support/TraceLog.h"
 
 using namespace VQRegLib;
 using testing::ElementsAre;
+using vqtest::CallElsewhere;
 using vqtest::readFile;
 using vqtest::TempStore;
 using vqtest::TraceLog;
@@ -201,6 +204,32 @@ TEST(Directory, TheFirstSessionMayBeTheTracesOwn) {
     EXPECT_THAT(log.texts(TraceLog::Addresses::eReplace),
                 ElementsAre("CRegLibImpl::CRegLibImpl (0x@) - (null), Velquist/Logging",
                             "CRegLibImpl::~CRegLibImpl (0x@)"));
+}
+
+TEST(Directory, WhileAStoreIsMadeOtherThreadsWait) {
+    const TempStore file;
+    const TempStore other;
+    CRegLibImpl* const held = acquire(other.path().c_str(), nullptr);  // the trace is there
+    CPMutex lock(1, 0, file.path(), 1, 1);
+    ASSERT_EQ(lock.wait(CPMutex::kInfinite, nullptr), CPMutex::eOwned);
+    CRegLibImpl* first = nullptr;
+    CRegLibImpl* second = nullptr;
+    CRegLibImpl* third = nullptr;
+    {
+        const CallElsewhere making([&] { first = acquire(file.path().c_str(), nullptr); });
+        EXPECT_TRUE(making.waits()) << "for the lock of the file, which it has to make";
+        const CallElsewhere same([&] { second = acquire(file.path().c_str(), nullptr); });
+        const CallElsewhere another([&] { third = acquire(other.path().c_str(), nullptr); });
+        EXPECT_TRUE(same.waits());
+        EXPECT_TRUE(another.waits());
+        lock.release();
+    }
+    ASSERT_NE(first, nullptr);
+    EXPECT_EQ(second, first);
+    EXPECT_EQ(third, held);
+    for (CRegLibImpl* const store : {first, second, third, held}) {
+        release(store);
+    }
 }
 
 TEST(Directory, ManyThreadsGetOneStore) {

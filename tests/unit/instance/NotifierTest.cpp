@@ -10,6 +10,8 @@
 
 #include "RegLib/instance/Directory.h"
 #include "RegLib/instance/Notifier.h"
+#include "RegLib/text/NotificationName.h"
+#include "portable/Semaphore.h"
 #include "support/ForkedChild.h"
 #include "support/WatchedStore.h"
 
@@ -101,4 +103,25 @@ TEST_F(Notifier, WakesTheWatchersOfAllStores) {
     releaseNotificationSemaphores();
     EXPECT_TRUE(handler.waitCalls(1));
     EXPECT_TRUE(ofOther.waitCalls(1));
+}
+
+TEST(Notification, IsSentByItsOwnCallOnly) {
+    vqtest::TempStore file;
+    CRegLib session(file.path().c_str(), nullptr, CRegLib::eLocationDefault, nullptr);
+    CPSemaphore own(1, 0, 0x7fffffff, notificationSemaphoreName(::getpid()), 1);
+    ASSERT_TRUE(own.own());
+    const unsigned char bytes[] = {1, 2};
+    CRegKey key;
+    ASSERT_EQ(session.VQRegCreateKey(nullptr, "k", key, 1), REGLIB_OK);
+    ASSERT_EQ(session.VQRegSetValue(key, "n", 1ul), REGLIB_OK);
+    ASSERT_EQ(session.VQRegSetValue(key, "t", "x"), REGLIB_OK);
+    ASSERT_EQ(session.VQRegSetValue(key, "b", bytes, 2), REGLIB_OK);
+    for (const char* const name : {"n", "t", "b"}) {
+        ASSERT_EQ(session.VQRegDeleteValue(key, name), REGLIB_OK);
+    }
+    ASSERT_EQ(session.VQRegDeleteKey(*session.RootKey(), "k"), REGLIB_OK);
+    EXPECT_FALSE(own.wait(0, nullptr)) << "changes notify nobody";
+    session.SendRegistryChangeNotification();
+    EXPECT_TRUE(own.wait(0, nullptr));
+    EXPECT_FALSE(own.wait(0, nullptr));
 }

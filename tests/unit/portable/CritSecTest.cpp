@@ -6,42 +6,23 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
-#include <fstream>
 #include <stdexcept>
-#include <string>
 #include <thread>
 #include <vector>
 
 #include "RegLib/base/CritSecGuard.h"
 #include "portable/Portable.h"
 #include "support/ForkedChild.h"
+#include "support/Threads.h"
 #include "support/Wait.h"
 
 using VQRegLib::CCritSecGuard;
 using VQRegLib::CPCritSec;
 using vqtest::ForkedChild;
+using vqtest::isAsleep;
+using vqtest::isFree;
 
 namespace {
-
-// Whether another thread could enter.
-bool isFree(CPCritSec& critSec) {
-    bool entered = false;
-    std::thread([&] {
-        entered = critSec.tryEnter(__LINE__);
-        if (entered) {
-            critSec.leave(__LINE__);
-        }
-    }).join();
-    return entered;
-}
-
-// Whether a thread of this process waits in the kernel.
-bool isAsleep(long id) {
-    std::ifstream file("/proc/self/task/" + std::to_string(id) + "/stat");
-    std::string line;
-    std::getline(file, line);
-    return line.find(") S ") != std::string::npos;
-}
 
 // Enters a critical section on a thread of its own, until the object ends.
 class OtherHolder {
@@ -76,12 +57,10 @@ TEST(CritSec, ItsHolderEntersAgain) {
         critSec.enter(__LINE__);
     }
     for (int depth = 0; depth < 5; ++depth) {
+        EXPECT_FALSE(isFree(critSec)) << depth;
         critSec.leave(__LINE__);
     }
-    std::thread([&] {
-        critSec.enter(__LINE__);
-        critSec.leave(__LINE__);
-    }).join();
+    EXPECT_TRUE(isFree(critSec));
 }
 
 TEST(CritSec, ExcludesThreads) {
@@ -131,19 +110,11 @@ TEST(CritSec, IsLeftWhenAnExceptionPassesItsGuard) {
     CPCritSec critSec("", 1);
     try {
         const CCritSecGuard guard(critSec, __LINE__);
+        EXPECT_FALSE(isFree(critSec));
         throw std::runtime_error("");
     } catch (const std::runtime_error&) {
     }
-    std::thread([&] {
-        critSec.enter(__LINE__);
-        critSec.leave(__LINE__);
-    }).join();
-}
-
-TEST(CritSec, MayBeDestroyedByTheThreadInside) {
-    CPCritSec critSec("", 1);
-    critSec.enter(__LINE__);
-    critSec.enter(__LINE__);
+    EXPECT_TRUE(isFree(critSec));
 }
 
 TEST(CritSec, IsTriedWithoutWaiting) {

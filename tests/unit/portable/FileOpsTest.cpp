@@ -19,28 +19,25 @@
 
 #include "portable/FileDescriptor.h"
 #include "support/ForkedChild.h"
-#include "support/TempStore.h"
-#include "support/TinyFileSystem.h"
 #include "support/Wait.h"
+#include "unit/portable/FileOpsFixture.h"
 
 namespace fs = std::filesystem;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using VQRegLib::CFileOps;
+using vqtest::isClosedOnExec;
+using vqtest::modeOf;
 
 namespace {
-
-mode_t modeOf(const std::string& path) {
-    struct stat status {};
-    EXPECT_EQ(stat(path.c_str(), &status), 0) << path;
-    return status.st_mode & 07777u;
-}
 
 #if defined(__alpha__)
 constexpr unsigned kFchmodat2 = 562;
 #else
 constexpr unsigned kFchmodat2 = 452;
 #endif
+
+class FileOps : public vqtest::FileOpsFixture {};
 
 // From now on the system call fails with that error in this process.
 bool forbid(unsigned number, int error) {
@@ -54,29 +51,6 @@ bool forbid(unsigned number, int error) {
     return ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
            ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
 }
-
-bool isClosedOnExec(std::FILE* file) {
-    return (fcntl(fileno(file), F_GETFD) & FD_CLOEXEC) != 0;
-}
-
-class FileOps : public testing::Test {
-protected:
-    void expectUnreadable(const std::string& path, int error) {
-        errno = 0;
-        EXPECT_EQ(m_ops.openForReading(path.c_str()), nullptr) << path;
-        EXPECT_EQ(errno, error) << path;
-    }
-
-    void expectNotCreated(const std::string& path, std::uint64_t size, int error) {
-        errno = 0;
-        EXPECT_EQ(m_ops.createForWriting(path.c_str(), size), nullptr) << path;
-        EXPECT_EQ(errno, error) << path;
-    }
-
-    vqtest::TempStore m_store;
-    const std::string m_path = m_store.path();
-    CFileOps& m_ops = CFileOps::current();
-};
 
 }  // namespace
 
@@ -240,103 +214,6 @@ TEST_F(FileOps, ARefusedFileIsNotLeftOpen) {
     EXPECT_EQ(after, before);
 }
 
-TEST_F(FileOps, CreatesAFile) {
-    const mode_t old = umask(027);
-    std::FILE* const file = m_ops.createForWriting(m_path.c_str(), 100);
-    umask(old);
-    ASSERT_NE(file, nullptr);
-    EXPECT_TRUE(isClosedOnExec(file));
-    EXPECT_EQ(modeOf(m_path), 0640u);
-    EXPECT_EQ(m_store.read(), "");
-    EXPECT_EQ(m_ops.write("text", 4, file), 4u);
-    EXPECT_EQ(m_store.read(), "text") << "the file must not be buffered";
-    EXPECT_EQ(m_ops.flush(file), 0);
-    EXPECT_EQ(m_ops.close(file), 0);
-}
-
-TEST_F(FileOps, CreatesAFileForAllWithoutAnUmask) {
-    const mode_t old = umask(0);
-    std::FILE* const file = m_ops.createForWriting(m_path.c_str(), 0);
-    umask(old);
-    ASSERT_NE(file, nullptr);
-    EXPECT_EQ(modeOf(m_path), 0666u);
-    EXPECT_EQ(m_ops.close(file), 0);
-}
-
-TEST_F(FileOps, NeverTakesOverWhatExists) {
-    m_store.write("old");
-    expectNotCreated(m_path, 0, EEXIST);
-    EXPECT_EQ(m_store.read(), "old");
-    const std::string target = m_store.directory() + "/target";
-    const std::string link = m_store.directory() + "/link";
-    fs::create_symlink(target, link);
-    expectNotCreated(link, 0, EEXIST);
-    EXPECT_FALSE(fs::exists(target));
-    const std::string fifo = m_store.directory() + "/fifo";
-    ASSERT_EQ(mkfifo(fifo.c_str(), 0666), 0);
-    expectNotCreated(fifo, 0, EEXIST);
-}
-
-TEST_F(FileOps, CreatesNothingWhereThereIsNoDirectory) {
-    expectNotCreated(m_store.directory() + "/missing/file", 0, ENOENT);
-}
-
-TEST_F(FileOps, CreatesNothingWithoutRoom) {
-    const vqtest::TinyFileSystem small(m_store.directory(), "size=64k");
-    expectNotCreated(m_path, 65537, ENOSPC);
-    expectNotCreated(m_path, std::uint64_t{1} << 40, ENOSPC);
-    EXPECT_THAT(m_store.files(), IsEmpty());
-    std::FILE* const file = m_ops.createForWriting(m_path.c_str(), 30000);
-    ASSERT_NE(file, nullptr);
-    EXPECT_EQ(m_ops.close(file), 0);
-}
-
-TEST_F(FileOps, CreatesNothingOnAFullDisk) {
-    const vqtest::TinyFileSystem full(m_store.directory(), "size=64k");
-    full.fill();
-    expectNotCreated(m_path, 1, ENOSPC);
-    EXPECT_THAT(m_store.files(), ElementsAre("filling"));
-}
-
-TEST_F(FileOps, WhatItPromisedFits) {
-    const vqtest::TinyFileSystem small(m_store.directory(), "size=64k");
-    std::uint64_t size = 65536;
-    std::FILE* file = nullptr;
-    while (!file && size > 0) {
-        file = m_ops.createForWriting(m_path.c_str(), --size);
-    }
-    ASSERT_NE(file, nullptr);
-    const std::string text(size, 'x');
-    EXPECT_EQ(m_ops.write(text.data(), text.size(), file), text.size());
-    EXPECT_EQ(m_ops.flush(file), 0);
-    EXPECT_EQ(m_ops.close(file), 0);
-    EXPECT_GT(size, 32768u);
-}
-
-TEST_F(FileOps, CreatesNothingOnAReadOnlyDisk) {
-    const vqtest::TinyFileSystem place(m_store.directory(), "size=64k");
-    place.makeReadOnly();
-    expectNotCreated(m_path, 1, EROFS);
-}
-
-TEST_F(FileOps, AFailedWriteIsSeen) {
-    std::FILE* const file = std::fopen("/dev/full", "w");
-    ASSERT_NE(file, nullptr);
-    std::setvbuf(file, nullptr, _IONBF, 0);
-    errno = 0;
-    EXPECT_LT(m_ops.write("text", 4, file), 4u);
-    EXPECT_EQ(errno, ENOSPC);
-    std::fclose(file);
-    std::FILE* const buffered = std::fopen("/dev/full", "w");
-    ASSERT_NE(buffered, nullptr);
-    EXPECT_EQ(m_ops.write("text", 4, buffered), 4u);
-    errno = 0;
-    EXPECT_EQ(m_ops.flush(buffered), EOF);
-    EXPECT_EQ(errno, ENOSPC);
-    m_ops.write("text", 4, buffered);
-    EXPECT_EQ(m_ops.close(buffered), EOF);
-}
-
 TEST_F(FileOps, OpensAFileToEverybody) {
     m_store.write("");
     fs::permissions(m_path, fs::perms::owner_read);
@@ -379,27 +256,4 @@ TEST_F(FileOps, CanBeReplacedAndBroughtBack) {
     CFileOps::replace(nullptr);
     EXPECT_EQ(&CFileOps::current(), &m_ops);
     EXPECT_TRUE(CFileOps::current().exists("/"));
-}
-
-TEST(FileDescriptor, ClosesWhatItOwns) {
-    int fd = -1;
-    {
-        const VQRegLib::CFileDescriptor file(open("/dev/null", O_RDONLY | O_CLOEXEC));
-        EXPECT_TRUE(file.isOpen());
-        fd = file.get();
-        EXPECT_GE(fcntl(fd, F_GETFD), 0);
-    }
-    EXPECT_EQ(fcntl(fd, F_GETFD), -1);
-    EXPECT_FALSE(VQRegLib::CFileDescriptor(-1).isOpen());
-}
-
-TEST(FileDescriptor, KeepsOpenWhatItHasReleased) {
-    int fd = -1;
-    {
-        VQRegLib::CFileDescriptor file(open("/dev/null", O_RDONLY | O_CLOEXEC));
-        fd = file.release();
-        EXPECT_FALSE(file.isOpen());
-    }
-    EXPECT_GE(fcntl(fd, F_GETFD), 0);
-    close(fd);
 }

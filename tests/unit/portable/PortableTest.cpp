@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <climits>
 #include <clocale>
 #include <cstdint>
@@ -219,7 +220,12 @@ TEST(Identity, NamesTheExecutable) {
     EXPECT_NE(CPortable::getBuildVersion(), "unknown");
 }
 
-TEST(Sleep, Returns) {
-    CPortable::Sleep(0);
-    CPortable::Sleep(1);
+TEST(Sleep, LastsAsLongAsItIsAsked) {
+    for (const unsigned long milliseconds : {0ul, 1ul, 30ul, 1030ul}) {
+        const auto start = std::chrono::steady_clock::now();
+        CPortable::Sleep(milliseconds);
+        const auto lasted = std::chrono::steady_clock::now() - start;
+        EXPECT_GE(lasted, std::chrono::milliseconds(milliseconds));
+        EXPECT_LT(lasted, std::chrono::milliseconds(milliseconds) + std::chrono::seconds(20));
+    }
 }

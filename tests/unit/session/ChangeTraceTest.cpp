@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -57,6 +58,17 @@ TEST_F(ChangeTrace, ACreatedKeyIsNamedWithItsPath) {
     ASSERT_EQ(session.VQRegCreateKey(&key, "A\\b", made, 1), REGLIB_OK);
     EXPECT_THAT(newLines(), ElementsAre("CRegLibImpl::VQRegCreateKey (@), creating new key "
                                         "[Root/Net/A/b]/A\\b"));
+}
+
+TEST_F(ChangeTrace, AKeyIsCreatedAndNamedWhateverNumberAsksForIt) {
+    for (const int create : {2, -1, 256, INT_MIN}) {
+        CRegKey made;
+        const std::string name = std::to_string(create);
+        EXPECT_EQ(session.VQRegCreateKey(&key, name.c_str(), made, create), REGLIB_OK);
+        EXPECT_THAT(newLines(), ElementsAre("CRegLibImpl::VQRegCreateKey (@), creating new key "
+                                            "[Root/Net/" +
+                                            name + "]/" + name));
+    }
 }
 
 TEST_F(ChangeTrace, AnExistingOrMissingKeyIsNotTraced) {

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "VQRegLib.h"
+#include "support/Handlers.h"
 #include "support/TempStore.h"
 #include "support/TraceLog.h"
 
@@ -115,8 +116,17 @@ TEST_F(SessionArguments, ANullPathMakesNoKeys) {
 }
 
 TEST_F(SessionArguments, NullHandlersAreIgnored) {
+    const std::size_t before = log.texts().size();
     session.SetRegistryChangeHandler(nullptr);
     session.ClrRegistryChangeHandler(nullptr);
+    std::vector<std::string> lines = log.texts();
+    lines.erase(lines.begin(), lines.begin() + static_cast<std::ptrdiff_t>(before));
+    EXPECT_THAT(lines, ElementsAre("CRegLibImplFile::SetRegistryChangeHandler",
+                                   "<<<CRegLibImplFile::SetRegistryChangeHandler",
+                                   "CRegLibImplFile::ClrRegistryChangeHandler",
+                                   "<<<CRegLibImplFile::ClrRegistryChangeHandler"));
+    EXPECT_EQ(vqtest::countThreads("FileWatch") + vqtest::countThreads("RegChgNotif"), 0);
+    EXPECT_FALSE(vqtest::hasSemaphore());
 }
 
 TEST_F(SessionArguments, AnEmptyHandleIsInvalid) {

@@ -14,6 +14,7 @@
 #include "RegLib/trace/Trace.h"
 #include "VQRegLib.h"
 #include "support/TempStore.h"
+#include "support/TinyFileSystem.h"
 #include "support/TraceLog.h"
 
 using namespace VQRegLib;
@@ -23,6 +24,7 @@ using testing::IsEmpty;
 using testing::StartsWith;
 using vqtest::readFile;
 using vqtest::TempStore;
+using vqtest::TinyFileSystem;
 using vqtest::TraceLog;
 
 namespace {
@@ -130,6 +132,24 @@ TEST(TraceFile, AMissingDirectoryIsTriedAgainInAnotherMinute) {
     opened.makeLine("found");
     EXPECT_THAT(log.texts().back(), HasSubstr("/found"));
     EXPECT_THAT(readFile(log.files().front()), Not(HasSubstr("/lost\n")));
+}
+
+TEST(TraceFile, LinesThatCannotBeWrittenAreLostAndNothingElse) {
+    const TraceLog log(1);
+    const TinyFileSystem disk(TraceLog::directory(), "size=64k");
+    OpenedDefault opened;
+    opened.makeLine("first");
+    disk.fill();
+    const std::string line(300, 'n');
+    for (int i = 0; i < 40; ++i) {  // more than fits into what the file has already
+        EXPECT_EQ(opened.session.VQRegDeleteValue(*opened.session.RootKey(), line.c_str()),
+                  REGLIB_E_NOT_FOUND);
+    }
+    EXPECT_LT(readFile(TraceLog::path()).size(), 40 * line.size());
+    std::filesystem::remove(TraceLog::directory() + "filling");
+    opened.makeLine("last");
+    EXPECT_THAT(readFile(TraceLog::path()), HasSubstr("/first\n"));
+    EXPECT_THAT(readFile(TraceLog::path()), HasSubstr("/last\n"));
 }
 
 TEST(TraceFile, EveryDayHasItsOwn) {

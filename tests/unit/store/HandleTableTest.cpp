@@ -30,6 +30,14 @@ protected:
         }
     }
 
+    bool takeFirst(std::uint32_t& id, CRegKeyImpl*& record) {
+        const bool isFound = table.findFirst(id, record);
+        if (isFound) {
+            table.retire(id);
+        }
+        return isFound;
+    }
+
     void orphan(const int& node) {
         table.orphan([&](const void* other) { return other == &node; });
     }
@@ -113,13 +121,13 @@ TEST_F(HandleTable, TakesItsEntriesInTheOrderOfTheirIds) {
     table.retire(2);
     std::uint32_t id = 0;
     CRegKeyImpl* record = nullptr;
-    ASSERT_TRUE(table.takeFirst(id, record));
+    ASSERT_TRUE(takeFirst(id, record));
     EXPECT_EQ(id, 1u);
     EXPECT_EQ(record, &records[0]);
-    ASSERT_TRUE(table.takeFirst(id, record));
+    ASSERT_TRUE(takeFirst(id, record));
     EXPECT_EQ(id, 3u);
     EXPECT_EQ(record, &records[2]);
-    EXPECT_FALSE(table.takeFirst(id, record));
+    EXPECT_FALSE(takeFirst(id, record));
     EXPECT_EQ(table.nextId(), 4u);
 }
 
@@ -190,19 +198,19 @@ TEST_F(HandleTable, TakesTheFirstOfThoseThatAreLeft) {
     enrollMany(300);
     std::uint32_t id = 0;
     CRegKeyImpl* record = nullptr;
-    ASSERT_TRUE(table.takeFirst(id, record));
+    ASSERT_TRUE(takeFirst(id, record));
     EXPECT_EQ(id, 1u);
     for (std::uint32_t retired = 2; retired < 250; ++retired) {
         table.retire(retired);
     }
-    ASSERT_TRUE(table.takeFirst(id, record));
+    ASSERT_TRUE(takeFirst(id, record));
     EXPECT_EQ(id, 250u);
     table.enroll(&nodes[0], &records[0]);  // not advanced: it counts all the same
     for (std::uint32_t next = 251; next <= 301; ++next) {
-        ASSERT_TRUE(table.takeFirst(id, record));
+        ASSERT_TRUE(takeFirst(id, record));
         EXPECT_EQ(id, next);
     }
-    EXPECT_FALSE(table.takeFirst(id, record));
+    EXPECT_FALSE(takeFirst(id, record));
     EXPECT_EQ(table.nextId(), 301u);
 }
 

@@ -2,9 +2,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstdlib>
+#include <memory>
 #include <string>
 
+#include "support/FailingCopies.h"
 #include "support/StoreFixture.h"
 #include "support/TraceLog.h"
 
@@ -12,34 +13,6 @@ using namespace vqtest;
 using testing::Contains;
 
 namespace {
-
-int g_copiesLeft = -1;  // below zero: without limit
-
-}  // namespace
-
-extern "C" {
-char* __real_strdup(const char* text);
-char* __wrap_strdup(const char* text);
-
-char* __wrap_strdup(const char* text) {
-    if (g_copiesLeft == 0) {
-        return nullptr;
-    }
-    g_copiesLeft -= g_copiesLeft > 0 ? 1 : 0;
-    return __real_strdup(text);
-}
-}
-
-namespace {
-
-// So many copies succeed, then none.
-class CopiesLeft {
-public:
-    explicit CopiesLeft(int count) { g_copiesLeft = count; }
-    ~CopiesLeft() { g_copiesLeft = -1; }
-    CopiesLeft(const CopiesLeft&) = delete;
-    CopiesLeft& operator=(const CopiesLeft&) = delete;
-};
 
 template <typename Action>
 std::string thrownBy(Action&& action) {
@@ -97,6 +70,17 @@ TEST_F(NoCopies, ClearingARecordThrowsAtTheKeyName) {
     EXPECT_EQ(thrownBy([&] { record.ClearKeyInfo(); }), "RegLib.1997");
     EXPECT_STREQ(record.m_pszFullName, "");
     EXPECT_EQ(record.m_pszKeyName, nullptr);
+}
+
+TEST_F(NoCopies, AnIdThatIsNotGivenIsNotTold) {
+    CRegKeyImplFile record;
+    std::uint32_t id = 77;
+    int node = 0;
+    const CopiesLeft none(0);
+    EXPECT_EQ(thrownBy([&] { store->CRegLibImpl::setKeyInfo(&record, "[a]", "a", &node, &id); }),
+              "RegLib.1972");
+    EXPECT_EQ(id, 77u);
+    store->m_handles.retirePending(&record);
 }
 
 TEST_F(NoCopies, OpeningAKeyThrowsAndTheNextTimeWorks) {
@@ -181,12 +165,12 @@ TEST(NoCopiesTrace, DestroyingAHandleSaysSoInTheLogAndDoesNotThrow) {
     CRegLibTrace::m_lFakeMutex = 0;
     const TempStore file;
     CRegLibImplFile store(file.path().c_str(), nullptr, CRegLib::eLocationDefault, nullptr);
+    auto key = std::make_unique<CRegKey>();
+    ASSERT_EQ(createKey(store, "a", *key), REGLIB_OK);
     {
-        CRegKey key;
-        ASSERT_EQ(createKey(store, "a", key), REGLIB_OK);
-        g_copiesLeft = 0;
+        const CopiesLeft none(0);
+        key.reset();
     }
-    g_copiesLeft = -1;
     EXPECT_THAT(log.texts(TraceLog::Addresses::eReplace),
                 Contains("(Error) CRegKey::~CRegKey (0x@), exception RegLib.1991"));
     EXPECT_EQ(store.m_handles.size(), 1u);

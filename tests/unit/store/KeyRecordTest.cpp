@@ -18,9 +18,30 @@ public:
     explicit ListeningStore(const std::string& path)
         : CRegLibImplFile(path.c_str(), nullptr, CRegLib::eLocationDefault, nullptr) {}
 
-    void deleteKeyHandle(unsigned long handleId) override { deleted.push_back(handleId); }
+    void deleteKeyHandle(unsigned long handleId) override {
+        deleted.push_back(handleId);
+        wasListed.push_back(m_handles.recordOf(static_cast<std::uint32_t>(handleId)) != nullptr);
+    }
 
     std::vector<unsigned long> deleted;
+    std::vector<bool> wasListed;  // whether each of them was still registered then
+};
+
+// Looks at where its id is told while it takes its info.
+class WatchingRecord : public CRegKeyImplFile {
+public:
+    explicit WatchingRecord(const std::uint32_t& told) : m_told(told) {}
+
+    void SetKeyInfo(CRegLibImpl* owner, const char* fullName, const char* keyName,
+                    unsigned long handleId) override {
+        seen = m_told;
+        CRegKeyImplFile::SetKeyInfo(owner, fullName, keyName, handleId);
+    }
+
+    std::uint32_t seen = 0;
+
+private:
+    const std::uint32_t& m_told;
 };
 
 class KeyRecord : public StoreTest {
@@ -105,6 +126,38 @@ TEST_F(KeyRecord, IsRegisteredUnderTheNextId) {
     EXPECT_EQ(record.m_ulHandleId, 3u);
     store.m_handles.retire(2);
     store.clearKeyInfo(&record);
+}
+
+TEST_F(KeyRecord, ItsIdIsToldWhenItHasTakenItsInfo) {
+    std::uint32_t id = 77;
+    WatchingRecord record(id);
+    store.CRegLibImpl::setKeyInfo(&record, "[a]", "a", &node, &id);
+    EXPECT_EQ(record.seen, 77u);
+    EXPECT_EQ(id, 2u);
+    store.clearKeyInfo(&record);
+}
+
+TEST_F(KeyRecord, TheHookRunsBeforeItsIdIsUnregistered) {
+    CRegKeyImplFile record;
+    store.CRegLibImpl::setKeyInfo(&record, "[a]", "a", &node, nullptr);
+    store.clearKeyInfo(&record);
+    {
+        CRegKey key;
+        ASSERT_EQ(createKey(store, "a", key), REGLIB_OK);
+        ASSERT_EQ(createKey(store, "a", key), REGLIB_OK);
+    }
+    EXPECT_EQ(store.deleted, (std::vector<unsigned long>{2, 3, 4}));
+    EXPECT_EQ(store.wasListed, (std::vector<bool>{true, true, true}));
+}
+
+TEST_F(KeyRecord, TheHookRunsForTheHandleThatFindsAKeyToDelete) {
+    CRegKey kept;
+    ASSERT_EQ(createKey(store, "a", kept), REGLIB_OK);
+    ASSERT_EQ(store.VQRegDeleteKey(*store.RootKey(), "a"), REGLIB_OK);
+    EXPECT_EQ(store.deleted, std::vector<unsigned long>{3});
+    EXPECT_EQ(store.wasListed, std::vector<bool>{true});
+    EXPECT_EQ(store.m_handles.recordOf(3), nullptr);
+    EXPECT_EQ(store.m_handles.recordOf(2), recordOf(kept));
 }
 
 TEST_F(KeyRecord, IsRegisteredThroughAHandleToo) {

@@ -59,6 +59,21 @@ public:
     std::vector<std::string> subKeys;
 };
 
+// Clears its records at its end, as every store does, and tells of it.
+class EndingStore : public OddStore {
+public:
+    explicit EndingStore(std::vector<std::string>& log) : m_log(log) {}
+    ~EndingStore() override { clearAllRecords(true); }
+
+    void deleteKeyHandle(unsigned long handleId) override {
+        const bool isListed = m_handles.recordOf(static_cast<std::uint32_t>(handleId)) != nullptr;
+        m_log.push_back((isListed ? "listed " : "unlisted ") + std::to_string(handleId));
+    }
+
+private:
+    std::vector<std::string>& m_log;
+};
+
 // Where a virtual function stands in the table of its class: a pointer to it holds the offset of
 // its entry, plus one.
 template <typename Member>
@@ -128,6 +143,22 @@ TEST_F(BaseStore, KeepsRecordsAndHandlersInTheirSlots) {
     EXPECT_EQ(slotOf(&CRegKeyImpl::SetKeyInfo), 2u);
     EXPECT_EQ(slotOf(&CRegKeyImpl::ClearKeyInfo), 3u);
     EXPECT_EQ(slotOf(&CRegistryChangeHandler::OnRegistryChange), 2u);
+}
+
+TEST_F(BaseStore, ItsEndTellsOfEachRecordThatIsLeftBeforeItIsUnregistered) {
+    std::vector<std::string> log;
+    CRegKeyImplFile records[3];
+    int node = 0;
+    {
+        EndingStore store(log);
+        for (CRegKeyImplFile& record : records) {
+            store.setKeyInfo(&record, "[a]", "a", &node, nullptr);
+        }
+        store.clearKeyInfo(&records[1]);
+        EXPECT_THAT(log, ElementsAre("listed 2"));
+    }
+    EXPECT_THAT(log, ElementsAre("listed 2", "listed 1", "listed 3"));
+    EXPECT_EQ(records[2].m_pRegLibImpl, nullptr);
 }
 
 TEST_F(BaseStore, FoldsAsciiLettersOnly) {
@@ -248,4 +279,12 @@ TEST_F(CreateKeyVect, DestroyingSkipsNullElements) {
     EXPECT_THAT(keys, IsEmpty());
     EXPECT_EQ(store->m_handles.size(), registered - 2);
     EXPECT_EQ(store->VQRegDestroyKeyVect(keys), REGLIB_OK);
+}
+
+TEST_F(CreateKeyVect, DestroyingKeepsTheRoomOfTheVector) {
+    keys.reserve(100);
+    keys.push_back(nullptr);
+    const std::size_t room = keys.capacity();
+    EXPECT_EQ(store->VQRegDestroyKeyVect(keys), REGLIB_OK);
+    EXPECT_EQ(keys.capacity(), room);
 }

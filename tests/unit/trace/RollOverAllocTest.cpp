@@ -1,5 +1,4 @@
-// The log file and the calendar. In an executable of its own, because it replaces the clock by which
-// the library chooses the file.
+// The log file and the calendar.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -20,108 +19,19 @@
 #include "support/TempStore.h"
 #include "support/TraceLog.h"
 #include "support/Wait.h"
+#include "unit/trace/RollOverFixture.h"
 
 namespace fs = std::filesystem;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::StartsWith;
-using VQRegLib::g_pregLibTrace;
-using vqtest::TraceLine;
-using vqtest::TraceLog;
+using namespace vqtest;
 
 namespace {
 
-constexpr std::time_t kMinute = 60;
-constexpr std::time_t kDay = 24 * 60 * kMinute;
-constexpr std::time_t kMidnight = 1794787200;  // the beginning of 16 November 2026
-const std::string kDirectory = "/cf/corvanedata/Logs/";
-const std::string kFile15 = kDirectory + "RegLibTrace-261115.Log";
-const std::string kFile16 = kDirectory + "RegLibTrace-261116.Log";
-
-std::atomic<std::time_t> g_now{kMidnight - 2 * kMinute};
-
-using SetDirectory = void (CRegLibTrace::*)(const char*);
-using DirectoryText = char (CRegLibTrace::*)[256];
-SetDirectory setDirectoryMember();
-DirectoryText directoryMember();
-
-// Lets the tests reach two private members: nothing else gives the object another directory.
-template <SetDirectory setter, DirectoryText text>
-struct Opened {
-    friend SetDirectory setDirectoryMember() { return setter; }
-    friend DirectoryText directoryMember() { return text; }
-};
-template struct Opened<&CRegLibTrace::setDirectory, &CRegLibTrace::m_szDirectory>;
-
-class RollOver : public testing::Test {
-protected:
-    explicit RollOver(TraceLog::Directory directory = TraceLog::Directory::eCreate)
-        : m_log(1, directory) {
-        ::setenv("TZ", "UTC0", 1);
-        ::tzset();
-        CRegLibTrace::createInstance();
-    }
-
-    static CRegLibTrace& trace() { return *g_pregLibTrace.load(); }
-    static void write(const char* text) { trace().trace("%s\n", text); }
-
-    // The texts of one file; "***" stands for its headers.
-    static std::vector<std::string> linesOf(const std::string& path) {
-        std::vector<std::string> result;
-        const std::string text = vqtest::readFile(path);
-        for (std::size_t begin = 0; begin < text.size();) {
-            const std::size_t end = std::min(text.find('\n', begin), text.size());
-            const auto line = vqtest::parseTraceLine(text.substr(begin, end - begin));
-            result.push_back(!line ? "malformed" : line->isHeader ? "***" : line->text);
-            begin = end + 1;
-        }
-        return result;
-    }
-
-    // The files of the log that this process has open.
-    static std::vector<std::string> openLogs() {
-        std::vector<std::string> result;
-        for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
-            std::error_code error;
-            const std::string target = fs::read_symlink(entry.path(), error).string();
-            if (target.starts_with(kDirectory)) {
-                result.push_back(target);
-            }
-        }
-        return result;
-    }
-
-    static int descriptorOf(const std::string& path) {
-        std::error_code error;
-        int fd = 255;
-        while (fd >= 0 &&
-               fs::read_symlink("/proc/self/fd/" + std::to_string(fd), error) != fs::path(path)) {
-            --fd;
-        }
-        return fd;
-    }
-
-    TraceLog m_log;
-};
-
-class RollOverWithoutDirectory : public RollOver {
-protected:
-    RollOverWithoutDirectory() : RollOver(TraceLog::Directory::eLeaveMissing) {}
-};
+class RollOver : public vqtest::RollOverFixture {};
 
 }  // namespace
-
-// NOLINTBEGIN(bugprone-reserved-identifier): the names that the linker gives them
-extern "C" std::time_t __wrap_time(std::time_t* out);
-
-extern "C" std::time_t __wrap_time(std::time_t* out) {
-    const std::time_t now = g_now.load();
-    if (out) {
-        *out = now;
-    }
-    return now;
-}
-// NOLINTEND(bugprone-reserved-identifier)
 
 TEST_F(RollOver, NamesTheFileByYearMonthAndDay) {
     write("x");
@@ -261,92 +171,4 @@ TEST_F(RollOver, LosesNoLineOfManyThreads) {
         const std::vector<std::string> lines = linesOf(file);
         EXPECT_EQ(std::count(lines.begin(), lines.end(), "***"), 1) << file;
     }
-}
-
-TEST_F(RollOverWithoutDirectory, OpensNothing) {
-    write("lost");
-    EXPECT_FALSE(fs::exists("/cf"));
-}
-
-TEST_F(RollOverWithoutDirectory, TriesAgainWhenTheMinuteChanges) {
-    g_now = kMidnight;
-    write("lost");
-    fs::create_directories(kDirectory);
-    write("lost too");
-    g_now = kMidnight + kMinute - 1;
-    write("lost as well");
-    EXPECT_THAT(m_log.files(), IsEmpty());
-    g_now = kMidnight + kMinute;
-    write("kept");
-    EXPECT_THAT(linesOf(kFile16), ElementsAre("***", "kept"));
-}
-
-TEST_F(RollOverWithoutDirectory, TriesOnceInAMinute) {
-    g_now = kMidnight;
-    write("lost");
-    g_now = kMidnight + kMinute;
-    write("lost");
-    fs::create_directories(kDirectory);
-    g_now = kMidnight + kMinute + 59;
-    write("lost");
-    EXPECT_THAT(m_log.files(), IsEmpty());
-    g_now = kMidnight + 2 * kMinute;
-    write("kept");
-    EXPECT_THAT(linesOf(kFile16), ElementsAre("***", "kept"));
-}
-
-TEST_F(RollOverWithoutDirectory, TriesAgainInTheSameMinuteOfAnotherDay) {
-    g_now = kMidnight;
-    write("lost");
-    fs::create_directories(kDirectory);
-    g_now = kMidnight + kDay;
-    write("kept");
-    EXPECT_THAT(m_log.files(), ElementsAre(kDirectory + "RegLibTrace-261117.Log"));
-}
-
-TEST_F(RollOver, DropsLinesWhenTheFileOfTheNewDayCannotBeOpened) {
-    write("before");
-    fs::create_directory(kFile16);
-    fs::permissions(kFile16, fs::perms::owner_all);
-    g_now = kMidnight;
-    write("lost");
-    struct stat status {};
-    ASSERT_EQ(stat(kFile16.c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode & 07777u, 0700u) << "what is no file is left alone";
-    fs::remove(kFile16);
-    write("lost");
-    g_now = kMidnight + kMinute;
-    write("kept");
-    EXPECT_THAT(linesOf(kFile15), ElementsAre("***", "before"));
-    EXPECT_THAT(linesOf(kFile16), ElementsAre("***", "kept"));
-}
-
-TEST_F(RollOver, CutsALongDirectory) {
-    const std::string longDirectory = "/tmp/" + std::string(245, 'd') + "/" + std::string(60, 'e');
-    (trace().*setDirectoryMember())(longDirectory.c_str());
-    EXPECT_EQ(trace().*directoryMember(), longDirectory.substr(0, 254));
-    const std::string fitting = longDirectory.substr(0, 254);
-    (trace().*setDirectoryMember())(fitting.c_str());
-    EXPECT_EQ(trace().*directoryMember(), fitting);
-    (trace().*setDirectoryMember())("/tmp/");
-    EXPECT_EQ(std::string(trace().*directoryMember()), "/tmp/");
-}
-
-TEST_F(RollOver, CutsALongFileName) {
-    const std::string directory = "/tmp/" + std::string(240, 'd') + "/";
-    ASSERT_EQ(directory.size(), 246u);
-    fs::create_directory(directory);
-    (trace().*setDirectoryMember())(directory.c_str());
-    write("x");
-    EXPECT_TRUE(fs::exists(directory + "RegLibT"));  // 253 characters in all
-    EXPECT_THAT(linesOf(directory + "RegLibT"), ElementsAre("***", "x"));
-}
-
-TEST_F(RollOver, UsesTheWorkingDirectoryWithoutADirectory) {
-    const vqtest::TempStore store;
-    fs::current_path(store.directory());
-    (trace().*setDirectoryMember())("");
-    write("x");
-    EXPECT_THAT(store.files(), ElementsAre("RegLibTrace-261115.Log"));
-    fs::current_path("/");
 }

@@ -1,7 +1,6 @@
 // Every verb of the tree, with the n-th allocation failing, for every n.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <functional>
 #include <new>
 #include <string>
@@ -9,64 +8,11 @@
 #include "RegLib/text/LineFormat.h"
 #include "RegLib/tree/Merge.h"
 #include "RegLib/tree/Tree.h"
+#include "support/FailingAllocation.h"
 #include "unit/tree/TextOf.h"
 
 using namespace VQRegLib;
 using namespace vqtest;
-
-namespace {
-
-constexpr long kOff = -1;
-long g_left = kOff;  // allocations that succeed before one fails
-bool g_failed = false;
-
-bool failNow() {
-    if (g_left == kOff) {
-        return false;
-    }
-    if (g_left > 0) {
-        --g_left;
-        return false;
-    }
-    g_left = kOff;  // one failure only: what cleans up after it may allocate
-    g_failed = true;
-    return true;
-}
-
-void* allocateOrThrow(std::size_t size) {
-    void* const memory = failNow() ? nullptr : std::malloc(size ? size : 1);
-    if (!memory) {
-        throw std::bad_alloc();
-    }
-    return memory;
-}
-
-}  // namespace
-
-// Not inlined: the compiler would take malloc and operator delete, or new and free, for a mismatch.
-[[gnu::noinline]] void* operator new(std::size_t size) {
-    return allocateOrThrow(size);
-}
-
-[[gnu::noinline]] void* operator new[](std::size_t size) {
-    return allocateOrThrow(size);
-}
-
-[[gnu::noinline]] void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-
-[[gnu::noinline]] void operator delete[](void* memory) noexcept {
-    std::free(memory);
-}
-
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
-
-[[gnu::noinline]] void operator delete[](void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
 
 namespace {
 
@@ -111,14 +57,11 @@ protected:
     }
 
     static bool failsAt(long n, CTree& tree, const Verb& verb) {
-        g_failed = false;
-        g_left = n;
+        FailingAllocation allocation(n);
         try {
             verb(tree);
-            g_left = kOff;
-            return g_failed;
+            return allocation.hasFailed();
         } catch (const std::bad_alloc&) {
-            g_left = kOff;
             return true;
         }
     }
@@ -280,12 +223,13 @@ TEST_F(TreeWithoutMemory, RemovesEvenWithoutAny) {
         CTree tree;
         prepare(tree, 1);
         at(tree, "a", "k").m_ulKeyHandleID = 1;
-        g_left = n;
-        EXPECT_NO_THROW(tree.remove(at(tree, "a", "v")));
-        EXPECT_NO_THROW(tree.remove(at(tree, "a", "k")));
-        EXPECT_NO_THROW(tree.remove(at(tree, "b")));
-        EXPECT_NO_THROW(tree.sweep());
-        g_left = kOff;
+        {
+            const FailingAllocation allocation(n);
+            EXPECT_NO_THROW(tree.remove(at(tree, "a", "v")));
+            EXPECT_NO_THROW(tree.remove(at(tree, "a", "k")));
+            EXPECT_NO_THROW(tree.remove(at(tree, "b")));
+            EXPECT_NO_THROW(tree.sweep());
+        }
         EXPECT_EQ(textOf(tree), "[a]\n\"w\"=dword:2\n");
         EXPECT_EQ(tree.size(), 3u);
     }
