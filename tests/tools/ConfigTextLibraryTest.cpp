@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "support/TempStore.h"
-#include "tools/vqreg/ConfigReader.h"
+#include "tools/vqreg/text/ConfigReader.h"
 
 using namespace vqreg;
 using VQRegLib::CRegKey;

@@ -1,11 +1,11 @@
 // Trees as JSON and back.
-#include "tools/vqreg/JsonText.h"
+#include "tools/vqreg/text/JsonText.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 
-#include "tools/vqreg/Difference.h"
+#include "tools/vqreg/text/Difference.h"
 
 using namespace vqreg;
 using VQRegLib::CRegLib;
