@@ -11,6 +11,7 @@
 
 #include "fuzz/Support.h"
 #include "tools/vqreg/text/ConfigReader.h"
+#include "tools/vqreg/text/ConfigText.h"
 #include "tools/vqreg/text/Difference.h"
 #include "tools/vqreg/text/JsonText.h"
 

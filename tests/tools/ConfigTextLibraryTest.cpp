@@ -9,6 +9,7 @@
 
 #include "support/TempStore.h"
 #include "tools/vqreg/text/ConfigReader.h"
+#include "tools/vqreg/text/ConfigText.h"
 
 using namespace vqreg;
 using VQRegLib::CRegKey;

@@ -175,7 +175,7 @@ TEST_F(ImportTest, RefusesMalformedTexts) {
                              "vqreg: -: the text is malformed\n"}),
               import({}, "[Velquist]\n\"a\"=text:x\n\n\"b\"=string:y\n"));
     EXPECT_EQ((CommandResult{4, "",
-                             "-:1:2: error: the member \"a\" is unknown; remove it\n"
+                             "-:1:4: error: the member \"a\" is unknown; remove it\n"
                              "vqreg: -: the text is malformed\n"}),
               import({}, "{\"a\": 1}"));
     expectUntouched();

@@ -29,6 +29,10 @@ private:
     eExit m_code;
 };
 
+inline CommandError unavailable(const std::string& message) {
+    return {eExit::eUnavailable, message};
+}
+
 }  // namespace vqreg
 
 #endif  // TOOLS_VQREG_BASE_EXITCODE_H

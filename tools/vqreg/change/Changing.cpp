@@ -6,11 +6,13 @@
 #include <utility>
 
 #include "tools/vqreg/base/ExitCode.h"
-#include "tools/vqreg/change/TreeInput.h"
 #include "tools/vqreg/store/Returning.h"
 #include "tools/vqreg/store/StoreFault.h"
+#include "tools/vqreg/store/StoreFile.h"
+#include "tools/vqreg/store/StoreText.h"
 #include "tools/vqreg/terminal/Output.h"
-#include "tools/vqreg/text/JsonText.h"
+#include "tools/vqreg/text/JsonData.h"
+#include "tools/vqreg/text/Path.h"
 #include "tools/vqreg/usage/Usage.h"
 
 namespace vqreg {
@@ -25,7 +27,7 @@ Json sideOf(const Change& change, const std::optional<Value>& value, bool isTher
 }
 
 // The place, also as one path: "Network/Port".
-Json reportOf(const Change& change, const Names& root) {
+Json reportOf(const Change& change, const Path& root) {
     const Json place = jsonOfPlace(change, root);
     const std::string key = plainPath(belowRoot(change.path, root));
     Json json;
@@ -38,7 +40,7 @@ Json reportOf(const Change& change, const Names& root) {
     return json;
 }
 
-Json reportOf(const std::vector<Change>& changes, const Names& root) {
+Json reportOf(const std::vector<Change>& changes, const Path& root) {
     Json json = Json::array();
     for (const Change& change : changes) {
         json.push_back(reportOf(change, root));
@@ -47,9 +49,8 @@ Json reportOf(const std::vector<Change>& changes, const Names& root) {
 }
 
 // What is not below the root key has its whole path: without it, nobody could tell where that is.
-std::string nameOf(const Change& change, const Names& root) {
-    const Names path =
-        isSameOrBelow(change.path, root) ? belowRoot(change.path, root) : change.path;
+std::string nameOf(const Change& change, const Path& root) {
+    const Path path = isSameOrBelow(change.path, root) ? belowRoot(change.path, root) : change.path;
     return change.isOfKey() ? nameOfKey(path) : nameOfValue(path, change.value().name);
 }
 
@@ -60,10 +61,6 @@ bool isNewStore(const StoreOptions& options) {
 }
 
 }  // namespace
-
-std::string nameOfValue(const Names& path, const std::string& name) {
-    return fmt::format("the value \"{}\" of {}", printable(name), nameOfKey(path));
-}
 
 void addJsonOption(CLI::App& command, ReportOptions& options) {
     command.add_flag("--json", options.json, "Print what has been changed as JSON");
@@ -77,10 +74,10 @@ void addVerifyOption(CLI::App& command, ReportOptions& options) {
         ->check(secondsRule());
 }
 
-std::vector<Change> createdKeys(StoreSession& store, const Names& path) {
+std::vector<Change> createdKeys(StoreSession& store, const Path& path) {
     std::vector<Change> created;
     for (std::size_t size = path.size(); size > 0; --size) {
-        Names key(path.begin(), path.begin() + static_cast<std::ptrdiff_t>(size));
+        Path key(path.begin(), path.begin() + static_cast<std::ptrdiff_t>(size));
         if (store.hasKey(key)) {
             break;
         }
@@ -89,14 +86,14 @@ std::vector<Change> createdKeys(StoreSession& store, const Names& path) {
     return created;
 }
 
-void reportChanges(Context& context, const ReportOptions& options, const Names& above,
+void reportChanges(Context& context, const ReportOptions& options, const Path& above,
                    const std::vector<Change>& changes, bool isChanged) {
     std::vector<Change> returned;
     if (options.verifySeconds) {
         returned = waitForReturn(storeFile(context.store), above, changes, *options.verifySeconds);
     }
     // Paths that begin at the top of the file are told from the root key on all the same.
-    const Names root = above.empty() ? rootNames(context.store) : Names();
+    const Path root = above.empty() ? rootPath(context.store) : Path();
     for (const Change& change : returned) {
         note(nameOf(change, root) + " has returned");
         context.exitCode = static_cast<int>(eExit::eNegative);
@@ -175,7 +172,7 @@ void Changing::report() {
         note(remark);
     }
     Output::standard().write(m_output);
-    reportChanges(m_context, m_options, rootNames(m_context.store), m_changes, !m_changes.empty());
+    reportChanges(m_context, m_options, rootPath(m_context.store), m_changes, !m_changes.empty());
 }
 
 void Changing::finish() {

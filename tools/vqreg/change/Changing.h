@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/vqreg/commands/Commands.h"
+#include "tools/vqreg/change/Context.h"
 #include "tools/vqreg/store/OpenIn.h"
 #include "tools/vqreg/store/StoreSession.h"
 #include "tools/vqreg/text/Difference.h"
@@ -19,9 +19,6 @@ struct ReportOptions {
     bool json = false;
     std::optional<double> verifySeconds;
 };
-
-// For messages: 'the value "x" of the key "a/b"'.
-std::string nameOfValue(const std::vector<std::string>& path, const std::string& name);
 
 // --json and --verify.
 void addJsonOption(CLI::App& command, ReportOptions& options);
@@ -36,13 +33,12 @@ struct Batch {
 };
 
 // The keys of the path that are missing, as created.
-std::vector<Change> createdKeys(StoreSession& store, const std::vector<std::string>& path);
+std::vector<Change> createdKeys(StoreSession& store, const Path& path);
 
 // Waits for what returns, if that is wanted, says what has and makes the exit code 1; prints the
 // JSON text, if that is wanted. `above` leads from the top of the file to the paths of the changes.
-void reportChanges(Context& context, const ReportOptions& options,
-                   const std::vector<std::string>& above, const std::vector<Change>& changes,
-                   bool isChanged);
+void reportChanges(Context& context, const ReportOptions& options, const Path& above,
+                   const std::vector<Change>& changes, bool isChanged);
 
 // One change of the store, in a session of its own or in that of a batch. Nothing is written unless
 // finish() is called.

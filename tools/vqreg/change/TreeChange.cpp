@@ -8,11 +8,20 @@
 #include "RegLib/text/LineFormat.h"
 #include "RegLib/text/LineSplitter.h"
 #include "tools/vqreg/base/ExitCode.h"
-#include "tools/vqreg/store/StoreFault.h"
+#include "tools/vqreg/base/FileText.h"
+#include "tools/vqreg/change/PlacedTree.h"
+#include "tools/vqreg/store/StoreFile.h"
+#include "tools/vqreg/store/StoreText.h"
 #include "tools/vqreg/terminal/Interruption.h"
+#include "tools/vqreg/terminal/Listing.h"
 #include "tools/vqreg/terminal/Output.h"
 #include "tools/vqreg/terminal/Progress.h"
+#include "tools/vqreg/text/ConfigText.h"
+#include "tools/vqreg/text/Difference.h"
 #include "tools/vqreg/text/JsonText.h"
+#include "tools/vqreg/text/Model.h"
+#include "tools/vqreg/text/Path.h"
+#include "tools/vqreg/text/Shown.h"
 #include "tools/vqreg/text/TextLines.h"
 
 namespace vqreg {
@@ -33,19 +42,17 @@ CommandError keylessFault(const TextOptions& options) {
                 "nothing has been changed"};
 }
 
-bool hasKey(const StoreOptions& store, const Names& path) {
+bool isInFile(const StoreOptions& store, const Path& path) {
     const auto text = readStoreFileIfAny(storeFile(store), rootName(store));
-    Names full = rootNames(store);
-    full.insert(full.end(), path.begin(), path.end());
-    return text && findKey(parseConfigText(*text).top, full);
+    return text && findKey(parseConfigText(*text).top, fullPath(store, path));
 }
 
-std::optional<Names> placeGiven(const StoreOptions& store, const TextOptions& options) {
+std::optional<Path> placeGiven(const StoreOptions& store, const TextOptions& options) {
     if (!options.key) {
         return std::nullopt;
     }
     return tidiedPath(splitPath(*options.key),
-                      [&](const Names& path) { return hasKey(store, path); });
+                      [&](const Path& path) { return isInFile(store, path); });
 }
 
 PlacedTree readJsonTree(const StoreOptions& store, const TextOptions& options,
@@ -72,7 +79,7 @@ PlacedTree readJsonTree(const StoreOptions& store, const TextOptions& options,
 }
 
 // The names in the first key line; none in a text without one.
-Names firstKeyOf(const std::string& text) {
+Path firstKeyOf(const std::string& text) {
     std::string_view rest = text;
     std::string_view path;
     for (std::string_view line; VQRegLib::takeLine(rest, true, line);) {
@@ -88,14 +95,13 @@ Names firstKeyOf(const std::string& text) {
 
 PlacedTree readConfigTree(const StoreOptions& store, const TextOptions& options,
                           const std::string& text) {
-    Names place = placeGiven(store, options).value_or(Names());
+    Path place = placeGiven(store, options).value_or(Path());
     if (!options.replace) {
         return placedTree(store, options.file, text, place);
     }
-    const Names first = firstKeyOf(text);
-    const Names root = rootNames(store);
-    Names full = root;
-    full.insert(full.end(), place.begin(), place.end());
+    const Path first = firstKeyOf(text);
+    const Path root = rootPath(store);
+    const Path full = joined(root, place);
     if (first.size() > full.size() && isSameOrBelow(first, full)) {
         place.assign(first.begin() + static_cast<std::ptrdiff_t>(root.size()), first.end());
     }
@@ -110,7 +116,7 @@ PlacedTree readConfigTree(const StoreOptions& store, const TextOptions& options,
 
 // The key at a path from the top of the file; null when it is missing. Throws when there is a value
 // in its place.
-const Key* keyAt(const Key& top, const Names& path) {
+const Key* keyAt(const Key& top, const Path& path) {
     const Key* key = &top;
     for (const std::string& name : path) {
         if (key->values.contains(folded(name))) {
@@ -129,9 +135,8 @@ const Key* keyAt(const Key& top, const Names& path) {
 
 void checkKinds(const StoreOptions& store, const TextOptions& options, const PlacedTree& tree,
                 const Key& base) {
-    Names full = rootNames(store);
-    full.insert(full.end(), tree.path.begin(), tree.path.end());
-    const std::vector<std::string> conflicts = kindConflicts(base, tree.key, full);
+    const std::vector<std::string> conflicts =
+        kindConflicts(base, tree.key, fullPath(store, tree.path));
     for (const std::string& conflict : conflicts) {
         note("a key here is a value there: " + conflict);
     }
@@ -180,9 +185,7 @@ std::vector<Change> plannedChanges(const StoreOptions& store, const TextOptions&
         }
         top = std::move(parsed.top);
     }
-    Names full = rootNames(store);
-    full.insert(full.end(), tree.path.begin(), tree.path.end());
-    return plan(store, options, tree, keyAt(top, full));
+    return plan(store, options, tree, keyAt(top, fullPath(store, tree.path)));
 }
 
 void changeTree(Changing& changing, const StoreOptions& store, const TextOptions& options,
@@ -195,7 +198,7 @@ void changeTree(Changing& changing, const StoreOptions& store, const TextOptions
     interruption.emplace();
     {
         Progress progress(changes.size(), "changes");
-        applyChanges(changing.store(), changes, [&] {
+        changing.store().apply(changes, [&] {
             progress.step();
             Interruption::check();
         });

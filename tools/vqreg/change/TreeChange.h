@@ -7,7 +7,8 @@
 #include <vector>
 
 #include "tools/vqreg/change/Changing.h"
-#include "tools/vqreg/change/TreeInput.h"
+#include "tools/vqreg/change/PlacedTree.h"
+#include "tools/vqreg/store/StoreFile.h"
 
 namespace vqreg {
 

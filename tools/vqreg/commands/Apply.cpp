@@ -2,8 +2,11 @@
 #include <memory>
 
 #include "tools/vqreg/change/Changing.h"
+#include "tools/vqreg/change/PlacedTree.h"
 #include "tools/vqreg/change/TreeChange.h"
-#include "tools/vqreg/commands/Commands.h"
+#include "tools/vqreg/commands/CommandTable.h"
+#include "tools/vqreg/store/StoreFile.h"
+#include "tools/vqreg/terminal/Listing.h"
 
 namespace vqreg {
 
@@ -19,7 +22,7 @@ struct ApplyOptions {
 void showDifference(const Context& context, const ApplyOptions& options,
                     const std::vector<Change>& changes) {
     if (options.diff && !options.report.json) {
-        printChanges(changes, rootNames(context.store), false);
+        printChanges(changes, rootPath(context.store), false);
     }
 }
 
@@ -32,7 +35,7 @@ void runApply(Context& context, const ApplyOptions& options) {
     const bool isChange = !changes.empty();
     if (options.check || !isChange) {
         showDifference(context, options, changes);
-        reportChanges(context, options.report, rootNames(context.store), changes, isChange);
+        reportChanges(context, options.report, rootPath(context.store), changes, isChange);
         context.exitCode = isChange ? 1 : 0;
         return;
     }
@@ -44,24 +47,22 @@ void runApply(Context& context, const ApplyOptions& options) {
 
 }  // namespace
 
-void addApply(CLI::App& app, Context& context) {
-    CLI::App* const command =
-        app.add_subcommand("apply", "Make so what a text says, and leave the rest as it is");
+void defineApply(CLI::App& command, Context& context) {
     const auto options = std::make_shared<ApplyOptions>();
     command
-        ->add_option("FILE", options->text.file,
-                     "The text, as `export` prints it in either form; - is standard input")
+        .add_option("FILE", options->text.file,
+                    "The text, as `export` prints it in either form; - is standard input")
         ->required()
         ->type_name("");
-    command->add_option("--key", options->text.key, "The one key that the text is about")
+    command.add_option("--key", options->text.key, "The one key that the text is about")
         ->type_name("KEY");
-    command->add_flag("--check", options->check, "Change nothing; exit code 1 if there is need");
-    command->add_flag("--diff", options->diff, "Print the changes");
-    addJsonOption(*command, options->report);
-    command->footer(
+    command.add_flag("--check", options->check, "Change nothing; exit code 1 if there is need");
+    command.add_flag("--diff", options->diff, "Print the changes");
+    addJsonOption(command, options->report);
+    command.footer(
         "All changes become one write. Nothing is written when everything is so already.\n"
         "Exit codes of --check: 0 no changes, 1 changes.");
-    command->callback([&context, options] { runApply(context, *options); });
+    command.callback([&context, options] { runApply(context, *options); });
 }
 
 }  // namespace vqreg

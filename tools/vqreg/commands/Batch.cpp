@@ -8,10 +8,11 @@
 #include <vector>
 
 #include "tools/vqreg/base/ExitCode.h"
+#include "tools/vqreg/base/FileText.h"
 #include "tools/vqreg/change/Changing.h"
-#include "tools/vqreg/change/TreeInput.h"
-#include "tools/vqreg/commands/Commands.h"
+#include "tools/vqreg/commands/CommandTable.h"
 #include "tools/vqreg/terminal/Output.h"
+#include "tools/vqreg/text/Difference.h"
 #include "tools/vqreg/text/Words.h"
 #include "tools/vqreg/usage/Usage.h"
 
@@ -57,11 +58,10 @@ void runLine(const Line& line, Context& context) {
     CLI::App app("", "vqreg");
     app.require_subcommand(1);
     app.set_help_flag();
-    for (const auto add : {addSet, addIncr, addRm, addMkkey, addCp, addMv}) {
-        add(app, context);
-    }
-    for (CLI::App* const command : app.get_subcommands([](CLI::App*) { return true; })) {
-        command->set_help_flag();
+    for (const CommandEntry& entry : commandTable()) {
+        if (entry.isForBatch) {
+            addCommand(app, entry, context).set_help_flag();
+        }
     }
     try {
         app.parse(parserOrder(line.words));
@@ -73,8 +73,10 @@ void runLine(const Line& line, Context& context) {
 }
 
 Changing::eDeletes deletesOf(const std::vector<Line>& lines) {
-    const bool mayDelete = std::any_of(lines.begin(), lines.end(), [](const Line& line) {
-        return line.words.front() == "rm" || line.words.front() == "mv";
+    const bool mayDelete = std::ranges::any_of(lines, [](const Line& line) {
+        return std::ranges::any_of(commandTable(), [&](const CommandEntry& entry) {
+            return entry.mayDelete && entry.name == line.words.front();
+        });
     });
     return mayDelete ? Changing::eDeletes::eMaybe : Changing::eDeletes::eNo;
 }
@@ -119,18 +121,16 @@ void runBatch(Context& context, const ReportOptions& options) {
 
 }  // namespace
 
-void addBatch(CLI::App& app, Context& context) {
+void defineBatch(CLI::App& command, Context& context) {
     const auto options = std::make_shared<ReportOptions>();
-    CLI::App* const command =
-        app.add_subcommand("batch", "Run commands from standard input as one update");
-    addVerifyOption(*command, *options);
-    command->footer(
+    addVerifyOption(command, *options);
+    command.footer(
         "One command a line, as behind \"vqreg\": set, incr, rm, mkkey, cp and mv. Words are "
         "quoted as\n"
         "in a shell, # begins a comment. When a line fails nothing at all is changed, and the "
         "message\n"
         "has its number. Nothing is asked.");
-    command->callback([options, &context] { runBatch(context, *options); });
+    command.callback([options, &context] { runBatch(context, *options); });
 }
 
 }  // namespace vqreg

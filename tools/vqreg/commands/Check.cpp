@@ -3,10 +3,12 @@
 
 #include <memory>
 
-#include "tools/vqreg/change/TreeInput.h"
-#include "tools/vqreg/commands/Commands.h"
-#include "tools/vqreg/store/StoreFault.h"
+#include "tools/vqreg/base/FileText.h"
+#include "tools/vqreg/commands/CommandTable.h"
+#include "tools/vqreg/store/StoreFile.h"
+#include "tools/vqreg/store/StoreText.h"
 #include "tools/vqreg/terminal/Output.h"
+#include "tools/vqreg/text/ConfigText.h"
 
 namespace vqreg {
 
@@ -44,20 +46,18 @@ void runCheck(Context& context, const CheckOptions& options) {
 
 }  // namespace
 
-void addCheck(CLI::App& app, Context& context) {
-    CLI::App* const command =
-        app.add_subcommand("check", "Find every fault of a configuration file");
+void defineCheck(CLI::App& command, Context& context) {
     const auto options = std::make_shared<CheckOptions>();
     command
-        ->add_option("FILE", options->file,
-                     "The file; - is standard input; without it, the file of the store")
+        .add_option("FILE", options->file,
+                    "The file; - is standard input; without it, the file of the store")
         ->type_name("");
-    command->add_flag("--json", options->json, "One JSON object per line");
-    command->footer(
+    command.add_flag("--json", options->json, "One JSON object per line");
+    command.footer(
         "An error makes every operation of every process fail until it is mended. After a warning\n"
         "the library goes on, but reads something that hardly anybody means.\n"
         "Exit codes: 0 no findings, 1 findings.");
-    command->callback([&context, options] { runCheck(context, *options); });
+    command.callback([&context, options] { runCheck(context, *options); });
 }
 
 }  // namespace vqreg

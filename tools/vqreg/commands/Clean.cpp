@@ -10,8 +10,10 @@
 #include <memory>
 
 #include "tools/vqreg/base/ExitCode.h"
-#include "tools/vqreg/commands/Commands.h"
+#include "tools/vqreg/commands/CommandTable.h"
+#include "tools/vqreg/store/StoreFile.h"
 #include "tools/vqreg/terminal/Output.h"
+#include "tools/vqreg/text/Shown.h"
 
 namespace vqreg {
 
@@ -108,15 +110,13 @@ void clean(const CleanOptions& options, Context& context) {
 
 }  // namespace
 
-void addClean(CLI::App& app, Context& context) {
+void defineClean(CLI::App& command, Context& context) {
     const auto options = std::make_shared<CleanOptions>();
-    CLI::App* const command = app.add_subcommand(
-        "clean", "Remove temporary files that killed processes left beside the file");
-    command->add_flag("-n,--dry-run", options->dryRun, "Only list them");
-    command->add_flag("--json", options->json, "List them as JSON");
-    command->add_flag("-0", options->zero, "End each name with a NUL");
-    command->footer("Files that are younger than a minute stay: they may be in use.");
-    command->callback([options, &context] { clean(*options, context); });
+    command.add_flag("-n,--dry-run", options->dryRun, "Only list them");
+    command.add_flag("--json", options->json, "List them as JSON");
+    command.add_flag("-0", options->zero, "End each name with a NUL");
+    command.footer("Files that are younger than a minute stay: they may be in use.");
+    command.callback([options, &context] { clean(*options, context); });
 }
 
 }  // namespace vqreg

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "tools/vqreg/base/ExitCode.h"
-#include "tools/vqreg/commands/Commands.h"
+#include "tools/vqreg/commands/CommandTable.h"
 #include "tools/vqreg/terminal/Interruption.h"
 #include "tools/vqreg/terminal/Output.h"
 #include "tools/vqreg/usage/Usage.h"
@@ -38,9 +38,9 @@ void addGlobalOptions(CLI::App& app, Context& context) {
     app.add_option_function<std::string>(
            "--color",
            [&context](const std::string& when) {
-               context.color = when == "always"  ? Context::eColor::eAlways
-                               : when == "never" ? Context::eColor::eNever
-                                                 : Context::eColor::eAuto;
+               context.color = when == "always"  ? eColor::eAlways
+                               : when == "never" ? eColor::eNever
+                                                 : eColor::eAuto;
            },
            "Colour: auto (default), always or never")
         ->type_name("WHEN")
@@ -49,16 +49,11 @@ void addGlobalOptions(CLI::App& app, Context& context) {
 }
 
 void addCommands(CLI::App& app, Context& context) {
-    for (const auto add :
-         {addGet,  addSet,    addIncr,   addRm,      addMkkey, addLs,       addTree,  addCp,
-          addMv,   addBatch,  addExport, addImport,  addApply, addDiff,     addWatch, addCheck,
-          addEdit, addNotify, addInfo,   addRestore, addClean, addComplete, addHelp}) {
-        add(app, context);
-    }
-    // All others only look at a store, or change what must be there already.
-    for (const char* const name : {"set", "incr", "mkkey", "batch", "import", "edit"}) {
-        app.get_subcommand(name)->preparse_callback(
-            [&context](std::size_t) { context.store.create = true; });
+    for (const CommandEntry& entry : commandTable()) {
+        CLI::App& command = addCommand(app, entry, context);
+        if (entry.makesStore) {
+            command.preparse_callback([&context](std::size_t) { context.store.create = true; });
+        }
     }
 }
 

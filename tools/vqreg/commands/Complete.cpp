@@ -2,11 +2,13 @@
 #include <memory>
 
 #include "tools/vqreg/base/ExitCode.h"
-#include "tools/vqreg/change/TreeInput.h"
-#include "tools/vqreg/commands/Commands.h"
-#include "tools/vqreg/store/StoreFault.h"
+#include "tools/vqreg/commands/CommandTable.h"
+#include "tools/vqreg/store/StoreFile.h"
+#include "tools/vqreg/store/StoreText.h"
 #include "tools/vqreg/terminal/Output.h"
 #include "tools/vqreg/text/ConfigText.h"
+#include "tools/vqreg/text/Model.h"
+#include "tools/vqreg/text/Path.h"
 
 namespace vqreg {
 
@@ -39,7 +41,7 @@ void complete(const CompleteOptions& options, const Context& context) {
         return;
     }
     const ConfigText config = parseConfigText(text);
-    const Key* const root = findKey(config.top, rootNames(context.store));
+    const Key* const root = findKey(config.top, rootPath(context.store));
     if (!root) {
         return;
     }
@@ -62,18 +64,17 @@ void complete(const CompleteOptions& options, const Context& context) {
 
 }  // namespace
 
-void addComplete(CLI::App& app, Context& context) {
+void defineComplete(CLI::App& command, Context& context) {
     const auto options = std::make_shared<CompleteOptions>();
-    CLI::App* const command = app.add_subcommand("complete", "Names for the completion of a shell");
-    command->group("");
-    command->add_option("WHAT", options->what, "keys or values")
+    command.group("");
+    command.add_option("WHAT", options->what, "keys or values")
         ->required()
         ->type_name("")
         ->check(CLI::IsMember({"keys", "values"}).description(""));
-    command->add_option("FIRST", options->first, "Beginning of a key, or the key of the values")
+    command.add_option("FIRST", options->first, "Beginning of a key, or the key of the values")
         ->type_name("");
-    command->add_option("SECOND", options->second, "Beginning of a value's name")->type_name("");
-    command->callback([options, &context] { complete(*options, context); });
+    command.add_option("SECOND", options->second, "Beginning of a value's name")->type_name("");
+    command.callback([options, &context] { complete(*options, context); });
 }
 
 }  // namespace vqreg

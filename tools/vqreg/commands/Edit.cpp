@@ -7,14 +7,22 @@
 
 #include "tools/vqreg/base/ExitCode.h"
 #include "tools/vqreg/change/Changing.h"
-#include "tools/vqreg/change/TreeInput.h"
-#include "tools/vqreg/commands/Commands.h"
+#include "tools/vqreg/change/PlacedTree.h"
+#include "tools/vqreg/commands/CommandTable.h"
+#include "tools/vqreg/store/OpenIn.h"
 #include "tools/vqreg/store/Returning.h"
-#include "tools/vqreg/store/StoreFault.h"
+#include "tools/vqreg/store/StoreFile.h"
+#include "tools/vqreg/store/StoreSession.h"
+#include "tools/vqreg/store/StoreText.h"
 #include "tools/vqreg/store/WholeFile.h"
 #include "tools/vqreg/terminal/Confirm.h"
 #include "tools/vqreg/terminal/Editor.h"
+#include "tools/vqreg/terminal/Listing.h"
 #include "tools/vqreg/terminal/Output.h"
+#include "tools/vqreg/text/ConfigText.h"
+#include "tools/vqreg/text/Difference.h"
+#include "tools/vqreg/text/Model.h"
+#include "tools/vqreg/text/Path.h"
 
 namespace vqreg {
 
@@ -27,9 +35,9 @@ struct EditOptions {
 };
 
 // The key, and its path without what does not belong to it.
-std::pair<Names, Key> load(const Context& context, const Names& given) {
+std::pair<Path, Key> load(const Context& context, const Path& given) {
     StoreSession session(context.store);
-    const Names path = session.tidied(given);
+    const Path path = session.tidied(given);
     std::optional<Key> key = session.load(path);
     if (!key) {
         throw CommandError(eExit::eNegative, nameOfKey(path) + " does not exist");
@@ -37,10 +45,8 @@ std::pair<Names, Key> load(const Context& context, const Names& given) {
     return {path, std::move(*key)};
 }
 
-std::string textOf(const Context& context, const Names& path, const Key& key) {
-    Names full = rootNames(context.store);
-    full.insert(full.end(), path.begin(), path.end());
-    return composeConfigText(topAround(full, key));
+std::string textOf(const Context& context, const Path& path, const Key& key) {
+    return composeConfigText(topAround(fullPath(context.store, path), key));
 }
 
 // An editor that failed may have left nothing, and nobody means a store without a key.
@@ -51,7 +57,7 @@ void checkHasKey(const std::string& file, const ConfigText& parsed) {
 }
 
 // None when it has not been changed.
-std::optional<PlacedTree> edited(const Context& context, const Names& path,
+std::optional<PlacedTree> edited(const Context& context, const Path& path,
                                  const std::string& before, const TemporaryText& file) {
     PlacedTree tree;
     const bool isChanged = editText(file, before, [&](const std::string& text) {
@@ -63,7 +69,7 @@ std::optional<PlacedTree> edited(const Context& context, const Names& path,
 }
 
 // A session of its own: that of before would keep what other processes have deleted meanwhile.
-void apply(const Context& context, const Names& path, const Key& before,
+void apply(const Context& context, const Path& path, const Key& before,
            const std::vector<Change>& changes) {
     StoreSession session(context.store);
     session.begin();
@@ -72,12 +78,12 @@ void apply(const Context& context, const Names& path, const Key& before,
         throw CommandError(eExit::eNegative,
                            "the store has changed meanwhile; nothing has been written");
     }
-    applyChanges(session, changes, [] {});
+    session.apply(changes);
     session.end();
 }
 
 // On standard error.
-void showChanges(const Context& context, const std::vector<Change>& changes, const Names& above) {
+void showChanges(const Context& context, const std::vector<Change>& changes, const Path& above) {
     for (const Change& change : changes) {
         // Nobody can be told where this fails.
         std::fputs((lineOf(change, above) + '\n').c_str(), stderr);
@@ -87,7 +93,7 @@ void showChanges(const Context& context, const std::vector<Change>& changes, con
     }
 }
 
-void editKey(Context& context, const EditOptions& options, const Names& path, const Key& before,
+void editKey(Context& context, const EditOptions& options, const Path& path, const Key& before,
              TemporaryText& file) {
     const std::string text = textOf(context, path, before);
     const std::optional<PlacedTree> tree = edited(context, path, text, file);
@@ -97,12 +103,12 @@ void editKey(Context& context, const EditOptions& options, const Names& path, co
         note("nothing has been changed");
         return;
     }
-    showChanges(context, changes, rootNames(context.store));
+    showChanges(context, changes, rootPath(context.store));
     if (!options.yes && !confirm("Make these changes?")) {
         throw CommandError(eExit::eNegative, "nothing has been changed");
     }
     apply(context, path, before, changes);
-    reportChanges(context, options.report, rootNames(context.store), changes, true);
+    reportChanges(context, options.report, rootPath(context.store), changes, true);
 }
 
 // The store's text, when it is malformed.
@@ -168,18 +174,17 @@ void runEdit(Context& context, const EditOptions& options) {
 
 }  // namespace
 
-void addEdit(CLI::App& app, Context& context) {
-    CLI::App* const command = app.add_subcommand("edit", "Change a key in an editor");
+void defineEdit(CLI::App& command, Context& context) {
     const auto options = std::make_shared<EditOptions>();
-    command->add_option("KEY", options->key, "The key; without it, the root key")->type_name("");
-    command->add_flag("-y,--yes", options->yes, "Do not ask before the changes are made");
-    addVerifyOption(*command, options->report);
-    command->footer(
+    command.add_option("KEY", options->key, "The key; without it, the root key")->type_name("");
+    command.add_flag("-y,--yes", options->yes, "Do not ask before the changes are made");
+    addVerifyOption(command, options->report);
+    command.footer(
         "The editor is $VISUAL, else $EDITOR, else vi. What is deleted from the text is deleted\n"
         "from the store. Nothing is written when the store has changed meanwhile.\n"
         "Of a malformed file the whole text is edited, whatever the KEY, and written when it is\n"
         "well-formed.");
-    command->callback([&context, options] { runEdit(context, *options); });
+    command.callback([&context, options] { runEdit(context, *options); });
 }
 
 }  // namespace vqreg

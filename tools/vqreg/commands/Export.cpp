@@ -6,12 +6,16 @@
 #include <string_view>
 
 #include "tools/vqreg/base/ExitCode.h"
-#include "tools/vqreg/change/TreeInput.h"
-#include "tools/vqreg/commands/Commands.h"
-#include "tools/vqreg/store/StoreFault.h"
+#include "tools/vqreg/commands/CommandTable.h"
+#include "tools/vqreg/store/StoreFile.h"
+#include "tools/vqreg/store/StoreSession.h"
+#include "tools/vqreg/store/StoreText.h"
 #include "tools/vqreg/terminal/Output.h"
 #include "tools/vqreg/terminal/Progress.h"
+#include "tools/vqreg/text/ConfigText.h"
 #include "tools/vqreg/text/JsonText.h"
+#include "tools/vqreg/text/Model.h"
+#include "tools/vqreg/text/Path.h"
 #include "tools/vqreg/text/Rules.h"
 
 namespace vqreg {
@@ -26,7 +30,7 @@ struct ExportOptions {
 constexpr std::size_t kExportPiece = 64UL * 1024;
 
 // How much there is to read, for one who watches.
-std::size_t entriesBelow(const StoreOptions& options, const Names& full) {
+std::size_t entriesBelow(const StoreOptions& options, const Path& full) {
     const std::string file = storeFile(options);
     if (!Progress::isWatched() || !std::filesystem::exists(file)) {
         return 0;
@@ -37,7 +41,7 @@ std::size_t entriesBelow(const StoreOptions& options, const Names& full) {
     return count.keys + count.values;
 }
 
-std::optional<Key> loadWatched(StoreSession& session, const Names& path, std::size_t entries) {
+std::optional<Key> loadWatched(StoreSession& session, const Path& path, std::size_t entries) {
     Progress progress(entries, "keys and values");
     return session.load(path, -1, [&progress] { progress.step(); });
 }
@@ -56,7 +60,7 @@ void writeText(const std::string& text) {
 
 // Begins with the line of the key that it is about: that tells an import what it covers. A text of the
 // root key, which may be a store's file one day, has all lines.
-std::string textOf(const Names& full, const Names& path, Key key) {
+std::string textOf(const Path& full, const Path& path, Key key) {
     std::string text = composeConfigText(topAround(full, std::move(key)));
     for (std::size_t above = path.empty() ? 0 : full.size() - 1; above > 0; --above) {
         text.erase(0, text.find('\n') + 1);
@@ -66,9 +70,8 @@ std::string textOf(const Names& full, const Names& path, Key key) {
 
 void runExport(Context& context, const ExportOptions& options) {
     StoreSession session(context.store);
-    const Names path = session.tidied(splitPath(options.key));
-    Names full = rootNames(context.store);
-    full.insert(full.end(), path.begin(), path.end());
+    const Path path = session.tidied(splitPath(options.key));
+    const Path full = fullPath(context.store, path);
     std::optional<Key> key = loadWatched(session, path, entriesBelow(context.store, full));
     if (!key) {
         throw CommandError(eExit::eNegative, nameOfKey(path) + " does not exist");
@@ -86,15 +89,14 @@ void runExport(Context& context, const ExportOptions& options) {
 
 }  // namespace
 
-void addExport(CLI::App& app, Context& context) {
-    CLI::App* const command = app.add_subcommand("export", "Print a key and all below it as text");
+void defineExport(CLI::App& command, Context& context) {
     const auto options = std::make_shared<ExportOptions>();
-    command->add_option("KEY", options->key, "The key; without it, the root key")->type_name("");
-    command->add_flag("--json", options->json, "As JSON instead of the text of a store's file");
-    command->footer(
+    command.add_option("KEY", options->key, "The key; without it, the root key")->type_name("");
+    command.add_flag("--json", options->json, "As JSON instead of the text of a store's file");
+    command.footer(
         "The text is that of a store's file, and begins with KEY. `import` reads both forms.\n"
         "In JSON, a text that is not UTF-8 is \"hex:/\" and the hexadecimal digits of its bytes.");
-    command->callback([&context, options] { runExport(context, *options); });
+    command.callback([&context, options] { runExport(context, *options); });
 }
 
 }  // namespace vqreg

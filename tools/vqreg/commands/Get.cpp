@@ -5,9 +5,13 @@
 #include <memory>
 
 #include "tools/vqreg/base/ExitCode.h"
-#include "tools/vqreg/commands/Commands.h"
+#include "tools/vqreg/commands/CommandTable.h"
+#include "tools/vqreg/store/StoreSession.h"
 #include "tools/vqreg/terminal/Output.h"
-#include "tools/vqreg/text/JsonText.h"
+#include "tools/vqreg/text/DataText.h"
+#include "tools/vqreg/text/JsonData.h"
+#include "tools/vqreg/text/Path.h"
+#include "tools/vqreg/text/Shown.h"
 #include "tools/vqreg/usage/Usage.h"
 
 namespace vqreg {
@@ -105,26 +109,25 @@ void get(const GetOptions& options, const Context& context) {
 
 }  // namespace
 
-void addGet(CLI::App& app, Context& context) {
+void defineGet(CLI::App& command, Context& context) {
     const auto options = std::make_shared<GetOptions>();
-    CLI::App* const command = app.add_subcommand("get", "Print a value");
     CLI::Option* const type =
-        command->add_flag("--type", options->type, "Print the type instead of the data");
+        command.add_flag("--type", options->type, "Print the type instead of the data");
     command
-        ->add_flag("--raw", options->raw,
-                   "Print the data as they are, without a line end; binary data as bytes")
+        .add_flag("--raw", options->raw,
+                  "Print the data as they are, without a line end; binary data as bytes")
         ->excludes(type);
     command
-        ->add_option("--default", options->fallback,
-                     "What to print when the key or the value does not exist")
+        .add_option("--default", options->fallback,
+                    "What to print when the key or the value does not exist")
         ->type_name("V");
-    command->add_flag("--json", options->json, "Print type and data as JSON");
-    command->add_flag("-0", options->zero, "End the line with a NUL");
-    command->add_option("KEY", options->key, "Path of the key")->required()->type_name("");
+    command.add_flag("--json", options->json, "Print type and data as JSON");
+    command.add_flag("-0", options->zero, "End the line with a NUL");
+    command.add_option("KEY", options->key, "Path of the key")->required()->type_name("");
     // Not required: what is missing may be behind the last "/" of the key.
-    command->add_option("NAME", options->name, "Name of the value")->type_name("");
-    setUsage(*command, "get [--type] [--raw] [--default V] [--json] [-0] KEY NAME");
-    command->callback([options, &context] { get(*options, context); });
+    command.add_option("NAME", options->name, "Name of the value")->type_name("");
+    setUsage(command, "get [--type] [--raw] [--default V] [--json] [-0] KEY NAME");
+    command.callback([options, &context] { get(*options, context); });
 }
 
 }  // namespace vqreg

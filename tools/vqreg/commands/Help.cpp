@@ -2,7 +2,7 @@
 #include <memory>
 
 #include "tools/vqreg/base/ExitCode.h"
-#include "tools/vqreg/commands/Commands.h"
+#include "tools/vqreg/commands/CommandTable.h"
 #include "tools/vqreg/terminal/Output.h"
 #include "tools/vqreg/usage/Usage.h"
 
@@ -31,11 +31,10 @@ void help(const CLI::App& app, const std::optional<std::string>& name) {
 
 }  // namespace
 
-void addHelp(CLI::App& app, Context& /*context*/) {
+void defineHelp(CLI::App& command, Context& /*context*/) {
     const auto name = std::make_shared<std::optional<std::string>>();
-    CLI::App* const command = app.add_subcommand("help", "Explain a command, or list them all");
-    command->add_option("COMMAND", *name, "The command; without it, all are listed")->type_name("");
-    command->callback([&app, name] { help(app, *name); });
+    command.add_option("COMMAND", *name, "The command; without it, all are listed")->type_name("");
+    command.callback([&command, name] { help(*command.get_parent(), *name); });
 }
 
 }  // namespace vqreg

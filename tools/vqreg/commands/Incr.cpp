@@ -5,9 +5,12 @@
 
 #include "tools/vqreg/base/ExitCode.h"
 #include "tools/vqreg/change/Changing.h"
-#include "tools/vqreg/commands/Commands.h"
+#include "tools/vqreg/commands/CommandTable.h"
 #include "tools/vqreg/terminal/Output.h"
-#include "tools/vqreg/text/DataInput.h"
+#include "tools/vqreg/text/DataText.h"
+#include "tools/vqreg/text/Difference.h"
+#include "tools/vqreg/text/Path.h"
+#include "tools/vqreg/text/Shown.h"
 
 namespace vqreg {
 
@@ -70,16 +73,14 @@ void incr(const IncrOptions& options, Context& context) {
 
 }  // namespace
 
-void addIncr(CLI::App& app, Context& context) {
+void defineIncr(CLI::App& command, Context& context) {
     const auto options = std::make_shared<IncrOptions>();
-    CLI::App* const command =
-        app.add_subcommand("incr", "Add to a number, and print the new number");
-    command->add_option("KEY", options->key, "Path of the key")->required()->type_name("");
-    command->add_option("NAME", options->name, "Name of the value")->required()->type_name("");
-    command->add_option("BY", options->by, "What to add; 1 without it")->type_name("");
-    command->footer(
+    command.add_option("KEY", options->key, "Path of the key")->required()->type_name("");
+    command.add_option("NAME", options->name, "Name of the value")->required()->type_name("");
+    command.add_option("BY", options->by, "What to add; 1 without it")->type_name("");
+    command.footer(
         "BY may be negative. A value that is missing counts as 0, and is created with its key.");
-    command->callback([options, &context] { incr(*options, context); });
+    command.callback([options, &context] { incr(*options, context); });
 }
 
 }  // namespace vqreg

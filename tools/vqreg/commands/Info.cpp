@@ -1,18 +1,19 @@
 // vqreg info: where the store is and how it is.
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <memory>
 
 #include "tools/vqreg/base/ExitCode.h"
 #include "tools/vqreg/base/FileFacts.h"
-#include "tools/vqreg/commands/Commands.h"
+#include "tools/vqreg/commands/CommandTable.h"
 #include "tools/vqreg/store/LockInfo.h"
 #include "tools/vqreg/store/OpenIn.h"
-#include "tools/vqreg/store/StoreFault.h"
+#include "tools/vqreg/store/StoreFile.h"
+#include "tools/vqreg/store/StoreText.h"
 #include "tools/vqreg/terminal/Output.h"
 #include "tools/vqreg/text/ConfigText.h"
+#include "tools/vqreg/text/Shown.h"
 
 namespace vqreg {
 
@@ -55,9 +56,7 @@ void readText(Facts& facts, const StoreOptions& options) {
     facts.state = text.empty() ? Facts::eState::eEmpty : Facts::eState::ePresent;
     const ConfigText config = parseConfigText(text);
     facts.count = countBelow(config.top);
-    const auto fault = std::find_if(config.findings.begin(), config.findings.end(),
-                                    [](const Finding& finding) { return finding.isError; });
-    if (fault != config.findings.end()) {
+    if (const Finding* const fault = config.firstError()) {
         facts.fault = *fault;
     }
 }
@@ -226,11 +225,10 @@ void info(bool json, const Context& context) {
 
 }  // namespace
 
-void addInfo(CLI::App& app, Context& context) {
+void defineInfo(CLI::App& command, Context& context) {
     const auto json = std::make_shared<bool>(false);
-    CLI::App* const command = app.add_subcommand("info", "Tell where the store is and how it is");
-    command->add_flag("--json", *json, "As JSON; times are seconds since 1970");
-    command->callback([json, &context] { info(*json, context); });
+    command.add_flag("--json", *json, "As JSON; times are seconds since 1970");
+    command.callback([json, &context] { info(*json, context); });
 }
 
 }  // namespace vqreg

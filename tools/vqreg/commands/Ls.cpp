@@ -3,9 +3,13 @@
 #include <memory>
 
 #include "tools/vqreg/base/ExitCode.h"
-#include "tools/vqreg/commands/Commands.h"
+#include "tools/vqreg/commands/CommandTable.h"
+#include "tools/vqreg/store/StoreSession.h"
 #include "tools/vqreg/terminal/Output.h"
-#include "tools/vqreg/text/JsonText.h"
+#include "tools/vqreg/text/DataText.h"
+#include "tools/vqreg/text/JsonData.h"
+#include "tools/vqreg/text/Path.h"
+#include "tools/vqreg/text/Shown.h"
 
 namespace vqreg {
 
@@ -109,16 +113,15 @@ void ls(const LsOptions& options, Context& context) {
 
 }  // namespace
 
-void addLs(CLI::App& app, Context& context) {
+void defineLs(CLI::App& command, Context& context) {
     const auto options = std::make_shared<LsOptions>();
-    CLI::App* const command = app.add_subcommand("ls", "List the values and sub keys of a key");
-    command->add_flag("-R", options->recursive, "Everything below the key too");
-    command->add_flag("-l", options->large, "With types and data");
-    command->add_flag("--json", options->json, "As JSON, always with types and data");
-    command->add_flag("-0", options->zero, "End each entry with a NUL");
-    command->add_option("KEY", options->key, "Path of the key (default: the root key)")
+    command.add_flag("-R", options->recursive, "Everything below the key too");
+    command.add_flag("-l", options->large, "With types and data");
+    command.add_flag("--json", options->json, "As JSON, always with types and data");
+    command.add_flag("-0", options->zero, "End each entry with a NUL");
+    command.add_option("KEY", options->key, "Path of the key (default: the root key)")
         ->type_name("");
-    command->callback([options, &context] { ls(*options, context); });
+    command.callback([options, &context] { ls(*options, context); });
 }
 
 }  // namespace vqreg

@@ -1,9 +1,13 @@
 // vqreg notify: after a change of the file by other means than the library.
 #include "tools/vqreg/base/ExitCode.h"
-#include "tools/vqreg/change/TreeInput.h"
-#include "tools/vqreg/commands/Commands.h"
+#include "tools/vqreg/commands/CommandTable.h"
 #include "tools/vqreg/store/StoreFault.h"
+#include "tools/vqreg/store/StoreFile.h"
+#include "tools/vqreg/store/StoreSession.h"
+#include "tools/vqreg/store/StoreText.h"
 #include "tools/vqreg/store/WholeFile.h"
+#include "tools/vqreg/terminal/Listing.h"
+#include "tools/vqreg/text/ConfigText.h"
 
 namespace vqreg {
 
@@ -44,14 +48,12 @@ void notifyAll(const StoreOptions& options) {
 
 }  // namespace
 
-void addNotify(CLI::App& app, Context& context) {
-    CLI::App* const command = app.add_subcommand(
-        "notify", "Make all processes look at the file, as after a change by hand");
-    command->footer(
+void defineNotify(CLI::App& command, Context& context) {
+    command.footer(
         "A file that is malformed is not announced: its faults are printed as `check` does. What\n"
         "only the memory of a process has stays there: a value that was deleted by hand may come\n"
         "back with the next change of such a process.");
-    command->callback([&context] { notifyAll(context.store); });
+    command.callback([&context] { notifyAll(context.store); });
 }
 
 }  // namespace vqreg

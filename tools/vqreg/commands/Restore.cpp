@@ -1,6 +1,5 @@
 // vqreg restore: brings the text before the last change back.
 #include <fmt/format.h>
-#include <sys/stat.h>
 
 #include <memory>
 #include <optional>
@@ -8,15 +7,21 @@
 #include <utility>
 
 #include "tools/vqreg/base/ExitCode.h"
+#include "tools/vqreg/base/FileIdentity.h"
 #include "tools/vqreg/change/Changing.h"
-#include "tools/vqreg/change/TreeInput.h"
-#include "tools/vqreg/commands/Commands.h"
+#include "tools/vqreg/commands/CommandTable.h"
+#include "tools/vqreg/store/OpenIn.h"
 #include "tools/vqreg/store/Returning.h"
-#include "tools/vqreg/store/StoreFault.h"
+#include "tools/vqreg/store/StoreFile.h"
+#include "tools/vqreg/store/StoreSession.h"
+#include "tools/vqreg/store/StoreText.h"
 #include "tools/vqreg/store/WholeFile.h"
 #include "tools/vqreg/terminal/Confirm.h"
+#include "tools/vqreg/terminal/Listing.h"
 #include "tools/vqreg/terminal/Output.h"
 #include "tools/vqreg/text/ConfigText.h"
+#include "tools/vqreg/text/Difference.h"
+#include "tools/vqreg/text/Shown.h"
 
 namespace vqreg {
 
@@ -32,11 +37,6 @@ struct RestoreOptions {
     ReportOptions report;
 };
 
-bool exists(const std::string& path) {
-    struct stat status {};
-    return ::stat(path.c_str(), &status) == 0;
-}
-
 // Through the library, as a change like any other: no process writes over it unseen.
 std::vector<Change> restoreByUpdate(const StoreOptions& options, const std::string& file,
                                     const Key& present, const Key& wanted) {
@@ -46,7 +46,7 @@ std::vector<Change> restoreByUpdate(const StoreOptions& options, const std::stri
     // Nobody else can write now, and the file may have changed since the difference was shown.
     const ConfigText current = parseConfigText(readStoreFile(file, rootName(whole)));
     std::vector<Change> changes = difference(current.top, wanted);
-    applyChanges(store, changes, [] {});
+    store.apply(changes);
     store.end();
     return changes;
 }
@@ -97,10 +97,8 @@ std::string backupText(const StoreOptions& options, const std::string& backup) {
         throw CommandError(eExit::eUnavailable, backup + ": there is no backup");
     }
     const ConfigText parsed = parseConfigText(*text);
-    for (const Finding& finding : parsed.findings) {
-        if (finding.isError) {
-            throw CommandError(eExit::eMalformed, format(backup, finding));
-        }
+    if (const Finding* const fault = parsed.firstError()) {
+        throw CommandError(eExit::eMalformed, format(backup, *fault));
     }
     if (parsed.top.keys.empty()) {
         throw CommandError(eExit::eMalformed,
@@ -116,7 +114,7 @@ void restore(const RestoreOptions& options, Context& context) {
     const std::string text = backupText(context.store, file + ".bak");
     const ConfigText wanted = parseConfigText(text);
     ConfigText current;
-    const bool isThere = exists(file);
+    const bool isThere = FileIdentity::of(file).has_value();
     if (isThere) {
         const std::string present = readStoreFile(file, rootName(context.store));
         current = parseConfigText(present);
@@ -149,18 +147,16 @@ void restore(const RestoreOptions& options, Context& context) {
 
 }  // namespace
 
-void addRestore(CLI::App& app, Context& context) {
+void defineRestore(CLI::App& command, Context& context) {
     const auto options = std::make_shared<RestoreOptions>();
-    CLI::App* const command =
-        app.add_subcommand("restore", "Show what the backup would change, and bring it back");
-    command->add_flag("-n,--dry-run", options->dryRun, "Only show the difference");
-    command->add_flag("-f", options->force, "Do not ask, not even on a terminal");
-    addJsonOption(*command, options->report);
-    addVerifyOption(*command, options->report);
-    command->footer(
+    command.add_flag("-n,--dry-run", options->dryRun, "Only show the difference");
+    command.add_flag("-f", options->force, "Do not ask, not even on a terminal");
+    addJsonOption(command, options->report);
+    addVerifyOption(command, options->report);
+    command.footer(
         "The backup is the text before the last change. It is applied as a change of its own, so\n"
         "that a second restore brings the present text back.");
-    command->callback([options, &context] { restore(*options, context); });
+    command.callback([options, &context] { restore(*options, context); });
 }
 
 }  // namespace vqreg

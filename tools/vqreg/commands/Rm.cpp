@@ -1,11 +1,13 @@
-// vqreg rm and mkkey.
+// vqreg rm: removes a value or a key.
 #include <memory>
 
 #include "tools/vqreg/base/ExitCode.h"
 #include "tools/vqreg/change/Changing.h"
-#include "tools/vqreg/commands/Commands.h"
+#include "tools/vqreg/commands/CommandTable.h"
 #include "tools/vqreg/terminal/Confirm.h"
 #include "tools/vqreg/terminal/Output.h"
+#include "tools/vqreg/text/Difference.h"
+#include "tools/vqreg/text/Path.h"
 
 namespace vqreg {
 
@@ -131,32 +133,19 @@ void rm(const RmOptions& options, Context& context) {
 
 }  // namespace
 
-void addRm(CLI::App& app, Context& context) {
+void defineRm(CLI::App& command, Context& context) {
     const auto options = std::make_shared<RmOptions>();
-    CLI::App* const command = app.add_subcommand("rm", "Remove a value, or a key");
-    command->add_flag("-r", options->recursive, "Remove the key with everything below it");
-    command->add_flag("-f", options->force, "Do not ask, not even on a terminal");
-    command->add_flag("--if-exists", options->ifExists, "Be content when there is nothing");
-    command->add_flag("--whole-store", options->wholeStore,
-                      "Needed to remove all that is below the root key");
-    addJsonOption(*command, options->report);
-    addVerifyOption(*command, options->report);
-    command->add_option("KEY", options->key, "Path of the key")->required()->type_name("");
-    command->add_option("NAME", options->name, "Name of the value; without it the key is removed")
+    command.add_flag("-r", options->recursive, "Remove the key with everything below it");
+    command.add_flag("-f", options->force, "Do not ask, not even on a terminal");
+    command.add_flag("--if-exists", options->ifExists, "Be content when there is nothing");
+    command.add_flag("--whole-store", options->wholeStore,
+                     "Needed to remove all that is below the root key");
+    addJsonOption(command, options->report);
+    addVerifyOption(command, options->report);
+    command.add_option("KEY", options->key, "Path of the key")->required()->type_name("");
+    command.add_option("NAME", options->name, "Name of the value; without it the key is removed")
         ->type_name("");
-    command->callback([options, &context] { rm(*options, context); });
-}
-
-void addMkkey(CLI::App& app, Context& context) {
-    const auto key = std::make_shared<std::string>();
-    CLI::App* const command =
-        app.add_subcommand("mkkey", "Create a key, and the keys above it that are missing");
-    command->add_option("KEY", *key, "Path of the key")->required()->type_name("");
-    command->callback([key, &context] {
-        Changing changing(context, {});
-        changing.store().createKey(splitPath(*key));
-        changing.finish();
-    });
+    command.callback([options, &context] { rm(*options, context); });
 }
 
 }  // namespace vqreg

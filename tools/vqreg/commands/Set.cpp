@@ -3,9 +3,12 @@
 
 #include "tools/vqreg/base/ExitCode.h"
 #include "tools/vqreg/change/Changing.h"
-#include "tools/vqreg/commands/Commands.h"
+#include "tools/vqreg/commands/CommandTable.h"
 #include "tools/vqreg/terminal/Output.h"
-#include "tools/vqreg/text/DataInput.h"
+#include "tools/vqreg/text/DataText.h"
+#include "tools/vqreg/text/Difference.h"
+#include "tools/vqreg/text/Path.h"
+#include "tools/vqreg/text/Shown.h"
 
 namespace vqreg {
 
@@ -123,27 +126,25 @@ void addArguments(CLI::App& command, SetOptions& options) {
 
 }  // namespace
 
-void addSet(CLI::App& app, Context& context) {
+void defineSet(CLI::App& command, Context& context) {
     const auto options = std::make_shared<SetOptions>();
-    CLI::App* const command =
-        app.add_subcommand("set", "Set a value; the key is created when it is missing");
-    command->add_option("-t,--type", options->type, "string, dword or binary")
+    command.add_option("-t,--type", options->type, "string, dword or binary")
         ->type_name("TYPE")
         ->check(CLI::IsMember({"string", "dword", "binary"}).description(""));
-    command->add_flag("--existing", options->existing, "Only change a value that exists");
+    command.add_flag("--existing", options->existing, "Only change a value that exists");
     command
-        ->add_option("--if", options->old,
-                     "Only change a value that exists and has these data; binary data as "
-                     "hexadecimal digits")
+        .add_option("--if", options->old,
+                    "Only change a value that exists and has these data; binary data as "
+                    "hexadecimal digits")
         ->type_name("OLD");
-    addJsonOption(*command, options->report);
-    addArguments(*command, *options);
-    command->footer(
+    addJsonOption(command, options->report);
+    addArguments(command, *options);
+    command.footer(
         "Without -t, a value that exists keeps its type. For a new one, DATA is a dword if it is "
         "0x\n"
         "with one to eight hexadecimal digits, or a decimal number from 0 to 4294967295 without\n"
         "leading zeros. Everything else is a string.");
-    command->callback([options, &context] { set(*options, context); });
+    command.callback([options, &context] { set(*options, context); });
 }
 
 }  // namespace vqreg

@@ -4,9 +4,13 @@
 #include <memory>
 
 #include "tools/vqreg/base/ExitCode.h"
-#include "tools/vqreg/commands/Commands.h"
+#include "tools/vqreg/commands/CommandTable.h"
+#include "tools/vqreg/store/StoreSession.h"
 #include "tools/vqreg/terminal/Output.h"
+#include "tools/vqreg/text/DataText.h"
 #include "tools/vqreg/text/JsonText.h"
+#include "tools/vqreg/text/Path.h"
+#include "tools/vqreg/text/Shown.h"
 
 namespace vqreg {
 
@@ -77,16 +81,15 @@ void tree(const TreeOptions& options, Context& context) {
 
 }  // namespace
 
-void addTree(CLI::App& app, Context& context) {
+void defineTree(CLI::App& command, Context& context) {
     const auto options = std::make_shared<TreeOptions>();
-    CLI::App* const command = app.add_subcommand("tree", "Draw what is below a key");
-    command->add_option("-L", options->levels, "Only so many levels below the key")
+    command.add_option("-L", options->levels, "Only so many levels below the key")
         ->type_name("N")
         ->check(CLI::Range(1, 100000).description(""));
-    command->add_flag("--json", options->json, "As JSON");
-    command->add_option("KEY", options->key, "Path of the key (default: the root key)")
+    command.add_flag("--json", options->json, "As JSON");
+    command.add_option("KEY", options->key, "Path of the key (default: the root key)")
         ->type_name("");
-    command->callback([options, &context] { tree(*options, context); });
+    command.callback([options, &context] { tree(*options, context); });
 }
 
 }  // namespace vqreg

@@ -12,13 +12,13 @@
 #include <cstring>
 #include <ctime>
 #include <filesystem>
-#include <fstream>
 #include <string_view>
 
 #include "RegLib/text/NotificationName.h"
 #include "portable/FileLocks.h"
 #include "portable/ObjectName.h"
 #include "tools/vqreg/base/FileHandle.h"
+#include "tools/vqreg/base/FileText.h"
 
 namespace vqreg {
 
@@ -49,10 +49,8 @@ bool hasOwner(const std::string& path) {
 }  // namespace
 
 std::string programOf(std::int32_t pid) {
-    std::ifstream in(fmt::format("/proc/{}/comm", pid));
-    std::string name;
-    std::getline(in, name);
-    return name;
+    const std::string text = textOfFile(fmt::format("/proc/{}/comm", pid)).value_or("");
+    return text.substr(0, text.find('\n'));
 }
 
 std::string LockHolder::text() const {

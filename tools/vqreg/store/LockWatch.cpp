@@ -9,6 +9,7 @@
 
 #include "tools/vqreg/base/ExitCode.h"
 #include "tools/vqreg/store/LockInfo.h"
+#include "tools/vqreg/terminal/LastWords.h"
 #include "tools/vqreg/terminal/Output.h"
 
 namespace vqreg {
@@ -35,16 +36,7 @@ std::optional<Obstacle> findObstacle(const std::vector<std::string>& files) {
     return std::nullopt;
 }
 
-std::string& lastWords() {
-    static std::string words;
-    return words;
-}
-
 }  // namespace
-
-void LockWatch::setLastWords(std::string words) {
-    lastWords() = std::move(words);
-}
 
 LockWatch::LockWatch(std::vector<std::string> files, double timeoutSeconds)
     : m_files(std::move(files)), m_timeoutSeconds(timeoutSeconds), m_thread([this] { run(); }) {}
@@ -91,8 +83,8 @@ void LockWatch::endProcessIfWaiting() const {
     if (const auto obstacle = findObstacle(m_files)) {
         note(fmt::format("the lock of {} was not obtained within {:g} s; it is held by {}",
                          obstacle->file, m_timeoutSeconds, obstacle->holder.text()));
-        if (!lastWords().empty()) {
-            note(lastWords());
+        if (!LastWords::current().empty()) {
+            note(LastWords::current());
         }
         ::_exit(static_cast<int>(eExit::eLocked));
     }

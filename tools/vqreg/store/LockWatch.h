@@ -15,10 +15,6 @@ namespace vqreg {
 // when the time is up it ends the process. Nothing is half done then: a change begins with the lock.
 class LockWatch {
 public:
-    // What is said besides when the process is ended; for who has something that nobody would find
-    // otherwise. Empty for nothing.
-    static void setLastWords(std::string words);
-
     LockWatch(std::vector<std::string> files, double timeoutSeconds);
     ~LockWatch();
     LockWatch(const LockWatch&) = delete;

@@ -19,6 +19,7 @@
 #include "portable/ObjectName.h"
 #include "tools/vqreg/store/LockInfo.h"
 #include "tools/vqreg/terminal/Output.h"
+#include "tools/vqreg/text/Shown.h"
 
 namespace vqreg {
 

@@ -8,11 +8,12 @@
 #include <filesystem>
 #include <iterator>
 
-#include "tools/vqreg/base/ExitCode.h"
 #include "tools/vqreg/base/FileHandle.h"
-#include "tools/vqreg/change/TreeInput.h"
+#include "tools/vqreg/base/FileText.h"
 #include "tools/vqreg/terminal/Output.h"
 #include "tools/vqreg/text/ConfigText.h"
+#include "tools/vqreg/text/Model.h"
+#include "tools/vqreg/text/Path.h"
 
 namespace vqreg {
 
@@ -23,12 +24,9 @@ constexpr auto kLongestWait = std::chrono::milliseconds(250);
 
 // None while the file is missing or cannot be understood.
 Key topOf(const std::string& file) {
-    try {
-        ConfigText text = parseConfigText(readInput(file));
-        return text.isReadable() ? std::move(text.top) : Key();
-    } catch (const CommandError&) {
-        return {};
-    }
+    const std::optional<std::string> text = textOfFile(file);
+    ConfigText parsed = parseConfigText(text.value_or(""));
+    return parsed.isReadable() ? std::move(parsed.top) : Key();
 }
 
 bool isThere(const Key& top, const Change& change) {
@@ -80,7 +78,7 @@ void warnOfReturn(const Openers& openers) {
     }
 }
 
-std::vector<Change> waitForReturn(const std::string& file, const Names& above,
+std::vector<Change> waitForReturn(const std::string& file, const Path& above,
                                   const std::vector<Change>& changes, double seconds) {
     using Clock = std::chrono::steady_clock;
     std::vector<Change> deleted;

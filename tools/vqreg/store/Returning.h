@@ -17,7 +17,7 @@ void warnOfReturn(const Openers& openers);
 
 // What the store's file has of what the changes deleted. Looks again with each change of the file,
 // until there is something or the time is up. `above` is put before the paths of the changes.
-std::vector<Change> waitForReturn(const std::string& file, const std::vector<std::string>& above,
+std::vector<Change> waitForReturn(const std::string& file, const Path& above,
                                   const std::vector<Change>& changes, double seconds);
 
 }  // namespace vqreg

@@ -8,137 +8,25 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <climits>
-#include <cstring>
-#include <filesystem>
 #include <optional>
 
-#include "portable/ObjectName.h"
 #include "tools/vqreg/base/FileFacts.h"
-#include "tools/vqreg/base/FileHandle.h"
+#include "tools/vqreg/base/FileText.h"
+#include "tools/vqreg/store/PlaceFault.h"
 #include "tools/vqreg/text/ConfigText.h"
-#include "tools/vqreg/text/Model.h"
+#include "tools/vqreg/text/Path.h"
 
 namespace vqreg {
 
-namespace {
-
 using namespace VQRegLib;
 
-std::string directoryOf(const std::string& file) {
-    return std::filesystem::path(file).parent_path().string();
-}
-
-bool may(const std::string& path, int mode) {
-    return ::faccessat(AT_FDCWD, path.c_str(), mode, AT_EACCESS) == 0;
-}
-
-CommandError unavailable(const std::string& message) {
-    return {eExit::eUnavailable, message};
-}
-
-// "the directory D is not writable (owner root, mode 0755)", or why else nothing can be made in it.
-std::string notWritable(const std::string& directory) {
-    struct statvfs system {};
-    if (::statvfs(directory.c_str(), &system) == 0 && (system.f_flag & ST_RDONLY) != 0) {
-        return fmt::format("the directory {} is on a read-only file system", directory);
-    }
-    return fmt::format("the directory {} is not writable ({})", directory, ownerAndMode(directory));
-}
-
-std::optional<CommandError> directoryFault(const std::string& file) {
-    const std::string directory = directoryOf(file);
-    struct stat status {};
-    if (::stat(directory.c_str(), &status) != 0) {
-        if (errno == ENOENT) {
-            return unavailable(fmt::format("{}: the directory {} does not exist", file, directory));
-        }
-        return unavailable(
-            fmt::format("{}: the directory {}: {}", file, directory, std::strerror(errno)));
-    }
-    if (!S_ISDIR(status.st_mode)) {
-        return unavailable(fmt::format("{}: {} is not a directory", file, directory));
-    }
-    if (!may(directory, X_OK)) {
-        return unavailable(fmt::format("{}: the directory {} may not be entered ({})", file,
-                                       directory, ownerAndMode(directory)));
-    }
-    return std::nullopt;
-}
-
-std::optional<CommandError> missingFileFault(const std::string& file) {
-    const std::string directory = directoryOf(file);
-    if (!may(directory, W_OK)) {
-        return unavailable(
-            fmt::format("{}: the file does not exist, and {}", file, notWritable(directory)));
-    }
-    return std::nullopt;
-}
-
-// A link in the place of the file has been followed already, where that may be done.
-std::optional<CommandError> fileFault(const std::string& file) {
-    struct stat status {};
-    if (::lstat(file.c_str(), &status) != 0) {
-        return errno == ENOENT ? missingFileFault(file)
-                               : unavailable(fmt::format("{}: {}", file, std::strerror(errno)));
-    }
-    if (!S_ISREG(status.st_mode)) {
-        return unavailable(file + ": " + notAFile(status.st_mode));
-    }
-    if (!may(file, R_OK)) {
-        return unavailable(
-            fmt::format("{}: the file may not be read ({})", file, ownerAndMode(file)));
-    }
-    return std::nullopt;
-}
-
-std::optional<std::string> contentOf(const std::string& file) {
-    const FileHandle handle(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
-    struct stat status {};
-    if (!handle.isOpen() || ::fstat(handle.get(), &status) != 0) {
-        return std::nullopt;
-    }
-    std::string text(static_cast<std::size_t>(status.st_size), '\0');
-    std::size_t at = 0;
-    while (at < text.size()) {
-        const ssize_t size = ::read(handle.get(), text.data() + at, text.size() - at);
-        if (size < 0 && errno != EINTR) {
-            return std::nullopt;
-        }
-        if (size == 0) {
-            break;  // it has been cut meanwhile
-        }
-        at += static_cast<std::size_t>(std::max<ssize_t>(size, 0));
-    }
-    text.resize(at);
-    return text;
-}
+namespace {
 
 std::optional<CommandError> textFault(const std::string& file, const std::string& text) {
     const ConfigText config = parseConfigText(text);
-    const auto first = std::find_if(config.findings.begin(), config.findings.end(),
-                                    [](const Finding& finding) { return finding.isError; });
-    if (first == config.findings.end()) {
-        return std::nullopt;
-    }
-    return CommandError(eExit::eMalformed, format(file, *first));
-}
-
-std::optional<CommandError> sharedObjectFault(const std::string& file) {
-    for (const char* const kind : {VQRegLib::kLockKind, VQRegLib::kBlockKind}) {
-        const std::string object = VQRegLib::objectPath(kind, file);
-        struct stat status {};
-        if (::lstat(object.c_str(), &status) != 0) {
-            if (!may(directoryOf(object), W_OK)) {
-                return unavailable(fmt::format("{}: {}", file, notWritable(directoryOf(object))));
-            }
-        } else if (!S_ISREG(status.st_mode) || !may(object, R_OK | W_OK)) {
-            return unavailable(fmt::format("{}: the shared object {} may not be used ({})", file,
-                                           object, ownerAndMode(object)));
-        }
-    }
-    return std::nullopt;
+    const Finding* const first = config.firstError();
+    return first ? std::optional<CommandError>({eExit::eMalformed, format(file, *first)})
+                 : std::nullopt;
 }
 
 }  // namespace
@@ -169,7 +57,7 @@ CommandError openFault(const std::string& file, const std::string& root) {
     if (const auto fault = fileFault(file)) {
         return *fault;
     }
-    const std::optional<std::string> text = contentOf(file);
+    const std::optional<std::string> text = textOfFile(file, eLinks::eRefuse);
     if (text) {
         if (const auto fault = textFault(file, *text)) {
             return *fault;
@@ -235,35 +123,6 @@ CommandError replaceFault(const std::string& file) {
                         file, why)};
 }
 
-std::optional<std::string> lostTextHint(const std::string& file) {
-    struct stat status {};
-    const bool isMissing = ::lstat(file.c_str(), &status) != 0;
-    if (isMissing ? errno != ENOENT : !S_ISREG(status.st_mode) || status.st_size > 0) {
-        return std::nullopt;
-    }
-    struct stat backup {};
-    if (::lstat((file + ".bak").c_str(), &backup) != 0 || !S_ISREG(backup.st_mode) ||
-        backup.st_size == 0) {
-        return std::nullopt;
-    }
-    return fmt::format(
-        "the file is {} and its backup is not; \"vqreg restore\" brings the text back",
-        isMissing ? "missing" : "empty");
-}
-
-std::optional<CommandError> nameFault(const std::string& file) {
-    constexpr std::size_t kAppended = 36;  // what tells the temporary files apart
-    constexpr std::size_t kLongest = NAME_MAX - kAppended;
-    const std::string name = std::filesystem::path(file).filename();
-    if (name.size() <= kLongest) {
-        return std::nullopt;
-    }
-    return unavailable(
-        fmt::format("{}: the file's name is too long: it has {} bytes and may have "
-                    "{}, because changes are written to one with an appendix",
-                    file, name.size(), kLongest));
-}
-
 CommandError codeFault(const std::string& file, const std::string& root, int code) {
     switch (code) {
         case REGLIB_E_BAD_FORMAT:
@@ -278,31 +137,6 @@ CommandError codeFault(const std::string& file, const std::string& root, int cod
             return unavailable(
                 fmt::format("{}: the library answers 0x{:08X}", file, static_cast<unsigned>(code)));
     }
-}
-
-std::optional<std::string> readStoreFileIfAny(const std::string& file, const std::string& root) {
-    if (const auto fault = directoryFault(file)) {
-        throw *fault;
-    }
-    if (const auto fault = fileFault(file)) {
-        throw *fault;
-    }
-    std::optional<std::string> text = contentOf(file);
-    if (!text) {
-        struct stat status {};
-        if (::stat(file.c_str(), &status) == 0 || errno != ENOENT) {
-            throw openFault(file, root);
-        }
-    }
-    return text;
-}
-
-std::string readStoreFile(const std::string& file, const std::string& root) {
-    std::optional<std::string> text = readStoreFileIfAny(file, root);
-    if (!text) {
-        throw unavailable(file + ": the file does not exist");
-    }
-    return std::move(*text);
 }
 
 }  // namespace vqreg

@@ -20,22 +20,8 @@ CommandError writeFault(const std::string& file);
 // tell at all.
 CommandError replaceFault(const std::string& file);
 
-// For a path that no change could be written to, because its name leaves no room for the names of
-// temporary files.
-std::optional<CommandError> nameFault(const std::string& file);
-
-// For a file that is missing or empty beside a backup that has a text: what is wrong, and what brings
-// the text back.
-std::optional<std::string> lostTextHint(const std::string& file);
-
 // For a code of the library that comes from neither.
 CommandError codeFault(const std::string& file, const std::string& root, int code);
-
-// The whole file. Throws what openFault says when it cannot be read.
-std::string readStoreFile(const std::string& file, const std::string& root);
-
-// Likewise; none when there is no file, but one could be made.
-std::optional<std::string> readStoreFileIfAny(const std::string& file, const std::string& root);
 
 // For a store that is only to be read and whose file lacks the root key.
 CommandError missingRootFault(const std::string& file, const std::string& root,

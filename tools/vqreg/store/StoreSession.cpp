@@ -1,37 +1,17 @@
 #include "tools/vqreg/store/StoreSession.h"
 
-#include <fmt/format.h>
-
 #include "tools/vqreg/base/ExitCode.h"
 #include "tools/vqreg/store/LockInfo.h"
-#include "tools/vqreg/store/LockWatch.h"
-#include "tools/vqreg/store/StoreImpl.h"
-#include "tools/vqreg/terminal/Output.h"
+#include "tools/vqreg/store/StoreFile.h"
 #include "tools/vqreg/text/Rules.h"
 
 namespace vqreg {
 
-using namespace VQRegLib;
+using VQRegLib::CRegKey;
 
 namespace {
 
 constexpr int kFreeReadings = 5;
-
-// Keeps what several calls read together: an update without changes writes nothing.
-template <typename Impl>
-class Reading {
-public:
-    explicit Reading(Impl& impl) : m_impl(impl) { m_impl.begin(); }
-    ~Reading() {
-        --m_impl.depth;
-        m_impl.session->VQRegEndUpdate();
-    }
-    Reading(const Reading&) = delete;
-    Reading& operator=(const Reading&) = delete;
-
-private:
-    Impl& m_impl;
-};
 
 void checkRule(const std::optional<std::string>& broken) {
     if (broken) {
@@ -39,43 +19,18 @@ void checkRule(const std::optional<std::string>& broken) {
     }
 }
 
-// A store that is locked in an update that shall not be written can only be left as it is: ending
-// the update would write it, and so would closing the session and opening another one.
-void abandon(std::unique_ptr<CRegLib> session) {
-    static auto* const abandoned = new std::vector<std::unique_ptr<CRegLib>>;
-    abandoned->push_back(std::move(session));
-}
-
 }  // namespace
 
-StoreSession::StoreSession(const StoreOptions& options) : m_impl(std::make_unique<Impl>()) {
-    m_impl->options = options;
-    m_impl->file = storeFile(options);
-    m_impl->root = rootName(options);
-    m_impl->open();
-}
+StoreSession::StoreSession(const StoreOptions& options)
+    : m_store(options), m_keys(m_store), m_update(m_store) {}
 
-StoreSession::~StoreSession() {
-    if (!m_impl->session) {
-        return;
-    }
-    if (m_impl->depth > 0 && m_impl->isPending) {
-        abandon(std::move(m_impl->session));
-        return;
-    }
-    for (; m_impl->depth > 0; --m_impl->depth) {
-        m_impl->session->VQRegEndUpdate();
-    }
-    if (m_impl->isChanged && m_impl->options.notify) {
-        m_impl->session->SendRegistryChangeNotification();
-    }
-}
+StoreSession::~StoreSession() = default;
 
-std::vector<std::string> StoreSession::tidied(const Path& path) {
+Path StoreSession::tidied(const Path& path) {
     return tidiedPath(path, [this](const Path& each) {
-        const Reading reading(*m_impl);
+        const Reading reading(m_update);
         CRegKey handle;
-        return m_impl->walk(each, handle, false) != nullptr;
+        return m_keys.find(each, handle) != nullptr;
     });
 }
 
@@ -85,86 +40,50 @@ std::optional<Key> StoreSession::load(const Path& given, int depth,
                                       const std::function<void()>& done) {
     const Path path = tidied(given);
     for (int attempt = 0; attempt < kFreeReadings; ++attempt) {
-        const auto before = changeStamp(m_impl->file);
-        std::optional<Key> key = m_impl->load(path, depth, done);
-        if (m_impl->depth > 0 || changeStamp(m_impl->file) == before) {
+        const auto before = changeStamp(m_store.file());
+        std::optional<Key> key = m_keys.load(path, depth, done);
+        if (m_update.isOpen() || changeStamp(m_store.file()) == before) {
             return key;
         }
     }
-    const Reading reading(*m_impl);
-    return m_impl->load(path, depth, done);
-}
-
-std::optional<Key> StoreSession::Impl::load(const Path& path, int depthLeft,
-                                            const std::function<void()>& done) {
-    CRegKey handle;
-    CRegKey* const key = walk(path, handle, false);
-    if (!key) {
-        return std::nullopt;
-    }
-    Key result;
-    // The stored spelling, from "[Top/.../Name]".
-    const char* const full = key->GetKeyFullName();
-    const std::string text = full ? full : "";
-    const std::string inner = text.substr(0, text.find(']'));
-    const std::size_t last = inner.find_last_of("[/");
-    result.name = last == std::string::npos ? inner : inner.substr(last + 1);
-    read(
-        *key, path, result, depthLeft, done ? done : [] {});
-    return result;
+    const Reading reading(m_update);
+    return m_keys.load(path, depth, done);
 }
 
 std::optional<Value> StoreSession::value(const Path& given, const std::string& name) {
-    const Path path = tidied(given);
-    CRegKey handle;
-    CRegKey* const key = m_impl->walk(path, handle, false);
-    if (!key || name.find('\0') != std::string::npos) {
-        return std::nullopt;
-    }
-    Value result;
-    result.name = name;
-    const int code = m_impl->query(*key, result);
-    if (code == REGLIB_E_NOT_FOUND) {
-        return std::nullopt;
-    }
-    if (code == REGLIB_E_NOT_A_VALUE) {
-        throw CommandError(eExit::eWrongKind, fmt::format("\"{}\" is a sub key of {}, not a value",
-                                                          printable(name), nameOfKey(path)));
-    }
-    m_impl->check(code);
-    return result;
+    return m_keys.value(tidied(given), name);
 }
 
 bool StoreSession::hasKey(const Path& path) {
     CRegKey handle;
-    return m_impl->walk(tidied(path), handle, false) != nullptr;
+    return m_keys.find(tidied(path), handle) != nullptr;
 }
 
 void StoreSession::begin() {
-    m_impl->begin();
+    m_update.begin();
 }
 
 void StoreSession::end() {
-    m_impl->end();
+    m_update.end();
 }
 
 void StoreSession::createKey(const Path& given) {
     const Path path = tidied(given);
-    checkRule(brokenRuleOfKeyPath(m_impl->ruleRoot(), path));
-    m_impl->beginChange();
+    checkRule(brokenRuleOfKeyPath(m_store.ruleRoot(), path));
+    m_update.beginChange();
     CRegKey handle;
-    m_impl->walk(path, handle, true);
+    m_keys.make(path, handle);
     end();
 }
 
 bool StoreSession::set(const Path& given, const Value& value) {
     const Path path = tidied(given);
-    checkRule(brokenRuleOfKeyPath(m_impl->ruleRoot(), path));
+    checkRule(brokenRuleOfKeyPath(m_store.ruleRoot(), path));
     checkRule(brokenRuleOfValue(value));
-    m_impl->beginChange();
+    m_update.beginChange();
     CRegKey handle;
-    const bool isNew = !m_impl->walk(path, handle, false);
-    m_impl->write(*m_impl->walk(path, handle, true), path, value);
+    const bool isNew = !m_keys.find(path, handle);
+    m_keys.write(path, value);
     end();
     return isNew;
 }
@@ -174,16 +93,10 @@ bool StoreSession::removeValue(const Path& given, const std::string& name) {
     if (!value(path, name)) {
         return false;
     }
-    m_impl->beginChange();
-    CRegKey handle;
-    CRegKey* const key = m_impl->walk(path, handle, false);
-    const int code =
-        key ? m_impl->session->VQRegDeleteValue(*key, name.c_str()) : REGLIB_E_NOT_FOUND;
-    if (code != REGLIB_E_NOT_FOUND) {
-        m_impl->check(code);
-    }
+    m_update.beginChange();
+    const bool isRemoved = m_keys.removeValue(path, name);
     end();
-    return code != REGLIB_E_NOT_FOUND;
+    return isRemoved;
 }
 
 bool StoreSession::removeKey(const Path& given) {
@@ -191,41 +104,39 @@ bool StoreSession::removeKey(const Path& given) {
     if (!hasKey(path)) {
         return false;
     }
-    m_impl->beginChange();
-    {
-        CRegKey handle;
-        CRegKey* const key = m_impl->walk(path, handle, false);
-        if (key) {
-            m_impl->removeBelow(*key, path);
-        }
-    }
-    if (!path.empty()) {
-        CRegKey handle;
-        const Path parentPath(path.begin(), path.end() - 1);
-        CRegKey* const parent = m_impl->walk(parentPath, handle, false);
-        if (parent) {
-            m_impl->check(m_impl->session->VQRegDeleteKey(*parent, path.back().c_str()));
-        }
-    }
+    m_update.beginChange();
+    m_keys.removeKey(path);
     end();
     return true;
 }
 
-void StoreSession::announce() {
-    if (m_impl->session->SendRegistryChangeNotification() < 0) {
-        throw CommandError(eExit::eUnavailable, m_impl->file + ": the notification cannot be sent");
+void StoreSession::apply(const std::vector<Change>& changes, const std::function<void()>& done) {
+    for (const bool deletes : {true, false}) {
+        for (const Change& change : changes) {
+            if ((change.kind == Change::eKind::eDeleted) != deletes) {
+                continue;
+            }
+            if (change.isOfKey()) {
+                // A key takes all that is below it along; nothing is left to do for that later.
+                deletes ? static_cast<void>(removeKey(change.path)) : createKey(change.path);
+            } else if (deletes) {
+                removeValue(change.path, change.value().name);
+            } else {
+                set(change.path, *change.after);
+            }
+            if (done) {
+                done();
+            }
+        }
     }
-    m_impl->isChanged = false;
+}
+
+void StoreSession::announce() {
+    m_update.announce();
 }
 
 void StoreSession::reload() {
-    const LockWatch watch({m_impl->file}, m_impl->options.timeoutSeconds);
-    m_impl->check(m_impl->session->VQRegReload());
-    m_impl->isChanged = true;
-}
-
-CRegLib& StoreSession::session() {
-    return *m_impl->session;
+    m_update.reload();
 }
 
 }  // namespace vqreg

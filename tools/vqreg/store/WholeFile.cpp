@@ -15,7 +15,9 @@
 
 #include "tools/vqreg/base/ExitCode.h"
 #include "tools/vqreg/base/FileHandle.h"
-#include "tools/vqreg/store/StoreFault.h"
+#include "tools/vqreg/base/FileIdentity.h"
+#include "tools/vqreg/store/StoreFile.h"
+#include "tools/vqreg/store/StoreText.h"
 #include "tools/vqreg/terminal/Output.h"
 
 namespace vqreg {
@@ -95,12 +97,8 @@ std::string keepMalformed(const std::string& file, const std::string& text) {
 }
 
 bool isStillAt(int fd, const std::string& path) {
-    struct stat opened {};
-    struct stat present {};
-    return ::fstat(fd, &opened) == 0 && ::stat(path.c_str(), &present) == 0 &&
-           opened.st_dev == present.st_dev && opened.st_ino == present.st_ino &&
-           opened.st_mtim.tv_sec == present.st_mtim.tv_sec &&
-           opened.st_mtim.tv_nsec == present.st_mtim.tv_nsec;
+    const auto opened = FileIdentity::of(fd);
+    return opened && opened == FileIdentity::of(path);
 }
 
 // Others that restore the file keep out while it is locked. A file system that knows no locks does

@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "tools/vqreg/store/StoreFile.h"
 #include "tools/vqreg/store/StoreSession.h"
 #include "tools/vqreg/text/ConfigText.h"
 

@@ -13,9 +13,9 @@
 
 #include "tools/vqreg/base/ExitCode.h"
 #include "tools/vqreg/base/FileHandle.h"
-#include "tools/vqreg/change/TreeInput.h"
-#include "tools/vqreg/store/LockWatch.h"
+#include "tools/vqreg/base/FileText.h"
 #include "tools/vqreg/terminal/Confirm.h"
+#include "tools/vqreg/terminal/LastWords.h"
 #include "tools/vqreg/terminal/Output.h"
 
 namespace vqreg {
@@ -72,15 +72,6 @@ pid_t start(const char* editor, const std::string& file) {
     return pid;
 }
 
-// The process may end while it waits for the lock of the store.
-class LastWords {
-public:
-    explicit LastWords(const std::string& words) { LockWatch::setLastWords(words); }
-    ~LastWords() { LockWatch::setLastWords({}); }
-    LastWords(const LastWords&) = delete;
-    LastWords& operator=(const LastWords&) = delete;
-};
-
 // Says where the text stays; nothing if the editor has removed it.
 std::string keep(TemporaryText& file, const std::string& before) {
     file.keep();
@@ -131,6 +122,7 @@ bool editText(const TemporaryText& file, const std::string& before,
 }
 
 void keepingText(TemporaryText& file, const std::function<void()>& work) {
+    // The process may end while it waits for the lock of the store.
     const LastWords words("the edited text is in " + file.path());
     try {
         work();

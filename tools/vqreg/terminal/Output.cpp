@@ -7,14 +7,11 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "RegLib/text/LineFormat.h"
 #include "tools/vqreg/base/ExitCode.h"
 
 namespace vqreg {
 
 namespace {
-
-using VQRegLib::CRegLib;
 
 constexpr std::size_t kLargestBuffer = 64UL * 1024;
 
@@ -51,10 +48,10 @@ bool Output::isTerminal() {
     return isatty(STDOUT_FILENO) == 1;
 }
 
-void Output::setColor(Context::eColor color) {
+void Output::setColor(eColor color) {
     const char* const noColor = std::getenv("NO_COLOR");
     const bool automatic = isTerminal() && !(noColor && *noColor);
-    m_colored = color == Context::eColor::eAlways || (color == Context::eColor::eAuto && automatic);
+    m_colored = color == eColor::eAlways || (color == eColor::eAuto && automatic);
 }
 
 std::string Output::styled(eStyle style, std::string_view text) const {
@@ -102,36 +99,6 @@ void note(std::string_view text) {
     // One call, so that lines of several threads and processes stay whole. Where standard error
     // cannot be written nobody can be told.
     [[maybe_unused]] const ssize_t written = ::write(STDERR_FILENO, line.data(), line.size());
-}
-
-std::string_view typeName(CRegLib::eDataType type) {
-    const std::string_view word = VQRegLib::wordOfType(type);
-    return word.empty() ? "none" : word;
-}
-
-std::string dataText(const Value& value) {
-    switch (value.type) {
-        case CRegLib::eDword:
-            return std::to_string(value.number);
-        case CRegLib::eBinary:
-            return VQRegLib::hexText(value.bytes);
-        default:
-            return value.bytes;
-    }
-}
-
-std::string printable(std::string_view text) {
-    std::string result;
-    result.reserve(text.size());
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte < 0x20 || byte == 0x7f) {
-            result += fmt::format("\\x{:02X}", byte);
-        } else {
-            result += c;
-        }
-    }
-    return result;
 }
 
 }  // namespace vqreg

@@ -5,18 +5,15 @@
 
 #include <fmt/format.h>
 
-#include <cstdint>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
-
-#include "tools/vqreg/commands/Commands.h"
-#include "tools/vqreg/text/Model.h"
 
 namespace vqreg {
 
 using Json = nlohmann::ordered_json;
 
+enum class eColor { eAuto, eAlways, eNever };
 enum class eStyle { ePlain, eKey, eName, eType, eAdded, eRemoved, eChanged, eFault };
 
 // Thrown when nobody reads standard output any more; main ends quietly with 0.
@@ -28,7 +25,7 @@ public:
     static Output& standard();
 
     // --color; "auto" is colour on a terminal unless NO_COLOR is set to something.
-    void setColor(Context::eColor color);
+    void setColor(eColor color);
     bool isColored() const { return m_colored; }
     static bool isTerminal();  // standard output
 
@@ -48,15 +45,6 @@ private:
 
 // "vqreg: " and the text on standard error.
 void note(std::string_view text);
-
-// "string", "dword", "binary", "none"
-std::string_view typeName(VQRegLib::CRegLib::eDataType type);
-
-// Data as people write it: a number in decimal, binary data as capital hex digits, text as it is.
-std::string dataText(const Value& value);
-
-// Control characters as \xNN: for names and data in the middle of a line.
-std::string printable(std::string_view text);
 
 }  // namespace vqreg
 

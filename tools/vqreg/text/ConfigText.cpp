@@ -31,14 +31,10 @@ void composeBelow(const Key& key, std::string& path, std::string& text) {
 
 }  // namespace
 
-std::string format(const std::string& file, const Finding& finding) {
-    return file + ":" + std::to_string(finding.line) + ":" + std::to_string(finding.column) +
-           (finding.isError ? ": error: " : ": warning: ") + finding.what + "; " + finding.mend;
-}
-
-bool ConfigText::isReadable() const {
-    return std::none_of(findings.begin(), findings.end(),
-                        [](const Finding& finding) { return finding.isError; });
+const Finding* ConfigText::firstError() const {
+    const auto found = std::find_if(findings.begin(), findings.end(),
+                                    [](const Finding& finding) { return finding.isError; });
+    return found == findings.end() ? nullptr : &*found;
 }
 
 ConfigText parseConfigText(std::string_view text) {

@@ -6,32 +6,18 @@
 #include <string_view>
 #include <vector>
 
+#include "tools/vqreg/text/Findings.h"
 #include "tools/vqreg/text/Model.h"
 
 namespace vqreg {
-
-struct Finding {
-    std::size_t line = 0;    // from 1
-    std::size_t column = 0;  // from 1, in bytes
-    bool isError = true;  // the library refuses the file; otherwise it reads something unexpected
-    std::string what;     // what is wrong
-    std::string mend;     // how to mend it
-    enum class eKind {
-        eOther,
-        eMissingParent,  // means nothing in a text that is put into a store
-        eTruncated       // the library reads less than the line has
-    } kind = eKind::eOther;
-};
-
-// "FILE:LINE:COL: error: what is wrong; how to mend it" (or "warning:").
-std::string format(const std::string& file, const Finding& finding);
 
 struct ConfigText {
     Key top;  // the invisible key above the top-level keys, as far as the text could be read
     std::vector<Finding> findings;
     Key rescued = {};                         // of a text with errors: all that can be read at all
     std::vector<std::size_t> lostLines = {};  // and the lines that cannot
-    bool isReadable() const;                  // no finding is an error
+    const Finding* firstError() const;        // null when there is none
+    bool isReadable() const { return !firstError(); }
     const Key& all() const { return isReadable() ? top : rescued; }
 };
 

@@ -2,9 +2,10 @@
 
 #include <algorithm>
 
-#include "tools/vqreg/store/StoreSession.h"
-#include "tools/vqreg/terminal/Output.h"
-#include "tools/vqreg/text/JsonText.h"
+#include "tools/vqreg/text/ConfigText.h"
+#include "tools/vqreg/text/JsonData.h"
+#include "tools/vqreg/text/Path.h"
+#include "tools/vqreg/text/Shown.h"
 
 namespace vqreg {
 
@@ -101,8 +102,7 @@ std::string lineOf(const Change& change, const Path& above) {
     const char sign = change.kind == Change::eKind::eCreated   ? '+'
                       : change.kind == Change::eKind::eDeleted ? '-'
                                                                : '~';
-    Path path = above;
-    path.insert(path.end(), change.path.begin(), change.path.end());
+    const Path path = joined(above, change.path);
     std::string line = std::string(1, sign) + " [" + printable(plainPath(path)) + "]";
     if (change.isOfKey()) {
         return line;

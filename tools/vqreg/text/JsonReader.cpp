@@ -1,26 +1,21 @@
 #include "tools/vqreg/text/JsonReader.h"
 
 #include <algorithm>
-#include <cctype>
-#include <cstddef>
-#include <iterator>
+#include <ios>
 #include <limits>
 
-#include "RegLib/text/LineFormat.h"
-#include "tools/vqreg/text/DataInput.h"
-#include "tools/vqreg/text/TextLines.h"
+#include "tools/vqreg/text/JsonData.h"
+#include "tools/vqreg/text/Path.h"
+#include "tools/vqreg/text/Shown.h"
 
 namespace vqreg {
 
-using VQRegLib::CRegLib;
 using Json = nlohmann::ordered_json;
 
 namespace {
 
 // A deeper key would not fit into its line, and nothing here may overflow the stack.
 constexpr std::size_t kDeepest = 2048;
-
-const std::string kShapeOfValue = "write {\"type\": TYPE, \"value\": DATA}";
 
 // What the outermost object alone has.
 bool isOfPlace(const std::string& member) {
@@ -32,63 +27,15 @@ std::string pathOfKey(const std::string& key) {
     return key.empty() || key == "." ? "/" + key : key;
 }
 
-// Of the string whose closing quote is at `close`: the last quote before it that is not escaped.
-std::size_t openingQuote(std::string_view text, std::size_t close) {
-    std::size_t quote = close;
-    for (;;) {
-        quote = quote == 0 ? std::string_view::npos : text.rfind('"', quote - 1);
-        if (quote == std::string_view::npos || quote == 0) {
-            return quote == 0 ? 0 : close;
-        }
-        std::size_t backslashes = 0;
-        while (backslashes < quote && text[quote - 1 - backslashes] == '\\') {
-            ++backslashes;
-        }
-        if (backslashes % 2 == 0) {
-            return quote;
-        }
-    }
-}
-
-// The parser reads through this one, so that its place is known.
-class Cursor {
-public:
-    using iterator_category = std::input_iterator_tag;
-    using value_type = char;
-    using difference_type = std::ptrdiff_t;
-    using pointer = const char*;
-    using reference = const char&;
-
-    Cursor(const char* at, const char** seen) : m_at(at), m_seen(seen) {}
-    reference operator*() const { return *m_at; }
-    Cursor& operator++() {
-        *m_seen = ++m_at;
-        return *this;
-    }
-    Cursor operator++(int) {
-        const Cursor before = *this;
-        ++*this;
-        return before;
-    }
-    bool operator==(const Cursor& other) const { return m_at == other.m_at; }
-    bool operator!=(const Cursor& other) const { return m_at != other.m_at; }
-
-private:
-    const char* m_at;
-    const char** m_seen;
-};
-
 }  // namespace
 
 JsonText JsonReader::read() {
-    const char* const end = m_text.data() + m_text.size();
-    const char* ignored = nullptr;
-    Json::sax_parse(Cursor(m_text.data(), &m_seen), Cursor(end, &ignored), this);
+    Json::sax_parse(m_source, this);
     return std::move(m_result);
 }
 
 bool JsonReader::fail(std::size_t at, const std::string& what, const std::string& mend) {
-    const std::string_view before = m_text.substr(0, at);
+    const std::string_view before = std::string_view(m_text).substr(0, at);
     const auto line = static_cast<std::size_t>(std::count(before.begin(), before.end(), '\n'));
     const std::size_t feed = before.rfind('\n');
     const std::size_t column = feed == std::string_view::npos ? at : at - feed - 1;
@@ -97,34 +44,13 @@ bool JsonReader::fail(std::size_t at, const std::string& what, const std::string
 }
 
 bool JsonReader::failHere(const std::string& what, const std::string& mend) {
-    return fail(tokenStart(), what, mend);
+    return fail(place(), what, mend);
 }
 
-// Goes back from the end of the token; after a number or a word the parser has read one more.
-std::size_t JsonReader::tokenStart() const {
-    auto at = static_cast<std::size_t>(m_seen - m_text.data());
-    const auto isWord = [](unsigned char c) {
-        return std::isalnum(c) != 0 || c == '+' || c == '-' || c == '.';
-    };
-    if (at == 0) {
-        return 0;
-    }
-    --at;
-    const char last = m_text[at];
-    if (last == '"') {
-        return openingQuote(m_text, at);
-    }
-    if (last == '{' || last == '[') {
-        return at;
-    }
-    if (!isWord(static_cast<unsigned char>(last)) && at > 0 &&
-        isWord(static_cast<unsigned char>(m_text[at - 1]))) {
-        --at;
-    }
-    while (at > 0 && isWord(static_cast<unsigned char>(m_text[at - 1]))) {
-        --at;
-    }
-    return at;
+// The last byte that the parser has taken; none is left behind a text that has ended.
+std::size_t JsonReader::place() const {
+    const std::streamoff at = m_source.rdbuf()->pubseekoff(0, std::ios::cur, std::ios::in);
+    return at > 0 ? static_cast<std::size_t>(at) - 1 : 0;
 }
 
 bool JsonReader::wrongKind() {
@@ -133,12 +59,12 @@ bool JsonReader::wrongKind() {
     }
     switch (m_frames.back().kind) {
         case eFrame::eValues:
-            return failHere("the value " + shown(m_member) + " is no object", kShapeOfValue);
+            return failHere("the value " + shown(m_member) + " is no object", JsonValue::kShape);
         case eFrame::eKeys:
             return failHere("the key " + shown(m_member) + " is no object",
                             "write {\"values\": {...}, \"keys\": {...}}");
         case eFrame::eValue:
-            return failHere(shown(m_member) + " of the value " + shown(m_frames.back().name) +
+            return failHere(shown(m_member) + " of the value " + shown(m_frames.back().value.name) +
                                 " has the wrong kind of data",
                             "write a number for a dword, and a text for all else");
         default:
@@ -166,7 +92,7 @@ bool JsonReader::number_unsigned(number_unsigned_t value) {
     if (value > std::numeric_limits<std::uint32_t>::max()) {
         return failHere("a number is too large", "write a number from 0 to 4294967295");
     }
-    m_frames.back().number = static_cast<std::uint32_t>(value);
+    m_frames.back().value.number = static_cast<std::uint32_t>(value);
     return true;
 }
 
@@ -180,7 +106,7 @@ bool JsonReader::string(string_t& value) {
     }
     Frame& frame = m_frames.back();
     if (frame.kind == eFrame::eValue) {
-        (m_member == "type" ? frame.type : frame.text) = value;
+        (m_member == "type" ? frame.value.type : frame.value.text) = value;
         return true;
     }
     if (frame.kind != eFrame::eTree || !isOfPlace(m_member)) {
@@ -247,17 +173,15 @@ bool JsonReader::startKey() {
 }
 
 bool JsonReader::startMember() {
-    Frame value{eFrame::eValue, m_frames.back().key};
-    value.name = *textFromJson(m_member);
-    value.nameAt = m_memberAt;
-    m_frames.push_back(std::move(value));
+    const JsonValue value{.name = *textFromJson(m_member), .nameAt = m_memberAt};
+    m_frames.push_back({eFrame::eValue, m_frames.back().key, {}, value});
     return true;
 }
 
 bool JsonReader::key(string_t& name) {
     Frame& frame = m_frames.back();
     m_member = name;
-    m_memberAt = tokenStart();
+    m_memberAt = place();
     const bool isName = frame.kind == eFrame::eKeys || frame.kind == eFrame::eValues;
     const auto text = isName ? textFromJson(name) : name;
     if (!text) {
@@ -295,32 +219,9 @@ bool JsonReader::end_object() {
 
 bool JsonReader::finishValue() {
     Frame& frame = m_frames.back();
-    const std::string which = "the value " + shown(frame.name);
     Value value;
-    value.name = frame.name;
-    if (!frame.type) {
-        return fail(frame.nameAt, which + " has no \"type\"", kShapeOfValue);
-    }
-    value.type = VQRegLib::typeOfWord(*frame.type);
-    if (value.type == CRegLib::eNone) {
-        return fail(frame.nameAt, which + " has the unknown type " + shown(*frame.type),
-                    "write string, dword or binary");
-    }
-    const bool isNumber = value.type == CRegLib::eDword;
-    if (isNumber ? !frame.number : !frame.text) {
-        return fail(frame.nameAt, which + (isNumber ? " has no number" : " has no text"),
-                    kShapeOfValue);
-    }
-    if (isNumber) {
-        value.number = *frame.number;
-    } else {
-        const auto bytes =
-            value.type == CRegLib::eString ? textFromJson(*frame.text) : parseHex(*frame.text);
-        if (!bytes) {
-            return fail(frame.nameAt, which + " has data that are no pairs of hexadecimal digits",
-                        "write two digits for each byte");
-        }
-        value.bytes = *bytes;
+    if (const auto fault = frame.value.give(value)) {
+        return fail(fault->at, fault->what, fault->mend);
     }
     frame.key->values[folded(value.name)] = std::move(value);
     return true;

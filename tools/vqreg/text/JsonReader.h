@@ -1,21 +1,32 @@
-// Reads the JSON text of a tree token by token, so that each fault has its place.
+// Reads the JSON text of a tree token by token, so that each fault has its place: where the parser is
+// when it shows, which is the end of what is wrong.
 #ifndef TOOLS_VQREG_TEXT_JSONREADER_H
 #define TOOLS_VQREG_TEXT_JSONREADER_H
 
 #include <cstdint>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "tools/vqreg/text/JsonText.h"
+#include "tools/vqreg/text/Findings.h"
+#include "tools/vqreg/text/JsonValue.h"
+#include "tools/vqreg/text/Model.h"
 
 namespace vqreg {
 
+struct JsonText {
+    Key key;
+    std::optional<std::string> path;  // as joinPath makes it
+    std::vector<Finding> findings;    // at most one, an error
+    bool isReadable() const { return findings.empty(); }
+};
+
 class JsonReader {
 public:
-    explicit JsonReader(std::string_view text) : m_text(text), m_seen(text.data()) {}
+    explicit JsonReader(std::string_view text) : m_text(text), m_source(m_text) {}
     JsonText read();
 
     // What the parser calls; false ends it.
@@ -47,23 +58,19 @@ private:
         eFrame kind;
         Key* key = nullptr;
         std::vector<std::string> members = {};
-        std::string name = {};  // of a value
-        std::size_t nameAt = 0;
-        std::optional<std::string> type = {};
-        std::optional<std::uint32_t> number = {};
-        std::optional<std::string> text = {};
+        JsonValue value = {};
     };
 
     bool fail(std::size_t at, const std::string& what, const std::string& mend);
     bool failHere(const std::string& what, const std::string& mend);
     bool wrongKind();
-    std::size_t tokenStart() const;
+    std::size_t place() const;
     bool startMember();
     bool startKey();
     bool finishValue();
 
-    std::string_view m_text;
-    const char* m_seen;  // where the parser reads
+    const std::string m_text;
+    mutable std::istringstream m_source;  // the parser reads from it; to ask where is no change
     std::vector<Frame> m_frames;
     std::string m_member;  // the name that was read last
     std::size_t m_memberAt = 0;

@@ -1,15 +1,8 @@
 #include "tools/vqreg/text/Model.h"
 
-#include <algorithm>
+#include <utility>
 
 namespace vqreg {
-
-std::string folded(const std::string& name) {
-    std::string result = name;
-    std::transform(result.begin(), result.end(), result.begin(),
-                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
-    return result;
-}
 
 Count countBelow(const Key& key) {
     Count count{key.keys.size(), key.values.size()};
@@ -19,6 +12,28 @@ Count countBelow(const Key& key) {
         count.values += below.values;
     }
     return count;
+}
+
+const Key* findKey(const Key& top, const Path& path) {
+    const Key* key = &top;
+    for (const std::string& name : path) {
+        const auto found = key->keys.find(folded(name));
+        if (found == key->keys.end()) {
+            return nullptr;
+        }
+        key = &found->second;
+    }
+    return key;
+}
+
+Key topAround(const Path& path, Key key) {
+    for (auto name = path.rbegin(); name != path.rend(); ++name) {
+        key.name = *name;
+        Key above;
+        above.keys.emplace(folded(*name), std::move(key));
+        key = std::move(above);
+    }
+    return key;
 }
 
 }  // namespace vqreg

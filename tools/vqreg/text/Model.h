@@ -7,14 +7,10 @@
 #include <cstdint>
 #include <map>
 #include <string>
-#include <vector>
+
+#include "tools/vqreg/text/Path.h"
 
 namespace vqreg {
-
-using Path = std::vector<std::string>;  // the names of keys, from the root key on
-
-// Lower case as the store folds names: A to Z only.
-std::string folded(const std::string& name);
 
 struct Value {
     std::string name;  // as it was created
@@ -40,6 +36,12 @@ struct Count {
 };
 
 Count countBelow(const Key& key);  // the key itself not counted
+
+// A key below another one; null when it is missing.
+const Key* findKey(const Key& top, const Path& path);
+
+// A top with the key at a path below it and nothing else; the name of the key is the path's last.
+Key topAround(const Path& path, Key key);
 
 }  // namespace vqreg
 

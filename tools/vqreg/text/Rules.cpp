@@ -6,8 +6,8 @@
 
 #include "RegLib/text/LineFormat.h"
 #include "RegLib/text/LineSplitter.h"
-#include "tools/vqreg/store/StoreSession.h"
-#include "tools/vqreg/terminal/Output.h"
+#include "tools/vqreg/text/Path.h"
+#include "tools/vqreg/text/Shown.h"
 
 namespace vqreg {
 
@@ -16,15 +16,6 @@ namespace {
 using VQRegLib::CRegLib;
 
 constexpr std::size_t kLongestLine = VQRegLib::kLongestPiece - 1;  // the reader cuts a longer one
-constexpr std::size_t kLongestQuoted = 60;
-
-// The input as a message shows it: unprintable characters made visible, long texts cut.
-std::string quoted(const std::string& text) {
-    if (text.size() <= kLongestQuoted) {
-        return '"' + printable(text) + '"';
-    }
-    return '"' + printable(std::string_view(text).substr(0, kLongestQuoted)) + "...\"";
-}
 
 struct ForbiddenCharacter {
     char character;
@@ -44,22 +35,11 @@ std::optional<std::string> forbiddenIn(const std::string& text,
     for (const ForbiddenCharacter& each : forbidden) {
         const std::size_t at = text.find(each.character);
         if (at != std::string::npos) {
-            return fmt::format("{} must not hold {}: {}, byte {}", what, each.name, quoted(text),
+            return fmt::format("{} must not hold {}: {}, byte {}", what, each.name, shown(text),
                                at + 1);
         }
     }
     return std::nullopt;
-}
-
-std::string fullName(const std::string& rootName, const std::vector<std::string>& path) {
-    std::string result = rootName;
-    for (const std::string& name : path) {
-        if (!result.empty()) {
-            result += '/';
-        }
-        result += name;
-    }
-    return result;
 }
 
 std::optional<std::string> tooLong(const std::string& what, std::size_t size) {
@@ -70,13 +50,13 @@ std::optional<std::string> tooLong(const std::string& what, std::size_t size) {
                        what, size);
 }
 
-std::optional<std::string> tooLongKeyLine(const std::string& rootName,
-                                          const std::vector<std::string>& path) {
-    const std::string full = fullName(rootName, path);
-    return tooLong("the key " + quoted(full), full.size() + 2);
+std::optional<std::string> tooLongKeyLine(const std::string& rootName, const Path& path) {
+    const std::string full =
+        rootName + (rootName.empty() || path.empty() ? "" : "/") + plainPath(path);
+    return tooLong("the key " + shown(full), full.size() + 2);
 }
 
-void collect(const std::string& rootName, std::vector<std::string>& path, const Key& key,
+void collect(const std::string& rootName, Path& path, const Key& key,
              std::vector<std::string>& broken) {
     const std::string place = ", in the key \"" + printable(joinPath(path)) + '"';
     for (const auto& [name, value] : key.values) {
@@ -84,7 +64,7 @@ void collect(const std::string& rootName, std::vector<std::string>& path, const 
             broken.push_back(*rule + place);
         }
         if (key.keys.contains(name)) {
-            broken.push_back("a value and a sub key must not have one name: " + quoted(value.name) +
+            broken.push_back("a value and a sub key must not have one name: " + shown(value.name) +
                              place);
         }
     }
@@ -127,19 +107,18 @@ std::optional<std::string> brokenRuleOfValue(const Value& value) {
         return broken;
     }
     if (value.type == CRegLib::eNone) {
-        return "a value must be binary, a dword or a string: " + quoted(value.name);
+        return "a value must be binary, a dword or a string: " + shown(value.name);
     }
     if (value.type == CRegLib::eString) {
         if (const auto broken = forbiddenIn(value.bytes, kInNoText, "a text")) {
             return broken;
         }
     }
-    return tooLong("the value " + quoted(value.name),
+    return tooLong("the value " + shown(value.name),
                    VQRegLib::valueLineSize(value.name.size(), value.type, value.bytes.size()));
 }
 
-std::optional<std::string> brokenRuleOfKeyPath(const std::string& rootName,
-                                               const std::vector<std::string>& path) {
+std::optional<std::string> brokenRuleOfKeyPath(const std::string& rootName, const Path& path) {
     for (const std::string& name : path) {
         if (const auto broken = brokenRuleOfKeyName(name)) {
             if (isNothing(path)) {
@@ -151,13 +130,13 @@ std::optional<std::string> brokenRuleOfKeyPath(const std::string& rootName,
     return tooLongKeyLine(rootName, path);
 }
 
-std::vector<std::string> brokenRulesOfTree(const std::string& rootName,
-                                           const std::vector<std::string>& path, const Key& key) {
+std::vector<std::string> brokenRulesOfTree(const std::string& rootName, const Path& path,
+                                           const Key& key) {
     std::vector<std::string> broken;
     if (const auto rule = brokenRuleOfKeyPath(rootName, path)) {
         broken.push_back(*rule);
     }
-    std::vector<std::string> walked = path;
+    Path walked = path;
     collect(rootName, walked, key, broken);
     return broken;
 }

@@ -15,12 +15,11 @@ namespace vqreg {
 std::optional<std::string> brokenRuleOfKeyName(const std::string& name);
 std::optional<std::string> brokenRuleOfValueName(const std::string& name);
 std::optional<std::string> brokenRuleOfValue(const Value& value);  // its name, text and line length
-std::optional<std::string> brokenRuleOfKeyPath(const std::string& rootName,
-                                               const std::vector<std::string>& path);
+std::optional<std::string> brokenRuleOfKeyPath(const std::string& rootName, const Path& path);
 
 // Of a whole tree below a key: also a sub key and a value of one name.
-std::vector<std::string> brokenRulesOfTree(const std::string& rootName,
-                                           const std::vector<std::string>& path, const Key& key);
+std::vector<std::string> brokenRulesOfTree(const std::string& rootName, const Path& path,
+                                           const Key& key);
 
 }  // namespace vqreg
 

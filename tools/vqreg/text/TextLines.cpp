@@ -5,7 +5,7 @@
 
 #include "RegLib/text/LineFormat.h"
 #include "RegLib/text/ValueData.h"
-#include "tools/vqreg/terminal/Output.h"
+#include "tools/vqreg/text/Shown.h"
 
 namespace vqreg {
 
@@ -190,16 +190,6 @@ std::vector<std::string_view> namesOfKeyLine(std::string_view path) {
         names.push_back(name);
     }
     return names;
-}
-
-std::string shown(std::string_view text) {
-    constexpr std::size_t kLongestShown = 60;
-    std::size_t size = std::min(text.size(), kLongestShown);
-    while (size > 0 && size < text.size() &&
-           (static_cast<unsigned char>(text[size]) & 0xC0) == 0x80) {
-        --size;  // not in the middle of a character
-    }
-    return '"' + printable(text.substr(0, size)) + (size < text.size() ? "...\"" : "\"");
 }
 
 }  // namespace vqreg

@@ -65,9 +65,6 @@ Value valueOf(const ValueLine& parts);
 // The names in a key line's path as the reader splits it: a slash at the end adds no name.
 std::vector<std::string_view> namesOfKeyLine(std::string_view path);
 
-// A text in double quotes for a message: on one line, printable, and not endless.
-std::string shown(std::string_view text);
-
 }  // namespace vqreg
 
 #endif  // TOOLS_VQREG_TEXT_TEXTLINES_H

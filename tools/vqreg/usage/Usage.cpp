@@ -7,6 +7,7 @@
 
 #include "tools/vqreg/base/ExitCode.h"
 #include "tools/vqreg/terminal/Output.h"
+#include "tools/vqreg/text/Shown.h"
 #include "tools/vqreg/usage/UsageFault.h"
 
 namespace vqreg {

@@ -7,6 +7,8 @@
 
 #include "tools/vqreg/terminal/Output.h"
 #include "tools/vqreg/text/Model.h"
+#include "tools/vqreg/text/Path.h"
+#include "tools/vqreg/text/Shown.h"
 
 namespace vqreg {
 

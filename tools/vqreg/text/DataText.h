@@ -1,6 +1,6 @@
-// Data as a person types them.
-#ifndef TOOLS_VQREG_TEXT_DATAINPUT_H
-#define TOOLS_VQREG_TEXT_DATAINPUT_H
+// Data as people type them, and as they are shown.
+#ifndef TOOLS_VQREG_TEXT_DATATEXT_H
+#define TOOLS_VQREG_TEXT_DATATEXT_H
 
 #include <VQRegLib.h>
 
@@ -27,6 +27,12 @@ std::optional<std::string> parseHex(std::string_view text);
 // or "-" for standard input. Throws eWrongKind for data that are not of the type.
 void parseData(const std::string& text, Value& value);
 
+// "string", "dword", "binary", "none"
+std::string_view typeName(VQRegLib::CRegLib::eDataType type);
+
+// Data as people write it: a number in decimal, binary data as capital hex digits, text as it is.
+std::string dataText(const Value& value);
+
 }  // namespace vqreg
 
-#endif  // TOOLS_VQREG_TEXT_DATAINPUT_H
+#endif  // TOOLS_VQREG_TEXT_DATATEXT_H

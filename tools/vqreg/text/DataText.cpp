@@ -1,4 +1,6 @@
-#include "tools/vqreg/text/DataInput.h"
+#include "tools/vqreg/text/DataText.h"
+
+#include <fmt/format.h>
 
 #include <algorithm>
 #include <charconv>
@@ -6,8 +8,8 @@
 #include "RegLib/text/LineFormat.h"
 #include "RegLib/text/ValueData.h"
 #include "tools/vqreg/base/ExitCode.h"
-#include "tools/vqreg/change/TreeInput.h"
-#include "tools/vqreg/terminal/Output.h"
+#include "tools/vqreg/base/FileText.h"
+#include "tools/vqreg/text/Shown.h"
 
 namespace vqreg {
 
@@ -83,6 +85,22 @@ void parseData(const std::string& text, Value& value) {
             break;
         default:
             value.bytes = text;
+    }
+}
+
+std::string_view typeName(CRegLib::eDataType type) {
+    const std::string_view word = VQRegLib::wordOfType(type);
+    return word.empty() ? "none" : word;
+}
+
+std::string dataText(const Value& value) {
+    switch (value.type) {
+        case CRegLib::eDword:
+            return std::to_string(value.number);
+        case CRegLib::eBinary:
+            return VQRegLib::hexText(value.bytes);
+        default:
+            return value.bytes;
     }
 }
 

@@ -1,11 +1,14 @@
-// vqreg cp and mv.
+#include "tools/vqreg/change/CopyMove.h"
+
 #include <memory>
 
 #include "tools/vqreg/base/ExitCode.h"
 #include "tools/vqreg/change/Changing.h"
-#include "tools/vqreg/change/TreeInput.h"
-#include "tools/vqreg/commands/Commands.h"
+#include "tools/vqreg/store/StoreFile.h"
 #include "tools/vqreg/terminal/Output.h"
+#include "tools/vqreg/text/Difference.h"
+#include "tools/vqreg/text/Model.h"
+#include "tools/vqreg/text/Path.h"
 #include "tools/vqreg/text/Rules.h"
 #include "tools/vqreg/usage/Usage.h"
 
@@ -138,39 +141,28 @@ void copy(const CopyMoveOptions& options, Context& context) {
     }
 }
 
-void add(CLI::App& app, Context& context, bool move) {
-    const auto options = std::make_shared<CopyMoveOptions>();
-    options->move = move;
-    const std::string verb = move ? "Move" : "Copy";
-    CLI::App* const command =
-        app.add_subcommand(move ? "mv" : "cp", verb + " a value, or a key with all below it");
-    setUsage(*command, command->get_name() + " [-f]" + (move ? " [--verify S]" : "") +
-                           " KEY [NAME] NEWKEY [NEWNAME]");
-    command->add_flag("-f", options->force, "Replace a value, or merge into a key, that exists");
-    if (move) {
-        addVerifyOption(*command, options->report);
-    }
-    command->add_option("KEY", options->first, "Path of the key")->required()->type_name("");
-    command
-        ->add_option("NEWKEY|NAME", options->second,
-                     "With two arguments the path of the new key; else the name of the value")
-        ->required()
-        ->type_name("");
-    command->add_option("NEWKEY", options->third, "Path of the key that the value goes to")
-        ->type_name("");
-    command->add_option("NEWNAME", options->fourth, "New name of the value (default: its old name)")
-        ->type_name("");
-    command->callback([options, &context] { copy(*options, context); });
-}
-
 }  // namespace
 
-void addCp(CLI::App& app, Context& context) {
-    add(app, context, false);
-}
-
-void addMv(CLI::App& app, Context& context) {
-    add(app, context, true);
+void defineCopyMove(CLI::App& command, Context& context, bool move) {
+    const auto options = std::make_shared<CopyMoveOptions>();
+    options->move = move;
+    setUsage(command, command.get_name() + " [-f]" + (move ? " [--verify S]" : "") +
+                          " KEY [NAME] NEWKEY [NEWNAME]");
+    command.add_flag("-f", options->force, "Replace a value, or merge into a key, that exists");
+    if (move) {
+        addVerifyOption(command, options->report);
+    }
+    command.add_option("KEY", options->first, "Path of the key")->required()->type_name("");
+    command
+        .add_option("NEWKEY|NAME", options->second,
+                    "With two arguments the path of the new key; else the name of the value")
+        ->required()
+        ->type_name("");
+    command.add_option("NEWKEY", options->third, "Path of the key that the value goes to")
+        ->type_name("");
+    command.add_option("NEWNAME", options->fourth, "New name of the value (default: its old name)")
+        ->type_name("");
+    command.callback([options, &context] { copy(*options, context); });
 }
 
 }  // namespace vqreg
