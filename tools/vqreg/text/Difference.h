@@ -35,7 +35,7 @@ std::string lineOf(const Change& change, const Path& above = {});
 
 // A path from the top of the file without the root key's, or without the first name for a key that is
 // elsewhere.
-std::vector<std::string> belowRoot(const Path& path, const Path& root);
+Path belowRoot(const Path& path, const Path& root);
 
 // {"key": "Network", "name": "Port"}; keys have no "name". "key" is where the key is below the root
 // key, which is "" itself. `root` is the root key's own path if the path of the change begins at the
