@@ -24,8 +24,6 @@ void checkRule(const std::optional<std::string>& broken) {
 StoreSession::StoreSession(const StoreOptions& options)
     : m_store(options), m_keys(m_store), m_update(m_store) {}
 
-StoreSession::~StoreSession() = default;
-
 Path StoreSession::tidied(const Path& path) {
     return tidiedPath(path, [this](const Path& each) {
         const Reading reading(m_update);

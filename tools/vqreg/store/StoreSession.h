@@ -21,10 +21,9 @@ namespace vqreg {
 
 class StoreSession {
 public:
-    // Opens the store, or throws what OpenStore does.
+    // Opens the store, or throws what OpenStore does. Its end is that of StoreUpdate: changes are
+    // announced, and an update that has not ended is given up.
     explicit StoreSession(const StoreOptions& options);
-    // Ends as StoreUpdate does.
-    ~StoreSession();
     StoreSession(const StoreSession&) = delete;
     StoreSession& operator=(const StoreSession&) = delete;
 

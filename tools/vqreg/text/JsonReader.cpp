@@ -47,7 +47,7 @@ bool JsonReader::failHere(const std::string& what, const std::string& mend) {
     return fail(place(), what, mend);
 }
 
-// The last byte that the parser has taken; none is left behind a text that has ended.
+// The last byte that the parser has taken: the end of a token, or for a number what ended it.
 std::size_t JsonReader::place() const {
     const std::streamoff at = m_source.rdbuf()->pubseekoff(0, std::ios::cur, std::ios::in);
     return at > 0 ? static_cast<std::size_t>(at) - 1 : 0;

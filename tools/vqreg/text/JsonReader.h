@@ -70,7 +70,7 @@ private:
     bool finishValue();
 
     const std::string m_text;
-    mutable std::istringstream m_source;  // the parser reads from it; to ask where is no change
+    std::istringstream m_source;  // what the parser reads from
     std::vector<Frame> m_frames;
     std::string m_member;  // the name that was read last
     std::size_t m_memberAt = 0;
