@@ -29,8 +29,8 @@
 #include <string_view>
 #include <vector>
 
-#include "tools/vqreg/Command.h"
-#include "tools/vqreg/ConfigReader.h"
+#include "tools/vqreg/commands/Command.h"
+#include "tools/vqreg/text/ConfigReader.h"
 
 #ifdef VQREG_LIBFUZZER
 // NOLINTBEGIN(bugprone-reserved-identifier): the names that the linker gives them

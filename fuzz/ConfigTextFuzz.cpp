@@ -10,9 +10,10 @@
 #include <string_view>
 
 #include "fuzz/Support.h"
-#include "tools/vqreg/ConfigReader.h"
-#include "tools/vqreg/Difference.h"
-#include "tools/vqreg/JsonText.h"
+#include "tools/vqreg/text/ConfigReader.h"
+#include "tools/vqreg/text/ConfigText.h"
+#include "tools/vqreg/text/Difference.h"
+#include "tools/vqreg/text/JsonText.h"
 
 namespace {
 

@@ -91,7 +91,7 @@ inline Document readDocument(const std::filesystem::path& path) {
 inline std::vector<Document> documents() {
     namespace fs = std::filesystem;
     std::vector<Document> result;
-    for (const char* const folder : {".", "docs", "portable"}) {
+    for (const char* const folder : {".", "docs", "portable", "tools/vqreg"}) {
         for (const auto& entry : fs::directory_iterator(projectPath() / folder)) {
             if (entry.path().extension() == ".md") {
                 result.push_back(readDocument(entry.path()));

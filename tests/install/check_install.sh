@@ -70,8 +70,29 @@ expect_files() {
     done
 }
 
+# The command of a release is small: its symbols stay in the build.
+expect_small_command() {
+    [ -e "$prefix/bin/vqreg" ] || return 0
+    case $(sed -n 's/^CMAKE_BUILD_TYPE:[A-Z]*=//p' "$build/CMakeCache.txt") in
+        Release | RelWithDebInfo | MinSizeRel) ;;
+        *) return 0 ;;
+    esac
+    local size
+    size=$(stat -c %s "$prefix/bin/vqreg")
+    if readelf --section-headers --wide "$prefix/bin/vqreg" | grep -qE ' \.(symtab|debug_info) '; then
+        echo "check_install: bin/vqreg is not stripped" >&2
+        exit 1
+    fi
+    # A sanitizer makes it several times as large.
+    if [ ${#flags[@]} -eq 0 ] && [ "$size" -ge 1000000 ]; then
+        echo "check_install: bin/vqreg has $size bytes" >&2
+        exit 1
+    fi
+}
+
 quietly cmake --install "$build" --prefix "$prefix"
 expect_files
+expect_small_command
 case $way in
     cmake) build_with_cmake ;;
     pkg-config)

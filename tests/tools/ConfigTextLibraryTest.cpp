@@ -8,7 +8,8 @@
 #include <vector>
 
 #include "support/TempStore.h"
-#include "tools/vqreg/ConfigReader.h"
+#include "tools/vqreg/text/ConfigReader.h"
+#include "tools/vqreg/text/ConfigText.h"
 
 using namespace vqreg;
 using VQRegLib::CRegKey;

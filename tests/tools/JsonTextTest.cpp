@@ -1,11 +1,12 @@
 // Trees as JSON and back.
-#include "tools/vqreg/JsonText.h"
+#include "tools/vqreg/text/JsonText.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 
-#include "tools/vqreg/Difference.h"
+#include "tools/vqreg/text/ConfigText.h"
+#include "tools/vqreg/text/Difference.h"
 
 using namespace vqreg;
 using VQRegLib::CRegLib;
@@ -106,6 +107,7 @@ TEST(JsonTextTest, EveryMemberMayBeMissing) {
     EXPECT_FALSE(parseJsonText("{}").path.has_value());
 }
 
+// Where the parser is when the fault shows: at the end of what is wrong.
 TEST(JsonTextTest, NamesThePlaceOfAFault) {
     EXPECT_EQ(
         "2:1: error: this is no JSON: syntax error while parsing object key - unexpected end "
@@ -113,49 +115,49 @@ TEST(JsonTextTest, NamesThePlaceOfAFault) {
         fault("{\n"));
     EXPECT_EQ("1:1: error: the text is no tree; write {\"values\": {...}, \"keys\": {...}}",
               fault("[]"));
-    EXPECT_EQ("2:3: error: the member \"Keys\" is unknown; remove it",
+    EXPECT_EQ("2:8: error: the member \"Keys\" is unknown; remove it",
               fault("{\"keys\": {},\n  \"Keys\": {}}"));
     EXPECT_EQ(
-        "1:14: error: the name \"keys\" occurs twice; case makes no difference; remove one "
+        "1:19: error: the name \"keys\" occurs twice; case makes no difference; remove one "
         "of the two",
         fault("{\"keys\": {}, \"keys\": {}}"));
     EXPECT_EQ(
-        "1:20: error: the name \"A\" occurs twice; case makes no difference; remove one of "
+        "1:22: error: the name \"A\" occurs twice; case makes no difference; remove one of "
         "the two",
         fault("{\"keys\": {\"a\": {}, \"A\": {}}}"));
-    EXPECT_EQ("1:18: error: the value \"a\" is no object; write {\"type\": TYPE, \"value\": DATA}",
+    EXPECT_EQ("1:20: error: the value \"a\" is no object; write {\"type\": TYPE, \"value\": DATA}",
               fault("{\"values\": {\"a\": 17}}"));
     EXPECT_EQ(
-        "1:10: error: \"keys\" has the wrong kind of data; write an object for values and "
+        "1:13: error: \"keys\" has the wrong kind of data; write an object for values and "
         "keys, and a text for name and path",
         fault("{\"keys\": null}"));
     EXPECT_EQ(
-        "1:12: error: \"hex:/\" is not followed by pairs of hexadecimal digits; write two "
+        "1:19: error: \"hex:/\" is not followed by pairs of hexadecimal digits; write two "
         "digits for each byte",
         fault("{\"values\":{\"hex:/4\": 0}}"));
 }
 
 TEST(JsonTextTest, ChecksValues) {
     const std::string shape = "; write {\"type\": TYPE, \"value\": DATA}";
-    EXPECT_EQ("1:13: error: the value \"a\" has no \"type\"" + shape,
+    EXPECT_EQ("1:15: error: the value \"a\" has no \"type\"" + shape,
               faultOfValue("{\"value\": 1}"));
-    EXPECT_EQ("1:13: error: the value \"a\" has no number" + shape,
+    EXPECT_EQ("1:15: error: the value \"a\" has no number" + shape,
               faultOfValue("{\"type\": \"dword\", \"value\": \"1\"}"));
-    EXPECT_EQ("1:13: error: the value \"a\" has no text" + shape,
+    EXPECT_EQ("1:15: error: the value \"a\" has no text" + shape,
               faultOfValue("{\"type\": \"string\", \"value\": 1}"));
     EXPECT_EQ(
-        "1:13: error: the value \"a\" has the unknown type \"text\"; write string, dword or "
+        "1:15: error: the value \"a\" has the unknown type \"text\"; write string, dword or "
         "binary",
         faultOfValue("{\"type\": \"text\", \"value\": \"\"}"));
     EXPECT_EQ(
-        "1:13: error: the value \"a\" has data that are no pairs of hexadecimal digits; "
+        "1:15: error: the value \"a\" has data that are no pairs of hexadecimal digits; "
         "write two digits for each byte",
         faultOfValue("{\"type\": \"binary\", \"value\": \"0\"}"));
-    EXPECT_EQ("1:45: error: a number is too large; write a number from 0 to 4294967295",
+    EXPECT_EQ("1:55: error: a number is too large; write a number from 0 to 4294967295",
               faultOfValue("{\"type\": \"dword\", \"value\": 4294967296}"));
-    EXPECT_EQ("1:45: error: a number is negative; write a number from 0 to 4294967295",
+    EXPECT_EQ("1:47: error: a number is negative; write a number from 0 to 4294967295",
               faultOfValue("{\"type\": \"dword\", \"value\": -1}"));
-    EXPECT_EQ("1:45: error: a number is not whole; write a number from 0 to 4294967295",
+    EXPECT_EQ("1:48: error: a number is not whole; write a number from 0 to 4294967295",
               faultOfValue("{\"type\": \"dword\", \"value\": 1.5 }"));
     EXPECT_EQ("", faultOfValue("{\"value\": 4294967295, \"type\": \"dword\"}"));
 }

@@ -5,7 +5,7 @@
 #include <clocale>
 #include <csignal>
 
-#include "tools/vqreg/Command.h"
+#include "tools/vqreg/commands/Command.h"
 
 namespace {
 
