@@ -6,7 +6,6 @@
 
 #include "RegLib/base/Guarded.h"
 #include "RegLib/base/ThrowPoint.h"
-#include "RegLib/file/Operation.h"
 #include "RegLib/trace/Trace.h"
 #include "portable/FileLink.h"
 #include "portable/FileOps.h"

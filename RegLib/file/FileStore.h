@@ -133,7 +133,7 @@ private:
     void issueHandle(CKeyOrValue& node, std::string_view name, CRegKey& key);
     void deleteNode(CKeyOrValue& node);
 
-    // Change handlers; defined in instance/ChangeHandlers.cpp with the two operations above.
+    // Change handlers.
     CRegWatcherThread* watcherForHandlers();
 
     // Values.

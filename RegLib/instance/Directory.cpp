@@ -23,6 +23,11 @@ constexpr char kLockName[] = "CRegLibImplDirectory";
 
 enum eLocation : int { eAcquire = 1, eRelease = 2, eFork = 3 };
 
+// What a store calls that gets a handler.
+void startNotifierOfProcess() {
+    get_reglibImplDirectory()->startRegistryChangeNotifierThread();
+}
+
 class CGlobalsGuard {
 public:
     CGlobalsGuard() { pthread_mutex_lock(&g_mutexGlobals); }
@@ -137,6 +142,7 @@ CRegLibImpl* CRegLibImplDirectory::acquireRegLibImpl(const char* name, const cha
         auto store = std::make_unique<CRegLibImplFile>(name, key, location, result);
         store->m_lRefCount = 1;
         store->m_strTuple = tuple;
+        store->m_pStartNotifier = startNotifierOfProcess;
         // The trace object's own session may have come and gone under the same tuple meanwhile.
         m_mapInstances[tuple] = store.get();
         return store.release();

@@ -8,6 +8,7 @@
 #include "RegLib/base/Guarded.h"
 #include "RegLib/text/KeyPath.h"
 #include "RegLib/trace/Trace.h"
+#include "RegLib/watch/Watcher.h"
 #include "portable/Portable.h"
 
 namespace VQRegLib {
@@ -83,6 +84,22 @@ void CRegLibImpl::dropInheritedUpdate() {}
 
 int CRegLibImpl::VQRegReload() {
     return REGLIB_E_FAIL;
+}
+
+// The watcher ends without m_watcherLock: one of its handlers may be waiting for that. Until then
+// it stays known, so that the handler may remove others.
+void CRegLibImpl::DeleteRegWatcherThread() {
+    CRegWatcherThread* watcher = nullptr;
+    {
+        const CCritSecGuard guard(m_watcherLock, __LINE__);
+        watcher = m_pWatcherThread;
+        m_bWatcherEnded = true;
+    }
+    if (watcher) {
+        CRegWatcherThread::end(watcher);
+        const CCritSecGuard guard(m_watcherLock, __LINE__);
+        m_pWatcherThread = nullptr;
+    }
 }
 
 bool CRegLibImpl::hasWatcher() {

@@ -98,8 +98,7 @@ public:
                            std::vector<std::string>& names, int create);
     int VQRegDestroyKeyVect(std::vector<CRegKey*>& keys);
 
-    // Ends the watcher, if any. Defined above the store, in instance/ChangeHandlers.cpp: a watcher
-    // needs the store's file, and the store's end needs the watcher's.
+    // Ends the watcher, if any.
     void DeleteRegWatcherThread();
     bool hasWatcher();
 
@@ -111,6 +110,12 @@ public:
     CRegKeyImpl* m_pRootKeyImpl;  // the root key's record
     std::string m_strTuple;       // under which the directory lists the store
     CHandleTable m_handles;       // guarded by m_critSec, except that handles leave it unguarded
+
+    // Starts the thread that wakes the watchers of listed stores. Set by the directory, which has that
+    // thread, when it lists the store, and not changed afterwards; null in a store that is not listed.
+    // May throw VQException.
+    void (*m_pStartNotifier)() = nullptr;
+
     CRegWatcherThread* m_pWatcherThread;  // guarded by m_watcherLock
     CPCritSec m_watcherLock;
     bool m_bWatcherEnded = false;  // guarded by m_watcherLock: the store is being destroyed

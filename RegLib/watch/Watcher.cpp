@@ -1,10 +1,10 @@
-#include "RegLib/instance/Watcher.h"
+#include "RegLib/watch/Watcher.h"
 
 #include <new>
 
 #include "RegLib/base/CritSecGuard.h"
 #include "RegLib/base/ThrowPoint.h"
-#include "RegLib/instance/Contained.h"
+#include "RegLib/trace/Contained.h"
 #include "RegLib/trace/Trace.h"
 #include "portable/Portable.h"
 

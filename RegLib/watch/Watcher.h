@@ -1,6 +1,6 @@
 // Watches a store's file and calls the change handlers.
-#ifndef REGLIB_INSTANCE_WATCHER_H
-#define REGLIB_INSTANCE_WATCHER_H
+#ifndef REGLIB_WATCH_WATCHER_H
+#define REGLIB_WATCH_WATCHER_H
 
 #include <sys/stat.h>
 
@@ -68,4 +68,4 @@ private:
 
 }  // namespace VQRegLib
 
-#endif  // REGLIB_INSTANCE_WATCHER_H
+#endif  // REGLIB_WATCH_WATCHER_H
