@@ -278,6 +278,13 @@ bool CFileOps::hasLineBeside(const char* path, char beginning) const {
     return false;
 }
 
+void CFileOps::readModificationTime(const char* path, std::time_t& seconds) const {
+    struct stat status {};
+    if (::stat(path, &status) == 0) {
+        seconds = status.st_mtime;
+    }
+}
+
 std::size_t CFileOps::sizeOf(std::FILE* file) const {
     struct stat status {};
     return ::fstat(::fileno(file), &status) == 0 ? static_cast<std::size_t>(status.st_size) : 0;

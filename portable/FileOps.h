@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <ctime>
 #include <span>
 #include <string_view>
 
@@ -59,6 +60,9 @@ public:
 
     // True for a regular file that has a line with another beginning.
     bool hasLineBeside(const char* path, char beginning) const;
+
+    // When the file behind a path was last written, in whole seconds. It stays as it is on failure.
+    void readModificationTime(const char* path, std::time_t& seconds) const;
 
     // In bytes; 0 when it cannot be told.
     std::size_t sizeOf(std::FILE* file) const;

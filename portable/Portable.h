@@ -30,6 +30,11 @@ public:
     static void SetCurrentThreadName(const char* name);
     static void Sleep(unsigned long milliseconds);
 
+    // What is to be done before each fork of the process, and after it in the parent and in the child.
+    // The last that was registered goes first before a fork, and last after it. Null is nothing. False
+    // when there is no memory for it.
+    static bool AtFork(void (*before)(), void (*inParent)(), void (*inChild)());
+
     // Nanoseconds of the machine's clock: the same for every process, whatever its namespaces.
     static std::uint64_t GetTickCountULL();
     // Seconds of a clock that is never set, for telling that time has passed. Costs next to nothing.

@@ -47,9 +47,9 @@ CRegLibImplDirectory* get_reglibImplDirectory() {
             CRegLibTrace::registerForkHandlers();
             CPMutex::registerForkHandlers();
             g_preglibImplDirectory = new CRegLibImplDirectory;
-            pthread_atfork(CRegLibImplDirectory::prepareFork,
-                           CRegLibImplDirectory::afterForkInParent,
-                           CRegLibImplDirectory::afterForkInChild);
+            CPortable::AtFork(CRegLibImplDirectory::prepareFork,
+                              CRegLibImplDirectory::afterForkInParent,
+                              CRegLibImplDirectory::afterForkInChild);
         } catch (const std::bad_alloc&) {
             throwAt(eThrowPoint::eNewDirectory);
         }

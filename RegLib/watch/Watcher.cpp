@@ -1,11 +1,13 @@
 #include "RegLib/watch/Watcher.h"
 
+#include <ctime>
 #include <new>
 
 #include "RegLib/base/CritSecGuard.h"
 #include "RegLib/base/ThrowPoint.h"
 #include "RegLib/trace/Contained.h"
 #include "RegLib/trace/Trace.h"
+#include "portable/FileOps.h"
 #include "portable/Portable.h"
 
 namespace VQRegLib {
@@ -122,16 +124,17 @@ void CRegWatcherThread::fileWatcherThreadFunc() {
     // A capital F here and a small one below: whoever searches old logs knows both.
     REGLIB_TRACE(eTraceLife, "CRegWatcherThread::FileWatcherThreadFunc (0x%08X) - starting\n",
                  traceId(this));
-    struct stat lastSeen {};
-    stat(m_strName.c_str(), &lastSeen);
+    const CFileOps& files = CFileOps::current();
+    std::time_t lastSeen = 0;
+    files.readModificationTime(m_strName.c_str(), lastSeen);
     for (;;) {
         m_pWakeEvent->wait(kLookMilliseconds, nullptr);
         if (m_stopRequested.load() != 0) {
             break;
         }
-        struct stat current = lastSeen;
-        stat(m_strName.c_str(), &current);
-        if (current.st_mtime != lastSeen.st_mtime) {
+        std::time_t current = lastSeen;
+        files.readModificationTime(m_strName.c_str(), current);
+        if (current != lastSeen) {
             REGLIB_TRACE(eTraceFlow,
                          "CRegWatcherThread::fileWatcherThreadFunc (0x%08X) - got file change\n",
                          traceId(this));

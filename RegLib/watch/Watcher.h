@@ -2,8 +2,6 @@
 #ifndef REGLIB_WATCH_WATCHER_H
 #define REGLIB_WATCH_WATCHER_H
 
-#include <sys/stat.h>
-
 #include <atomic>
 #include <cstdint>
 #include <map>
