@@ -26,6 +26,7 @@
 
 #include "portable/FileLocks.h"
 #include "portable/ObjectName.h"
+#include "portable/PlainMutex.h"
 #include "portable/Portable.h"
 #include "portable/SharedFile.h"
 #include "portable/ThreadNumber.h"
@@ -142,7 +143,7 @@ public:
     }
 
     CPMutexState* join(const std::string& name) {
-        const std::lock_guard<std::mutex> guard(m_lock);
+        const CPlainGuard guard(m_lock);
         const auto found = m_states.find(name);
         if (found != m_states.end()) {
             ++found->second->users;
@@ -156,7 +157,7 @@ public:
 
     // The last one closes the file, unless a thread still holds the lock.
     void leave(CPMutexState& state) {
-        const std::lock_guard<std::mutex> guard(m_lock);
+        const CPlainGuard guard(m_lock);
         if (--state.users == 0 && state.owner.load() == 0) {
             state.file.close();
         }
@@ -165,9 +166,10 @@ public:
 private:
     CMutexRegistry() { pthread_atfork(prepareFork, afterForkInParent, afterForkInChild); }
 
-    static void prepareFork() { instance().m_lock.lock(); }
-    static void afterForkInParent() { instance().m_lock.unlock(); }
-    static void afterForkInChild() {
+    // Held from before the fork to after it, by the forking thread in both processes.
+    static void prepareFork() NO_THREAD_SAFETY_ANALYSIS { instance().m_lock.lock(); }
+    static void afterForkInParent() NO_THREAD_SAFETY_ANALYSIS { instance().m_lock.unlock(); }
+    static void afterForkInChild() NO_THREAD_SAFETY_ANALYSIS {
         for (const auto& entry : instance().m_states) {
             CPMutexState& state = *entry.second;
             if (state.heldByCaller()) {
@@ -184,9 +186,9 @@ private:
         instance().m_lock.unlock();
     }
 
-    std::mutex m_lock;
-    std::map<std::string, std::unique_ptr<CPMutexState>> m_states;
-    std::forward_list<std::mutex*> m_inherited;
+    CPlainMutex m_lock;
+    std::map<std::string, std::unique_ptr<CPMutexState>> m_states GUARDED_BY(m_lock);
+    std::forward_list<std::mutex*> m_inherited GUARDED_BY(m_lock);
 };
 
 }  // namespace

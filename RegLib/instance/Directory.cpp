@@ -72,6 +72,7 @@ thread_local bool t_holdsLockForFork = false;
 
 }  // namespace
 
+// The three together are one holding, from before the fork to after it, and there may be none.
 void CRegLibImplDirectory::prepareFork() {
     pthread_mutex_lock(&g_mutexGlobals);
     for (int naps = 0; naps < kForkNaps && !t_holdsLockForFork; ++naps) {
@@ -98,8 +99,8 @@ void CRegLibImplDirectory::afterForkInChild() {
     }
     CRegLibImplDirectory& directory = *g_preglibImplDirectory;
     if (isWhole) {
-        directory.m_lock.leave(eFork);
         directory.dropInheritedUpdates();
+        directory.m_lock.leave(eFork);
     } else {
         m_isInheritedHalfChanged.store(true);
     }

@@ -1,7 +1,6 @@
 #include "RegLib/instance/Notifier.h"
 
 #include <memory>
-#include <mutex>
 #include <new>
 #include <string>
 #include <utility>
@@ -16,6 +15,7 @@
 #include "RegLib/trace/Trace.h"
 #include "RegLib/watch/Watcher.h"
 #include "portable/NamedObjects.h"
+#include "portable/PlainMutex.h"
 #include "portable/Portable.h"
 #include "portable/Semaphore.h"
 
@@ -45,12 +45,12 @@ public:
     // All are released before any is looked at: one that seems to be nobody's may be that of a process
     // which has lost the lock, and which notices as it wakes up.
     void notify() {
-        const std::unique_lock<std::mutex> guard(m_lock, std::try_to_lock);
-        if (!guard.owns_lock()) {
+        if (!m_lock.tryLock()) {
             // Another thread is at it, perhaps one that a child of fork does not have.
             CNotifiedProcesses().notify();
             return;
         }
+        const CPlainGuard guard(m_lock, CPlainGuard::eAdopt);
         const CNamesMark now = CNamesMark::now();
         if (now.isUnchangedSince(m_mark)) {
             for (const auto& semaphore : m_semaphores) {
@@ -67,7 +67,7 @@ public:
 
 private:
     // True when what was found is all there is, and worth to be kept open.
-    bool findAndRelease() {
+    bool findAndRelease() REQUIRES(m_lock) {
         m_names.clear();
         m_semaphores.clear();
         const CPEnumNamedObjects semaphores(kNotificationPrefix, CPEnumNamedObjects::kSemaphores);
@@ -91,10 +91,10 @@ private:
         return isAll && m_semaphores.size() == m_names.size();
     }
 
-    std::mutex m_lock;
-    CNamesMark m_mark;
-    std::vector<std::string> m_names;
-    std::vector<std::unique_ptr<CPSemaphore>> m_semaphores;
+    CPlainMutex m_lock;
+    CNamesMark m_mark GUARDED_BY(m_lock);
+    std::vector<std::string> m_names GUARDED_BY(m_lock);
+    std::vector<std::unique_ptr<CPSemaphore>> m_semaphores GUARDED_BY(m_lock);
 };
 
 }  // namespace

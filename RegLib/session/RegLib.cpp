@@ -10,6 +10,7 @@
 #include "VQRegLib.h"
 #include "portable/NoCancellation.h"
 #include "portable/Portable.h"
+#include "portable/ThreadAnnotations.h"
 
 namespace VQRegLib {
 
@@ -20,7 +21,9 @@ constexpr unsigned long kEnteringNapMilliseconds = 1;
 
 // A thread that has an update on the same file through another store must not wait for the session
 // lock without end: its holder may be waiting for that update.
-bool enterDuringUpdates(CRegLibImpl& store, int location) {
+// Not checked, as the next one is not: what enters only perhaps is checked where it is called.
+bool enterDuringUpdates(CRegLibImpl& store, int location)
+    TRY_ACQUIRE(true, store.m_critSec) NO_THREAD_SAFETY_ANALYSIS {
     if (!store.isUpdatedElsewhere()) {
         store.m_critSec.enter(location);
         return true;
@@ -36,7 +39,8 @@ bool enterDuringUpdates(CRegLibImpl& store, int location) {
 }
 
 // Enters the store's session lock.
-inline bool enter(CRegLibImpl& store, int location) {
+inline bool enter(CRegLibImpl& store, int location)
+    TRY_ACQUIRE(true, store.m_critSec) NO_THREAD_SAFETY_ANALYSIS {
     if (CRegLibImpl::m_openUpdates.load(std::memory_order_relaxed) != 0) [[unlikely]] {
         return enterDuringUpdates(store, location);
     }
@@ -63,6 +67,16 @@ int delegate(CRegLibImpl* store, bool argumentsGiven, int location, Operation&& 
     const int result = guarded([&] { return operation(*store); });
     store->m_critSec.leave(location);
     return result;
+}
+
+// From the begin of an update to its end the session lock stays entered, by one entering that the end
+// leaves: no function has both.
+void enterUntilEndOfUpdate(CRegLibImpl& store, int location) NO_THREAD_SAFETY_ANALYSIS {
+    store.m_critSec.enter(location);
+}
+
+void leaveAtEndOfUpdate(CRegLibImpl& store, int location) NO_THREAD_SAFETY_ANALYSIS {
+    store.m_critSec.leave(location);
 }
 
 // The name of a key as a trace line shows it.
@@ -272,7 +286,7 @@ int CRegLib::VQRegBeginUpdate() {
     return delegate(m_pImpl, true, __LINE__, [](CRegLibImpl& store) {
         const int result = store.VQRegBeginUpdate();
         if (result >= 0) {
-            store.m_critSec.enter(__LINE__);  // until the end of the update
+            enterUntilEndOfUpdate(store, __LINE__);
         }
         return result;
     });
@@ -286,7 +300,7 @@ int CRegLib::VQRegEndUpdate() {
             return REGLIB_E_FAIL;
         }
         const int result = store.VQRegEndUpdate();
-        store.m_critSec.leave(__LINE__);
+        leaveAtEndOfUpdate(store, __LINE__);
         return result;
     });
 }

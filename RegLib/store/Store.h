@@ -12,6 +12,7 @@
 #include "RegLib/store/KeyRecord.h"
 #include "VQRegLib.h"
 #include "portable/CritSec.h"
+#include "portable/ThreadAnnotations.h"
 
 namespace VQRegLib {
 
@@ -116,9 +117,9 @@ public:
     // May throw VQException.
     void (*m_pStartNotifier)() = nullptr;
 
-    CRegWatcherThread* m_pWatcherThread;  // guarded by m_watcherLock
+    CRegWatcherThread* m_pWatcherThread GUARDED_BY(m_watcherLock);
     CPCritSec m_watcherLock;
-    bool m_bWatcherEnded = false;  // guarded by m_watcherLock: the store is being destroyed
+    bool m_bWatcherEnded GUARDED_BY(m_watcherLock) = false;  // the store is being destroyed
 
 protected:
     // Clears every record in the table, and deletes those that no handle reaches.

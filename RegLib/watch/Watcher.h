@@ -12,6 +12,7 @@
 #include "portable/CritSec.h"
 #include "portable/Event.h"
 #include "portable/ProcessMark.h"
+#include "portable/ThreadAnnotations.h"
 
 namespace VQRegLib {
 
@@ -51,7 +52,8 @@ private:
     bool hasThread() const;
 
     CPCritSec m_handlerLock;
-    std::map<CRegistryChangeHandler*, CRegistryChangeHandler*> m_mapHandlers;
+    std::map<CRegistryChangeHandler*, CRegistryChangeHandler*> m_mapHandlers
+        GUARDED_BY(m_handlerLock);
     const REGMODE m_mode;
     const std::string m_strName;
     const std::int32_t m_nCli;
