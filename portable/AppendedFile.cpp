@@ -45,7 +45,7 @@ std::FILE* CAppendedFile::open(const char* path) {
     CFileDescriptor descriptor(openShared(path));
     std::FILE* const file = descriptor.isOpen() ? ::fdopen(descriptor.get(), "a+") : nullptr;
     if (file) {
-        descriptor.release();
+        (void)descriptor.release();  // the stream's now
         // Nothing waits in the stream: a child of fork, or the next file, would get it too.
         std::setvbuf(file, nullptr, _IONBF, 0);
     }

@@ -17,7 +17,7 @@ public:
     // Opens the file, and makes it, for everybody, when it is missing. Null when it cannot be had, when
     // it is no regular file or has a second name, and when another user has it who has not opened it to
     // everybody. The stream keeps nothing back.
-    static std::FILE* open(const char* path);
+    [[nodiscard]] static std::FILE* open(const char* path);
 
     // The stream's descriptor is the one from now on.
     void remember(std::FILE* file);
@@ -25,7 +25,7 @@ public:
     // Puts a file under the descriptor in place of the one that is there, and closes its own stream:
     // who writes meanwhile writes to the one or to the other. False, and nothing is done, when the
     // system refuses.
-    bool replaceBy(std::FILE* opened);
+    [[nodiscard]] bool replaceBy(std::FILE* opened);
 
     // The descriptor is still that of the file.
     bool isThere() const { return isThere(m_descriptor.load()); }

@@ -48,7 +48,7 @@ public:
     }
 
     // Enters if that needs no waiting.
-    bool tryEnter(int location) TRY_ACQUIRE(true) {
+    [[nodiscard]] bool tryEnter(int location) TRY_ACQUIRE(true) {
         if (tryTake()) {
             m_nDepth = 1;
         } else if (isInside()) {

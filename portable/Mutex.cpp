@@ -275,7 +275,7 @@ CPMutex::CPMutex(int /*shared*/, int /*owned*/, const CSharedPath& path, int /*c
 
 CPMutex::~CPMutex() {
     while (isHeldHere()) {
-        release();
+        (void)release();  // held here
     }
     CMutexRegistry::instance().leave(*m_pState);
 }

@@ -12,7 +12,7 @@ namespace VQRegLib {
 class CAPABILITY("mutex") CPlainMutex {
 public:
     void lock() ACQUIRE() { m_mutex.lock(); }
-    bool tryLock() TRY_ACQUIRE(true) { return m_mutex.try_lock(); }
+    [[nodiscard]] bool tryLock() TRY_ACQUIRE(true) { return m_mutex.try_lock(); }
     void unlock() RELEASE() { m_mutex.unlock(); }
 
 private:

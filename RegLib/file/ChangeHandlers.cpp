@@ -31,8 +31,8 @@ CRegWatcherThread* CRegLibImplFile::watcherForHandlers() {
 void CRegLibImplFile::SetRegistryChangeHandler(CRegistryChangeHandler* handler) {
     REGLIB_TRACE(eTraceFlow, "CRegLibImplFile::SetRegistryChangeHandler\n");
     if (handler) {
-        if (m_pStartNotifier) {
-            m_pStartNotifier();
+        if (m_startNotifier) {
+            m_startNotifier();
         }
         try {
             if (CRegWatcherThread* const watcher = watcherForHandlers()) {

@@ -40,7 +40,7 @@ int CRegLibImplFile::replaceText() {
     }
     const bool isWhole = writeText(pieces, openedName);
     if (FileClose(isWhole ? eWrite : eRead, openedName) < 0 || !isWhole) {
-        CFileOps::current().unlink(openedName.c_str());
+        (void)CFileOps::current().unlink(openedName.c_str());  // at worst it is left lying about
         return REGLIB_E_FILE_OPEN;
     }
     if (hasValues) {
@@ -60,8 +60,8 @@ bool CRegLibImplFile::writeText(const std::vector<std::string_view>& pieces,
                  traceId(this), error);
     return false;
 } catch (...) {
-    FileClose(eRead, std::string());
-    CFileOps::current().unlink(openedName.c_str());
+    (void)FileClose(eRead, std::string());  // the exception tells more than these two could
+    (void)CFileOps::current().unlink(openedName.c_str());
     throw;
 }
 

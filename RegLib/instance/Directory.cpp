@@ -47,9 +47,10 @@ CRegLibImplDirectory* get_reglibImplDirectory() {
             CRegLibTrace::registerForkHandlers();
             CPMutex::registerForkHandlers();
             g_preglibImplDirectory = new CRegLibImplDirectory;
-            CPortable::AtFork(CRegLibImplDirectory::prepareFork,
-                              CRegLibImplDirectory::afterForkInParent,
-                              CRegLibImplDirectory::afterForkInChild);
+            // Without memory for that only a child of a fork at a bad moment is worse off.
+            (void)CPortable::AtFork(CRegLibImplDirectory::prepareFork,
+                                    CRegLibImplDirectory::afterForkInParent,
+                                    CRegLibImplDirectory::afterForkInChild);
         } catch (const std::bad_alloc&) {
             throwAt(eThrowPoint::eNewDirectory);
         }
@@ -143,7 +144,7 @@ CRegLibImpl* CRegLibImplDirectory::acquireRegLibImpl(const char* name, const cha
         auto store = std::make_unique<CRegLibImplFile>(name, key, location, result);
         store->m_lRefCount = 1;
         store->m_strTuple = tuple;
-        store->m_pStartNotifier = startNotifierOfProcess;
+        store->m_startNotifier = startNotifierOfProcess;
         // The trace object's own session may have come and gone under the same tuple meanwhile.
         m_mapInstances[tuple] = store.get();
         return store.release();

@@ -54,7 +54,7 @@ inline bool enter(CRegLibImpl& store, int location)
 // are better than threads that go on with it. Nothing here keeps a cancellation away either: where an
 // operation comes to a system call it does so itself, and most come to none.
 template <typename Operation>
-int delegate(CRegLibImpl* store, bool argumentsGiven, int location, Operation&& operation) {
+[[nodiscard]] int delegate(CRegLibImpl* store, bool argumentsGiven, int location, Operation&& operation) {
     if (!store) {
         return REGLIB_E_NOT_INITIALIZED;
     }
@@ -227,7 +227,8 @@ int CRegLib::VQRegEnumValues(CRegKey& key, int index, std::string& name, eDataTy
 
 CRegKey* CRegLib::RootKey() const {
     CRegKey* root = nullptr;
-    delegate(m_pImpl, true, __LINE__, [&](CRegLibImpl& store) {
+    // Null says it as well.
+    (void)delegate(m_pImpl, true, __LINE__, [&](CRegLibImpl& store) {
         root = store.RootKey();
         return REGLIB_OK;
     });
@@ -235,7 +236,8 @@ CRegKey* CRegLib::RootKey() const {
 }
 
 void CRegLib::dump() {
-    delegate(m_pImpl, true, __LINE__, [](CRegLibImpl& store) {
+    // Nothing is printed then.
+    (void)delegate(m_pImpl, true, __LINE__, [](CRegLibImpl& store) {
         const CNoCancellation noCancellation;
         store.dump();
         return REGLIB_OK;

@@ -143,7 +143,7 @@ std::string CRegLibImpl::tolower(const std::string& text) {
 int CRegLibImpl::VQRegCreateKeyVect(CRegKey* parent, const char* path, std::vector<CRegKey*>& keys,
                                     std::vector<std::string>& names, int create) {
     // The result is 0 even for a path that does not exist: callers look at the vectors.
-    guarded([&] {
+    (void)guarded([&] {
         if (!path) {
             return REGLIB_E_FAIL;
         }

@@ -36,25 +36,27 @@ public:
     virtual CRegKey* RootKey() const = 0;
 
     // `exists`, when not null, receives 0 when the store set out to create a key, else 1.
-    virtual int VQRegCreateKey(CRegKey* parent, const char* subKey, CRegKey& key, int create,
-                               int* exists) = 0;
-    virtual int VQRegDeleteKey(CRegKey& key, const char* subKey) = 0;
-    virtual int VQRegDeleteValue(CRegKey& key, const char* valueName) = 0;
+    [[nodiscard]] virtual int VQRegCreateKey(CRegKey* parent, const char* subKey, CRegKey& key,
+                                             int create, int* exists) = 0;
+    [[nodiscard]] virtual int VQRegDeleteKey(CRegKey& key, const char* subKey) = 0;
+    [[nodiscard]] virtual int VQRegDeleteValue(CRegKey& key, const char* valueName) = 0;
 
     // `changed`, when not null, receives 1 when the stored line has changed, else 0.
-    virtual int VQRegSetValue(CRegKey& key, const char* valueName, unsigned long value,
-                              int* changed) = 0;
-    virtual int VQRegSetValue(CRegKey& key, const char* valueName, const char* value,
-                              int* changed) = 0;
-    virtual int VQRegSetValue(CRegKey& key, const char* valueName, const unsigned char* data,
-                              unsigned long size, int* changed) = 0;
-    virtual int VQRegQueryValueType(CRegKey& key, const char* valueName,
-                                    CRegLib::eDataType& type) = 0;
-    virtual int VQRegQueryValue(CRegKey& key, const char* valueName, CRegLib::eDataType& type,
-                                unsigned char* buffer, unsigned long* size) = 0;
-    virtual int VQRegEnumKeys(CRegKey& key, int index, std::string& name) = 0;
-    virtual int VQRegEnumValues(CRegKey& key, int index, std::string& name,
-                                CRegLib::eDataType& type) = 0;
+    [[nodiscard]] virtual int VQRegSetValue(CRegKey& key, const char* valueName,
+                                            unsigned long value, int* changed) = 0;
+    [[nodiscard]] virtual int VQRegSetValue(CRegKey& key, const char* valueName, const char* value,
+                                            int* changed) = 0;
+    [[nodiscard]] virtual int VQRegSetValue(CRegKey& key, const char* valueName,
+                                            const unsigned char* data, unsigned long size,
+                                            int* changed) = 0;
+    [[nodiscard]] virtual int VQRegQueryValueType(CRegKey& key, const char* valueName,
+                                                  CRegLib::eDataType& type) = 0;
+    [[nodiscard]] virtual int VQRegQueryValue(CRegKey& key, const char* valueName,
+                                              CRegLib::eDataType& type, unsigned char* buffer,
+                                              unsigned long* size) = 0;
+    [[nodiscard]] virtual int VQRegEnumKeys(CRegKey& key, int index, std::string& name) = 0;
+    [[nodiscard]] virtual int VQRegEnumValues(CRegKey& key, int index, std::string& name,
+                                              CRegLib::eDataType& type) = 0;
     virtual void dump() = 0;
 
     // Registers a record under the next id for a node, and tells the id to `handleId` when that is
@@ -71,8 +73,8 @@ public:
     // Between the two the calling thread holds the store's cross-process lock, and the store's file
     // is written once, at the end of the outermost update. The caller holds m_critSec all the time.
     // A store that cannot do this refuses to begin.
-    virtual int VQRegBeginUpdate();
-    virtual int VQRegEndUpdate();
+    [[nodiscard]] virtual int VQRegBeginUpdate();
+    [[nodiscard]] virtual int VQRegEndUpdate();
     virtual bool isUpdating() const;
 
     // The calling thread has an update on the store's backing through another store.
@@ -85,7 +87,7 @@ public:
     virtual void dropInheritedUpdate();
 
     // Makes every process read the store's file again at its next operation.
-    virtual int VQRegReload();
+    [[nodiscard]] virtual int VQRegReload();
 
     // Unregisters a record and clears it; the caller deletes it. Throws VQException when there is
     // no memory for its empty names.
@@ -95,9 +97,10 @@ public:
     std::string tolower(const std::string& text);
 
     // Both always return 0; the public header says what becomes of the vectors.
-    int VQRegCreateKeyVect(CRegKey* parent, const char* path, std::vector<CRegKey*>& keys,
-                           std::vector<std::string>& names, int create);
-    int VQRegDestroyKeyVect(std::vector<CRegKey*>& keys);
+    [[nodiscard]] int VQRegCreateKeyVect(CRegKey* parent, const char* path,
+                                         std::vector<CRegKey*>& keys,
+                                         std::vector<std::string>& names, int create);
+    [[nodiscard]] int VQRegDestroyKeyVect(std::vector<CRegKey*>& keys);
 
     // Ends the watcher, if any.
     void DeleteRegWatcherThread();
@@ -115,7 +118,7 @@ public:
     // Starts the thread that wakes the watchers of listed stores. Set by the directory, which has that
     // thread, when it lists the store, and not changed afterwards; null in a store that is not listed.
     // May throw VQException.
-    void (*m_pStartNotifier)() = nullptr;
+    void (*m_startNotifier)() = nullptr;
 
     CRegWatcherThread* m_pWatcherThread GUARDED_BY(m_watcherLock);
     CPCritSec m_watcherLock;
@@ -126,8 +129,8 @@ protected:
     void clearAllRecords(bool callHook);
 
 private:
-    int openKeys(CRegKey* parent, std::vector<std::string>& names, int create,
-                 std::vector<std::unique_ptr<CRegKey>>& keys);
+    [[nodiscard]] int openKeys(CRegKey* parent, std::vector<std::string>& names, int create,
+                               std::vector<std::unique_ptr<CRegKey>>& keys);
     void findStoredSpelling(CRegKey* parent, std::string& name);
 };
 

@@ -28,7 +28,7 @@ TEST_F(StoreHandlers, StartNobodyInAStoreThatIsNotListed) {
 }
 
 TEST_F(StoreHandlers, StartTheNotifierBeforeTheWatcherEachTime) {
-    store->m_pStartNotifier = [] {
+    store->m_startNotifier = [] {
         EXPECT_EQ(countThreads("FileWatch"), g_starts);
         ++g_starts;
     };
@@ -40,14 +40,14 @@ TEST_F(StoreHandlers, StartTheNotifierBeforeTheWatcherEachTime) {
 }
 
 TEST_F(StoreHandlers, StartNothingForNoHandler) {
-    store->m_pStartNotifier = [] { ++g_starts; };
+    store->m_startNotifier = [] { ++g_starts; };
     store->SetRegistryChangeHandler(nullptr);
     EXPECT_EQ(g_starts, 0);
     EXPECT_EQ(countThreads("FileWatch"), 0);
 }
 
 TEST_F(StoreHandlers, AreNotTakenWhereTheNotifierCannotStart) {
-    store->m_pStartNotifier = [] { throw VQException(REGLIB_E_FAIL, "here", 1); };
+    store->m_startNotifier = [] { throw VQException(REGLIB_E_FAIL, "here", 1); };
     EXPECT_THROW(store->SetRegistryChangeHandler(&handler), VQException);
     EXPECT_FALSE(store->hasWatcher());
 }
