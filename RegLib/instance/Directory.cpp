@@ -108,7 +108,7 @@ void CRegLibImplDirectory::afterForkInChild() {
 }
 
 void CRegLibImplDirectory::dropInheritedUpdates() {
-    for (const auto& entry : m_mapInstances) {
+    for (const auto& entry : m_instances) {
         entry.second->dropInheritedUpdate();
     }
 }
@@ -133,8 +133,8 @@ CRegLibImpl* CRegLibImplDirectory::acquireRegLibImpl(const char* name, const cha
     const CCritSecGuard guard(m_lock, eAcquire);
     try {
         const std::string tuple = getTuple(name, key);
-        const auto found = m_mapInstances.find(tuple);
-        if (found != m_mapInstances.end()) {
+        const auto found = m_instances.find(tuple);
+        if (found != m_instances.end()) {
             ++found->second->m_lRefCount;
             if (result) {
                 *result = found->second->m_nResult;
@@ -146,7 +146,7 @@ CRegLibImpl* CRegLibImplDirectory::acquireRegLibImpl(const char* name, const cha
         store->m_strTuple = tuple;
         store->m_startNotifier = startNotifierOfProcess;
         // The trace object's own session may have come and gone under the same tuple meanwhile.
-        m_mapInstances[tuple] = store.get();
+        m_instances[tuple] = store.get();
         return store.release();
     } catch (...) {
         return nullptr;  // the session shows it: it has no store
@@ -162,8 +162,8 @@ void CRegLibImplDirectory::releaseRegLibImpl(CRegLibImpl* impl) {
     // end waits for handlers, and one of them may be opening a session.
     std::unique_ptr<CRegLibImpl> watched;
     const CCritSecGuard guard(m_lock, eRelease);
-    const auto found = m_mapInstances.find(impl->m_strTuple);
-    if (found == m_mapInstances.end()) {
+    const auto found = m_instances.find(impl->m_strTuple);
+    if (found == m_instances.end()) {
         return;
     }
     if (--impl->m_lRefCount == 0) {
@@ -172,7 +172,7 @@ void CRegLibImplDirectory::releaseRegLibImpl(CRegLibImpl* impl) {
             watched = std::move(ended);
         }
         ended.reset();
-        m_mapInstances.erase(found);
+        m_instances.erase(found);
     }
 }
 

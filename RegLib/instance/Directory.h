@@ -71,8 +71,8 @@ private:
 
     static std::atomic<bool> m_isInheritedHalfChanged;
     CPCritSec m_lock;
-    std::map<std::string, CRegLibImpl*> m_mapInstances GUARDED_BY(m_lock);
-    std::atomic<CPSemaphore*> m_pNotificationSemaphore{nullptr};  // replaced under m_lock
+    std::map<std::string, CRegLibImpl*> m_instances GUARDED_BY(m_lock);
+    std::atomic<CPSemaphore*> m_notificationSemaphore{nullptr};  // replaced under m_lock
     std::atomic<std::uint32_t> m_stopRequested{0};
     std::atomic<std::uint32_t> m_notifierStarted{0};
     std::atomic<std::uint32_t> m_notifierRunning{0};

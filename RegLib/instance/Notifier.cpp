@@ -126,7 +126,7 @@ void CRegLibImplDirectory::startRegistryChangeNotifierThread() {
         if (isReachable()) {
             return;
         }
-        m_pNotificationSemaphore.load()->release();  // the thread looks after its name then
+        m_notificationSemaphore.load()->release();  // the thread looks after its name then
     }
     // Without the lock, which the thread takes.
     for (int nap = 0; nap < kReachableNaps && !isReachable(); ++nap) {
@@ -142,7 +142,7 @@ bool CRegLibImplDirectory::isNotifierStarted() {
 // False while other processes do not find the running thread's semaphore, or take it for nobody's.
 bool CRegLibImplDirectory::isReachable() {
     const CCritSecGuard guard(m_lock, __LINE__);
-    return !hasNotifier() || m_pNotificationSemaphore.load()->isOwner();
+    return !hasNotifier() || m_notificationSemaphore.load()->isOwner();
 }
 
 void CRegLibImplDirectory::startNotifier() {
@@ -175,7 +175,7 @@ void CRegLibImplDirectory::StopRegistryChangeNotifierThread() {
         if (!m_notifierProcess.isOfThisProcess()) {
             return;  // a child of fork has nothing to stop, and the semaphore is its parent's
         }
-        if (CPSemaphore* const semaphore = m_pNotificationSemaphore.load()) {
+        if (CPSemaphore* const semaphore = m_notificationSemaphore.load()) {
             semaphore->release();
         }
     }
@@ -232,13 +232,13 @@ std::unique_ptr<CPSemaphore> CRegLibImplDirectory::ownSemaphore(int attempts) tr
 bool CRegLibImplDirectory::makeNotificationSemaphore() {
     m_ownFailed = false;
     std::unique_ptr<CPSemaphore> semaphore = ownSemaphore(kFirstAttempts);
-    m_pNotificationSemaphore.store(semaphore.release());  // for the rest of the process
-    return m_pNotificationSemaphore.load() != nullptr;
+    m_notificationSemaphore.store(semaphore.release());  // for the rest of the process
+    return m_notificationSemaphore.load() != nullptr;
 }
 
 void CRegLibImplDirectory::serveNotifications() {
     for (;;) {
-        CPSemaphore* const semaphore = m_pNotificationSemaphore.load();
+        CPSemaphore* const semaphore = m_notificationSemaphore.load();
         const bool isReleased = semaphore->wait(kLookMilliseconds, nullptr);
         if (m_stopRequested.load() != 0) {
             return;
@@ -259,13 +259,13 @@ void CRegLibImplDirectory::ownNameAgain() {
     std::unique_ptr<CPSemaphore> semaphore = ownSemaphore(CPSemaphore::kAttempts);
     if (semaphore) {
         const CCritSecGuard guard(m_lock, __LINE__);
-        semaphore.reset(m_pNotificationSemaphore.exchange(semaphore.release()));
+        semaphore.reset(m_notificationSemaphore.exchange(semaphore.release()));
     }
 }
 
 void CRegLibImplDirectory::wakeWatchers() {
     const CCritSecGuard guard(m_lock, __LINE__);
-    for (const auto& entry : m_mapInstances) {
+    for (const auto& entry : m_instances) {
         CRegLibImpl& store = *entry.second;
         const CCritSecGuard watcherGuard(store.m_watcherLock, __LINE__);
         if (store.m_pWatcherThread) {

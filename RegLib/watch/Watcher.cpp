@@ -21,12 +21,12 @@ constexpr char kThreadName[] = "CRegWatcherThread::fileWatcherThreadFunc";
 }  // namespace
 
 CRegWatcherThread::CRegWatcherThread(REGMODE mode, const std::string& name, int cli)
-    : m_handlerLock("", 1), m_mode(mode), m_strName(name), m_nCli(cli) {
+    : m_handlerLock("", 1), m_mode(mode), m_strName(name), m_cli(cli) {
     REGLIB_TRACE(eTraceLife,
                  "CRegWatcherThread::CRegWatcherThread (0x%08X) - mode %d, name %s, cli %d\n",
-                 traceId(this), m_mode, m_strName.c_str(), m_nCli);
+                 traceId(this), m_mode, m_strName.c_str(), m_cli);
     try {
-        m_pWakeEvent = std::make_unique<CPEvent>(1, "", 1);
+        m_wakeEvent = std::make_unique<CPEvent>(1, "", 1);
     } catch (const std::bad_alloc&) {
         REGLIB_TRACE(
             eTraceAlways,
@@ -51,7 +51,7 @@ CRegWatcherThread::~CRegWatcherThread() {
         // waited for without the lock, which it may be about to take.
         const CCritSecGuard guard(m_handlerLock, __LINE__);
         m_stopRequested.store(1);
-        m_pWakeEvent->set(0);
+        m_wakeEvent->set(0);
     }
     while (hasThread()) {
         CPortable::Sleep(kPollMilliseconds);
@@ -70,8 +70,8 @@ void CRegWatcherThread::end(CRegWatcherThread* watcher) {
     if (watcher->isInherited()) {
         return;
     }
-    if (watcher->hasThread() && watcher->m_lThreadId.load() == CPortable::GetCurrentThreadId()) {
-        watcher->m_bEndsItself.store(true);
+    if (watcher->hasThread() && watcher->m_threadId.load() == CPortable::GetCurrentThreadId()) {
+        watcher->m_endsItself.store(true);
         watcher->m_stopRequested.store(1);
         watcher->wake();
     } else {
@@ -83,7 +83,7 @@ void CRegWatcherThread::setRegistryChangeHandler(CRegistryChangeHandler* handler
     REGLIB_TRACE(eTraceFlow, "CRegWatcherThread::setRegistryChangeHandler\n");
     if (handler) {
         const CCritSecGuard guard(m_handlerLock, __LINE__);
-        m_mapHandlers[handler] = handler;
+        m_handlers[handler] = handler;
     }
 }
 
@@ -91,13 +91,13 @@ void CRegWatcherThread::clrRegistryChangeHandler(CRegistryChangeHandler* handler
     REGLIB_TRACE(eTraceFlow, "CRegWatcherThread::clrRegistryChangeHandler\n");
     if (handler) {
         const CCritSecGuard guard(m_handlerLock, __LINE__);
-        m_mapHandlers.erase(handler);
+        m_handlers.erase(handler);
     }
 }
 
 void CRegWatcherThread::wake() {
-    if (m_pWakeEvent) {
-        m_pWakeEvent->set(0);
+    if (m_wakeEvent) {
+        m_wakeEvent->set(0);
     }
 }
 
@@ -110,7 +110,7 @@ void CRegWatcherThread::fileWatcherThread(void* self) {
 }
 
 void CRegWatcherThread::threadEnds() {
-    const bool endsItself = m_bEndsItself.load();
+    const bool endsItself = m_endsItself.load();
     m_running.store(0);  // unless it is the thread's own, the object may be gone after this
     if (endsItself) {
         delete this;
@@ -118,7 +118,7 @@ void CRegWatcherThread::threadEnds() {
 }
 
 void CRegWatcherThread::fileWatcherThreadFunc() {
-    m_lThreadId.store(CPortable::GetCurrentThreadId());
+    m_threadId.store(CPortable::GetCurrentThreadId());
     m_running.store(1);
     CPortable::SetCurrentThreadName("FileWatch");
     // A capital F here and a small one below: whoever searches old logs knows both.
@@ -128,7 +128,7 @@ void CRegWatcherThread::fileWatcherThreadFunc() {
     std::time_t lastSeen = 0;
     files.readModificationTime(m_strName.c_str(), lastSeen);
     for (;;) {
-        m_pWakeEvent->wait(kLookMilliseconds, nullptr);
+        m_wakeEvent->wait(kLookMilliseconds, nullptr);
         if (m_stopRequested.load() != 0) {
             break;
         }
@@ -150,11 +150,11 @@ void CRegWatcherThread::fileWatcherThreadFunc() {
 // from one step to the other but the last one called.
 void CRegWatcherThread::callHandlers() {
     const CCritSecGuard guard(m_handlerLock, __LINE__);
-    auto next = m_mapHandlers.begin();
-    while (next != m_mapHandlers.end() && m_stopRequested.load() == 0) {
+    auto next = m_handlers.begin();
+    while (next != m_handlers.end() && m_stopRequested.load() == 0) {
         CRegistryChangeHandler* const handler = next->first;
         contained(kThreadName, this, [handler] { handler->OnRegistryChange(); });
-        next = m_mapHandlers.upper_bound(handler);
+        next = m_handlers.upper_bound(handler);
     }
 }
 

@@ -52,18 +52,17 @@ private:
     bool hasThread() const;
 
     CPCritSec m_handlerLock;
-    std::map<CRegistryChangeHandler*, CRegistryChangeHandler*> m_mapHandlers
-        GUARDED_BY(m_handlerLock);
+    std::map<CRegistryChangeHandler*, CRegistryChangeHandler*> m_handlers GUARDED_BY(m_handlerLock);
     const REGMODE m_mode;
     const std::string m_strName;
-    const std::int32_t m_nCli;
+    const std::int32_t m_cli;
     std::atomic<std::uint32_t> m_stopRequested{0};
     std::atomic<std::uint32_t> m_running{0};
-    std::unique_ptr<CPEvent> m_pWakeEvent;
+    std::unique_ptr<CPEvent> m_wakeEvent;
 
     const CProcessMark m_process;  // a child of fork has the object but not the thread
-    std::atomic<long> m_lThreadId{0};
-    std::atomic<bool> m_bEndsItself{false};  // the thread destroys the object
+    std::atomic<long> m_threadId{0};
+    std::atomic<bool> m_endsItself{false};  // the thread destroys the object
 };
 
 }  // namespace VQRegLib
