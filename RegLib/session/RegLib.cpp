@@ -54,7 +54,8 @@ inline bool enter(CRegLibImpl& store, int location)
 // are better than threads that go on with it. Nothing here keeps a cancellation away either: where an
 // operation comes to a system call it does so itself, and most come to none.
 template <typename Operation>
-[[nodiscard]] int delegate(CRegLibImpl* store, bool argumentsGiven, int location, Operation&& operation) {
+[[nodiscard]] int delegate(CRegLibImpl* store, bool argumentsGiven, int location,
+                           Operation&& operation) {
     if (!store) {
         return REGLIB_E_NOT_INITIALIZED;
     }
