@@ -8,6 +8,10 @@ add_library(vqreg_objects OBJECT ${VQREGLIB_SOURCES})
 set_target_properties(vqreg_objects PROPERTIES POSITION_INDEPENDENT_CODE ON)
 # What a thread has of its own is found without a call of the loader's.
 target_compile_options(vqreg_objects PRIVATE -ftls-model=initial-exec)
+# That the locks are held which the annotations name. Not for the tests, which do with locks what nobody
+# should.
+target_compile_options(vqreg_objects PRIVATE
+                       $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety;-Werror=thread-safety>)
 target_include_directories(vqreg_objects PUBLIC ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include)
 target_compile_definitions(vqreg_objects PRIVATE VQREGLIB_VERSION="${PROJECT_VERSION}")
 target_link_libraries(vqreg_objects PUBLIC Threads::Threads vqreg_sanitizer_runtime

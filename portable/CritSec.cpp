@@ -1,3 +1,8 @@
+// Waiting. The word holds the owner's number and, in its lowest bit, whether anybody sleeps. A thread that
+// finds it taken looks again some times, for most operations are shorter than falling asleep; then it sets
+// the bit and sleeps on the word (futex) as long as that has not changed. Whoever leaves and finds the bit
+// wakes one sleeper, which takes the word with the bit set, as it cannot know whether more of them sleep:
+// one wake-up too many at the end of a crowd, and never one too few.
 #include "portable/CritSec.h"
 
 #include <linux/futex.h>

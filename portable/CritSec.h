@@ -7,6 +7,7 @@
 #include <atomic>
 #include <cstdint>
 
+#include "portable/ThreadAnnotations.h"
 #include "portable/ThreadNumber.h"
 
 namespace VQRegLib {
@@ -14,7 +15,7 @@ namespace VQRegLib {
 // One word says who is inside and whether anybody waits. The holder is known by the number of its
 // thread, which a forked child's only thread has from the one that forked: it stays inside there. What
 // another thread of the parent held stays held in the child.
-class CPCritSec {
+class CAPABILITY("critical section") CPCritSec {
 public:
     // `name` helps in a debugger and must live as long as the object. `flag` is 1: re-entrant, the
     // only kind there is.
@@ -26,7 +27,7 @@ public:
     CPCritSec& operator=(const CPCritSec&) = delete;
 
     // `location` marks the place in the source that enters; the last one is kept for a debugger.
-    void enter(int location) {
+    void enter(int location) ACQUIRE() {
         if (tryTake()) [[likely]] {
             m_nDepth = 1;
         } else {
@@ -36,7 +37,7 @@ public:
     }
 
     // By a thread that is not inside: changes nothing.
-    void leave(int location) {
+    void leave(int location) RELEASE() {
         if (!isInside()) {
             return;
         }
@@ -47,7 +48,7 @@ public:
     }
 
     // Enters if that needs no waiting.
-    bool tryEnter(int location) {
+    [[nodiscard]] bool tryEnter(int location) TRY_ACQUIRE(true) {
         if (tryTake()) {
             m_nDepth = 1;
         } else if (isInside()) {

@@ -21,7 +21,7 @@ public:
 
     int get() const { return m_fd; }
     bool isOpen() const { return m_fd >= 0; }
-    int release() { return std::exchange(m_fd, -1); }
+    [[nodiscard]] int release() { return std::exchange(m_fd, -1); }
 
 private:
     int m_fd;

@@ -1,3 +1,11 @@
+// The system calls of the store's file, each as careful as it can be on its own. The paths lie in
+// directories that others may write, and at the end of one there may be anything: a FIFO that nobody writes
+// to, a device, a link to somebody's private file. So files are opened without following a link at the end,
+// without waiting, and are regular or refused; a mode is set on what is open and not on what a name means
+// a moment later.
+//
+// errno is the answer beside the result: callers read it at once, and what is done on the way out of a
+// failure keeps it.
 #include "portable/FileOps.h"
 
 #include <fcntl.h>
@@ -276,6 +284,13 @@ bool CFileOps::hasLineBeside(const char* path, char beginning) const {
         }
     }
     return false;
+}
+
+void CFileOps::readModificationTime(const char* path, std::time_t& seconds) const {
+    struct stat status {};
+    if (::stat(path, &status) == 0) {
+        seconds = status.st_mtime;
+    }
 }
 
 std::size_t CFileOps::sizeOf(std::FILE* file) const {

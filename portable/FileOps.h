@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <ctime>
 #include <span>
 #include <string_view>
 
@@ -22,43 +23,47 @@ public:
 
     // Opens an existing regular file. Anything else, a FIFO, a device or a symbolic link, is refused
     // without waiting for it. Null and errno on failure.
-    virtual std::FILE* openForReading(const char* path);
+    [[nodiscard]] virtual std::FILE* openForReading(const char* path);
 
     // Makes a new file, readable and writable by everybody as far as the umask allows. Fails with
     // ENOSPC, leaving no file, when the file system has no room for `size` bytes: a write would take
     // the last room, and fail half-way.
-    virtual std::FILE* createForWriting(const char* path, std::uint64_t size);
+    [[nodiscard]] virtual std::FILE* createForWriting(const char* path, std::uint64_t size);
 
     // As fread, fwrite, fflush and fclose; wrong counts and EOF with errno on failure.
-    virtual std::size_t read(void* buffer, std::size_t size, std::FILE* file);
-    virtual std::size_t write(const void* data, std::size_t size, std::FILE* file);
+    [[nodiscard]] virtual std::size_t read(void* buffer, std::size_t size, std::FILE* file);
+    [[nodiscard]] virtual std::size_t write(const void* data, std::size_t size, std::FILE* file);
     // Writes the pieces one after the other, and goes on where the system stops short. The number of
     // bytes that were written: with errno when that is not all.
-    virtual std::size_t writePieces(std::span<const std::string_view> pieces, std::FILE* file);
+    [[nodiscard]] virtual std::size_t writePieces(std::span<const std::string_view> pieces,
+                                                  std::FILE* file);
 
-    virtual int flush(std::FILE* file);
-    virtual int close(std::FILE* file);
+    [[nodiscard]] virtual int flush(std::FILE* file);
+    [[nodiscard]] virtual int close(std::FILE* file);
 
     // Both give a regular file the mode 0666 and leave anything else as it is. The first one never
     // touches what a symbolic link in the path's place leads to: in a directory that others may
     // write, that would open any file to them. 0, or -1 with errno.
     // By the way it learns whether the file holds a text; `holdsText` may be null, and stays as it is
     // on failure.
-    virtual int makeWritableForAll(const char* path, bool* holdsText);
-    virtual int makeWritableForAll(std::FILE* file);
+    [[nodiscard]] virtual int makeWritableForAll(const char* path, bool* holdsText);
+    [[nodiscard]] virtual int makeWritableForAll(std::FILE* file);
 
     // As the system calls of these names.
-    virtual int unlink(const char* path);
-    virtual int link(const char* path, const char* newPath);
-    virtual int rename(const char* path, const char* newPath);
+    [[nodiscard]] virtual int unlink(const char* path);
+    [[nodiscard]] virtual int link(const char* path, const char* newPath);
+    [[nodiscard]] virtual int rename(const char* path, const char* newPath);
     virtual bool exists(const char* path);
 
     // Lets two files exchange their names in one step. The data of the first one are on their way
     // to the disk before, as they are where a rename replaces a file. 0, or -1 with errno.
-    virtual int exchange(const char* path, const char* other);
+    [[nodiscard]] virtual int exchange(const char* path, const char* other);
 
     // True for a regular file that has a line with another beginning.
     bool hasLineBeside(const char* path, char beginning) const;
+
+    // When the file behind a path was last written, in whole seconds. It stays as it is on failure.
+    void readModificationTime(const char* path, std::time_t& seconds) const;
 
     // In bytes; 0 when it cannot be told.
     std::size_t sizeOf(std::FILE* file) const;

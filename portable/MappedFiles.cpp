@@ -1,3 +1,6 @@
+// Whether another process has a file mapped can only be seen in /proc, and only of processes that this
+// user may look at. That is enough for what it is for: to tell an administrator, who is usually root, that
+// a program still runs with an older version of the library.
 #include "portable/MappedFiles.h"
 
 #include <dirent.h>

@@ -3,10 +3,28 @@
 // closing of the file by the process. A lock of flock belongs to the open file, which a child of fork
 // shares: the child closes its descriptor, and the parent's unlocking works all the same.
 //
+// Why not a mutex in shared memory. A robust one is a hundred times cheaper, but the C library keeps its
+// list of them in the mutexes themselves, and these would lie in memory that every user may write: who
+// writes there makes the next unlock of somebody else's process write where he likes. A lock of the
+// kernel can be held by a stranger, and that is all he can do with it.
+//
+// Who holds it. Depth and owner are words of this process. The owner is a thread's number that is never
+// given twice, because the C library gives the next thread the value of pthread_self() that the dead one
+// had. All objects of a process on one path share one state, so that a thread which holds the lock through
+// one store may take it through another; how often it has taken it through which is counted in the
+// objects, and each holding has a number, so that counts left behind by a thread that ended are not
+// mistaken for counts of the present one.
+//
+// What ends a holding. release(); the end of the object; the end of the thread, by a destructor of thread
+// storage; the death of the process, by the kernel. A fork ends it in the child: the state gets another
+// inner mutex, because a thread that does not exist there may be inside the old one, and the file is
+// closed, which takes nothing from the parent as long as the child does not unlock it.
+//
 // A program may close descriptors that are not its own, and give their numbers to other files. So
 // device and inode are compared before a descriptor is used, and what is another's is left alone. An
 // administrator may remove the object: whoever takes the lock next finds that the name means another
-// file, and takes the lock of that one.
+// file, and takes the lock of that one. Who holds the lock of the removed one at that moment keeps nobody
+// out any more; it asks isStillHeld() before it does what the lock is for.
 #include "portable/Mutex.h"
 
 #include <fcntl.h>
@@ -26,6 +44,7 @@
 
 #include "portable/FileLocks.h"
 #include "portable/ObjectName.h"
+#include "portable/PlainMutex.h"
 #include "portable/Portable.h"
 #include "portable/SharedFile.h"
 #include "portable/ThreadNumber.h"
@@ -142,7 +161,7 @@ public:
     }
 
     CPMutexState* join(const std::string& name) {
-        const std::lock_guard<std::mutex> guard(m_lock);
+        const CPlainGuard guard(m_lock);
         const auto found = m_states.find(name);
         if (found != m_states.end()) {
             ++found->second->users;
@@ -156,7 +175,7 @@ public:
 
     // The last one closes the file, unless a thread still holds the lock.
     void leave(CPMutexState& state) {
-        const std::lock_guard<std::mutex> guard(m_lock);
+        const CPlainGuard guard(m_lock);
         if (--state.users == 0 && state.owner.load() == 0) {
             state.file.close();
         }
@@ -165,9 +184,10 @@ public:
 private:
     CMutexRegistry() { pthread_atfork(prepareFork, afterForkInParent, afterForkInChild); }
 
-    static void prepareFork() { instance().m_lock.lock(); }
-    static void afterForkInParent() { instance().m_lock.unlock(); }
-    static void afterForkInChild() {
+    // Held from before the fork to after it, by the forking thread in both processes.
+    static void prepareFork() NO_THREAD_SAFETY_ANALYSIS { instance().m_lock.lock(); }
+    static void afterForkInParent() NO_THREAD_SAFETY_ANALYSIS { instance().m_lock.unlock(); }
+    static void afterForkInChild() NO_THREAD_SAFETY_ANALYSIS {
         for (const auto& entry : instance().m_states) {
             CPMutexState& state = *entry.second;
             if (state.heldByCaller()) {
@@ -184,9 +204,9 @@ private:
         instance().m_lock.unlock();
     }
 
-    std::mutex m_lock;
-    std::map<std::string, std::unique_ptr<CPMutexState>> m_states;
-    std::forward_list<std::mutex*> m_inherited;
+    CPlainMutex m_lock;
+    std::map<std::string, std::unique_ptr<CPMutexState>> m_states GUARDED_BY(m_lock);
+    std::forward_list<std::mutex*> m_inherited GUARDED_BY(m_lock);
 };
 
 }  // namespace
@@ -273,7 +293,7 @@ CPMutex::CPMutex(int /*shared*/, int /*owned*/, const CSharedPath& path, int /*c
 
 CPMutex::~CPMutex() {
     while (isHeldHere()) {
-        release();
+        (void)release();  // held here
     }
     CMutexRegistry::instance().leave(*m_pState);
 }

@@ -47,10 +47,10 @@ public:
     // Waits for at most so many milliseconds, or without end. `terminate` may be null. A wait without
     // end and terminate is woken at once, others look every few milliseconds. eFailed when the
     // system cannot give a lock or a descriptor for it.
-    eWaitResult wait(unsigned long milliseconds, CTerminateWait* terminate);
+    [[nodiscard]] eWaitResult wait(unsigned long milliseconds, CTerminateWait* terminate);
 
     // 0, or EPERM when the calling thread does not hold the mutex.
-    int release();
+    [[nodiscard]] int release();
 
     // True while the calling thread holds the mutex and the lock is still behind that: a program that
     // closes all its descriptors loses it, and the lock of an object that somebody has removed keeps
@@ -65,7 +65,7 @@ public:
         std::uint64_t tag;
     };
     Counter counter() const;
-    bool putCounter(const Counter& counter) const;
+    [[nodiscard]] bool putCounter(const Counter& counter) const;
 
     // True when the calling thread holds the mutex through this object.
     bool isHeldHere() const;

@@ -1,3 +1,7 @@
+// Reading a directory of thousands of objects costs a sender more than waking everybody. CNamesMark is the
+// directory's change time, which moves with every name that comes or goes; as long as it stands still, what
+// was found the last time is all there is. A time from within the last tick of the kernel's clock proves
+// nothing, because another name may still come with the same one, so it never compares as unchanged.
 #include "portable/NamedObjects.h"
 
 #include <dirent.h>

@@ -1,3 +1,8 @@
+// One file must be one lock, however it is spelled: `a.cfg`, `./a.cfg` and the absolute path. So the
+// directory is resolved, the last name is taken as it is (a link there has been followed before, once, when
+// the store was opened), and the result is written so that no two paths give one name: "/" and "%" are
+// encoded. Names end at 255 bytes; longer ones keep their beginning, which people can read, and end in
+// 128 bits of a hash.
 #include "portable/ObjectName.h"
 
 #include <climits>

@@ -151,6 +151,10 @@ void CPortable::Sleep(unsigned long milliseconds) {
     }
 }
 
+bool CPortable::AtFork(void (*before)(), void (*inParent)(), void (*inChild)()) {
+    return pthread_atfork(before, inParent, inChild) == 0;
+}
+
 std::uint64_t CPortable::GetTickCountULL() {
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);

@@ -24,11 +24,16 @@ public:
     // Starts a detached thread with all signals blocked, so that no handler of the program runs on
     // it. An exception that leaves `entry` ends the thread and nothing else. `id`, when not null,
     // receives a number for the thread. Returns 0 when there is no thread.
-    static unsigned long CreateThread(void (*entry)(void*), void* argument, unsigned long* id,
-                                      const std::string& name);
+    [[nodiscard]] static unsigned long CreateThread(void (*entry)(void*), void* argument,
+                                                    unsigned long* id, const std::string& name);
     // The kernel keeps the first 15 bytes.
     static void SetCurrentThreadName(const char* name);
     static void Sleep(unsigned long milliseconds);
+
+    // What is to be done before each fork of the process, and after it in the parent and in the child.
+    // The last that was registered goes first before a fork, and last after it. Null is nothing. False
+    // when there is no memory for it.
+    [[nodiscard]] static bool AtFork(void (*before)(), void (*inParent)(), void (*inChild)());
 
     // Nanoseconds of the machine's clock: the same for every process, whatever its namespaces.
     static std::uint64_t GetTickCountULL();

@@ -1,10 +1,9 @@
 #include "portable/ProcessMark.h"
 
 #include <pthread.h>
+#include <unistd.h>
 
 #include <atomic>
-
-#include "portable/Portable.h"
 
 namespace VQRegLib {
 
@@ -24,10 +23,10 @@ std::uint32_t CProcessMark::forks() {
     return g_forks.load();
 }
 
-CProcessMark::CProcessMark() : m_lPid(CPortable::GetCurrentProcessId()), m_nForks(forks()) {}
+CProcessMark::CProcessMark() : m_lPid(::getpid()), m_nForks(forks()) {}
 
 bool CProcessMark::isOfThisProcess() const {
-    return m_nForks == forks() && m_lPid == CPortable::GetCurrentProcessId();
+    return m_nForks == forks() && m_lPid == ::getpid();
 }
 
 }  // namespace VQRegLib

@@ -1,3 +1,19 @@
+// Who owns a semaphore, and how it goes when nobody does.
+//
+// A semaphore of the system has a name and no owner: it stays for good when its process dies. A machine
+// whose programs come and go would gather thousands, and every sender would wake them all. Process ids do
+// not tell which are in use: they are reused, and a container numbers its processes anew.
+//
+// So who waits on one holds a shared lock (flock) on the file behind its name, and the kernel lets go of
+// that when the process dies, however it dies. Whoever gets the exclusive lock without waiting knows that
+// there is no owner, and takes the name away while it holds it. The race of an owner that comes meanwhile
+// is the owner's to notice: after it has its lock it looks whether the file still has the name, and
+// begins again if not. A semaphore of a program that knows nothing of this has no lock either; such a one
+// is only taken away when its name ends in a number that no process has, and it is no longer new.
+//
+// The end of the process takes its own semaphore along, and must be able to do that when nearly nothing
+// works any more: everything it needs is in plain words and a fixed array, written before the descriptor
+// that makes them count. A child of fork closes its copy, or it would keep its parent's alive.
 #include "portable/Semaphore.h"
 
 #include <fcntl.h>

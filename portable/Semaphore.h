@@ -34,12 +34,12 @@ public:
 
     // True when the count was taken. False soon when somebody has cut the semaphore's file short; such
     // a semaphore is nobody's any more. Releasing one does nothing.
-    bool wait(unsigned long milliseconds, CTerminateWait* terminate);
+    [[nodiscard]] bool wait(unsigned long milliseconds, CTerminateWait* terminate);
     void release();
 
     // Makes the calling process an owner until it ends. A process that ends normally takes the
     // semaphore with it. One semaphore per process. False, with error(), when that is impossible.
-    bool own(int attempts = kAttempts);
+    [[nodiscard]] bool own(int attempts = kAttempts);
 
     // Waits, 100 ms at most, while somebody holds a lock on the semaphore of that name with which
     // nobody can own it.
@@ -65,7 +65,7 @@ public:
 private:
     sem_t* semaphore() const { return static_cast<sem_t*>(m_pObject->address()); }
     void openObject();
-    int tryToOwn(int* fd) const;
+    [[nodiscard]] int tryToOwn(int* fd) const;
 
     std::string m_strName;
     std::unique_ptr<CSharedObject> m_pObject;

@@ -22,10 +22,10 @@ public:
 
     // Opens the file of that name, making it of so many zeroes when it is missing. What is no regular
     // file is refused. 0 or an errno.
-    int open(const std::string& name, std::size_t size);
+    [[nodiscard]] int open(const std::string& name, std::size_t size);
 
     // Whether that works, without keeping it open.
-    static int make(const std::string& name, std::size_t size);
+    [[nodiscard]] static int make(const std::string& name, std::size_t size);
 
     // Takes over a second descriptor of a file that is open, which its path names or once named. Keeps
     // nothing when there is none to be had.
@@ -50,11 +50,11 @@ public:
     ino_t inode() const { return m_inode; }
 
     // Links an unnamed file to its name. 0 or an errno.
-    static int giveName(int fd, const std::string& path);
+    [[nodiscard]] static int giveName(int fd, const std::string& path);
 
 private:
-    int openExisting();
-    int create(std::size_t size) const;
+    [[nodiscard]] int openExisting();
+    [[nodiscard]] int create(std::size_t size) const;
     bool isOurs(struct stat& status) const;
 
     std::string m_path;

@@ -1,3 +1,21 @@
+// How processes find one block of memory that none of them can take away.
+//
+// The finding is a named file of a few bytes, which says: segment so and so, of IPC namespace so and so,
+// marked with these sixteen bytes. Everybody may write that file, so nothing in it is believed. The
+// segment that it names must have the right size, and its first bytes must be the tag, the name's hash and
+// the same sixteen bytes; a segment of another program has not, and one of an older life of this one has
+// not either, because the bytes are drawn by lot each time.
+//
+// Making one is done under a lock of one byte of the file (F_OFD_SETLK), by one process, after it has
+// looked once more: the others were waiting for just this. A second byte is locked, shared, by all who use
+// the block. It answers the one question that cannot be answered otherwise: this namespace has no such
+// segment; does another one use it? With users there, a second block would split the machine into two
+// halves that do not see each other's changes, so the opening fails (EXDEV) and says why.
+//
+// isCurrent() is asked once a second by readers, and at every change. Most of it is one fstat: nobody
+// writes into the file of a block that is in use, so an unchanged change time says that all is as it was,
+// except that two changes within a tick of the kernel's clock have the same time; a look counts only when
+// the last change was longer ago than that.
 #include "portable/SharedMemory.h"
 
 #include <fcntl.h>

@@ -49,13 +49,13 @@ public:
     std::uint64_t tag() const;
 
 private:
-    int open(unsigned long size, eHow how);
-    int attach(unsigned long size);
-    int attach(const CBlockRecord& record, unsigned long size);
+    [[nodiscard]] int open(unsigned long size, eHow how);
+    [[nodiscard]] int attach(unsigned long size);
+    [[nodiscard]] int attach(const CBlockRecord& record, unsigned long size);
     std::uint64_t ipcNamespace();
-    int make(unsigned long size, eHow how);
-    int makeSegment(unsigned long size);
-    bool read(CBlockRecord& record) const;
+    [[nodiscard]] int make(unsigned long size, eHow how);
+    [[nodiscard]] int makeSegment(unsigned long size);
+    [[nodiscard]] bool read(CBlockRecord& record) const;
     bool isUnchanged();
     void noteChecked();
 

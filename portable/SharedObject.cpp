@@ -1,3 +1,6 @@
+// Objects that are complete before anybody can see them. The file is made without a name, sized, filled,
+// opened to everybody, and only then linked to its name. So nobody waits for a word that says "ready" and
+// was to be written by a process that has died. Who loses the race of names opens the winner's object.
 #include "portable/SharedObject.h"
 
 #include <fcntl.h>

@@ -20,7 +20,7 @@ public:
     // `initialise` and gets its name only afterwards: nobody sees an unfinished one. Everybody may
     // read and write it. An existing object that is not a regular file of exactly this size is
     // refused. Returns 0 or an errno.
-    int open(const std::string& name, std::size_t size, int (*initialise)(void*));
+    [[nodiscard]] int open(const std::string& name, std::size_t size, int (*initialise)(void*));
 
     // Keeps the mapping for the rest of the process.
     void leak() { m_address = nullptr; }
@@ -30,9 +30,9 @@ public:
     ino_t inode() const { return m_inode; }
 
 private:
-    int openExisting(const std::string& path);
-    int create(const std::string& path, int (*initialise)(void*));
-    int map(int fd);
+    [[nodiscard]] int openExisting(const std::string& path);
+    [[nodiscard]] int create(const std::string& path, int (*initialise)(void*));
+    [[nodiscard]] int map(int fd);
     void unmap();
 
     void* m_address = nullptr;

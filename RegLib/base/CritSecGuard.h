@@ -3,15 +3,17 @@
 #define REGLIB_BASE_CRITSECGUARD_H
 
 #include "portable/CritSec.h"
+#include "portable/ThreadAnnotations.h"
 
 namespace VQRegLib {
 
-class CCritSecGuard {
+class SCOPED_CAPABILITY CCritSecGuard {
 public:
-    CCritSecGuard(CPCritSec& critSec, int location) : m_critSec(critSec), m_nLocation(location) {
+    CCritSecGuard(CPCritSec& critSec, int location) ACQUIRE(critSec)
+        : m_critSec(critSec), m_nLocation(location) {
         m_critSec.enter(m_nLocation);
     }
-    ~CCritSecGuard() { m_critSec.leave(m_nLocation); }
+    ~CCritSecGuard() RELEASE() { m_critSec.leave(m_nLocation); }
     CCritSecGuard(const CCritSecGuard&) = delete;
     CCritSecGuard& operator=(const CCritSecGuard&) = delete;
 

@@ -87,7 +87,7 @@ inline bool isSameName(std::string_view name, std::string_view other) {
 
 // The order of names: of their folded bytes, a shorter one before those that begin with it.
 // Below 0, 0 or above.
-int compareFolded(std::string_view name, std::string_view other);
+[[nodiscard]] int compareFolded(std::string_view name, std::string_view other);
 
 }  // namespace VQRegLib
 

@@ -12,7 +12,7 @@ namespace VQRegLib {
 // Runs a piece of an operation. Whatever it locked must be held by guards of its own; a VQException
 // passes through.
 template <typename Piece>
-int guarded(Piece&& piece) {
+[[nodiscard]] int guarded(Piece&& piece) {
     try {
         return piece();
     } catch (const std::bad_alloc&) {

@@ -75,12 +75,13 @@ int CConfigFile::createTemporary(std::uint64_t size, std::string* name) {
 
 int CConfigFile::finishOpen(bool isReading, const char* name, int error) {
     CFileOps& files = CFileOps::current();
-    // At every open, so that a file written under a narrow umask becomes everybody's in the end.
+    // At every open, so that a file written under a narrow umask becomes everybody's in the end. Who may
+    // not do that leaves it to the next one.
     m_isTextSeen = false;
     if (m_pFile && isReading) {
-        files.makeWritableForAll(m_pFile);
+        (void)files.makeWritableForAll(m_pFile);
     } else {
-        files.makeWritableForAll(path(), &m_isTextSeen);
+        (void)files.makeWritableForAll(path(), &m_isTextSeen);
     }
     if (m_pFile) {
         return REGLIB_OK;
@@ -126,13 +127,15 @@ bool CConfigFile::isBackupBetter() const {
     return m_isTextLost && !m_hasFileValues && files.hasLineBeside(backup(), '[');
 }
 
+// The results of the steps are of no use, here and below: what fails has changed nothing, and the path
+// names the one text or the other.
 bool CConfigFile::replaceAtOnce(const char* temporary) const {
     CFileOps& files = CFileOps::current();
     if (isBackupBetter()) {
-        files.rename(temporary, path());
+        (void)files.rename(temporary, path());
         return true;
     }
-    files.unlink(backup());
+    (void)files.unlink(backup());
     if (files.link(path(), backup()) == 0) {
         replaceInSteps(temporary);
         return true;
@@ -141,21 +144,21 @@ bool CConfigFile::replaceAtOnce(const char* temporary) const {
         return false;
     }
     if (files.rename(temporary, backup()) != 0) {
-        files.unlink(temporary);
+        (void)files.unlink(temporary);
     }
     return true;
 }
 
 void CConfigFile::replaceInSteps(const char* temporary) const {
     CFileOps& files = CFileOps::current();
-    files.rename(path(), backup());
-    files.rename(temporary, path());
+    (void)files.rename(path(), backup());
+    (void)files.rename(temporary, path());
 }
 
 void CConfigFile::recover() const {
     CFileOps& files = CFileOps::current();
     if (!files.exists(path()) && files.link(backup(), path()) != 0) {
-        files.rename(backup(), path());
+        (void)files.rename(backup(), path());
     }
 }
 

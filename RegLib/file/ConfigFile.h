@@ -42,22 +42,22 @@ public:
     // At most one is open at a time. REGLIB_E_NOT_FOUND when the file is missing, else
     // REGLIB_E_FILE_OPEN when it cannot be opened; an error line says why. The second one says
     // nothing about a missing file: with the lock in hand it will be opened again.
-    int openForReading();
-    int openIfPresent();
+    [[nodiscard]] int openForReading();
+    [[nodiscard]] int openIfPresent();
 
     // Makes a new file for a text of so many bytes. `name`, when not null, receives its name, also
     // on failure.
-    int createTemporary(std::uint64_t size, std::string* name);
+    [[nodiscard]] int createTemporary(std::uint64_t size, std::string* name);
 
     // Some file systems tell only at the closing that a write has failed: false then.
-    bool close();
+    [[nodiscard]] bool close();
 
     bool isOpen() const { return m_pFile != nullptr; }
     std::FILE* file() const { return m_pFile; }
 
     // False when the file system knows neither links nor exchanges, and nothing has been done
     // but the old backup has gone.
-    bool replaceAtOnce(const char* temporary) const;
+    [[nodiscard]] bool replaceAtOnce(const char* temporary) const;
     void replaceInSteps(const char* temporary) const;
 
     // After the death of a process that was replacing the file.
@@ -78,7 +78,7 @@ public:
     void forgetGlance() { m_glanced.close(); }
 
 private:
-    int finishOpen(bool isReading, const char* name, int error);
+    [[nodiscard]] int finishOpen(bool isReading, const char* name, int error);
     bool isTextLost() const;
     bool isBackupBetter() const;
 

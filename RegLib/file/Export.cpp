@@ -1,4 +1,11 @@
 // The exporter, which writes the whole tree, and the dump.
+//
+// The text is known as a list of pieces (TreeText.cpp), goes to a new file in one call, and takes the old
+// one's place (ConfigFile.cpp). Three things have to be true afterwards, in this order: the file is the
+// text, the stamp says that there is a new one, and this process knows that it has read it. What fails
+// before the stamp is published leaves everybody with the old file, and this process with a tree that is
+// ahead of it: the change is in memory, its caller has the code, and the next change that succeeds writes
+// both.
 #include <algorithm>
 #include <cerrno>
 #include <numeric>
@@ -40,7 +47,7 @@ int CRegLibImplFile::replaceText() {
     }
     const bool isWhole = writeText(pieces, openedName);
     if (FileClose(isWhole ? eWrite : eRead, openedName) < 0 || !isWhole) {
-        CFileOps::current().unlink(openedName.c_str());
+        (void)CFileOps::current().unlink(openedName.c_str());  // at worst it is left lying about
         return REGLIB_E_FILE_OPEN;
     }
     if (hasValues) {
@@ -60,8 +67,8 @@ bool CRegLibImplFile::writeText(const std::vector<std::string_view>& pieces,
                  traceId(this), error);
     return false;
 } catch (...) {
-    FileClose(eRead, std::string());
-    CFileOps::current().unlink(openedName.c_str());
+    (void)FileClose(eRead, std::string());  // the exception tells more than these two could
+    (void)CFileOps::current().unlink(openedName.c_str());
     throw;
 }
 

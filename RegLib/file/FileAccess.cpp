@@ -88,7 +88,8 @@ int CRegLibImplFile::glance(std::uint64_t stamp, eUnwinding unwinding) {
     if (opened < 0) {
         return opened;
     }
-    const CAtEnd closing([this] { FileClose(eRead, std::string()); });
+    // What was read is not lost by a closing that fails.
+    const CAtEnd closing([this] { (void)FileClose(eRead, std::string()); });
     m_file.forgetGlance();
     const int result = readOpened();
     if (!m_isReadCutShort) {

@@ -1,4 +1,12 @@
 // Construction and destruction of the file store.
+//
+// The order of construction is seen from outside, in trace lines and in which exception comes when: the
+// file's name, the tree, lock and stamp, the root key, the import. The root key is created through the
+// usual operation, which reads the file a first time, and makes it where it is missing; the code of the
+// import at the end is not looked at: a store with a malformed file opens, and every operation says so.
+//
+// Destruction takes no cross-process lock: there is nothing to be written, and a process must be able to
+// end while another one is stopped with the lock in its hands.
 #include "RegLib/file/FileStore.h"
 
 #include <cstdlib>
@@ -6,7 +14,6 @@
 
 #include "RegLib/base/Guarded.h"
 #include "RegLib/base/ThrowPoint.h"
-#include "RegLib/file/Operation.h"
 #include "RegLib/trace/Trace.h"
 #include "portable/FileLink.h"
 #include "portable/FileOps.h"

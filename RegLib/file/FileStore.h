@@ -38,33 +38,35 @@ public:
     void SetRegistryChangeHandler(CRegistryChangeHandler* handler) override;
     void ClrRegistryChangeHandler(CRegistryChangeHandler* handler) override;
     CRegKey* RootKey() const override;
-    int VQRegCreateKey(CRegKey* parent, const char* subKey, CRegKey& key, int create,
-                       int* exists) override;
-    int VQRegDeleteKey(CRegKey& key, const char* subKey) override;
-    int VQRegDeleteValue(CRegKey& key, const char* valueName) override;
-    int VQRegSetValue(CRegKey& key, const char* valueName, unsigned long value,
-                      int* changed) override;
-    int VQRegSetValue(CRegKey& key, const char* valueName, const char* value,
-                      int* changed) override;
-    int VQRegSetValue(CRegKey& key, const char* valueName, const unsigned char* data,
-                      unsigned long size, int* changed) override;
-    int VQRegQueryValueType(CRegKey& key, const char* valueName, CRegLib::eDataType& type) override;
-    int VQRegQueryValue(CRegKey& key, const char* valueName, CRegLib::eDataType& type,
-                        unsigned char* buffer, unsigned long* size) override;
-    int VQRegEnumKeys(CRegKey& key, int index, std::string& name) override;
-    int VQRegEnumValues(CRegKey& key, int index, std::string& name,
-                        CRegLib::eDataType& type) override;
+    [[nodiscard]] int VQRegCreateKey(CRegKey* parent, const char* subKey, CRegKey& key, int create,
+                                     int* exists) override;
+    [[nodiscard]] int VQRegDeleteKey(CRegKey& key, const char* subKey) override;
+    [[nodiscard]] int VQRegDeleteValue(CRegKey& key, const char* valueName) override;
+    [[nodiscard]] int VQRegSetValue(CRegKey& key, const char* valueName, unsigned long value,
+                                    int* changed) override;
+    [[nodiscard]] int VQRegSetValue(CRegKey& key, const char* valueName, const char* value,
+                                    int* changed) override;
+    [[nodiscard]] int VQRegSetValue(CRegKey& key, const char* valueName, const unsigned char* data,
+                                    unsigned long size, int* changed) override;
+    [[nodiscard]] int VQRegQueryValueType(CRegKey& key, const char* valueName,
+                                          CRegLib::eDataType& type) override;
+    [[nodiscard]] int VQRegQueryValue(CRegKey& key, const char* valueName, CRegLib::eDataType& type,
+                                      unsigned char* buffer, unsigned long* size) override;
+    [[nodiscard]] int VQRegEnumKeys(CRegKey& key, int index, std::string& name) override;
+    [[nodiscard]] int VQRegEnumValues(CRegKey& key, int index, std::string& name,
+                                      CRegLib::eDataType& type) override;
     void dump() override;
     void deleteKeyHandle(unsigned long handleId) override;
-    int VQRegBeginUpdate() override;
-    int VQRegEndUpdate() override;
+    [[nodiscard]] int VQRegBeginUpdate() override;
+    [[nodiscard]] int VQRegEndUpdate() override;
     bool isUpdating() const override { return m_nUpdateDepth > 0; }
-    int VQRegReload() override;
+    [[nodiscard]] int VQRegReload() override;
     bool isUpdatedElsewhere() const override;
     void dropInheritedUpdate() override;
 
     // VQRegCreateKey without taking a reference for the caller.
-    int VQRegFindKey(CRegKey* parent, const char* subKey, CRegKey& key, int create, int* exists);
+    [[nodiscard]] int VQRegFindKey(CRegKey* parent, const char* subKey, CRegKey& key, int create,
+                                   int* exists);
 
     // The header that a key called `name` gets below `parent`, which may be null.
     std::string CreateFullName(const CKeyOrValue* parent, const char* name) const {
@@ -73,18 +75,18 @@ public:
 
     // The cross-process lock, which who changes something holds; COperation is the way to take it.
     // REGLIB_E_FILE_OPEN when it cannot be had.
-    int Lock();
-    int Unlock();
+    [[nodiscard]] int Lock();
+    [[nodiscard]] int Unlock();
 
     // Brings the tree up to date with the file. Needs no lock, and takes it where the file is missing.
     // `unwinding` is for that lock.
-    int ImportConfig(eUnwinding unwinding = eUnwinding::eRelease) {
+    [[nodiscard]] int ImportConfig(eUnwinding unwinding = eUnwinding::eRelease) {
         REGLIB_TRACE(eTraceFlow, ">>>CRegLibImplFile::ImportConfig\n");
         return isUpToDate() ? REGLIB_OK : bringUpToDate(unwinding);
     }
 
     // Writes the tree to the file; with the lock held.
-    int ExportConfig();
+    [[nodiscard]] int ExportConfig();
 
     // The tree has all changes that were completed by now. In an update nobody else may write,
     // whatever somebody has written over the stamp.
@@ -93,8 +95,8 @@ public:
     // Opens the file for reading, or a new temporary file for writing; `openedName`, when not null,
     // receives the name even on failure. Closing the latter puts it in the file's place, or fails
     // with REGLIB_E_FILE_OPEN when it turns out then that the text is not whole.
-    int FileOpen(int mode, std::string* openedName);
-    int FileClose(int mode, const std::string& openedName);
+    [[nodiscard]] int FileOpen(int mode, std::string* openedName);
+    [[nodiscard]] int FileClose(int mode, const std::string& openedName);
 
     // The node under which a handle is registered; null when it is not.
     CKeyOrValue* nodeOf(const CRegKey& key) const {
@@ -111,45 +113,47 @@ private:
 
     friend class CStoreLock;
     friend class COperation;
-    int takeLock(unsigned long milliseconds);
+    [[nodiscard]] int takeLock(unsigned long milliseconds);
 
-    int commitChange();
-    int refuseDuringOthersUpdate() const;
-    int readAnew();
+    [[nodiscard]] int commitChange();
+    [[nodiscard]] int refuseDuringOthersUpdate() const;
+    [[nodiscard]] int readAnew();
     void freeGoneNodes();
 
     // Import.
-    int bringUpToDate(eUnwinding unwinding);
-    int importLocked();
-    int importWaiting(eUnwinding unwinding);
-    int glance(std::uint64_t stamp, eUnwinding unwinding);
-    int importOpened(std::uint64_t stamp);
-    int readOpened();
-    int ImportConfigHelper();
-    int noteMerge(const CMergeResult& result);
+    [[nodiscard]] int bringUpToDate(eUnwinding unwinding);
+    [[nodiscard]] int importLocked();
+    [[nodiscard]] int importWaiting(eUnwinding unwinding);
+    [[nodiscard]] int glance(std::uint64_t stamp, eUnwinding unwinding);
+    [[nodiscard]] int importOpened(std::uint64_t stamp);
+    [[nodiscard]] int readOpened();
+    [[nodiscard]] int ImportConfigHelper();
+    [[nodiscard]] int noteMerge(const CMergeResult& result);
 
     // Export.
-    int replaceText();
-    bool writeText(const std::vector<std::string_view>& pieces, const std::string& openedName);
+    [[nodiscard]] int replaceText();
+    [[nodiscard]] bool writeText(const std::vector<std::string_view>& pieces,
+                                 const std::string& openedName);
     void DumpConfig(unsigned long depth, const CKeyOrValue* node) const;
 
     // Keys.
     bool lacksKey(const CKeyOrValue& start, std::string_view path) const;
-    int openPath(const CRegKey& start, std::string_view path, CRegKey& key, int create,
-                 int& exists);
-    int walkPath(CKeyOrValue* node, std::string_view path, CRegKey& key, int create, int& exists);
+    [[nodiscard]] int openPath(const CRegKey& start, std::string_view path, CRegKey& key,
+                               int create, int& exists);
+    [[nodiscard]] int walkPath(CKeyOrValue* node, std::string_view path, CRegKey& key, int create,
+                               int& exists);
     void issueHandle(CKeyOrValue& node, std::string_view name, CRegKey& key);
     void deleteNode(CKeyOrValue& node);
 
-    // Change handlers; defined in instance/ChangeHandlers.cpp with the two operations above.
+    // Change handlers.
     CRegWatcherThread* watcherForHandlers();
 
     // Values.
     template <typename Data>
-    int setValue(CRegKey& key, const char* name, const Data& data, int* changed);
+    [[nodiscard]] int setValue(CRegKey& key, const char* name, const Data& data, int* changed);
     template <typename Data>
-    int changeValue(COperation& operation, CRegKey& key, const char* name, const Data& data,
-                    int& changed);
+    [[nodiscard]] int changeValue(COperation& operation, CRegKey& key, const char* name,
+                                  const Data& data, int& changed);
     std::string countedSpelling(CRegKey& key, const char* name);
 
     std::unique_ptr<CTree> m_pTree;

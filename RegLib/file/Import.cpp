@@ -32,7 +32,8 @@ int CRegLibImplFile::importLocked() {
 // Reads the open file and closes it. The stamp is that from before it was opened; after a read error
 // the next operation tries again.
 int CRegLibImplFile::importOpened(std::uint64_t stamp) {
-    const CAtEnd closing([this] { FileClose(eRead, std::string()); });
+    // What was read is not lost by a closing that fails.
+    const CAtEnd closing([this] { (void)FileClose(eRead, std::string()); });
     const int result = readOpened();
     if (result >= 0 && !m_isReadCutShort) {
         m_shared.adopt(stamp);

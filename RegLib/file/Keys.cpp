@@ -1,4 +1,13 @@
 // The file store's key operations.
+//
+// Opening is walking: each name of a path is looked up below the last, made if that was asked for, and
+// given a record and an id of its own, of which the caller keeps the last. After a level has failed the
+// rest of the path is still looked up, because the code of a value found further on has always won over
+// the code of a key that is missing. Keys that are made on the way are written once, at the end.
+//
+// Deleting is two operations, a look-up and a removal, and between the two others may act: the key may
+// be gone by then, or have got children. That is how it has always been, and each of the two answers for
+// itself.
 #include "RegLib/base/Guarded.h"
 #include "RegLib/base/HashedName.h"
 #include "RegLib/base/Terminated.h"

@@ -23,7 +23,7 @@ CStoreLock::CStoreLock(CRegLibImplFile& store, eUnwinding unwinding, eHow how)
 CStoreLock::~CStoreLock() {
     const bool unwinding = std::uncaught_exceptions() > m_nExceptions;
     if (m_nResult >= 0 && (!unwinding || m_unwinding == eUnwinding::eRelease)) {
-        m_store.Unlock();
+        (void)m_store.Unlock();  // whoever does not hold it any more has nothing to leave
     }
 }
 

@@ -48,7 +48,7 @@ public:
     // kNeedsLock, again with it. REGLIB_E_FILE_OPEN when the lock cannot be had, REGLIB_E_FAIL while
     // the thread has an update through another store on the file.
     template <typename Piece>
-    int change(Piece&& piece) {
+    [[nodiscard]] int change(Piece&& piece) {
         int result = piece();
         if (result == kNeedsLock) {
             result = lockForChange();
@@ -62,7 +62,7 @@ public:
     bool isLocked() const { return m_lock.has_value() || m_store.isUpdating(); }
 
     // Finds the handle's key. REGLIB_E_INVALID_HANDLE, REGLIB_E_NOT_A_KEY.
-    int findKey(const CRegKey& key) {
+    [[nodiscard]] int findKey(const CRegKey& key) {
         if (m_nResult < 0) {
             return m_nResult;
         }
@@ -75,7 +75,7 @@ public:
 
     // Finds a value of it too; its absence is no failure, a sub key in its place is one:
     // REGLIB_E_NOT_A_VALUE.
-    int findValue(const CRegKey& key, const char* name) {
+    [[nodiscard]] int findValue(const CRegKey& key, const char* name) {
         const int result = findKey(key);
         if (result < 0) {
             return result;
@@ -85,7 +85,7 @@ public:
     }
 
     // As findValue, and REGLIB_E_NOT_FOUND without the value.
-    int findExistingValue(const CRegKey& key, const char* name) {
+    [[nodiscard]] int findExistingValue(const CRegKey& key, const char* name) {
         const int result = findValue(key, name);
         return result >= 0 && !m_pValue ? REGLIB_E_NOT_FOUND : result;
     }
@@ -94,7 +94,7 @@ public:
     CKeyOrValue* value() const { return m_pValue; }
 
 private:
-    int lockForChange();
+    [[nodiscard]] int lockForChange();
 
     CRegLibImplFile& m_store;
     std::optional<CStoreLock> m_lock;

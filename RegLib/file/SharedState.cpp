@@ -123,7 +123,7 @@ int CSharedState::takeLock(unsigned long milliseconds) {
     bool isHeld = false;
     const CAtEnd letGo([&] {
         if (!isHeld) {
-            release();
+            (void)release();  // held here
         }
     });
     isHeld = isUsable(milliseconds == 0 ? CPSharedMemory::eTry : CPSharedMemory::eWait);

@@ -32,8 +32,8 @@ public:
 
     // Takes the lock, and makes good what a dead holder has left behind. REGLIB_E_FILE_OPEN when it
     // cannot be had in so many milliseconds. Its holder may take it again.
-    int takeLock(unsigned long milliseconds);
-    int release();
+    [[nodiscard]] int takeLock(unsigned long milliseconds);
+    [[nodiscard]] int release();
 
     bool isHeldHere() const { return m_pMutex->isHeldHere(); }
 
@@ -73,7 +73,7 @@ public:
 
     // With the lock held: puts a finished text in the file's place. REGLIB_E_FILE_OPEN when the lock
     // has got lost; nothing is done then.
-    int replace(const std::string& temporary);
+    [[nodiscard]] int replace(const std::string& temporary);
 
     // As a replacement does before it touches a name.
     void markReplacing();
@@ -89,11 +89,11 @@ private:
     friend class CFileStoreProbe;  // tests look inside
 
     std::uint64_t nextStamp() const;
-    bool isUsable(CPSharedMemory::eHow how);
+    [[nodiscard]] bool isUsable(CPSharedMemory::eHow how);
     void openBlock();
     void tellOfOlderLibrary() const;
     void useBlock(std::unique_ptr<CPSharedMemory> block);
-    bool hasBlock(CPSharedMemory::eHow how);
+    [[nodiscard]] bool hasBlock(CPSharedMemory::eHow how);
     void tellWhyNoBlock(int error);
 
     static constexpr std::uint32_t kNeverLooked = 0xFFFFFFFF;

@@ -54,7 +54,7 @@ int CRegLibImplFile::VQRegEndUpdate() {
         const bool write = m_nUpdateDepth == 0 && std::exchange(m_bUpdatePending, false);
         return write ? ExportConfig() : REGLIB_OK;
     });
-    Unlock();
+    (void)Unlock();  // the answer is whether the changes were written
     return result;
 }
 

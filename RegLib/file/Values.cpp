@@ -1,4 +1,9 @@
 // The file store's value operations.
+//
+// The three setters are one piece of code with three kinds of data. What they share: nothing is linked
+// into the tree before its line is complete, and a line that says the same already is no change, takes no
+// lock and writes nothing. What they do not share is the spelling of the name, and that is kept: a number
+// keeps the spelling with which the value was created, a text or bytes bring the caller's.
 #include "RegLib/base/Guarded.h"
 #include "RegLib/base/HashedName.h"
 #include "RegLib/file/Operation.h"

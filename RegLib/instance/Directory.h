@@ -14,6 +14,7 @@
 #include "VQRegLib.h"
 #include "portable/CritSec.h"
 #include "portable/ProcessMark.h"
+#include "portable/ThreadAnnotations.h"
 
 namespace VQRegLib {
 
@@ -44,9 +45,9 @@ public:
     static bool isUsable() { return !m_isInheritedHalfChanged.load(std::memory_order_relaxed); }
 
     // Around a fork, so that the child inherits neither this lock nor g_mutexGlobals taken.
-    static void prepareFork();
-    static void afterForkInParent();
-    static void afterForkInChild();
+    static void prepareFork() NO_THREAD_SAFETY_ANALYSIS;
+    static void afterForkInParent() NO_THREAD_SAFETY_ANALYSIS;
+    static void afterForkInChild() NO_THREAD_SAFETY_ANALYSIS;
 
     // Starts the thread that wakes the watchers of this process when another process announces a
     // change, and waits until it can be reached. Without the thread, handlers are called when their
@@ -55,12 +56,12 @@ public:
     void StopRegistryChangeNotifierThread();
 
 private:
-    void dropInheritedUpdates();
+    void dropInheritedUpdates() REQUIRES(m_lock);
     static void RegistryChangeNotifierThread(void* directory);
-    bool hasNotifier() const;
+    bool hasNotifier() const REQUIRES(m_lock);
     bool isNotifierStarted();
     bool isReachable();
-    void startNotifier();
+    void startNotifier() REQUIRES(m_lock);
     void RegistryChangeNotifierThreadFunc();
     std::unique_ptr<CPSemaphore> ownSemaphore(int attempts);
     bool makeNotificationSemaphore();
@@ -70,14 +71,14 @@ private:
 
     static std::atomic<bool> m_isInheritedHalfChanged;
     CPCritSec m_lock;
-    std::map<std::string, CRegLibImpl*> m_mapInstances;
-    std::atomic<CPSemaphore*> m_pNotificationSemaphore{nullptr};  // replaced under m_lock
+    std::map<std::string, CRegLibImpl*> m_instances GUARDED_BY(m_lock);
+    std::atomic<CPSemaphore*> m_notificationSemaphore{nullptr};  // replaced under m_lock
     std::atomic<std::uint32_t> m_stopRequested{0};
     std::atomic<std::uint32_t> m_notifierStarted{0};
     std::atomic<std::uint32_t> m_notifierRunning{0};
     std::atomic<bool> m_notifierThrew{false};
-    bool m_ownFailed = false;        // and that was told; only the notifier thread uses it
-    CProcessMark m_notifierProcess;  // whose thread it is; guarded by m_lock
+    bool m_ownFailed = false;  // and that was told; only the notifier thread uses it
+    CProcessMark m_notifierProcess GUARDED_BY(m_lock);  // whose thread it is
 };
 
 // Guards the creation of the directory and nothing else.

@@ -1,7 +1,22 @@
+// Notifications: how a process learns that another one has changed something.
+//
+// Each process that has a handler owns one semaphore, named by its process id, and one thread that waits
+// on it. A sender releases every semaphore whose name begins as these do, its own process's too. Nothing
+// else is sent: who wakes up wakes its watchers, and these look at their files.
+//
+// Nobody can be relied upon here. A process may die and leave its semaphore, so it holds a lock as its
+// owner, and a sender takes ownerless ones away (Semaphore.cpp). A program may close all its descriptors
+// and with them that lock, and is then taken for dead: so the thread looks every few seconds, and whenever
+// it is woken, whether the name is still its own, and takes it again if not. Another user may sit on the
+// name before this process starts: then it cannot be notified, says so once in the log, and its watchers
+// still look every minute.
+//
+// A registration waits until the semaphore is there, so that a change made right afterwards is not
+// missed. It waits outside of the directory's lock where somebody else may be slow, and within it only
+// for its own thread to start.
 #include "RegLib/instance/Notifier.h"
 
 #include <memory>
-#include <mutex>
 #include <new>
 #include <string>
 #include <utility>
@@ -10,12 +25,13 @@
 #include "RegLib/base/CritSecGuard.h"
 #include "RegLib/base/Guarded.h"
 #include "RegLib/base/ThrowPoint.h"
-#include "RegLib/instance/Contained.h"
 #include "RegLib/instance/Directory.h"
-#include "RegLib/instance/Watcher.h"
 #include "RegLib/text/NotificationName.h"
+#include "RegLib/trace/Contained.h"
 #include "RegLib/trace/Trace.h"
+#include "RegLib/watch/Watcher.h"
 #include "portable/NamedObjects.h"
+#include "portable/PlainMutex.h"
 #include "portable/Portable.h"
 #include "portable/Semaphore.h"
 
@@ -45,12 +61,12 @@ public:
     // All are released before any is looked at: one that seems to be nobody's may be that of a process
     // which has lost the lock, and which notices as it wakes up.
     void notify() {
-        const std::unique_lock<std::mutex> guard(m_lock, std::try_to_lock);
-        if (!guard.owns_lock()) {
+        if (!m_lock.tryLock()) {
             // Another thread is at it, perhaps one that a child of fork does not have.
             CNotifiedProcesses().notify();
             return;
         }
+        const CPlainGuard guard(m_lock, CPlainGuard::eAdopt);
         const CNamesMark now = CNamesMark::now();
         if (now.isUnchangedSince(m_mark)) {
             for (const auto& semaphore : m_semaphores) {
@@ -67,7 +83,7 @@ public:
 
 private:
     // True when what was found is all there is, and worth to be kept open.
-    bool findAndRelease() {
+    bool findAndRelease() REQUIRES(m_lock) {
         m_names.clear();
         m_semaphores.clear();
         const CPEnumNamedObjects semaphores(kNotificationPrefix, CPEnumNamedObjects::kSemaphores);
@@ -91,10 +107,10 @@ private:
         return isAll && m_semaphores.size() == m_names.size();
     }
 
-    std::mutex m_lock;
-    CNamesMark m_mark;
-    std::vector<std::string> m_names;
-    std::vector<std::unique_ptr<CPSemaphore>> m_semaphores;
+    CPlainMutex m_lock;
+    CNamesMark m_mark GUARDED_BY(m_lock);
+    std::vector<std::string> m_names GUARDED_BY(m_lock);
+    std::vector<std::unique_ptr<CPSemaphore>> m_semaphores GUARDED_BY(m_lock);
 };
 
 }  // namespace
@@ -126,7 +142,7 @@ void CRegLibImplDirectory::startRegistryChangeNotifierThread() {
         if (isReachable()) {
             return;
         }
-        m_pNotificationSemaphore.load()->release();  // the thread looks after its name then
+        m_notificationSemaphore.load()->release();  // the thread looks after its name then
     }
     // Without the lock, which the thread takes.
     for (int nap = 0; nap < kReachableNaps && !isReachable(); ++nap) {
@@ -142,7 +158,7 @@ bool CRegLibImplDirectory::isNotifierStarted() {
 // False while other processes do not find the running thread's semaphore, or take it for nobody's.
 bool CRegLibImplDirectory::isReachable() {
     const CCritSecGuard guard(m_lock, __LINE__);
-    return !hasNotifier() || m_pNotificationSemaphore.load()->isOwner();
+    return !hasNotifier() || m_notificationSemaphore.load()->isOwner();
 }
 
 void CRegLibImplDirectory::startNotifier() {
@@ -175,7 +191,7 @@ void CRegLibImplDirectory::StopRegistryChangeNotifierThread() {
         if (!m_notifierProcess.isOfThisProcess()) {
             return;  // a child of fork has nothing to stop, and the semaphore is its parent's
         }
-        if (CPSemaphore* const semaphore = m_pNotificationSemaphore.load()) {
+        if (CPSemaphore* const semaphore = m_notificationSemaphore.load()) {
             semaphore->release();
         }
     }
@@ -232,13 +248,13 @@ std::unique_ptr<CPSemaphore> CRegLibImplDirectory::ownSemaphore(int attempts) tr
 bool CRegLibImplDirectory::makeNotificationSemaphore() {
     m_ownFailed = false;
     std::unique_ptr<CPSemaphore> semaphore = ownSemaphore(kFirstAttempts);
-    m_pNotificationSemaphore.store(semaphore.release());  // for the rest of the process
-    return m_pNotificationSemaphore.load() != nullptr;
+    m_notificationSemaphore.store(semaphore.release());  // for the rest of the process
+    return m_notificationSemaphore.load() != nullptr;
 }
 
 void CRegLibImplDirectory::serveNotifications() {
     for (;;) {
-        CPSemaphore* const semaphore = m_pNotificationSemaphore.load();
+        CPSemaphore* const semaphore = m_notificationSemaphore.load();
         const bool isReleased = semaphore->wait(kLookMilliseconds, nullptr);
         if (m_stopRequested.load() != 0) {
             return;
@@ -259,13 +275,13 @@ void CRegLibImplDirectory::ownNameAgain() {
     std::unique_ptr<CPSemaphore> semaphore = ownSemaphore(CPSemaphore::kAttempts);
     if (semaphore) {
         const CCritSecGuard guard(m_lock, __LINE__);
-        semaphore.reset(m_pNotificationSemaphore.exchange(semaphore.release()));
+        semaphore.reset(m_notificationSemaphore.exchange(semaphore.release()));
     }
 }
 
 void CRegLibImplDirectory::wakeWatchers() {
     const CCritSecGuard guard(m_lock, __LINE__);
-    for (const auto& entry : m_mapInstances) {
+    for (const auto& entry : m_instances) {
         CRegLibImpl& store = *entry.second;
         const CCritSecGuard watcherGuard(store.m_watcherLock, __LINE__);
         if (store.m_pWatcherThread) {

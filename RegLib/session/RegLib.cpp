@@ -23,6 +23,7 @@
 #include "VQRegLib.h"
 #include "portable/NoCancellation.h"
 #include "portable/Portable.h"
+#include "portable/ThreadAnnotations.h"
 
 namespace VQRegLib {
 
@@ -33,7 +34,9 @@ constexpr unsigned long kEnteringNapMilliseconds = 1;
 
 // A thread that has an update on the same file through another store must not wait for the session
 // lock without end: its holder may be waiting for that update.
-bool enterDuringUpdates(CRegLibImpl& store, int location) {
+// Not checked, as the next one is not: what enters only perhaps is checked where it is called.
+bool enterDuringUpdates(CRegLibImpl& store, int location)
+    TRY_ACQUIRE(true, store.m_critSec) NO_THREAD_SAFETY_ANALYSIS {
     if (!store.isUpdatedElsewhere()) {
         store.m_critSec.enter(location);
         return true;
@@ -49,7 +52,8 @@ bool enterDuringUpdates(CRegLibImpl& store, int location) {
 }
 
 // Enters the store's session lock.
-inline bool enter(CRegLibImpl& store, int location) {
+inline bool enter(CRegLibImpl& store, int location)
+    TRY_ACQUIRE(true, store.m_critSec) NO_THREAD_SAFETY_ANALYSIS {
     if (CRegLibImpl::m_openUpdates.load(std::memory_order_relaxed) != 0) [[unlikely]] {
         return enterDuringUpdates(store, location);
     }
@@ -63,7 +67,8 @@ inline bool enter(CRegLibImpl& store, int location) {
 // are better than threads that go on with it. Nothing here keeps a cancellation away either: where an
 // operation comes to a system call it does so itself, and most come to none.
 template <typename Operation>
-int delegate(CRegLibImpl* store, bool argumentsGiven, int location, Operation&& operation) {
+[[nodiscard]] int delegate(CRegLibImpl* store, bool argumentsGiven, int location,
+                           Operation&& operation) {
     if (!store) {
         return REGLIB_E_NOT_INITIALIZED;
     }
@@ -76,6 +81,16 @@ int delegate(CRegLibImpl* store, bool argumentsGiven, int location, Operation&& 
     const int result = guarded([&] { return operation(*store); });
     store->m_critSec.leave(location);
     return result;
+}
+
+// From the begin of an update to its end the session lock stays entered, by one entering that the end
+// leaves: no function has both.
+void enterUntilEndOfUpdate(CRegLibImpl& store, int location) NO_THREAD_SAFETY_ANALYSIS {
+    store.m_critSec.enter(location);
+}
+
+void leaveAtEndOfUpdate(CRegLibImpl& store, int location) NO_THREAD_SAFETY_ANALYSIS {
+    store.m_critSec.leave(location);
 }
 
 // The name of a key as a trace line shows it.
@@ -226,7 +241,8 @@ int CRegLib::VQRegEnumValues(CRegKey& key, int index, std::string& name, eDataTy
 
 CRegKey* CRegLib::RootKey() const {
     CRegKey* root = nullptr;
-    delegate(m_pImpl, true, __LINE__, [&](CRegLibImpl& store) {
+    // Null says it as well.
+    (void)delegate(m_pImpl, true, __LINE__, [&](CRegLibImpl& store) {
         root = store.RootKey();
         return REGLIB_OK;
     });
@@ -234,7 +250,8 @@ CRegKey* CRegLib::RootKey() const {
 }
 
 void CRegLib::dump() {
-    delegate(m_pImpl, true, __LINE__, [](CRegLibImpl& store) {
+    // Nothing is printed then.
+    (void)delegate(m_pImpl, true, __LINE__, [](CRegLibImpl& store) {
         const CNoCancellation noCancellation;
         store.dump();
         return REGLIB_OK;
@@ -285,7 +302,7 @@ int CRegLib::VQRegBeginUpdate() {
     return delegate(m_pImpl, true, __LINE__, [](CRegLibImpl& store) {
         const int result = store.VQRegBeginUpdate();
         if (result >= 0) {
-            store.m_critSec.enter(__LINE__);  // until the end of the update
+            enterUntilEndOfUpdate(store, __LINE__);
         }
         return result;
     });
@@ -299,7 +316,7 @@ int CRegLib::VQRegEndUpdate() {
             return REGLIB_E_FAIL;
         }
         const int result = store.VQRegEndUpdate();
-        store.m_critSec.leave(__LINE__);
+        leaveAtEndOfUpdate(store, __LINE__);
         return result;
     });
 }

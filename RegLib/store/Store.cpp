@@ -1,3 +1,9 @@
+// What every store does, whatever its backing.
+//
+// Registering a record (setKeyInfo) looks odd because its failures are part of the interface. The record
+// goes into the table under the next id first; then it takes its names, which needs memory and may throw;
+// only then does the id count as given. After a failure the entry stays and the id is the next one again,
+// so a later registration finds a record in its place, and frees it if no handle refers to it.
 #include "RegLib/store/Store.h"
 
 #include <cstdlib>
@@ -8,6 +14,7 @@
 #include "RegLib/base/Guarded.h"
 #include "RegLib/text/KeyPath.h"
 #include "RegLib/trace/Trace.h"
+#include "RegLib/watch/Watcher.h"
 #include "portable/Portable.h"
 
 namespace VQRegLib {
@@ -85,6 +92,22 @@ int CRegLibImpl::VQRegReload() {
     return REGLIB_E_FAIL;
 }
 
+// The watcher ends without m_watcherLock: one of its handlers may be waiting for that. Until then
+// it stays known, so that the handler may remove others.
+void CRegLibImpl::DeleteRegWatcherThread() {
+    CRegWatcherThread* watcher = nullptr;
+    {
+        const CCritSecGuard guard(m_watcherLock, __LINE__);
+        watcher = m_pWatcherThread;
+        m_bWatcherEnded = true;
+    }
+    if (watcher) {
+        CRegWatcherThread::end(watcher);
+        const CCritSecGuard guard(m_watcherLock, __LINE__);
+        m_pWatcherThread = nullptr;
+    }
+}
+
 bool CRegLibImpl::hasWatcher() {
     const CCritSecGuard guard(m_watcherLock, __LINE__);
     return m_pWatcherThread != nullptr;
@@ -127,7 +150,7 @@ std::string CRegLibImpl::tolower(const std::string& text) {
 int CRegLibImpl::VQRegCreateKeyVect(CRegKey* parent, const char* path, std::vector<CRegKey*>& keys,
                                     std::vector<std::string>& names, int create) {
     // The result is 0 even for a path that does not exist: callers look at the vectors.
-    guarded([&] {
+    (void)guarded([&] {
         if (!path) {
             return REGLIB_E_FAIL;
         }

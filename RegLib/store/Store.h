@@ -12,6 +12,7 @@
 #include "RegLib/store/KeyRecord.h"
 #include "VQRegLib.h"
 #include "portable/CritSec.h"
+#include "portable/ThreadAnnotations.h"
 
 namespace VQRegLib {
 
@@ -35,25 +36,27 @@ public:
     virtual CRegKey* RootKey() const = 0;
 
     // `exists`, when not null, receives 0 when the store set out to create a key, else 1.
-    virtual int VQRegCreateKey(CRegKey* parent, const char* subKey, CRegKey& key, int create,
-                               int* exists) = 0;
-    virtual int VQRegDeleteKey(CRegKey& key, const char* subKey) = 0;
-    virtual int VQRegDeleteValue(CRegKey& key, const char* valueName) = 0;
+    [[nodiscard]] virtual int VQRegCreateKey(CRegKey* parent, const char* subKey, CRegKey& key,
+                                             int create, int* exists) = 0;
+    [[nodiscard]] virtual int VQRegDeleteKey(CRegKey& key, const char* subKey) = 0;
+    [[nodiscard]] virtual int VQRegDeleteValue(CRegKey& key, const char* valueName) = 0;
 
     // `changed`, when not null, receives 1 when the stored line has changed, else 0.
-    virtual int VQRegSetValue(CRegKey& key, const char* valueName, unsigned long value,
-                              int* changed) = 0;
-    virtual int VQRegSetValue(CRegKey& key, const char* valueName, const char* value,
-                              int* changed) = 0;
-    virtual int VQRegSetValue(CRegKey& key, const char* valueName, const unsigned char* data,
-                              unsigned long size, int* changed) = 0;
-    virtual int VQRegQueryValueType(CRegKey& key, const char* valueName,
-                                    CRegLib::eDataType& type) = 0;
-    virtual int VQRegQueryValue(CRegKey& key, const char* valueName, CRegLib::eDataType& type,
-                                unsigned char* buffer, unsigned long* size) = 0;
-    virtual int VQRegEnumKeys(CRegKey& key, int index, std::string& name) = 0;
-    virtual int VQRegEnumValues(CRegKey& key, int index, std::string& name,
-                                CRegLib::eDataType& type) = 0;
+    [[nodiscard]] virtual int VQRegSetValue(CRegKey& key, const char* valueName,
+                                            unsigned long value, int* changed) = 0;
+    [[nodiscard]] virtual int VQRegSetValue(CRegKey& key, const char* valueName, const char* value,
+                                            int* changed) = 0;
+    [[nodiscard]] virtual int VQRegSetValue(CRegKey& key, const char* valueName,
+                                            const unsigned char* data, unsigned long size,
+                                            int* changed) = 0;
+    [[nodiscard]] virtual int VQRegQueryValueType(CRegKey& key, const char* valueName,
+                                                  CRegLib::eDataType& type) = 0;
+    [[nodiscard]] virtual int VQRegQueryValue(CRegKey& key, const char* valueName,
+                                              CRegLib::eDataType& type, unsigned char* buffer,
+                                              unsigned long* size) = 0;
+    [[nodiscard]] virtual int VQRegEnumKeys(CRegKey& key, int index, std::string& name) = 0;
+    [[nodiscard]] virtual int VQRegEnumValues(CRegKey& key, int index, std::string& name,
+                                              CRegLib::eDataType& type) = 0;
     virtual void dump() = 0;
 
     // Registers a record under the next id for a node, and tells the id to `handleId` when that is
@@ -70,8 +73,8 @@ public:
     // Between the two the calling thread holds the store's cross-process lock, and the store's file
     // is written once, at the end of the outermost update. The caller holds m_critSec all the time.
     // A store that cannot do this refuses to begin.
-    virtual int VQRegBeginUpdate();
-    virtual int VQRegEndUpdate();
+    [[nodiscard]] virtual int VQRegBeginUpdate();
+    [[nodiscard]] virtual int VQRegEndUpdate();
     virtual bool isUpdating() const;
 
     // The calling thread has an update on the store's backing through another store.
@@ -84,7 +87,7 @@ public:
     virtual void dropInheritedUpdate();
 
     // Makes every process read the store's file again at its next operation.
-    virtual int VQRegReload();
+    [[nodiscard]] virtual int VQRegReload();
 
     // Unregisters a record and clears it; the caller deletes it. Throws VQException when there is
     // no memory for its empty names.
@@ -94,12 +97,12 @@ public:
     std::string tolower(const std::string& text);
 
     // Both always return 0; the public header says what becomes of the vectors.
-    int VQRegCreateKeyVect(CRegKey* parent, const char* path, std::vector<CRegKey*>& keys,
-                           std::vector<std::string>& names, int create);
-    int VQRegDestroyKeyVect(std::vector<CRegKey*>& keys);
+    [[nodiscard]] int VQRegCreateKeyVect(CRegKey* parent, const char* path,
+                                         std::vector<CRegKey*>& keys,
+                                         std::vector<std::string>& names, int create);
+    [[nodiscard]] int VQRegDestroyKeyVect(std::vector<CRegKey*>& keys);
 
-    // Ends the watcher, if any. Defined above the store, in instance/ChangeHandlers.cpp: a watcher
-    // needs the store's file, and the store's end needs the watcher's.
+    // Ends the watcher, if any.
     void DeleteRegWatcherThread();
     bool hasWatcher();
 
@@ -111,17 +114,23 @@ public:
     CRegKeyImpl* m_pRootKeyImpl;  // the root key's record
     std::string m_strTuple;       // under which the directory lists the store
     CHandleTable m_handles;       // guarded by m_critSec, except that handles leave it unguarded
-    CRegWatcherThread* m_pWatcherThread;  // guarded by m_watcherLock
+
+    // Starts the thread that wakes the watchers of listed stores. Set by the directory, which has that
+    // thread, when it lists the store, and not changed afterwards; null in a store that is not listed.
+    // May throw VQException.
+    void (*m_startNotifier)() = nullptr;
+
+    CRegWatcherThread* m_pWatcherThread GUARDED_BY(m_watcherLock);
     CPCritSec m_watcherLock;
-    bool m_bWatcherEnded = false;  // guarded by m_watcherLock: the store is being destroyed
+    bool m_bWatcherEnded GUARDED_BY(m_watcherLock) = false;  // the store is being destroyed
 
 protected:
     // Clears every record in the table, and deletes those that no handle reaches.
     void clearAllRecords(bool callHook);
 
 private:
-    int openKeys(CRegKey* parent, std::vector<std::string>& names, int create,
-                 std::vector<std::unique_ptr<CRegKey>>& keys);
+    [[nodiscard]] int openKeys(CRegKey* parent, std::vector<std::string>& names, int create,
+                               std::vector<std::unique_ptr<CRegKey>>& keys);
     void findStoredSpelling(CRegKey* parent, std::string& name);
 };
 

@@ -39,14 +39,14 @@ std::size_t valueLineSize(std::size_t nameSize, CRegLib::eDataType type, std::si
 eLineFault splitValueLine(std::string_view line, CValueLine& parts);
 
 // The same for who only wants to know: REGLIB_E_BAD_FORMAT when it is no value line.
-int parseValueLine(std::string_view line, CValueLine& parts);
+[[nodiscard]] int parseValueLine(std::string_view line, CValueLine& parts);
 
 // The word for a type in a line, and back: "" stands for eNone, and eNone for every other word.
 std::string_view wordOfType(CRegLib::eDataType type);
 CRegLib::eDataType typeOfWord(std::string_view word);
 
 // The path between the first "[" and the first "]". REGLIB_E_BAD_FORMAT when one is missing.
-int parseKeyLine(std::string_view line, std::string_view& path);
+[[nodiscard]] int parseKeyLine(std::string_view line, std::string_view& path);
 
 // Walks over the names in a key line's path: only slashes separate, and one at the end adds no
 // name.
@@ -55,7 +55,7 @@ bool nextKeyLineName(std::string_view& rest, std::string_view& name);
 // The data of a stored line: what follows its first ":", which for a name with a colon is not the
 // data at all. Kept: files hold such names. REGLIB_E_FAIL without "=", REGLIB_E_BAD_FORMAT without
 // ":".
-int dataOfLine(std::string_view line, std::string_view& data);
+[[nodiscard]] int dataOfLine(std::string_view line, std::string_view& data);
 
 // Two upper-case digits for each byte.
 std::string hexText(std::string_view bytes);

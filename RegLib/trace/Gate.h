@@ -19,7 +19,7 @@ public:
         CPass& operator=(const CPass&) = delete;
     };
 
-    // What pthread_atfork takes.
+    // What CPortable::AtFork takes.
     static void beforeFork();
     static void afterForkInParent();
     static void afterForkInChild();

@@ -22,12 +22,6 @@
 // before each line: a trace line in somebody's network connection is worse than a lost line.
 #include "RegLib/trace/Trace.h"
 
-#include <fcntl.h>
-#include <pthread.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <cstdarg>
 #include <cstring>
 #include <new>
@@ -43,6 +37,7 @@ std::atomic<CRegLibTrace*> g_pregLibTrace{nullptr};
 
 }  // namespace VQRegLib
 
+using VQRegLib::CAppendedFile;
 using VQRegLib::CPortable;
 using VQRegLib::CTraceGate;
 using VQRegLib::g_pregLibTrace;
@@ -86,8 +81,8 @@ void CRegLibTrace::createInstance() {
 }
 
 void CRegLibTrace::registerForkHandlers() {
-    static const int registered =
-        pthread_atfork(CTraceGate::beforeFork, CTraceGate::afterForkInParent, afterForkInChild);
+    static const bool registered =
+        CPortable::AtFork(CTraceGate::beforeFork, CTraceGate::afterForkInParent, afterForkInChild);
     (void)registered;
 }
 
@@ -104,7 +99,7 @@ CRegLibTrace::~CRegLibTrace() {
     if (registered != this) {
         delete registered;
     }
-    if (m_pFile.load() && isOwnFile()) {
+    if (m_pFile.load() && m_opened.isThere()) {
         closeFile();
     }
 }
@@ -122,7 +117,8 @@ void CRegLibTrace::getCurTime(std::tm* out) {
 // True when there is nothing to open at this time.
 bool CRegLibTrace::isSettled(const std::tm& now) const {
     const Attempt last = m_lastAttempt.load();
-    return last.day == now.tm_mday && (m_pFile.load() ? isOwnFile() : last.minute == now.tm_min);
+    return last.day == now.tm_mday &&
+           (m_pFile.load() ? m_opened.isThere() : last.minute == now.tm_min);
 }
 
 // True for the one thread that is to open the file now. The others wait a little while nobody can
@@ -157,51 +153,13 @@ void CRegLibTrace::afterForkInChild() {
     }
 }
 
-namespace {
-
-// The processes of all users share a day's file, in a directory that all may write. Nobody may make
-// them write elsewhere with a link, or wait with a FIFO; and only a file of root's or the caller's is
-// given to everybody, never by its path. Another user's is taken when it is open to everybody.
-int openShared(const char* name) {
-    constexpr int kFlags = O_RDWR | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
-    int descriptor = ::open(name, kFlags);
-    if (descriptor < 0 && errno == ENOENT) {
-        descriptor = ::open(name, kFlags | O_CREAT, 0666);
-    }
-    struct stat status {};
-    if (descriptor < 0 || fstat(descriptor, &status) != 0) {
-        return descriptor;
-    }
-    const bool isOurs = status.st_uid == 0 || status.st_uid == geteuid();
-    const bool isShared = isOurs || (status.st_mode & 0666) == 0666;
-    if (!S_ISREG(status.st_mode) || status.st_nlink > 1 || !isShared) {
-        ::close(descriptor);
-        return -1;
-    }
-    if (isOurs) {
-        (void)fchmod(descriptor, 0666);  // root's own, if this is not root
-    }
-    return descriptor;
-}
-
-}  // namespace
-
 std::FILE* CRegLibTrace::openFileOfDay(const std::tm& now) const {
     char name[kNameSize];
     if (std::snprintf(name, sizeof name, "%sRegLibTrace%s-%02d%02d%02d.Log", m_szDirectory, "",
                       now.tm_year % 100, now.tm_mon + 1, now.tm_mday) < 0) {
         return nullptr;
     }
-    const int descriptor = openShared(name);
-    std::FILE* const file = descriptor >= 0 ? fdopen(descriptor, "a+") : nullptr;
-    if (!file && descriptor >= 0) {
-        ::close(descriptor);
-    }
-    if (file) {
-        // Nothing waits in the stream: a child of fork, or the next day's file, would get it too.
-        std::setvbuf(file, nullptr, _IONBF, 0);
-    }
-    return file;
+    return CAppendedFile::open(name);
 }
 
 void CRegLibTrace::writeHeader(std::FILE* file) const try {
@@ -213,39 +171,16 @@ void CRegLibTrace::writeHeader(std::FILE* file) const try {
     // A file without its header is better than a program without its log.
 }
 
-// False when the descriptor is not what the library has put there: a program that closes all
-// descriptors may have given the number to a file of its own.
-bool CRegLibTrace::isOwnFile(int descriptor) const {
-    struct stat status {};
-    return descriptor == m_descriptor.load() && fstat(descriptor, &status) == 0 &&
-           status.st_dev == m_device.load() && status.st_ino == m_inode.load();
-}
-
-bool CRegLibTrace::isOwnFile() const {
-    return isOwnFile(m_descriptor.load());
-}
-
-void CRegLibTrace::rememberFile(int descriptor) {
-    struct stat status {};
-    fstat(descriptor, &status);
-    m_device.store(status.st_dev);
-    m_inode.store(status.st_ino);
-    m_descriptor.store(descriptor);
-}
-
 // Under the descriptor of the open stream, if there is one: another thread may be writing to that,
 // and is then writing to the one file or to the other, never to a closed one.
 void CRegLibTrace::putInPlace(std::FILE* opened) {
-    const int descriptor = m_descriptor.load();
-    if (m_pFile.load() && dup3(fileno(opened), descriptor, O_CLOEXEC) == descriptor) {
-        rememberFile(descriptor);
-        std::fclose(opened);
+    if (m_pFile.load() && m_opened.replaceBy(opened)) {
         return;
     }
     if (m_pFile.load()) {
         closeFile();
     }
-    rememberFile(fileno(opened));
+    m_opened.remember(opened);
     m_pFile.store(opened);
 }
 
@@ -263,7 +198,7 @@ void CRegLibTrace::openTraceFile() {
     if (!claimOpening(&now)) {
         return;
     }
-    if (m_pFile.load() && !isOwnFile()) {
+    if (m_pFile.load() && !m_opened.isThere()) {
         m_pFile.store(nullptr);  // given up with its number: closing it would close a foreign file
     }
     std::FILE* opened = openFileOfDay(now);
@@ -282,7 +217,7 @@ void CRegLibTrace::openTraceFile() {
 bool CRegLibTrace::put(const char* line) {
     ++m_writers;
     std::FILE* const file = m_pFile.load();
-    const bool isOpen = file && isOwnFile(fileno(file));
+    const bool isOpen = file && m_opened.isThereFor(file);
     if (isOpen) {
         std::fputs(line, file);
         std::fflush(file);

@@ -2,12 +2,12 @@
 #ifndef REGLIB_TRACE_TRACE_H
 #define REGLIB_TRACE_TRACE_H
 
-#include <sys/types.h>
-
 #include <atomic>
 #include <cstdint>
 #include <cstdio>
 #include <ctime>
+
+#include "portable/AppendedFile.h"
 
 namespace VQRegLib {
 
@@ -65,9 +65,6 @@ private:
     bool claimOpening(std::tm* now);
     std::FILE* openFileOfDay(const std::tm& now) const;
     void writeHeader(std::FILE* file) const;
-    bool isOwnFile(int descriptor) const;
-    bool isOwnFile() const;  // the one that is open
-    void rememberFile(int descriptor);
     void putInPlace(std::FILE* opened);
     void closeFile();
     bool put(const char* line);
@@ -79,12 +76,8 @@ private:
     static_assert(std::atomic<Attempt>::is_always_lock_free);
     char m_szDirectory[256] = {};
     std::atomic<bool> m_opening{false};
-    std::atomic<int> m_writers{0};  // threads that may be using m_pFile
-
-    // What the stream's descriptor was when the library last put a file there.
-    std::atomic<int> m_descriptor{-1};
-    std::atomic<dev_t> m_device{0};
-    std::atomic<ino_t> m_inode{0};
+    std::atomic<int> m_writers{0};     // threads that may be using m_pFile
+    VQRegLib::CAppendedFile m_opened;  // what the library last put there
 };
 
 namespace VQRegLib {

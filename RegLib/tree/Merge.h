@@ -12,23 +12,23 @@ namespace VQRegLib {
 
 // What the text has comes into the tree; what it lacks stays. The lines before a bad one have been
 // merged when the merge fails.
-CMergeResult mergeText(CTree& tree, CTextSource& source);
+[[nodiscard]] CMergeResult mergeText(CTree& tree, CTextSource& source);
 
 // Line by line. All nodes that a line belongs to point to it afterwards: the text becomes the tree's.
 class CMerge {
 public:
     explicit CMerge(CTree& tree) : m_tree(tree) {}
 
-    CMergeResult run(CTextSource& source);
+    [[nodiscard]] CMergeResult run(CTextSource& source);
 
 private:
-    int blocks(CTextSource& source, CMergeResult& result);
+    [[nodiscard]] int blocks(CTextSource& source, CMergeResult& result);
     std::string_view readBlock(CTextSource& source, std::string_view begun, bool& isAtEnd);
     void expectNodesOf(std::string_view text);
-    int lines(std::string_view text, CTextSource& source, CMergeResult& result);
-    int line(std::string_view line);
-    int keyLine(std::string_view line);
-    int valueLine(std::string_view line);
+    [[nodiscard]] int lines(std::string_view text, CTextSource& source, CMergeResult& result);
+    [[nodiscard]] int line(std::string_view line);
+    [[nodiscard]] int keyLine(std::string_view line);
+    [[nodiscard]] int valueLine(std::string_view line);
     void useKeyLine(CKeyOrValue& key, std::string_view line);
     bool isOfThisText(const CKeyOrValue& of) const;
 

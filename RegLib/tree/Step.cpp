@@ -267,7 +267,8 @@ CKeyOrValue* CStep::currentKey() const {
         if (!isFirst || before.starts_with('[')) {
             std::string_view path;
             std::string_view rest = before.substr(isFirst ? 0 : found + 1);
-            parseKeyLine(rest.substr(0, rest.find('\n')), path);
+            // Of no key: the path is empty then, which is the root's.
+            (void)parseKeyLine(rest.substr(0, rest.find('\n')), path);
             CKeyOrValue* at = &m_tree.root();
             for (std::string_view name; at && nextKeyLineName(path, name);) {
                 at = m_tree.findChild(*at, name);

@@ -24,7 +24,7 @@ public:
     bool canRun() const;
 
     // False when the texts are out of step.
-    bool run(CTextSource& source, CMergeResult& result);
+    [[nodiscard]] bool run(CTextSource& source, CMergeResult& result);
 
 private:
     // What has been made of a line that differs.
@@ -34,8 +34,8 @@ private:
         eOutOfStep
     };
 
-    bool blocks(CTextSource& source);
-    bool compare(std::string_view block);
+    [[nodiscard]] bool blocks(CTextSource& source);
+    [[nodiscard]] bool compare(std::string_view block);
     std::size_t equalSize(std::string_view block) const;
     eOutcome differ(std::string_view line);
     eOutcome keyLine(std::string_view line);

@@ -1,4 +1,18 @@
 // What the tests of the inner store have in common. For tests that see the library's inner headers.
+//
+// How tests look inside. Most do not: they open sessions, write files and start processes, and what they
+// find is what a user would find. A few moments cannot be had from outside: the instant between two
+// renames, a stamp that another process has just moved, a second that has passed. For these there is one
+// friend, CFileStoreProbe, which the store's classes name and which only this file defines; it reads the
+// private words and sets the few that another process could have set too. It never changes the tree: what
+// a test finds there has come through an operation or through a file.
+//
+// Failures of the system come from two more seams. CFileOps can be replaced as a whole, by one whose nth
+// call fails (FileOpsFake.h). And memory gives out at the nth request by the operators new and delete of
+// the test program itself.
+//
+// Tests that must not touch the machine run in mount namespaces of their own (private_root.cpp): they
+// have an /etc, a /dev/shm and a /tmp that go with them.
 #ifndef VQTEST_STORE_FIXTURE_H
 #define VQTEST_STORE_FIXTURE_H
 

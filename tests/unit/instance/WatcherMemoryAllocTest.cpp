@@ -12,7 +12,7 @@
 #include <new>
 #include <string>
 
-#include "RegLib/instance/Watcher.h"
+#include "RegLib/watch/Watcher.h"
 #include "portable/Event.h"
 #include "portable/Semaphore.h"
 #include "support/TraceLog.h"

@@ -257,3 +257,15 @@ TEST_F(FileOps, CanBeReplacedAndBroughtBack) {
     EXPECT_EQ(&CFileOps::current(), &m_ops);
     EXPECT_TRUE(CFileOps::current().exists("/"));
 }
+
+TEST_F(FileOps, ReadsTheTimeOfAFileInSecondsAndLeavesItAloneWithoutOne) {
+    m_store.write("text");
+    const timespec times[2] = {{1000, 0}, {2000, 999'999'999}};
+    ASSERT_EQ(::utimensat(AT_FDCWD, m_path.c_str(), times, 0), 0);
+    fs::create_symlink(m_path, m_path + ".link");
+    std::time_t seconds = 7;
+    m_ops.readModificationTime((m_path + ".none").c_str(), seconds);
+    EXPECT_EQ(seconds, 7);
+    m_ops.readModificationTime((m_path + ".link").c_str(), seconds);
+    EXPECT_EQ(seconds, 2000);
+}

@@ -229,3 +229,20 @@ TEST(Sleep, LastsAsLongAsItIsAsked) {
         EXPECT_LT(lasted, std::chrono::milliseconds(milliseconds) + std::chrono::seconds(20));
     }
 }
+
+namespace {
+
+std::string g_aroundFork;
+
+}  // namespace
+
+TEST(PortableFork, HandlersRunInTheOppositeOrderBeforeAndInTheirOrderAfter) {
+    ASSERT_TRUE(CPortable::AtFork([] { g_aroundFork += "1"; }, [] { g_aroundFork += "a"; },
+                                  [] { g_aroundFork += "x"; }));
+    ASSERT_TRUE(CPortable::AtFork([] { g_aroundFork += "2"; }, [] { g_aroundFork += "b"; },
+                                  [] { g_aroundFork += "y"; }));
+    ASSERT_TRUE(CPortable::AtFork(nullptr, nullptr, nullptr));
+    ForkedChild child([] { return g_aroundFork == "21xy" ? 0 : 1; });
+    EXPECT_EQ(g_aroundFork, "21ab");
+    EXPECT_EQ(child.wait(), 0);
+}

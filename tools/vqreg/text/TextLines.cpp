@@ -145,7 +145,7 @@ std::optional<Fault> readValueLine(std::string_view line, ValueLine& parts) {
     if (fault != VQRegLib::eLineFault::eNone) {
         return faultOfParts(fault, line, parts, split.typeWord);
     }
-    VQRegLib::dataOfLine(line, parts.data);
+    (void)VQRegLib::dataOfLine(line, parts.data);  // it has some: it was split
     parts.dataAt = placeIn(line, parts.data);
     return std::nullopt;
 }

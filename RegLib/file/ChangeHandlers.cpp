@@ -1,30 +1,13 @@
-// The operations of a store that deal with change handlers.
+// The file store's operations on change handlers.
 #include <new>
 
 #include "RegLib/base/CritSecGuard.h"
 #include "RegLib/base/ThrowPoint.h"
 #include "RegLib/file/FileStore.h"
-#include "RegLib/instance/Directory.h"
-#include "RegLib/instance/Watcher.h"
 #include "RegLib/trace/Trace.h"
+#include "RegLib/watch/Watcher.h"
 
 namespace VQRegLib {
-
-// The watcher ends without m_watcherLock: one of its handlers may be waiting for that. Until then
-// it stays known, so that the handler may remove others.
-void CRegLibImpl::DeleteRegWatcherThread() {
-    CRegWatcherThread* watcher = nullptr;
-    {
-        const CCritSecGuard guard(m_watcherLock, __LINE__);
-        watcher = m_pWatcherThread;
-        m_bWatcherEnded = true;
-    }
-    if (watcher) {
-        CRegWatcherThread::end(watcher);
-        const CCritSecGuard guard(m_watcherLock, __LINE__);
-        m_pWatcherThread = nullptr;
-    }
-}
 
 // The store's watcher, made if need be; null when the store is being destroyed.
 CRegWatcherThread* CRegLibImplFile::watcherForHandlers() {
@@ -48,7 +31,9 @@ CRegWatcherThread* CRegLibImplFile::watcherForHandlers() {
 void CRegLibImplFile::SetRegistryChangeHandler(CRegistryChangeHandler* handler) {
     REGLIB_TRACE(eTraceFlow, "CRegLibImplFile::SetRegistryChangeHandler\n");
     if (handler) {
-        get_reglibImplDirectory()->startRegistryChangeNotifierThread();
+        if (m_startNotifier) {
+            m_startNotifier();
+        }
         try {
             if (CRegWatcherThread* const watcher = watcherForHandlers()) {
                 watcher->setRegistryChangeHandler(handler);

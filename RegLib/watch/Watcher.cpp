@@ -1,11 +1,39 @@
-#include "RegLib/instance/Watcher.h"
+// The watcher of one store: a thread, a set of handlers, and how both come to their ends.
+//
+// What it does is little. It sleeps on an event, for a minute at most; woken by the notifier or by the
+// minute, it looks at the file's modification time, and when that is another one than before, calls every
+// handler. So a change by a program that sends no notification is noticed too, late.
+//
+// A round calls handlers that do what they like: register others, remove themselves, open sessions, send
+// notifications, destroy the last session of the very store that is calling them. Nothing of the round is
+// therefore kept from one call to the next but the address of the handler called last; the next one is
+// the first above it in the map as it is then. The handler lock is held for the whole round. That is what
+// makes a promise possible which programs need: when the removal of a handler has returned, it is not
+// running, and will not be called again. Its holder may enter it again, so a handler may remove itself.
+//
+// The end has three forms.
+//
+//  - From outside. The destructor enters the handler lock, which waits for a round, sets the flag and the
+//    event, leaves the lock and waits for the thread. It must not hold it while it waits, for the thread may
+//    be about to take it; and its caller must not hold the directory's lock, because a handler may be
+//    waiting for that (Directory.cpp).
+//  - From within. A handler destroys the last session: the destructor would run on the thread that it has
+//    to wait for. end() sees that, leaves word, and returns; the store goes, the handler returns, no
+//    further one is called, and the thread deletes the object as its last act.
+//  - In a child of fork, which has the object without its thread, and its locks in any state. It leaves
+//    both alone; the memory is small, and touching it is not safe.
+//
+// Exceptions end in contained(): a handler that throws costs a line in the log, and the round goes on.
+#include "RegLib/watch/Watcher.h"
 
+#include <ctime>
 #include <new>
 
 #include "RegLib/base/CritSecGuard.h"
 #include "RegLib/base/ThrowPoint.h"
-#include "RegLib/instance/Contained.h"
+#include "RegLib/trace/Contained.h"
 #include "RegLib/trace/Trace.h"
+#include "portable/FileOps.h"
 #include "portable/Portable.h"
 
 namespace VQRegLib {
@@ -19,12 +47,12 @@ constexpr char kThreadName[] = "CRegWatcherThread::fileWatcherThreadFunc";
 }  // namespace
 
 CRegWatcherThread::CRegWatcherThread(REGMODE mode, const std::string& name, int cli)
-    : m_handlerLock("", 1), m_mode(mode), m_strName(name), m_nCli(cli) {
+    : m_handlerLock("", 1), m_mode(mode), m_strName(name), m_cli(cli) {
     REGLIB_TRACE(eTraceLife,
                  "CRegWatcherThread::CRegWatcherThread (0x%08X) - mode %d, name %s, cli %d\n",
-                 traceId(this), m_mode, m_strName.c_str(), m_nCli);
+                 traceId(this), m_mode, m_strName.c_str(), m_cli);
     try {
-        m_pWakeEvent = std::make_unique<CPEvent>(1, "", 1);
+        m_wakeEvent = std::make_unique<CPEvent>(1, "", 1);
     } catch (const std::bad_alloc&) {
         REGLIB_TRACE(
             eTraceAlways,
@@ -49,7 +77,7 @@ CRegWatcherThread::~CRegWatcherThread() {
         // waited for without the lock, which it may be about to take.
         const CCritSecGuard guard(m_handlerLock, __LINE__);
         m_stopRequested.store(1);
-        m_pWakeEvent->set(0);
+        m_wakeEvent->set(0);
     }
     while (hasThread()) {
         CPortable::Sleep(kPollMilliseconds);
@@ -68,8 +96,8 @@ void CRegWatcherThread::end(CRegWatcherThread* watcher) {
     if (watcher->isInherited()) {
         return;
     }
-    if (watcher->hasThread() && watcher->m_lThreadId.load() == CPortable::GetCurrentThreadId()) {
-        watcher->m_bEndsItself.store(true);
+    if (watcher->hasThread() && watcher->m_threadId.load() == CPortable::GetCurrentThreadId()) {
+        watcher->m_endsItself.store(true);
         watcher->m_stopRequested.store(1);
         watcher->wake();
     } else {
@@ -81,7 +109,7 @@ void CRegWatcherThread::setRegistryChangeHandler(CRegistryChangeHandler* handler
     REGLIB_TRACE(eTraceFlow, "CRegWatcherThread::setRegistryChangeHandler\n");
     if (handler) {
         const CCritSecGuard guard(m_handlerLock, __LINE__);
-        m_mapHandlers[handler] = handler;
+        m_handlers[handler] = handler;
     }
 }
 
@@ -89,13 +117,13 @@ void CRegWatcherThread::clrRegistryChangeHandler(CRegistryChangeHandler* handler
     REGLIB_TRACE(eTraceFlow, "CRegWatcherThread::clrRegistryChangeHandler\n");
     if (handler) {
         const CCritSecGuard guard(m_handlerLock, __LINE__);
-        m_mapHandlers.erase(handler);
+        m_handlers.erase(handler);
     }
 }
 
 void CRegWatcherThread::wake() {
-    if (m_pWakeEvent) {
-        m_pWakeEvent->set(0);
+    if (m_wakeEvent) {
+        m_wakeEvent->set(0);
     }
 }
 
@@ -108,7 +136,7 @@ void CRegWatcherThread::fileWatcherThread(void* self) {
 }
 
 void CRegWatcherThread::threadEnds() {
-    const bool endsItself = m_bEndsItself.load();
+    const bool endsItself = m_endsItself.load();
     m_running.store(0);  // unless it is the thread's own, the object may be gone after this
     if (endsItself) {
         delete this;
@@ -116,22 +144,23 @@ void CRegWatcherThread::threadEnds() {
 }
 
 void CRegWatcherThread::fileWatcherThreadFunc() {
-    m_lThreadId.store(CPortable::GetCurrentThreadId());
+    m_threadId.store(CPortable::GetCurrentThreadId());
     m_running.store(1);
     CPortable::SetCurrentThreadName("FileWatch");
     // A capital F here and a small one below: whoever searches old logs knows both.
     REGLIB_TRACE(eTraceLife, "CRegWatcherThread::FileWatcherThreadFunc (0x%08X) - starting\n",
                  traceId(this));
-    struct stat lastSeen {};
-    stat(m_strName.c_str(), &lastSeen);
+    const CFileOps& files = CFileOps::current();
+    std::time_t lastSeen = 0;
+    files.readModificationTime(m_strName.c_str(), lastSeen);
     for (;;) {
-        m_pWakeEvent->wait(kLookMilliseconds, nullptr);
+        m_wakeEvent->wait(kLookMilliseconds, nullptr);
         if (m_stopRequested.load() != 0) {
             break;
         }
-        struct stat current = lastSeen;
-        stat(m_strName.c_str(), &current);
-        if (current.st_mtime != lastSeen.st_mtime) {
+        std::time_t current = lastSeen;
+        files.readModificationTime(m_strName.c_str(), current);
+        if (current != lastSeen) {
             REGLIB_TRACE(eTraceFlow,
                          "CRegWatcherThread::fileWatcherThreadFunc (0x%08X) - got file change\n",
                          traceId(this));
@@ -147,11 +176,11 @@ void CRegWatcherThread::fileWatcherThreadFunc() {
 // from one step to the other but the last one called.
 void CRegWatcherThread::callHandlers() {
     const CCritSecGuard guard(m_handlerLock, __LINE__);
-    auto next = m_mapHandlers.begin();
-    while (next != m_mapHandlers.end() && m_stopRequested.load() == 0) {
+    auto next = m_handlers.begin();
+    while (next != m_handlers.end() && m_stopRequested.load() == 0) {
         CRegistryChangeHandler* const handler = next->first;
         contained(kThreadName, this, [handler] { handler->OnRegistryChange(); });
-        next = m_mapHandlers.upper_bound(handler);
+        next = m_handlers.upper_bound(handler);
     }
 }
 

@@ -1,6 +1,6 @@
 // Keeps exceptions inside the library's threads.
-#ifndef REGLIB_INSTANCE_CONTAINED_H
-#define REGLIB_INSTANCE_CONTAINED_H
+#ifndef REGLIB_TRACE_CONTAINED_H
+#define REGLIB_TRACE_CONTAINED_H
 
 #include <exception>
 
@@ -35,4 +35,4 @@ bool contained(const char* where, const void* object, Piece&& piece) {
 
 }  // namespace VQRegLib
 
-#endif  // REGLIB_INSTANCE_CONTAINED_H
+#endif  // REGLIB_TRACE_CONTAINED_H

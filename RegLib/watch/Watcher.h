@@ -1,8 +1,6 @@
 // Watches a store's file and calls the change handlers.
-#ifndef REGLIB_INSTANCE_WATCHER_H
-#define REGLIB_INSTANCE_WATCHER_H
-
-#include <sys/stat.h>
+#ifndef REGLIB_WATCH_WATCHER_H
+#define REGLIB_WATCH_WATCHER_H
 
 #include <atomic>
 #include <cstdint>
@@ -14,6 +12,7 @@
 #include "portable/CritSec.h"
 #include "portable/Event.h"
 #include "portable/ProcessMark.h"
+#include "portable/ThreadAnnotations.h"
 
 namespace VQRegLib {
 
@@ -53,19 +52,19 @@ private:
     bool hasThread() const;
 
     CPCritSec m_handlerLock;
-    std::map<CRegistryChangeHandler*, CRegistryChangeHandler*> m_mapHandlers;
+    std::map<CRegistryChangeHandler*, CRegistryChangeHandler*> m_handlers GUARDED_BY(m_handlerLock);
     const REGMODE m_mode;
     const std::string m_strName;
-    const std::int32_t m_nCli;
+    const std::int32_t m_cli;
     std::atomic<std::uint32_t> m_stopRequested{0};
     std::atomic<std::uint32_t> m_running{0};
-    std::unique_ptr<CPEvent> m_pWakeEvent;
+    std::unique_ptr<CPEvent> m_wakeEvent;
 
     const CProcessMark m_process;  // a child of fork has the object but not the thread
-    std::atomic<long> m_lThreadId{0};
-    std::atomic<bool> m_bEndsItself{false};  // the thread destroys the object
+    std::atomic<long> m_threadId{0};
+    std::atomic<bool> m_endsItself{false};  // the thread destroys the object
 };
 
 }  // namespace VQRegLib
 
-#endif  // REGLIB_INSTANCE_WATCHER_H
+#endif  // REGLIB_WATCH_WATCHER_H

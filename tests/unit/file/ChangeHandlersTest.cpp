@@ -1,0 +1,53 @@
+// What a store does when it gets a handler, without the directory that starts the notifier.
+#include <gtest/gtest.h>
+
+#include "support/Handlers.h"
+#include "support/StoreFixture.h"
+
+using namespace vqtest;
+
+namespace {
+
+int g_starts = 0;
+
+class StoreHandlers : public StoreTest {
+protected:
+    void SetUp() override { g_starts = 0; }
+
+    std::unique_ptr<CRegLibImplFile> store = open();
+    Handler handler;
+};
+
+}  // namespace
+
+TEST_F(StoreHandlers, StartNobodyInAStoreThatIsNotListed) {
+    store->SetRegistryChangeHandler(&handler);
+    EXPECT_TRUE(waitWatchers(1));
+    EXPECT_EQ(countThreads("RegChgNotif"), 0);
+    EXPECT_FALSE(hasSemaphore());
+}
+
+TEST_F(StoreHandlers, StartTheNotifierBeforeTheWatcherEachTime) {
+    store->m_startNotifier = [] {
+        EXPECT_EQ(countThreads("FileWatch"), g_starts);
+        ++g_starts;
+    };
+    store->SetRegistryChangeHandler(&handler);
+    EXPECT_EQ(g_starts, 1);
+    ASSERT_TRUE(waitWatchers(1));
+    store->SetRegistryChangeHandler(&handler);
+    EXPECT_EQ(g_starts, 2);
+}
+
+TEST_F(StoreHandlers, StartNothingForNoHandler) {
+    store->m_startNotifier = [] { ++g_starts; };
+    store->SetRegistryChangeHandler(nullptr);
+    EXPECT_EQ(g_starts, 0);
+    EXPECT_EQ(countThreads("FileWatch"), 0);
+}
+
+TEST_F(StoreHandlers, AreNotTakenWhereTheNotifierCannotStart) {
+    store->m_startNotifier = [] { throw VQException(REGLIB_E_FAIL, "here", 1); };
+    EXPECT_THROW(store->SetRegistryChangeHandler(&handler), VQException);
+    EXPECT_FALSE(store->hasWatcher());
+}
