@@ -300,7 +300,7 @@ TEST_F(FileOps, CreatesNothingOnAFullDisk) {
 
 TEST_F(FileOps, WhatItPromisedFits) {
     const vqtest::TinyFileSystem small(m_store.directory(), "size=64k");
-    std::uint64_t size = 65536;
+    std::size_t size = 65536;
     std::FILE* file = nullptr;
     while (!file && size > 0) {
         file = m_ops.createForWriting(m_path.c_str(), --size);
