@@ -13,16 +13,27 @@ target_compile_options(vqreg_objects PRIVATE -ftls-model=initial-exec)
 target_compile_options(vqreg_objects PRIVATE
                        $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety;-Werror=thread-safety>)
 target_include_directories(vqreg_objects PUBLIC ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include)
+if(VQREGLIB_COVERAGE)
+    target_compile_options(vqreg_objects PRIVATE --coverage -fprofile-abs-path)
+    target_link_options(vqreg_sanitizer_runtime INTERFACE --coverage)
+endif()
 target_compile_definitions(vqreg_objects PRIVATE VQREGLIB_VERSION="${PROJECT_VERSION}")
 target_link_libraries(vqreg_objects PUBLIC Threads::Threads vqreg_sanitizer_runtime
                       PRIVATE vqreg_warnings vqreg_sanitizers)
 
 # What the command has from them: lines as text, and looking at shared objects. It needs nothing else
 # of the library, and nothing of it is exported.
+set(files_of_command "/(RegLib/text/[A-Za-z]+|portable/(FileLink|FileLocks|ObjectName))\\.cpp")
 set(VQREGLIB_OBJECTS_OF_COMMAND
-    "$<FILTER:$<TARGET_OBJECTS:vqreg_objects>,INCLUDE,/(RegLib/text/[A-Za-z]+|portable/(FileLink|FileLocks|ObjectName))\\.cpp>")
-# One object for each file, for the sake of that choice.
-set_target_properties(vqreg_objects PROPERTIES UNITY_BUILD OFF)
+    "$<FILTER:$<TARGET_OBJECTS:vqreg_objects>,INCLUDE,${files_of_command}>")
+# These are one object for each file, for the sake of that choice, and so are all in what is installed
+# and measured.
+if(VQREGLIB_UNITY STREQUAL ALL)
+    list(FILTER VQREGLIB_SOURCES EXCLUDE REGEX "${files_of_command}$")
+    compile_in_batches(vqreg_objects 8 ${VQREGLIB_SOURCES})
+else()
+    set_target_properties(vqreg_objects PROPERTIES UNITY_BUILD OFF)
+endif()
 
 add_library(VQRegLib SHARED)
 add_library(VQRegLib::VQRegLib ALIAS VQRegLib)

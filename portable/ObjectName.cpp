@@ -5,7 +5,9 @@
 // 128 bits of a hash.
 #include "portable/ObjectName.h"
 
+#include <array>
 #include <climits>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 
@@ -44,7 +46,18 @@ std::string encoded(const std::string& path) {
     return result;
 }
 
-__extension__ using uint128 = unsigned __int128;
+using Words = std::array<std::uint32_t, 4>;  // of 128 bits, the lowest first
+
+// Times 2^88 + 0x13b, by hand: not every machine has integers of 128 bits.
+void multiplyByPrime(Words& words) {
+    const Words shifted = {0, 0, words[0] << 24, words[1] << 24 | words[0] >> 8};
+    std::uint64_t sum = 0;
+    for (std::size_t i = 0; i < words.size(); ++i) {
+        sum += std::uint64_t{words[i]} * 0x13b + shifted[i];
+        words[i] = static_cast<std::uint32_t>(sum);
+        sum >>= 32;
+    }
+}
 
 }  // namespace
 
@@ -69,15 +82,13 @@ std::string objectPath(const std::string& kind, const CSharedPath& path) {
 
 // FNV-1a with its 128-bit parameters.
 std::string hash128(const std::string& text) {
-    const uint128 prime = (uint128{1} << 88) + 0x13b;
-    uint128 hash = (uint128{0x6c62272e07bb0142u} << 64) + 0x62b821756295c58du;
+    Words hash = {0x6295c58d, 0x62b82175, 0x07bb0142, 0x6c62272e};
     for (const char c : text) {
-        hash = (hash ^ static_cast<unsigned char>(c)) * prime;
+        hash[0] ^= static_cast<unsigned char>(c);
+        multiplyByPrime(hash);
     }
     char digits[33];
-    std::snprintf(digits, sizeof digits, "%016llx%016llx",
-                  static_cast<unsigned long long>(hash >> 64),
-                  static_cast<unsigned long long>(hash & ~std::uint64_t{0}));
+    std::snprintf(digits, sizeof digits, "%08x%08x%08x%08x", hash[3], hash[2], hash[1], hash[0]);
     return digits;
 }
 

@@ -51,6 +51,7 @@ struct CHolderNote {
     std::uint64_t counter;
     std::uint64_t counterTag;
 };
+static_assert(sizeof(CHolderNote) == 40);  // as in processes of another word size
 
 constexpr char kBlockTag[8] = {'C', 'P', 'B', 'l', 'o', 'c', 'k', '1'};
 
@@ -61,6 +62,7 @@ struct CBlockRecord {
     std::int64_t id;
     unsigned char lot[16];
 };
+static_assert(sizeof(CBlockRecord) == 40);
 
 // The beginning of the segment. 64 bytes, so that the block begins at a cache line.
 struct CBlockHeader {

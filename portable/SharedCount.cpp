@@ -76,7 +76,8 @@ CSharedCount::eOutcome waitAndTake(Words& words, unsigned long milliseconds) {
     const std::uint64_t end = now() + milliseconds;
     for (;;) {
         const std::uint64_t before = now();
-        const int error = waitWhileZero(&words.count, before < end ? end - before : 0);
+        const std::uint64_t left = before < end ? end - before : 0;
+        const int error = waitWhileZero(&words.count, static_cast<unsigned long>(left));
         if (error == ETIMEDOUT) {
             return CSharedCount::eTimeout;
         }

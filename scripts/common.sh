@@ -14,14 +14,26 @@ need() {
     local run=()
     [ "$(id -u)" -eq 0 ] || run=(sudo)
     echo "Installing: ${missing[*]}"
-    "${run[@]}" apt-get update -qq
-    DEBIAN_FRONTEND=noninteractive "${run[@]}" apt-get install -y -qq --no-install-recommends \
-        "${missing[@]}" >/dev/null
+    # One at a time, when several scripts run beside each other.
+    local once=(flock "${BASH_SOURCE[0]}")
+    "${once[@]}" "${run[@]}" apt-get update -qq
+    DEBIAN_FRONTEND=noninteractive "${once[@]}" "${run[@]}" apt-get install -y -qq \
+        --no-install-recommends "${missing[@]}" >/dev/null
 }
 
 # want PACKAGE...: as need, but what cannot be installed is done without.
 want() {
     (need "$@") || echo "Some of these could not be installed: $*" >&2
+}
+
+# need_or_end WHAT PACKAGE...: as need, but what cannot be installed, as on another kind of machine, ends
+# the script, loudly and in order: the step is left out.
+need_or_end() {
+    local what=$1
+    shift
+    (need "$@") && return 0
+    echo "LEFT OUT: $what, because these could not be installed: $*" | tee /dev/stderr
+    exit 0
 }
 
 # build PRESET [CMAKE-ARGUMENT...]: configures and builds; the log is shown when it fails.

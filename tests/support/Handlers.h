@@ -56,7 +56,8 @@ private:
 
 /// Gives a file another modification time, in whole seconds.
 inline void setFileTime(const std::string& path, std::int64_t seconds) {
-    const struct timespec times[2] = {{seconds, 0}, {seconds, 0}};
+    const auto time = static_cast<time_t>(seconds);
+    const struct timespec times[2] = {{time, 0}, {time, 0}};
     if (::utimensat(AT_FDCWD, path.c_str(), times, 0) != 0) {
         throw std::system_error(errno, std::generic_category(), path);
     }

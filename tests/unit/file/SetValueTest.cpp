@@ -64,7 +64,7 @@ TEST_F(SetValue, WritesALineForEachType) {
 }
 
 TEST_F(SetValue, TakesTheLow32BitsOfANumber) {
-    EXPECT_EQ(setNumber(*store, root, "n", 0x1FFFFFFFEul), REGLIB_OK);
+    EXPECT_EQ(setNumber(*store, root, "n", static_cast<unsigned long>(0x1FFFFFFFEull)), REGLIB_OK);
     EXPECT_EQ(get(*store, root, "n"), Value::ofDword(0xFFFFFFFEu));
     EXPECT_EQ(setNumber(*store, root, "n", ULONG_MAX), REGLIB_OK);
     EXPECT_EQ(get(*store, root, "n"), Value::ofDword(0xFFFFFFFFu));

@@ -106,6 +106,9 @@ __attribute__((noinline)) void operator delete[](void* address, std::size_t) noe
 }
 
 TEST_F(WatcherMemory, NoEventIsTracedAndThrown) {
+    if (sizeof(void*) < 8) {
+        GTEST_SKIP() << "here other things have the size of the event as well";
+    }
     expectFailure(sizeof(CPEvent));
     EXPECT_THAT(log.texts(TraceLog::Addresses::eReplace),
                 ElementsAre("(Error) CRegWatcherThread::acquireRegWatcherThread (0x@), new CPEvent "

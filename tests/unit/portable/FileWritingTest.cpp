@@ -86,7 +86,7 @@ TEST_F(FileWriting, CreatesNothingOnAFullDisk) {
 
 TEST_F(FileWriting, WhatItPromisedFits) {
     const vqtest::TinyFileSystem small(m_store.directory(), "size=64k");
-    std::uint64_t size = 65536;
+    std::size_t size = 65536;
     std::FILE* file = nullptr;
     while (!file && size > 0) {
         file = m_ops.createForWriting(m_path.c_str(), --size);

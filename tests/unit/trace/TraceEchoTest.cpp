@@ -72,7 +72,7 @@ TEST(Echo, PrintsEachConversionAsPrintfDoes) {
           "<%td>",       "<%'d>",     "<%lu>\n",  "<%.0d>\n", "<%p>",    "<%c>",    "<%lc>",
           "<%5c>",       "<%m>\n",    "<%40m>\n", "<%.5m>",   "<%5%>\n", "<%-%>",   "<%9999d>\n",
           "<%.9999d>\n", "<%1$d>",    "<%qd>",    "<%Ld>",    "<%X>",    "<%o>"}) {
-        EXPECT_EQ(echoedWithError(line), printed(line, 0L)) << line;
+        EXPECT_EQ(echoedWithError(line), printed(line, 0LL)) << line;
     }
     for (const char* line :
          {"<%f>\n", "<%10.2e>\n", "<%G>", "<%a>", "<%+F>", "<%lf>", "<%08.3f>"}) {

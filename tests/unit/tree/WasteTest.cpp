@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <limits>
 #include <string>
 
 #include "unit/tree/TreeFixture.h"
@@ -26,7 +27,7 @@ public:
     }
     int error() const override { return 0; }
     void rewind() override { m_read = 0; }
-    std::size_t size() const override { return std::size_t{1} << 40; }
+    std::size_t size() const override { return std::numeric_limits<std::size_t>::max() / 2; }
 
     std::size_t readSize() const { return m_read; }
 

@@ -1,0 +1,12 @@
+# A cross compiler (Debian: g++-aarch64-linux-gnu), and an emulator where it is installed (qemu-user).
+set(CMAKE_SYSTEM_NAME Linux)
+set(CMAKE_SYSTEM_PROCESSOR aarch64)
+set(CMAKE_CXX_COMPILER aarch64-linux-gnu-g++)
+set(CMAKE_FIND_ROOT_PATH /usr/aarch64-linux-gnu)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+find_program(VQREGLIB_QEMU qemu-aarch64)
+if(VQREGLIB_QEMU)
+    set(CMAKE_CROSSCOMPILING_EMULATOR ${VQREGLIB_QEMU} -L /usr/aarch64-linux-gnu)
+endif()
