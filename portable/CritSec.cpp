@@ -34,11 +34,11 @@ void sleepOn(std::atomic<std::uint64_t>& word, std::uint64_t value) {
 
 void CPCritSec::enterAgainOrWait() {
     if (isInside()) {
-        ++m_nDepth;
+        ++m_depth;
         return;
     }
     waitAndTake();
-    m_nDepth = 1;
+    m_depth = 1;
 }
 
 // Whoever has slept takes the word with the mark set: it does not know whether others sleep too.

@@ -19,7 +19,7 @@ class CAPABILITY("critical section") CPCritSec {
 public:
     // `name` helps in a debugger and must live as long as the object. `flag` is 1: re-entrant, the
     // only kind there is.
-    CPCritSec(const char* name, int flag) : m_pszName(name), m_nFlag(flag) {}
+    CPCritSec(const char* name, int flag) : m_name(name), m_flag(flag) {}
 
     // An exception may have left the calling thread inside; it is then no longer.
     ~CPCritSec() = default;
@@ -29,11 +29,11 @@ public:
     // `location` marks the place in the source that enters; the last one is kept for a debugger.
     void enter(int location) ACQUIRE() {
         if (tryTake()) [[likely]] {
-            m_nDepth = 1;
+            m_depth = 1;
         } else {
             enterAgainOrWait();
         }
-        m_nLocation = location;
+        m_location = location;
     }
 
     // By a thread that is not inside: changes nothing.
@@ -41,8 +41,8 @@ public:
         if (!isInside()) {
             return;
         }
-        m_nLocation = -location;  // negative: left from there
-        if (--m_nDepth == 0) {
+        m_location = -location;  // negative: left from there
+        if (--m_depth == 0) {
             release();
         }
     }
@@ -50,19 +50,19 @@ public:
     // Enters if that needs no waiting.
     [[nodiscard]] bool tryEnter(int location) TRY_ACQUIRE(true) {
         if (tryTake()) {
-            m_nDepth = 1;
+            m_depth = 1;
         } else if (isInside()) {
-            ++m_nDepth;
+            ++m_depth;
         } else {
             return false;
         }
-        m_nLocation = location;
+        m_location = location;
         return true;
     }
 
     // In a child of fork that has inherited it entered: nobody is inside any more.
     void forgetInherited() {
-        m_nDepth = 0;
+        m_depth = 0;
         m_word.store(0, std::memory_order_relaxed);
     }
 
@@ -103,10 +103,10 @@ private:
     void wakeOne();
 
     std::atomic<std::uint64_t> m_word{0};  // 0: nobody is inside
-    [[maybe_unused]] const char* m_pszName;
-    [[maybe_unused]] int m_nFlag;
-    int m_nLocation = 0;  // these two are written by the holder only
-    int m_nDepth = 0;
+    [[maybe_unused]] const char* m_name;
+    [[maybe_unused]] int m_flag;
+    int m_location = 0;  // these two are written by the holder only
+    int m_depth = 0;
 };
 
 }  // namespace VQRegLib

@@ -10,7 +10,7 @@ namespace VQRegLib {
 
 namespace {
 
-struct CloseFile {
+struct CCloseFile {
     void operator()(std::FILE* file) const { std::fclose(file); }
 };
 
@@ -18,7 +18,7 @@ struct CloseFile {
 
 // A line is "1: FLOCK  ADVISORY  WRITE 731 00:1b:4711 0 EOF"; those who wait have "->" before the kind.
 std::int32_t holderOfFileLock(dev_t device, ino_t inode) {
-    const std::unique_ptr<std::FILE, CloseFile> locks(std::fopen("/proc/locks", "re"));
+    const std::unique_ptr<std::FILE, CCloseFile> locks(std::fopen("/proc/locks", "re"));
     char line[256];
     while (locks && std::fgets(line, sizeof line, locks.get())) {
         char kind[16] = {};

@@ -16,7 +16,7 @@ namespace VQRegLib {
 
 namespace {
 
-struct Close {
+struct CClose {
     void operator()(std::FILE* file) const { std::fclose(file); }
     void operator()(DIR* directory) const { closedir(directory); }
 };
@@ -35,7 +35,7 @@ bool isOfFile(const char* line, const struct stat& file) {
 bool hasMapped(long process, const struct stat& file) {
     char path[64];
     std::snprintf(path, sizeof path, "/proc/%ld/maps", process);
-    const std::unique_ptr<std::FILE, Close> maps(std::fopen(path, "re"));
+    const std::unique_ptr<std::FILE, CClose> maps(std::fopen(path, "re"));
     char line[256];
     bool isStart = true;  // a long line comes in pieces
     while (maps && std::fgets(line, sizeof line, maps.get())) {
@@ -54,7 +54,7 @@ std::int32_t processThatMaps(const char* path) noexcept {
     if (lstat(path, &file) != 0 || !S_ISREG(file.st_mode)) {
         return 0;
     }
-    const std::unique_ptr<DIR, Close> processes(opendir("/proc"));
+    const std::unique_ptr<DIR, CClose> processes(opendir("/proc"));
     while (const dirent* const entry = processes ? readdir(processes.get()) : nullptr) {
         char* end = nullptr;
         const long pid = std::strtol(entry->d_name, &end, 10);

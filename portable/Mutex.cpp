@@ -67,13 +67,13 @@ std::uint64_t monotonicMilliseconds() {
 class CPatience {
 public:
     CPatience(unsigned long milliseconds, const CTerminateWait* terminate)
-        : m_milliseconds(milliseconds), m_pTerminate(terminate), m_start(monotonicMilliseconds()) {}
+        : m_milliseconds(milliseconds), m_terminate(terminate), m_start(monotonicMilliseconds()) {}
 
-    bool isEndless() const { return m_milliseconds == CPMutex::kInfinite && !m_pTerminate; }
+    bool isEndless() const { return m_milliseconds == CPMutex::kInfinite && !m_terminate; }
 
     // 0, or what the wait ends with. Naps a little when it goes on.
     int napOrGiveUp() const {
-        if (m_pTerminate && m_pTerminate->isTerminated()) {
+        if (m_terminate && m_terminate->isTerminated()) {
             return ECANCELED;
         }
         if (m_milliseconds != CPMutex::kInfinite &&
@@ -84,11 +84,11 @@ public:
         return 0;
     }
 
-    bool isTerminated() const { return m_pTerminate && m_pTerminate->isTerminated(); }
+    bool isTerminated() const { return m_terminate && m_terminate->isTerminated(); }
 
 private:
     const unsigned long m_milliseconds;
-    const CTerminateWait* const m_pTerminate;
+    const CTerminateWait* const m_terminate;
     const std::uint64_t m_start;
 };
 
@@ -285,73 +285,73 @@ void CPMutex::registerForkHandlers() {
 
 CPMutex::CPMutex(int /*shared*/, int /*owned*/, const CSharedPath& path, int /*create*/,
                  int /*recursive*/)
-    : m_pState(nullptr) {
+    : m_shared(nullptr) {
     const std::string name = objectName(kLockKind, path);
-    m_nError = CSharedFile::make(name, sizeof(CHolderNote));
-    m_pState = CMutexRegistry::instance().join(name);
+    m_error = CSharedFile::make(name, sizeof(CHolderNote));
+    m_shared = CMutexRegistry::instance().join(name);
 }
 
 CPMutex::~CPMutex() {
     while (isHeldHere()) {
         (void)release();  // held here
     }
-    CMutexRegistry::instance().leave(*m_pState);
+    CMutexRegistry::instance().leave(*m_shared);
 }
 
 int CPMutex::waits() const {
-    return m_holding == m_pState->holding ? m_nWaits : 0;
+    return m_holding == m_shared->holding ? m_waits : 0;
 }
 
 CPMutex::eWaitResult CPMutex::wait(unsigned long milliseconds, CTerminateWait* terminate) {
-    if (m_pState->heldByCaller()) {
-        ++m_pState->depth;
-        m_nWaits = waits() + 1;
-        m_holding = m_pState->holding;
+    if (m_shared->heldByCaller()) {
+        ++m_shared->depth;
+        m_waits = waits() + 1;
+        m_holding = m_shared->holding;
         return eOwned;
     }
     const CPatience patience(milliseconds, terminate);
-    int error = patience.isTerminated() ? ECANCELED : m_pState->takeInside(patience);
+    int error = patience.isTerminated() ? ECANCELED : m_shared->takeInside(patience);
     if (error == 0) {
-        error = m_pState->takeFile(patience);
+        error = m_shared->takeFile(patience);
         if (error != 0) {
-            m_pState->inside->unlock();
+            m_shared->inside->unlock();
         }
     }
     switch (error) {
         case 0:
-            m_pState->take();
-            m_nWaits = 1;
-            m_holding = m_pState->holding;
+            m_shared->take();
+            m_waits = 1;
+            m_holding = m_shared->holding;
             return eOwned;
         case ETIMEDOUT:
             return eTimeout;
         case ECANCELED:
             return eTerminated;
         default:
-            m_nError = error;
+            m_error = error;
             return eFailed;
     }
 }
 
 int CPMutex::release() {
-    if (!m_pState->heldByCaller()) {
+    if (!m_shared->heldByCaller()) {
         return EPERM;
     }
-    --m_nWaits;
-    if (--m_pState->depth == 0) {
-        m_pState->giveUp();
+    --m_waits;
+    if (--m_shared->depth == 0) {
+        m_shared->giveUp();
     }
     return 0;
 }
 
 bool CPMutex::isStillHeld() const {
-    return m_pState->heldByCaller() && m_pState->file.isInPlace();
+    return m_shared->heldByCaller() && m_shared->file.isInPlace();
 }
 
 CPMutex::Counter CPMutex::counter() const {
     Counter counter{};
     const bool isRead =
-        m_pState->heldByCaller() && ::pread(m_pState->file.descriptor(), &counter, sizeof counter,
+        m_shared->heldByCaller() && ::pread(m_shared->file.descriptor(), &counter, sizeof counter,
                                             offsetof(CHolderNote, counter)) == sizeof counter;
     return isRead ? counter : Counter{};
 }
@@ -360,33 +360,33 @@ bool CPMutex::putCounter(const Counter& counter) const {
     if (!isStillHeld()) {
         return false;
     }
-    (void)!::pwrite(m_pState->file.descriptor(), &counter, sizeof counter,
+    (void)!::pwrite(m_shared->file.descriptor(), &counter, sizeof counter,
                     offsetof(CHolderNote, counter));
     return true;
 }
 
 bool CPMutex::isHeldHere() const {
-    return m_pState->heldByCaller() && waits() > 0;
+    return m_shared->heldByCaller() && waits() > 0;
 }
 
 bool CPMutex::isHeldThroughAnother() const {
-    return m_pState->heldByCaller() && m_pState->depth > waits();
+    return m_shared->heldByCaller() && m_shared->depth > waits();
 }
 
 void CPMutex::noteHolding() const {
     timespec now{};
     clock_gettime(CLOCK_REALTIME_COARSE, &now);
     const CHolderNote note{CPortable::GetCurrentProcessId(), now.tv_sec, 0, 0, 0};
-    if (m_pState->heldByCaller() && m_pState->file.isOurs()) {
+    if (m_shared->heldByCaller() && m_shared->file.isOurs()) {
         // Only for telling a person.
-        (void)!::pwrite(m_pState->file.descriptor(), &note, offsetof(CHolderNote, mark), 0);
+        (void)!::pwrite(m_shared->file.descriptor(), &note, offsetof(CHolderNote, mark), 0);
     }
 }
 
 void CPMutex::setMark(bool isSet) const {
     const std::int64_t mark = isSet ? 1 : 0;
     if (isStillHeld()) {
-        (void)!::pwrite(m_pState->file.descriptor(), &mark, sizeof mark,
+        (void)!::pwrite(m_shared->file.descriptor(), &mark, sizeof mark,
                         offsetof(CHolderNote, mark));
     }
 }
@@ -394,14 +394,14 @@ void CPMutex::setMark(bool isSet) const {
 bool CPMutex::isMarked() const {
     std::int64_t mark = 0;
     return isStillHeld() &&
-           ::pread(m_pState->file.descriptor(), &mark, sizeof mark, offsetof(CHolderNote, mark)) ==
+           ::pread(m_shared->file.descriptor(), &mark, sizeof mark, offsetof(CHolderNote, mark)) ==
                static_cast<ssize_t>(sizeof mark) &&
            mark != 0;
 }
 
 CPMutex::Holder CPMutex::holder() const {
     CSharedFile file;
-    if (file.open(m_pState->name, sizeof(CHolderNote)) != 0) {
+    if (file.open(m_shared->name, sizeof(CHolderNote)) != 0) {
         return {0, 0};
     }
     const std::int32_t pid = holderOfFileLock(file.device(), file.inode());

@@ -41,8 +41,8 @@ public:
     CPMutex(const CPMutex&) = delete;
     CPMutex& operator=(const CPMutex&) = delete;
 
-    bool isOpen() const { return m_nError == 0; }
-    int error() const { return m_nError; }  // why not, as an errno; also of a wait that has failed
+    bool isOpen() const { return m_error == 0; }
+    int error() const { return m_error; }  // why not, as an errno; also of a wait that has failed
 
     // Waits for at most so many milliseconds, or without end. `terminate` may be null. A wait without
     // end and terminate is woken at once, others look every few milliseconds. eFailed when the
@@ -74,7 +74,7 @@ public:
     bool isHeldThroughAnother() const;
 
     // In a child of fork: what its parent had not released through this object is not the child's.
-    void forgetInherited() { m_nWaits = 0; }
+    void forgetInherited() { m_waits = 0; }
 
     // Writes down since when the calling thread holds the mutex, for holder(); worth its system call
     // where the mutex is going to be held for longer than a moment.
@@ -91,12 +91,12 @@ public:
 private:
     int waits() const;
 
-    int m_nError = 0;
+    int m_error = 0;
 
-    CPMutexState* m_pState;  // shared by the process, never freed
+    CPMutexState* m_shared;  // shared by the process, never freed
     // Waits through this object that are not yet released, and the holding that they are part of: a
     // thread that ends leaves them behind. Changed by the holder only.
-    int m_nWaits = 0;
+    int m_waits = 0;
     std::uint64_t m_holding = 0;
 };
 

@@ -23,13 +23,13 @@ std::int64_t nanoseconds(const timespec& time) {
     return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
 }
 
-struct CloseDirectory {
+struct CCloseDirectory {
     void operator()(DIR* directory) const { closedir(directory); }
 };
 
 std::vector<std::string> semaphoresInDirectory(const std::string& prefix) {
     std::vector<std::string> names;
-    const std::unique_ptr<DIR, CloseDirectory> directory(opendir(kObjectDirectory));
+    const std::unique_ptr<DIR, CCloseDirectory> directory(opendir(kObjectDirectory));
     if (!directory) {
         return names;
     }

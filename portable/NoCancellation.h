@@ -12,13 +12,13 @@ namespace VQRegLib {
 // (PTHREAD_CANCEL_ASYNCHRONOUS) is for no thread that uses more of a library than its arithmetic.
 class CNoCancellation {
 public:
-    CNoCancellation() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_nOld); }
-    ~CNoCancellation() { pthread_setcancelstate(m_nOld, nullptr); }
+    CNoCancellation() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_old); }
+    ~CNoCancellation() { pthread_setcancelstate(m_old, nullptr); }
     CNoCancellation(const CNoCancellation&) = delete;
     CNoCancellation& operator=(const CNoCancellation&) = delete;
 
 private:
-    int m_nOld = PTHREAD_CANCEL_ENABLE;
+    int m_old = PTHREAD_CANCEL_ENABLE;
 };
 
 }  // namespace VQRegLib

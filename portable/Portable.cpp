@@ -23,14 +23,14 @@ namespace VQRegLib {
 
 namespace {
 
-struct ThreadStart {
+struct CThreadStart {
     void (*entry)(void*);
     void* argument;
     std::string name;
 };
 
 void* runThread(void* raw) {
-    const std::unique_ptr<ThreadStart> start(static_cast<ThreadStart*>(raw));
+    const std::unique_ptr<CThreadStart> start(static_cast<CThreadStart*>(raw));
     if (!start->name.empty()) {
         CPortable::SetCurrentThreadName(start->name.c_str());
     }
@@ -115,9 +115,9 @@ constexpr std::uint64_t kNanosecondsPerSecond = 1'000'000'000;
 
 unsigned long CPortable::CreateThread(void (*entry)(void*), void* argument, unsigned long* id,
                                       const std::string& name) {
-    std::unique_ptr<ThreadStart> start;
+    std::unique_ptr<CThreadStart> start;
     try {
-        start = std::make_unique<ThreadStart>(ThreadStart{entry, argument, name});
+        start = std::make_unique<CThreadStart>(CThreadStart{entry, argument, name});
     } catch (const std::bad_alloc&) {
         return 0;
     }

@@ -23,10 +23,10 @@ std::uint32_t CProcessMark::forks() {
     return g_forks.load();
 }
 
-CProcessMark::CProcessMark() : m_lPid(::getpid()), m_nForks(forks()) {}
+CProcessMark::CProcessMark() : m_pid(::getpid()), m_forks(forks()) {}
 
 bool CProcessMark::isOfThisProcess() const {
-    return m_nForks == forks() && m_lPid == ::getpid();
+    return m_forks == forks() && m_pid == ::getpid();
 }
 
 }  // namespace VQRegLib

@@ -17,8 +17,8 @@ public:
     static std::uint32_t forks();
 
 private:
-    long m_lPid;
-    std::uint32_t m_nForks;  // that lead from the first process of the program to this one
+    long m_pid;
+    std::uint32_t m_forks;  // that lead from the first process of the program to this one
 };
 
 }  // namespace VQRegLib

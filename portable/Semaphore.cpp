@@ -190,10 +190,9 @@ CPSemaphore::CPSemaphore(int /*shared*/, int initial, int /*maximum*/, const std
 CPSemaphore::~CPSemaphore() = default;
 
 void CPSemaphore::openObject() {
-    m_pObject = std::make_unique<CSharedObject>();
+    m_object = std::make_unique<CSharedObject>();
     m_isAnnounced = false;
-    m_nError =
-        m_pObject->open(kSemaphoreFilePrefix + m_strName, sizeof(sem_t), initialiseSemaphore);
+    m_error = m_object->open(kSemaphoreFilePrefix + m_strName, sizeof(sem_t), initialiseSemaphore);
 }
 
 bool CPSemaphore::wait(unsigned long milliseconds, CTerminateWait* terminate) {
@@ -227,12 +226,12 @@ void CPSemaphore::release() {
 
 bool CPSemaphore::own(int attempts) {
     const std::string path = pathOf(m_strName);
-    int error = m_nError;
+    int error = m_error;
     if (isOpen() && (g_isExiting.load() || !registerHandlers())) {
-        m_nError = g_isExiting.load() ? ESHUTDOWN : ENOMEM;
+        m_error = g_isExiting.load() ? ESHUTDOWN : ENOMEM;
         return false;
     }
-    if (!isOpen() && m_nError == EINVAL) {
+    if (!isOpen() && m_error == EINVAL) {
         removeUseless(path);
         openObject();
     }
@@ -249,7 +248,7 @@ bool CPSemaphore::own(int attempts) {
         openObject();  // that sender, or an administrator, may have taken it away
     }
     if (isOpen()) {
-        m_nError = error;
+        m_error = error;
     }
     return false;
 }
@@ -264,7 +263,7 @@ int CPSemaphore::tryToOwn(int* fd) const {
     if (fstat(file.get(), &status) != 0) {
         return errno;
     }
-    if (status.st_nlink == 0 || status.st_ino != m_pObject->inode()) {
+    if (status.st_nlink == 0 || status.st_ino != m_object->inode()) {
         return ESTALE;
     }
     *fd = file.release();
@@ -293,7 +292,7 @@ bool CPSemaphore::isExiting() {
 bool CPSemaphore::isOwner() const {
     struct stat status {};
     return isOwnedFile(g_ownedFile.load(), status) && g_ownerPid.load() == getpid() &&
-           status.st_ino == m_pObject->inode() && status.st_nlink > 0 &&
+           status.st_ino == m_object->inode() && status.st_nlink > 0 &&
            status.st_size == static_cast<off_t>(sizeof(sem_t));
 }
 

@@ -29,8 +29,8 @@ public:
     CPSemaphore& operator=(const CPSemaphore&) = delete;
 
     bool isOpen() const { return semaphore() != nullptr; }
-    int error() const { return m_nError; }  // why not, as an errno
-    bool isCreator() const { return m_pObject->isCreator(); }
+    int error() const { return m_error; }  // why not, as an errno
+    bool isCreator() const { return m_object->isCreator(); }
 
     // True when the count was taken. False soon when somebody has cut the semaphore's file short; such
     // a semaphore is nobody's any more. Releasing one does nothing.
@@ -63,13 +63,13 @@ public:
     static bool removeIfAbandoned(const std::string& name);
 
 private:
-    sem_t* semaphore() const { return static_cast<sem_t*>(m_pObject->address()); }
+    sem_t* semaphore() const { return static_cast<sem_t*>(m_object->address()); }
     void openObject();
     [[nodiscard]] int tryToOwn(int* fd) const;
 
     std::string m_strName;
-    std::unique_ptr<CSharedObject> m_pObject;
-    int m_nError = 0;
+    std::unique_ptr<CSharedObject> m_object;
+    int m_error = 0;
     std::atomic<bool> m_isAnnounced{false};  // that this process waits
 };
 

@@ -25,7 +25,7 @@ constexpr bool kKnowsTheWords = sizeof(void*) == 8 && std::endian::native == std
 constexpr bool kKnowsTheWords = false;
 #endif
 
-struct Words {
+struct CWords {
     std::uint32_t count;
     std::uint32_t waiting;
 };
@@ -60,7 +60,7 @@ std::uint64_t now() {
 
 // Another process of the same number, in another container, may have been faster, or somebody may have
 // woken this one for nothing: what was taken too much is given back.
-CSharedCount::eOutcome take(Words& words) {
+CSharedCount::eOutcome take(CWords& words) {
     std::uint32_t count = 0;
     if (add(&words.count, -1, &words.count, 0) != 0 || !read(&words.count, count)) {
         return CSharedCount::eLost;
@@ -72,7 +72,7 @@ CSharedCount::eOutcome take(Words& words) {
                                                       : CSharedCount::eLost;
 }
 
-CSharedCount::eOutcome waitAndTake(Words& words, unsigned long milliseconds) {
+CSharedCount::eOutcome waitAndTake(CWords& words, unsigned long milliseconds) {
     const std::uint64_t end = now() + milliseconds;
     for (;;) {
         const std::uint64_t before = now();
@@ -100,7 +100,7 @@ CSharedCount::eOutcome waitAndTake(Words& words, unsigned long milliseconds) {
 
 bool CSharedCount::post() const {
     if constexpr (kKnowsTheWords) {
-        auto* const words = reinterpret_cast<Words*>(m_semaphore);
+        auto* const words = reinterpret_cast<CWords*>(m_semaphore);
         return add(&words->count, 1, &words->count, 1) == 0;
     } else {
         return sem_post(m_semaphore) == 0;
@@ -109,7 +109,7 @@ bool CSharedCount::post() const {
 
 bool CSharedCount::announceWaiting() const {
     if constexpr (kKnowsTheWords) {
-        auto* const words = reinterpret_cast<Words*>(m_semaphore);
+        auto* const words = reinterpret_cast<CWords*>(m_semaphore);
         return add(&words->waiting, 1, &words->count, 0) == 0;
     } else {
         return true;
@@ -118,7 +118,7 @@ bool CSharedCount::announceWaiting() const {
 
 CSharedCount::eOutcome CSharedCount::wait(unsigned long milliseconds) const {
     if constexpr (kKnowsTheWords) {
-        return waitAndTake(*reinterpret_cast<Words*>(m_semaphore), milliseconds);
+        return waitAndTake(*reinterpret_cast<CWords*>(m_semaphore), milliseconds);
     } else {
         return waitSemaphore(m_semaphore, milliseconds, nullptr) ? eTaken : eTimeout;
     }

@@ -89,7 +89,7 @@ CBlockHeader headerFor(const std::string& name, const unsigned char (&lot)[16],
 
 CPSharedMemory::CPSharedMemory(const CSharedPath& path, unsigned long size, eHow how)
     : m_name(objectName(kBlockKind, path)) {
-    m_nError = open(size, how);
+    m_error = open(size, how);
 }
 
 CPSharedMemory::~CPSharedMemory() {

@@ -36,7 +36,7 @@ public:
     // Null when the block could not be opened; `error` says why, as an errno.
     void* getAddress() const;
     int isCreator() const { return m_creator ? 1 : 0; }
-    int error() const { return m_nError; }
+    int error() const { return m_error; }
 
     // False when others who open the path now get another block: somebody has removed the named file
     // or written into it.
@@ -67,7 +67,7 @@ private:
     std::uint64_t m_ipcNamespace = 0;  // 0: not looked up
     timespec m_checked{};  // of the named file: the change time at which its content was right
     bool m_creator = false;
-    int m_nError = 0;
+    int m_error = 0;
 };
 
 }  // namespace VQRegLib

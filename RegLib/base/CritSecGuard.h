@@ -10,16 +10,16 @@ namespace VQRegLib {
 class SCOPED_CAPABILITY CCritSecGuard {
 public:
     CCritSecGuard(CPCritSec& critSec, int location) ACQUIRE(critSec)
-        : m_critSec(critSec), m_nLocation(location) {
-        m_critSec.enter(m_nLocation);
+        : m_critSec(critSec), m_location(location) {
+        m_critSec.enter(m_location);
     }
-    ~CCritSecGuard() RELEASE() { m_critSec.leave(m_nLocation); }
+    ~CCritSecGuard() RELEASE() { m_critSec.leave(m_location); }
     CCritSecGuard(const CCritSecGuard&) = delete;
     CCritSecGuard& operator=(const CCritSecGuard&) = delete;
 
 private:
     CPCritSec& m_critSec;
-    const int m_nLocation;
+    const int m_location;
 };
 
 }  // namespace VQRegLib

@@ -15,18 +15,18 @@ public:
             m_inline[text.copy(m_inline, text.size())] = '\0';
         } else {
             m_long = text;
-            m_pText = m_long.c_str();
+            m_text = m_long.c_str();
         }
     }
     CTerminated(const CTerminated&) = delete;
     CTerminated& operator=(const CTerminated&) = delete;
 
-    const char* c_str() const { return m_pText; }
+    const char* c_str() const { return m_text; }
 
 private:
     char m_inline[128];
     std::string m_long;
-    const char* m_pText = m_inline;
+    const char* m_text = m_inline;
 };
 
 }  // namespace VQRegLib

@@ -12,7 +12,7 @@ namespace VQRegLib {
 // The store's watcher, made if need be; null when the store is being destroyed.
 CRegWatcherThread* CRegLibImplFile::watcherForHandlers() {
     const CCritSecGuard guard(m_watcherLock, __LINE__);
-    if (m_bWatcherEnded) {
+    if (m_hasWatcherEnded) {
         return nullptr;
     }
     if (m_pWatcherThread && m_pWatcherThread->isInherited()) {

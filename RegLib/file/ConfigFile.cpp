@@ -43,7 +43,7 @@ void CConfigFile::setPath(const char* path) {
 }
 
 int CConfigFile::openForReading() {
-    REGLIB_TRACE(eTraceFlow, "CRegLibImplFile::FileOpen (0x%08X) \"%s\"\n", traceId(m_pTraced),
+    REGLIB_TRACE(eTraceFlow, "CRegLibImplFile::FileOpen (0x%08X) \"%s\"\n", traceId(m_traced),
                  path());
     m_pFile = CFileOps::current().openForReading(path());
     return finishOpen(true, path(), m_pFile ? 0 : errno);
@@ -55,14 +55,14 @@ int CConfigFile::openIfPresent() {
     if (error == ENOENT) {
         return REGLIB_E_NOT_FOUND;
     }
-    REGLIB_TRACE(eTraceFlow, "CRegLibImplFile::FileOpen (0x%08X) \"%s\"\n", traceId(m_pTraced),
+    REGLIB_TRACE(eTraceFlow, "CRegLibImplFile::FileOpen (0x%08X) \"%s\"\n", traceId(m_traced),
                  path());
     return finishOpen(true, path(), error);
 }
 
 int CConfigFile::createTemporary(std::uint64_t size, std::string* name) {
     std::string temporary = m_path + CPortable::newPUUID();
-    REGLIB_TRACE(eTraceFlow, "CRegLibImplFile::FileOpen (0x%08X) \"%s\"\n", traceId(m_pTraced),
+    REGLIB_TRACE(eTraceFlow, "CRegLibImplFile::FileOpen (0x%08X) \"%s\"\n", traceId(m_traced),
                  temporary.c_str());
     m_pFile = CFileOps::current().createForWriting(temporary.c_str(), size);
     const int result = finishOpen(false, temporary.c_str(), m_pFile ? 0 : errno);
@@ -88,7 +88,7 @@ int CConfigFile::finishOpen(bool isReading, const char* name, int error) {
     }
     REGLIB_TRACE(eTraceAlways,
                  "(Error) CRegLibImplFile::FileOpen (0x%08X) \"%s\" failed, errno %d\n",
-                 traceId(m_pTraced), name, error);
+                 traceId(m_traced), name, error);
     return error == ENOENT ? REGLIB_E_NOT_FOUND : REGLIB_E_FILE_OPEN;
 }
 
@@ -99,7 +99,7 @@ bool CConfigFile::close() {
 
 void CConfigFile::keepGlance(int result) {
     m_glanced.keep(::fileno(m_pFile), m_path);
-    m_nGlanced = result;
+    m_glancedResult = result;
 }
 
 bool CConfigFile::isTextLost() const {
@@ -114,7 +114,7 @@ void CConfigFile::lookForLostText() {
             eTraceAlways,
             "(Error) CRegLibImplFile::ImportConfig (0x%08X), the file is missing or empty, "
             "its backup \"%s\" is not\n",
-            traceId(m_pTraced), backup());
+            traceId(m_traced), backup());
     }
 }
 

@@ -33,7 +33,7 @@ namespace VQRegLib {
 class CConfigFile {
 public:
     // `traced`: whose address the trace lines bear.
-    explicit CConfigFile(const void* traced) : m_pTraced(traced) {}
+    explicit CConfigFile(const void* traced) : m_traced(traced) {}
 
     void setPath(const char* path);  // all names are made here: later nothing may fail
     const char* path() const { return m_path.c_str(); }
@@ -73,7 +73,7 @@ public:
     // What a reading brought while a writer was replacing the file. It holds for as long as the path
     // names the file that was read, which is kept open for that.
     bool isGlanced() const { return m_glanced.isOurs() && m_glanced.isNamed(); }
-    int glanceResult() const { return m_nGlanced; }
+    int glanceResult() const { return m_glancedResult; }
     void keepGlance(int result);
     void forgetGlance() { m_glanced.close(); }
 
@@ -82,13 +82,13 @@ private:
     bool isTextLost() const;
     bool isBackupBetter() const;
 
-    const void* const m_pTraced;
+    const void* const m_traced;
     std::string m_path;
     std::string m_backup;
     std::FILE* m_pFile = nullptr;
     bool m_isTextSeen = false;  // in the file, a moment ago
     CSharedFile m_glanced;
-    int m_nGlanced = 0;
+    int m_glancedResult = 0;
     bool m_isTextLost = false;     // the file was missing or empty, and the backup was not
     bool m_hasFileValues = false;  // then the file is more than what the opening of a store makes
 };

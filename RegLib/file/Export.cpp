@@ -27,7 +27,7 @@ int CRegLibImplFile::ExportConfig() {
         return result;
     }
     m_shared.publish();
-    m_pTree->textWasWritten();
+    m_tree->textWasWritten();
     m_file.forgetGlance();
     REGLIB_TRACE(eTraceFlow, "<<<CRegLibImplFile::ExportConfig\n");
     return REGLIB_OK;
@@ -35,9 +35,9 @@ int CRegLibImplFile::ExportConfig() {
 
 // A text that could not be written whole takes nobody's place.
 int CRegLibImplFile::replaceText() {
-    const std::vector<std::string_view>& pieces = m_pTree->text();
-    const bool hasValues = m_file.hasValues() || m_pTree->hasValue();
-    m_ullTextSize = std::accumulate(
+    const std::vector<std::string_view>& pieces = m_tree->text();
+    const bool hasValues = m_file.hasValues() || m_tree->hasValue();
+    m_textSize = std::accumulate(
         pieces.begin(), pieces.end(), std::uint64_t{0},
         [](std::uint64_t size, std::string_view piece) { return size + piece.size(); });
     std::string openedName;
@@ -59,7 +59,7 @@ int CRegLibImplFile::replaceText() {
 // Leaves no half-written file behind, whatever happens.
 bool CRegLibImplFile::writeText(const std::vector<std::string_view>& pieces,
                                 const std::string& openedName) try {
-    if (CFileOps::current().writePieces(pieces, m_file.file()) == m_ullTextSize) {
+    if (CFileOps::current().writePieces(pieces, m_file.file()) == m_textSize) {
         return true;
     }
     const int error = errno;
@@ -73,7 +73,7 @@ bool CRegLibImplFile::writeText(const std::vector<std::string_view>& pieces,
 }
 
 void CRegLibImplFile::dump() {
-    DumpConfig(0, &m_pTree->root());
+    DumpConfig(0, &m_tree->root());
 }
 
 namespace {
@@ -103,8 +103,8 @@ void CRegLibImplFile::DumpConfig(unsigned long depth, const CKeyOrValue* node) c
     if (depth == 0) {
         std::puts("--dump keys/values");
     }
-    m_pTree->forEachShown(*node, [&](const CKeyOrValue& at, unsigned long below) {
-        dumpNode(depth + below, *m_pTree, at);
+    m_tree->forEachShown(*node, [&](const CKeyOrValue& at, unsigned long below) {
+        dumpNode(depth + below, *m_tree, at);
     });
 }
 

@@ -34,7 +34,7 @@ int CRegLibImplFile::takeLock(unsigned long milliseconds) {
 
 int CRegLibImplFile::FileOpen(int mode, std::string* openedName) {
     if (mode != eRead) {
-        return m_file.createTemporary(m_ullTextSize, openedName);
+        return m_file.createTemporary(m_textSize, openedName);
     }
     if (openedName) {
         *openedName = m_file.path();

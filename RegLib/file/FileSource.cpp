@@ -12,14 +12,14 @@ std::size_t CFileSource::read(char* to, std::size_t size) {
     errno = 0;
     const std::size_t got = CFileOps::current().read(to, size, m_pFile);
     if (got < size && std::ferror(m_pFile)) {
-        m_nError = std::max(errno, 1);
+        m_error = std::max(errno, 1);
     }
     return got;
 }
 
 void CFileSource::rewind() {
     std::rewind(m_pFile);
-    m_nError = 0;
+    m_error = 0;
 }
 
 std::size_t CFileSource::size() const {

@@ -13,7 +13,7 @@ public:
     explicit CFileSource(std::FILE* file) : m_pFile(file) {}
 
     std::size_t read(char* to, std::size_t size) override;
-    int error() const override { return m_nError; }
+    int error() const override { return m_error; }
     void rewind() override;
     std::size_t size() const override;
     bool wantsLines() const override;
@@ -24,7 +24,7 @@ public:
 
 private:
     std::FILE* m_pFile;
-    int m_nError = 0;
+    int m_error = 0;
     bool m_isQuiet = false;
 };
 

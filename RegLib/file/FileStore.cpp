@@ -48,7 +48,7 @@ CRegLibImplFile::CRegLibImplFile(const char* name, const char* root, CRegLib::LO
                  traceId(this), traceText(name), traceText(root));
     try {
         chooseFile(name);
-        m_pTree = makeOrThrow<CTree>(eThrowPoint::eNewRootNode);
+        m_tree = makeOrThrow<CTree>(eThrowPoint::eNewRootNode);
         m_shared.open();
         std::unique_ptr<CRegKey> rootKey = createRootKey(root);
         m_pRootKeyImpl = CRegKeyAccess::record(*rootKey);
@@ -108,7 +108,7 @@ CRegLibImplFile::~CRegLibImplFile() {
     m_shared.closeLock();
     std::free(m_pszFileName);
     m_pszFileName = nullptr;
-    m_pTree.reset();
+    m_tree.reset();
     clearAllRecords(true);
     REGLIB_TRACE(eTraceFlow, "<<<CRegLibImplFile::~CRegLibImplFile (0x%08X)\n", traceId(this));
 }

@@ -59,7 +59,7 @@ public:
     void deleteKeyHandle(unsigned long handleId) override;
     [[nodiscard]] int VQRegBeginUpdate() override;
     [[nodiscard]] int VQRegEndUpdate() override;
-    bool isUpdating() const override { return m_nUpdateDepth > 0; }
+    bool isUpdating() const override { return m_updateDepth > 0; }
     [[nodiscard]] int VQRegReload() override;
     bool isUpdatedElsewhere() const override;
     void dropInheritedUpdate() override;
@@ -70,7 +70,7 @@ public:
 
     // The header that a key called `name` gets below `parent`, which may be null.
     std::string CreateFullName(const CKeyOrValue* parent, const char* name) const {
-        return m_pTree->fullNameFor(parent, name);
+        return m_tree->fullNameFor(parent, name);
     }
 
     // The cross-process lock, which who changes something holds; COperation is the way to take it.
@@ -90,7 +90,7 @@ public:
 
     // The tree has all changes that were completed by now. In an update nobody else may write,
     // whatever somebody has written over the stamp.
-    bool isUpToDate() { return m_bUpdatePending || m_shared.isUpToDate(); }
+    bool isUpToDate() { return m_isUpdatePending || m_shared.isUpToDate(); }
 
     // Opens the file for reading, or a new temporary file for writing; `openedName`, when not null,
     // receives the name even on failure. Closing the latter puts it in the file's place, or fails
@@ -156,15 +156,15 @@ private:
                                   const Data& data, int& changed);
     std::string countedSpelling(CRegKey& key, const char* name);
 
-    std::unique_ptr<CTree> m_pTree;
+    std::unique_ptr<CTree> m_tree;
     CConfigFile m_file{this};
     CSharedState m_shared{this, m_file};
 
-    int m_nUpdateDepth = 0;         // updates begun and not ended; with the lock held
-    bool m_bUpdatePending = false;  // the tree has changes that the end of the update will write
-    bool m_isTreeAhead = false;     // it has changes of an update that this process must not write
-    bool m_isReadCutShort = false;  // the last reading ended in an error: the tree is not whole
-    std::uint64_t m_ullTextSize = 0;  // for which the next FileOpen for writing makes room
+    int m_updateDepth = 0;           // updates begun and not ended; with the lock held
+    bool m_isUpdatePending = false;  // the tree has changes that the end of the update will write
+    bool m_isTreeAhead = false;      // it has changes of an update that this process must not write
+    bool m_isReadCutShort = false;   // the last reading ended in an error: the tree is not whole
+    std::uint64_t m_textSize = 0;    // for which the next FileOpen for writing makes room
 };
 
 }  // namespace VQRegLib

@@ -58,7 +58,7 @@ int CRegLibImplFile::readOpened() {
 
 int CRegLibImplFile::ImportConfigHelper() {
     CFileSource source(m_file.file());
-    return noteMerge(mergeText(*m_pTree, source));
+    return noteMerge(mergeText(*m_tree, source));
 }
 
 // What a whole merge tells beside its code.

@@ -67,7 +67,7 @@ int CRegLibImplFile::openPath(const CRegKey& start, std::string_view path, CRegK
     }
     return operation.change([&] {
         CKeyOrValue* const found = nodeOf(start);
-        CKeyOrValue& node = found ? *found : m_pTree->root();
+        CKeyOrValue& node = found ? *found : m_tree->root();
         if (create && !operation.isLocked() && lacksKey(node, path)) {
             return COperation::kNeedsLock;
         }
@@ -79,7 +79,7 @@ bool CRegLibImplFile::lacksKey(const CKeyOrValue& start, std::string_view path) 
     const CKeyOrValue* node = &start;
     CKeyPath rest(path);
     for (std::string_view name; node && node->isKey() && rest.next(name);) {
-        node = m_pTree->findChild(*node, name);
+        node = m_tree->findChild(*node, name);
     }
     return !node;
 }
@@ -91,7 +91,7 @@ int CRegLibImplFile::walkPath(CKeyOrValue* node, std::string_view path, CRegKey&
     CKeyPath rest(path);
     for (std::string_view name; rest.next(name);) {
         result = guarded([&] {
-            CKeyOrValue* child = m_pTree->findChild(*node, name);
+            CKeyOrValue* child = m_tree->findChild(*node, name);
             if (child && !child->isKey()) {
                 return REGLIB_E_NOT_A_KEY;
             }
@@ -105,7 +105,7 @@ int CRegLibImplFile::walkPath(CKeyOrValue* node, std::string_view path, CRegKey&
                     return REGLIB_E_KEY_NOT_FOUND;
                 }
                 exists = 0;
-                child = &m_pTree->addKey(*node, name);
+                child = &m_tree->addKey(*node, name);
                 changed = true;
             }
             issueHandle(*child, name, key);
@@ -146,7 +146,7 @@ int CRegLibImplFile::VQRegDeleteKey(CRegKey& key, const char* subKey) {
             if (opened < 0) {
                 return opened;
             }
-            if (m_pTree->hasChildren(*operation.key())) {
+            if (m_tree->hasChildren(*operation.key())) {
                 return REGLIB_E_KEY_NOT_EMPTY;
             }
             if (!operation.isLocked()) {
@@ -167,18 +167,18 @@ void CRegLibImplFile::deleteNode(CKeyOrValue& node) {
         record->m_pRegLibImpl = nullptr;
     }
     m_handles.retire(id);
-    m_pTree->remove(node);
+    m_tree->remove(node);
     freeGoneNodes();
 }
 
 // Now and then, so that it costs little each time.
 void CRegLibImplFile::freeGoneNodes() {
     constexpr std::size_t kMost = 64;
-    if (m_pTree->gone() > kMost + m_pTree->size() / 8) {
+    if (m_tree->gone() > kMost + m_tree->size() / 8) {
         m_handles.orphan([](const void* node) {
             return static_cast<const CKeyOrValue*>(node)->m_state == CKeyOrValue::eGone;
         });
-        m_pTree->sweep();
+        m_tree->sweep();
     }
 }
 
@@ -189,11 +189,11 @@ int CRegLibImplFile::VQRegEnumKeys(CRegKey& key, int index, std::string& name) {
         if (result < 0) {
             return result;
         }
-        const CKeyOrValue* const child = m_pTree->childOfKind(*operation.key(), true, index);
+        const CKeyOrValue* const child = m_tree->childOfKind(*operation.key(), true, index);
         if (!child) {
             return REGLIB_E_NO_MORE_ITEMS;
         }
-        name = m_pTree->nameOf(*child);
+        name = m_tree->nameOf(*child);
         return REGLIB_OK;
     });
 }

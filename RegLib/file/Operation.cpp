@@ -17,11 +17,11 @@ namespace VQRegLib {
 CStoreLock::CStoreLock(CRegLibImplFile& store, eUnwinding unwinding, eHow how)
     : m_store(store),
       m_unwinding(unwinding),
-      m_nExceptions(std::uncaught_exceptions()),
+      m_exceptions(std::uncaught_exceptions()),
       m_nResult(how == eTry ? store.takeLock(0) : store.Lock()) {}
 
 CStoreLock::~CStoreLock() {
-    const bool unwinding = std::uncaught_exceptions() > m_nExceptions;
+    const bool unwinding = std::uncaught_exceptions() > m_exceptions;
     if (m_nResult >= 0 && (!unwinding || m_unwinding == eUnwinding::eRelease)) {
         (void)m_store.Unlock();  // whoever does not hold it any more has nothing to leave
     }

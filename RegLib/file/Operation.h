@@ -27,7 +27,7 @@ private:
     const CNoCancellation m_noCancellation;
     CRegLibImplFile& m_store;
     const eUnwinding m_unwinding;
-    const int m_nExceptions;
+    const int m_exceptions;
     const int m_nResult;
 };
 
@@ -66,11 +66,11 @@ public:
         if (m_nResult < 0) {
             return m_nResult;
         }
-        m_pKey = m_store.nodeOf(key);
-        if (!m_pKey) {
+        m_key = m_store.nodeOf(key);
+        if (!m_key) {
             return REGLIB_E_INVALID_HANDLE;
         }
-        return m_pKey->isKey() ? REGLIB_OK : REGLIB_E_NOT_A_KEY;
+        return m_key->isKey() ? REGLIB_OK : REGLIB_E_NOT_A_KEY;
     }
 
     // Finds a value of it too; its absence is no failure, a sub key in its place is one:
@@ -80,18 +80,18 @@ public:
         if (result < 0) {
             return result;
         }
-        m_pValue = m_store.m_pTree->findChild(*m_pKey, std::string_view(name));
-        return m_pValue && m_pValue->isKey() ? REGLIB_E_NOT_A_VALUE : REGLIB_OK;
+        m_value = m_store.m_tree->findChild(*m_key, std::string_view(name));
+        return m_value && m_value->isKey() ? REGLIB_E_NOT_A_VALUE : REGLIB_OK;
     }
 
     // As findValue, and REGLIB_E_NOT_FOUND without the value.
     [[nodiscard]] int findExistingValue(const CRegKey& key, const char* name) {
         const int result = findValue(key, name);
-        return result >= 0 && !m_pValue ? REGLIB_E_NOT_FOUND : result;
+        return result >= 0 && !m_value ? REGLIB_E_NOT_FOUND : result;
     }
 
-    CKeyOrValue* key() const { return m_pKey; }
-    CKeyOrValue* value() const { return m_pValue; }
+    CKeyOrValue* key() const { return m_key; }
+    CKeyOrValue* value() const { return m_value; }
 
 private:
     [[nodiscard]] int lockForChange();
@@ -99,8 +99,8 @@ private:
     CRegLibImplFile& m_store;
     std::optional<CStoreLock> m_lock;
     int m_nResult;
-    CKeyOrValue* m_pKey = nullptr;
-    CKeyOrValue* m_pValue = nullptr;
+    CKeyOrValue* m_key = nullptr;
+    CKeyOrValue* m_value = nullptr;
 };
 
 }  // namespace VQRegLib

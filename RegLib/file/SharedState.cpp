@@ -60,7 +60,7 @@ void CSharedState::open() {
     if (!m_pMutex->isOpen()) {
         REGLIB_TRACE(eTraceFlow,
                      "(Error) CRegLibImplFile::CRegLibImplFile (0x%08X), mutex failed, errno %d\n",
-                     traceId(m_pTraced), m_pMutex->error());
+                     traceId(m_traced), m_pMutex->error());
         throwAt(eThrowPoint::eNewMutex);
     }
     openBlock();
@@ -78,7 +78,7 @@ void CSharedState::openBlock() {
         REGLIB_TRACE(
             eTraceFlow,
             "(Error) CRegLibImplFile::CRegLibImplFile (0x%08X), shared memory failed, errno %d\n",
-            traceId(m_pTraced), block->error());
+            traceId(m_traced), block->error());
         throwAt(eThrowPoint::eNewSharedMemory);
     }
     m_lastLook = CPortable::GetSeconds();
@@ -94,7 +94,7 @@ void CSharedState::tellOfOlderLibrary() const try {
         REGLIB_TRACE(eTraceAlways,
                      "(Error) CRegLibImplFile::CRegLibImplFile (0x%08X), process %d has an older "
                      "version of the library, which does not respect this one's lock: restart it\n",
-                     traceId(m_pTraced), process);
+                     traceId(m_traced), process);
     }
 } catch (const std::bad_alloc&) {
     return;  // the store does not need it
@@ -173,8 +173,8 @@ std::uint64_t CSharedState::renew() {
 }
 
 void CSharedState::publish() {
-    m_pullSharedChangeStamp->store(m_ullNextStamp, std::memory_order_release);
-    m_ullLocalChangeStamp = m_ullNextStamp;
+    m_pullSharedChangeStamp->store(m_nextStamp, std::memory_order_release);
+    m_ullLocalChangeStamp = m_nextStamp;
     // Others may have got another block meanwhile; they shall hear of it too.
     if (!m_pSharedMemory->isCurrent() && hasBlock(CPSharedMemory::eTry)) {
         m_ullLocalChangeStamp = renew();
@@ -189,8 +189,8 @@ void CSharedState::markReplacing() {
 // A program that has closed all descriptors has let go of the lock. The new number is put beside the
 // lock before: should this process die in between, it costs the others no more than one reading.
 int CSharedState::replace(const std::string& temporary) {
-    m_ullNextStamp = nextStamp();
-    if (!m_pMutex->putCounter({m_ullNextStamp, m_pSharedMemory->tag()})) {
+    m_nextStamp = nextStamp();
+    if (!m_pMutex->putCounter({m_nextStamp, m_pSharedMemory->tag()})) {
         return REGLIB_E_FILE_OPEN;
     }
     markReplacing();
@@ -256,24 +256,24 @@ void CSharedState::tellWhyNoBlock(int error) {
         REGLIB_TRACE(eTraceAlways,
                      "(Error) CRegLibImplFile::Lock (0x%08X), \"%s\" is in use in another IPC "
                      "namespace\n",
-                     traceId(m_pTraced), m_file.path());
+                     traceId(m_traced), m_file.path());
     }
     REGLIB_TRACE(eTraceFlow,
                  "(Error) CRegLibImplFile::Lock (0x%08X), shared memory failed, errno %d\n",
-                 traceId(m_pTraced), error);
+                 traceId(m_traced), error);
 }
 
 void CSharedState::complainOfStopped(std::uint64_t stamp) {
     const std::uint32_t now = CPortable::GetSeconds();
-    if (stamp != m_ullOddStamp) {
-        m_ullOddStamp = stamp;
+    if (stamp != m_oddStamp) {
+        m_oddStamp = stamp;
         m_oddSince = now;
     } else if (now - m_oddSince >= kComplaintSeconds) {
         m_oddSince = now;
         REGLIB_TRACE(eTraceAlways,
                      "(Error) CRegLibImplFile::ImportConfig (0x%08X), a writer of \"%s\" has been "
                      "stopped\n",
-                     traceId(m_pTraced), m_file.path());
+                     traceId(m_traced), m_file.path());
     }
 }
 

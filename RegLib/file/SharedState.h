@@ -22,7 +22,7 @@ public:
     static constexpr unsigned long kInfinite = CPMutex::kInfinite;
 
     // `traced`: whose address the trace lines bear.
-    CSharedState(const void* traced, CConfigFile& file) : m_pTraced(traced), m_file(file) {}
+    CSharedState(const void* traced, CConfigFile& file) : m_traced(traced), m_file(file) {}
 
     // Opens lock and stamp of the file, whose path is set, or throws VQException. They are closed one
     // by one.
@@ -98,19 +98,19 @@ private:
 
     static constexpr std::uint32_t kNeverLooked = 0xFFFFFFFF;
 
-    const void* const m_pTraced;
+    const void* const m_traced;
     CConfigFile& m_file;
     std::optional<CSharedPath> m_path;
     std::unique_ptr<CPMutex> m_pMutex;
     std::unique_ptr<CPSharedMemory> m_pSharedMemory;
     std::atomic<std::uint64_t>* m_pullSharedChangeStamp = nullptr;
     std::uint64_t m_ullLocalChangeStamp = 0;
-    std::uint64_t m_ullNextStamp = 0;  // of the replacement that is under way
+    std::uint64_t m_nextStamp = 0;  // of the replacement that is under way
     static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
 
     std::uint32_t m_lastLook = kNeverLooked;  // at the block; kNeverLooked also when it is lost
     std::uint32_t m_blockTold = 0;            // when an error line said that it cannot be had
-    std::uint64_t m_ullOddStamp = 0;
+    std::uint64_t m_oddStamp = 0;
     std::uint32_t m_oddSince = 0;
 };
 

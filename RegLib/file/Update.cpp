@@ -37,7 +37,7 @@ int CRegLibImplFile::VQRegBeginUpdate() {
             return REGLIB_E_FILE_OPEN;  // its end could write nothing
         }
         const int kept = Lock();  // once more, and kept
-        if (kept >= 0 && m_nUpdateDepth++ == 0) {
+        if (kept >= 0 && m_updateDepth++ == 0) {
             ++m_openUpdates;
             m_shared.noteHolding();
         }
@@ -46,12 +46,12 @@ int CRegLibImplFile::VQRegBeginUpdate() {
 }
 
 int CRegLibImplFile::VQRegEndUpdate() {
-    if (m_nUpdateDepth == 0) {
+    if (m_updateDepth == 0) {
         return REGLIB_E_FAIL;
     }
-    m_openUpdates -= --m_nUpdateDepth == 0 ? 1 : 0;
+    m_openUpdates -= --m_updateDepth == 0 ? 1 : 0;
     const int result = guarded([this] {
-        const bool write = m_nUpdateDepth == 0 && std::exchange(m_bUpdatePending, false);
+        const bool write = m_updateDepth == 0 && std::exchange(m_isUpdatePending, false);
         return write ? ExportConfig() : REGLIB_OK;
     });
     (void)Unlock();  // the answer is whether the changes were written
@@ -89,12 +89,12 @@ int CRegLibImplFile::refuseDuringOthersUpdate() const {
 // A child of fork has the update of its parent in its tree, and the parent may yet fail to write it,
 // or write more: the child begins again from the file.
 void CRegLibImplFile::dropInheritedUpdate() {
-    if (m_nUpdateDepth == 0) {
+    if (m_updateDepth == 0) {
         return;
     }
-    m_nUpdateDepth = 0;
+    m_updateDepth = 0;
     --m_openUpdates;
-    m_isTreeAhead = std::exchange(m_bUpdatePending, false) || m_isTreeAhead;
+    m_isTreeAhead = std::exchange(m_isUpdatePending, false) || m_isTreeAhead;
     if (m_isTreeAhead) {
         m_shared.adopt(0);
     }
@@ -111,10 +111,10 @@ int CRegLibImplFile::readAnew() {
     if (result != REGLIB_E_END_OF_FILE || m_isReadCutShort) {
         return result;
     }
-    m_pTree->reduceTo(fresh);
+    m_tree->reduceTo(fresh);
     source.rewind();
     source.beQuiet();
-    const CMergeResult again = mergeText(*m_pTree, source);
+    const CMergeResult again = mergeText(*m_tree, source);
     m_isReadCutShort = again.readError != 0;
     m_isTreeAhead = again.code != REGLIB_E_END_OF_FILE || m_isReadCutShort;
     freeGoneNodes();
@@ -123,8 +123,8 @@ int CRegLibImplFile::readAnew() {
 
 // What an operation calls when it has changed the tree.
 int CRegLibImplFile::commitChange() {
-    if (m_nUpdateDepth > 0) {
-        m_bUpdatePending = true;
+    if (m_updateDepth > 0) {
+        m_isUpdatePending = true;
         return REGLIB_OK;
     }
     return ExportConfig();

@@ -79,7 +79,7 @@ int CRegLibImplFile::changeValue(COperation& operation, CRegKey& key, const char
     const CKeyOrValue* const old = operation.value();
     const bool keepsSpelling = old && Data::kKeepsSpelling;
     const bool isSame = old && old->m_eDataType == Data::kType &&
-                        data.isIn(old->line(), keepsSpelling ? m_pTree->nameOf(*old) : name);
+                        data.isIn(old->line(), keepsSpelling ? m_tree->nameOf(*old) : name);
     if (!isSame && !operation.isLocked()) {
         return COperation::kNeedsLock;
     }
@@ -97,10 +97,10 @@ int CRegLibImplFile::changeValue(COperation& operation, CRegKey& key, const char
     }
     CKeyOrValue* const value = operation.value();
     if (!value) {
-        m_pTree->addValue(*operation.key(), name, Data::kType, data.line(name));
+        m_tree->addValue(*operation.key(), name, Data::kType, data.line(name));
     } else {
-        const std::string_view kept = spelling.empty() ? m_pTree->nameOf(*value) : spelling;
-        m_pTree->setValue(*value, Data::kType, data.line(keepsSpelling ? kept : name));
+        const std::string_view kept = spelling.empty() ? m_tree->nameOf(*value) : spelling;
+        m_tree->setValue(*value, Data::kType, data.line(keepsSpelling ? kept : name));
     }
     changed = 1;
     return commitChange();
@@ -147,7 +147,7 @@ int CRegLibImplFile::VQRegQueryValue(CRegKey& key, const char* valueName, CRegLi
             CKeyOrValue& value = *operation.value();
             type = value.type();
             const CDataBuffer room{buffer, buffer ? *size : 0, size};
-            result = type == CRegLib::eDword ? giveNumber(m_pTree->dwordOf(value), room)
+            result = type == CRegLib::eDword ? giveNumber(m_tree->dwordOf(value), room)
                                              : giveData(value.line(), type, room);
         }
     } catch (...) {
@@ -181,7 +181,7 @@ int CRegLibImplFile::VQRegDeleteValue(CRegKey& key, const char* valueName) {
             if (!operation.isLocked()) {
                 return COperation::kNeedsLock;
             }
-            m_pTree->remove(*operation.value());
+            m_tree->remove(*operation.value());
             freeGoneNodes();
             return commitChange();
         });
@@ -196,11 +196,11 @@ int CRegLibImplFile::VQRegEnumValues(CRegKey& key, int index, std::string& name,
         if (result < 0) {
             return result;
         }
-        const CKeyOrValue* const child = m_pTree->childOfKind(*operation.key(), false, index);
+        const CKeyOrValue* const child = m_tree->childOfKind(*operation.key(), false, index);
         if (!child) {
             return REGLIB_E_NO_MORE_ITEMS;
         }
-        name = m_pTree->nameOf(*child);
+        name = m_tree->nameOf(*child);
         type = child->type();
         return REGLIB_OK;
     });

@@ -24,7 +24,7 @@ CHandleTable::Chunk& CHandleTable::chunkOf(std::uint32_t id) {
         m_chunks.resize(at + 1);
     }
     if (!m_chunks[at]) {
-        m_chunks[at] = m_pSpare ? std::move(m_pSpare) : std::make_unique<Chunk>();
+        m_chunks[at] = m_spare ? std::move(m_spare) : std::make_unique<Chunk>();
     }
     return *m_chunks[at];
 }
@@ -51,7 +51,7 @@ void CHandleTable::advance() {
 // An empty chunk is as good as a new one.
 void CHandleTable::dropIfEmpty(std::size_t at) {
     if (at < m_chunks.size() && m_chunks[at] && m_chunks[at]->used == 0) {
-        m_pSpare = std::move(m_chunks[at]);
+        m_spare = std::move(m_chunks[at]);
     }
 }
 

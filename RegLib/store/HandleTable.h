@@ -91,7 +91,7 @@ private:
     void dropIfEmpty(std::size_t at);
 
     std::vector<std::unique_ptr<Chunk>> m_chunks;  // null where no id is in use
-    std::unique_ptr<Chunk> m_pSpare;  // for who opens and closes one key after the other
+    std::unique_ptr<Chunk> m_spare;  // for who opens and closes one key after the other
     std::uint32_t m_ulNextHandleId = 1;
     std::size_t m_size = 0;
     std::size_t m_first = 0;  // no chunk before it has an id in use

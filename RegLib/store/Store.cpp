@@ -99,7 +99,7 @@ void CRegLibImpl::DeleteRegWatcherThread() {
     {
         const CCritSecGuard guard(m_watcherLock, __LINE__);
         watcher = m_pWatcherThread;
-        m_bWatcherEnded = true;
+        m_hasWatcherEnded = true;
     }
     if (watcher) {
         CRegWatcherThread::end(watcher);

@@ -122,7 +122,7 @@ public:
 
     CRegWatcherThread* m_pWatcherThread GUARDED_BY(m_watcherLock);
     CPCritSec m_watcherLock;
-    bool m_bWatcherEnded GUARDED_BY(m_watcherLock) = false;  // the store is being destroyed
+    bool m_hasWatcherEnded GUARDED_BY(m_watcherLock) = false;  // the store is being destroyed
 
 protected:
     // Clears every record in the table, and deletes those that no handle reaches.

@@ -105,8 +105,8 @@ CRegLibTrace::~CRegLibTrace() {
 }
 
 void CRegLibTrace::setDirectory(const char* directory) {
-    std::strncpy(m_szDirectory, directory, kDirectoryLimit);
-    m_szDirectory[kDirectoryLimit] = '\0';
+    std::strncpy(m_directory, directory, kDirectoryLimit);
+    m_directory[kDirectoryLimit] = '\0';
 }
 
 void CRegLibTrace::getCurTime(std::tm* out) {
@@ -155,7 +155,7 @@ void CRegLibTrace::afterForkInChild() {
 
 std::FILE* CRegLibTrace::openFileOfDay(const std::tm& now) const {
     char name[kNameSize];
-    if (std::snprintf(name, sizeof name, "%sRegLibTrace%s-%02d%02d%02d.Log", m_szDirectory, "",
+    if (std::snprintf(name, sizeof name, "%sRegLibTrace%s-%02d%02d%02d.Log", m_directory, "",
                       now.tm_year % 100, now.tm_mon + 1, now.tm_mday) < 0) {
         return nullptr;
     }

@@ -74,7 +74,7 @@ private:
     std::atomic<std::FILE*> m_pFile{nullptr};
     std::atomic<Attempt> m_lastAttempt{Attempt{0, 0}};
     static_assert(std::atomic<Attempt>::is_always_lock_free);
-    char m_szDirectory[256] = {};
+    char m_directory[256] = {};
     std::atomic<bool> m_opening{false};
     std::atomic<int> m_writers{0};     // threads that may be using m_pFile
     VQRegLib::CAppendedFile m_opened;  // what the library last put there

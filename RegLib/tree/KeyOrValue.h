@@ -21,11 +21,11 @@ class CKeyOrValue {
 public:
     // A key's or a value's line in the file, without its end; the tree root has none. It lies in the
     // text that the tree keeps.
-    std::string_view line() const { return {m_pLine, m_lineSize}; }
+    std::string_view line() const { return {m_line, m_lineSize}; }
     bool isKey() const { return m_iIsKey != 0; }
     CRegLib::eDataType type() const { return static_cast<CRegLib::eDataType>(m_eDataType); }
 
-    const char* m_pLine = "";
+    const char* m_line = "";
     std::uint32_t m_lineSize = 0;
 
     // Where in the line the name stands, as it was created; kNameApart where it stands elsewhere.

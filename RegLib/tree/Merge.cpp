@@ -173,23 +173,23 @@ int CMerge::line(std::string_view line) {
     if (!line.empty() && line.front() == '[') {
         return keyLine(line);
     }
-    return m_pCurrent ? valueLine(line) : REGLIB_E_BAD_FORMAT;
+    return m_current ? valueLine(line) : REGLIB_E_BAD_FORMAT;
 }
 
 bool CMerge::isOfThisText(const CKeyOrValue& of) const {
-    return m_tree.m_text.isInBlocksFrom(m_firstBlock, of.m_pLine);
+    return m_tree.m_text.isInBlocksFrom(m_firstBlock, of.m_line);
 }
 
 // An existing key keeps the line that it was made with.
 void CMerge::useKeyLine(CKeyOrValue& key, std::string_view line) {
     m_isOneToOne = m_isOneToOne && key.line() == line && !isOfThisText(key);
     if (m_isOneToOne) {
-        key.m_pLine = line.data();
+        key.m_line = line.data();
     }
 }
 
 int CMerge::keyLine(std::string_view line) {
-    m_pCurrent = nullptr;
+    m_current = nullptr;
     std::string_view path;
     const int result = parseKeyLine(line, path);
     if (result < 0) {
@@ -211,7 +211,7 @@ int CMerge::keyLine(std::string_view line) {
         m_isOneToOne = m_isOneToOne && m_tree.hasLine(*at) && at->isKey();
     }
     const bool hasName = at != &m_tree.root();
-    m_pCurrent = hasName ? at : nullptr;
+    m_current = hasName ? at : nullptr;
     m_isOneToOne = m_isOneToOne && hasName && made <= 1;
     if (hasName && made == 0) {
         useKeyLine(*at, line);
@@ -225,10 +225,10 @@ int CMerge::valueLine(std::string_view line) {
     if (result < 0) {
         return result;
     }
-    m_isOneToOne = m_isOneToOne && m_pCurrent->isKey();
+    m_isOneToOne = m_isOneToOne && m_current->isKey();
     const CHashedName hashed(parts.name);
-    const bool isLast = m_tree.isBehindAll(*m_pCurrent, hashed);
-    CKeyOrValue* const old = isLast ? nullptr : m_tree.findChild(*m_pCurrent, hashed);
+    const bool isLast = m_tree.isBehindAll(*m_current, hashed);
+    CKeyOrValue* const old = isLast ? nullptr : m_tree.findChild(*m_current, hashed);
     if (old && !old->isKey() && !m_tree.hasChildren(*old)) {
         // Nothing can tell it from a new node, and a process that reads a million foreign changes
         // does not grow.
@@ -242,9 +242,9 @@ int CMerge::valueLine(std::string_view line) {
         m_isOneToOne = false;
         m_tree.displaceBy(*old, value, hashed);
     } else if (isLast) {
-        m_tree.linkAt(CTree::kBehindAll, *m_pCurrent, value, hashed);
+        m_tree.linkAt(CTree::kBehindAll, *m_current, value, hashed);
     } else {
-        m_tree.link(*m_pCurrent, value, hashed);
+        m_tree.link(*m_current, value, hashed);
     }
     return REGLIB_OK;
 }

@@ -36,7 +36,7 @@ private:
     std::size_t m_firstBlock = 0;            // of this text
     std::size_t m_read = 0;                  // bytes
     std::vector<std::string_view> m_blocks;  // the text
-    CKeyOrValue* m_pCurrent = nullptr;
+    CKeyOrValue* m_current = nullptr;
 
     // Each line so far has been one node's, and has made it what it is. Where that holds for a whole
     // text, a later one can be compared with it line by line.

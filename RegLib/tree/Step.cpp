@@ -172,7 +172,7 @@ CStep::eOutcome CStep::keyLine(std::string_view line) {
     if (!at->isKey() || at->line() != line) {
         return eOutOfStep;
     }
-    const CTreeText::CPlace place = m_text.placeOf(at->m_pLine);
+    const CTreeText::CPlace place = m_text.placeOf(at->m_line);
     if (!m_text.isEnd(place)) {
         return isBefore(m_place, place) ? skipTo(place) : eOutOfStep;
     }
@@ -204,7 +204,7 @@ CStep::eOutcome CStep::valueLine(std::string_view line) {
 
 CStep::eOutcome CStep::replace(CKeyOrValue& value, std::string_view line, std::string_view name,
                                CRegLib::eDataType type) {
-    const CTreeText::CPlace place = m_text.placeOf(value.m_pLine);
+    const CTreeText::CPlace place = m_text.placeOf(value.m_line);
     const bool isBack = m_text.isEnd(place);  // after a time in which the file did not have it
     if (isBefore(m_place, place) && !isBack) {
         return skipTo(place);
@@ -234,12 +234,12 @@ CStep::eOutcome CStep::gain(const CKeyOrValue& added) {
     if (m_tree.m_isOrdered) {
         const CKeyOrValue* const before = m_tree.lineBefore(added);
         const CTreeText::CPlace place =
-            before ? m_text.advanced(m_text.placeOf(before->m_pLine), before->m_lineSize + 1)
+            before ? m_text.advanced(m_text.placeOf(before->m_line), before->m_lineSize + 1)
                    : CTreeText::CPlace{};
         m_tree.m_isOrdered =
             before && place.piece == m_place.piece && place.offset == m_place.offset;
     }
-    m_text.splice(m_place, m_place, {added.m_pLine, added.m_lineSize + std::size_t{1}});
+    m_text.splice(m_place, m_place, {added.m_line, added.m_lineSize + std::size_t{1}});
     if (m_text.isKnown()) {
         m_place = m_text.advanced(m_place, added.m_lineSize + std::size_t{1});
     }

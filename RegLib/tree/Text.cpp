@@ -181,7 +181,7 @@ char* CTree::writeLines(char* at) {
     const bool isChecked = !m_isFaithful;
     const auto write = [&](CKeyOrValue& of) {
         of.line().copy(at, of.m_lineSize);
-        of.m_pLine = at;
+        of.m_line = at;
         at += of.m_lineSize;
         *at++ = '\n';
         isFaithful = isFaithful && (!isChecked || isReadBack(of));
@@ -218,8 +218,8 @@ char* CTree::writeLines(char* at) {
 // are dropped.
 void CTree::keepLinesOutside(std::size_t firstBlock) {
     m_nodes.forEach([&](CKeyOrValue& of) {
-        if (of.m_lineSize > 0 && !m_text.isInBlocksFrom(firstBlock, of.m_pLine)) {
-            of.m_pLine = m_text.keep(of.line());
+        if (of.m_lineSize > 0 && !m_text.isInBlocksFrom(firstBlock, of.m_line)) {
+            of.m_line = m_text.keep(of.line());
         }
     });
     m_text.settle();

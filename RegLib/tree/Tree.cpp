@@ -129,7 +129,7 @@ void CTree::nameInLine(CKeyOrValue& of, std::string_view line, std::string_view 
     } else {
         m_namesApart.insert_or_assign(of.m_number, std::string(name));
         of.m_nameAt = CKeyOrValue::kNameApart;
-        of.m_pLine = line.data();
+        of.m_line = line.data();
         of.m_lineSize = static_cast<std::uint32_t>(line.size());
     }
 }
@@ -247,13 +247,13 @@ void CTree::setValue(CKeyOrValue& value, CRegLib::eDataType type, std::string_vi
     }
     if (isInPlace) {
         // All text is the tree's own memory, and nobody else looks at this line.
-        line.copy(const_cast<char*>(value.m_pLine), line.size());
+        line.copy(const_cast<char*>(value.m_line), line.size());
     } else {
         const std::string_view kept(m_text.keep(line), line.size());
         if (m_isOrdered) {
             m_text.replace(old, kept);
         }
-        value.m_pLine = kept.data();
+        value.m_line = kept.data();
         value.m_lineSize = static_cast<std::uint32_t>(kept.size());
         value.m_nameAt = isInside ? 1 : CKeyOrValue::kNameApart;
         value.m_nameSize = static_cast<std::uint32_t>(name.size());

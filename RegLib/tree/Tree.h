@@ -47,7 +47,7 @@ public:
     // As it was created. Valid until the tree changes.
     std::string_view nameOf(const CKeyOrValue& of) const {
         return of.m_nameAt != CKeyOrValue::kNameApart
-                   ? std::string_view(of.m_pLine + of.m_nameAt, of.m_nameSize)
+                   ? std::string_view(of.m_line + of.m_nameAt, of.m_nameSize)
                    : nameApart(of);
     }
 
@@ -123,21 +123,21 @@ private:
     // A node that is about to be linked; it goes back unless it is.
     class CNewNode {
     public:
-        explicit CNewNode(CTree& tree) : m_tree(tree), m_pNode(&tree.m_nodes.take()) {}
+        explicit CNewNode(CTree& tree) : m_tree(tree), m_node(&tree.m_nodes.take()) {}
         ~CNewNode() {
-            if (m_pNode) {
-                m_tree.free(*m_pNode);
+            if (m_node) {
+                m_tree.free(*m_node);
             }
         }
         CNewNode(const CNewNode&) = delete;
         CNewNode& operator=(const CNewNode&) = delete;
-        CKeyOrValue& operator*() const { return *m_pNode; }
-        CKeyOrValue* operator->() const { return m_pNode; }
-        void release() { m_pNode = nullptr; }
+        CKeyOrValue& operator*() const { return *m_node; }
+        CKeyOrValue* operator->() const { return m_node; }
+        void release() { m_node = nullptr; }
 
     private:
         CTree& m_tree;
-        CKeyOrValue* m_pNode;
+        CKeyOrValue* m_node;
     };
 
     std::uint32_t decoded(CKeyOrValue& value) const;
@@ -161,7 +161,7 @@ private:
     static void nameWithin(CKeyOrValue& of, std::string_view line, std::string_view name) {
         of.m_nameAt = static_cast<std::uint32_t>(name.data() - line.data());
         of.m_nameSize = static_cast<std::uint32_t>(name.size());
-        of.m_pLine = line.data();
+        of.m_line = line.data();
         of.m_lineSize = static_cast<std::uint32_t>(line.size());
     }
 

@@ -45,12 +45,12 @@ extern "C" const char* __tsan_default_options() {
 
 namespace {
 
-constexpr unsigned kPatienceSeconds = 60;
+constexpr unsigned kForkPatienceSeconds = 60;
 
 class HandlerFork : public vqtest::WatchedStore {
 protected:
     void SetUp() override {
-        ::alarm(kPatienceSeconds + 30);
+        ::alarm(kForkPatienceSeconds + 30);
         WatchedStore::SetUp();
     }
 
@@ -76,7 +76,7 @@ TEST_F(HandlerFork, AChildMayUseAndCloseWhatItInherits) {
     Handler handler;
     watch(handler);
     ForkedChild child([&] {
-        ::alarm(kPatienceSeconds);
+        ::alarm(kForkPatienceSeconds);
         if (setNumber(*session, "Number", 11) != REGLIB_OK || vqtest::threads().size() != 1) {
             return 1;
         }
@@ -101,7 +101,7 @@ TEST_F(HandlerFork, AParentsHandlersAreNotCalledInTheChild) {
     Handler handler([&] { ++callsHere; });
     watch(handler);
     ForkedChild child([&] {
-        ::alarm(kPatienceSeconds);
+        ::alarm(kForkPatienceSeconds);
         const auto other = openSession(file.path(), "Other");
         return isCalledFor(*other) && callsHere == 0 ? 0 : 1;
     });
@@ -113,7 +113,7 @@ TEST_F(HandlerFork, AChildMayRegisterItsOwnOnANewStore) {
     Handler handler;
     watch(handler);
     ForkedChild child([&] {
-        ::alarm(kPatienceSeconds);
+        ::alarm(kForkPatienceSeconds);
         return isCalledFor(*openSession(file.path(), "Other")) ? 0 : 1;
     });
     EXPECT_EQ(child.wait(), 0);
@@ -123,7 +123,7 @@ TEST_F(HandlerFork, AChildMayRegisterItsOwnOnAnInheritedStore) {
     Handler handler;
     watch(handler);
     ForkedChild child([&] {
-        ::alarm(kPatienceSeconds);
+        ::alarm(kForkPatienceSeconds);
         return isCalledFor(*session) ? 0 : 1;
     });
     EXPECT_EQ(child.wait(), 0);
@@ -133,7 +133,7 @@ TEST_F(HandlerFork, AChildMayRegisterItsOwnOnAFileThatTheParentWatches) {
     Handler handler;
     watch(handler);
     ForkedChild child([&] {
-        ::alarm(kPatienceSeconds);
+        ::alarm(kForkPatienceSeconds);
         session.reset();
         return isCalledFor(*openSession(file.path())) ? 0 : 1;
     });
@@ -147,7 +147,7 @@ TEST_F(HandlerFork, AChildMadeWhileAHandlerRunsMayOpenSetAndExit) {
     announceChange();
     ASSERT_TRUE(handler.waitBegun(1));
     ForkedChild child([&] {
-        ::alarm(kPatienceSeconds / 4);
+        ::alarm(kForkPatienceSeconds / 4);
         auto other = openSession(file.path(), "Other");
         const bool isSet = setNumber(*other, "Number", 12) == REGLIB_OK &&
                            setNumber(*session, "Number", 13) == REGLIB_OK;
@@ -207,7 +207,7 @@ TEST_F(HandlerFork, AHandlerMayFork) {
             sigset_t none;
             sigemptyset(&none);
             ::pthread_sigmask(SIG_SETMASK, &none, nullptr);
-            ::alarm(kPatienceSeconds / 4);
+            ::alarm(kForkPatienceSeconds / 4);
             const bool isSet = setNumber(*session, "Number", 14) == REGLIB_OK;
             return isSet ? 0 : 1;
         });
@@ -228,7 +228,7 @@ TEST_F(HandlerFork, ChildrenOfAProcessThatIsBeingNotifiedMayUseIt) {
     Handler handler;
     watch(handler);
     ForkedChild sender([&] {
-        ::alarm(kPatienceSeconds);
+        ::alarm(kForkPatienceSeconds);
         const auto own = openSession(file.path(), "Sender");
         for (;;) {
             own->SendRegistryChangeNotification();
@@ -238,7 +238,7 @@ TEST_F(HandlerFork, ChildrenOfAProcessThatIsBeingNotifiedMayUseIt) {
     int failures = 0;
     for (int i = 0; i < 200 && failures == 0; ++i) {
         ForkedChild child([&] {
-            ::alarm(kPatienceSeconds / 4);
+            ::alarm(kForkPatienceSeconds / 4);
             const auto other = openSession(file.path(), "Other");
             session->ClrRegistryChangeHandler(&handler);
             session.reset();

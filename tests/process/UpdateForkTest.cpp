@@ -22,7 +22,7 @@ using vqtest::TempStore;
 
 namespace {
 
-constexpr unsigned kPatienceSeconds = 30;
+constexpr unsigned kUpdatePatienceSeconds = 30;
 
 class UpdateFork : public testing::Test {
 protected:
@@ -55,7 +55,7 @@ TEST_F(UpdateFork, TheChildHasNoUpdate) {
     {
         CRegUpdate inner(session);
         ForkedChild child([&] {
-            ::alarm(kPatienceSeconds);
+            ::alarm(kUpdatePatienceSeconds);
             if (inner.end() != REGLIB_E_FAIL || update.end() != REGLIB_E_FAIL) {
                 return 1;
             }
@@ -82,7 +82,7 @@ TEST_F(UpdateFork, TheChildGoesOnAfterTheUpdateFromWhatItWrote) {
         CRegKey passing;
         ASSERT_EQ(session.VQRegCreateKey(nullptr, "PassingKey", passing, 1), REGLIB_OK);
         child = std::make_unique<ForkedChild>([&] {
-            ::alarm(kPatienceSeconds);
+            ::alarm(kUpdatePatienceSeconds);
             // Before the update's end a read waits for nobody: it finds the file as it was.
             const bool isRight =
                 vqtest::waitUntil([&] { return isOver->load(); }) && number(key, "A") == 3 &&
@@ -109,7 +109,7 @@ TEST_F(UpdateFork, TheChildOfAParentThatDiesHasNothingOfItsUpdate) {
         CRegLib own(store.path().c_str(), "Own", CRegLib::eLocationDefault, nullptr);
         const bool begun = own.VQRegBeginUpdate() >= 0 && set(own, "Half", 1) >= 0;
         if (begun && ::fork() == 0) {
-            ::alarm(kPatienceSeconds);
+            ::alarm(kUpdatePatienceSeconds);
             *isForked = true;
             *outcome = set(own, "Whole", 1) == REGLIB_OK ? 1 : -1;
             ::_exit(0);
@@ -133,7 +133,7 @@ TEST_F(UpdateFork, TheChildMayBeginOneOfItsOwn) {
         const CRegUpdate update(session);
         ASSERT_EQ(set("A", 1), REGLIB_OK);
         child = std::make_unique<ForkedChild>([&] {
-            ::alarm(kPatienceSeconds);
+            ::alarm(kUpdatePatienceSeconds);
             CRegUpdate own(session);
             return own.result() == REGLIB_OK && set("B", 2) == REGLIB_OK && own.end() == REGLIB_OK
                        ? 0
@@ -171,7 +171,7 @@ TEST_F(UpdateFork, AChildThatInheritsTheDirectoryHalfChangedIsRefusedEverything)
     int status = 0;
     for (int attempt = 0; attempt < 100 && status == 0; ++attempt) {
         ForkedChild child([&] {
-            ::alarm(kPatienceSeconds);
+            ::alarm(kUpdatePatienceSeconds);
             CRegLib fresh(store.path().c_str(), "Fresh", CRegLib::eLocationDefault, nullptr);
             const bool isRefused = fresh.RootKey() == nullptr && session.RootKey() == nullptr &&
                                    session.VQRegReload() == REGLIB_E_FAIL &&

@@ -37,7 +37,7 @@ public:
 
     explicit CFileStoreProbe(CRegLibImplFile& store) : m_store(store) {}
 
-    CTree& tree() const { return *m_store.m_pTree; }
+    CTree& tree() const { return *m_store.m_tree; }
     CKeyOrValue& treeRoot() const { return tree().root(); }
     std::string nameOf(const CKeyOrValue& node) const { return std::string(tree().nameOf(node)); }
     std::size_t childrenOf(const CKeyOrValue& node) const {

@@ -12,7 +12,7 @@ using vqtest::TempStore;
 using vqtest::TerminalProcess;
 using vqtest::TerminalResult;
 using vqtest::terminal::kInterrupted;
-using vqtest::terminal::kText;
+using vqtest::terminal::kTerminalText;
 using vqtest::terminal::shows;
 using vqtest::terminal::Terminal;
 
@@ -45,11 +45,11 @@ protected:
 TEST_F(TerminalEdit, AsksAfterTheDifference) {
     TerminalProcess command = edit(kChange);
     command.expect(question);
-    EXPECT_EQ(kText, file.read());
+    EXPECT_EQ(kTerminalText, file.read());
     command.type("y\n");
     EXPECT_EQ(command.finish(), shows(difference + question + "y\n"));
     EXPECT_EQ(changed, file.read());
-    EXPECT_EQ(kText, file.readBackup());
+    EXPECT_EQ(kTerminalText, file.readBackup());
     EXPECT_EQ("", leftText());
 }
 
@@ -65,7 +65,7 @@ TEST_F(TerminalEdit, KeepsTheTextWithoutAYes) {
                                   leftText() + "\n",
                               "", ""}),
               result);
-    EXPECT_EQ(kText, file.read());
+    EXPECT_EQ(kTerminalText, file.read());
     EXPECT_EQ(changed, vqtest::readFile(leftText()));
 }
 
@@ -82,7 +82,7 @@ TEST_F(TerminalEdit, OffersTheEditorAgainForAMalformedText) {
              again + "; sed -i s/string:b/badc/ \"$1\"; fi; }; f");
     command.expect(":4:9: error: ");
     command.expect(": the text is malformed\nvqreg: Edit the text again? [y/N] ");
-    EXPECT_EQ(kText, file.read());
+    EXPECT_EQ(kTerminalText, file.read());
     command.type("y\n");
     command.expect("y\n" + difference + question);
     command.type("y\n");
@@ -99,7 +99,7 @@ TEST_F(TerminalEdit, KeepsAMalformedTextThatIsNotEditedAgain) {
     EXPECT_EQ(4, result.status);
     EXPECT_THAT(result.screen, HasSubstr("; the edited text is in " + leftText() + "\n"));
     EXPECT_THAT(vqtest::readFile(leftText()), HasSubstr("\"a\"=bad"));
-    EXPECT_EQ(kText, file.read());
+    EXPECT_EQ(kTerminalText, file.read());
 }
 
 TEST_F(TerminalEdit, RefusesWhenTheStoreChangesBeforeTheAnswer) {
@@ -130,7 +130,7 @@ TEST_F(TerminalEdit, TellsWhereTheTextIsWhenInterrupted) {
                               "", ""}),
               result);
     EXPECT_EQ(changed, vqtest::readFile(leftText()));
-    EXPECT_EQ(kText, file.read());
+    EXPECT_EQ(kTerminalText, file.read());
 }
 
 TEST_F(TerminalEdit, LeavesInterruptsToTheEditor) {

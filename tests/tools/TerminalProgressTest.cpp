@@ -13,7 +13,7 @@ using vqtest::TerminalProcess;
 using vqtest::TerminalResult;
 using vqtest::TerminalStreams;
 using vqtest::terminal::kInterrupted;
-using vqtest::terminal::kText;
+using vqtest::terminal::kTerminalText;
 using vqtest::terminal::shows;
 using vqtest::terminal::Terminal;
 
@@ -98,6 +98,6 @@ TEST_F(TerminalProgress, GivesWayToTheMessageOfAnInterrupt) {
     EXPECT_EQ(-SIGINT, result.status);
     EXPECT_TRUE(result.screen.ends_with(std::string("\r\x1b[K") + kInterrupted))
         << result.screen.substr(result.screen.size() - 200);
-    EXPECT_EQ(kText, file.read());
+    EXPECT_EQ(kTerminalText, file.read());
     EXPECT_FALSE(file.backupExists());
 }

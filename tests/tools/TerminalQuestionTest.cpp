@@ -12,7 +12,7 @@ using vqtest::TerminalProcess;
 using vqtest::TerminalResult;
 using vqtest::terminal::declined;
 using vqtest::terminal::kInterrupted;
-using vqtest::terminal::kText;
+using vqtest::terminal::kTerminalText;
 using vqtest::terminal::shows;
 using vqtest::terminal::Terminal;
 
@@ -36,13 +36,13 @@ TEST_F(TerminalRm, TakesEveryOtherAnswerForNo) {
     for (const std::string keys : {"n\n", "\n", "yo\n", "no\n"}) {
         EXPECT_EQ(answer({"rm", "Sub", "a"}, question, keys), declined(question + keys, "removed"));
     }
-    EXPECT_EQ(kText, file.read());
+    EXPECT_EQ(kTerminalText, file.read());
 }
 
 TEST_F(TerminalRm, TakesTheEndOfInputForNoAndEndsTheLine) {
     EXPECT_EQ(answer({"rm", "Sub", "a"}, question, TerminalProcess::kEndOfInput),
               declined(question + "\n", "removed"));
-    EXPECT_EQ(kText, file.read());
+    EXPECT_EQ(kTerminalText, file.read());
 }
 
 TEST_F(TerminalRm, DoesNotAskWithForce) {
@@ -82,7 +82,7 @@ protected:
 TEST_F(TerminalRestore, AsksAfterTheDifference) {
     EXPECT_EQ(answer({"--color=never", "restore"}, question(), "y\n"),
               shows(difference + question() + "y\n"));
-    EXPECT_EQ(kText, file.read());
+    EXPECT_EQ(kTerminalText, file.read());
 }
 
 TEST_F(TerminalRestore, ColoursTheDifference) {
@@ -99,7 +99,7 @@ TEST_F(TerminalRestore, LeavesTheStoreWithoutAYes) {
 
 TEST_F(TerminalRestore, DoesNotAskWithForce) {
     EXPECT_EQ(start({"--color=never", "restore", "-f"}).finish(), shows(difference));
-    EXPECT_EQ(kText, file.read());
+    EXPECT_EQ(kTerminalText, file.read());
 }
 
 TEST_F(TerminalRestore, LeavesTheStoreWhenInterrupted) {
@@ -109,5 +109,5 @@ TEST_F(TerminalRestore, LeavesTheStoreWhenInterrupted) {
     EXPECT_EQ((TerminalResult{-SIGINT, difference + question() + "\n" + kInterrupted, "", ""}),
               command.interrupt());
     EXPECT_EQ(before, file.read());
-    EXPECT_EQ(kText, file.readBackup());
+    EXPECT_EQ(kTerminalText, file.readBackup());
 }

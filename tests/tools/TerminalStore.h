@@ -12,7 +12,7 @@
 
 namespace vqtest::terminal {
 
-inline const std::string kText =
+inline const std::string kTerminalText =
     "[Velquist]\n"
     "\"Port\"=dword:00000050\n"
     "[Velquist/Sub]\n"
@@ -34,7 +34,7 @@ inline TerminalResult declined(const std::string& screen, const std::string& don
 
 class Terminal : public VqregStore {
 protected:
-    Terminal() { file.write(kText); }
+    Terminal() { file.write(kTerminalText); }
 
     // The command on the store, at a terminal.
     TerminalProcess start(Arguments arguments, const Environment& more = {},
@@ -60,7 +60,7 @@ protected:
         const TerminalResult result = command.interrupt();
         EXPECT_EQ(-SIGINT, result.status);
         EXPECT_THAT(result.screen, testing::HasSubstr(question + "\n" + kInterrupted));
-        EXPECT_EQ(kText, file.read());
+        EXPECT_EQ(kTerminalText, file.read());
     }
 };
 

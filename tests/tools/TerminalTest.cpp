@@ -11,7 +11,7 @@
 using vqtest::TerminalProcess;
 using vqtest::TerminalResult;
 using vqtest::TerminalStreams;
-using vqtest::terminal::kText;
+using vqtest::terminal::kTerminalText;
 using vqtest::terminal::shows;
 using vqtest::terminal::Terminal;
 
@@ -22,7 +22,7 @@ TEST_F(TerminalInterrupt, EndsAnImportThatIsBeingTyped) {
     command.type("[Velquist]\n\"new\"=string:x\n");
     command.expect("\"new\"=string:x\n");
     EXPECT_EQ(-SIGINT, command.interrupt().status);
-    EXPECT_EQ(kText, file.read());
+    EXPECT_EQ(kTerminalText, file.read());
 }
 
 TEST_F(TerminalInterrupt, EndsAnImportFromASlowPipe) {
@@ -30,7 +30,7 @@ TEST_F(TerminalInterrupt, EndsAnImportFromASlowPipe) {
     // More than a pipe holds: when all is in it, the command is reading.
     command.feed("[Velquist]\n" + std::string(1 << 20, '#') + "\n\"new\"=string:x\n");
     EXPECT_EQ((TerminalResult{-SIGINT, "", "", ""}), command.interrupt());
-    EXPECT_EQ(kText, file.read());
+    EXPECT_EQ(kTerminalText, file.read());
 }
 
 TEST_F(TerminalInterrupt, EndsAWaitForTheLock) {
@@ -42,7 +42,7 @@ TEST_F(TerminalInterrupt, EndsAWaitForTheLock) {
                    std::to_string(::getpid()));
     EXPECT_EQ(-SIGINT, command.interrupt().status);
     holder.VQRegEndUpdate();
-    EXPECT_EQ(kText, file.read());
+    EXPECT_EQ(kTerminalText, file.read());
     make({"set", "Sub", "a", "new"});
 }
 

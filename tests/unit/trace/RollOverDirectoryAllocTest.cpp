@@ -26,7 +26,7 @@ struct Opened {
     friend SetDirectory setDirectoryMember() { return setter; }
     friend DirectoryText directoryMember() { return text; }
 };
-template struct Opened<&CRegLibTrace::setDirectory, &CRegLibTrace::m_szDirectory>;
+template struct Opened<&CRegLibTrace::setDirectory, &CRegLibTrace::m_directory>;
 
 class RollOverDirectory : public RollOverFixture {};
 

@@ -60,7 +60,7 @@ TEST(NodePool, MakesFreedNodesAnew) {
     CNodePool pool;
     pool.take();
     CKeyOrValue& used = pool.take();
-    used.m_pLine = "[k]";
+    used.m_line = "[k]";
     used.m_lineSize = 3;
     used.m_nameAt = 1;
     used.m_children = 4;
