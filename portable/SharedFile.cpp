@@ -1,3 +1,7 @@
+// A descriptor that is kept for years in a program of somebody else. Three things may happen to it: the
+// program closes it, with all its descriptors, and the number becomes another file; somebody removes the
+// name, and others make a new file of it; somebody moves the file away. The first two show in one fstat (other
+// inode; no links). The third one does not, and takes a look at the name, which is made once a second.
 #include "portable/SharedFile.h"
 
 #include <fcntl.h>

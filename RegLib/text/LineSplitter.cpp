@@ -1,3 +1,9 @@
+// Lines have always been read with a buffer of 2048 characters, and what did not fit came as the next line.
+// Files hold such lines, and each process must cut them at the same places: a long text whose second piece
+// looks like a value line is a value to everybody. So the limit is a part of the format.
+//
+// A piece is cut at its line feed; what of it counts is cut once more, at the first carriage return, because
+// people edit these files with other editors, and at a NUL, where C ended.
 #include "RegLib/text/LineSplitter.h"
 
 namespace VQRegLib {

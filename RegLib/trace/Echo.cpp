@@ -1,3 +1,8 @@
+// A line that goes to the standard output as well has always been handed to printf as its format, with no
+// arguments: a "%" that some name or text brought into it took whatever lay on the stack. What people saw
+// was mostly zeroes and nothing worse, and with other luck a crash. The conversions are still carried out,
+// for the lines look as they did; but each gets a zero of its own kind, and one that printf could not take
+// is printed as it stands.
 #include "RegLib/trace/Echo.h"
 
 #include <algorithm>
