@@ -180,7 +180,7 @@ bool isRegularFile(int fd) {
 
 CPSemaphore::CPSemaphore(int /*shared*/, int initial, int /*maximum*/, const std::string& name,
                          int /*create*/)
-    : m_strName(name) {
+    : m_name(name) {
     openObject();
     for (int count = 0; isOpen() && isCreator() && count < initial; ++count) {
         release();
@@ -192,7 +192,7 @@ CPSemaphore::~CPSemaphore() = default;
 void CPSemaphore::openObject() {
     m_object = std::make_unique<CSharedObject>();
     m_isAnnounced = false;
-    m_error = m_object->open(kSemaphoreFilePrefix + m_strName, sizeof(sem_t), initialiseSemaphore);
+    m_error = m_object->open(kSemaphoreFilePrefix + m_name, sizeof(sem_t), initialiseSemaphore);
 }
 
 bool CPSemaphore::wait(unsigned long milliseconds, CTerminateWait* terminate) {
@@ -225,7 +225,7 @@ void CPSemaphore::release() {
 }
 
 bool CPSemaphore::own(int attempts) {
-    const std::string path = pathOf(m_strName);
+    const std::string path = pathOf(m_name);
     int error = m_error;
     if (isOpen() && (g_isExiting.load() || !registerHandlers())) {
         m_error = g_isExiting.load() ? ESHUTDOWN : ENOMEM;
@@ -255,7 +255,7 @@ bool CPSemaphore::own(int attempts) {
 
 // Owners share a lock on the file; whoever finds none takes the name away under an exclusive one.
 int CPSemaphore::tryToOwn(int* fd) const {
-    CFileDescriptor file(openFile(pathOf(m_strName)));
+    CFileDescriptor file(openFile(pathOf(m_name)));
     if (!file.isOpen() || flock(file.get(), LOCK_SH | LOCK_NB) != 0) {
         return errno;
     }

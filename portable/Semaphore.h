@@ -67,7 +67,7 @@ private:
     void openObject();
     [[nodiscard]] int tryToOwn(int* fd) const;
 
-    std::string m_strName;
+    std::string m_name;
     std::unique_ptr<CSharedObject> m_object;
     int m_error = 0;
     std::atomic<bool> m_isAnnounced{false};  // that this process waits

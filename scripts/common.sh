@@ -15,7 +15,7 @@ need() {
     [ "$(id -u)" -eq 0 ] || run=(sudo)
     echo "Installing: ${missing[*]}"
     # One at a time, when several scripts run beside each other.
-    local once=(flock "${BASH_SOURCE[0]}")
+    local once=(flock -o "$project/scripts/common.sh")
     "${once[@]}" "${run[@]}" apt-get update -qq
     DEBIAN_FRONTEND=noninteractive "${once[@]}" "${run[@]}" apt-get install -y -qq \
         --no-install-recommends "${missing[@]}" >/dev/null

@@ -10,20 +10,20 @@ namespace VQRegLib {
 
 std::size_t CFileSource::read(char* to, std::size_t size) {
     errno = 0;
-    const std::size_t got = CFileOps::current().read(to, size, m_pFile);
-    if (got < size && std::ferror(m_pFile)) {
+    const std::size_t got = CFileOps::current().read(to, size, m_file);
+    if (got < size && std::ferror(m_file)) {
         m_error = std::max(errno, 1);
     }
     return got;
 }
 
 void CFileSource::rewind() {
-    std::rewind(m_pFile);
+    std::rewind(m_file);
     m_error = 0;
 }
 
 std::size_t CFileSource::size() const {
-    return CFileOps::current().sizeOf(m_pFile);
+    return CFileOps::current().sizeOf(m_file);
 }
 
 bool CFileSource::wantsLines() const {

@@ -10,7 +10,7 @@ namespace VQRegLib {
 
 class CFileSource : public CTextSource {
 public:
-    explicit CFileSource(std::FILE* file) : m_pFile(file) {}
+    explicit CFileSource(std::FILE* file) : m_file(file) {}
 
     std::size_t read(char* to, std::size_t size) override;
     int error() const override { return m_error; }
@@ -23,7 +23,7 @@ public:
     void beQuiet() { m_isQuiet = true; }
 
 private:
-    std::FILE* m_pFile;
+    std::FILE* m_file;
     int m_error = 0;
     bool m_isQuiet = false;
 };

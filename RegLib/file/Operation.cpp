@@ -18,11 +18,11 @@ CStoreLock::CStoreLock(CRegLibImplFile& store, eUnwinding unwinding, eHow how)
     : m_store(store),
       m_unwinding(unwinding),
       m_exceptions(std::uncaught_exceptions()),
-      m_nResult(how == eTry ? store.takeLock(0) : store.Lock()) {}
+      m_result(how == eTry ? store.takeLock(0) : store.Lock()) {}
 
 CStoreLock::~CStoreLock() {
     const bool unwinding = std::uncaught_exceptions() > m_exceptions;
-    if (m_nResult >= 0 && (!unwinding || m_unwinding == eUnwinding::eRelease)) {
+    if (m_result >= 0 && (!unwinding || m_unwinding == eUnwinding::eRelease)) {
         (void)m_store.Unlock();  // whoever does not hold it any more has nothing to leave
     }
 }
@@ -37,8 +37,8 @@ int COperation::lockForChange() {
     if (m_lock->result() < 0) {
         return m_lock->result();
     }
-    m_nResult = m_store.isUpToDate() ? REGLIB_OK : m_store.bringUpToDate(eUnwinding::eRelease);
-    return m_nResult;
+    m_result = m_store.isUpToDate() ? REGLIB_OK : m_store.bringUpToDate(eUnwinding::eRelease);
+    return m_result;
 }
 
 }  // namespace VQRegLib

@@ -21,14 +21,14 @@ public:
     CStoreLock(const CStoreLock&) = delete;
     CStoreLock& operator=(const CStoreLock&) = delete;
 
-    int result() const { return m_nResult; }  // REGLIB_E_FILE_OPEN when it could not
+    int result() const { return m_result; }  // REGLIB_E_FILE_OPEN when it could not
 
 private:
     const CNoCancellation m_noCancellation;
     CRegLibImplFile& m_store;
     const eUnwinding m_unwinding;
     const int m_exceptions;
-    const int m_nResult;
+    const int m_result;
 };
 
 // An operation begins by bringing the tree up to date, which it cannot forget: that is its
@@ -40,9 +40,9 @@ public:
     using CKeyOrValue = CRegLibImplFile::CKeyOrValue;
 
     explicit COperation(CRegLibImplFile& store, eUnwinding unwinding = eUnwinding::eRelease)
-        : m_store(store), m_nResult(store.ImportConfig(unwinding)) {}
+        : m_store(store), m_result(store.ImportConfig(unwinding)) {}
 
-    int result() const { return m_nResult; }
+    int result() const { return m_result; }
 
     // Runs a piece of the operation that looks things up: without the lock, and where it returns
     // kNeedsLock, again with it. REGLIB_E_FILE_OPEN when the lock cannot be had, REGLIB_E_FAIL while
@@ -63,8 +63,8 @@ public:
 
     // Finds the handle's key. REGLIB_E_INVALID_HANDLE, REGLIB_E_NOT_A_KEY.
     [[nodiscard]] int findKey(const CRegKey& key) {
-        if (m_nResult < 0) {
-            return m_nResult;
+        if (m_result < 0) {
+            return m_result;
         }
         m_key = m_store.nodeOf(key);
         if (!m_key) {
@@ -98,7 +98,7 @@ private:
 
     CRegLibImplFile& m_store;
     std::optional<CStoreLock> m_lock;
-    int m_nResult;
+    int m_result;
     CKeyOrValue* m_key = nullptr;
     CKeyOrValue* m_value = nullptr;
 };

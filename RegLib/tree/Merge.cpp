@@ -142,6 +142,9 @@ void CMerge::expectNodesOf(std::string_view text) try {
                                              text.size() / kShortLine);
     if (nodes > m_tree.size()) {
         m_tree.m_index.reserve(nodes - m_tree.size());
+    }
+    // A tree that has been read before grows by what it needs: a guess that is wrong each time adds up.
+    if (nodes / 2 > m_tree.size()) {
         m_tree.m_nodes.expect(nodes - m_tree.size());
     }
 } catch (const std::bad_alloc&) {

@@ -8,6 +8,7 @@
 #include "RegLib/tree/NameIndex.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <new>
 #include <utility>
 
@@ -31,7 +32,7 @@ constexpr std::size_t capacityFor(std::size_t entries) {
 void CNameIndex::grow(std::size_t more) {
     const std::size_t capacity =
         std::max({capacityFor(m_size + more), m_capacity + m_capacity / 4, kSmallest});
-    if (capacity > 0xFFFFFFFF) {
+    if (capacity > 0xFFFFFFFF || capacity > SIZE_MAX / sizeof(CEntry)) {
         throw std::bad_alloc();
     }
     CLargeMemory memory(capacity * sizeof(CEntry), CLargeMemory::eZeroes);

@@ -34,14 +34,20 @@ void CNodePool::addBlock() {
     m_unused -= kBlockSize;
 }
 
-// What is unused by then of an earlier expectation stays so: memory that nobody has touched.
+std::size_t CNodePool::room() const {
+    const std::size_t nodes = m_blocks.size() * kBlock + m_unused / sizeof(CKeyOrValue);
+    return nodes > 0 ? nodes - 1 - m_size : 0;
+}
+
+// What is left of the memory before becomes blocks first: its pages are there, used or not.
 void CNodePool::expect(std::size_t more) {
-    const std::size_t left = m_blocks.size() * kBlock - m_last - 1;
-    if (more <= left + m_unused / sizeof(CKeyOrValue)) {
+    if (more <= room()) {
         return;
     }
-    const std::size_t blocks = (more - left + kBlock - 1) / kBlock;
-    m_memory.emplace_back(blocks * kBlockSize);
+    while (m_unused > 0) {
+        addBlock();
+    }
+    m_memory.emplace_back((more - room() + kBlock) / kBlock * kBlockSize);
     m_unused = m_memory.back().size();
 }
 

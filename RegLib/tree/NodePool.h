@@ -20,8 +20,9 @@ public:
     CKeyOrValue& take();
     void give(CKeyOrValue& node);
 
-    // Gets the memory for about so many more nodes at once. Throws std::bad_alloc.
+    // Gets the memory for so many more nodes at once, if there is less. Throws std::bad_alloc.
     void expect(std::size_t more);
+    std::size_t room() const;  // so many more can be taken without asking for memory
 
     // Calls `use` for every node that is taken.
     template <typename Use>

@@ -47,10 +47,10 @@ constexpr char kThreadName[] = "CRegWatcherThread::fileWatcherThreadFunc";
 }  // namespace
 
 CRegWatcherThread::CRegWatcherThread(REGMODE mode, const std::string& name, int cli)
-    : m_handlerLock("", 1), m_mode(mode), m_strName(name), m_cli(cli) {
+    : m_handlerLock("", 1), m_mode(mode), m_name(name), m_cli(cli) {
     REGLIB_TRACE(eTraceLife,
                  "CRegWatcherThread::CRegWatcherThread (0x%08X) - mode %d, name %s, cli %d\n",
-                 traceId(this), m_mode, m_strName.c_str(), m_cli);
+                 traceId(this), m_mode, m_name.c_str(), m_cli);
     try {
         m_wakeEvent = std::make_unique<CPEvent>(1, "", 1);
     } catch (const std::bad_alloc&) {
@@ -150,16 +150,15 @@ void CRegWatcherThread::fileWatcherThreadFunc() {
     // A capital F here and a small one below: whoever searches old logs knows both.
     REGLIB_TRACE(eTraceLife, "CRegWatcherThread::FileWatcherThreadFunc (0x%08X) - starting\n",
                  traceId(this));
-    const CFileOps& files = CFileOps::current();
     std::time_t lastSeen = 0;
-    files.readModificationTime(m_strName.c_str(), lastSeen);
+    CFileOps::current().readModificationTime(m_name.c_str(), lastSeen);
     for (;;) {
         m_wakeEvent->wait(kLookMilliseconds, nullptr);
         if (m_stopRequested.load() != 0) {
             break;
         }
         std::time_t current = lastSeen;
-        files.readModificationTime(m_strName.c_str(), current);
+        CFileOps::current().readModificationTime(m_name.c_str(), current);
         if (current != lastSeen) {
             REGLIB_TRACE(eTraceFlow,
                          "CRegWatcherThread::fileWatcherThreadFunc (0x%08X) - got file change\n",

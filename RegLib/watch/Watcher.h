@@ -54,7 +54,7 @@ private:
     CPCritSec m_handlerLock;
     std::map<CRegistryChangeHandler*, CRegistryChangeHandler*> m_handlers GUARDED_BY(m_handlerLock);
     const REGMODE m_mode;
-    const std::string m_strName;
+    const std::string m_name;
     const std::int32_t m_cli;
     std::atomic<std::uint32_t> m_stopRequested{0};
     std::atomic<std::uint32_t> m_running{0};

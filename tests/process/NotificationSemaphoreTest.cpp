@@ -161,6 +161,7 @@ TEST_F(NotificationSemaphore, IsOwnedAgainBeforeARegistrationReturns) {
         Handler handler;
         const auto own = openSession(file.path());
         own->SetRegistryChangeHandler(&handler);
+        const bool isWatching = waitWatchers(1);
         const bool isClosed = closeAllDescriptors();
         std::filesystem::remove(semaphoreFile());
         Handler another;
@@ -171,7 +172,7 @@ TEST_F(NotificationSemaphore, IsOwnedAgainBeforeARegistrationReturns) {
         const bool isReached = handler.waitCalls(1) && another.waitCalls(1);
         own->ClrRegistryChangeHandler(&handler);
         own->ClrRegistryChangeHandler(&another);
-        return isClosed && isBack && isReached ? 0 : 1;
+        return isWatching && isClosed && isBack && isReached ? 0 : 1;
     });
     EXPECT_EQ(daemon.wait(), 0);
     expectSweptUntil({});

@@ -24,6 +24,36 @@ TEST(NodePool, CountsFromOne) {
     EXPECT_EQ(pool.size(), 2u);
 }
 
+TEST(NodePool, HasRoomForWhatIsExpected) {
+    for (const std::size_t more : {1u, 511u, 512u, 513u, 5000u, 100000u}) {
+        CNodePool pool;
+        pool.expect(more);
+        ASSERT_GE(pool.room(), more);
+        ASSERT_LE(pool.room(), more + 1024);
+        const std::size_t room = pool.room();
+        for (std::size_t taken = 0; taken < room; ++taken) {
+            pool.take();
+        }
+        ASSERT_EQ(pool.room(), 0u);
+        ASSERT_EQ(numbersIn(pool).size(), room);
+    }
+}
+
+TEST(NodePool, UsesWhatItHasBeforeItAsksForMore) {
+    CNodePool pool;
+    for (int round = 0; round < 1000; ++round) {
+        pool.expect(1000);
+        pool.take();
+        ASSERT_LE(pool.size() + pool.room(), 4096u) << round;
+    }
+    CKeyOrValue& node = pool.take();
+    const std::size_t room = pool.room();
+    pool.give(node);
+    EXPECT_EQ(pool.room(), room + 1);
+    pool.expect(room + 1);
+    EXPECT_EQ(pool.room(), room + 1);
+}
+
 TEST(NodePool, LeavesNodesWhereTheyAre) {
     CNodePool pool;
     std::vector<CKeyOrValue*> nodes;
