@@ -25,7 +25,7 @@ public:
     void set(int reserved);
 
     // True when the event was taken, false when the time was over or the wait was terminated.
-    bool wait(unsigned long milliseconds, CTerminateWait* terminate);
+    [[nodiscard]] bool wait(unsigned long milliseconds, CTerminateWait* terminate);
 
 private:
     // Not a condition variable: one that another thread waits on cannot be destroyed in a child of

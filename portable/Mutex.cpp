@@ -109,9 +109,9 @@ struct CPMutexState {
         return owner.load(std::memory_order_relaxed) == currentThreadNumber();
     }
 
-    int takeInside(const CPatience& patience);
-    int takeFile(const CPatience& patience);
-    int takeOpenFile(const CPatience& patience, bool& hasWaited);
+    [[nodiscard]] int takeInside(const CPatience& patience);
+    [[nodiscard]] int takeFile(const CPatience& patience);
+    [[nodiscard]] int takeOpenFile(const CPatience& patience, bool& hasWaited);
     void take();
     void giveUp();
 };

@@ -198,7 +198,7 @@ void CPSemaphore::openObject() {
 bool CPSemaphore::wait(unsigned long milliseconds, CTerminateWait* terminate) {
     const CSharedCount count(semaphore());
     if (!m_isAnnounced.exchange(true)) {
-        count.announceWaiting();
+        (void)count.announceWaiting();  // what is lost shows at the wait
     }
     std::uint64_t left = milliseconds == kInfinite ? UINT64_MAX : milliseconds;
     do {
@@ -221,7 +221,7 @@ bool CPSemaphore::wait(unsigned long milliseconds, CTerminateWait* terminate) {
 }
 
 void CPSemaphore::release() {
-    CSharedCount(semaphore()).post();
+    (void)CSharedCount(semaphore()).post();  // one that is lost has nobody to wake
 }
 
 bool CPSemaphore::own(int attempts) {

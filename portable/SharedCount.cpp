@@ -31,14 +31,14 @@ struct CWords {
 };
 
 // Adds to a word and wakes those who wait for another one. 0 or an errno.
-int add(std::uint32_t* word, int number, std::uint32_t* woken, int atMost) {
+[[nodiscard]] int add(std::uint32_t* word, int number, std::uint32_t* woken, int atMost) {
     const int operation = FUTEX_OP(FUTEX_OP_ADD, number & 0xfff, FUTEX_OP_CMP_EQ, 0);
     const long result = ::syscall(SYS_futex, woken, FUTEX_WAKE_OP, atMost, 0L, word, operation);
     return result < 0 ? errno : 0;
 }
 
 // 0 when it may have become another number than 0.
-int waitWhileZero(std::uint32_t* word, unsigned long milliseconds) {
+[[nodiscard]] int waitWhileZero(std::uint32_t* word, unsigned long milliseconds) {
     const timespec limit{static_cast<time_t>(milliseconds / 1000),
                          static_cast<long>(milliseconds % 1000 * 1'000'000)};
     return ::syscall(SYS_futex, word, FUTEX_WAIT, 0, &limit, nullptr, 0) < 0 ? errno : 0;

@@ -19,14 +19,14 @@ public:
     explicit CSharedCount(sem_t* semaphore) : m_semaphore(semaphore) {}
 
     // False when the memory has gone.
-    bool post() const;
+    [[nodiscard]] bool post() const;
 
     // Makes known that somebody waits, or is going to: others wake nobody else. Once is enough, and is
     // never taken back: it costs those who post a call, and lasts no longer than the semaphore's owner.
-    bool announceWaiting() const;
+    [[nodiscard]] bool announceWaiting() const;
 
     // Waits for at most so many milliseconds, announced.
-    eOutcome wait(unsigned long milliseconds) const;
+    [[nodiscard]] eOutcome wait(unsigned long milliseconds) const;
 
 private:
     sem_t* m_semaphore;

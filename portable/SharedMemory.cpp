@@ -45,7 +45,7 @@ constexpr std::int64_t kPassedNanoseconds = 50'000'000;  // more than any clock'
 // Bytes of the named file that are locked.
 enum eLockedByte : off_t { eMaking = 0, eUsing = 1 };
 
-int lockByte(int fd, eLockedByte byte, short kind) {
+[[nodiscard]] int lockByte(int fd, eLockedByte byte, short kind) {
     struct flock lock {};
     lock.l_type = kind;
     lock.l_whence = SEEK_SET;
@@ -117,7 +117,7 @@ int CPSharedMemory::open(unsigned long size, eHow how) {
     }
     if (error == 0) {
         // Nobody else may take the place of a block that is in use. Without it the block is as good.
-        lockByte(m_file.descriptor(), eUsing, F_RDLCK);
+        (void)lockByte(m_file.descriptor(), eUsing, F_RDLCK);
     }
     return error;
 }
@@ -187,7 +187,7 @@ int CPSharedMemory::make(unsigned long size, eHow how) {
     if (error != 0 && error != EXDEV) {
         error = makeSegment(size);
     }
-    lockByte(fd, eMaking, F_UNLCK);
+    (void)lockByte(fd, eMaking, F_UNLCK);  // it goes with the descriptor at the latest
     return error;
 }
 
@@ -235,7 +235,7 @@ bool CPSharedMemory::isCurrent() {
     }
     m_checked = {};
     if (!m_file.isOurs() && m_file.open(m_name, sizeof(CBlockRecord)) == 0) {
-        lockByte(m_file.descriptor(), eUsing, F_RDLCK);  // a program had closed it
+        (void)lockByte(m_file.descriptor(), eUsing, F_RDLCK);  // a program had closed it
     }
     CBlockRecord record{};
     const bool isSame = m_segment && m_file.isNamed() && read(record) && record.id == m_id &&

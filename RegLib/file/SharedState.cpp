@@ -167,7 +167,7 @@ std::uint64_t CSharedState::nextStamp() const {
 
 std::uint64_t CSharedState::renew() {
     const std::uint64_t next = nextStamp();
-    (void)m_pMutex->putCounter({next, m_pSharedMemory->tag()});
+    (void)m_pMutex->putCounter({next, m_pSharedMemory->tag()});  // a hint to later holders, no more
     m_pullSharedChangeStamp->store(next, std::memory_order_release);
     return next;
 }

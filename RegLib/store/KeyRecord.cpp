@@ -16,13 +16,9 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <memory>
-#include <utility>
 
 #include "RegLib/base/ThrowPoint.h"
-#include "RegLib/store/Store.h"
 #include "RegLib/trace/Trace.h"
-#include "portable/Portable.h"
 
 namespace VQRegLib {
 
@@ -52,15 +48,6 @@ CRegKeyImpl::CRegKeyImpl()
     REGLIB_TRACE(eTraceFlow, "CRegKeyImpl::CRegKeyImpl 0x%08X\n", traceId(this));
 }
 
-CRegKeyImpl::~CRegKeyImpl() {
-    REGLIB_TRACE(eTraceFlow, "CRegKeyImpl::~CRegKeyImpl 0x%08X\n", traceId(this));
-    freeText(m_pszKeyName);
-    freeText(m_pszFullName);
-    if (m_pRegLibImpl) {
-        m_pRegLibImpl->deleteKeyHandle(m_ulHandleId);
-    }
-}
-
 CRegKeyImplFile::CRegKeyImplFile() {
     REGLIB_TRACE(eTraceFlow, "CRegKeyImplFile::CRegKeyImplFile 0x%08X\n", traceId(this));
 }
@@ -83,25 +70,6 @@ void CRegKeyImplFile::ClearKeyInfo() {
     replaceText(m_pszFullName, "", eThrowPoint::eClearFullName);
     replaceText(m_pszKeyName, "", eThrowPoint::eClearKeyName);
     m_ulHandleId = 0;
-}
-
-void CRegKeyAccess::release(CRegKey& key) {
-    CRegKeyImpl* const record = std::exchange(key.m_pImpl, nullptr);
-    if (!record) {
-        return;
-    }
-    const std::int32_t count = CPortable::InterlockedDecrement(&record->m_lRefCount);
-    if (count > 0) {
-        return;  // other handles use it
-    }
-    CRegLibImpl* const owner = record->m_pRegLibImpl;
-    if (count < 0 && owner) {
-        return;  // it stays in the store's table
-    }
-    const std::unique_ptr<CRegKeyImpl> freed(record);
-    if (count == 0 && owner) {
-        owner->clearKeyInfo(record);
-    }
 }
 
 }  // namespace VQRegLib

@@ -58,7 +58,8 @@ public:
         return key.m_pImpl ? key.m_pImpl->m_ulHandleId : 0;
     }
 
-    // Takes the record out of the handle and drops the reference that the handle held.
+    // Takes the record out of the handle and drops the reference that the handle held. In Store.cpp, as
+    // the end of a record: both tell the owner.
     static void release(CRegKey& key);
 };
 

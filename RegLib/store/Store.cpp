@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <stdexcept>
+#include <utility>
 
 #include "RegLib/base/CritSecGuard.h"
 #include "RegLib/base/Guarded.h"
@@ -119,6 +120,35 @@ void CRegLibImpl::clearKeyInfo(CRegKeyImpl* record) {
     m_handles.retire(id);
     m_handles.retirePending(record);
     record->ClearKeyInfo();
+}
+
+// A record only knows that it has an owner; what that means to the owner is for this file.
+CRegKeyImpl::~CRegKeyImpl() {
+    REGLIB_TRACE(eTraceFlow, "CRegKeyImpl::~CRegKeyImpl 0x%08X\n", traceId(this));
+    std::free(m_pszKeyName);
+    std::free(m_pszFullName);
+    if (m_pRegLibImpl) {
+        m_pRegLibImpl->deleteKeyHandle(m_ulHandleId);
+    }
+}
+
+void CRegKeyAccess::release(CRegKey& key) {
+    CRegKeyImpl* const record = std::exchange(key.m_pImpl, nullptr);
+    if (!record) {
+        return;
+    }
+    const std::int32_t count = CPortable::InterlockedDecrement(&record->m_lRefCount);
+    if (count > 0) {
+        return;  // other handles use it
+    }
+    CRegLibImpl* const owner = record->m_pRegLibImpl;
+    if (count < 0 && owner) {
+        return;  // it stays in the store's table
+    }
+    const std::unique_ptr<CRegKeyImpl> freed(record);
+    if (count == 0 && owner) {
+        owner->clearKeyInfo(record);
+    }
 }
 
 void CRegLibImpl::clearAllRecords(bool callHook) {

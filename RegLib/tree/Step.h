@@ -37,13 +37,13 @@ private:
     [[nodiscard]] bool blocks(CTextSource& source);
     [[nodiscard]] bool compare(std::string_view block);
     std::size_t equalSize(std::string_view block) const;
-    eOutcome differ(std::string_view line);
-    eOutcome keyLine(std::string_view line);
-    eOutcome valueLine(std::string_view line);
-    eOutcome replace(CKeyOrValue& value, std::string_view line, std::string_view name,
-                     CRegLib::eDataType type);
-    eOutcome gain(const CKeyOrValue& added);
-    eOutcome skipTo(CTreeText::CPlace place);
+    [[nodiscard]] eOutcome differ(std::string_view line);
+    [[nodiscard]] eOutcome keyLine(std::string_view line);
+    [[nodiscard]] eOutcome valueLine(std::string_view line);
+    [[nodiscard]] eOutcome replace(CKeyOrValue& value, std::string_view line, std::string_view name,
+                                   CRegLib::eDataType type);
+    [[nodiscard]] eOutcome gain(const CKeyOrValue& added);
+    [[nodiscard]] eOutcome skipTo(CTreeText::CPlace place);
     CKeyOrValue* currentKey() const;
     bool isAtKeyLine() const;
 

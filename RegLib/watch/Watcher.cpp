@@ -153,7 +153,7 @@ void CRegWatcherThread::fileWatcherThreadFunc() {
     std::time_t lastSeen = 0;
     CFileOps::current().readModificationTime(m_name.c_str(), lastSeen);
     for (;;) {
-        m_wakeEvent->wait(kLookMilliseconds, nullptr);
+        (void)m_wakeEvent->wait(kLookMilliseconds, nullptr);  // woken or not, it looks
         if (m_stopRequested.load() != 0) {
             break;
         }
