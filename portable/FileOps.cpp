@@ -1,8 +1,8 @@
 // The system calls of the store's file, each as careful as it can be on its own. The paths lie in
 // directories that others may write, and at the end of one there may be anything: a FIFO that nobody writes
 // to, a device, a link to somebody's private file. So files are opened without following a link at the end,
-// without waiting, and are regular or refused; a mode is set on what is open and not on what a name means
-// a moment later.
+// without waiting, and are regular or refused; a mode is set on what is open, or by name without following
+// a link.
 //
 // errno is the answer beside the result: callers read it at once, and what is done on the way out of a
 // failure keeps it.

@@ -45,7 +45,7 @@ public:
     // touches what a symbolic link in the path's place leads to: in a directory that others may
     // write, that would open any file to them. 0, or -1 with errno.
     // By the way it learns whether the file holds a text; `holdsText` may be null, and stays as it is
-    // on failure.
+    // when it is no regular file.
     [[nodiscard]] virtual int makeWritableForAll(const char* path, bool* holdsText);
     [[nodiscard]] virtual int makeWritableForAll(std::FILE* file);
 

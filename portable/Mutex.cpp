@@ -21,10 +21,10 @@
 // closed, which takes nothing from the parent as long as the child does not unlock it.
 //
 // A program may close descriptors that are not its own, and give their numbers to other files. So
-// device and inode are compared before a descriptor is used, and what is another's is left alone. An
-// administrator may remove the object: whoever takes the lock next finds that the name means another
-// file, and takes the lock of that one. Who holds the lock of the removed one at that moment keeps nobody
-// out any more; it asks isStillHeld() before it does what the lock is for.
+// device and inode are compared before a descriptor is locked, written or closed, and what is another's
+// is left alone. An administrator may remove the object: whoever takes the lock next finds that the name
+// means another file, and takes the lock of that one. Who holds the lock of the removed one at that
+// moment keeps nobody out any more; it asks isStillHeld() before it does what the lock is for.
 #include "portable/Mutex.h"
 
 #include <fcntl.h>

@@ -7,9 +7,9 @@
 namespace VQRegLib {
 
 // The semaphores of processes lie in mapped files that every user may write, and so cut short; after
-// that, to touch the mapping is to die. So this process never touches it: the kernel counts, waits and
-// looks, and answers EFAULT where there is no memory any more. To others, also to programs that use
-// sem_open, it is a semaphore as any other.
+// that, to touch the mapping is to die. So, where pointers have 64 bits, this process never touches it:
+// the kernel counts, waits and looks, and answers EFAULT where there is no memory any more. To others,
+// also to programs that use sem_open, it is a semaphore as any other.
 //
 // One process waits on a semaphore; that several may post to it is what it is for.
 class CSharedCount {

@@ -38,8 +38,8 @@ public:
     bool isNamed() const;  // the name still means this file
 
     // Both at once, and mostly by one look at the descriptor: a file that was removed, or that another
-    // one has replaced, has no name any more. That it was moved away, or has got a second name, is
-    // found out by its name, once a second.
+    // one has replaced, has no name any more. That it was moved away is found out by its name,
+    // once a second, and each time while it has a second one.
     bool isInPlace();
 
     // When it was last changed, content or names, as far as isInPlace or open have seen.

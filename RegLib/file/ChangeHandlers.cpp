@@ -26,8 +26,8 @@ CRegWatcherThread* CRegLibImplFile::watcherForHandlers() {
 }
 
 // The handler is entered without m_watcherLock. A round may be going on, and entering waits for its
-// end, while one of its handlers may be waiting for m_watcherLock. The watcher stays meanwhile: a
-// store is destroyed only when nobody has a session on it, or when its own handlers have returned.
+// end, while one of its handlers may be waiting for m_watcherLock. The watcher stays meanwhile: the
+// caller has a session, and a store goes with its last one.
 void CRegLibImplFile::SetRegistryChangeHandler(CRegistryChangeHandler* handler) {
     REGLIB_TRACE(eTraceFlow, "CRegLibImplFile::SetRegistryChangeHandler\n");
     if (handler) {

@@ -14,11 +14,13 @@
 //  - A backup that is worth more than the file. Somebody empties the file, or removes it; the next write
 //    would make the empty text the backup. A backup that holds a text is only given up for a text.
 //  - The mode. A file written under a narrow umask would lock other users out of a store that is
-//    everybody's, so each opening makes it 0666, on the open file and not by its name, and never through
-//    a link that another user may have put there.
+//    everybody's, so each opening makes the file that the path names 0666: when reading, on the open file;
+//    when writing, by its name but never through a link, which another user may have put there. A new file
+//    gets its mode at the next opening.
 //
-// Results of the renames are not looked at. There is nothing better to do than what comes next, and the
-// last rename either happens as a whole or leaves the old text where it was.
+// A link or an exchange that fails chooses the next way; the results of the plain renames change nothing.
+// There is nothing better to do than what comes next, and the last rename either happens as a whole or
+// leaves the old text where it was.
 #include "RegLib/file/ConfigFile.h"
 
 #include <cerrno>
@@ -127,8 +129,8 @@ bool CConfigFile::isBackupBetter() const {
     return m_isTextLost && !m_hasFileValues && files.hasLineBeside(backup(), '[');
 }
 
-// The results of the steps are of no use, here and below: what fails has changed nothing, and the path
-// names the one text or the other.
+// The results of the plain renames are of no use, here and below: what fails has changed nothing, and the
+// path names the one text or the other.
 bool CConfigFile::replaceAtOnce(const char* temporary) const {
     CFileOps& files = CFileOps::current();
     if (isBackupBetter()) {

@@ -29,7 +29,9 @@ namespace VQRegLib {
 //
 // A backup that holds a text is given up only for another text: an empty or missing file leaves it
 // alone, and so does what the opening of a store then makes of it, a file without a value, where the
-// backup has one. Results are not looked at: what fails, fails as a whole, and the path names the old text.
+// backup has one: by the store that found it missing or empty; to a later one a file without a value is
+// a text as any other. A link or an exchange that fails chooses the next way; the results of the plain
+// renames change nothing: what fails, fails as a whole, and the path names the old text.
 class CConfigFile {
 public:
     // `traced`: whose address the trace lines bear.

@@ -1,7 +1,7 @@
 // The exporter, which writes the whole tree, and the dump.
 //
-// The text is known as a list of pieces (TreeText.cpp), goes to a new file in one call, and takes the old
-// one's place (ConfigFile.cpp). Three things have to be true afterwards, in this order: the file is the
+// The text is known as a list of pieces (TreeText.cpp), goes to a new file by writePieces, and takes the
+// old one's place (ConfigFile.cpp). Three things have to be true afterwards, in this order: the file is the
 // text, the stamp says that there is a new one, and this process knows that it has read it. What fails
 // before the stamp is published leaves everybody with the old file, and this process with a tree that is
 // ahead of it: the change is in memory, its caller has the code, and the next change that succeeds writes

@@ -7,10 +7,10 @@
 //  - The stamp is even and new: some writer has finished. The file is read without a lock; whoever writes
 //    meanwhile replaces the name, not the content of what is open here.
 //  - The stamp is odd: a writer is between its first and its last rename, or died there, or somebody has
-//    stopped it there with a debugger. The lock tells which: who gets it without waiting knows that the
-//    writer is dead and puts things right. Who does not get it reads what the path names now and does not
-//    remember the stamp (a glance). That result holds while the path names that file, so that a stopped
-//    writer does not make everybody read the file at every query.
+//    stopped it there with a debugger. The lock tells which: who gets it and finds the stamp still odd
+//    knows that the writer is dead, and puts things right. Who does not get it reads what the path names
+//    now and does not remember the stamp (a glance). That result holds while the path names that file, so
+//    that a stopped writer does not make everybody read the file at every query.
 //  - There is no file. Then one has to be made, and that takes the lock, with waiting.
 //  - The block with the stamp cannot be had at all. Nobody would learn of changes, so nothing is answered.
 #include "RegLib/base/AtEnd.h"

@@ -2,8 +2,9 @@
 //
 // The order of construction is seen from outside, in trace lines and in which exception comes when: the
 // file's name, the tree, lock and stamp, the root key, the import. The root key is created through the
-// usual operation, which reads the file a first time, and makes it where it is missing; the code of the
-// import at the end is not looked at: a store with a malformed file opens, and every operation says so.
+// usual operation, which reads the file a first time, and makes it where it is missing: a malformed file
+// fails there, and the store is not opened; one that becomes malformed between the root key and the last
+// import shows at the next operation.
 //
 // Destruction takes no cross-process lock: there is nothing to be written, and a process must be able to
 // end while another one is stopped with the lock in its hands.

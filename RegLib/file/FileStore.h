@@ -74,12 +74,12 @@ public:
     }
 
     // The cross-process lock, which who changes something holds; COperation is the way to take it.
-    // REGLIB_E_FILE_OPEN when it cannot be had.
+    // REGLIB_E_FILE_OPEN when it cannot be had, REGLIB_E_FAIL without memory.
     [[nodiscard]] int Lock();
     [[nodiscard]] int Unlock();
 
-    // Brings the tree up to date with the file. Needs no lock, and takes it where the file is missing.
-    // `unwinding` is for that lock.
+    // Brings the tree up to date with the file. Needs no lock, and takes it where the file is missing or
+    // a writer has died. `unwinding` is for that lock.
     [[nodiscard]] int ImportConfig(eUnwinding unwinding = eUnwinding::eRelease) {
         REGLIB_TRACE(eTraceFlow, ">>>CRegLibImplFile::ImportConfig\n");
         return isUpToDate() ? REGLIB_OK : bringUpToDate(unwinding);

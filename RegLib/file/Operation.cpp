@@ -1,8 +1,8 @@
-// The opening of every operation, in one place.
+// The opening of every key and value operation, in one place.
 //
 // The order of codes is part of the interface: the import's own code comes first, then a handle that is
-// not registered, then a handle that stands for a value, then the name. COperation has these as steps
-// that cannot be taken in another order, and none of them can be forgotten.
+// not registered, then a handle that stands for a value, then the name. COperation has these as steps;
+// only the opening of a path goes its own way.
 //
 // A change runs twice when it has to. The first time without the lock it finds out whether there is
 // anything to change: most sets do not change anything, and none of these waits for anybody. Only if it

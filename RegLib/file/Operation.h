@@ -21,7 +21,8 @@ public:
     CStoreLock(const CStoreLock&) = delete;
     CStoreLock& operator=(const CStoreLock&) = delete;
 
-    int result() const { return m_result; }  // REGLIB_E_FILE_OPEN when it could not
+    // REGLIB_E_FILE_OPEN when it could not, REGLIB_E_FAIL without memory.
+    int result() const { return m_result; }
 
 private:
     const CNoCancellation m_noCancellation;
@@ -45,8 +46,8 @@ public:
     int result() const { return m_result; }
 
     // Runs a piece of the operation that looks things up: without the lock, and where it returns
-    // kNeedsLock, again with it. REGLIB_E_FILE_OPEN when the lock cannot be had, REGLIB_E_FAIL while
-    // the thread has an update through another store on the file.
+    // kNeedsLock, again with it. REGLIB_E_FILE_OPEN when the lock cannot be had, REGLIB_E_FAIL
+    // without memory, or while the thread has an update through another store on the file.
     template <typename Piece>
     [[nodiscard]] int change(Piece&& piece) {
         int result = piece();

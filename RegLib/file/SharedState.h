@@ -31,7 +31,7 @@ public:
     void closeLock();
 
     // Takes the lock, and makes good what a dead holder has left behind. REGLIB_E_FILE_OPEN when it
-    // cannot be had in so many milliseconds. Its holder may take it again.
+    // cannot be had in so many milliseconds, REGLIB_E_FAIL without memory. Its holder may take it again.
     [[nodiscard]] int takeLock(unsigned long milliseconds);
     [[nodiscard]] int release();
 

@@ -58,8 +58,8 @@ int CRegLibImplFile::VQRegEndUpdate() {
     return result;
 }
 
-// A new stamp is all that it takes. In an update it would make the next operation read the file over
-// the changes that are still to be written.
+// A new stamp is all that it takes. In an update there would be no use: this process does not read before
+// the end, and the end gives a new stamp.
 int CRegLibImplFile::VQRegReload() {
     return guarded([this] {
         if (isUpdating() || isUpdatedElsewhere()) {

@@ -2,8 +2,9 @@
 //
 // Sessions of the same file and root key share one store; the directory counts them under its lock. The
 // directory itself is made once, under g_mutexGlobals, and never destroyed: threads of the library may
-// still use it while static objects of the program are being destroyed. Both locks may be taken again by
-// their holder, because the construction of a store reads the trace level, which opens a session.
+// still use it while static objects of the program are being destroyed. The directory's lock may be
+// taken again by its holder, because the construction of a store reads the trace level, which opens a
+// session; the other one, because a fork handler of the program may open one while it is held.
 //
 // A store is destroyed under the lock as well, unless it has a watcher. The end of a watcher waits for
 // its round, a handler in that round may be opening a session, and that takes the directory's lock. Such a

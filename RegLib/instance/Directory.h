@@ -21,8 +21,8 @@ namespace VQRegLib {
 class CPSemaphore;
 
 // Makes sessions that name the same store share it. A store is constructed and destroyed under the
-// directory's lock, which is re-entrant: the first store of a process makes the trace object, and
-// that opens a session of its own.
+// directory's lock, one with a watcher destroyed after it. The lock is re-entrant: the first store of a
+// process makes the trace object, and that opens a session of its own.
 class CRegLibImplDirectory {
 public:
     CRegLibImplDirectory();
@@ -40,8 +40,8 @@ public:
     // two stores, which share the file like two processes.
     static std::string getTuple(const char* name, const char* key);
 
-    // False in a child of fork that could not wait until its parent had left the directory: it may be
-    // half changed there, and so may what it leads to. Nothing may be used then.
+    // False in a child whose parent could not wait until another thread had left the directory: it may
+    // be half changed there, and so may what it leads to. Nothing may be used then.
     static bool isUsable() { return !m_isInheritedHalfChanged.load(std::memory_order_relaxed); }
 
     // Around a fork, so that the child inherits neither this lock nor g_mutexGlobals taken.

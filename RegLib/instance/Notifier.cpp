@@ -5,11 +5,11 @@
 // else is sent: who wakes up wakes its watchers, and these look at their files.
 //
 // Nobody can be relied upon here. A process may die and leave its semaphore, so it holds a lock as its
-// owner, and a sender takes ownerless ones away (Semaphore.cpp). A program may close all its descriptors
-// and with them that lock, and is then taken for dead: so the thread looks every few seconds, and whenever
-// it is woken, whether the name is still its own, and takes it again if not. Another user may sit on the
-// name before this process starts: then it cannot be notified, says so once in the log, and its watchers
-// still look every minute.
+// owner, and a sender takes away ownerless ones of which no process is in sight (Semaphore.cpp). A program
+// may close all its descriptors and with them that lock, and may be taken for dead by a sender in another
+// container: so the thread looks every few seconds, and whenever it is woken, whether the name is still its
+// own, and takes it again if not. Another user may sit on the name before this process starts: then it
+// cannot be notified, says so once in the log, and its watchers still look every minute.
 //
 // A registration waits until the semaphore is there, so that a change made right afterwards is not
 // missed. It waits outside of the directory's lock where somebody else may be slow, and within it only

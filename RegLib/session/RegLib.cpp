@@ -1,17 +1,17 @@
 // CRegLib: a session. Checks, traces, serialises and delegates.
 //
-// Each operation is three things: its entry line, its checks, and one call of the store under the store's
+// Most operations are three things: the entry line, the checks, and one call of the store under the store's
 // session lock. delegate() is all of that but the lines. The checks are as they have always been and
 // differ from one operation to the next in what they reset when they fail; that is in the operations.
 //
 // The session lock belongs to the store, not to the session: two sessions of one path and root key share
-// a store, and with it the lock. It is entered again by handlers that call back and by updates. When a
-// VQException passes it stays entered, on purpose: what it interrupted may be half done, and a program
-// that catches it and goes on would go on with that. All others that use this store then wait, which is
-// found in a minute with a debugger; a damaged tree would be found in a year.
+// a store, and with it the lock. It may be entered again, which updates do. When a VQException passes it
+// stays entered, on purpose: what it interrupted may be half done, and a program that catches it and goes
+// on would go on with that. All others that use this store then wait, which is found in a minute with a
+// debugger; a damaged tree would be found in a year.
 //
-// Registering handlers takes no session lock: a handler's round may be what another thread, which has the
-// session lock, is waiting for.
+// Registering handlers takes no session lock: it waits for a round, and a handler of that round may be
+// waiting for the session lock.
 #include <iterator>
 #include <string>
 

@@ -1,7 +1,8 @@
-// Ids count up from 1 for as long as a store lives and are never given out twice: a program may keep an
-// id in its own tables, and one that came back would open the wrong key. A process that opens and closes
-// one key a thousand times a second has billions of them behind it after years. So ids lie in chunks of
-// 64, a chunk goes when the last of its ids is closed, and what is left is one null pointer for 64 ids.
+// Ids count up from 1 for as long as a store lives and are not given out twice in the first 2^32 openings:
+// a program may keep an id in its own tables, and one that came back would open the wrong key. A process
+// that opens and closes one key a thousand times a second has used up millions in a day. So ids lie in
+// chunks of 64, a chunk goes when the last of its ids is closed, and what is left is one null pointer for
+// 64 ids.
 // Ids of the inner keys of a path stay in use until the store goes (KeyRecord.cpp), so that this helps
 // programs that open keys one level at a time; for the others it costs nothing.
 #include "RegLib/store/HandleTable.h"

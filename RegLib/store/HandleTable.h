@@ -12,8 +12,8 @@ namespace VQRegLib {
 
 class CRegKeyImpl;
 
-// Handle ids, from 1 upwards and never reused, with the node and the record that each stands for. Owns
-// neither nodes nor records.
+// Handle ids, from 1 upwards and not given out twice in the first 2^32 openings, with the node and the
+// record that each stands for. Owns neither nodes nor records.
 //
 // The ids lie in chunks one after the other, so that what an id stands for is found without a search.
 // A chunk goes with the last of its ids; what is left of it then is a pointer, a bit for each id.

@@ -13,7 +13,7 @@ class CRegLibImpl;
 
 // What a handle refers to: its key's names and the id under which the store knows it. A record is
 // empty when made, registered while a store lists it, and cleared (no owner, id 0, empty names)
-// when its key or its store is gone.
+// when its last handle or its store goes.
 class CRegKeyImpl {
 public:
     CRegKeyImpl();

@@ -1,5 +1,5 @@
-// The grammar of the file, in both directions. There is nothing else that knows it: the library, the
-// command and the fuzz targets all come here.
+// The grammar of value lines in both directions, and the reading of key lines, which CTree::fullNameFor
+// composes. The library, the command and the fuzz targets all come here.
 //
 // A value line is `"` name `"=` type `:` data. Nothing is escaped, in no direction, and cannot be: files
 // in the field are full of texts with quotes and colons that are read as they stand. So reading is

@@ -3,7 +3,7 @@
 // looks like a value line is a value to everybody. So the limit is a part of the format.
 //
 // A piece is cut at its line feed; what of it counts is cut once more, at the first carriage return, because
-// people edit these files with other editors, and at a NUL, where C ended.
+// people edit these files with other editors, and at a NUL, where a text of C ends.
 #include "RegLib/text/LineSplitter.h"
 
 namespace VQRegLib {

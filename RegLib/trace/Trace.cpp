@@ -14,8 +14,8 @@
 // The winner must not close the old stream: another thread may be between reading the pointer and writing.
 // It puts the new file under the old one's descriptor instead (dup3). The stream object stays what it was,
 // what is being written goes to yesterday's file or to today's, and never to a closed one. Only when the
-// new file cannot be opened is the old one closed, and then the winner waits for the writers inside, who
-// are counted and have one line each to finish.
+// new file cannot be opened, or put there, is the old one closed, and then the winner waits for the writers
+// inside, who are counted and have one line each to finish.
 //
 // Descriptors are not safe in programs of others. Daemons close all of theirs at start and the number may
 // be a socket a moment later. Device and inode of what the library opened are remembered and compared

@@ -32,7 +32,8 @@ public:
     // register its own handlers after this: who holds it may be about to write a line.
     static void registerForkHandlers();
 
-    // Reads the level and the directory, and registers the object unless the level is 0.
+    // Reads the level, which it sets to 1 where it is missing, and sets the directory. Registers the
+    // object unless the level is 0.
     CRegLibTrace();
     ~CRegLibTrace();
     CRegLibTrace(const CRegLibTrace&) = delete;

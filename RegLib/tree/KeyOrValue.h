@@ -16,7 +16,8 @@ constexpr char kTreeRootName[] = "<root>";
 // where it is in memory for as long as it lives.
 using NodeNumber = std::uint32_t;
 
-// A hundred thousand of these are the largest part of a large store: forty bytes, no more.
+// A hundred thousand of these are with their lines the largest part of a large store: forty bytes each,
+// no more.
 class CKeyOrValue {
 public:
     // A key's or a value's line in the file, without its end; the tree root has none. It lies in the

@@ -16,11 +16,12 @@
 // does not mention still point there, so their lines are copied out first (keepLinesOutside).
 //
 // Files are nearly always what this library wrote: in order, without a name twice, each line one node's.
-// m_isOneToOne watches whether that holds. When it does to the end, the text that was read is also the
-// text that would be written, and the next change of another process costs a comparison (Step.cpp). When
-// it does not (an odd line, a CR, a value below a value), nothing is wrong but that short cut.
+// m_isOneToOne watches whether each line is one node's. When it is to the end, the text that was read can
+// be compared with the next one line by line (Step.cpp); an export makes a text of its own first, since
+// nobody has looked at the order. When it is not (an odd line, a CR, a value below a value), nothing is
+// wrong but that short cut.
 //
-// For such files two more things are cheap. A name that comes after all of its siblings needs no look-up,
+// For such files two more things are cheap. A value that comes after all of its siblings needs no look-up,
 // and how many nodes there will be is guessed from a few places of the text, so that index and nodes get
 // their memory once.
 #include "RegLib/tree/Merge.h"

@@ -14,7 +14,7 @@ namespace VQRegLib {
 // merged when the merge fails.
 [[nodiscard]] CMergeResult mergeText(CTree& tree, CTextSource& source);
 
-// Line by line. All nodes that a line belongs to point to it afterwards: the text becomes the tree's.
+// Line by line. Values and new keys point to their lines afterwards: the text becomes the tree's.
 class CMerge {
 public:
     explicit CMerge(CTree& tree) : m_tree(tree) {}

@@ -1,7 +1,7 @@
 // Most keys have ten children: one array, an insertion moves a few bytes. Some have a hundred thousand,
 // and there an array would move 200 KB for each new name, which makes a file in no order quadratic. From
 // 2048 on it becomes a list of arrays that are split in the middle when they are full: the nth child is
-// found by counting over some fifty arrays, a name by halves within one.
+// found by counting over fifty to a hundred arrays, a name by halves within one.
 #include "RegLib/tree/Siblings.h"
 
 #include <algorithm>

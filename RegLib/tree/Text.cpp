@@ -1,11 +1,11 @@
 // What a tree is as a text.
 //
-// There are three questions, from the weakest to the strongest, and a flag for each.
+// There are three questions, and a flag for each.
 //
 //  - Is the order known (m_isOrdered)? The list of pieces is then what an export writes: the lines of all
 //    nodes that are in the file, values before sub keys, each kind by its folded names. A change of one
-//    line keeps that true at little cost, by a splice at the right place; a merge of lines that arrive in
-//    another order, or the removal of a subtree, gives it up, and the next export makes the text anew.
+//    line keeps that true at little cost, by a splice at the right place; any merge of a whole
+//    text, or the removal of a subtree, gives it up, and the next export makes the text anew.
 //  - Is it the file (m_isFileText)? What was read, or written, last. Only then may a new text be compared
 //    with it line by line instead of being merged (Step.cpp).
 //  - Is it faithful (m_isFaithful)? Would a process that reads this text make the tree that this one has?
@@ -27,7 +27,7 @@ namespace VQRegLib {
 
 namespace {
 
-// The last line that stays in one piece when it is read.
+// Whether a line stays in one piece when it is read.
 bool isOneLine(std::string_view line) {
     return line.size() < kLongestPiece && line.find('\n') == std::string_view::npos &&
            line.find('\r') == std::string_view::npos;

@@ -27,7 +27,7 @@ struct CMergeResult {
     int code = 0;            // REGLIB_E_END_OF_FILE, or what stopped it
     int readError = 0;       // an errno: the text ended there too early
     bool isEmpty = false;    // not a single line
-    bool hasValues = false;  // a line that was not in the tree before brought a value
+    bool hasValues = false;  // a value line was merged; of a comparison, one that differed
 };
 
 }  // namespace VQRegLib

@@ -5,8 +5,8 @@
 // says `"App"=string:x` where a moment ago there was a key "App". Nodes lie in blocks that never move and
 // know each other by 32-bit numbers. The text belongs to the tree as a whole (TreeText.cpp); a node only
 // points to its line there, and to the name within the line. A name lies apart (m_namesApart) when the
-// line does not say it: the root has no line; a key that was made on the way to another one has the whole
-// line of that one; and a value that was set under another spelling keeps the name it was created with.
+// line does not say it: the root has no line; a key called "<root>" is left out of its own; and a value
+// that was set under another spelling keeps the name it was created with.
 //
 // What a name means. Sub keys and values of one key share one space of names, A to Z being the same as
 // a to z. So there is one index for the whole tree, from (parent, folded name) to the node, and beside it
@@ -21,15 +21,17 @@
 // value on the way it goes on below that, so that values can have children, which no operation finds and
 // no export writes. Programs have left such files behind, and each process must read them alike.
 //
-// Why nodes outlive the tree. A caller's handle stands for a node, not for a name. When a value line takes
-// the name of a key that somebody has open, that key is displaced: in no list, in no index and in no text,
-// but whoever has the handle goes on reading and setting values in it. When a key is deleted by a call it
-// is gone: its handles say so, which takes the node to be still there. Leaving.cpp has the details.
+// Why nodes outlive their place in the tree. A caller's handle stands for a node, not for a name. When a
+// value line takes the name of a key that somebody has open, that key is displaced: in no list, in no
+// index and in no text, but whoever has the handle goes on reading and setting values in it. When a key
+// is deleted by a call it is gone: its handles say so, which takes the node to be still there.
+// Leaving.cpp has the details.
 //
-// What can fail. Every verb either succeeds or changes nothing. The pattern is the same everywhere: first
-// whatever needs memory (a node, the copy of a line, room in the index and in a list), then the changes
-// themselves, which cannot fail. CNewNode gives a node back when something throws in between. The text is
-// the one exception: it may be forgotten at any time, and is then made anew when it is wanted.
+// What can fail. Every verb but reduceTo either succeeds or changes nothing. The pattern is the same
+// everywhere: first whatever needs memory (a node, the copy of a line, room in the index and in a list),
+// then the changes themselves, which cannot fail. CNewNode gives a node back when something throws in
+// between. The text is the one exception: it may be forgotten at any time, and is then made anew when it
+// is wanted.
 #include "RegLib/tree/Tree.h"
 
 #include <functional>

@@ -24,12 +24,12 @@ namespace VQRegLib {
 // Sub keys and values of one key share their names: what bears a name, whatever its case, is found by
 // it. Values come before sub keys in the file, and each kind in the order of its folded names.
 //
-// Every verb either succeeds or changes nothing; those that need memory throw std::bad_alloc, or
-// std::length_error for a line that no file could hold.
+// Every verb either succeeds or changes nothing, but for reduceTo; those that need memory throw
+// std::bad_alloc, or std::length_error for a line that no file could hold.
 //
-// Nodes outlive the tree. A handle may stand for a key that has been deleted, or whose name a line of
-// the file has given to a value. The first kind is gone: it stays in memory, and says so, until
-// somebody makes sure that no handle refers to it (sweep). The second kind is displaced: it is in
+// Nodes outlive their place in the tree. A handle may stand for a key that has been deleted, or whose
+// name a line of the file has given to a value. The first kind is gone: it stays in memory, and says so,
+// until somebody makes sure that no handle refers to it (sweep). The second kind is displaced: it is in
 // nobody's list and in no text any more, but whoever has a handle goes on working with it.
 class CTree {
 public:
@@ -197,9 +197,12 @@ private:
     std::size_t m_gone = 0;
 
     CTreeText m_text;
-    bool m_isOrdered = false;   // the known text is what is to be written
-    bool m_isFileText = false;  // and it is the file, each line of which is one node's
-    bool m_isFaithful = true;   // a line that is written says, once read, what it was made of
+    bool m_isOrdered = false;  // the known text is what is to be written
+
+    // The known text is the file, each line of which is one node's; perhaps not in order.
+    bool m_isFileText = false;
+
+    bool m_isFaithful = true;  // a line that is written says, once read, what it was made of
 };
 
 }  // namespace VQRegLib

@@ -2,10 +2,10 @@
 //
 // A store of a hundred thousand values has four megabytes of text. Kept as a string per value it would be
 // three times that, and every export a walk over all of them. Kept as it was read, it costs what the file
-// costs, and an export writes it as it is.
+// costs, and exports after the first write it as it is.
 //
 // What makes that work with changes is the list of pieces. At first there is one: the whole block. A line
-// that becomes longer is written to another block, and the list has three pieces then: what was before
+// that changes its length is written to another block, and the list has three pieces then: what was before
 // it, the line, what comes after it. A write takes pieces as they are (writev), a comparison runs over
 // them, and only the finding of a place is linear in their number; so there is a limit to it, and beyond
 // that the text counts as unknown and is made anew at the next export.

@@ -3,13 +3,13 @@
 // How tests look inside. Most do not: they open sessions, write files and start processes, and what they
 // find is what a user would find. A few moments cannot be had from outside: the instant between two
 // renames, a stamp that another process has just moved, a second that has passed. For these there is one
-// friend, CFileStoreProbe, which the store's classes name and which only this file defines; it reads the
-// private words and sets the few that another process could have set too. It never changes the tree: what
-// a test finds there has come through an operation or through a file.
+// friend, CFileStoreProbe, which the store's classes name and which only this file defines; it reads
+// private words and sets a few: stamps, and the times of last looks. Two tests put values into the tree
+// through it that no operation could make.
 //
-// Failures of the system come from two more seams. CFileOps can be replaced as a whole, by one whose nth
-// call fails (FileOpsFake.h). And memory gives out at the nth request by the operators new and delete of
-// the test program itself.
+// Failures of the system, and times, come from more seams. CFileOps can be replaced as a whole, by one that
+// fails from its nth call on (FileOpsFake.h); memory gives out at the nth request (FailingAllocation);
+// texts cannot be copied (FailingCopies.h); and clocks are set (SetClock.h, stepping_clock.cpp).
 //
 // Tests that must not touch the machine run in mount namespaces of their own (private_root.cpp): they
 // have an /etc, a /dev/shm and a /tmp that go with them.
