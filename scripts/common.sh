@@ -36,13 +36,16 @@ need_or_end() {
     exit 0
 }
 
-# build PRESET [CMAKE-ARGUMENT...]: configures and builds; the log is shown when it fails.
+# build PRESET [CMAKE-ARGUMENT...]: configures and builds, all or what `targets` names; the log is shown
+# when it fails.
+targets=()
 build() {
     local preset=$1
     shift
     local log
     log=$(mktemp)
-    if ! { cmake -S "$project" --preset "$preset" "$@" && cmake --build --preset "$preset"; } >"$log" 2>&1; then
+    if ! { cmake -S "$project" --preset "$preset" "$@" &&
+        cmake --build --preset "$preset" ${targets[@]+--target "${targets[@]}"}; } >"$log" 2>&1; then
         cat "$log"
         rm -f "$log"
         return 1

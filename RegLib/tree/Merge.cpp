@@ -132,7 +132,7 @@ void CMerge::expectNodesOf(std::string_view text) try {
     constexpr std::size_t kShortLine = 16;
     std::uint64_t lines = 0;
     std::uint64_t looked = 0;
-    for (const std::size_t quarter : {0, 1, 2, 3}) {
+    for (std::size_t quarter = 0; quarter < 4; ++quarter) {
         const std::string_view sample = text.substr(text.size() / 4 * quarter, kSample);
         lines += static_cast<std::uint64_t>(std::count(sample.begin(), sample.end(), '\n'));
         looked += sample.size();
