@@ -17,7 +17,8 @@ public:
 
     explicit CStoreLock(CRegLibImplFile& store, eUnwinding unwinding = eUnwinding::eRelease,
                         eHow how = eWait);
-    ~CStoreLock();
+    // Most operations come to their end without one: it is nothing to be made a part of them.
+    [[gnu::noinline]] ~CStoreLock();
     CStoreLock(const CStoreLock&) = delete;
     CStoreLock& operator=(const CStoreLock&) = delete;
 
