@@ -122,5 +122,7 @@ TEST(LargeMemory, MovesWithItsContent) {
 
 TEST(LargeMemory, FailsWhereThereIsNotSoMuch) {
     EXPECT_THROW(CLargeMemory(std::numeric_limits<std::size_t>::max() - 100), std::bad_alloc);
-    EXPECT_THROW(CLargeMemory(std::numeric_limits<std::size_t>::max() / 2), std::bad_alloc);
+    if constexpr (sizeof(std::size_t) > 4) {  // half of fewer addresses may well be free
+        EXPECT_THROW(CLargeMemory(std::numeric_limits<std::size_t>::max() / 2), std::bad_alloc);
+    }
 }
