@@ -62,8 +62,8 @@ std::string readFile(const std::string& path) {
     return text;
 }
 
-TempStore::TempStore() {
-    std::string name = "/tmp/vqreg-XXXXXX";
+TempStore::TempStore(const std::string& below) {
+    std::string name = below + "/vqreg-XXXXXX";
     if (::mkdtemp(name.data()) == nullptr) {
         throw std::system_error(errno, std::generic_category(), name);
     }

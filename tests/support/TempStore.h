@@ -10,12 +10,12 @@
 
 namespace vqtest {
 
-/// A new directory below /tmp and the path of a store in it; nothing is in the directory yet. The
+/// A new directory, below /tmp or another one, and the path of a store in it; nothing is in the directory yet. The
 /// destructor removes the directory with all that is in it, and the system objects of the stores
 /// that were in it. Destroy it after the last session.
 class TempStore {
 public:
-    TempStore();
+    explicit TempStore(const std::string& below = "/tmp");
     ~TempStore();
     TempStore(const TempStore&) = delete;
     TempStore& operator=(const TempStore&) = delete;
