@@ -18,6 +18,7 @@
 #include "RegLib/trace/Trace.h"
 #include "portable/FileLink.h"
 #include "portable/FileOps.h"
+#include "portable/FileSystem.h"
 
 namespace VQRegLib {
 
@@ -77,6 +78,13 @@ void CRegLibImplFile::chooseFile(const char* name) try {
         throw std::bad_alloc();
     }
     m_file.setPath(m_pszFileName);
+    if (const char* const kind = networkFileSystem(path)) {
+        REGLIB_TRACE(
+            eTraceAlways,
+            "(Error) CRegLibImplFile::CRegLibImplFile, \"%s\" is on %s: lock and change stamp "
+            "are this machine's alone, other machines must not use the store\n",
+            m_pszFileName, kind);
+    }
 } catch (const std::bad_alloc&) {
     if (!name) {
         REGLIB_TRACE(eTraceAlways, "(Error) CRegLibImplFile::CRegLibImplFile, strdup failed\n");

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <memory>
 
+#include "portable/FileSystem.h"
 #include "tools/vqreg/base/ExitCode.h"
 #include "tools/vqreg/base/FileFacts.h"
 #include "tools/vqreg/commands/CommandTable.h"
@@ -26,6 +27,7 @@ struct Facts {
     enum class eState { ePresent, eEmpty, eMissing } state = eState::ePresent;
     struct stat status {};
     std::optional<struct stat> backup;
+    const char* network = nullptr;    // the file system, where other machines may have it, too
     std::optional<std::string> hint;  // there is a text, but not where it should be
     Count count;
     std::optional<std::uint64_t> stamp;
@@ -78,6 +80,7 @@ Facts gather(const StoreOptions& options) {
     if (!isMissing || !facts.hint) {
         readText(facts, options);
     }
+    facts.network = VQRegLib::networkFileSystem(facts.file);
     facts.stamp = changeStamp(facts.file);
     facts.holder = lockHolder(facts.file);
     facts.openers = processesWith(facts.file);
@@ -165,6 +168,11 @@ void printText(const Facts& facts) {
     if (facts.state != Facts::eState::eMissing) {
         printStatus(facts, line);
     }
+    if (facts.network) {
+        line("file system", fmt::format("{}: lock and change stamp are this machine's alone, other "
+                                        "machines must not use the store",
+                                        facts.network));
+    }
     line("backup", backupText(facts));
     line("keys", std::to_string(facts.count.keys));
     line("values", std::to_string(facts.count.values));
@@ -193,6 +201,7 @@ void printJson(const Facts& facts) {
         json["size"] = facts.status.st_size;
         json["modified"] = facts.status.st_mtime;
     }
+    json["networkFileSystem"] = facts.network ? Json(facts.network) : Json(nullptr);
     json["backup"] = backupJson(facts);
     json["keys"] = facts.count.keys;
     json["values"] = facts.count.values;
