@@ -25,6 +25,12 @@ class Check:
 
 
 CHECKS = [
+    Check("kill.random", "killed at random, in memory", quick=180, long=5000, piece=500),
+    Check("kill.random.disk", "killed at random, on the disk", quick=90, long=5000, piece=500,
+          on_disk=True),
+    Check("kill.calls", "killed at every system call", quick=150, long=5000, piece=1000),
+    Check("kill.again", "killed again in the start that follows", quick=100, long=20000, piece=1000),
+    Check("kill.stop", "stopped at every system call", quick=100, long=5000, piece=1000),
 ]
 
 # What the test of the driver looks at.

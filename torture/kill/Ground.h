@@ -1,0 +1,102 @@
+// A store in which processes are killed or stopped, those that live on, and what must hold for them.
+#ifndef VQTORTURE_KILL_GROUND_H
+#define VQTORTURE_KILL_GROUND_H
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "kill/Content.h"
+#include "kill/Deeds.h"
+#include "support/Agent.h"
+#include "support/ForkedChild.h"
+#include "support/TempStore.h"
+#include "support/Torture.h"
+
+namespace vqtorture {
+
+/// What there is when a process begins its deed.
+enum class Scene {
+    eWitnessed,  ///< the store, and others have it open
+    eAlone,      ///< the store, and nobody else uses it
+    eNothing     ///< no file and no objects: it is for openings
+};
+
+struct Case {
+    Deed deed;
+    Scene scene;
+
+    std::string words() const;
+};
+
+/// All that make sense.
+std::vector<Case> allCases();
+
+/// Two programs that look at stores and change them, one store after the other.
+struct Others {
+    vqtest::Agent first{VQREG_AGENT_PATH};
+    vqtest::Agent second{VQREG_AGENT_PATH};
+};
+
+/// One store. This process itself never uses the library, so that its children begin as programs do.
+class Ground {
+public:
+    Ground(Run& run, Others& others, const Case& what);
+    ~Ground();
+    Ground(const Ground&) = delete;
+    Ground& operator=(const Ground&) = delete;
+
+    const std::string& path() const { return m_path; }
+    Deed deed() const { return m_case.deed; }
+    Progress& progress() { return *m_progress; }
+
+    /// After a death: the file is whole, no acknowledged change is lost, no lock is left, and all others
+    /// see one text, which they can change, none of them waiting for longer than a second.
+    void judgeDeath();
+
+    /// While a process is stopped: others read without waiting, by what they have open and anew.
+    void judgeStop();
+
+    /// After it has gone on to its end: what it did is there for all.
+    void judgeEnd();
+
+    /// The next deed is another one.
+    void beginAnew();
+
+private:
+    void openOthers();
+    void closeOthers();
+    void lookAtFiles();
+    void lookAtNewStore();
+    void lookAndChange();
+    void notify();
+    std::uint32_t& ownNumber();
+    void expectSeen(const Content& seen, const char* who);
+    Content lookFromNewProcess(std::optional<std::uint32_t> newOther);
+    void timed(const std::string& what, const std::function<void()>& action);
+
+    Run& m_run;
+    Others& m_others;
+    const Case m_case;
+    vqtest::TempStore m_store;
+    const std::string m_path;
+    vqtest::Common<Progress> m_progress;
+    Content m_now;                  // before the deed
+    std::optional<Content> m_seen;  // by somebody, since then
+    bool m_isDead = false;          // who did the deed: nothing changes by itself any more
+    bool m_isOpen = false;          // by the others
+};
+
+/// Does the deed once; the body of a SteppedChild, whose `begin` comes before what is stepped through.
+template <typename Begin>
+int doOnce(Ground& ground, Begin begin) {
+    Doer& doer = *new Doer(ground.deed(), ground.path(), ground.progress());  // it never ends
+    doer.prepare();
+    begin();
+    return doer.once() ? 0 : 1;
+}
+
+}  // namespace vqtorture
+
+#endif  // VQTORTURE_KILL_GROUND_H
