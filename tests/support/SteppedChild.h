@@ -21,8 +21,9 @@ namespace vqtest {
 /// before begin() it does at full speed, from there on it is stopped where each system call begins
 /// and where it ends. Its result is the exit status. The child ends with the test.
 ///
-/// With eAllThreads, threads that it starts then are stepped through as well: each stop is that of
-/// whichever thread comes to one next, and the others go on meanwhile.
+/// With eAllThreads, any thread of the child may call begin(), and threads that this one starts then are
+/// stepped through as well: each stop is that of whichever thread comes to one next, and the others go
+/// on meanwhile.
 ///
 /// Only the thread that has made the object may use it.
 class SteppedChild {
@@ -53,7 +54,7 @@ public:
         }
         haveGroup(m_pid);
         if (collect()) {
-            ::ptrace(PTRACE_SETOPTIONS, m_pid, nullptr,
+            ::ptrace(PTRACE_SETOPTIONS, m_stopped, nullptr,
                      PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL |
                          (m_hasAllThreads ? PTRACE_O_TRACECLONE : 0));
         }

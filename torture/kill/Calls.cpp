@@ -123,7 +123,7 @@ void killAgain(Run& run) {
             Ground ground(run, others, places[i].what);
             killThere(run, ground, places[i].stop);
             run.add("kills", killNext(ground, next) ? 1 : 0);
-            ground.judgeDeath();
+            ground.judgeDeath(2);
         });
     }
 }

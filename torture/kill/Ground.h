@@ -53,7 +53,8 @@ public:
 
     /// After a death: the file is whole, no acknowledged change is lost, no lock is left, and all others
     /// see one text, which they can change, none of them waiting for longer than a second.
-    void judgeDeath();
+    /// Each of those that died may have left a temporary file.
+    void judgeDeath(int deaths = 1);
 
     /// While a process is stopped: others read without waiting, by what they have open and anew.
     void judgeStop();
@@ -67,8 +68,9 @@ public:
 private:
     void openOthers();
     void closeOthers();
-    void lookAtFiles();
+    void lookAtFiles(int deaths);
     void lookAtNewStore();
+    void openAnewBesideStopped();
     void lookAndChange();
     void notify();
     std::uint32_t& ownNumber();

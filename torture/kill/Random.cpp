@@ -15,7 +15,7 @@ namespace vqtorture {
 namespace {
 
 constexpr std::uint64_t kMicrosecondsOfChanges = 3000;
-constexpr std::uint64_t kMicrosecondsOfAnOpening = 6000;
+constexpr std::uint64_t kMicrosecondsOfAnOpening = 1500;
 // The starter of the thread looks every tenth of a second whether it has started.
 constexpr std::uint64_t kMicrosecondsOfAThreadsStart = 2000;
 constexpr std::uint64_t kMicrosecondsUntilTheLook = 100'000;

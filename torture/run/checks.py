@@ -30,7 +30,20 @@ CHECKS = [
           on_disk=True),
     Check("kill.calls", "killed at every system call", quick=150, long=5000, piece=1000),
     Check("kill.again", "killed again in the start that follows", quick=100, long=20000, piece=1000),
-    Check("kill.stop", "stopped at every system call", quick=100, long=5000, piece=1000),
+    Check("kill.stop", "stopped at every system call", quick=100, long=5000, piece=250),
+    Check("ends.handlers", "handlers removed while they run", quick=3000, long=100_000, piece=10_000,
+          sanitizers=("address", "thread")),
+    Check("ends.cancel", "threads cancelled at every system call", quick=150, long=5000, piece=500),
+    Check("ends.unwinding", "operations of destructors", quick=500, long=20_000, piece=2000,
+          sanitizers=("address", "thread")),
+    Check("ends.fork", "forked beside busy threads", quick=150, long=2000, piece=250,
+          sanitizers=("address", "thread")),
+    Check("ends.exec", "programs begun beside busy threads", quick=60, long=1000, piece=200,
+          sanitizers=("address", "thread")),
+    Check("ends.exit", "ended with threads at work", quick=60, long=1000, piece=100,
+          sanitizers=("address", "thread")),
+    Check("ends.unload", "modules unloaded", quick=10, long=1000, piece=50,
+          sanitizers=("address", "thread")),
 ]
 
 # What the test of the driver looks at.
