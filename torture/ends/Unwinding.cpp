@@ -1,6 +1,7 @@
 // Operations of destructors that run because an exception passes, or because a thread is ended.
 #include <pthread.h>
 
+#include <cstdio>
 #include <exception>
 #include <functional>
 #include <map>
@@ -97,6 +98,16 @@ private:
                (known == m_numbers.end() ? -1 : known->second));
     }
 
+    // It needs the lock, and makes the file again.
+    void queryOfMissing() {
+        if (m_updates == 0) {
+            std::remove(m_store.path().c_str());
+            expect(m_session.VQRegReload() == REGLIB_OK);
+            query();
+            expect(m_store.exists());
+        }
+    }
+
     void remove() {
         const std::string name = randomName();
         m_run.add("operations");
@@ -136,8 +147,8 @@ private:
     std::function<void()> randomAction() {
         using Action = void (Descent::*)();
         constexpr Action kActions[] = {
-            &Descent::set,  &Descent::set,          &Descent::query,        &Descent::remove,
-            &Descent::open, &Descent::registration, &Descent::throwAndCatch};
+            &Descent::set,    &Descent::set,  &Descent::query,        &Descent::queryOfMissing,
+            &Descent::remove, &Descent::open, &Descent::registration, &Descent::throwAndCatch};
         const Action action = kActions[m_run.below(std::size(kActions))];
         return [this, action] { (this->*action)(); };
     }

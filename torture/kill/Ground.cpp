@@ -19,6 +19,7 @@ namespace {
 constexpr double kMostMilliseconds = 1000;
 constexpr double kMostMillisecondsForAnOpener = 5000;
 constexpr unsigned kNewProcessSeconds = 20;
+constexpr std::uint32_t kChangesBeside = 10;
 constexpr char kNewText[] = "[Velquist]\n";
 
 double millisecondsOf(const std::function<void()>& action) {
@@ -113,9 +114,26 @@ void Ground::closeOthers() {
     }
 }
 
+void Ground::letOtherChange() {
+    m_others.second.tell({"stress", ".", "Other", std::to_string(kChangesBeside)});
+    m_isChanging = true;
+}
+
+// It may have been waiting for the lock that the dead one held.
+void Ground::collectOther() {
+    if (m_isChanging) {
+        m_isChanging = false;
+        timed("a set beside it", [&] {
+            require(m_others.second.answer().fields.at(0) == "0", "a set beside it is refused");
+        });
+        m_now.other = kChangesBeside;
+    }
+}
+
 void Ground::judgeDeath(int deaths) {
     require(m_progress->failure == REGLIB_OK, "it was refused something before it died");
     m_isDead = true;
+    collectOther();
     lookAtFiles(deaths);
     if (m_case.scene == Scene::eNothing) {
         lookAtNewStore();

@@ -51,6 +51,9 @@ public:
     Deed deed() const { return m_case.deed; }
     Progress& progress() { return *m_progress; }
 
+    /// From now on another process changes the store as well, until the next judgement.
+    void letOtherChange();
+
     /// After a death: the file is whole, no acknowledged change is lost, no lock is left, and all others
     /// see one text, which they can change, none of them waiting for longer than a second.
     /// Each of those that died may have left a temporary file.
@@ -68,6 +71,7 @@ public:
 private:
     void openOthers();
     void closeOthers();
+    void collectOther();
     void lookAtFiles(int deaths);
     void lookAtNewStore();
     void openAnewBesideStopped();
@@ -88,6 +92,7 @@ private:
     std::optional<Content> m_seen;  // by somebody, since then
     bool m_isDead = false;          // who did the deed: nothing changes by itself any more
     bool m_isOpen = false;          // by the others
+    bool m_isChanging = false;      // the second other
 };
 
 /// Does the deed once; the body of a SteppedChild, whose `begin` comes before what is stepped through.

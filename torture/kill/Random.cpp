@@ -37,7 +37,7 @@ void sleepMicroseconds(std::uint64_t microseconds) {
     ::nanosleep(&time, nullptr);
 }
 
-void killOnce(Run& run, Ground& ground) {
+void killOnce(Run& run, Ground& ground, bool isBesideChanges) {
     const pid_t parent = ::getpid();
     vqtest::ForkedChild child([&] {
         vqtest::endWithParent(parent);
@@ -51,6 +51,9 @@ void killOnce(Run& run, Ground& ground) {
     require(vqtest::waitUntil([&] { return ground.progress().isReady.load(); }),
             "the process does not begin");
     const std::uint32_t first = ground.progress().done;
+    if (isBesideChanges) {
+        ground.letOtherChange();
+    }
     sleepMicroseconds(randomDelay(run, ground.deed()));
     const int status = child.kill();
     require(status == -SIGKILL, "it ended by itself with " + std::to_string(status));
@@ -83,8 +86,9 @@ void killAtRandom(Run& run) {
                 ground.reset();
                 ground.emplace(run, others, cases[i]);
             }
+            const bool isBesideChanges = cases[i].scene == Scene::eWitnessed && kill % 2 == 0;
             told(cases[i].words() + ", death " + std::to_string(kill - begin + 1),
-                 [&] { killOnce(run, *ground); });
+                 [&] { killOnce(run, *ground, isBesideChanges); });
         }
         if (ground && cases[i].deed == Deed::eRegister && cases[i].scene == Scene::eWitnessed) {
             expectNoSemaphores(run, others);
