@@ -148,11 +148,11 @@ void stopThere(Run& run, Ground& ground, int stop) {
     const vqtest::SteppedChildGuard guard(child, kPatienceSeconds);
     if (isAlive) {
         run.add("stops");
-        ground.judgeStop();
+        ground.judgeStop(true);
     }
     if (isAlive && ground.deed() != Deed::eRegister && child.stopUntraced()) {
         run.add("stops");
-        ground.judgeStop();
+        ground.judgeStop(ground.deed() != Deed::eOpen);  // which may take seconds there
         child.goOn();
     }
     child.finish();

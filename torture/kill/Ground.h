@@ -59,8 +59,9 @@ public:
     /// Each of those that died may have left a temporary file.
     void judgeDeath(int deaths = 1);
 
-    /// While a process is stopped: others read without waiting, by what they have open and anew.
-    void judgeStop();
+    /// While a process is stopped: others read without waiting, by what they have open and, if wanted, by
+    /// opening it anew.
+    void judgeStop(bool alsoAnew);
 
     /// After it has gone on to its end: what it did is there for all.
     void judgeEnd();
