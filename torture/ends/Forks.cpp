@@ -18,6 +18,19 @@
 #include "support/Sessions.h"
 #include "support/TempStore.h"
 
+#ifdef __SANITIZE_ADDRESS__
+// NOLINTBEGIN(bugprone-reserved-identifier): the name that the sanitizer looks for
+namespace {
+bool isChildOfFork = false;
+}
+// What the threads of its parent held is not reachable in a child.
+extern "C" int __lsan_is_turned_off();
+extern "C" int __lsan_is_turned_off() {
+    return isChildOfFork ? 1 : 0;
+}
+// NOLINTEND(bugprone-reserved-identifier)
+#endif
+
 namespace vqtorture {
 
 namespace {
@@ -67,6 +80,9 @@ int use(eUse what, CRegLib& session, const std::string& path) {
         return kOk;
     }
     if (what == eExits) {
+#ifdef __SANITIZE_ADDRESS__
+        isChildOfFork = true;
+#endif
         std::exit(kExit);
     }
     if (!session.RootKey()) {

@@ -78,19 +78,49 @@ void killThere(Run& run, Ground& ground, int stop) {
     child.kill();
 }
 
-// Who opens the store next dies, too. False when it has opened it before.
-bool killNext(Ground& ground, int stop) {
-    Progress progress;
-    SteppedChild child([&](auto begin) {
-        Doer& doer = *new Doer(Deed::eOpen, ground.path(), progress);
-        doer.prepare();
-        begin();
-        return doer.once() ? 0 : 1;
-    });
-    const bool isAlive = child.step(stop);
-    child.kill();
-    require(isAlive || child.status() == 0, "it cannot open the store");
-    return isAlive;
+// The process that opens the store next. It may have opened another store before, so that there is nothing
+// left to it but this one.
+class NextOpener {
+public:
+    NextOpener(const Ground& ground, const std::string& other)
+        : m_child([&](auto begin) {
+              Progress progress;
+              Doer& doer = *new Doer(Deed::eOpen, ground.path(), progress);
+              doer.prepare();
+              if (!other.empty()) {
+                  vqtest::openSession(other).release();
+              }
+              begin();
+              return doer.once() ? 0 : 1;
+          }) {}
+
+    int countStops() {
+        int stops = 0;
+        while (m_child.step()) {
+            ++stops;
+        }
+        return stops;
+    }
+
+    // False when it has opened the store before.
+    bool killAt(int stop) {
+        const bool isAlive = m_child.step(stop);
+        m_child.kill();
+        require(isAlive || m_child.status() == 0, "it cannot open the store");
+        return isAlive;
+    }
+
+private:
+    SteppedChild m_child;
+};
+
+int countStopsOfNext(Run& run, Others& others, const std::string& other) {
+    const Ground ground(run, others, {Deed::eOpen, Scene::eNothing});
+    return NextOpener(ground, other).countStops();
+}
+
+int oneOf(Run& run, int count) {
+    return 1 + static_cast<int>(run.below(static_cast<std::uint64_t>(count)));
 }
 
 }  // namespace
@@ -108,23 +138,75 @@ void killAtCalls(Run& run) {
     }
 }
 
+namespace {
+
+constexpr int kStopsOfAReplacement =
+    24;  // the last ones of a change: what can be left half done is there
+
+// The second death at any stop of the first store that a process opens, or after a death in a replacement at
+// any stop of the mending.
+class Again {
+public:
+    Again(Run& run, Others& others)
+        : m_run(run),
+          m_others(others),
+          m_other(run.directory()),
+          m_places(run, others, casesWithoutThreads()),
+          m_stopsOfFirst(countStopsOfNext(run, others, "")),
+          m_stopsOfOther(countStopsOfNext(run, others, m_other.path())) {
+        for (const Deed deed : {Deed::eSet, Deed::eUpdate}) {
+            const Case what{deed, Scene::eWitnessed};
+            m_ends.push_back({what, countStops(run, others, what)});
+        }
+    }
+
+    void killAnywhere(std::uint64_t number) {
+        kill(m_places[number], "", oneOf(m_run, m_stopsOfFirst));
+    }
+
+    void killInMending() {
+        Place place = m_ends[m_run.below(m_ends.size())];
+        place.stop -= oneOf(m_run, kStopsOfAReplacement) - 1;
+        kill(place, m_other.path(), oneOf(m_run, m_stopsOfOther));
+    }
+
+private:
+    static std::vector<Case> casesWithoutThreads() {
+        std::vector<Case> cases = allCases();
+        std::erase_if(cases, [](const Case& what) { return what.deed == Deed::eRegister; });
+        return cases;
+    }
+
+    void kill(const Place& place, const std::string& other, int next) {
+        told(place.words() + ", then " + std::to_string(next), [&] {
+            Ground ground(m_run, m_others, place.what);
+            killThere(m_run, ground, place.stop);
+            m_run.add("kills", NextOpener(ground, other).killAt(next) ? 1 : 0);
+            ground.judgeDeath(2);
+        });
+    }
+
+    Run& m_run;
+    Others& m_others;
+    const vqtest::TempStore m_other;
+    const Places m_places;
+    const int m_stopsOfFirst;
+    const int m_stopsOfOther;
+    std::vector<Place> m_ends;
+};
+
+}  // namespace
+
 void killAgain(Run& run) {
     needTracing();
     Others others;
-    const Places places(run, others,
-                        {{Deed::eSet, Scene::eAlone},
-                         {Deed::eUpdate, Scene::eAlone},
-                         {Deed::eOpen, Scene::eAlone},
-                         {Deed::eOpen, Scene::eNothing}});
-    const int stops = countStops(run, others, {Deed::eOpen, Scene::eNothing});
+    Again again(run, others);
     for (std::uint64_t i = 0; i < run.count(); ++i) {
-        const int next = 1 + static_cast<int>(run.below(static_cast<std::uint64_t>(stops)));
-        told(places[i].words() + ", then " + std::to_string(next), [&] {
-            Ground ground(run, others, places[i].what);
-            killThere(run, ground, places[i].stop);
-            run.add("kills", killNext(ground, next) ? 1 : 0);
-            ground.judgeDeath(2);
-        });
+        if (i % 2 == 0) {
+            again.killAnywhere(i);
+        } else {
+            again.killInMending();
+        }
     }
 }
 
