@@ -24,7 +24,7 @@ namespace {
 bool isChildOfFork = false;
 }
 // What the threads of its parent held is not reachable in a child.
-extern "C" int __lsan_is_turned_off();
+extern "C" __attribute__((visibility("default"))) int __lsan_is_turned_off();
 extern "C" int __lsan_is_turned_off() {
     return isChildOfFork ? 1 : 0;
 }

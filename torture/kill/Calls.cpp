@@ -128,7 +128,7 @@ int oneOf(Run& run, int count) {
 void killAtCalls(Run& run) {
     needTracing();
     Others others;
-    const Places places(run, others, allCases());
+    const Places places(run, others, allCases(run));
     for (std::uint64_t i = 0; i < run.count(); ++i) {
         told(places[i].words(), [&] {
             Ground ground(run, others, places[i].what);
@@ -151,7 +151,7 @@ public:
         : m_run(run),
           m_others(others),
           m_other(run.directory()),
-          m_places(run, others, casesWithoutThreads()),
+          m_places(run, others, casesWithoutThreads(run)),
           m_stopsOfFirst(countStopsOfNext(run, others, "")),
           m_stopsOfOther(countStopsOfNext(run, others, m_other.path())) {
         for (const Deed deed : {Deed::eSet, Deed::eUpdate}) {
@@ -171,8 +171,8 @@ public:
     }
 
 private:
-    static std::vector<Case> casesWithoutThreads() {
-        std::vector<Case> cases = allCases();
+    static std::vector<Case> casesWithoutThreads(const Run& run) {
+        std::vector<Case> cases = allCases(run);
         std::erase_if(cases, [](const Case& what) { return what.deed == Deed::eRegister; });
         return cases;
     }
@@ -212,9 +212,9 @@ void killAgain(Run& run) {
 
 namespace {
 
-std::vector<Case> casesOfStops() {
+std::vector<Case> casesOfStops(const Run& run) {
     std::vector<Case> cases;
-    for (const Case& what : allCases()) {
+    for (const Case& what : allCases(run)) {
         // Who is the first to open a store makes what all share, for which others wait.
         if (what.deed != Deed::eOpen || what.scene == Scene::eWitnessed) {
             cases.push_back(what);
@@ -248,7 +248,7 @@ void stopThere(Run& run, Ground& ground, int stop) {
 void stopAtCalls(Run& run) {
     needTracing();
     Others others;
-    const Places places(run, others, casesOfStops());
+    const Places places(run, others, casesOfStops(run));
     for (std::uint64_t i = 0; i < run.count(); ++i) {
         told(places[i].words(), [&] {
             Ground ground(run, others, places[i].what);

@@ -1,5 +1,6 @@
 #include "kill/Ground.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -20,6 +21,8 @@ constexpr double kMostMilliseconds = 1000;
 constexpr double kMostMillisecondsForAnOpener = 15'000;
 constexpr unsigned kNewProcessSeconds = 20;
 constexpr std::uint32_t kChangesBeside = 10;
+constexpr mode_t kForAll = 0777;
+constexpr mode_t kReadOnlyForOthers = 0644;
 constexpr char kNewText[] = "[Velquist]\n";
 
 double millisecondsOf(const std::function<void()>& action) {
@@ -31,23 +34,6 @@ double millisecondsOf(const std::function<void()>& action) {
 
 }  // namespace
 
-std::string Case::words() const {
-    const char* const where = scene == Scene::eWitnessed ? " beside others"
-                              : scene == Scene::eAlone   ? " alone"
-                                                         : " of nothing";
-    return nameOf(deed) + std::string(where);
-}
-
-std::vector<Case> allCases() {
-    std::vector<Case> cases;
-    for (const Deed deed : kDeeds) {
-        cases.push_back({deed, Scene::eWitnessed});
-        cases.push_back({deed, Scene::eAlone});
-    }
-    cases.push_back({Deed::eOpen, Scene::eNothing});
-    return cases;
-}
-
 Ground::Ground(Run& run, Others& others, const Case& what)
     : m_run(run),
       m_others(others),
@@ -58,6 +44,7 @@ Ground::Ground(Run& run, Others& others, const Case& what)
     if (what.scene != Scene::eNothing) {
         m_store.write(m_now.text());
     }
+    ::chmod(m_store.directory().c_str(), kForAll);
     if (what.scene == Scene::eWitnessed) {
         openOthers();
     }
@@ -79,6 +66,14 @@ void Ground::beginAnew() {
     m_progress->isReady = false;
     m_seen.reset();
     m_isDead = false;
+    closeToOtherUsers();
+}
+
+// As a file is that root has written, until root next opens it.
+void Ground::closeToOtherUsers() {
+    if (m_case.isOfAnotherUser) {
+        require(::chmod(m_path.c_str(), kReadOnlyForOthers) == 0, "the mode is not changed");
+    }
 }
 
 std::uint32_t& Ground::ownNumber() {

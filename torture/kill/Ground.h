@@ -5,8 +5,8 @@
 #include <functional>
 #include <optional>
 #include <string>
-#include <vector>
 
+#include "kill/Case.h"
 #include "kill/Content.h"
 #include "kill/Deeds.h"
 #include "support/Agent.h"
@@ -15,23 +15,6 @@
 #include "support/Torture.h"
 
 namespace vqtorture {
-
-/// What there is when a process begins its deed.
-enum class Scene {
-    eWitnessed,  ///< the store, and others have it open
-    eAlone,      ///< the store, and nobody else uses it
-    eNothing     ///< no file and no objects: it is for openings
-};
-
-struct Case {
-    Deed deed;
-    Scene scene;
-
-    std::string words() const;
-};
-
-/// All that make sense.
-std::vector<Case> allCases();
 
 /// Two programs that look at stores and change them, one store after the other.
 struct Others {
@@ -48,6 +31,7 @@ public:
     Ground& operator=(const Ground&) = delete;
 
     const std::string& path() const { return m_path; }
+    const Case& what() const { return m_case; }
     Deed deed() const { return m_case.deed; }
     Progress& progress() { return *m_progress; }
 
@@ -70,6 +54,7 @@ public:
     void beginAnew();
 
 private:
+    void closeToOtherUsers();
     void openOthers();
     void closeOthers();
     void collectOther();
@@ -100,6 +85,7 @@ private:
 template <typename Begin>
 int doOnce(Ground& ground, Begin begin) {
     Doer& doer = *new Doer(ground.deed(), ground.path(), ground.progress());  // it never ends
+    becomeUserOf(ground.what());
     doer.prepare();
     begin();
     return doer.once() ? 0 : 1;

@@ -42,6 +42,7 @@ void killOnce(Run& run, Ground& ground, bool isBesideChanges) {
     vqtest::ForkedChild child([&] {
         vqtest::endWithParent(parent);
         Doer doer(ground.deed(), ground.path(), ground.progress());
+        becomeUserOf(ground.what());
         doer.prepare();
         ground.progress().isReady = true;
         while (doer.once()) {
@@ -76,7 +77,7 @@ void expectNoSemaphores(Run& run, Others& others) {
 
 void killAtRandom(Run& run) {
     Others others;
-    const std::vector<Case> cases = allCases();
+    const std::vector<Case> cases = allCases(run);
     for (std::size_t i = 0; i < cases.size(); ++i) {
         const std::uint64_t begin = run.count() * i / cases.size();
         const std::uint64_t end = run.count() * (i + 1) / cases.size();
