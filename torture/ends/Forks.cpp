@@ -18,18 +18,19 @@
 #include "support/Sessions.h"
 #include "support/TempStore.h"
 
-#ifdef __SANITIZE_ADDRESS__
-// NOLINTBEGIN(bugprone-reserved-identifier): the name that the sanitizer looks for
 namespace {
+
 bool isChildOfFork = false;
-}
+
+}  // namespace
+
+// NOLINTBEGIN(bugprone-reserved-identifier): the name that the sanitizer looks for, where there is one
 // What the threads of its parent held is not reachable in a child.
 extern "C" __attribute__((visibility("default"))) int __lsan_is_turned_off();
 extern "C" int __lsan_is_turned_off() {
     return isChildOfFork ? 1 : 0;
 }
 // NOLINTEND(bugprone-reserved-identifier)
-#endif
 
 namespace vqtorture {
 
@@ -80,9 +81,7 @@ int use(eUse what, CRegLib& session, const std::string& path) {
         return kOk;
     }
     if (what == eExits) {
-#ifdef __SANITIZE_ADDRESS__
         isChildOfFork = true;
-#endif
         std::exit(kExit);
     }
     if (!session.RootKey()) {
