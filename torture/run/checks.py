@@ -25,10 +25,12 @@ class Check:
 
 
 CHECKS = [
-    Check("kill.random", "killed at random, in memory", quick=180, long=5000, piece=500),
+    Check("kill.random", "killed at random, in memory", quick=180, long=5000, piece=500,
+          limit=300),
     Check("kill.random.disk", "killed at random, on the disk", quick=90, long=5000, piece=500,
-          on_disk=True),
-    Check("kill.calls", "killed at every system call", quick=150, long=5000, piece=1000),
+          on_disk=True, limit=300),
+    Check("kill.calls", "killed at every system call", quick=150, long=5000, piece=1000,
+          limit=300),
     Check("kill.again", "killed again in the start that follows", quick=100, long=20000, piece=1000),
     Check("kill.stop", "stopped at every system call", quick=80, long=3000, piece=150,
           limit=300),
