@@ -12,6 +12,7 @@
 #include "VQRegLib.h"
 #include "support/Agent.h"
 #include "support/ForkedChild.h"
+#include "support/ForksWithThreads.h"
 #include "support/WatchedStore.h"
 
 using namespace VQRegLib;
@@ -24,24 +25,6 @@ using vqtest::openSession;
 using vqtest::setNumber;
 using vqtest::waitUntil;
 using vqtest::waitWatchers;
-
-#if defined(__SANITIZE_THREAD__)
-#define VQTEST_THREAD_SANITIZER 1
-#elif defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-#define VQTEST_THREAD_SANITIZER 1
-#endif
-#endif
-
-#ifdef VQTEST_THREAD_SANITIZER
-// NOLINTBEGIN(bugprone-reserved-identifier): the name that the sanitizer looks for
-extern "C" __attribute__((visibility("default"))) const char* __tsan_default_options();
-// Children of processes with threads start threads of their own here.
-extern "C" const char* __tsan_default_options() {
-    return "die_after_fork=0";
-}
-// NOLINTEND(bugprone-reserved-identifier)
-#endif
 
 namespace {
 

@@ -1,9 +1,6 @@
 // A process that is killed while it changes a store, wherever that is, leaves one complete text to
 // everybody, and no lock.
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/file.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
@@ -42,19 +39,6 @@ private:
     int m_stop = 0;
 };
 
-// Whether the kernel gives the lock of every object of the store to who asks for it.
-bool isUnlocked(const TempStore& store) {
-    bool result = true;
-    for (const std::string& name : store.sharedObjects()) {
-        if (name.starts_with("CPLock.")) {
-            const int fd = ::open(("/dev/shm/" + name).c_str(), O_RDWR | O_CLOEXEC);
-            result = result && ::flock(fd, LOCK_EX | LOCK_NB) == 0;
-            ::close(fd);
-        }
-    }
-    return result;
-}
-
 bool isTextOneOf(const TempStore& store, const Sight& one, const Sight& other) {
     const std::string text = store.read();
     return text == one.text() || text == other.text();
@@ -85,7 +69,7 @@ protected:
 
     // Others change the store as if nothing had been.
     void expectOthersWrite() {
-        ASSERT_TRUE(isUnlocked(store));
+        ASSERT_TRUE(store.isUnlocked());
         ASSERT_EQ(witnesses->agent().set(".", "A", static_cast<std::uint32_t>(++now.a)), REGLIB_OK);
         ASSERT_EQ(store.read(), now.text());
         ASSERT_EQ(vqtest::lookThrough(witnesses->session()), now);
@@ -210,7 +194,7 @@ protected:
         vqtest::Agent next(VQREG_AGENT_PATH);
         ASSERT_EQ(next.open(store.path()), REGLIB_OK);
         ASSERT_EQ(store.read(), text);
-        ASSERT_TRUE(isUnlocked(store));
+        ASSERT_TRUE(store.isUnlocked());
         ASSERT_EQ(next.set(".", "A", 5u), REGLIB_OK);
         ASSERT_EQ(vqtest::numberOf(*vqtest::openSession(store.path()), "A"), 5);
     }

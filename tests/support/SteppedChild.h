@@ -21,14 +21,21 @@ namespace vqtest {
 /// before begin() it does at full speed, from there on it is stopped where each system call begins
 /// and where it ends. Its result is the exit status. The child ends with the test.
 ///
+/// With eAllThreads, any thread of the child may call begin(), and threads that this one starts then are
+/// stepped through as well: each stop is that of whichever thread comes to one next, and the others go
+/// on meanwhile.
+///
 /// Only the thread that has made the object may use it.
 class SteppedChild {
 public:
     static constexpr int kThrew = 120;     ///< exit status after an exception
     static constexpr int kUntraced = 121;  ///< exit status where tracing is not permitted
 
+    enum eThreads { eFirstThread, eAllThreads };
+
     template <typename Body>
-    explicit SteppedChild(Body body) {
+    explicit SteppedChild(Body body, eThreads threads = eFirstThread)
+        : m_hasAllThreads(threads == eAllThreads) {
         const pid_t parent = ::getpid();
         m_pid = ::fork();
         if (m_pid < 0) {
@@ -36,6 +43,7 @@ public:
         }
         if (m_pid == 0) {
             endWithParent(parent);
+            haveGroup(0);
             int status = kThrew;
             try {
                 status = body([] { letTrace(); });
@@ -44,8 +52,11 @@ public:
             }
             ::_exit(status);
         }
+        haveGroup(m_pid);
         if (collect()) {
-            ::ptrace(PTRACE_SETOPTIONS, m_pid, nullptr, PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL);
+            ::ptrace(PTRACE_SETOPTIONS, m_stopped, nullptr,
+                     PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL |
+                         (m_hasAllThreads ? PTRACE_O_TRACECLONE : 0));
         }
     }
     ~SteppedChild() { kill(); }
@@ -68,9 +79,8 @@ public:
     /// On to the next stop. @return false when it has ended
     bool step() {
         while (!m_isEnded) {
-            ::ptrace(PTRACE_SYSCALL, m_pid, nullptr, m_signal);
-            if (collect() && m_signal == kAtSystemCall) {
-                m_signal = 0;
+            ::ptrace(PTRACE_SYSCALL, m_stopped, nullptr, m_signal);
+            if (collect() && m_isAtSystemCall) {
                 return true;
             }
         }
@@ -87,8 +97,8 @@ public:
     /// Over so many instructions of its program. @return false when it has ended before
     bool stepInstructions(int instructions) {
         while (instructions-- > 0 && !m_isEnded) {
-            ::ptrace(PTRACE_SINGLESTEP, m_pid, nullptr, m_signal);
-            if (collect() && (m_signal == SIGTRAP || m_signal == kAtSystemCall)) {
+            ::ptrace(PTRACE_SINGLESTEP, m_stopped, nullptr, m_signal);
+            if (collect() && m_signal == SIGTRAP) {
                 m_signal = 0;
             }
         }
@@ -98,7 +108,7 @@ public:
     /// At a stop: whether that is the beginning of a system call, and then which.
     bool isEntering(std::uint64_t& number, std::uint64_t& firstArgument) const {
         __ptrace_syscall_info info{};
-        if (::ptrace(PTRACE_GET_SYSCALL_INFO, m_pid, sizeof info, &info) <= 0 ||
+        if (::ptrace(PTRACE_GET_SYSCALL_INFO, m_stopped, sizeof info, &info) <= 0 ||
             info.op != PTRACE_SYSCALL_INFO_ENTRY) {
             return false;
         }
@@ -107,10 +117,27 @@ public:
         return true;
     }
 
+    /// Stops it as SIGSTOP stops any process; from then on it is traced no longer. Only with one thread.
+    /// @return false when it has ended
+    bool stopUntraced() {
+        if (!m_isEnded) {
+            ::kill(m_pid, SIGSTOP);
+            ::ptrace(PTRACE_DETACH, m_stopped, nullptr, 0);
+            m_isTraced = false;
+            collect(WUNTRACED);
+        }
+        return !m_isEnded;
+    }
+
+    /// After that.
+    void goOn() { ::kill(m_pid, SIGCONT); }
+
     /// Lets it run to its end. @return as `status`
     int finish() {
         while (!m_isEnded) {
-            ::ptrace(PTRACE_CONT, m_pid, nullptr, m_signal);
+            if (m_isTraced) {
+                ::ptrace(PTRACE_CONT, m_stopped, nullptr, m_signal);
+            }
             collect();
         }
         return m_status;
@@ -128,6 +155,13 @@ public:
 private:
     static constexpr int kAtSystemCall = SIGTRAP | 0x80;
 
+    // By which its threads can be waited for. Parent and child do it, whoever comes first.
+    void haveGroup(pid_t pid) const {
+        if (m_hasAllThreads) {
+            ::setpgid(pid, pid);
+        }
+    }
+
     static void letTrace() {
         if (::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0) {
             ::_exit(kUntraced);
@@ -135,26 +169,36 @@ private:
         ::raise(SIGSTOP);
     }
 
-    // Waits until it has stopped or ended. False when it has ended.
-    bool collect() {
-        int status = 0;
-        while (::waitpid(m_pid, &status, __WALL) < 0) {
-            if (errno != EINTR) {
+    // Waits until one of its threads has stopped, or all have ended. False then.
+    bool collect(int more = 0) {
+        for (;;) {
+            int status = 0;
+            m_stopped = ::waitpid(m_hasAllThreads ? -m_pid : m_pid, &status, __WALL | more);
+            if (m_stopped < 0 && errno != EINTR) {
                 throw std::system_error(errno, std::generic_category(), "waitpid");
             }
+            if (m_stopped > 0 && WIFSTOPPED(status)) {
+                m_isAtSystemCall = WSTOPSIG(status) == kAtSystemCall;
+                const bool isOfTrace =
+                    m_isAtSystemCall || status >> 16 != 0 || WSTOPSIG(status) == SIGSTOP;
+                m_signal = isOfTrace ? 0 : WSTOPSIG(status);
+                return true;
+            }
+            if (m_stopped == m_pid) {
+                m_isEnded = true;
+                m_signal = 0;
+                m_status = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+                return false;
+            }
         }
-        m_signal = 0;
-        if (WIFSTOPPED(status)) {
-            m_signal = WSTOPSIG(status) == SIGSTOP ? 0 : WSTOPSIG(status);
-            return true;
-        }
-        m_isEnded = true;
-        m_status = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
-        return false;
     }
 
+    const bool m_hasAllThreads;
     pid_t m_pid = -1;
-    int m_signal = 0;  // to be delivered when it goes on
+    pid_t m_stopped = -1;  // the thread that has
+    int m_signal = 0;      // to be delivered when it goes on
+    bool m_isAtSystemCall = false;
+    bool m_isTraced = true;
     bool m_isEnded = false;
     int m_status = 0;
 };

@@ -1,5 +1,7 @@
 #include "support/TempStore.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -129,6 +131,19 @@ std::vector<std::string> TempStore::sharedObjects() const {
         }
     }
     return names;
+}
+
+bool TempStore::isUnlocked() const {
+    bool result = true;
+    for (const std::string& name : sharedObjects()) {
+        if (name.starts_with("CPLock.")) {
+            const int fd =
+                ::open((std::string(kSharedObjects) + "/" + name).c_str(), O_RDWR | O_CLOEXEC);
+            result = result && ::flock(fd, LOCK_EX | LOCK_NB) == 0;
+            ::close(fd);
+        }
+    }
+    return result;
 }
 
 ino_t TempStore::inode() const {

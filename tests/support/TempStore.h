@@ -40,6 +40,9 @@ public:
     /// The names of the system objects in /dev/shm that belong to the directory, sorted.
     std::vector<std::string> sharedObjects() const;
 
+    /// Whether the kernel gives the lock of each of them to who asks for it.
+    bool isUnlocked() const;
+
     /// Of the store's file. @throws std::system_error when it is missing
     ino_t inode() const;
     std::int64_t mtime() const;  ///< in nanoseconds

@@ -7,6 +7,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <thread>
 
 int main(int count, char** arguments) {
     if (count != 4) {
@@ -21,7 +22,11 @@ int main(int count, char** arguments) {
         }
         using WatchOnce = int (*)(const char*);
         const auto watchOnce = reinterpret_cast<WatchOnce>(::dlsym(plugin, "watchOnce"));
-        const int result = watchOnce != nullptr ? watchOnce(arguments[2]) : 12;
+        int result = 12;
+        // On a thread that ends: what the library keeps for a thread keeps the library loaded.
+        if (watchOnce != nullptr) {
+            std::thread([&] { result = watchOnce(arguments[2]); }).join();
+        }
         if (result != 0) {
             return result;
         }

@@ -25,6 +25,28 @@ class Check:
 
 
 CHECKS = [
+    Check("kill.random", "killed at random, in memory", quick=180, long=5000, piece=500,
+          limit=300),
+    Check("kill.random.disk", "killed at random, on the disk", quick=90, long=5000, piece=500,
+          on_disk=True, limit=300),
+    Check("kill.calls", "killed at every system call", quick=150, long=5000, piece=1000,
+          limit=300),
+    Check("kill.again", "killed again in the start that follows", quick=100, long=20000, piece=1000),
+    Check("kill.stop", "stopped at every system call", quick=80, long=3000, piece=150,
+          limit=300),
+    Check("ends.handlers", "handlers removed while they run", quick=3000, long=100_000, piece=5000,
+          sanitizers=("address", "thread")),
+    Check("ends.cancel", "threads cancelled at every system call", quick=150, long=5000, piece=500),
+    Check("ends.unwinding", "operations of destructors", quick=500, long=20_000, piece=2000,
+          sanitizers=("address", "thread")),
+    Check("ends.fork", "forked beside busy threads", quick=150, long=2000, piece=200,
+          sanitizers=("address", "thread")),
+    Check("ends.exec", "programs begun beside busy threads", quick=60, long=1000, piece=200,
+          sanitizers=("address", "thread")),
+    Check("ends.exit", "ended with threads at work", quick=50, long=1000, piece=50,
+          sanitizers=("address", "thread")),
+    Check("ends.unload", "modules unloaded", quick=10, long=1000, piece=50,
+          sanitizers=("address", "thread")),
 ]
 
 # What the test of the driver looks at.
