@@ -21,9 +21,10 @@
 // nobody has looked at the order. When it is not (an odd line, a CR, a value below a value), nothing is
 // wrong but that short cut.
 //
-// For such files two more things are cheap. A value that comes after all of its siblings needs no look-up,
-// and how many nodes there will be is guessed from a few places of the text, so that index and nodes get
-// their memory once.
+// For such files more things are cheap. What comes after all of its siblings needs no look-up, and values
+// that do are taken several at a time (PlainValues.cpp). A path is walked from where it leaves that of the
+// key line before it. How many nodes there will be is guessed from a few places of the text, so that index
+// and nodes get their memory once.
 #include "RegLib/tree/Merge.h"
 
 #include <algorithm>
@@ -34,6 +35,7 @@
 
 #include "RegLib/text/LineFormat.h"
 #include "RegLib/text/LineSplitter.h"
+#include "RegLib/tree/PlainValues.h"
 #include "RegLib/tree/Step.h"
 
 namespace VQRegLib {
@@ -55,6 +57,12 @@ namespace {
 // Of one block of a text. Reading ends with the first line that is wrong, so a file that is anything
 // else takes no more memory than this, whatever its size.
 constexpr std::size_t kLargestBlock = 16UL * 1024 * 1024;
+
+// With how many bytes two texts begin alike.
+std::size_t sizeOfSame(std::string_view one, std::string_view other) {
+    return static_cast<std::size_t>(
+        std::mismatch(one.begin(), one.end(), other.begin(), other.end()).first - one.begin());
+}
 
 // How much of a block is whole lines. A line that is longer than any may be comes in pieces anyway.
 std::size_t wholeLines(std::string_view block) {
@@ -154,7 +162,13 @@ void CMerge::expectNodesOf(std::string_view text) try {
 
 int CMerge::lines(std::string_view text, CTextSource& source, CMergeResult& result) {
     const bool isTold = source.wantsLines();
+    CPlainValues plain(m_tree);
     while (!text.empty()) {
+        if (!isTold && m_isOneToOne && m_current && plain.take(*m_current, text)) {
+            result.isEmpty = false;
+            result.hasValues = true;
+            continue;
+        }
         std::string_view piece;
         takePiece(text, true, piece);
         m_isOneToOne = m_isOneToOne && piece.back() == '\n';
@@ -192,6 +206,40 @@ void CMerge::useKeyLine(CKeyOrValue& key, std::string_view line) {
     }
 }
 
+// Finds or makes one. A new one has the whole line, also what follows the bracket.
+CKeyOrValue& CMerge::keyBelow(CKeyOrValue& parent, std::string_view name, std::string_view line,
+                              int& made) {
+    const CHashedName hashed(name);
+    const bool isLast = m_tree.isBehindAll(parent, hashed);
+    CKeyOrValue* const old = isLast ? nullptr : m_tree.findChild(parent, hashed);
+    if (old) {
+        return *old;
+    }
+    ++made;
+    CTree::CNewNode key(m_tree);
+    key->m_iIsKey = 1;
+    m_tree.nameInLine(*key, line, name);
+    return isLast ? m_tree.linkAt(CTree::kBehindAll, parent, key, hashed)
+                  : m_tree.link(parent, key, hashed);
+}
+
+// The names with which this path and that of the last key line begin lead to the same keys: the lines in
+// between have changed nothing but what is below the last of these. Returns the rest of the path.
+std::string_view CMerge::skipKnownLevels(std::string_view path, CKeyOrValue*& at) {
+    const std::size_t same = sizeOfSame(path, m_path);
+    const auto isSame = [&](const CLevel& level) {
+        return level.end <= same && level.end < path.size() && path[level.end] == '/';
+    };
+    while (!m_levels.empty() && !isSame(m_levels.back())) {
+        m_levels.pop_back();
+    }
+    if (m_levels.empty()) {
+        return path;
+    }
+    at = m_levels.back().key;
+    return path.substr(m_levels.back().end + 1);
+}
+
 int CMerge::keyLine(std::string_view line) {
     m_current = nullptr;
     std::string_view path;
@@ -201,19 +249,14 @@ int CMerge::keyLine(std::string_view line) {
     }
     CKeyOrValue* at = &m_tree.root();
     int made = 0;
-    for (std::string_view name; nextKeyLineName(path, name);) {
-        const CHashedName hashed(name);
-        CKeyOrValue* next = m_tree.findChild(*at, hashed);
-        if (!next) {
-            CTree::CNewNode key(m_tree);
-            key->m_iIsKey = 1;
-            m_tree.nameInLine(*key, line, name);  // the whole line, also what follows the bracket
-            next = &m_tree.link(*at, key, hashed);
-            ++made;
-        }
-        at = next;  // a value too: the lines that follow then belong to it
+    std::string_view rest = skipKnownLevels(path, at);
+    for (std::string_view name; nextKeyLineName(rest, name);) {
+        at = &keyBelow(*at, name, line,
+                       made);  // a value too: the lines that follow then belong to it
         m_isOneToOne = m_isOneToOne && m_tree.hasLine(*at) && at->isKey();
+        m_levels.push_back({static_cast<std::size_t>(name.data() - path.data()) + name.size(), at});
     }
+    m_path = path;
     const bool hasName = at != &m_tree.root();
     m_current = hasName ? at : nullptr;
     m_isOneToOne = m_isOneToOne && hasName && made <= 1;
