@@ -113,7 +113,9 @@ std::size_t CPlainValues::collect(CKeyOrValue& key, std::string_view& text) {
         }
         m_last = {name, begin};
         m_hasLast = true;
-        m_hashes[count] = CNameIndex::hashOf(key, CHashedName(name).hash());
+        const std::uint32_t hash = CNameIndex::hashOf(key, CHashedName(name).hash());
+        m_hashes[count] = hash;
+        m_tree.m_index.expect(hash);
         auto* const made = new (m_fresh.first + count) CKeyOrValue;
         made->m_number = m_fresh.number + static_cast<NodeNumber>(count);
         made->m_parent = key.m_number;
@@ -138,7 +140,8 @@ bool CPlainValues::makeRoom(CKeyOrValue& key, std::size_t count) try {
 
 bool CPlainValues::take(CKeyOrValue& key, std::string_view& text) {
     std::string_view rest = text;
-    const std::size_t count = findRoom(key) ? collect(key, rest) : 0;
+    const bool isValue = !text.empty() && text.front() == '"';
+    const std::size_t count = isValue && findRoom(key) ? collect(key, rest) : 0;
     if (count == 0 || !makeRoom(key, count)) {
         return false;
     }
