@@ -120,7 +120,7 @@ TEST_F(PlainValues, EndAtLinesOfAnotherKind) {
 }
 
 TEST_F(PlainValues, AreCutWhereLinesAre) {
-    for (const std::size_t size : {2046, 2047, 2048, 2049, 4096}) {
+    for (const std::size_t size : {2046UL, 2047UL, 2048UL, 2049UL, 4096UL}) {
         const std::string begin = "\"b\"=string:";
         expectAsPlain("[Top]\n" + begin + std::string(size - begin.size(), 'x') +
                       "\n\"c\"=dword:1\n");
