@@ -81,7 +81,7 @@ void CSharedState::openBlock() {
             traceId(m_traced), block->error());
         throwAt(eThrowPoint::eNewSharedMemory);
     }
-    m_lastLook = CPortable::GetSeconds();
+    m_lastLook = CPortable::GetSecondShown();
     useBlock(std::move(block));
 }
 
@@ -226,7 +226,7 @@ void CSharedState::useBlock(std::unique_ptr<CPSharedMemory> block) {
 // Who only reads does not wait for who is just making one: until that is done, the old one is as good.
 bool CSharedState::hasBlock(CPSharedMemory::eHow how) {
     const CNoCancellation noCancellation;
-    m_lastLook = CPortable::GetSeconds();
+    m_lastLook = CPortable::GetSecondShown();
     if (m_pSharedMemory->isCurrent()) {
         return true;
     }

@@ -2,6 +2,7 @@
 #ifndef REGLIB_TEXT_KEYPATH_H
 #define REGLIB_TEXT_KEYPATH_H
 
+#include <cstddef>
 #include <string_view>
 
 namespace VQRegLib {
@@ -16,8 +17,11 @@ public:
         if (m_done) {
             return false;
         }
-        const std::size_t end = m_rest.find_first_of("\\/");
-        m_done = end == std::string_view::npos;
+        std::size_t end = 0;
+        while (end < m_rest.size() && m_rest[end] != '/' && m_rest[end] != '\\') {
+            ++end;
+        }
+        m_done = end == m_rest.size();
         name = m_rest.substr(0, end);
         if (!m_done) {
             m_rest.remove_prefix(end + 1);

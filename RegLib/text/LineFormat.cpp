@@ -18,6 +18,8 @@
 // is, and it costs a comparison and no memory.
 #include "RegLib/text/LineFormat.h"
 
+#include <bit>
+#include <cstring>
 #include <new>
 #include <utility>
 
@@ -25,9 +27,18 @@ namespace VQRegLib {
 
 namespace {
 
-constexpr std::string_view kBinary = "binary";
-constexpr std::string_view kDword = "dword";
-constexpr std::string_view kString = "string";
+// What stands between name and data, with the word for the type in it.
+constexpr std::string_view kBeforeBytes = "\"=binary:";
+constexpr std::string_view kBeforeNumber = "\"=dword:";
+constexpr std::string_view kBeforeText = "\"=string:";
+
+constexpr std::string_view wordIn(std::string_view before) {
+    return before.substr(2, before.size() - 3);
+}
+
+constexpr std::string_view kBinary = wordIn(kBeforeBytes);
+constexpr std::string_view kDword = wordIn(kBeforeNumber);
+constexpr std::string_view kString = wordIn(kBeforeText);
 
 constexpr char kDigits[] = "0123456789ABCDEF";
 
@@ -40,6 +51,10 @@ public:
         m_line += piece;
         return true;
     }
+    bool put(char c) {
+        m_line += c;
+        return true;
+    }
     std::string take() { return std::move(m_line); }
 
 private:
@@ -49,11 +64,18 @@ private:
 class CComparing {
 public:
     explicit CComparing(std::string_view line) : m_rest(line) {}
-    bool put(std::string_view piece) {
-        if (m_rest.substr(0, piece.size()) != piece) {
+    [[gnu::always_inline]] bool put(std::string_view piece) {
+        if (!m_rest.starts_with(piece)) {
             return false;
         }
         m_rest.remove_prefix(piece.size());
+        return true;
+    }
+    bool put(char c) {
+        if (!m_rest.starts_with(c)) {
+            return false;
+        }
+        m_rest.remove_prefix(1);
         return true;
     }
     bool isAtEnd() const { return m_rest.empty(); }
@@ -63,23 +85,35 @@ private:
 };
 
 template <typename Sink>
-bool putStart(Sink& sink, std::string_view name, std::string_view typeWord) {
-    return sink.put("\"") && sink.put(name) && sink.put("\"=") && sink.put(typeWord) &&
-           sink.put(":");
+[[gnu::always_inline]] inline bool putStart(Sink& sink, std::string_view name,
+                                            std::string_view beforeData) {
+    return sink.put('"') && sink.put(name) && sink.put(beforeData);
+}
+
+// All eight at once, the first one in the first byte of memory: each half of a byte becomes a byte of its
+// own, and those from ten on reach the letters.
+constexpr std::uint64_t digitsOf(std::uint32_t value) {
+    static_assert(std::endian::native == std::endian::little);
+    constexpr std::uint64_t kOnes = 0x0101010101010101;
+    std::uint64_t halves = value;
+    halves = (halves | halves << 16) & 0x0000FFFF0000FFFF;
+    halves = (halves | halves << 8) & 0x00FF00FF00FF00FF;
+    halves = (halves | halves << 4) & kOnes * 0x0F;
+    const std::uint64_t isLetter = (halves + kOnes * 6) >> 4 & kOnes;
+    return __builtin_bswap64(halves + kOnes * '0' + isLetter * ('A' - '9' - 1));
 }
 
 template <typename Sink>
 bool putDwordLine(Sink& sink, std::string_view name, std::uint32_t value) {
     char digits[8];
-    for (unsigned i = 0; i < sizeof digits; ++i) {
-        digits[i] = kDigits[(value >> (28 - 4 * i)) & 15];
-    }
-    return putStart(sink, name, kDword) && sink.put({digits, sizeof digits});
+    const std::uint64_t word = digitsOf(value);
+    std::memcpy(digits, &word, sizeof digits);
+    return putStart(sink, name, kBeforeNumber) && sink.put(std::string_view(digits, sizeof digits));
 }
 
 template <typename Sink>
 bool putStringLine(Sink& sink, std::string_view name, std::string_view text) {
-    return putStart(sink, name, kString) && sink.put(text);
+    return putStart(sink, name, kBeforeText) && sink.put(text);
 }
 
 template <typename Sink>
@@ -90,7 +124,7 @@ bool putDigits(Sink& sink, const unsigned char* data, std::size_t size) {
         digits[count++] = kDigits[data[i] >> 4];
         digits[count++] = kDigits[data[i] & 15];
         if (count == sizeof digits || i + 1 == size) {
-            if (!sink.put({digits, count})) {
+            if (!sink.put(std::string_view(digits, count))) {
                 return false;
             }
             count = 0;
@@ -101,7 +135,7 @@ bool putDigits(Sink& sink, const unsigned char* data, std::size_t size) {
 
 template <typename Sink>
 bool putBinaryLine(Sink& sink, std::string_view name, const unsigned char* data, std::size_t size) {
-    return putStart(sink, name, kBinary) && putDigits(sink, data, size);
+    return putStart(sink, name, kBeforeBytes) && putDigits(sink, data, size);
 }
 
 // Of what is a digit.

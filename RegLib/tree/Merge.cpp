@@ -21,9 +21,10 @@
 // nobody has looked at the order. When it is not (an odd line, a CR, a value below a value), nothing is
 // wrong but that short cut.
 //
-// For such files two more things are cheap. A value that comes after all of its siblings needs no look-up,
-// and how many nodes there will be is guessed from a few places of the text, so that index and nodes get
-// their memory once.
+// For such files more things are cheap. What comes after all of its siblings needs no look-up, and values
+// that do are taken several at a time (PlainValues.cpp). A path is walked from where it leaves that of the
+// key line before it. How many nodes there will be is guessed from a few places of the text, so that index
+// and nodes get their memory once.
 #include "RegLib/tree/Merge.h"
 
 #include <algorithm>
@@ -32,8 +33,8 @@
 #include <new>
 #include <utility>
 
-#include "RegLib/text/LineFormat.h"
 #include "RegLib/text/LineSplitter.h"
+#include "RegLib/tree/PlainValues.h"
 #include "RegLib/tree/Step.h"
 
 namespace VQRegLib {
@@ -154,7 +155,13 @@ void CMerge::expectNodesOf(std::string_view text) try {
 
 int CMerge::lines(std::string_view text, CTextSource& source, CMergeResult& result) {
     const bool isTold = source.wantsLines();
+    CPlainValues plain(m_tree);
     while (!text.empty()) {
+        if (!isTold && m_isOneToOne && m_current && plain.take(*m_current, text)) {
+            result.isEmpty = false;
+            result.hasValues = true;
+            continue;
+        }
         std::string_view piece;
         takePiece(text, true, piece);
         m_isOneToOne = m_isOneToOne && piece.back() == '\n';
@@ -171,86 +178,6 @@ int CMerge::lines(std::string_view text, CTextSource& source, CMergeResult& resu
         result.hasValues = result.hasValues || one.empty() || one.front() != '[';
     }
     return REGLIB_E_END_OF_FILE;
-}
-
-int CMerge::line(std::string_view line) {
-    if (!line.empty() && line.front() == '[') {
-        return keyLine(line);
-    }
-    return m_current ? valueLine(line) : REGLIB_E_BAD_FORMAT;
-}
-
-bool CMerge::isOfThisText(const CKeyOrValue& of) const {
-    return m_tree.m_text.isInBlocksFrom(m_firstBlock, of.m_line);
-}
-
-// An existing key keeps the line that it was made with.
-void CMerge::useKeyLine(CKeyOrValue& key, std::string_view line) {
-    m_isOneToOne = m_isOneToOne && key.line() == line && !isOfThisText(key);
-    if (m_isOneToOne) {
-        key.m_line = line.data();
-    }
-}
-
-int CMerge::keyLine(std::string_view line) {
-    m_current = nullptr;
-    std::string_view path;
-    const int result = parseKeyLine(line, path);
-    if (result < 0) {
-        return result;
-    }
-    CKeyOrValue* at = &m_tree.root();
-    int made = 0;
-    for (std::string_view name; nextKeyLineName(path, name);) {
-        const CHashedName hashed(name);
-        CKeyOrValue* next = m_tree.findChild(*at, hashed);
-        if (!next) {
-            CTree::CNewNode key(m_tree);
-            key->m_iIsKey = 1;
-            m_tree.nameInLine(*key, line, name);  // the whole line, also what follows the bracket
-            next = &m_tree.link(*at, key, hashed);
-            ++made;
-        }
-        at = next;  // a value too: the lines that follow then belong to it
-        m_isOneToOne = m_isOneToOne && m_tree.hasLine(*at) && at->isKey();
-    }
-    const bool hasName = at != &m_tree.root();
-    m_current = hasName ? at : nullptr;
-    m_isOneToOne = m_isOneToOne && hasName && made <= 1;
-    if (hasName && made == 0) {
-        useKeyLine(*at, line);
-    }
-    return REGLIB_OK;
-}
-
-int CMerge::valueLine(std::string_view line) {
-    CValueLine parts;
-    const int result = parseValueLine(line, parts);
-    if (result < 0) {
-        return result;
-    }
-    m_isOneToOne = m_isOneToOne && m_current->isKey();
-    const CHashedName hashed(parts.name);
-    const bool isLast = m_tree.isBehindAll(*m_current, hashed);
-    CKeyOrValue* const old = isLast ? nullptr : m_tree.findChild(*m_current, hashed);
-    if (old && !old->isKey() && !m_tree.hasChildren(*old)) {
-        // Nothing can tell it from a new node, and a process that reads a million foreign changes
-        // does not grow.
-        m_isOneToOne = m_isOneToOne && !isOfThisText(*old);
-        m_tree.useLine(*old, line, parts.name, parts.type);
-        return REGLIB_OK;
-    }
-    CTree::CNewNode value(m_tree);
-    m_tree.useLine(*value, line, parts.name, parts.type);
-    if (old) {
-        m_isOneToOne = false;
-        m_tree.displaceBy(*old, value, hashed);
-    } else if (isLast) {
-        m_tree.linkAt(CTree::kBehindAll, *m_current, value, hashed);
-    } else {
-        m_tree.link(*m_current, value, hashed);
-    }
-    return REGLIB_OK;
 }
 
 }  // namespace VQRegLib

@@ -29,6 +29,9 @@ private:
     [[nodiscard]] int line(std::string_view line);
     [[nodiscard]] int keyLine(std::string_view line);
     [[nodiscard]] int valueLine(std::string_view line);
+    std::string_view skipKnownLevels(std::string_view path, CKeyOrValue*& at);
+    CKeyOrValue& keyBelow(CKeyOrValue& parent, std::string_view name, std::string_view line,
+                          int& made);
     void useKeyLine(CKeyOrValue& key, std::string_view line);
     bool isOfThisText(const CKeyOrValue& of) const;
 
@@ -37,6 +40,14 @@ private:
     std::size_t m_read = 0;                  // bytes
     std::vector<std::string_view> m_blocks;  // the text
     CKeyOrValue* m_current = nullptr;
+
+    // Of the last key line: its path, and where in it each name ends, with the key that it stands for.
+    struct CLevel {
+        std::size_t end;
+        CKeyOrValue* key;
+    };
+    std::string_view m_path;
+    std::vector<CLevel> m_levels;
 
     // Each line so far has been one node's, and has made it what it is. Where that holds for a whole
     // text, a later one can be compared with it line by line.

@@ -36,6 +36,9 @@ public:
         return 0;
     }
 
+    // Somebody is about to add or look for an entry: its place is on the way to the cache meanwhile.
+    void expect(std::uint32_t hash) const { __builtin_prefetch(m_entries + home(hash), 1); }
+
     // Makes room for so many more entries. Throws std::bad_alloc, and has changed nothing then.
     void reserve(std::size_t more) {
         if (more > m_room - m_size) {

@@ -24,6 +24,14 @@ CKeyOrValue& CNodePool::take() {
     return *node;
 }
 
+CNodePool::CFresh CNodePool::fresh() const {
+    const NodeNumber number = m_last + 1;
+    if (m_firstFree != 0 || number / kBlock >= m_blocks.size()) {
+        return {};
+    }
+    return {&(*this)[number], number, kBlock - number % kBlock};
+}
+
 void CNodePool::addBlock() {
     if (m_unused == 0) {
         m_memory.emplace_back(kBlockSize);

@@ -20,6 +20,19 @@ public:
     CKeyOrValue& take();
     void give(CKeyOrValue& node);
 
+    // Nodes that can be made without asking for memory, one behind the other and behind all others. None
+    // while there are freed ones. They belong to the pool once they are kept, the first ones first.
+    struct CFresh {
+        CKeyOrValue* first = nullptr;
+        NodeNumber number = 0;  // of the first one
+        std::size_t count = 0;
+    };
+    CFresh fresh() const;
+    void keep(std::size_t count) {
+        m_last += static_cast<NodeNumber>(count);
+        m_size += count;
+    }
+
     // Gets the memory for so many more nodes at once, if there is less. Throws std::bad_alloc.
     void expect(std::size_t more);
     std::size_t room() const;  // so many more can be taken without asking for memory

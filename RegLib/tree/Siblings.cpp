@@ -5,6 +5,7 @@
 #include "RegLib/tree/Siblings.h"
 
 #include <algorithm>
+#include <numeric>
 
 namespace VQRegLib {
 
@@ -37,6 +38,24 @@ void CSiblings::insertIntoFew(std::size_t index, NodeNumber node) {
         growFew();
     }
     m_few.insert(placeIn(m_few, index), node);
+}
+
+// The first ones get as much as they need: that is mostly all there will be.
+bool CSiblings::makeRoom(std::size_t more) {
+    const std::size_t size = m_few.size() + more;
+    if (m_many || size > kLongest) {
+        return false;
+    }
+    if (size > m_few.capacity()) {
+        m_few.reserve(std::max(size, m_few.size() + m_few.size() * 2 / 3));
+    }
+    return true;
+}
+
+void CSiblings::appendRun(NodeNumber first, std::size_t count) {
+    const std::size_t size = m_few.size();
+    m_few.resize(size + count);
+    std::iota(placeIn(m_few, size), m_few.end(), first);
 }
 
 void CSiblings::becomeMany() {

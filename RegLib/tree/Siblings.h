@@ -56,6 +56,10 @@ public:
             insert(size(), node);
         }
     }
+
+    // For numbers that follow one another, to be appended together. False when there are too many.
+    [[nodiscard]] bool makeRoom(std::size_t more);
+    void appendRun(NodeNumber first, std::size_t count);  // there is room for them
     void erase(std::size_t index);
     void replace(std::size_t index, NodeNumber node);
 

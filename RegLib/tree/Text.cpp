@@ -217,11 +217,13 @@ char* CTree::writeLines(char* at) {
 // Copies the lines of all nodes that do not point into the blocks from a number on, before the others
 // are dropped.
 void CTree::keepLinesOutside(std::size_t firstBlock) {
-    m_nodes.forEach([&](CKeyOrValue& of) {
-        if (of.m_lineSize > 0 && !m_text.isInBlocksFrom(firstBlock, of.m_line)) {
-            of.m_line = m_text.keep(of.line());
-        }
-    });
+    if (firstBlock > 0) {  // there are others that they could point into
+        m_nodes.forEach([&](CKeyOrValue& of) {
+            if (of.m_lineSize > 0 && !m_text.isInBlocksFrom(firstBlock, of.m_line)) {
+                of.m_line = m_text.keep(of.line());
+            }
+        });
+    }
     m_text.settle();
 }
 

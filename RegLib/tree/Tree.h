@@ -113,6 +113,7 @@ public:
 
 private:
     friend class CMerge;
+    friend class CPlainValues;
     friend class CStep;
 
     struct CChildren {

@@ -122,8 +122,8 @@ class Arena:
                             for name in names})
 
     def first(self, workload, names):
-        part = 1 if workload.name == "memory" else 2
-        return self.rounds({name: lambda name=name: self.contender(name).first()[part] / self.values
+        part = 0 if workload.name == "memory" else 1
+        return self.rounds({name: lambda name=name: self.contender(name).memory()[part] / self.values
                             for name in names})
 
     def notify(self, _, names):

@@ -13,7 +13,7 @@ FLOOR_RATIOS = [ratio for ratio in RATIOS if ratio.floor]
 # Larger stores do not fit into the caches, of which the machine's neighbours take their part.
 SIZES = [10, 1_000]
 ATTEMPTS = 5
-WORKLOADS = {"query", "set", "lock", "load", "reread"}
+WORKLOADS = {"query", "set", "lock", "load", "inside", "reread"}
 DOUBLED = 2.0
 MORE_INSTRUCTIONS = 1.10
 COUNTED_SIZES = [10, 1_000]

@@ -49,11 +49,11 @@ class Contender:
             self.order(f"rate {workload} {start} {int(seconds * 1e9)}", number)
         return [self.answer(number) for number in range(len(workloads))]
 
-    def first(self):
-        """Of a fresh process: nanoseconds to the first query, its own and its resident memory."""
-        reply = subprocess.run([self.program, "first", *self.arguments], check=True, text=True,
+    def memory(self):
+        """Of a fresh process after its first query: its own and its resident memory."""
+        reply = subprocess.run([self.program, "memory", *self.arguments], check=True, text=True,
                                stdout=subprocess.PIPE).stdout.split()
-        return [float(word) for word in reply[:3]]
+        return [float(word) for word in reply[:2]]
 
     def close(self):
         for process in self.processes:

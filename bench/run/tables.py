@@ -84,6 +84,7 @@ RATIOS = [
     Ratio("set of one value on the disk / F2", of("disk"), of("disk", "F2"), None),
     Ratio("first query of a process / F3", of("load"), of("load", "F3"),
           [2.0, 2.0, 0.7, 0.35, 0.35], floor=True),
+    Ratio("the same without its start / F3", of("inside"), of("inside", "F3"), None, floor=True),
     Ratio("first query after a change / R", of("reread"), of("reread", "R"),
           [1.5, 1.5, 1.3, 1.2, 1.2], floor=True),
     Ratio("update of all / write + look-ups", of("update"), export_and_look_ups,

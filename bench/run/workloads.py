@@ -58,6 +58,7 @@ WORKLOADS = [
     Workload("disk", "set of one value, disk",
              against("F2", rivals=[name for name in RIVALS if name != "dconf"]), how="disk"),
     Workload("load", "open, load and first query in a fresh process", against("F3")),
+    Workload("inside", "the same without the start of the process", against("F3")),
     Workload("reread", "first query after another process's set", against("R")),
     Workload("memory", "private memory of a fresh process after its first query, a value",
              against("F3"), how="memory", unit="bytes"),

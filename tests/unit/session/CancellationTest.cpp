@@ -104,8 +104,8 @@ TEST_F(Cancellation, IsPutOffByAQuery) {
 }
 
 TEST_F(Cancellation, IsPutOffByTheLookAtTheBlock) {
-    const std::uint32_t second = CPortable::GetSeconds();
-    ASSERT_TRUE(vqtest::waitUntil([&] { return CPortable::GetSeconds() != second; }));
+    const std::uint32_t second = CPortable::GetSecondShown();
+    ASSERT_TRUE(vqtest::waitUntil([&] { return CPortable::GetSecondShown() != second; }));
     EXPECT_TRUE(isDone([&] { EXPECT_EQ(query(), 1); }));
 }
 
