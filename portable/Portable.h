@@ -41,8 +41,11 @@ public:
     // Seconds of a clock that is never set, for telling that time has passed. Costs next to nothing.
     static std::uint32_t GetSeconds();
     // The second that the machine's clock shows. It may be set at any time, and still tells that some time
-    // has passed by being another one; the system keeps it where it can be read like any other word.
-    static std::uint32_t GetSecondShown() { return static_cast<std::uint32_t>(std::time(nullptr)); }
+    // has passed by being another one; the system keeps it where it can be read like any other word. Never
+    // more than 0x7FFFFFFF.
+    static std::uint32_t GetSecondShown() {
+        return static_cast<std::uint32_t>(std::time(nullptr)) & 0x7FFFFFFF;
+    }
     static void GetLocalTime(LocalTime* time);
 
     static long GetCurrentProcessId();

@@ -62,7 +62,7 @@ int CSharedFile::openExisting() {
     m_device = status.st_dev;
     m_inode = status.st_ino;
     m_changeTime = status.st_ctim;
-    m_lastLook = CPortable::GetSeconds();
+    m_lastLook = CPortable::GetSecondShown();
     m_fd = file.release();
     return 0;
 }
@@ -125,7 +125,7 @@ bool CSharedFile::isInPlace() {
     if (!isOurs(status) || status.st_nlink == 0) {
         return false;
     }
-    const std::uint32_t now = CPortable::GetSeconds();
+    const std::uint32_t now = CPortable::GetSecondShown();
     if ((now != m_lastLook || status.st_nlink != 1) && !isNamed()) {
         return false;
     }

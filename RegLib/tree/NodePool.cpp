@@ -26,7 +26,7 @@ CKeyOrValue& CNodePool::take() {
 
 CNodePool::CFresh CNodePool::fresh() const {
     const NodeNumber number = m_last + 1;
-    if (m_firstFree != 0 || number / kBlock >= m_blocks.size()) {
+    if (number == 0 || m_firstFree != 0 || number / kBlock >= m_blocks.size()) {
         return {};
     }
     return {&(*this)[number], number, kBlock - number % kBlock};

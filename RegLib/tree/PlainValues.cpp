@@ -71,7 +71,8 @@ std::uint64_t orderOf(std::uint64_t folded) {
 bool CPlainValues::findRoom(const CKeyOrValue& key) {
     const CTree::CChildren& children = m_tree.m_children[key.m_children];
     m_fresh = m_tree.m_nodes.fresh();
-    if (!children.keys.empty() || m_fresh.count == 0) {
+    m_most = std::min({m_fresh.count, kMost, children.values.roomForRun()});
+    if (!children.keys.empty() || m_most == 0) {
         return false;
     }
     m_hasLast = !children.values.empty();
@@ -87,9 +88,8 @@ bool CPlainValues::findRoom(const CKeyOrValue& key) {
 
 // Makes the nodes of the lines; how many.
 std::size_t CPlainValues::collect(CKeyOrValue& key, std::string_view& text) {
-    const std::size_t most = std::min(m_fresh.count, kMost);
     std::size_t count = 0;
-    while (count < most && !text.empty() && text.front() == '"') {
+    while (count < m_most && !text.empty() && text.front() == '"') {
         const void* const feed =
             std::memchr(text.data(), '\n', std::min(text.size(), kLongestPiece));
         if (!feed) {

@@ -18,7 +18,8 @@ public:
     explicit CPlainValues(CTree& tree) : m_tree(tree) {}
 
     // Takes lines off the beginning of a text in which no line is cut. False when there is none of
-    // that kind, or no memory: nothing has changed then.
+    // that kind, when the key has sub keys or so many values that they are more than one list, or no
+    // memory: nothing has changed then.
     [[nodiscard]] bool take(CKeyOrValue& key, std::string_view& text);
 
 private:
@@ -36,6 +37,7 @@ private:
 
     CTree& m_tree;
     CNodePool::CFresh m_fresh;      // the nodes that are made
+    std::size_t m_most = 0;         // how many at once
     bool m_hasLast = false;         // the key has values ...
     CPlaced m_last;                 // ... and this is the name of the last one
     std::uint32_t m_hashes[kMost];  // under which the nodes will be found

@@ -57,7 +57,9 @@ public:
         }
     }
 
-    // For numbers that follow one another, to be appended together. False when there are too many.
+    // For numbers that follow one another, to be appended together: how many of them there may be, and
+    // memory for so many. False when they are too many.
+    std::size_t roomForRun() const { return m_many ? 0 : kLongest - m_few.size(); }
     [[nodiscard]] bool makeRoom(std::size_t more);
     void appendRun(NodeNumber first, std::size_t count);  // there is room for them
     void erase(std::size_t index);
