@@ -25,6 +25,10 @@ class Check:
 
 
 CHECKS = [
+    Check("model.alone", "random sequences beside a model, one process",
+          quick=1800, long=90000, piece=1800, limit=600, sanitizers=("address",)),
+    Check("model.together", "random sequences beside a model, three processes",
+          quick=200, long=10000, piece=1000, limit=600, sanitizers=("address",)),
 ]
 
 # What the test of the driver looks at.
