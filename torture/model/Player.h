@@ -30,6 +30,9 @@ constexpr std::array<std::array<int, 6>, 6> kIndexOrders = {{{0, 1, 2, 3, 4, 5},
                                                              {3, 0, 4, 1, 5, 2},
                                                              {0, 0, 2147483647, 1, 3, 2}}};
 
+/// More than any table of the library begins with.
+constexpr int kCrowd = 80;
+
 /// One process. `Api` has the types `Session` and `Key`, which look like CRegLib and CRegKey, opens a
 /// session (`open`) and catches what a dump prints (`dumpOf`).
 template <typename Api>
@@ -161,6 +164,9 @@ private:
             case Verb::eEnumValues:
                 enumerate(session, *key, step);
                 break;
+            case Verb::eCrowd:
+                crowd(session, *key, step);
+                break;
             default:
                 break;
         }
@@ -217,6 +223,28 @@ private:
             }
             see(type);
             m_seen.push_back(name);
+        }
+    }
+
+    // One after the other, so that tables grow and what has gone is cleared away.
+    void crowd(Session& session, Key& key, const Step& step) {
+        for (int i = 0; i < kCrowd; ++i) {
+            const std::string name = "m" + std::to_string(i);
+            Key made;
+            switch (step.number % 4) {
+                case 0:
+                    code(session.VQRegCreateKey(&key, name.c_str(), made, 1));
+                    break;
+                case 1:
+                    code(session.VQRegDeleteKey(key, name.c_str()));
+                    break;
+                case 2:
+                    code(session.VQRegSetValue(key, name.c_str(),
+                                               static_cast<unsigned long>(step.number + i)));
+                    break;
+                default:
+                    code(session.VQRegDeleteValue(key, name.c_str()));
+            }
         }
     }
 

@@ -7,11 +7,11 @@ namespace vqtorture::model {
 namespace {
 
 constexpr std::array<const char*, kVerbs> kVerbNames = {
-    "open session", "close session", "create key",    "delete key",  "set string",   "set dword",
-    "set binary",   "delete value",  "query type",    "query",       "enum keys",    "enum values",
-    "look at",      "drop",          "parse",         "create vect", "destroy vect", "dump",
-    "begin",        "end",           "reload",        "write file",  "append to",    "cut",
-    "remove file",  "write backup",  "remove backup", "hide files",  "show files"};
+    "open session", "close session", "create key",   "delete key",    "set string",   "set dword",
+    "set binary",   "delete value",  "query type",   "query",         "enum keys",    "enum values",
+    "look at",      "drop",          "parse",        "create vect",   "destroy vect", "dump",
+    "begin",        "end",           "reload",       "crowd",         "write file",   "append to",
+    "cut",          "remove file",   "write backup", "remove backup", "hide files",   "show files"};
 
 // Texts of a page would hide what matters.
 constexpr std::size_t kShown = 300;

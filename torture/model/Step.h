@@ -34,6 +34,7 @@ enum class Verb {
     eBegin,
     eEnd,
     eReload,
+    eCrowd,  // `number`: what is done with each of many names
     // What is done to the files. `key`: which file; `data`: what is written; `number`: where it is cut.
     eWriteFile,
     eAppendFile,
