@@ -49,6 +49,10 @@ public:
             case Verb::eAppendFile:
                 write(path, step.data, std::ios::app);
                 break;
+            case Verb::eEditFile:
+                write(path, edited(fs::exists(path) ? vqtest::readFile(path) : "", step),
+                      std::ios::trunc);
+                break;
             case Verb::eCutFile:
                 if (fs::exists(path)) {
                     fs::resize_file(path,

@@ -57,6 +57,9 @@ void Files::take(const Step& step) {
         case Verb::eAppendFile:
             file.text = file.text.value_or("") + step.data;
             break;
+        case Verb::eEditFile:
+            file.text = edited(file.text.value_or(""), step);
+            break;
         case Verb::eCutFile:
             if (file.text) {
                 file.text->resize(file.text->size() * static_cast<std::size_t>(step.number) / 100);

@@ -236,6 +236,7 @@ private:
                     code(session.VQRegCreateKey(&key, name.c_str(), made, 1));
                     break;
                 case 1:
+                    code(session.VQRegCreateKey(&key, name.c_str(), made, 1));
                     code(session.VQRegDeleteKey(key, name.c_str()));
                     break;
                 case 2:

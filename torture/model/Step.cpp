@@ -7,11 +7,12 @@ namespace vqtorture::model {
 namespace {
 
 constexpr std::array<const char*, kVerbs> kVerbNames = {
-    "open session", "close session", "create key",   "delete key",    "set string",   "set dword",
-    "set binary",   "delete value",  "query type",   "query",         "enum keys",    "enum values",
-    "look at",      "drop",          "parse",        "create vect",   "destroy vect", "dump",
-    "begin",        "end",           "reload",       "crowd",         "write file",   "append to",
-    "cut",          "remove file",   "write backup", "remove backup", "hide files",   "show files"};
+    "open session", "close session", "create key",  "delete key",   "set string",    "set dword",
+    "set binary",   "delete value",  "query type",  "query",        "enum keys",     "enum values",
+    "look at",      "drop",          "parse",       "create vect",  "destroy vect",  "dump",
+    "begin",        "end",           "reload",      "crowd",        "write file",    "append to",
+    "edit",         "cut",           "remove file", "write backup", "remove backup", "hide files",
+    "show files"};
 
 // Texts of a page would hide what matters.
 constexpr std::size_t kShown = 300;
@@ -34,6 +35,19 @@ std::string quoted(const std::string& text) {
 
 bool concernsFiles(const Step& step) {
     return step.verb >= Verb::eWriteFile;
+}
+
+std::string edited(const std::string& text, const Step& step) {
+    std::size_t at = 0;
+    for (int i = 0; i < step.number && text.find('\n', at) != std::string::npos; ++i) {
+        at = text.find('\n', at) + 1;
+    }
+    std::string result = text;
+    if (!step.data.empty()) {
+        return result.insert(at, step.data + "\n");
+    }
+    const std::size_t end = text.find('\n', at);
+    return result.erase(at, end == std::string::npos ? end : end + 1 - at);
 }
 
 bool onlyReads(const Step& step) {

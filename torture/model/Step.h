@@ -38,6 +38,7 @@ enum class Verb {
     // What is done to the files. `key`: which file; `data`: what is written; `number`: where it is cut.
     eWriteFile,
     eAppendFile,
+    eEditFile,  // a line that is put in, or taken out; `number`: before which line, or which one
     eCutFile,
     eRemoveFile,
     eWriteBackup,
@@ -91,6 +92,9 @@ struct Step {
 };
 
 bool concernsFiles(const Step& step);
+
+/// What an eEditFile makes of a text.
+std::string edited(const std::string& text, const Step& step);
 
 /// Whether the step can only look: it never changes a key, a value or a file that is there.
 bool onlyReads(const Step& step);

@@ -190,16 +190,17 @@ Gen<std::string> fileText() {
 
 Gen<Verb> verb() {
     return rc::gen::weightedElement<Verb>(
-        {{5, Verb::eOpenSession},  {1, Verb::eCloseSession},  {22, Verb::eCreateKey},
-         {9, Verb::eDeleteKey},    {10, Verb::eSetString},    {6, Verb::eSetDword},
-         {4, Verb::eSetBinary},    {8, Verb::eDeleteValue},   {3, Verb::eQueryType},
-         {12, Verb::eQuery},       {5, Verb::eEnumKeys},      {5, Verb::eEnumValues},
-         {1, Verb::eLook},         {1, Verb::eDrop},          {1, Verb::eParse},
-         {4, Verb::eCreateVect},   {1, Verb::eDestroyVect},   {4, Verb::eDump},
-         {3, Verb::eBegin},        {3, Verb::eEnd},           {5, Verb::eReload},
-         {1, Verb::eCrowd},        {5, Verb::eWriteFile},     {2, Verb::eAppendFile},
-         {1, Verb::eCutFile},      {1, Verb::eRemoveFile},    {1, Verb::eWriteBackup},
-         {1, Verb::eRemoveBackup}, {1, Verb::eHideDirectory}, {2, Verb::eShowDirectory}});
+        {{5, Verb::eOpenSession},  {1, Verb::eCloseSession}, {22, Verb::eCreateKey},
+         {9, Verb::eDeleteKey},    {10, Verb::eSetString},   {6, Verb::eSetDword},
+         {4, Verb::eSetBinary},    {8, Verb::eDeleteValue},  {3, Verb::eQueryType},
+         {12, Verb::eQuery},       {5, Verb::eEnumKeys},     {5, Verb::eEnumValues},
+         {1, Verb::eLook},         {1, Verb::eDrop},         {1, Verb::eParse},
+         {4, Verb::eCreateVect},   {1, Verb::eDestroyVect},  {4, Verb::eDump},
+         {3, Verb::eBegin},        {3, Verb::eEnd},          {8, Verb::eReload},
+         {2, Verb::eCrowd},        {5, Verb::eWriteFile},    {2, Verb::eAppendFile},
+         {6, Verb::eEditFile},     {1, Verb::eCutFile},      {1, Verb::eRemoveFile},
+         {1, Verb::eWriteBackup},  {1, Verb::eRemoveBackup}, {1, Verb::eHideDirectory},
+         {2, Verb::eShowDirectory}});
 }
 
 bool takesPath(Verb verb) {
@@ -214,6 +215,9 @@ Gen<std::string> dataFor(Verb verb) {
             return fileText();
         case Verb::eAppendFile:
             return rc::gen::map(line(), [](const std::string& one) { return one + "\n"; });
+        case Verb::eEditFile:
+            return rc::gen::weightedOneOf<std::string>(
+                {{2, line()}, {1, rc::gen::just(std::string())}});
         case Verb::eSetString:
         case Verb::eSetBinary:
             return oneOf(values());
@@ -229,6 +233,8 @@ Gen<int> numberFor(Verb verb) {
                 {{5, from(0, 7)}, {1, from(0, static_cast<int>(kStoreNames.size()))}});
         case Verb::eSetDword:
             return rc::gen::element(0, 1, 10, 31, -1, 0x7FFFFFFF);
+        case Verb::eEditFile:
+            return from(0, 10);
         case Verb::eCutFile:
             return rc::gen::element(0, 30, 60, 90, 99);
         case Verb::eCrowd:

@@ -4,8 +4,11 @@
 // `alone` has one process, whose stores share nothing but the file where they are named differently;
 // `together` has three.
 #include <rapidcheck.h>
+#include <unistd.h>
 
-#include <iostream>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
 #include <sstream>
 #include <string_view>
 
@@ -24,6 +27,28 @@ std::uint64_t seedOf(const Run& run, std::uint64_t number) {
     return run.seed() + number * 0x9E3779B97F4A7C15u;
 }
 
+// A sequence that ends the process, or does not end, is named as well.
+constexpr unsigned kLongestSeconds = 60;
+char theName[200];
+
+extern "C" void tellName(int signal) {
+    [[maybe_unused]] const ssize_t written = ::write(STDERR_FILENO, theName, std::strlen(theName));
+    ::signal(signal, SIG_DFL);
+    ::raise(signal);
+}
+
+void nameCurrent(const char* check, std::uint64_t seed) {
+    std::snprintf(theName, sizeof theName,
+                  "\nended in the sequence of: scripts/torture model.%s --seed %llu --count 1\n",
+                  check, static_cast<unsigned long long>(seed));
+}
+
+void watchForEnds() {
+    for (const int signal : {SIGALRM, SIGABRT, SIGSEGV, SIGBUS}) {
+        ::signal(signal, tellName);
+    }
+}
+
 struct Setting {
     const char* check;
     int processes;
@@ -34,8 +59,10 @@ rc::detail::TestResult checkOne(Run& run, const Setting& setting, std::uint64_t 
     rc::detail::TestParams parameters;
     parameters.seed = seed;
     parameters.maxSuccess = 1;
+    nameCurrent(setting.check, seed);
     return rc::detail::checkTestable(
         [&] {
+            ::alarm(kLongestSeconds);
             const auto steps = *vqtorture::model::steps(setting.processes);
             const auto outcome = vqtorture::model::compare(steps, run.directory(), agents);
             run.add("operations", static_cast<double>(outcome.operations));
@@ -47,6 +74,7 @@ rc::detail::TestResult checkOne(Run& run, const Setting& setting, std::uint64_t 
 }
 
 void checkAll(Run& run, const Setting& setting) {
+    watchForEnds();
     Agents agents;
     for (int i = 1; i < setting.processes; ++i) {
         agents.push_back(vqtorture::model::startAgent(run.directory() + "/stores"));
