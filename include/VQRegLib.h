@@ -138,9 +138,10 @@ public:
 /// every operation answers this until the file is mended); `REGLIB_E_FILE_OPEN` when the file
 /// cannot be read, or the lock that a change needs cannot be had (no descriptor is left). Operations
 /// that change something return `REGLIB_E_FILE_OPEN` also when the new file cannot be written whole
-/// (no permission in the directory, no room): the change then stays in this process's memory only
-/// and is written with the next change that succeeds. They do not tell when the new file is written
-/// but cannot take the old one's place: docs/guarantees.md.
+/// (no permission in the directory, no room), and `REGLIB_E_NOT_FOUND` when the directory is missing: the
+/// change then stays in this process's memory only and is written with the next change that succeeds.
+/// They do not tell when the new file is written but cannot take the old one's place:
+/// docs/guarantees.md.
 ///
 /// When a reading of the file ends in an error of the disk, what was read before counts and the call
 /// succeeds, but nothing is written, which returns `REGLIB_E_FILE_OPEN`, until the file has been read
@@ -344,16 +345,18 @@ public:
     /// nest, and the outermost one counts. A process that dies in an update has changed nothing.
     ///
     /// A thread that has an update on a file cannot change it through another of its stores, one with
-    /// another root key for example: such calls return `REGLIB_E_FAIL` and change nothing, and reads
-    /// through them see the state before the update. Where another thread is
-    /// inside a call on such a store and waits for this update, they all return `REGLIB_E_FAIL`.
+    /// another root key for example: such calls return `REGLIB_E_FAIL` and change nothing, also the
+    /// setting of a value to what it is already, because the update may be about to change it. Reads
+    /// through them see the state before the update. Where another thread is inside a call on such a
+    /// store and waits for this update, they all return `REGLIB_E_FAIL`.
     ///
     /// End the update in the thread that began it; `CRegUpdate` does that for a scope. In an update
     /// open and close no sessions, this one included, and register and remove no change handlers:
     /// another thread that is opening a session, or a handler that is running, may be waiting for
     /// the update while the update waits for it.
     /// @return `REGLIB_OK`; `REGLIB_E_FAIL` also when the thread has an update on the file through
-    ///         another store; the common codes: the update has not begun then
+    ///         another store; `REGLIB_E_FILE_OPEN` also when there is no file and none can be made; the
+    ///         common codes: the update has not begun then
     int VQRegBeginUpdate();
 
     /// Ends an update. The end of the outermost one writes the file if anything has changed.

@@ -120,13 +120,15 @@ void CConfigFile::lookForLostText() {
     }
 }
 
-// Where the text was lost, the file may be only what the opening of this store has made since.
+// Where the text was lost, the file may be only what the opening of this store has made since; unless
+// somebody has edited it.
 bool CConfigFile::isBackupBetter() const {
     const CFileOps& files = CFileOps::current();
     if (!m_isTextSeen && !files.holdsText(path())) {
         return files.holdsText(backup());
     }
-    return m_isTextLost && !m_hasFileValues && files.hasLineBeside(backup(), '[');
+    return m_isTextLost && !m_hasFileValues && !files.hasLineBeside(path(), '[') &&
+           files.hasLineBeside(backup(), '[');
 }
 
 // The results of the plain renames are of no use, here and below: what fails has changed nothing, and the

@@ -163,6 +163,7 @@ private:
     int m_updateDepth = 0;           // updates begun and not ended; with the lock held
     bool m_isUpdatePending = false;  // the tree has changes that the end of the update will write
     bool m_isTreeAhead = false;      // it has changes of an update that this process must not write
+    bool m_isFileMissing = false;    // the last time it was to be read, and could not be made
     bool m_isReadCutShort = false;   // the last reading ended in an error: the tree is not whole
     std::uint64_t m_textSize = 0;    // for which the next FileOpen for writing makes room
 };

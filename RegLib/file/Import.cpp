@@ -21,7 +21,7 @@ int CRegLibImplFile::importLocked() {
         m_file.lookForLostText();
         if (!isUpdatedElsewhere()) {
             // The result is 0 whatever it says: there is nothing to read.
-            (void)ExportConfig();
+            m_isFileMissing = ExportConfig() < 0;
         }
         REGLIB_TRACE(eTraceFlow, "<<<CRegLibImplFile::ImportConfig\n");
         return REGLIB_OK;
@@ -34,6 +34,7 @@ int CRegLibImplFile::importLocked() {
 int CRegLibImplFile::importOpened(std::uint64_t stamp) {
     // What was read is not lost by a closing that fails.
     const CAtEnd closing([this] { (void)FileClose(eRead, std::string()); });
+    m_isFileMissing = false;
     const int result = readOpened();
     if (result >= 0 && !m_isReadCutShort) {
         m_shared.adopt(stamp);

@@ -33,8 +33,8 @@ int CRegLibImplFile::VQRegBeginUpdate() {
         if (result < 0) {
             return result;
         }
-        if (m_isReadCutShort) {
-            return REGLIB_E_FILE_OPEN;  // its end could write nothing
+        if (m_isReadCutShort || m_isFileMissing) {
+            return REGLIB_E_FILE_OPEN;  // its end could write nothing, or over what was never read
         }
         const int kept = Lock();  // once more, and kept
         if (kept >= 0 && m_updateDepth++ == 0) {

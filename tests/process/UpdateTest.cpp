@@ -7,6 +7,7 @@
 #include <atomic>
 #include <csignal>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <string>
 #include <thread>
@@ -214,6 +215,23 @@ TEST_F(Update, ThatCannotBeWrittenEndsAllTheSame) {
     EXPECT_EQ(set("B", 2), REGLIB_OK);
     EXPECT_EQ(store.read(), "[Velquist]\n\"A\"=dword:00000001\n\"B\"=dword:00000002\n")
         << "the change waited in memory";
+}
+
+// Its end would write what it has in memory over a text that it has never read.
+TEST_F(Update, ThatCannotReadWhatOthersHaveWrittenDoesNotBegin) {
+    CRegLib other(store.path().c_str(), "Other", CRegLib::eLocationDefault, nullptr);
+    ASSERT_EQ(other.VQRegSetValue(*other.RootKey(), "A", "precious"), REGLIB_OK);
+    const std::string away = store.directory() + ".away";
+    ASSERT_EQ(std::rename(store.directory().c_str(), away.c_str()), 0);
+    CRegUpdate update(session);
+    EXPECT_EQ(update.result(), REGLIB_E_FILE_OPEN);
+    set("B", 1);
+    ASSERT_EQ(std::rename(away.c_str(), store.directory().c_str()), 0);
+    update.end();
+    EXPECT_EQ(set("C", 2), REGLIB_OK);
+    EXPECT_EQ(store.read(),
+              "[Other]\n\"A\"=string:precious\n"
+              "[Velquist]\n\"B\"=dword:00000001\n\"C\"=dword:00000002\n");
 }
 
 // Closing a session takes locks in another order than an update has them, which is why the header

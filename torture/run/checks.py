@@ -47,6 +47,10 @@ CHECKS = [
           sanitizers=("address", "thread")),
     Check("ends.unload", "modules unloaded", quick=10, long=1000, piece=50,
           sanitizers=("address", "thread")),
+    Check("model.alone", "random sequences beside a model, one process",
+          quick=1800, long=90000, piece=1800, limit=600, sanitizers=("address",)),
+    Check("model.together", "random sequences beside a model, three processes",
+          quick=200, long=10000, piece=1000, limit=600, sanitizers=("address",)),
 ]
 
 # What the test of the driver looks at.

@@ -158,6 +158,16 @@ TEST_F(ReplaceSafety, AGoodBackupSurvivesTheOpeningOfKeys) {
     EXPECT_EQ(file.read(), "[First]\n[First/Sub]\n[First/Sub/k]\n[First/Sub/k/l]\n");
 }
 
+TEST_F(ReplaceSafety, ATextThatSomebodyElseWroteMeanwhileIsOneToGiveTheBackupUpFor) {
+    writeBackup(kOld);
+    const auto store = open();
+    file.write(kOneValue);
+    CRegKey key;
+    createKey(*store, "k", key);
+    EXPECT_EQ(file.read(), "[Velquist]\n[Velquist/k]\n");
+    EXPECT_EQ(file.readBackup(), kOneValue);
+}
+
 TEST_F(ReplaceSafety, AFileThatNeverHadAValueIsATextAsAnyOther) {
     file.write("[Velquist]\n");
     writeBackup(kOld);
