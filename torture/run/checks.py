@@ -25,6 +25,19 @@ class Check:
 
 
 CHECKS = [
+    Check("objects.crowd", "64 processes start at once on nothing",
+          quick=15, long=1000, piece=100, limit=600),
+    Check("objects.killed_creator", "who makes the objects dies at a system call",
+          quick=60, long=2000, piece=2000, limit=600),
+    Check("objects.planted", "another user's things under the names of objects",
+          quick=1, long=30, piece=5, privileged=True, limit=300),
+    Check("objects.attacked", "another user attacks objects in use",
+          quick=160, long=16000, piece=800, privileged=True, limit=600),
+    Check("objects.permissions", "umasks and users", quick=1, long=50, piece=25, privileged=True),
+    Check("objects.protected", "the kernel's rules for links, both ways",
+          quick=1, long=30, piece=5, privileged=True),
+    Check("objects.pid_namespaces", "private pid namespaces on one /dev/shm",
+          quick=20, long=600, piece=100, limit=300),
 ]
 
 # What the test of the driver looks at.
