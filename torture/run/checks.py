@@ -38,6 +38,14 @@ CHECKS = [
           quick=1, long=30, piece=5, privileged=True),
     Check("objects.pid_namespaces", "private pid namespaces on one /dev/shm",
           quick=20, long=600, piece=100, limit=300),
+    Check("load.readback", "8 processes of 4 threads, each change read back",
+          quick=100, long=5000, piece=5000, limit=3600, sanitizers=("thread",)),
+    Check("load.linear", "what is read and written has one order, in seconds",
+          quick=4, long=600, piece=40, sanitizers=("thread",)),
+    Check("load.two_writers", "two that take turns see each other's last change",
+          quick=10000, long=100000, piece=100000, limit=600),
+    Check("load.soak", "what is used stays the same, in seconds",
+          quick=20, long=1800, piece=1800, limit=2400),
 ]
 
 # What the test of the driver looks at.

@@ -17,11 +17,12 @@
 namespace vqtorture {
 
 constexpr char kCounter[] = "Counter";
-constexpr std::size_t kMostNumbers = 1u << 20;
+constexpr std::size_t kMostNumbers = 1u << 24;
+constexpr std::size_t kNumbersInWord = 64;
 
 /// Lives in memory that the processes share, in a Common.
 struct Ledger {
-    std::array<std::atomic<std::uint8_t>, kMostNumbers> isAcknowledged;
+    std::array<std::atomic<std::uint64_t>, kMostNumbers / kNumbersInWord> acknowledgedBits;
     std::atomic<std::uint32_t> newest;  // the highest that is
     std::atomic<std::uint32_t> acknowledged;
     std::atomic<std::uint32_t> tried;
@@ -44,7 +45,9 @@ struct Ledger {
     }
 
     void acknowledge(std::uint32_t number) {
-        if (number >= kMostNumbers || (isAcknowledged[number].fetch_add(1) != 0 && !mayRepeat)) {
+        const std::uint64_t bit = std::uint64_t{1} << number % kNumbersInWord;
+        const std::size_t word = number % kMostNumbers / kNumbersInWord;
+        if ((acknowledgedBits[word].fetch_or(bit) & bit) != 0 && !mayRepeat) {
             noteFault("two were told that they had written a number", number, 0);
         }
         ++acknowledged;
