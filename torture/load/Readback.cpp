@@ -132,8 +132,8 @@ void requireAllThere(const std::string& path, std::uint64_t count) {
         const auto session = vqtest::openSession(path);
         for (int slot = 0; slot < kSlots; ++slot) {
             const long number = vqtest::numberOf(*session, nameOf(slot).c_str());
-            require(number == static_cast<long>(count), nameOf(slot) + " is " +
-                                                            std::to_string(number) + " in the end");
+            require(number == static_cast<long>(count),
+                    nameOf(slot) + " is " + std::to_string(number) + " in the end");
         }
         return 0;
     });

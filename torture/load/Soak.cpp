@@ -163,7 +163,8 @@ public:
     void play() {
         const Stopwatch watch;
         double sampled = -1;
-        while (watch.seconds() < static_cast<double>(m_run.count()) && m_world->ledger.faults == 0) {
+        while (watch.seconds() < static_cast<double>(m_run.count()) &&
+               m_world->ledger.faults == 0) {
             disturb();
             if (watch.milliseconds() - sampled > static_cast<double>(kSample.count())) {
                 sampled = watch.milliseconds();

@@ -46,6 +46,16 @@ CHECKS = [
           quick=10000, long=100000, piece=100000, limit=600),
     Check("load.soak", "what is used stays the same, in seconds",
           quick=20, long=1800, piece=1800, limit=2400),
+    Check("scale.opens", "openings of a path of six names",
+          quick=200000, long=1000000, piece=1000000),
+    Check("scale.handles", "handles on a key that is deleted",
+          quick=20000, long=100000, piece=100000),
+    Check("scale.keys", "keys of a store", quick=50000, long=1000000, piece=1000000, limit=600),
+    Check("scale.siblings", "keys in one key", quick=20000, long=100000, piece=100000),
+    Check("scale.values", "values of a key", quick=20000, long=100000, piece=100000),
+    Check("scale.text", "megabytes of a file", quick=20, long=200, piece=200, limit=600),
+    Check("scale.nesting", "openings of a key as deep as a line allows",
+          quick=100, long=300, piece=300),
 ]
 
 # What the test of the driver looks at.
