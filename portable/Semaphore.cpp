@@ -36,6 +36,7 @@
 #include "portable/ObjectName.h"
 #include "portable/Portable.h"
 #include "portable/SharedCount.h"
+#include "portable/SharedFile.h"
 
 namespace VQRegLib {
 
@@ -281,8 +282,7 @@ void CPSemaphore::waitUntilFree(const std::string& name) {
 }
 
 long CPSemaphore::userOf(const std::string& name) {
-    struct stat status {};
-    return ::lstat(pathOf(name).c_str(), &status) == 0 ? static_cast<long>(status.st_uid) : -1;
+    return CSharedFile::userOf(pathOf(name));
 }
 
 bool CPSemaphore::isExiting() {

@@ -19,6 +19,13 @@ namespace VQRegLib {
 namespace {
 
 constexpr int kAttempts = 100;  // a name may come and go while it is being opened
+constexpr mode_t kWritable = 0222;
+
+// Objects are open to everybody. A file that is not, and has another name as well, is a stranger's: where
+// fs.protected_hardlinks is off anybody may have given it this name, for others to write into it.
+bool isStrangersLinked(const struct stat& status) {
+    return status.st_nlink > 1 && (status.st_mode & kWritable) != kWritable;
+}
 
 }  // namespace
 
@@ -59,6 +66,9 @@ int CSharedFile::openExisting() {
     if (!S_ISREG(status.st_mode)) {
         return EINVAL;
     }
+    if (isStrangersLinked(status)) {
+        return EMLINK;
+    }
     m_device = status.st_dev;
     m_inode = status.st_ino;
     m_changeTime = status.st_ctim;
@@ -89,6 +99,11 @@ int CSharedFile::giveName(int fd, const std::string& path) {
         return 0;
     }
     return errno;
+}
+
+long CSharedFile::userOf(const std::string& path) {
+    struct stat status {};
+    return ::lstat(path.c_str(), &status) == 0 ? static_cast<long>(status.st_uid) : -1;
 }
 
 void CSharedFile::keep(int fd, const std::string& path) {

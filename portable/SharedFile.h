@@ -21,7 +21,7 @@ public:
     CSharedFile& operator=(const CSharedFile&) = delete;
 
     // Opens the file of that name, making it of so many zeroes when it is missing. What is no regular
-    // file is refused. 0 or an errno.
+    // file is refused, and so is a link to a file that is not everybody's. 0 or an errno.
     [[nodiscard]] int open(const std::string& name, std::size_t size);
 
     // Whether that works, without keeping it open.
@@ -48,6 +48,9 @@ public:
     int descriptor() const { return m_fd; }
     dev_t device() const { return m_device; }
     ino_t inode() const { return m_inode; }
+
+    // Whose the file of that path is; -1 when there is none.
+    static long userOf(const std::string& path);
 
     // Links an unnamed file to its name. 0 or an errno.
     [[nodiscard]] static int giveName(int fd, const std::string& path);

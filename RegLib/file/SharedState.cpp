@@ -33,6 +33,7 @@
 #include "portable/NoCancellation.h"
 #include "portable/ObjectName.h"
 #include "portable/Portable.h"
+#include "portable/SharedFile.h"
 
 namespace VQRegLib {
 
@@ -40,6 +41,14 @@ namespace {
 
 constexpr std::uint64_t kReplacing = 1;  // the bit that makes a stamp odd
 constexpr std::uint32_t kComplaintSeconds = 60;
+constexpr std::uint64_t kMarkNanoseconds = 500'000'000;  // at another's mark beside a new lock
+
+// The object itself is at fault, not this process or the machine. A lock within the block's file that is
+// not let go of (EAGAIN) counts, too.
+bool isRefused(int error) {
+    return error == EACCES || error == EPERM || error == EINVAL || error == EISDIR ||
+           error == ELOOP || error == ENXIO || error == EMLINK || error == EAGAIN;
+}
 
 // The next even number above both.
 std::uint64_t stampAfter(std::uint64_t stamp, std::uint64_t tick) {
@@ -58,6 +67,7 @@ void CSharedState::open() {
         throwAt(eThrowPoint::eNewMutex);
     }
     if (!m_pMutex->isOpen()) {
+        tellOfRefused(kLockKind, m_pMutex->error());
         REGLIB_TRACE(eTraceFlow,
                      "(Error) CRegLibImplFile::CRegLibImplFile (0x%08X), mutex failed, errno %d\n",
                      traceId(m_traced), m_pMutex->error());
@@ -115,6 +125,10 @@ int CSharedState::takeLock(unsigned long milliseconds) {
     const CPMutex::eWaitResult waited = m_pMutex->wait(milliseconds, nullptr);
     if (waited != CPMutex::eOwned) {
         const bool lacksMemory = waited == CPMutex::eFailed && m_pMutex->error() == ENOMEM;
+        if (waited == CPMutex::eFailed && isRefused(m_pMutex->error()) &&
+            isTimeToTell(m_lockTold)) {
+            tellOfRefused(kLockKind, m_pMutex->error());
+        }
         return lacksMemory ? REGLIB_E_FAIL : REGLIB_E_FILE_OPEN;
     }
     if (!isFirst) {
@@ -149,8 +163,25 @@ bool CSharedState::isUsable(CPSharedMemory::eHow how) {
         }
     }
     if (isReplacing(stamp())) {
+        // Its maker may be alive, where a lock's object was removed: this one, or the one before it, when
+        // this one has never seen a change.
+        if (!m_pMutex->isStillHeld() || (counter.tag == 0 && !outlivesMark(how))) {
+            return false;
+        }
         m_file.recover();
         renew();
+    }
+    return true;
+}
+
+// True when the mark has stayed for so long that its maker must be dead, or has gone.
+bool CSharedState::outlivesMark(CPSharedMemory::eHow how) const {
+    if (how == CPSharedMemory::eTry) {
+        return !isReplacing(stamp());
+    }
+    const std::uint64_t begun = CPortable::GetTickCountULL();
+    while (isReplacing(stamp()) && CPortable::GetTickCountULL() - begun < kMarkNanoseconds) {
+        CPortable::Sleep(1);
     }
     return true;
 }
@@ -181,19 +212,31 @@ void CSharedState::publish() {
     }
 }
 
-// A full barrier, because the mark must be seen before the first of the renames is.
-void CSharedState::markReplacing() {
-    m_pullSharedChangeStamp->fetch_or(kReplacing, std::memory_order_seq_cst);
+// A full barrier, because the mark must be seen before the first of the renames is. A mark of its own, also
+// where there is one: that may be of somebody whose lock was removed, and who takes it back.
+std::uint64_t CSharedState::markReplacing() {
+    std::uint64_t before = stamp();
+    std::uint64_t mark = 0;
+    do {
+        mark = isReplacing(before) ? before + 2 : before | kReplacing;
+    } while (!m_pullSharedChangeStamp->compare_exchange_weak(before, mark));
+    return mark;
 }
 
 // A program that has closed all descriptors has let go of the lock. The new number is put beside the
-// lock before: should this process die in between, it costs the others no more than one reading.
+// lock before: should this process die in between, it costs the others no more than one reading. The lock
+// is looked at once more behind the mark: if its object is removed only after that, whoever makes another
+// one sees the mark, and waits (outlivesMark).
 int CSharedState::replace(const std::string& temporary) {
     m_nextStamp = nextStamp();
     if (!m_pMutex->putCounter({m_nextStamp, m_pSharedMemory->tag()})) {
         return REGLIB_E_FILE_OPEN;
     }
-    markReplacing();
+    std::uint64_t mark = markReplacing();
+    if (!m_pMutex->isStillHeld()) {
+        m_pullSharedChangeStamp->compare_exchange_strong(mark, stampAfter(mark, m_nextStamp));
+        return REGLIB_E_FILE_OPEN;
+    }
     if (!m_file.replaceAtOnce(temporary.c_str())) {
         // The mark outlives everybody, unlike the stamp.
         m_pMutex->setMark(true);
@@ -244,14 +287,39 @@ bool CSharedState::hasBlock(CPSharedMemory::eHow how) {
     return true;
 }
 
+// What somebody has put in an object's place keeps the store from everybody until it is removed: an
+// administrator has to hear of it, and whose it is.
+void CSharedState::tellOfRefused(const char* kind, int error) const try {
+    const std::string object = objectPath(kind, *m_path);
+    const long user = CSharedFile::userOf(object);
+    if (isRefused(error) && user >= 0) {
+        REGLIB_TRACE(
+            eTraceAlways,
+            "(Error) CRegLibImplFile::Lock (0x%08X), \"%s\" cannot be used, errno %d, it is "
+            "of user %ld\n",
+            traceId(m_traced), object.c_str(), error, user);
+    }
+} catch (const std::bad_alloc&) {
+    return;  // whoever needs the object learns that it cannot be had
+}
+
+// True at first and when a minute has passed since.
+bool CSharedState::isTimeToTell(std::uint32_t& told) {
+    const std::uint32_t now = CPortable::GetSeconds();
+    if (told != 0 && now - told < kComplaintSeconds) {
+        return false;
+    }
+    told = now;
+    return true;
+}
+
 // Of other namespaces an administrator has to hear; the rest is for who looks for it, and it is told
 // again when a minute has passed.
 void CSharedState::tellWhyNoBlock(int error) {
-    const std::uint32_t now = CPortable::GetSeconds();
-    if (m_blockTold != 0 && now - m_blockTold < kComplaintSeconds) {
+    if (!isTimeToTell(m_blockTold)) {
         return;
     }
-    m_blockTold = now;
+    tellOfRefused(kBlockKind, error);
     if (error == EXDEV) {
         REGLIB_TRACE(eTraceAlways,
                      "(Error) CRegLibImplFile::Lock (0x%08X), \"%s\" is in use in another IPC "

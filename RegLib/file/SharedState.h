@@ -75,8 +75,8 @@ public:
     // has got lost; nothing is done then.
     [[nodiscard]] int replace(const std::string& temporary);
 
-    // As a replacement does before it touches a name.
-    void markReplacing();
+    // As a replacement does before it touches a name. The mark, an odd stamp.
+    std::uint64_t markReplacing();
 
     // With the lock held, and without a file: puts the backup back if a writer has died where the
     // path was absent.
@@ -90,11 +90,14 @@ private:
 
     std::uint64_t nextStamp() const;
     [[nodiscard]] bool isUsable(CPSharedMemory::eHow how);
+    bool outlivesMark(CPSharedMemory::eHow how) const;
     void openBlock();
     void tellOfOlderLibrary() const;
     void useBlock(std::unique_ptr<CPSharedMemory> block);
     [[nodiscard]] bool hasBlock(CPSharedMemory::eHow how);
     void tellWhyNoBlock(int error);
+    void tellOfRefused(const char* kind, int error) const;
+    static bool isTimeToTell(std::uint32_t& told);
 
     static constexpr std::uint32_t kNeverLooked = 0xFFFFFFFF;
 
@@ -110,6 +113,7 @@ private:
 
     std::uint32_t m_lastLook = kNeverLooked;  // at the block; kNeverLooked also when it is lost
     std::uint32_t m_blockTold = 0;            // when an error line said that it cannot be had
+    std::uint32_t m_lockTold = 0;             // likewise
     std::uint64_t m_oddStamp = 0;
     std::uint32_t m_oddSince = 0;
 };

@@ -237,8 +237,10 @@ std::unique_ptr<CPSemaphore> CRegLibImplDirectory::ownSemaphore(int attempts) tr
     }
     if (!CPSemaphore::isExiting() && !std::exchange(m_ownFailed, true)) {
         REGLIB_TRACE(eTraceAlways,
-                     "(Error) %s (0x%08X), semaphore failed, errno %d, the file is of user %ld\n",
-                     kThreadName, traceId(this), semaphore->error(), CPSemaphore::userOf(name));
+                     "(Error) %s (0x%08X), semaphore failed, errno %d, the file is of user %ld: "
+                     "\"%s\"\n",
+                     kThreadName, traceId(this), semaphore->error(), CPSemaphore::userOf(name),
+                     name.c_str());
     }
     return nullptr;
 } catch (const std::bad_alloc&) {

@@ -3,19 +3,13 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
-#include <sys/shm.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <chrono>
 #include <cstdint>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <functional>
 #include <memory>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -31,65 +25,22 @@
 using namespace VQRegLib;
 using vqtest::Agent;
 using vqtest::asNobody;
+using vqtest::attachStamp;
 using vqtest::Attack;
 using vqtest::Common;
+using vqtest::cut;
 using vqtest::fillWithGarbage;
 using vqtest::ForkedChild;
+using vqtest::makeGiant;
+using vqtest::makeGiantOfNothing;
 using vqtest::openObject;
+using vqtest::scribbleStamps;
 using vqtest::TempStore;
 
 namespace {
 
 constexpr std::uint32_t kChanges = 150;
 constexpr int kAttacks = 100;
-constexpr off_t kGiant = off_t{1} << 30;
-
-bool cut(const std::string& path) {
-    return ::truncate(path.c_str(), 0) == 0;
-}
-
-bool makeGiant(const std::string& path) {
-    return ::truncate(path.c_str(), kGiant) == 0;
-}
-
-bool makeGiantOfNothing(const std::string& path) {
-    return cut(path) && makeGiant(path);
-}
-
-// The memory that the block's object names, as its users find it: behind a magic and a namespace of
-// eight bytes each stands the segment's id, and the stamp lies behind 64 bytes of the segment.
-std::atomic<std::uint64_t>* attachStamp(const std::string& path) {
-    std::int64_t record[3] = {};
-    const int fd = openObject(path);
-    const bool isRead = ::pread(fd, record, sizeof record, 0) == sizeof record;
-    ::close(fd);
-    void* const segment = isRead ? ::shmat(static_cast<int>(record[2]), nullptr, 0) : nullptr;
-    if (!segment || segment == reinterpret_cast<void*>(-1)) {
-        return nullptr;
-    }
-    return reinterpret_cast<std::atomic<std::uint64_t>*>(static_cast<char*>(segment) + 64);
-}
-
-bool isBlock(const std::string& path) {
-    return path.find("CPBlock.") != std::string::npos;
-}
-
-// Even and odd ones, and the ends of the range.
-bool scribbleStamps(const std::string& path) {
-    static std::mt19937_64 random(1);
-    if (!isBlock(path)) {
-        return true;
-    }
-    std::atomic<std::uint64_t>* const stamp = attachStamp(path);
-    if (!stamp) {
-        return false;
-    }
-    for (int i = 0; i < 200; ++i) {
-        *stamp = i % 50 == 0 ? std::uint64_t{0} - static_cast<std::uint64_t>(i / 50) : random();
-    }
-    ::shmdt(reinterpret_cast<char*>(stamp) - 64);
-    return true;
-}
 
 // A store that processes of the test's user have open and work with.
 class AttackedStore : public testing::Test {

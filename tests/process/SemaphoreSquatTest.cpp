@@ -64,7 +64,8 @@ TEST(SemaphoreSquat, ARegistrationGoesOnAndTheUserIsNamed) {
         EXPECT_EQ(agent.set(".", "A", 1u), REGLIB_OK);
         EXPECT_THAT(log.texts(TraceLog::Addresses::eReplace),
                     Contains(HasSubstr("semaphore failed, errno 11, the file is of user " +
-                                       std::to_string(kSquatter))));
+                                       std::to_string(kSquatter) + ": \"" +
+                                       vqtest::semaphoreName(agent.pid()) + "\"")));
     }
     EXPECT_EQ(agent.close(), REGLIB_OK);
 }

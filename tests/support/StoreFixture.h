@@ -48,8 +48,13 @@ public:
     void setSharedStamp(std::uint64_t stamp) const {
         *m_store.m_shared.m_pullSharedChangeStamp = stamp;
     }
-    /// As a writer does before it touches a name, and never takes back when it dies.
-    void markReplacing() const { m_store.m_shared.markReplacing(); }
+    /// As a writer does before it touches a name, and never takes back when it dies: a number beside the
+    /// lock, if it holds that, and the mark.
+    void markReplacing() const {
+        CSharedState& shared = m_store.m_shared;
+        (void)shared.m_pMutex->putCounter({shared.nextStamp(), shared.m_pSharedMemory->tag()});
+        shared.markReplacing();
+    }
     /// As if the mark of a replacement had been seen so long ago.
     void markedBefore(std::uint32_t seconds) const { m_store.m_shared.m_oddSince -= seconds; }
     /// As if a second had passed since the last look at the block.

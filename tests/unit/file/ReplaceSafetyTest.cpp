@@ -2,14 +2,23 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
+#include <functional>
+#include <memory>
 #include <string>
+#include <utility>
 
+#include "portable/ObjectName.h"
 #include "support/FileOpsFake.h"
+#include "support/ForkedChild.h"
 #include "support/StoreFixture.h"
 #include "support/TraceLog.h"
+#include "support/Wait.h"
 
 using namespace vqtest;
 using testing::Contains;
@@ -62,6 +71,61 @@ TEST_F(OpenReplaceSafety, ATextThatWasNotWrittenWholeTakesNobodysPlace) {
     FileOpsFake files;
     files.fail(FileCall::eWrite, EDQUOT);
     expectNothingReplaced(files);
+}
+
+namespace {
+
+// Just before the new text takes the old one's place the lock's object is removed, and another process has
+// a moment in which it could make a new one, read the old text and replace it.
+class LockRemovingFileOps : public FileOpsFake {
+public:
+    LockRemovingFileOps(std::string path, std::function<int()> other)
+        : m_path(std::move(path)), m_other(std::move(other)) {}
+    int rename(const char* path, const char* newPath) override {
+        if (!m_child) {
+            std::filesystem::remove(VQRegLib::objectPath(VQRegLib::kLockKind, m_path));
+            m_child = std::make_unique<ForkedChild>([this] {
+                *m_hasEnded = m_other() == REGLIB_OK ? 1 : -1;
+                return 0;
+            });
+            waitUntil([this] { return *m_hasEnded != 0; }, kMoment);
+        }
+        return FileOpsFake::rename(path, newPath);
+    }
+    int waitOther() {
+        m_child->wait();
+        return *m_hasEnded;
+    }
+
+private:
+    static constexpr auto kMoment = std::chrono::milliseconds(300);
+    const std::string m_path;
+    const std::function<int()> m_other;
+    Common<std::atomic<int>> m_hasEnded;
+    std::unique_ptr<ForkedChild> m_child;
+};
+
+}  // namespace
+
+TEST_F(OpenReplaceSafety, WhoMakesARemovedLockAnewWaitsForAReplacementUnderTheOldOne) {
+    setText(*store, root, "a", "x");
+    LockRemovingFileOps files(file.path(), [&] { return setText(*store, root, "b", "y"); });
+    EXPECT_EQ(setText(*store, root, "c", "z"), REGLIB_OK);
+    EXPECT_EQ(files.waitOther(), 1);
+    EXPECT_EQ(file.read(), "[Velquist]\n\"a\"=string:x\n\"b\"=string:y\n\"c\"=string:z\n");
+    EXPECT_EQ(get(*store, root, "b"), Value::ofText("y"));
+}
+
+// Whoever has left the mark is dead, and the lock that he had has gone.
+TEST_F(OpenReplaceSafety, AMarkOfADeadWriterBesideANewLockIsTakenAwayAfterAMoment) {
+    setText(*store, root, "a", "x");
+    std::filesystem::remove(VQRegLib::objectPath(VQRegLib::kLockKind, file.path()));
+    probe.markReplacing();
+    EXPECT_EQ(get(*store, root, "a"), Value::ofText("x")) << "a reader does not wait";
+    EXPECT_NE(probe.sharedStamp() % 2, 0u) << "nor does it know that the writer is dead";
+    EXPECT_EQ(setText(*store, root, "b", "y"), REGLIB_OK);
+    EXPECT_EQ(probe.sharedStamp() % 2, 0u);
+    EXPECT_EQ(file.read(), "[Velquist]\n\"a\"=string:x\n\"b\"=string:y\n");
 }
 
 TEST_F(OpenReplaceSafety, ATextWhoseCloseFailsTakesNobodysPlace) {

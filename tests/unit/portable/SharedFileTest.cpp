@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -71,4 +73,18 @@ TEST_F(SharedFile, WithASecondNameItsOwnIsLookedUpEachTime) {
     EXPECT_FALSE(file.isInPlace());
     fs::remove(path + ".1");
     fs::remove(path + ".2");
+}
+
+// Where fs.protected_hardlinks is off, anybody can give a stranger's file an object's name.
+TEST_F(SharedFile, ThatIsALinkToWhatIsNotEverybodysIsRefusedAndLeftAlone) {
+    fs::remove(path);
+    const std::string victim = path + ".victim";
+    std::ofstream(victim) << "nobody else's";
+    fs::permissions(victim, fs::perms{0600});
+    fs::create_hard_link(victim, path);
+    CSharedFile other;
+    EXPECT_EQ(other.open(m_name, 8), EMLINK);
+    fs::permissions(victim, fs::perms{0666});
+    EXPECT_EQ(other.open(m_name, 8), 0) << "anybody may write it anyway";
+    fs::remove(victim);
 }

@@ -1,0 +1,74 @@
+#include "load/Usage.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <system_error>
+
+namespace fs = std::filesystem;
+
+namespace vqtorture {
+
+namespace {
+
+std::string fileOf(pid_t process, const char* name) {
+    return "/proc/" + std::to_string(process) + "/" + name;
+}
+
+template <typename Predicate>
+double countEntries(const std::string& directory, Predicate isCounted) {
+    double count = 0;
+    std::error_code error;
+    fs::directory_iterator at(directory, error);
+    while (!error && at != fs::directory_iterator()) {
+        count += isCounted(at->path().filename().string()) ? 1 : 0;
+        at.increment(error);
+    }
+    return count;
+}
+
+}  // namespace
+
+double memoryOf(pid_t process) {
+    std::ifstream rollup(fileOf(process, "smaps_rollup"));
+    for (std::string word; rollup >> word;) {
+        double kibibytes = 0;
+        if (word == "Anonymous:" && rollup >> kibibytes) {
+            return kibibytes;
+        }
+    }
+    return 0;
+}
+
+double descriptorsOf(pid_t process) {
+    return entriesOf(fileOf(process, "fd"));
+}
+
+double threadsOf(pid_t process) {
+    return entriesOf(fileOf(process, "task"));
+}
+
+double entriesOf(const std::string& directory, const std::string& except) {
+    return countEntries(directory, [&](const std::string& name) {
+        return !name.starts_with(except) || name == except;
+    });
+}
+
+double entriesThatBegin(const std::string& directory, const std::string& beginning) {
+    return countEntries(directory,
+                        [&](const std::string& name) { return name.starts_with(beginning); });
+}
+
+void Usage::requireFlat(Run& run, const std::string& name, double share, double more) const {
+    const std::vector<double>& samples = m_samples.at(name);
+    const auto quarter = static_cast<std::ptrdiff_t>(samples.size() / 4);
+    require(quarter > 2, "too few samples of " + name);
+    const double first = *std::max_element(samples.begin(), samples.begin() + quarter);
+    const double last = *std::max_element(samples.end() - quarter, samples.end());
+    run.highest(name + "_first", first);
+    run.highest(name + "_last", last);
+    require(last <= first * (1 + share) + more,
+            name + " grows from " + std::to_string(first) + " to " + std::to_string(last));
+}
+
+}  // namespace vqtorture

@@ -1,0 +1,40 @@
+// What processes use of the machine, looked at again and again, and whether it grows.
+#ifndef VQTORTURE_USAGE_H
+#define VQTORTURE_USAGE_H
+
+#include <sys/types.h>
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "support/Torture.h"
+
+namespace vqtorture {
+
+/// Kibibytes of memory of a process that belong to no file, shared with its parent or not; 0 when it has
+/// gone.
+double memoryOf(pid_t process);
+double descriptorsOf(pid_t process);
+double threadsOf(pid_t process);
+
+/// Of one directory; names that begin with `except` and are longer do not count.
+double entriesOf(const std::string& directory, const std::string& except = "/");
+double entriesThatBegin(const std::string& directory, const std::string& beginning);
+
+/// Samples of several numbers in the order of their times.
+class Usage {
+public:
+    void note(const std::string& name, double number) { m_samples[name].push_back(number); }
+
+    /// The highest number of the last quarter may be so much above that of the first.
+    /// @throws Violation otherwise
+    void requireFlat(Run& run, const std::string& name, double share, double more) const;
+
+private:
+    std::map<std::string, std::vector<double>> m_samples;
+};
+
+}  // namespace vqtorture
+
+#endif  // VQTORTURE_USAGE_H

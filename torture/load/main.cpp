@@ -1,0 +1,9 @@
+// Load: what many do at once, and for long.
+#include "load/Load.h"
+
+int main(int argc, char** argv) {
+    using namespace vqtorture;
+    return runOneOf(
+        {{"readback", readback}, {"linear", linear}, {"two_writers", twoWriters}, {"soak", soak}},
+        argc, argv);
+}
