@@ -157,11 +157,14 @@ void CConfigFile::replaceInSteps(const char* temporary) const {
     (void)files.rename(temporary, path());
 }
 
-void CConfigFile::recover() const {
+// Not to be found does not mean absent, the disk may have failed: a path that is there refuses the link.
+bool CConfigFile::recover() const {
     CFileOps& files = CFileOps::current();
-    if (!files.exists(path()) && files.link(backup(), path()) != 0) {
-        (void)files.rename(backup(), path());
+    if (files.exists(path()) || files.link(backup(), path()) == 0 || errno == EEXIST ||
+        errno == ENOENT) {
+        return true;
     }
+    return files.rename(backup(), path()) == 0;
 }
 
 }  // namespace VQRegLib

@@ -149,7 +149,7 @@ bool CSharedState::isUsable(CPSharedMemory::eHow how) {
         }
     }
     if (isReplacing(stamp())) {
-        m_file.recover();
+        (void)m_file.recover();  // where it cannot be done now, the mark beside the lock says so
         renew();
     }
     return true;
@@ -198,7 +198,7 @@ int CSharedState::replace(const std::string& temporary) {
         // The mark outlives everybody, unlike the stamp.
         m_pMutex->setMark(true);
         m_file.replaceInSteps(temporary.c_str());
-        m_pMutex->setMark(false);
+        m_pMutex->setMark(!m_file.recover());
     }
     return REGLIB_OK;
 }
@@ -206,8 +206,7 @@ int CSharedState::replace(const std::string& temporary) {
 void CSharedState::recoverAbsent() {
     if (m_pMutex->isHeldHere() && !CFileOps::current().exists(m_file.path()) &&
         m_pMutex->isMarked()) {
-        m_file.recover();
-        m_pMutex->setMark(false);
+        m_pMutex->setMark(!m_file.recover());
     }
 }
 
