@@ -49,6 +49,10 @@ public:
     dev_t device() const { return m_device; }
     ino_t inode() const { return m_inode; }
 
+    // Gives a file of this kind its size, and the memory for it, whatever signals come meanwhile. 0 or an
+    // errno.
+    [[nodiscard]] static int reserve(int fd, std::size_t size);
+
     // Links an unnamed file to its name. 0 or an errno.
     [[nodiscard]] static int giveName(int fd, const std::string& path);
 
