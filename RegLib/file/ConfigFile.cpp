@@ -157,11 +157,17 @@ void CConfigFile::replaceInSteps(const char* temporary) const {
     (void)files.rename(temporary, path());
 }
 
-// Not to be found does not mean absent, the disk may have failed: a path that is there refuses the link.
+// Only what is known to be absent is replaced: where the disk fails at the look, nothing is known. The link
+// finds no backup, or that there is a file.
 bool CConfigFile::recover() const {
     CFileOps& files = CFileOps::current();
-    if (files.exists(path()) || files.link(backup(), path()) == 0 || errno == EEXIST ||
-        errno == ENOENT) {
+    if (files.exists(path())) {
+        return true;
+    }
+    if (errno != ENOENT) {
+        return false;
+    }
+    if (files.link(backup(), path()) == 0 || errno == ENOENT || errno == EEXIST) {
         return true;
     }
     return files.rename(backup(), path()) == 0;

@@ -163,6 +163,7 @@ TEST_F(OpenReplaceSafety, AFileThatCannotBeLookedForDoesNotMakePlaceForItsBackup
     probe.markReplacing();
     FileOpsFake files;
     files.fail(FileCall::eExists, EIO);
+    files.fail(FileCall::eLink, EIO);
     EXPECT_EQ(get(*store, root, "a"), Value::ofText("x"));
     EXPECT_EQ(file.read(), kOneValue);
 }
