@@ -95,14 +95,15 @@ std::size_t tryFiles(const FileTrial& trial, vqtest::Agent& witness, Run& run) {
 
 void failEachCall(const Operation& operation, Place place, bool isLasting, std::size_t turn,
                   vqtest::Agent& witness, Run& run) {
-    std::size_t calls = 1;
-    for (std::size_t at = 0; at < calls; ++at) {
+    bool isReached = true;
+    std::size_t at = 0;
+    for (; isReached; ++at) {
         const FileTrial trial{
             operation, place, {{at, isLasting, turn + at}}, (turn / kMostChoices + at) % 2 == 0};
-        calls = tryFiles(trial, witness, run);
+        isReached = tryFiles(trial, witness, run) > at;
         run.add("trials");
     }
-    run.add("places", static_cast<double>(calls));
+    run.add("places", static_cast<double>(at - 1));
 }
 
 // Another process dies after it has replaced the file and before it says so: whoever comes next finds the
@@ -137,9 +138,12 @@ std::vector<Operation> operations() {
 }
 
 // The child dies at the call. False when it did not come so far.
-bool dieAt(const Operation& operation, Place place, std::size_t at, bool isAfterwards,
+bool dieAt(const Operation& operation, Place place, std::size_t at, bool isAfterwards, bool isAlone,
            vqtest::Agent& witness, const Run& run) {
     Ground ground(run.directory(), operation, witness);
+    if (isAlone) {
+        ground.dismissWitness();
+    }
     const pid_t self = ::getpid();
     vqtest::ForkedChild child([&] {
         vqtest::endWithParent(self);
@@ -159,6 +163,21 @@ bool dieAt(const Operation& operation, Place place, std::size_t at, bool isAfter
     require(status == 0 || status == -SIGKILL, "the child ended with " + std::to_string(status));
     ground.judgeDeath();
     return status != 0;
+}
+
+// At each of its calls until it makes no more.
+void dieEverywhere(const Operation& operation, Place place, bool isAfterwards, bool isAlone,
+                   vqtest::Agent& witness, Run& run) {
+    bool hasDied = true;
+    for (std::size_t at = 0; hasDied; ++at) {
+        try {
+            hasDied = dieAt(operation, place, at, isAfterwards, isAlone, witness, run);
+        } catch (const std::exception& violation) {
+            throw Violation(operation.name + placeName(place) + ", dies at call " +
+                            std::to_string(at) + (isAlone ? ", alone: " : ": ") + violation.what());
+        }
+        run.add("deaths", hasDied);
+    }
 }
 
 }  // namespace
@@ -220,20 +239,11 @@ void failInSequences(Run& run) {
 void dieAtFiles(Run& run) {
     quietTrace();
     vqtest::Agent witness(VQREG_AGENT_PATH);
-    for (std::uint64_t turn = 0; turn < run.count(); ++turn) {
+    for (std::uint64_t turn = run.seed(); turn < run.seed() + run.count(); ++turn) {
         for (const Operation& operation : operations()) {
             for (const Place place : kPlaces) {
-                bool hasDied = true;
-                for (std::size_t at = 0; hasDied; ++at) {
-                    try {
-                        hasDied =
-                            dieAt(operation, place, at, (turn + run.seed()) % 2 != 0, witness, run);
-                    } catch (const std::exception& violation) {
-                        throw Violation(operation.name + placeName(place) + ", dies at call " +
-                                        std::to_string(at) + ": " + violation.what());
-                    }
-                    run.add("deaths", hasDied);
-                }
+                dieEverywhere(operation, place, turn % 2 != 0, false, witness, run);
+                dieEverywhere(operation, place, turn % 2 != 0, true, witness, run);
             }
         }
     }

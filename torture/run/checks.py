@@ -26,12 +26,12 @@ class Check:
 
 CHECKS = [
     # Calls and memory that fail. A round has every place once, each with the next way to fail.
-    Check("fault.files", "every file operation fails, once and for good", quick=2, long=14, piece=1),
+    Check("fault.files", "every file operation fails, once and for good", quick=1, long=14, piece=1),
     Check("fault.pairs", "two file operations fail", quick=300, long=100_000, piece=2_000),
     Check("fault.sequences", "file operations fail at random", quick=100, long=20_000, piece=1_000,
           sanitizers=("address",)),
     Check("fault.deaths", "the end of the process at every file operation", quick=1, long=4, piece=1),
-    Check("fault.calls", "every system call fails, once and for good", quick=4, long=112, piece=1),
+    Check("fault.calls", "every system call fails, once and for good", quick=2, long=112, piece=1),
     Check("fault.calls.disk", "the same with the store on the disk", quick=0, long=14, piece=1,
           on_disk=True),
     Check("memory.operations", "no memory in every operation", quick=1, long=8, piece=1,

@@ -154,13 +154,23 @@ void Ground::judgeDeath() {
         require(m_witness.open(path(), m_operation.root ? m_operation.root : "-") == REGLIB_OK,
                 "the witness cannot open the store");
         m_isWitnessOpen = true;
-    } else {
-        requireWitness(true);
-        std::vector<std::string> texts;
-        for (const std::string& text : passedTexts()) {
-            texts.push_back(withAdded(text, false));
-        }
-        requireText(texts, "after the next change");
+    }
+    require(m_witness.set(".", "B", kWitnesses) == REGLIB_OK, "another process cannot change it");
+    m_hasWitnessChanged = true;
+    std::vector<std::string> texts;
+    for (const std::string& text : passedTexts()) {
+        texts.push_back(withAdded(text, false));
+    }
+    if (m_operation.root) {
+        texts = {withAdded(m_operation.after, false)};
+    }
+    requireText(texts, "after the next change");
+}
+
+void Ground::dismissWitness() {
+    if (m_isWitnessOpen) {
+        m_witness.close();
+        m_isWitnessOpen = false;
     }
 }
 

@@ -38,7 +38,10 @@ public:
     /// After the process has gone on with comeOn(): what the file must hold then.
     void judgeEnd(const Outcome& outcome);
 
-    /// After the operation's process has died in it.
+    /// Nobody has the store open but the process of the operation.
+    void dismissWitness();
+
+    /// After the operation's process has died in it: the witness, which may be the first to come, goes on.
     void judgeDeath();
 
 private:
