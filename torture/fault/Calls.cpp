@@ -28,6 +28,17 @@ struct CallTrial {
     void judge(FaultedChild& child, Ground& ground, const Report& report) const;
 };
 
+// Without memory, which calls can bring about too, some operations throw.
+int actOrThrow(const Operation& operation, Scene& scene, bool& hasThrown) {
+    try {
+        return operation.act(scene);
+    } catch (const VQException& exception) {
+        hasThrown = true;
+        const bool mayThrow = operation.mayThrow || operation.use != SessionUse::eUses;
+        return mayThrow ? exception.m_lCode : 1;
+    }
+}
+
 void act(const Operation& operation, const std::string& path, Report& report) {
     report.descriptorsBefore = openDescriptors();
     {
@@ -38,10 +49,13 @@ void act(const Operation& operation, const std::string& path, Report& report) {
         if (operation.prepare) {
             operation.prepare(scene);
         }
+        bool hasThrown = false;
         FaultedChild::begin();
-        const int code = operation.act(scene);
-        report.code = code;
+        report.code = actOrThrow(operation, scene, hasThrown);
         FaultedChild::end();
+        if (hasThrown) {
+            scene.session.reset();  // nobody else can enter it
+        }
         comeOn(scene);
     }
     report.descriptorsAfter = openDescriptors();
