@@ -53,7 +53,7 @@ public:
     [[nodiscard]] virtual int unlink(const char* path);
     [[nodiscard]] virtual int link(const char* path, const char* newPath);
     [[nodiscard]] virtual int rename(const char* path, const char* newPath);
-    virtual bool exists(const char* path);
+    virtual bool exists(const char* path);  // false with errno, which need not be ENOENT
 
     // Lets two files exchange their names in one step. The data of the first one are on their way
     // to the disk before, as they are where a rename replaces a file. 0, or -1 with errno.

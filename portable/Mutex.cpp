@@ -15,8 +15,10 @@
 // objects, and each holding has a number, so that counts left behind by a thread that ended are not
 // mistaken for counts of the present one.
 //
-// What ends a holding. release(); the end of the object; the end of the thread, by a destructor of thread
-// storage; the death of the process, by the kernel. A fork ends it in the child: the state gets another
+// What ends a holding. release(); the end of the object; the end of the thread, by the destructor of its
+// data under a key of POSIX threads (the C library's own way for objects of threads ends the process when
+// there is no memory to register one); the end of the process, by the kernel: at exit() the main thread's
+// goes with that, after the destructors of static objects. A fork ends it in the child: the state gets another
 // inner mutex, because a thread that does not exist there may be inside the old one, and the file is
 // closed, which takes nothing from the parent as long as the child does not unlock it.
 //
@@ -105,6 +107,11 @@ struct CPMutexState {
     CSharedFile file;
     CPMutexState* nextOfThread = nullptr;  // that the same thread holds
 
+    CPMutexState() = default;
+    ~CPMutexState() { delete inside; }  // of one that could not be registered for want of memory
+    CPMutexState(const CPMutexState&) = delete;
+    CPMutexState& operator=(const CPMutexState&) = delete;
+
     bool heldByCaller() const {
         return owner.load(std::memory_order_relaxed) == currentThreadNumber();
     }
@@ -121,14 +128,16 @@ namespace {
 // What a thread holds, so that it does not take it along when it ends.
 class CHeldByThread {
 public:
-    ~CHeldByThread() {
+    void giveUpAll() {
+        m_isNoted = false;
         while (m_first) {
             m_first->giveUp();
         }
     }
-    CHeldByThread() = default;
-    CHeldByThread(const CHeldByThread&) = delete;
-    CHeldByThread& operator=(const CHeldByThread&) = delete;
+
+    // Whether giveUpAll will be called at the end of the thread.
+    bool isNoted() const { return m_isNoted; }
+    void note() { m_isNoted = true; }
 
     void add(CPMutexState* state) {
         state->nextOfThread = m_first;
@@ -147,9 +156,10 @@ public:
 
 private:
     CPMutexState* m_first = nullptr;
+    bool m_isNoted = false;
 };
 
-thread_local CHeldByThread t_held;
+constinit thread_local CHeldByThread t_held;
 
 // The states of this process by object name. Never destroyed; kept usable in a forked child, which
 // holds none of the locks that its parent's threads held.
@@ -181,8 +191,26 @@ public:
         }
     }
 
+    // What a thread holds is given up at its end. A destructor of t_held would do that too, but to note
+    // one the C library needs memory, and without it ends the process. False without memory.
+    bool noteEndOfThread() {
+        if (m_hasKey && !t_held.isNoted()) {
+            if (pthread_setspecific(m_endOfThread, &t_held) != 0) {
+                return false;
+            }
+            t_held.note();
+        }
+        return true;
+    }
+
 private:
-    CMutexRegistry() { pthread_atfork(prepareFork, afterForkInParent, afterForkInChild); }
+    // A program that uses up all keys has to end its threads without the lock.
+    CMutexRegistry()
+        : m_hasKey(pthread_key_create(&m_endOfThread, [](void* held) {
+                       static_cast<CHeldByThread*>(held)->giveUpAll();
+                   }) == 0) {
+        pthread_atfork(prepareFork, afterForkInParent, afterForkInChild);
+    }
 
     // Held from before the fork to after it, by the forking thread in both processes.
     static void prepareFork() NO_THREAD_SAFETY_ANALYSIS { instance().m_lock.lock(); }
@@ -204,6 +232,8 @@ private:
         instance().m_lock.unlock();
     }
 
+    pthread_key_t m_endOfThread{};
+    const bool m_hasKey;
     CPlainMutex m_lock;
     std::map<std::string, std::unique_ptr<CPMutexState>> m_states GUARDED_BY(m_lock);
     std::forward_list<std::mutex*> m_inherited GUARDED_BY(m_lock);
@@ -310,7 +340,9 @@ CPMutex::eWaitResult CPMutex::wait(unsigned long milliseconds, CTerminateWait* t
         return eOwned;
     }
     const CPatience patience(milliseconds, terminate);
-    int error = patience.isTerminated() ? ECANCELED : m_shared->takeInside(patience);
+    int error = patience.isTerminated()                         ? ECANCELED
+                : !CMutexRegistry::instance().noteEndOfThread() ? ENOMEM
+                                                                : m_shared->takeInside(patience);
     if (error == 0) {
         error = m_shared->takeFile(patience);
         if (error != 0) {

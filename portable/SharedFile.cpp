@@ -83,10 +83,18 @@ int CSharedFile::create(std::size_t size) const {
     if (!file.isOpen()) {
         return errno;
     }
-    if (const int error = ::posix_fallocate(file.get(), 0, static_cast<off_t>(size))) {
+    if (const int error = reserve(file.get(), size)) {
         return error;
     }
     return ::fchmod(file.get(), 0666) == 0 ? giveName(file.get(), m_path) : errno;
+}
+
+int CSharedFile::reserve(int fd, std::size_t size) {
+    int error = 0;
+    do {
+        error = ::posix_fallocate(fd, 0, static_cast<off_t>(size));
+    } while (error == EINTR);
+    return error;
 }
 
 int CSharedFile::giveName(int fd, const std::string& path) {

@@ -51,6 +51,9 @@ public:
 
     // Whose the file of that path is; -1 when there is none.
     static long userOf(const std::string& path);
+    // Gives a file of this kind its size, and the memory for it, whatever signals come meanwhile. 0 or an
+    // errno.
+    [[nodiscard]] static int reserve(int fd, std::size_t size);
 
     // Links an unnamed file to its name. 0 or an errno.
     [[nodiscard]] static int giveName(int fd, const std::string& path);

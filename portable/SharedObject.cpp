@@ -73,7 +73,7 @@ int CSharedObject::create(const std::string& path, int (*initialise)(void*)) {
         return errno;
     }
     // Reserves the pages: touching one that a full file system cannot give would be fatal.
-    int error = posix_fallocate(file.get(), 0, static_cast<off_t>(m_size));
+    int error = CSharedFile::reserve(file.get(), m_size);
     if (error == 0) {
         error = map(file.get());
     }

@@ -20,7 +20,8 @@
 //
 // A link or an exchange that fails chooses the next way; the results of the plain renames change nothing.
 // There is nothing better to do than what comes next, and the last rename either happens as a whole or
-// leaves the old text where it was.
+// leaves the path as it is: with the old text, or, where the file system knows neither links nor exchanges,
+// absent, and then the backup is put back (recover).
 #include "RegLib/file/ConfigFile.h"
 
 #include <cerrno>
@@ -131,8 +132,8 @@ bool CConfigFile::isBackupBetter() const {
            files.hasLineBeside(backup(), '[');
 }
 
-// The results of the plain renames are of no use, here and below: what fails has changed nothing, and the
-// path names the one text or the other.
+// The results of the plain renames are of no use, here and below: what fails has changed nothing, and where
+// the path is absent then, recover looks after it.
 bool CConfigFile::replaceAtOnce(const char* temporary) const {
     CFileOps& files = CFileOps::current();
     if (isBackupBetter()) {
@@ -159,11 +160,20 @@ void CConfigFile::replaceInSteps(const char* temporary) const {
     (void)files.rename(temporary, path());
 }
 
-void CConfigFile::recover() const {
+// Only what is known to be absent is replaced: where the disk fails at the look, nothing is known. The link
+// finds no backup, or that there is a file.
+bool CConfigFile::recover() const {
     CFileOps& files = CFileOps::current();
-    if (!files.exists(path()) && files.link(backup(), path()) != 0) {
-        (void)files.rename(backup(), path());
+    if (files.exists(path())) {
+        return true;
     }
+    if (errno != ENOENT) {
+        return false;
+    }
+    if (files.link(backup(), path()) == 0 || errno == ENOENT || errno == EEXIST) {
+        return true;
+    }
+    return files.rename(backup(), path()) == 0;
 }
 
 }  // namespace VQRegLib

@@ -21,7 +21,8 @@ namespace VQRegLib {
 //     (fs.protected_hardlinks); the two names are then exchanged in one step (renameat2), and the
 //     old text, which now has the temporary name, is renamed to the backup. Where the file system
 //     knows neither, the renames below do it alone, and for a moment only the backup exists:
-//     recover() mends what a process leaves behind that dies in that moment.
+//     recover() mends what a process leaves behind that dies in that moment, and what is left when
+//     the new text cannot take the path's place.
 //  3. The old text is moved to the backup's name. With the second name in place this does nothing:
 //     both are one file.
 //  4. The new text is renamed to the path. That replaces an existing file, which makes ext4 write
@@ -62,8 +63,9 @@ public:
     [[nodiscard]] bool replaceAtOnce(const char* temporary) const;
     void replaceInSteps(const char* temporary) const;
 
-    // After the death of a process that was replacing the file.
-    void recover() const;
+    // After the death of a process that was replacing the file, or a last rename that may have failed:
+    // a path that is absent gets the backup. False when it should, and that fails.
+    [[nodiscard]] bool recover() const;
 
     // Whether the file is missing or empty, and its backup is not; an error line says so.
     void lookForLostText();

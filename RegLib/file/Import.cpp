@@ -15,7 +15,9 @@ namespace VQRegLib {
 
 int CRegLibImplFile::importLocked() {
     const std::uint64_t stamp = m_shared.stamp();
-    m_shared.recoverAbsent();
+    if (!m_shared.recoverAbsent()) {
+        return REGLIB_E_FILE_OPEN;
+    }
     const int opened = FileOpen(eRead, nullptr);
     if (opened == REGLIB_E_NOT_FOUND) {
         m_file.lookForLostText();

@@ -168,7 +168,8 @@ bool CSharedState::isUsable(CPSharedMemory::eHow how) {
         if (!m_pMutex->isStillHeld() || (counter.tag == 0 && !outlivesMark(how))) {
             return false;
         }
-        m_file.recover();
+        // The mark beside the lock is its maker's, too; it stays where nothing can be done now.
+        m_pMutex->setMark(!m_file.recover());
         renew();
     }
     return true;
@@ -241,17 +242,19 @@ int CSharedState::replace(const std::string& temporary) {
         // The mark outlives everybody, unlike the stamp.
         m_pMutex->setMark(true);
         m_file.replaceInSteps(temporary.c_str());
-        m_pMutex->setMark(false);
+        m_pMutex->setMark(!m_file.recover());
     }
     return REGLIB_OK;
 }
 
-void CSharedState::recoverAbsent() {
-    if (m_pMutex->isHeldHere() && !CFileOps::current().exists(m_file.path()) &&
-        m_pMutex->isMarked()) {
-        m_file.recover();
-        m_pMutex->setMark(false);
+bool CSharedState::recoverAbsent() {
+    if (!m_pMutex->isHeldHere() || CFileOps::current().exists(m_file.path()) ||
+        !m_pMutex->isMarked()) {
+        return true;
     }
+    const bool isRecovered = m_file.recover();
+    m_pMutex->setMark(!isRecovered);
+    return isRecovered;
 }
 
 // The stamp of a new block is 0 until the first of its users gives it one.

@@ -79,8 +79,8 @@ public:
     std::uint64_t markReplacing();
 
     // With the lock held, and without a file: puts the backup back if a writer has died where the
-    // path was absent.
-    void recoverAbsent();
+    // path was absent. False when that fails: the text is the backup's, and none is to be made instead.
+    [[nodiscard]] bool recoverAbsent();
 
     // An error line once a minute about a stamp that stays odd.
     void complainOfStopped(std::uint64_t stamp);

@@ -1,5 +1,6 @@
 #include "support/FailingAllocation.h"
 
+#include <atomic>
 #include <cstddef>
 #include <cstdlib>
 #include <new>
@@ -12,6 +13,7 @@ namespace {
 constexpr long kOff = -1;
 long g_left = kOff;  // allocations that succeed before one fails
 bool g_failed = false;
+std::atomic<long> g_blocks{0};
 
 bool failsNow() {
     if (g_left == kOff) {
@@ -27,7 +29,14 @@ bool failsNow() {
 }
 
 void* allocate(std::size_t size) {
-    return failsNow() ? nullptr : std::malloc(size ? size : 1);
+    void* const memory = failsNow() ? nullptr : std::malloc(size ? size : 1);
+    g_blocks += memory ? 1 : 0;
+    return memory;
+}
+
+void giveBack(void* memory) {
+    g_blocks -= memory ? 1 : 0;
+    std::free(memory);
 }
 
 void* allocateOrThrow(std::size_t size) {
@@ -53,6 +62,10 @@ bool FailingAllocation::hasFailed() {
     return g_failed;
 }
 
+long allocatedBlocks() {
+    return g_blocks;
+}
+
 UnlimitedAllocation::UnlimitedAllocation() : m_left(std::exchange(g_left, kOff)) {}
 
 UnlimitedAllocation::~UnlimitedAllocation() {
@@ -63,6 +76,7 @@ UnlimitedAllocation::~UnlimitedAllocation() {
 
 using vqtest::allocate;
 using vqtest::allocateOrThrow;
+using vqtest::giveBack;
 
 // Not inlined: the compiler would take malloc and operator delete, or new and free, for a mismatch.
 [[gnu::noinline]] void* operator new(std::size_t size) {
@@ -82,25 +96,25 @@ using vqtest::allocateOrThrow;
 }
 
 [[gnu::noinline]] void operator delete(void* memory) noexcept {
-    std::free(memory);
+    giveBack(memory);
 }
 
 [[gnu::noinline]] void operator delete[](void* memory) noexcept {
-    std::free(memory);
+    giveBack(memory);
 }
 
 [[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
+    giveBack(memory);
 }
 
 [[gnu::noinline]] void operator delete[](void* memory, std::size_t) noexcept {
-    std::free(memory);
+    giveBack(memory);
 }
 
 [[gnu::noinline]] void operator delete(void* memory, const std::nothrow_t&) noexcept {
-    std::free(memory);
+    giveBack(memory);
 }
 
 [[gnu::noinline]] void operator delete[](void* memory, const std::nothrow_t&) noexcept {
-    std::free(memory);
+    giveBack(memory);
 }

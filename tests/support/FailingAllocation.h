@@ -18,6 +18,9 @@ public:
     bool hasFailed();
 };
 
+/// Blocks of operator new that have not been given back.
+long allocatedBlocks();
+
 /// No allocation fails or counts while it lives.
 class UnlimitedAllocation {
 public:

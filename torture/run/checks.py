@@ -82,6 +82,23 @@ CHECKS = [
     Check("scale.text", "megabytes of a file", quick=20, long=200, piece=200, limit=600),
     Check("scale.nesting", "openings of a key as deep as a line allows",
           quick=100, long=300, piece=300),
+    # Calls and memory that fail. A round has every place once, each with the next way to fail.
+    Check("fault.files", "every file operation fails, once and for good", quick=1, long=14, piece=1),
+    Check("fault.pairs", "two file operations fail", quick=300, long=100_000, piece=2_000),
+    Check("fault.sequences", "file operations fail at random", quick=100, long=20_000, piece=1_000,
+          sanitizers=("address",)),
+    Check("fault.deaths", "the end of the process at every file operation", quick=1, long=4, piece=1),
+    Check("fault.calls", "every system call fails, once and for good", quick=2, long=112, piece=1),
+    Check("fault.calls.disk", "the same with the store on the disk", quick=0, long=14, piece=1,
+          on_disk=True),
+    Check("memory.operations", "no memory in every operation", quick=1, long=8, piece=1,
+          sanitizers=("address",)),
+    Check("memory.first", "no memory for what a process does first", quick=1, long=8, piece=1,
+          sanitizers=("address",)),
+    Check("memory.threads", "no memory for registration, notification and their threads", quick=1,
+          long=64, piece=1, sanitizers=("address",)),
+    Check("memory.sequences", "no memory at random", quick=100, long=20_000, piece=500,
+          sanitizers=("address",)),
 ]
 
 # What the test of the driver looks at.

@@ -35,6 +35,28 @@ protected:
     void writeBackup(const std::string& text) const { std::ofstream(file.backupPath()) << text; }
 };
 
+/// A file system without links and exchanges, on which a new text cannot take the path's place.
+class NewTextsStayAside : public FileOpsFake {
+public:
+    NewTextsStayAside() {
+        fail(FileCall::eLink, EPERM);
+        fail(FileCall::eExchange, EINVAL);
+    }
+    int rename(const char* path, const char* newPath) override {
+        const bool isOld = std::string(newPath).ends_with(".bak");
+        const bool isBack = std::string(path).ends_with(".bak");
+        if (isOld || (isBack && m_mayComeBack)) {
+            return FileOpsFake::rename(path, newPath);
+        }
+        errno = ENOSPC;
+        return -1;
+    }
+    void refuseAll() { m_mayComeBack = false; }
+
+private:
+    bool m_mayComeBack = true;
+};
+
 class OpenReplaceSafety : public ReplaceSafety {
 protected:
     // A change that cannot be written leaves everything as it was and goes out with the next one.
@@ -176,6 +198,38 @@ TEST_F(OpenReplaceSafety, WithoutLinksAndExchangesTheRenamesDoItAlone) {
     EXPECT_EQ(file.read(), kOneValue);
     EXPECT_EQ(file.readBackup(), "[Velquist]\n");
     EXPECT_THAT(file.files(), ElementsAre("store.cfg", "store.cfg.bak"));
+}
+
+TEST_F(OpenReplaceSafety, WithoutLinksAndExchangesAnOldTextComesBackWhereTheNewOneCannotCome) {
+    setText(*store, root, "a", "x");
+    const NewTextsStayAside files;
+    EXPECT_EQ(setText(*store, root, "a", "y"), REGLIB_OK);
+    EXPECT_EQ(file.read(), kOneValue);
+}
+
+TEST_F(OpenReplaceSafety, AnOldTextThatCannotComeBackAtOnceIsBroughtBackByTheNextHolderOfTheLock) {
+    setText(*store, root, "a", "x");
+    {
+        NewTextsStayAside files;
+        files.refuseAll();
+        EXPECT_EQ(setText(*store, root, "a", "y"), REGLIB_OK);
+        EXPECT_FALSE(file.exists());
+        EXPECT_EQ(file.readBackup(), kOneValue);
+    }
+    const auto other = open();
+    EXPECT_EQ(get(*other, *other->RootKey(), "a"), Value::ofText("x"));
+    EXPECT_EQ(file.read(), kOneValue);
+}
+
+TEST_F(OpenReplaceSafety, AFileThatCannotBeLookedForDoesNotMakePlaceForItsBackup) {
+    setText(*store, root, "a", "w");
+    setText(*store, root, "a", "x");
+    probe.markReplacing();
+    FileOpsFake files;
+    files.fail(FileCall::eExists, EIO);
+    files.fail(FileCall::eLink, EIO);
+    EXPECT_EQ(get(*store, root, "a"), Value::ofText("x"));
+    EXPECT_EQ(file.read(), kOneValue);
 }
 
 TEST_F(OpenReplaceSafety, AFileThatWasRemovedDoesNotCostTheBackup) {

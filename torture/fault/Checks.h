@@ -1,0 +1,17 @@
+// The checks of this program.
+#ifndef VQTORTURE_FAULT_CHECKS_H
+#define VQTORTURE_FAULT_CHECKS_H
+
+#include "support/Torture.h"
+
+namespace vqtorture {
+
+void failFiles(Run& run);        ///< count: rounds, each with another way for each call to fail
+void failPairs(Run& run);        ///< count: pairs of calls that fail in one operation
+void failInSequences(Run& run);  ///< count: sequences of operations, with faults at random
+void dieAtFiles(Run& run);       ///< count: rounds, in turn before and after the call
+void failCalls(Run& run);        ///< count: rounds over the system calls
+
+}  // namespace vqtorture
+
+#endif  // VQTORTURE_FAULT_CHECKS_H

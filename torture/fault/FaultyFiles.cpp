@@ -1,0 +1,190 @@
+#include "fault/FaultyFiles.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <utility>
+
+namespace vqtorture {
+
+namespace {
+
+using Kind = Fault::Kind;
+
+const std::vector<Fault> kOpening = {{EIO}, {EMFILE}, {EACCES}, {EINTR}};
+const std::vector<Fault> kCreation = {{EIO},    {ENOSPC}, {EDQUOT}, {EMFILE},
+                                      {EACCES}, {EROFS},  {EINTR}};
+const std::vector<Fault> kReading = {
+    {EIO}, {EIO, Kind::eHalf}, {EIO, Kind::eOneByte}, {EINTR}, {EINTR, Kind::eHalf}};
+const std::vector<Fault> kWriting = {
+    {ENOSPC}, {ENOSPC, Kind::eHalf},  {ENOSPC, Kind::eOneByte}, {EDQUOT}, {EDQUOT, Kind::eHalf},
+    {EIO},    {EINTR, Kind::eOneByte}};
+const std::vector<Fault> kClosing = {
+    {EIO, Kind::eAfter}, {ENOSPC, Kind::eAfter}, {EDQUOT, Kind::eAfter}, {EINTR, Kind::eAfter}};
+const std::vector<Fault> kMode = {{EIO}, {EACCES}, {EROFS}};
+const std::vector<Fault> kNames = {{EIO}, {ENOSPC}, {EDQUOT}, {EACCES}, {EROFS}};
+const std::vector<Fault> kLooking = {{EIO}, {EACCES}};
+
+std::size_t partOf(std::size_t size, Kind kind) {
+    return kind == Kind::eHalf      ? size / 2
+           : kind == Kind::eOneByte ? std::min<std::size_t>(size, 1)
+                                    : 0;
+}
+
+}  // namespace
+
+FaultyFiles::FaultyFiles(Place place) : m_place(place) {
+    VQRegLib::CFileOps::replace(this);
+}
+
+FaultyFiles::~FaultyFiles() {
+    VQRegLib::CFileOps::replace(nullptr);
+}
+
+void FaultyFiles::arm(std::vector<Plan> plans) {
+    m_plans = std::move(plans);
+    m_isArmed = true;
+}
+
+void FaultyFiles::armDeath(std::size_t at, bool isAfterwards) {
+    m_mayDie = true;
+    m_deathAt = at;
+    m_diesAfterwards = isAfterwards;
+    m_isArmed = true;
+}
+
+// The fault of this call; null when it is to work.
+const Fault* FaultyFiles::next(const char* name, const std::vector<Fault>& faults) {
+    const std::size_t call = m_calls++;
+    for (const Plan& plan : m_plans) {
+        if (plan.concerns(call)) {
+            m_failed += std::string(name) + " ";
+            return &faults[plan.choice % faults.size()];
+        }
+    }
+    return nullptr;
+}
+
+template <typename Call>
+auto FaultyFiles::perform(const char* name, const std::vector<Fault>& faults, Call&& call)
+    -> decltype(call(nullptr)) {
+    if (!m_isArmed) {
+        return call(nullptr);
+    }
+    const Fault* const fault = next(name, faults);
+    const bool dies = m_mayDie && m_calls == m_deathAt + 1;
+    if (dies && !m_diesAfterwards) {
+        ::raise(SIGKILL);
+    }
+    auto result = call(fault);
+    if (dies) {
+        ::raise(SIGKILL);
+    }
+    if (fault) {
+        errno = fault->error;
+    }
+    return result;
+}
+
+std::FILE* FaultyFiles::openForReading(const char* path) {
+    return perform("open", kOpening, [&](const Fault* fault) {
+        return fault ? nullptr : CFileOps::openForReading(path);
+    });
+}
+
+std::FILE* FaultyFiles::createForWriting(const char* path, std::uint64_t size) {
+    return perform("create", kCreation, [&](const Fault* fault) {
+        return fault ? nullptr : CFileOps::createForWriting(path, size);
+    });
+}
+
+std::size_t FaultyFiles::read(void* buffer, std::size_t size, std::FILE* file) {
+    return perform("read", kReading, [&](const Fault* fault) {
+        if (!fault) {
+            return CFileOps::read(buffer, size, file);
+        }
+        const std::size_t got = CFileOps::read(buffer, partOf(size, fault->kind), file);
+        std::fputc(0, file);  // not open for writing: sets the error mark of the stream
+        return got;
+    });
+}
+
+std::size_t FaultyFiles::write(const void* data, std::size_t size, std::FILE* file) {
+    return perform("write", kWriting, [&](const Fault* fault) {
+        return CFileOps::write(data, fault ? partOf(size, fault->kind) : size, file);
+    });
+}
+
+std::size_t FaultyFiles::writePieces(std::span<const std::string_view> pieces, std::FILE* file) {
+    return perform("write", kWriting, [&](const Fault* fault) {
+        if (!fault) {
+            return CFileOps::writePieces(pieces, file);
+        }
+        const std::size_t some = partOf(pieces.size(), fault->kind);
+        const std::size_t whole =
+            some > 1 ? CFileOps::writePieces(pieces.first(some - 1), file) : 0;
+        return some == 0 ? 0 : whole + CFileOps::write(pieces[some - 1].data(), 1, file);
+    });
+}
+
+int FaultyFiles::flush(std::FILE* file) {
+    return perform("flush", kWriting,
+                   [&](const Fault* fault) { return fault ? EOF : CFileOps::flush(file); });
+}
+
+int FaultyFiles::close(std::FILE* file) {
+    return perform("close", kClosing, [&](const Fault* fault) {
+        const int result = CFileOps::close(file);
+        return fault ? EOF : result;
+    });
+}
+
+int FaultyFiles::makeWritableForAll(const char* path, bool* holdsText) {
+    return perform("mode", kMode, [&](const Fault* fault) {
+        return fault ? -1 : CFileOps::makeWritableForAll(path, holdsText);
+    });
+}
+
+int FaultyFiles::makeWritableForAll(std::FILE* file) {
+    return perform("mode", kMode, [&](const Fault* fault) {
+        return fault ? -1 : CFileOps::makeWritableForAll(file);
+    });
+}
+
+int FaultyFiles::unlink(const char* path) {
+    return perform("unlink", kMode,
+                   [&](const Fault* fault) { return fault ? -1 : CFileOps::unlink(path); });
+}
+
+int FaultyFiles::link(const char* path, const char* newPath) {
+    return perform("link", kNames, [&](const Fault* fault) {
+        if (m_place != Place::eUsual) {
+            errno = CFileOps::exists(newPath) ? EEXIST : EPERM;
+            return -1;
+        }
+        return fault ? -1 : CFileOps::link(path, newPath);
+    });
+}
+
+int FaultyFiles::rename(const char* path, const char* newPath) {
+    return perform("rename", kNames, [&](const Fault* fault) {
+        return fault ? -1 : CFileOps::rename(path, newPath);
+    });
+}
+
+int FaultyFiles::exchange(const char* path, const char* other) {
+    return perform("exchange", kNames, [&](const Fault* fault) {
+        if (m_place == Place::eNeither) {
+            errno = EINVAL;
+            return -1;
+        }
+        return fault ? -1 : CFileOps::exchange(path, other);
+    });
+}
+
+bool FaultyFiles::exists(const char* path) {
+    return perform("exists", kLooking,
+                   [&](const Fault* fault) { return !fault && CFileOps::exists(path); });
+}
+
+}  // namespace vqtorture

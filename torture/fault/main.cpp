@@ -1,0 +1,11 @@
+// Every call that the library makes of the system fails once, and from then on; and every operation.
+#include "fault/Checks.h"
+
+int main(int argc, char** argv) {
+    return vqtorture::runOneOf({{"files", vqtorture::failFiles},
+                                {"pairs", vqtorture::failPairs},
+                                {"sequences", vqtorture::failInSequences},
+                                {"deaths", vqtorture::dieAtFiles},
+                                {"calls", vqtorture::failCalls}},
+                               argc, argv);
+}
