@@ -23,6 +23,7 @@
 #include <string_view>
 
 #include "portable/FileDescriptor.h"
+#include "portable/FileSync.h"
 
 namespace VQRegLib {
 
@@ -266,6 +267,18 @@ int CFileOps::rename(const char* path, const char* newPath) {
 int CFileOps::exchange(const char* path, const char* other) {
     startWriteOut(path);
     return ::renameat2(AT_FDCWD, path, AT_FDCWD, other, RENAME_EXCHANGE);
+}
+
+int CFileOps::syncData(std::FILE* file) {
+    return syncDescriptor(::fileno(file));
+}
+
+int CFileOps::syncNames(const char* path) {
+    return syncDirectoryOf(path);
+}
+
+int CFileOps::copySynced(const char* path, const char* newPath) {
+    return copyToDisk(path, newPath);
 }
 
 bool CFileOps::hasLineBeside(const char* path, char beginning) const {

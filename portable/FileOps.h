@@ -59,6 +59,13 @@ public:
     // to the disk before, as they are where a rename replaces a file. 0, or -1 with errno.
     [[nodiscard]] virtual int exchange(const char* path, const char* other);
 
+    // Wait until a file's data, and the names in the directory of a path, are on the disk. 0, or -1 with
+    // errno.
+    [[nodiscard]] virtual int syncData(std::FILE* file);
+    [[nodiscard]] virtual int syncNames(const char* path);
+    // Makes a new file with the text of another one, and waits likewise. Leaves none on failure.
+    [[nodiscard]] virtual int copySynced(const char* path, const char* newPath);
+
     // True for a regular file that has a line with another beginning.
     bool hasLineBeside(const char* path, char beginning) const;
 

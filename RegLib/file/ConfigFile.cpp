@@ -99,6 +99,32 @@ bool CConfigFile::close() {
     return !file || CFileOps::current().close(file) == 0;
 }
 
+bool CConfigFile::isTextOnDisk() const {
+    if (CFileOps::current().syncData(m_pFile) == 0) {
+        return true;
+    }
+    const int error = errno;
+    REGLIB_TRACE(
+        eTraceAlways,
+        "(Error) CRegLibImplFile::ExportConfig (0x%08X), the text cannot be brought to the "
+        "disk, errno %d\n",
+        traceId(m_traced), error);
+    return false;
+}
+
+int CConfigFile::bringNamesToDisk() const {
+    if (CFileOps::current().syncNames(path()) == 0) {
+        return REGLIB_OK;
+    }
+    const int error = errno;
+    REGLIB_TRACE(
+        eTraceAlways,
+        "(Error) CRegLibImplFile::ExportConfig (0x%08X), the directory cannot be brought to "
+        "the disk, errno %d\n",
+        traceId(m_traced), error);
+    return REGLIB_E_FILE_OPEN;
+}
+
 void CConfigFile::keepGlance(int result) {
     m_glanced.keep(::fileno(m_pFile), m_path);
     m_glancedResult = result;
@@ -143,11 +169,19 @@ bool CConfigFile::replaceAtOnce(const char* temporary) const {
         return true;
     }
     if (files.exchange(temporary, path()) != 0) {
-        return false;
+        return m_isSynced && replaceBesideCopy(temporary);
     }
     if (files.rename(temporary, backup()) != 0) {
         (void)files.unlink(temporary);
     }
+    return true;
+}
+
+// A backup that cannot be made does not stand in the way of the text.
+bool CConfigFile::replaceBesideCopy(const char* temporary) const {
+    CFileOps& files = CFileOps::current();
+    (void)files.copySynced(path(), backup());
+    (void)files.rename(temporary, path());
     return true;
 }
 

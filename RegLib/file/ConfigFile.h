@@ -27,6 +27,12 @@ namespace VQRegLib {
 //  4. The new text is renamed to the path. That replaces an existing file, which makes ext4 write
 //     the new data out first, so that a power cut leaves the old or the new text.
 //
+// Where texts are to be on the disk (setSynced), the new one is there before step 1, and the names are
+// after step 4: then the change is safe, and only then its caller is told. In between a power cut leaves
+// the names as they were after one of the steps, or before, and the path names a text of which all is on
+// the disk. Only the renames alone could leave no path: there the backup gets a copy of the old text, and
+// the new one is renamed over the path.
+//
 // A backup that holds a text is given up only for another text: an empty or missing file leaves it
 // alone, and so does what the opening of a store then makes of it, a file without a value, where the
 // backup has one: by the store that found it missing or empty; to a later one a file without a value is
@@ -53,6 +59,18 @@ public:
 
     // Some file systems tell only at the closing that a write has failed: false then.
     [[nodiscard]] bool close();
+
+    // Whether each new text and its names are brought to the disk, for machines that may lose their power
+    // while it matters. Otherwise the next two have nothing to do.
+    void setSynced(bool isSynced) { m_isSynced = isSynced; }
+
+    // The text that is open for writing; before it is closed and takes the file's place. False with an
+    // error line when it cannot be told that it is on the disk.
+    [[nodiscard]] bool syncText() { return !m_isSynced || isTextOnDisk(); }
+
+    // The names, after the replacement. REGLIB_E_FILE_OPEN with an error line: the new text is in place,
+    // but a power cut may bring the old one back.
+    [[nodiscard]] int syncNames() { return m_isSynced ? bringNamesToDisk() : 0; }
 
     bool isOpen() const { return m_pFile != nullptr; }
     std::FILE* file() const { return m_pFile; }
@@ -83,11 +101,15 @@ private:
     [[nodiscard]] int finishOpen(bool isReading, const char* name, int error);
     bool isTextLost() const;
     bool isBackupBetter() const;
+    [[nodiscard]] bool isTextOnDisk() const;
+    [[nodiscard]] int bringNamesToDisk() const;
+    bool replaceBesideCopy(const char* temporary) const;
 
     const void* const m_traced;
     std::string m_path;
     std::string m_backup;
     std::FILE* m_pFile = nullptr;
+    bool m_isSynced = false;
     bool m_isTextSeen = false;  // in the file, a moment ago
     CSharedFile m_glanced;
     int m_glancedResult = 0;

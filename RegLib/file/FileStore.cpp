@@ -18,6 +18,7 @@
 #include "RegLib/trace/Trace.h"
 #include "portable/FileLink.h"
 #include "portable/FileOps.h"
+#include "portable/Portable.h"
 
 namespace VQRegLib {
 
@@ -37,6 +38,12 @@ std::unique_ptr<Object> makeOrThrow(eThrowPoint point, Arguments&&... arguments)
     } catch (const std::bad_alloc&) {
         throwAt(point);
     }
+}
+
+// Asked once, at the first store of the process: another thread may be changing the environment later.
+bool areTextsSynced() {
+    static const bool isAsked = CPortable::isInEnvironment("VQREG_SYNC", "1");
+    return isAsked;
 }
 
 }  // namespace
@@ -77,6 +84,7 @@ void CRegLibImplFile::chooseFile(const char* name) try {
         throw std::bad_alloc();
     }
     m_file.setPath(m_pszFileName);
+    m_file.setSynced(areTextsSynced());
 } catch (const std::bad_alloc&) {
     if (!name) {
         REGLIB_TRACE(eTraceAlways, "(Error) CRegLibImplFile::CRegLibImplFile, strdup failed\n");

@@ -41,7 +41,8 @@ public:
         if (!m_handle.isOpen()) {
             failToWrite(m_path);
         }
-        if (!writeAll(m_handle.get(), text) || ::fchmod(m_handle.get(), 0666) != 0) {
+        if (!writeAll(m_handle.get(), text) || ::fchmod(m_handle.get(), 0666) != 0 ||
+            ::fdatasync(m_handle.get()) != 0) {
             const int error = errno;
             ::unlink(m_path.c_str());
             errno = error;
