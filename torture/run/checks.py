@@ -25,6 +25,13 @@ class Check:
 
 
 CHECKS = [
+    # Power cuts: with and without VQREG_SYNC=1, and with each way of replacing the file, in turn.
+    Check("power.ext4", "power cuts on ext4", quick=6, long=200, piece=50, limit=300, privileged=True),
+    Check("power.ext4_noauto_da_alloc", "power cuts on ext4 that replaces before it writes",
+          quick=6, long=200, piece=50, limit=300, privileged=True),
+    Check("power.xfs", "power cuts on xfs", quick=6, long=200, piece=50, limit=300, privileged=True),
+    Check("power.btrfs", "power cuts on btrfs", quick=6, long=200, piece=50, limit=300,
+          privileged=True),
 ]
 
 # What the test of the driver looks at.
