@@ -94,6 +94,16 @@ TEST_F(Sync, WhatDoesNotReachTheDiskIsNotDone) {
               7);
 }
 
+TEST_F(Sync, ATextThatReplacesAMalformedOneIsOnTheDisk) {
+    make({"set", ".", "a", "x"});
+    make({"set", ".", "a", "y"});
+    file.write("malformed\n");
+    EXPECT_EQ(runSeen({"restore"}).status, 0);
+    const std::vector<std::string> seen = calls();
+    EXPECT_THAT(seen, Contains(HasSubstr("fdatasync store.cfg.restored-")));
+    EXPECT_EQ(seen.back(), "fsync " + fs::path(file.directory()).filename().string());
+}
+
 TEST_F(Sync, AnyProgramThatUsesTheLibraryTakesTheEnvironmentsWord) {
     std::vector<std::string> environment = {"VQREG_SYNC=1"};
     for (const auto& [name, value] : seen()) {
