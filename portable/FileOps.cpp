@@ -87,15 +87,6 @@ int changeModeThroughProc(const char* path, mode_t mode) {
     return ::chmod(self.c_str(), mode);
 }
 
-// Starts the writing of a file's data, which gives them their place on the disk. A file that cannot
-// be opened is not worth a failure.
-void startWriteOut(const char* path) {
-    const CFileDescriptor file(::open(path, O_WRONLY | O_NOFOLLOW | O_CLOEXEC));
-    if (file.isOpen()) {
-        ::sync_file_range(file.get(), 0, 0, SYNC_FILE_RANGE_WRITE);
-    }
-}
-
 // Nobody may be waited for at a FIFO; a file that a file server has lent out is worth the wait.
 int openWithoutWaiting(const char* path) {
     constexpr int kFlags = O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NOFOLLOW;
@@ -265,8 +256,11 @@ int CFileOps::rename(const char* path, const char* newPath) {
 }
 
 int CFileOps::exchange(const char* path, const char* other) {
-    startWriteOut(path);
     return ::renameat2(AT_FDCWD, path, AT_FDCWD, other, RENAME_EXCHANGE);
+}
+
+int CFileOps::sendOut(std::FILE* file) {
+    return sendData(::fileno(file));
 }
 
 int CFileOps::syncData(std::FILE* file) {

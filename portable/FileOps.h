@@ -55,9 +55,12 @@ public:
     [[nodiscard]] virtual int rename(const char* path, const char* newPath);
     virtual bool exists(const char* path);
 
-    // Lets two files exchange their names in one step. The data of the first one are on their way
-    // to the disk before, as they are where a rename replaces a file. 0, or -1 with errno.
+    // Lets two files exchange their names in one step. 0, or -1 with errno.
     [[nodiscard]] virtual int exchange(const char* path, const char* other);
+
+    // Waits until a file's data have been written, though perhaps not past the disk's own cache. 0, or -1
+    // with errno when they cannot be written.
+    [[nodiscard]] virtual int sendOut(std::FILE* file);
 
     // Wait until a file's data, and the names in the directory of a path, are on the disk. 0, or -1 with
     // errno.

@@ -4,7 +4,11 @@
 
 namespace VQRegLib {
 
-// Each of these waits for the disk. 0, or -1 with errno.
+// Each of these waits for the disk, the first one for less. 0, or -1 with errno.
+
+// The data of a file have been sent to the disk, which may have them in a cache of its own: what the file
+// system writes later, names for example, is not on the disk before them. Not all systems can tell.
+[[nodiscard]] int sendData(int fd);
 
 // The data of a file, and what it takes to find them again.
 [[nodiscard]] int syncDescriptor(int fd);

@@ -99,8 +99,9 @@ bool CConfigFile::close() {
     return !file || CFileOps::current().close(file) == 0;
 }
 
-bool CConfigFile::isTextOnDisk() const {
-    if (CFileOps::current().syncData(m_pFile) == 0) {
+bool CConfigFile::writeOut() const {
+    CFileOps& files = CFileOps::current();
+    if ((m_isSynced ? files.syncData(m_pFile) : files.sendOut(m_pFile)) == 0) {
         return true;
     }
     const int error = errno;

@@ -24,8 +24,13 @@ namespace VQRegLib {
 //     recover() mends what a process leaves behind that dies in that moment.
 //  3. The old text is moved to the backup's name. With the second name in place this does nothing:
 //     both are one file.
-//  4. The new text is renamed to the path. That replaces an existing file, which makes ext4 write
-//     the new data out first, so that a power cut leaves the old or the new text.
+//  4. The new text is renamed to the path.
+//
+// Before step 1 the new data have been written out: not past the disk's own cache, which costs much more,
+// but so that ext4 and xfs do not bring the new name to the disk before them, and a power cut leaves the
+// old or the new text. That ext4 begins to write the data of a file which replaces another one is not
+// enough: it notes that they have been written only later (dioread_nolock, its default since Linux 5.6),
+// and a journal that another program's fsync writes in between has the new name with a text of zeroes.
 //
 // Where texts are to be on the disk (setSynced), the new one is there before step 1, and the names are
 // after step 4: then the change is safe, and only then its caller is told. In between a power cut leaves
@@ -61,12 +66,12 @@ public:
     [[nodiscard]] bool close();
 
     // Whether each new text and its names are brought to the disk, for machines that may lose their power
-    // while it matters. Otherwise the next two have nothing to do.
+    // while it matters.
     void setSynced(bool isSynced) { m_isSynced = isSynced; }
 
-    // The text that is open for writing; before it is closed and takes the file's place. False with an
-    // error line when it cannot be told that it is on the disk.
-    [[nodiscard]] bool syncText() { return !m_isSynced || isTextOnDisk(); }
+    // The text that is open for writing; before it is closed and takes the file's place. It is written
+    // out, or brought to the disk. False with an error line when that fails.
+    [[nodiscard]] bool writeOut() const;
 
     // The names, after the replacement. REGLIB_E_FILE_OPEN with an error line: the new text is in place,
     // but a power cut may bring the old one back.
@@ -101,7 +106,6 @@ private:
     [[nodiscard]] int finishOpen(bool isReading, const char* name, int error);
     bool isTextLost() const;
     bool isBackupBetter() const;
-    [[nodiscard]] bool isTextOnDisk() const;
     [[nodiscard]] int bringNamesToDisk() const;
     bool replaceBesideCopy(const char* temporary) const;
 

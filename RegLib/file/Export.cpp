@@ -50,7 +50,7 @@ int CRegLibImplFile::replaceText() {
     if (opened < 0) {
         return opened;
     }
-    const bool isWhole = writeText(pieces, openedName) && m_file.syncText();
+    const bool isWhole = writeText(pieces, openedName) && m_file.writeOut();
     if (FileClose(isWhole ? eWrite : eRead, openedName) < 0 || !isWhole) {
         (void)CFileOps::current().unlink(openedName.c_str());  // at worst it is left lying about
         return REGLIB_E_FILE_OPEN;

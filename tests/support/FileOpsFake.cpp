@@ -179,6 +179,10 @@ int FileOpsFake::exchange(const char* path, const char* other) {
                : CFileOps::exchange(path, other);
 }
 
+int FileOpsFake::sendOut(std::FILE* file) {
+    return fails(FileCall::eSendOut, "sendOut") ? -1 : CFileOps::sendOut(file);
+}
+
 int FileOpsFake::syncData(std::FILE* file) {
     return fails(FileCall::eSyncData, "syncData") ? -1 : CFileOps::syncData(file);
 }

@@ -26,6 +26,7 @@ enum class FileCall {
     eRename,
     eExchange,
     eExists,
+    eSendOut,
     eSyncData,
     eSyncNames,
     eCopy
@@ -72,6 +73,7 @@ public:
     int rename(const char* path, const char* newPath) override;
     int exchange(const char* path, const char* other) override;
     bool exists(const char* path) override;
+    int sendOut(std::FILE* file) override;
     int syncData(std::FILE* file) override;
     int syncNames(const char* path) override;
     int copySynced(const char* path, const char* newPath) override;

@@ -28,18 +28,18 @@ public:
     explicit LimitedFileOps(Way way) : m_way(way) {}
 
     int link(const char* path, const char* newPath) override {
-        if (m_way == Way::eLink) {
-            return CFileOps::link(path, newPath);
-        }
-        errno = EPERM;
-        return -1;
+        return m_way == Way::eLink ? CFileOps::link(path, newPath) : refuse(EPERM);
     }
-    // What is done before names are exchanged is done where that fails, too.
     int exchange(const char* path, const char* other) override {
-        return CFileOps::exchange(path, m_way == Way::eExchange ? other : "/there/is/none");
+        return m_way == Way::eExchange ? CFileOps::exchange(path, other) : refuse(EINVAL);
     }
 
 private:
+    static int refuse(int error) {
+        errno = error;
+        return -1;
+    }
+
     const Way m_way;
 };
 

@@ -34,6 +34,7 @@ protected:
 TEST_F(FileSync, AFileAndItsDirectoryCanBeBroughtToTheDisk) {
     store.write("text");
     const CFileDescriptor file(::open(store.path().c_str(), O_WRONLY | O_CLOEXEC));
+    EXPECT_EQ(sendData(file.get()), 0);
     EXPECT_EQ(syncDescriptor(file.get()), 0);
     EXPECT_EQ(syncDirectoryOf(store.path().c_str()), 0);
     EXPECT_EQ(syncDirectoryOf("/etc"), 0) << "which lies in the root directory";
@@ -41,6 +42,7 @@ TEST_F(FileSync, AFileAndItsDirectoryCanBeBroughtToTheDisk) {
 }
 
 TEST_F(FileSync, WhatCannotBeBroughtThereIsTold) {
+    EXPECT_EQ(sendData(-1), 0) << "not the disk's error";
     EXPECT_EQ(syncDescriptor(-1), -1);
     EXPECT_EQ(errno, EBADF);
     EXPECT_EQ(syncDirectoryOf((store.path() + "/none/file").c_str()), -1);
