@@ -134,6 +134,7 @@ private:
     const std::uint8_t* m_data;
     std::size_t m_size;
     bool m_isPlain = false;
+    bool m_hasDeleted = false;
     std::size_t m_stores = 1;
     std::array<std::unique_ptr<CRegLib>, 2> m_sessions;
     std::array<int, 2> m_updates = {};
@@ -233,13 +234,14 @@ void Calls::set(CRegLib& session, CRegKey& key) {
     }
 }
 
-// In the store that has set it whatever else was done; in the other one where all was plain, and no update
-// holds it back.
+// In the store that has set it whatever else was done; in the other one where all was plain, no update holds
+// it back, and nothing was deleted: who still has in memory what another one has deleted writes nothing when
+// it sets the same (docs/sharing.md).
 void Calls::readBack(CRegLib& session, CRegKey& key, CRegLib::eDataType type,
                      const std::string& bytes) {
     const Value own = query(session, key, m_name);
     require(own.code == REGLIB_OK && own.type == type && own.bytes == bytes, "a set can be read");
-    if (m_stores == 1 || !m_isPlain || m_updates[0] + m_updates[1] > 0) {
+    if (m_stores == 1 || !m_isPlain || m_hasDeleted || m_updates[0] + m_updates[1] > 0) {
         return;
     }
     CRegLib& other = &session == m_sessions[0].get() ? *m_sessions[1] : *m_sessions[0];
@@ -278,6 +280,7 @@ void Calls::enumerate(CRegLib& session, CRegKey& key) {
 }
 
 void Calls::remove(CRegLib& session, CRegKey& key) {
+    m_hasDeleted = true;
     if (byte() % 2 == 0) {
         const int code = session.VQRegDeleteValue(key, m_name.c_str());
         expect(code, isModelled() ? m_model.deleteValue(m_path, m_name) : code);

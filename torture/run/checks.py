@@ -26,11 +26,11 @@ class Check:
 
 CHECKS = [
     # Power cuts: with and without VQREG_SYNC=1, and with each way of replacing the file, in turn.
-    Check("power.ext4", "power cuts on ext4", quick=6, long=200, piece=50, limit=300, privileged=True),
+    Check("power.ext4", "power cuts on ext4", quick=18, long=400, piece=50, limit=300, privileged=True),
     Check("power.ext4_noauto_da_alloc", "power cuts on ext4 that replaces before it writes",
-          quick=6, long=200, piece=50, limit=300, privileged=True),
-    Check("power.xfs", "power cuts on xfs", quick=6, long=200, piece=50, limit=300, privileged=True),
-    Check("power.btrfs", "power cuts on btrfs", quick=6, long=200, piece=50, limit=300,
+          quick=18, long=400, piece=50, limit=300, privileged=True),
+    Check("power.xfs", "power cuts on xfs", quick=18, long=400, piece=50, limit=300, privileged=True),
+    Check("power.btrfs", "power cuts on btrfs", quick=18, long=400, piece=50, limit=300,
           privileged=True),
 ]
 
