@@ -24,6 +24,11 @@
 /// thread that is opening or closing a session; the child of one that has waited in vain cannot use
 /// the library: every call returns `REGLIB_E_FAIL`, and new sessions have no store.
 ///
+/// **Environment.** With `VQREG_SYNC=1` each change is on the disk when its call returns, and outlasts a
+/// power cut; it takes as long as the disk does. The process looks at it once, when it opens its first
+/// store, and not in a program that has more rights than its caller. Without it a power cut may take
+/// back changes of the last seconds, and leaves the text of one of them whole.
+///
 /// The header needs C++11 or later.
 #ifndef VQREGLIB_H
 #define VQREGLIB_H

@@ -23,6 +23,7 @@
 #include <string_view>
 
 #include "portable/FileDescriptor.h"
+#include "portable/FileSync.h"
 
 namespace VQRegLib {
 
@@ -84,15 +85,6 @@ int changeModeThroughProc(const char* path, mode_t mode) {
     }
     const std::string self = "/proc/self/fd/" + std::to_string(file.get());
     return ::chmod(self.c_str(), mode);
-}
-
-// Starts the writing of a file's data, which gives them their place on the disk. A file that cannot
-// be opened is not worth a failure.
-void startWriteOut(const char* path) {
-    const CFileDescriptor file(::open(path, O_WRONLY | O_NOFOLLOW | O_CLOEXEC));
-    if (file.isOpen()) {
-        ::sync_file_range(file.get(), 0, 0, SYNC_FILE_RANGE_WRITE);
-    }
 }
 
 // Nobody may be waited for at a FIFO; a file that a file server has lent out is worth the wait.
@@ -264,8 +256,23 @@ int CFileOps::rename(const char* path, const char* newPath) {
 }
 
 int CFileOps::exchange(const char* path, const char* other) {
-    startWriteOut(path);
     return ::renameat2(AT_FDCWD, path, AT_FDCWD, other, RENAME_EXCHANGE);
+}
+
+int CFileOps::sendOut(std::FILE* file) {
+    return sendData(::fileno(file));
+}
+
+int CFileOps::syncData(std::FILE* file) {
+    return syncDescriptor(::fileno(file));
+}
+
+int CFileOps::syncNames(const char* path) {
+    return syncDirectoryOf(path);
+}
+
+int CFileOps::copySynced(const char* path, const char* newPath) {
+    return copyToDisk(path, newPath);
 }
 
 bool CFileOps::hasLineBeside(const char* path, char beginning) const {

@@ -55,9 +55,19 @@ public:
     [[nodiscard]] virtual int rename(const char* path, const char* newPath);
     virtual bool exists(const char* path);  // false with errno, which need not be ENOENT
 
-    // Lets two files exchange their names in one step. The data of the first one are on their way
-    // to the disk before, as they are where a rename replaces a file. 0, or -1 with errno.
+    // Lets two files exchange their names in one step. 0, or -1 with errno.
     [[nodiscard]] virtual int exchange(const char* path, const char* other);
+
+    // Waits until a file's data have been written, though perhaps not past the disk's own cache. 0, or -1
+    // with errno when they cannot be written.
+    [[nodiscard]] virtual int sendOut(std::FILE* file);
+
+    // Wait until a file's data, and the names in the directory of a path, are on the disk. 0, or -1 with
+    // errno.
+    [[nodiscard]] virtual int syncData(std::FILE* file);
+    [[nodiscard]] virtual int syncNames(const char* path);
+    // Makes a new file with the text of another one, and waits likewise. Leaves none on failure.
+    [[nodiscard]] virtual int copySynced(const char* path, const char* newPath);
 
     // True for a regular file that has a line with another beginning.
     bool hasLineBeside(const char* path, char beginning) const;

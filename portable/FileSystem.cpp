@@ -5,6 +5,8 @@
 #include <cerrno>
 #include <cstdint>
 
+#include "portable/PathParts.h"
+
 namespace VQRegLib {
 
 namespace {
@@ -21,18 +23,12 @@ constexpr CKind kNetworkKinds[] = {
     {0x73757245, "coda"}, {0x47504653, "gpfs"},  {0x19830326, "fhgfs"}, {0xAAD7AAEA, "panfs"},
 };
 
-// The directory in which a path is.
-std::string directoryOf(const std::string& path) {
-    const std::size_t slash = path.rfind('/');
-    return slash == std::string::npos ? "." : path.substr(0, slash + 1);
-}
-
 }  // namespace
 
 const char* networkFileSystem(const std::string& path) {
     struct statfs status {};
     if (::statfs(path.c_str(), &status) != 0 &&
-        (errno != ENOENT || ::statfs(directoryOf(path).c_str(), &status) != 0)) {
+        (errno != ENOENT || ::statfs(directoryOfPath(path).c_str(), &status) != 0)) {
         return nullptr;
     }
     for (const CKind& kind : kNetworkKinds) {

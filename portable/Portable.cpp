@@ -235,6 +235,11 @@ std::string CPortable::newPUUID() {
     return text;
 }
 
+bool CPortable::isInEnvironment(const char* name, std::string_view value) {
+    const char* const text = ::secure_getenv(name);
+    return text && value == text;
+}
+
 std::string CPortable::getExeName() {
     char path[4096];
     const ssize_t length = readlink("/proc/self/exe", path, sizeof path);

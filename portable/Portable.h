@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <ctime>
 #include <string>
+#include <string_view>
 
 namespace VQRegLib {
 
@@ -63,6 +64,10 @@ public:
 
     // A text that no other call on any machine returns, fit for a file name.
     static std::string newPUUID();
+
+    // True when the environment has the variable with exactly this value, and its word may be taken: not
+    // in a program that has rights which the caller does not have.
+    static bool isInEnvironment(const char* name, std::string_view value);
 
     static std::string getExeName();
     static std::string getBuildVersion();

@@ -25,6 +25,7 @@
 #include "RegLib/file/ConfigFile.h"
 
 #include <cerrno>
+#include <new>
 #include <utility>
 
 #include "RegLib/trace/Trace.h"
@@ -100,6 +101,33 @@ bool CConfigFile::close() {
     return !file || CFileOps::current().close(file) == 0;
 }
 
+bool CConfigFile::writeOut() const {
+    CFileOps& files = CFileOps::current();
+    if ((m_isSynced ? files.syncData(m_pFile) : files.sendOut(m_pFile)) == 0) {
+        return true;
+    }
+    const int error = errno;
+    REGLIB_TRACE(
+        eTraceAlways,
+        "(Error) CRegLibImplFile::ExportConfig (0x%08X), the text cannot be brought to the "
+        "disk, errno %d\n",
+        traceId(m_traced), error);
+    return false;
+}
+
+int CConfigFile::bringNamesToDisk() const {
+    if (CFileOps::current().syncNames(path()) == 0) {
+        return REGLIB_OK;
+    }
+    const int error = errno;
+    REGLIB_TRACE(
+        eTraceAlways,
+        "(Error) CRegLibImplFile::ExportConfig (0x%08X), the directory cannot be brought to "
+        "the disk, errno %d\n",
+        traceId(m_traced), error);
+    return REGLIB_E_FILE_OPEN;
+}
+
 void CConfigFile::keepGlance(int result) {
     m_glanced.keep(::fileno(m_pFile), m_path);
     m_glancedResult = result;
@@ -146,12 +174,30 @@ bool CConfigFile::replaceAtOnce(const char* temporary) const {
         return true;
     }
     if (files.exchange(temporary, path()) != 0) {
-        return false;
+        return m_isSynced && replaceBesideCopy(temporary);
     }
     if (files.rename(temporary, backup()) != 0) {
         (void)files.unlink(temporary);
     }
     return true;
+}
+
+// The copy gets the backup's name when it is whole. Without one the steps keep the old text, and for a moment
+// no file.
+bool CConfigFile::replaceBesideCopy(const char* temporary) const try {
+    CFileOps& files = CFileOps::current();
+    const std::string copy = std::string(temporary) + ".bak";
+    if (files.copySynced(path(), copy.c_str()) != 0) {
+        return false;
+    }
+    if (files.rename(copy.c_str(), backup()) != 0) {
+        (void)files.unlink(copy.c_str());
+        return false;
+    }
+    (void)files.rename(temporary, path());
+    return true;
+} catch (const std::bad_alloc&) {
+    return false;
 }
 
 void CConfigFile::replaceInSteps(const char* temporary) const {

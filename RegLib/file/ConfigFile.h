@@ -25,8 +25,19 @@ namespace VQRegLib {
 //     the new text cannot take the path's place.
 //  3. The old text is moved to the backup's name. With the second name in place this does nothing:
 //     both are one file.
-//  4. The new text is renamed to the path. That replaces an existing file, which makes ext4 write
-//     the new data out first, so that a power cut leaves the old or the new text.
+//  4. The new text is renamed to the path.
+//
+// Before step 1 the new data have been written out: not past the disk's own cache, which costs much more,
+// but so that ext4 and xfs do not bring the new name to the disk before them, and a power cut leaves the
+// old or the new text. That ext4 begins to write the data of a file which replaces another one is not
+// enough: it notes that they have been written only later (dioread_nolock, its default since Linux 5.6),
+// and a journal that another program's fsync writes in between has the new name with a text of zeroes.
+//
+// Where texts are to be on the disk (setSynced), the new one is there before step 1, and the names are
+// after step 4: then the change is safe, and only then its caller is told. In between a power cut leaves
+// the names as they were after one of the steps, or before, and the path names a text of which all is on
+// the disk. Only the renames alone could leave no path: there the backup gets a copy of the old text, and
+// the new one is renamed over the path.
 //
 // A backup that holds a text is given up only for another text: an empty or missing file leaves it
 // alone, and so does what the opening of a store then makes of it, a file without a value, where the
@@ -54,6 +65,18 @@ public:
 
     // Some file systems tell only at the closing that a write has failed: false then.
     [[nodiscard]] bool close();
+
+    // Whether each new text and its names are brought to the disk, for machines that may lose their power
+    // while it matters.
+    void setSynced(bool isSynced) { m_isSynced = isSynced; }
+
+    // The text that is open for writing; before it is closed and takes the file's place. It is written
+    // out, or brought to the disk. False with an error line when that fails.
+    [[nodiscard]] bool writeOut() const;
+
+    // The names, after the replacement. REGLIB_E_FILE_OPEN with an error line: the new text is in place,
+    // but a power cut may bring the old one back.
+    [[nodiscard]] int syncNames() { return m_isSynced ? bringNamesToDisk() : 0; }
 
     bool isOpen() const { return m_pFile != nullptr; }
     std::FILE* file() const { return m_pFile; }
@@ -85,11 +108,14 @@ private:
     [[nodiscard]] int finishOpen(bool isReading, const char* name, int error);
     bool isTextLost() const;
     bool isBackupBetter() const;
+    [[nodiscard]] int bringNamesToDisk() const;
+    bool replaceBesideCopy(const char* temporary) const;
 
     const void* const m_traced;
     std::string m_path;
     std::string m_backup;
     std::FILE* m_pFile = nullptr;
+    bool m_isSynced = false;
     bool m_isTextSeen = false;  // in the file, a moment ago
     CSharedFile m_glanced;
     int m_glancedResult = 0;

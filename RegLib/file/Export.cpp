@@ -6,6 +6,10 @@
 // before the stamp is published leaves everybody with the old file, and this process with a tree that is
 // ahead of it: the change is in memory, its caller has the code, and the next change that succeeds writes
 // both.
+//
+// Where texts are to outlast a power cut, the text is on the disk before it takes the old one's place, and
+// the names are before the caller is told. The stamp does not wait for the names: what takes the disk
+// milliseconds is nothing to keep others from reading for.
 #include <algorithm>
 #include <cerrno>
 #include <numeric>
@@ -29,8 +33,9 @@ int CRegLibImplFile::ExportConfig() {
     m_shared.publish();
     m_tree->textWasWritten();
     m_file.forgetGlance();
+    const int synced = m_file.syncNames();
     REGLIB_TRACE(eTraceFlow, "<<<CRegLibImplFile::ExportConfig\n");
-    return REGLIB_OK;
+    return synced;
 }
 
 // A text that could not be written whole takes nobody's place.
@@ -45,7 +50,7 @@ int CRegLibImplFile::replaceText() {
     if (opened < 0) {
         return opened;
     }
-    const bool isWhole = writeText(pieces, openedName);
+    const bool isWhole = writeText(pieces, openedName) && m_file.writeOut();
     if (FileClose(isWhole ? eWrite : eRead, openedName) < 0 || !isWhole) {
         (void)CFileOps::current().unlink(openedName.c_str());  // at worst it is left lying about
         return REGLIB_E_FILE_OPEN;

@@ -19,6 +19,7 @@
 #include "portable/FileLink.h"
 #include "portable/FileOps.h"
 #include "portable/FileSystem.h"
+#include "portable/Portable.h"
 
 namespace VQRegLib {
 
@@ -38,6 +39,12 @@ std::unique_ptr<Object> makeOrThrow(eThrowPoint point, Arguments&&... arguments)
     } catch (const std::bad_alloc&) {
         throwAt(point);
     }
+}
+
+// Asked once, at the first store of the process: another thread may be changing the environment later.
+bool areTextsSynced() {
+    static const bool isAsked = CPortable::isInEnvironment("VQREG_SYNC", "1");
+    return isAsked;
 }
 
 }  // namespace
@@ -85,6 +92,7 @@ void CRegLibImplFile::chooseFile(const char* name) try {
             "are this machine's alone, other machines must not use the store\n",
             m_pszFileName, kind);
     }
+    m_file.setSynced(areTextsSynced());
 } catch (const std::bad_alloc&) {
     if (!name) {
         REGLIB_TRACE(eTraceAlways, "(Error) CRegLibImplFile::CRegLibImplFile, strdup failed\n");

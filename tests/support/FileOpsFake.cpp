@@ -179,6 +179,25 @@ int FileOpsFake::exchange(const char* path, const char* other) {
                : CFileOps::exchange(path, other);
 }
 
+int FileOpsFake::sendOut(std::FILE* file) {
+    return fails(FileCall::eSendOut, "sendOut") ? -1 : CFileOps::sendOut(file);
+}
+
+int FileOpsFake::syncData(std::FILE* file) {
+    return fails(FileCall::eSyncData, "syncData") ? -1 : CFileOps::syncData(file);
+}
+
+int FileOpsFake::syncNames(const char* path) {
+    return fails(FileCall::eSyncNames, "syncNames " + shortName(path)) ? -1
+                                                                       : CFileOps::syncNames(path);
+}
+
+int FileOpsFake::copySynced(const char* path, const char* newPath) {
+    return fails(FileCall::eCopy, "copySynced " + shortName(path) + " " + shortName(newPath))
+               ? -1
+               : CFileOps::copySynced(path, newPath);
+}
+
 bool FileOpsFake::exists(const char* path) {
     return !fails(FileCall::eExists, "exists " + shortName(path)) && CFileOps::exists(path);
 }

@@ -25,7 +25,11 @@ enum class FileCall {
     eLink,
     eRename,
     eExchange,
-    eExists
+    eExists,
+    eSendOut,
+    eSyncData,
+    eSyncNames,
+    eCopy
 };
 
 /// Stands in for the system's file operations from its construction to its destruction. Use it
@@ -69,6 +73,10 @@ public:
     int rename(const char* path, const char* newPath) override;
     int exchange(const char* path, const char* other) override;
     bool exists(const char* path) override;
+    int sendOut(std::FILE* file) override;
+    int syncData(std::FILE* file) override;
+    int syncNames(const char* path) override;
+    int copySynced(const char* path, const char* newPath) override;
 
 private:
     enum class Kind { eError, eNoMemory, eOther };

@@ -119,21 +119,26 @@ int ModelStore::find(Key* from, std::string_view path, bool create, Key*& found)
     if (path == ".") {
         return REGLIB_OK;
     }
+    int result = REGLIB_OK;
     for (const std::string& name : namesOf(path)) {
         const std::string lower = folded(name);
         if (found->values.count(lower) != 0) {
-            return REGLIB_E_NOT_A_KEY;
+            result = REGLIB_E_NOT_A_KEY;
+        }
+        if (result != REGLIB_OK) {
+            continue;  // the rest is looked up where the path came to its end
         }
         auto entry = found->keys.find(lower);
         if (entry == found->keys.end()) {
             if (!create) {
-                return REGLIB_E_KEY_NOT_FOUND;
+                result = REGLIB_E_KEY_NOT_FOUND;
+                continue;
             }
             entry = found->keys.emplace(lower, makeKey(name)).first;
         }
         found = entry->second.get();
     }
-    return REGLIB_OK;
+    return result;
 }
 
 int ModelStore::create(std::string_view path) {

@@ -61,6 +61,8 @@ public:
     void lookAgain() const { --m_store.m_shared.m_lastLook; }
     /// As another process's write does.
     void moveStamp() const { setSharedStamp(sharedStamp() + 2); }
+    /// As VQREG_SYNC=1 does, which a process looks at once.
+    void setSynced() const { m_store.m_file.setSynced(true); }
     bool isFileOpen() const { return m_store.m_file.isOpen(); }
     std::size_t displaced() const { return tree().displaced(); }
     bool isLocked() const { return m_store.m_shared.m_pMutex->holder().pid != 0; }

@@ -7,8 +7,8 @@ using vqtest::runVqreg;
 namespace {
 
 constexpr const char* kUsage =
-    "usage: vqreg [--file FILE] [--root NAME] [--timeout S] [--no-notify] [--color WHEN] "
-    "COMMAND ...";
+    "usage: vqreg [--file FILE] [--root NAME] [--timeout S] [--no-notify] [--sync] "
+    "[--color WHEN] COMMAND ...";
 constexpr const char* kGetUsage =
     "usage: vqreg get [--type] [--raw] [--default V] [--json] [-0] KEY NAME";
 

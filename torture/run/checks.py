@@ -99,6 +99,13 @@ CHECKS = [
           long=64, piece=1, sanitizers=("address",)),
     Check("memory.sequences", "no memory at random", quick=100, long=20_000, piece=500,
           sanitizers=("address",)),
+    # Power cuts: with and without VQREG_SYNC=1, and with each way of replacing the file, in turn.
+    Check("power.ext4", "power cuts on ext4", quick=18, long=400, piece=50, limit=300, privileged=True),
+    Check("power.ext4_noauto_da_alloc", "power cuts on ext4 that replaces before it writes",
+          quick=18, long=400, piece=50, limit=300, privileged=True),
+    Check("power.xfs", "power cuts on xfs", quick=18, long=400, piece=50, limit=300, privileged=True),
+    Check("power.btrfs", "power cuts on btrfs", quick=18, long=400, piece=50, limit=300,
+          privileged=True),
 ]
 
 # What the test of the driver looks at.

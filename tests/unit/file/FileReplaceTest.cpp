@@ -39,10 +39,11 @@ protected:
 TEST_F(FileReplace, AChangeReplacesTheFileInOneOrder) {
     const FileOpsFake files;
     setText(*store, root, "a", "x");
-    EXPECT_THAT(files.calls(),
-                ElementsAre("createForWriting store.cfg+", "makeWritableForAll store.cfg", "write",
-                            "close", "unlink store.cfg.bak", "link store.cfg store.cfg.bak",
-                            "rename store.cfg store.cfg.bak", "rename store.cfg+ store.cfg"));
+    EXPECT_THAT(
+        files.calls(),
+        ElementsAre("createForWriting store.cfg+", "makeWritableForAll store.cfg", "write",
+                    "sendOut", "close", "unlink store.cfg.bak", "link store.cfg store.cfg.bak",
+                    "rename store.cfg store.cfg.bak", "rename store.cfg+ store.cfg"));
     EXPECT_THAT(file.files(), ElementsAre("store.cfg", "store.cfg.bak"));
 }
 

@@ -157,6 +157,14 @@ TEST_F(OpenReplaceSafety, ATextWhoseCloseFailsTakesNobodysPlace) {
     expectNothingReplaced(files);
 }
 
+// Where the room for a text is looked for only when it is written to the disk.
+TEST_F(OpenReplaceSafety, ATextThatDoesNotReachTheDiskTakesNobodysPlace) {
+    setText(*store, root, "a", "x");
+    FileOpsFake files;
+    files.fail(FileCall::eSendOut, ENOSPC);
+    expectNothingReplaced(files);
+}
+
 TEST_F(OpenReplaceSafety, AWriteThatFailsInTheMiddleOfALongTextIsNoticedInTheEnd) {
     setText(*store, root, "a", "x");
     const std::string text = file.read();
@@ -172,10 +180,11 @@ TEST_F(OpenReplaceSafety, WithoutLinksTheNamesAreExchangedAndThePathIsNeverAbsen
     FileOpsFake files;
     files.fail(FileCall::eLink, EPERM);
     EXPECT_EQ(setText(*store, root, "a", "x"), REGLIB_OK);
-    EXPECT_THAT(files.calls(),
-                ElementsAre("createForWriting store.cfg+", "makeWritableForAll store.cfg", "write",
-                            "close", "unlink store.cfg.bak", "link store.cfg store.cfg.bak",
-                            "exchange store.cfg+ store.cfg", "rename store.cfg+ store.cfg.bak"));
+    EXPECT_THAT(
+        files.calls(),
+        ElementsAre("createForWriting store.cfg+", "makeWritableForAll store.cfg", "write",
+                    "sendOut", "close", "unlink store.cfg.bak", "link store.cfg store.cfg.bak",
+                    "exchange store.cfg+ store.cfg", "rename store.cfg+ store.cfg.bak"));
     EXPECT_EQ(file.read(), kOneValue);
     EXPECT_EQ(file.readBackup(), "[Velquist]\n");
     EXPECT_THAT(file.files(), ElementsAre("store.cfg", "store.cfg.bak"));

@@ -89,6 +89,14 @@ TEST(ModelStore, ReportsWhatIsMissing) {
     EXPECT_EQ(store.deleteValue(".", "v"), REGLIB_E_NOT_FOUND);
 }
 
+TEST(ModelStore, AValueFurtherOnWinsOverAKeyThatIsMissing) {
+    ModelStore store;
+    store.set(".", "v", 1u);
+    EXPECT_EQ(store.open("missing/v"), REGLIB_E_NOT_A_KEY);
+    EXPECT_EQ(store.open("missing/w"), REGLIB_E_KEY_NOT_FOUND);
+    EXPECT_EQ(store.create("missing/v"), REGLIB_OK);
+}
+
 TEST(ModelStore, DeletesEmptyKeysOnly) {
     ModelStore store;
     store.create("a/b");

@@ -3,6 +3,7 @@
 #include <VQRegLib.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <exception>
 #include <string>
 #include <utility>
@@ -35,6 +36,9 @@ void addGlobalOptions(CLI::App& app, Context& context) {
     app.add_flag_callback(
         "--no-notify", [&context] { context.store.notify = false; },
         "Do not tell other processes of changes");
+    app.add_flag_callback(
+        "--sync", [] { ::setenv("VQREG_SYNC", "1", 1); },
+        "Wait until a change is on the disk (as VQREG_SYNC=1)");
     app.add_option_function<std::string>(
            "--color",
            [&context](const std::string& when) {

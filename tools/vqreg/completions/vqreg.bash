@@ -73,7 +73,7 @@ _vqreg() {
     if [[ $cur == -* ]]; then
         mapfile -t COMPREPLY < <(compgen -W \
             "$("${words[0]}" ${command:+"$command"} --help 2>/dev/null | sed -n 's/^  \(-[^ ]*\).*/\1/p' | tr , ' ') \
-                --file --root --timeout --no-notify --color" -- "$cur")
+                --file --root --timeout --no-notify --sync --color" -- "$cur")
         return
     fi
     if [[ -z $command ]]; then

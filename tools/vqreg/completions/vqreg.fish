@@ -67,6 +67,7 @@ complete -c vqreg -l file -r -F -d 'configuration file'
 complete -c vqreg -l root -x -d 'root key'
 complete -c vqreg -l timeout -x -d 'seconds to wait for the lock'
 complete -c vqreg -l no-notify -d 'do not tell other processes'
+complete -c vqreg -l sync -d 'wait until a change is on the disk'
 complete -c vqreg -l color -x -a 'auto always never' -d colour
 complete -c vqreg -n "test (count (__vqreg_words)) -eq 0" -l version -d 'print the version'
 

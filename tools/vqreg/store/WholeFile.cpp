@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <thread>
 
 #include "tools/vqreg/base/ExitCode.h"
@@ -33,6 +34,15 @@ namespace {
     throw CommandError(eExit::eNegative, file + " has changed meanwhile; nothing has been written");
 }
 
+// What cannot be brought there is in place all the same.
+void bringNamesToDisk(const std::string& file) {
+    const std::string directory = std::filesystem::absolute(file).parent_path();
+    const FileHandle handle(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (handle.isOpen()) {
+        ::fsync(handle.get());
+    }
+}
+
 // A new file beside the store's that is nobody else's, open to everybody as the store's is.
 class NewFile {
 public:
@@ -41,7 +51,8 @@ public:
         if (!m_handle.isOpen()) {
             failToWrite(m_path);
         }
-        if (!writeAll(m_handle.get(), text) || ::fchmod(m_handle.get(), 0666) != 0) {
+        if (!writeAll(m_handle.get(), text) || ::fchmod(m_handle.get(), 0666) != 0 ||
+            ::fdatasync(m_handle.get()) != 0) {
             const int error = errno;
             ::unlink(m_path.c_str());
             errno = error;
@@ -56,9 +67,13 @@ public:
     NewFile(const NewFile&) = delete;
     NewFile& operator=(const NewFile&) = delete;
 
-    // Takes the place of the file.
+    // Takes the place of the file, and is there to stay.
     bool replace(const std::string& file) {
-        return isMoved(::rename(m_path.c_str(), file.c_str()) == 0);
+        const bool isReplaced = isMoved(::rename(m_path.c_str(), file.c_str()) == 0);
+        if (isReplaced) {
+            bringNamesToDisk(file);
+        }
+        return isReplaced;
     }
 
     // Takes a name that nobody has. Not every file system can do that in one step.

@@ -145,8 +145,8 @@ void setUsage(CLI::App& app, const std::string& line) {
 
 std::string usageLine(const CLI::App& app) {
     if (!app.get_parent()) {
-        return "vqreg [--file FILE] [--root NAME] [--timeout S] [--no-notify] [--color WHEN] "
-               "COMMAND ...";
+        return "vqreg [--file FILE] [--root NAME] [--timeout S] [--no-notify] [--sync] "
+               "[--color WHEN] COMMAND ...";
     }
     const auto fixed = fixedUsages().find(app.get_name());
     if (fixed != fixedUsages().end()) {
