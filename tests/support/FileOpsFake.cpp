@@ -14,6 +14,11 @@ constexpr std::size_t kUniqueEnding = 36;
 std::string shortName(const char* path) {
     std::string name = path;
     name = name.substr(name.rfind('/') + 1);
+    constexpr std::string_view kBackup = ".bak";
+    if (name.ends_with(kBackup)) {
+        const std::string beside = name.substr(0, name.size() - kBackup.size());
+        return shortName(beside.c_str()) + std::string(kBackup);
+    }
     const std::size_t size = name.size();
     const bool isTemporary = size > kUniqueEnding && name[size - 13] == '-' &&
                              name[size - 18] == '-' && name[size - 23] == '-';

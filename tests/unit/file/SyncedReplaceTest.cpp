@@ -64,8 +64,8 @@ TEST_F(SyncedReplace, WithoutLinksAndExchangesTheBackupIsACopy) {
         files.calls(),
         ElementsAre("createForWriting store.cfg+", "makeWritableForAll store.cfg", "write",
                     "syncData", "close", "unlink store.cfg.bak", "link store.cfg store.cfg.bak",
-                    "exchange store.cfg+ store.cfg", "copySynced store.cfg store.cfg+",
-                    "rename store.cfg+ store.cfg.bak", "rename store.cfg+ store.cfg",
+                    "exchange store.cfg+ store.cfg", "copySynced store.cfg store.cfg+.bak",
+                    "rename store.cfg+.bak store.cfg.bak", "rename store.cfg+ store.cfg",
                     "syncNames store.cfg"));
     EXPECT_EQ(file.read(), kOneValue);
     EXPECT_EQ(file.readBackup(), "[Velquist]\n");
