@@ -26,7 +26,8 @@
 ///
 /// **Environment.** With `VQREG_SYNC=1` each change is on the disk when its call returns, and outlasts a
 /// power cut; it takes as long as the disk does. The process looks at it once, when it opens its first
-/// store, and not in a program that has more rights than its caller. Without it a power cut may take
+/// store, and not in a program that has more rights than its caller. Where the last of its waits fails a
+/// call returns `REGLIB_E_FILE_OPEN` although the change is in place (docs/guarantees.md). Without it a power cut may take
 /// back changes of the last seconds, and leaves the text of one of them whole.
 ///
 /// The header needs C++11 or later.
