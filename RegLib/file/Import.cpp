@@ -15,10 +15,11 @@ namespace VQRegLib {
 
 int CRegLibImplFile::importLocked() {
     const std::uint64_t stamp = m_shared.stamp();
-    if (!m_shared.recoverAbsent()) {
+    const bool isRecovered = m_shared.recoverAbsent();
+    const int opened = FileOpen(eRead, nullptr);
+    if (opened == REGLIB_E_NOT_FOUND && !isRecovered) {
         return REGLIB_E_FILE_OPEN;
     }
-    const int opened = FileOpen(eRead, nullptr);
     if (opened == REGLIB_E_NOT_FOUND) {
         m_file.lookForLostText();
         if (!isUpdatedElsewhere()) {
