@@ -1,0 +1,196 @@
+"""Runs the tests that can see a change, those of its own room first, until one of them fails.
+
+Tests that can do with one process do; the others have one each, as with ctest. Which is which, and how
+long each takes, is found out once on the unchanged copy. What takes much longer than there is taken for
+hanging, which is a failure too; whatever it has started ends with it.
+"""
+import concurrent.futures
+import contextlib
+import json
+import os
+import re
+import resource
+import signal
+import subprocess
+import tempfile
+import threading
+import time
+
+MARK = "VQREG_MUTANT"
+LONGEST_TOGETHER = 20
+ENDLESS_FILE = 1 << 30
+SKIPPED = 77
+PATIENCE = 15  # seconds, on top of several times what a test took
+LEFT_OUT = re.compile(r"^(documents|examples|unit_support|fuzz_.*)$")
+
+
+class Hanging(Exception):
+    pass
+
+
+def room_of(file):
+    """portable/X.cpp: portable. RegLib/tree/X.cpp: tree."""
+    return file.split("/")[-2]
+
+
+def limit():
+    os.setsid()
+    os.nice(5)
+    resource.setrlimit(resource.RLIMIT_FSIZE, (ENDLESS_FILE, ENDLESS_FILE))
+    resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
+
+
+def end_marked(mark):
+    """What tests have started and left, by the mark in its environment."""
+    wanted = f"{MARK}={mark}".encode()
+    for name in filter(str.isdigit, os.listdir("/proc")):
+        try:
+            with open(f"/proc/{name}/environ", "rb") as file:
+                if wanted in file.read().split(b"\0"):
+                    os.kill(int(name), signal.SIGKILL)
+        except (OSError, ProcessLookupError):
+            pass
+
+
+class Trials:
+    def __init__(self, workshop, jobs):
+        self.workshop, self.jobs = workshop, jobs
+        self.bin = workshop.build / "bin"
+        self.plan_file = workshop.place / "plan.json"
+        self.plan = {}
+        self.mark = f"{os.getpid()}"
+        self.stopped = threading.Event()
+
+    def command(self, program, tests):
+        return [str(self.bin / "private_root"), str(self.bin / program), "--gtest_fail_fast",
+                "--gtest_brief=1", f"--gtest_filter={':'.join(tests)}"]
+
+    def run(self, program, tests, seconds):
+        """None when all is well, otherwise which test failed. Asked to stop, it says that all is well."""
+        which = f"{program}.{tests[0] if len(tests) == 1 else '*'}"
+        with tempfile.TemporaryFile("w+", errors="replace") as output:
+            process = subprocess.Popen(
+                self.command(program, tests), stdout=output, stderr=output, stdin=subprocess.DEVNULL,
+                preexec_fn=limit, cwd=self.workshop.build / "tests", env={**os.environ, MARK: self.mark})
+            try:
+                if not self.ends(process, time.monotonic() + seconds):
+                    return None if self.stopped.is_set() else f"{which} (hangs)"
+            finally:
+                with contextlib.suppress(ProcessLookupError):
+                    os.killpg(process.pid, signal.SIGKILL)
+                process.wait()
+            if process.returncode in (0, SKIPPED):
+                return None
+            output.seek(0)
+            failed = re.search(r"^\[  FAILED  \] ([^ ,\n]+)", output.read(), re.MULTILINE)
+            return f"{program}.{failed.group(1)}" if failed else which
+
+    def ends(self, process, latest):
+        while time.monotonic() < latest and not self.stopped.is_set():
+            with contextlib.suppress(subprocess.TimeoutExpired):
+                process.wait(0.25)
+                return True
+        return False
+
+    # -- What the unchanged copy does.
+
+    def programs(self):
+        found = sorted(path.name for path in self.bin.iterdir() if path.name.startswith("unit_"))
+        found += [name for name in ("process", "tools") if (self.bin / name).exists()]
+        return [name for name in found if not LEFT_OUT.match(name)]
+
+    def tests_of(self, program):
+        text = subprocess.run([str(self.bin / "private_root"), str(self.bin / program), "--gtest_list_tests"],
+                              cwd=self.workshop.build / "tests", check=True, stdout=subprocess.PIPE, text=True).stdout
+        suite, tests = "", []
+        for line in text.splitlines():
+            if line.startswith("  "):
+                tests.append(suite + line.split("#")[0].strip())
+            elif line.strip():
+                suite = line.split("#")[0].strip()
+        return [test for test in tests if "DISABLED_" not in test]
+
+    def prepare(self):
+        if self.plan_file.exists():
+            self.plan = json.loads(self.plan_file.read_text())
+        self.plan = {name: self.planned(name) for name in self.programs()}
+        self.plan_file.write_text(json.dumps(self.plan, indent=1))
+
+    def planned(self, program):
+        tests = self.tests_of(program)
+        known = self.plan.get(program, {})
+        if set(known.get("tests", {})) | set(known.get("failing", [])) == set(tests):
+            return known
+        began = time.monotonic()
+        together = program.startswith("unit_") and self.run(program, tests, LONGEST_TOGETHER) is None
+        whole = time.monotonic() - began
+        if together:
+            return {"together": whole, "tests": dict.fromkeys(tests, 0.0), "failing": []}
+        seconds = {test: known.get("tests", {}).get(test) for test in tests}
+
+        def measure(test):
+            if seconds[test] is None:
+                start = time.monotonic()
+                failed = self.run(program, [test], 300)
+                seconds[test] = None if failed else time.monotonic() - start
+
+        with concurrent.futures.ThreadPoolExecutor(self.jobs) as pool:
+            list(pool.map(measure, tests))
+        failing = [test for test in tests if seconds[test] is None]
+        if failing:
+            print(f"Left out, since they fail on the unchanged copy: {program}: {', '.join(failing)}", flush=True)
+        return {"tests": {test: seconds[test] for test in tests if test not in failing}, "failing": failing}
+
+    # -- What the tests say to a change.
+
+    def order(self, file):
+        room = room_of(file)
+
+        def rank(program):
+            own = re.match(rf"unit_{room}(_|$)", program)
+            unit = program.startswith("unit_")
+            return 0 if own else 1 if unit else 2, sum(self.plan[program]["tests"].values())
+
+        return sorted(self.plan, key=rank)
+
+    def verdict(self, file, objects):
+        """The test that fails, or None."""
+        for program in self.order(file):
+            if not program.startswith("unit_"):
+                self.workshop.link_libraries(objects)
+            self.workshop.link(f"bin/{program}", objects)
+            failed = self.first_failure(program)
+            if failed:
+                return failed
+        return None
+
+    def first_failure(self, program):
+        plan = self.plan[program]
+        tests = list(plan["tests"])
+        if "together" in plan:
+            return self.confirmed(program, tests, plan["together"] * 5 + PATIENCE)
+        return self.first_failure_alone(program, sorted(tests, key=plan["tests"].get))
+
+    def confirmed(self, program, tests, seconds):
+        """A test that fails once may have been disturbed by others; one that hangs has had its time."""
+        failed = self.run(program, tests, seconds)
+        if failed and not failed.endswith("(hangs)") and not self.stopped.is_set():
+            failed = self.run(program, tests, seconds) and failed
+        return failed
+
+    def first_failure_alone(self, program, tests):
+        failures = []
+
+        def attempt(test):
+            if not self.stopped.is_set():
+                failed = self.confirmed(program, [test], self.plan[program]["tests"][test] * 5 + PATIENCE)
+                if failed and not self.stopped.is_set():
+                    failures.append(failed)
+                    self.stopped.set()
+
+        self.stopped.clear()
+        with concurrent.futures.ThreadPoolExecutor(self.jobs) as pool:
+            list(pool.map(attempt, tests))
+        self.stopped.clear()
+        end_marked(self.mark)
+        return failures[0] if failures else None
