@@ -13,6 +13,7 @@ NOT = re.compile(r'(?<![\w)\]!])!(?=[\w(:])')
 NUMBER = re.compile(r"(?<![\w.'])(0[xX][0-9a-fA-F']+|\d[\d']*)([uUlL]*)(?![\w.'])")
 TRUTH = re.compile(r'\b(true|false)\b')
 COMPARED = re.compile(r'(?:==|!=|<|>|<=|>=) $')  # the comparison is a place already
+FLAG = re.compile(r' \| ([A-Z][A-Z_]{3,})\b(?!\()')
 PURE = re.compile(r'\)\s*(?:const\s*)?(?:noexcept\s*)?(?:override\s*)?=\s*$')
 LINE = re.compile(r'[^\n]*')
 
@@ -35,7 +36,7 @@ class Place:
 
     @property
     def kind(self):
-        return re.sub(r"^[\d'xa-fA-F]+[uUlL]* becomes .*|, number \d+$", "", self.change)
+        return re.sub(r"^flag .*|^[\d'xa-fA-F]+[uUlL]* becomes .*|, number \d+$", "", self.change)
 
     def __str__(self):
         return f"{self.file}:{self.line}: {self.change}: {self.words}"
@@ -49,6 +50,11 @@ def number_changed(digits):
     plain = digits.replace("'", "")
     value = int(plain, 16 if plain[:2].lower() == "0x" else 8 if plain[0] == "0" else 10)
     return "+ 1" if value < 10 else "/ 2"
+
+
+def of_flags(file, text):
+    for match in FLAG.finditer(text):
+        yield Place(file, match.start(), match.end(), "", f"flag {match.group(1)} goes")
 
 
 def digits_are_zero(match):
@@ -101,7 +107,7 @@ def of_statements(file, text, source):
 def in_file(file, source):
     """All places of a source, by their order in it."""
     text = masking.masked(source)
-    places = [*of_words(file, text), *of_numbers(file, text), *of_conditions(file, text, source),
+    places = [*of_words(file, text), *of_flags(file, text), *of_numbers(file, text), *of_conditions(file, text, source),
               *of_statements(file, text, source)]
     places.sort(key=lambda place: (place.begin, place.end, place.change))
     of_line = collections.Counter()
