@@ -15,7 +15,7 @@ target_compile_options(vqreg_objects PRIVATE
 target_include_directories(vqreg_objects PUBLIC ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include)
 if(VQREGLIB_COVERAGE)
     target_sources(vqreg_objects PRIVATE ${PROJECT_SOURCE_DIR}/tests/support/coverage_exit.cpp)
-    target_compile_options(vqreg_objects PRIVATE --coverage -fprofile-abs-path)
+    target_compile_options(vqreg_objects PRIVATE --coverage -fprofile-abs-path -fprofile-update=atomic)
     target_link_options(vqreg_sanitizer_runtime INTERFACE --coverage)
 endif()
 target_compile_definitions(vqreg_objects PRIVATE VQREGLIB_VERSION="${PROJECT_VERSION}")

@@ -5,6 +5,7 @@ import argparse
 import pathlib
 import random
 import re
+import signal
 import sys
 import time
 
@@ -33,7 +34,8 @@ def arguments():
     parser.add_argument("--jobs", type=int, default=3, metavar="J", help="tests at a time (3)")
     parser.add_argument("--project", type=pathlib.Path, default=PROJECT, help=argparse.SUPPRESS)
     parser.add_argument("--records", type=pathlib.Path, default=HERE, help=argparse.SUPPRESS)
-    parser.add_argument("--quota", type=float, default=LEAST_KILLED, help=argparse.SUPPRESS)
+    parser.add_argument("--patience", type=float, default=15, metavar="S",
+                        help="what takes so many seconds more than five times its time hangs (15)")
     return parser.parse_args()
 
 
@@ -64,7 +66,7 @@ class Run:
     def __init__(self, options, known, every):
         self.known, self.every = known, every
         self.workshop = workshop.Workshop(options.project, options.project / "build" / "mutants", options.jobs)
-        self.trials = trials.Trials(self.workshop, options.jobs)
+        self.trials = trials.Trials(self.workshop, options.jobs, options.patience)
         print("Building a copy and timing its tests ...", flush=True)
         self.workshop.prepare()
         self.trials.prepare()
@@ -96,7 +98,7 @@ class Run:
         return different
 
 
-def summary(options, every, known, wanted):
+def summary(every, known, wanted):
     """Exit code 1 when too many of those not equivalent are alive, or a reason is for nothing."""
     outcomes = [known.outcome(place) for place in every if not known.reason(place)]
     killed, survived = outcomes.count("killed"), outcomes.count("survived")
@@ -112,10 +114,11 @@ def summary(options, every, known, wanted):
     print(f"{killed + survived + equivalent} changes: {killed} killed, {survived} survived, "
           f"{equivalent} equivalent, {outcomes.count('unbuildable')} that do not build; killed of those "
           f"that can be seen: {100 * rate:.1f} %")
-    return 1 if stray or missing or rate < options.quota else 0
+    return 1 if stray or missing or rate < LEAST_KILLED else 0
 
 
 def main():
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))  # puts the copy in order and ends what runs
     options = arguments()
     every = places.of_project(options.project)
     known = records.Records(options.records)
@@ -134,7 +137,7 @@ def main():
     if open_ones:
         Run(options, known, every).keep_all(open_ones)
     wanted = [place for place in wanted if not known.reason(place)]
-    return summary(options, every, known, wanted)
+    return summary(every, known, wanted)
 
 
 if __name__ == "__main__":

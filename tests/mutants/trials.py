@@ -18,9 +18,9 @@ import time
 
 MARK = "VQREG_MUTANT"
 LONGEST_TOGETHER = 20
+LONG_FOR_OTHERS = 5
 ENDLESS_FILE = 1 << 30
 SKIPPED = 77
-PATIENCE = 15  # seconds, on top of several times what a test took
 LEFT_OUT = re.compile(r"^(documents|examples|unit_support|fuzz_.*)$")
 
 
@@ -53,8 +53,8 @@ def end_marked(mark):
 
 
 class Trials:
-    def __init__(self, workshop, jobs):
-        self.workshop, self.jobs = workshop, jobs
+    def __init__(self, workshop, jobs, patience):
+        self.workshop, self.jobs, self.patience = workshop, jobs, patience
         self.bin = workshop.build / "bin"
         self.plan_file = workshop.place / "plan.json"
         self.plan = {}
@@ -143,15 +143,22 @@ class Trials:
 
     # -- What the tests say to a change.
 
-    def order(self, file, objects):
-        room = room_of(file)
+    def pieces(self, program):
+        """What of a program is run at once: the program, its tests, and how long that takes."""
+        plan = self.plan[program]
+        if "together" in plan:
+            return [(program, list(plan["tests"]), plan["together"])]
+        return [(program, [test], seconds) for test, seconds in plan["tests"].items()]
 
-        def rank(program):
-            own = re.match(rf"unit_{room}(_|$)", program)
-            unit = program.startswith("unit_")
-            return 0 if own else 1 if unit else 2, sum(self.plan[program]["tests"].values())
-
-        return sorted((name for name in self.plan if self.can_see(name, objects)), key=rank)
+    def groups(self, file, objects):
+        """The tests of the file's own room, then all others; in each the short ones first. Units of other
+        rooms that take long are left to their rooms."""
+        own = [name for name in self.plan if re.match(rf"unit_{room_of(file)}(_|$)", name)]
+        others = [name for name in self.plan if name not in own and self.can_see(name, objects)]
+        for programs in own, others:
+            pieces = [piece for name in programs for piece in self.pieces(name)
+                      if name in own or not name.startswith("unit_") or piece[2] < LONG_FOR_OTHERS]
+            yield programs, sorted(pieces, key=lambda piece: piece[2])
 
     def can_see(self, program, objects):
         """The command's tests, what the command contains; of the rest they see no more than others do."""
@@ -159,42 +166,36 @@ class Trials:
 
     def verdict(self, file, objects):
         """The test that fails, or None."""
-        for program in self.order(file, objects):
-            if not program.startswith("unit_"):
+        for programs, pieces in self.groups(file, objects):
+            if not all(name.startswith("unit_") for name in programs):
                 self.workshop.link_libraries(objects)
-            self.workshop.link(f"bin/{program}", objects)
-            failed = self.first_failure(program)
-            if failed:
+            for name in programs:
+                self.workshop.link(f"bin/{name}", objects)
+            if failed := self.first_failure(pieces):
                 return failed
         return None
 
-    def first_failure(self, program):
-        plan = self.plan[program]
-        tests = list(plan["tests"])
-        if "together" in plan:
-            return self.confirmed(program, tests, plan["together"] * 5 + PATIENCE)
-        return self.first_failure_alone(program, sorted(tests, key=plan["tests"].get))
-
     def confirmed(self, program, tests, seconds):
         """A test that fails once may have been disturbed by others; one that hangs has had its time."""
-        failed = self.run(program, tests, seconds)
+        latest = seconds * 5 + self.patience
+        failed = self.run(program, tests, latest)
         if failed and not failed.endswith("(hangs)") and not self.stopped.is_set():
-            failed = self.run(program, tests, seconds) and failed
+            failed = self.run(program, tests, latest) and failed
         return failed
 
-    def first_failure_alone(self, program, tests):
+    def first_failure(self, pieces):
         failures = []
 
-        def attempt(test):
+        def attempt(piece):
             if not self.stopped.is_set():
-                failed = self.confirmed(program, [test], self.plan[program]["tests"][test] * 5 + PATIENCE)
+                failed = self.confirmed(*piece)
                 if failed and not self.stopped.is_set():
                     failures.append(failed)
                     self.stopped.set()
 
         self.stopped.clear()
         with concurrent.futures.ThreadPoolExecutor(self.jobs) as pool:
-            list(pool.map(attempt, tests))
+            list(pool.map(attempt, pieces))
         self.stopped.clear()
         end_marked(self.mark)
         return failures[0] if failures else None

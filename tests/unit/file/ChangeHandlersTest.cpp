@@ -51,3 +51,12 @@ TEST_F(StoreHandlers, AreNotTakenWhereTheNotifierCannotStart) {
     EXPECT_THROW(store->SetRegistryChangeHandler(&handler), VQException);
     EXPECT_FALSE(store->hasWatcher());
 }
+
+TEST_F(StoreHandlers, AreNotTakenByAStoreThatIsBeingDestroyed) {
+    store->SetRegistryChangeHandler(&handler);
+    ASSERT_TRUE(waitWatchers(1));
+    store->DeleteRegWatcherThread();
+    store->SetRegistryChangeHandler(&handler);
+    EXPECT_FALSE(store->hasWatcher());
+    EXPECT_EQ(countThreads("FileWatch"), 0);
+}
