@@ -22,6 +22,13 @@ namespace {
 
 FailingCall* g_innermost = nullptr;
 
+struct Room {
+    bool isKnown = false;
+    unsigned long forAll = 0;
+    unsigned long forRoot = 0;
+};
+Room g_room;
+
 }  // namespace
 
 FailingCall::FailingCall(const char* function, int error, int skip, int times)
@@ -49,6 +56,14 @@ bool FailingCall::fails(const char* function, int& error) {
         return true;
     }
     return false;
+}
+
+KnownRoom::KnownRoom(unsigned long forAll, unsigned long forRoot) {
+    g_room = {true, forAll, forRoot};
+}
+
+KnownRoom::~KnownRoom() {
+    g_room = {};
 }
 
 }  // namespace vqtest
@@ -88,7 +103,6 @@ VQ_FAILING(int, stat, -1, 0, (const char* path, struct stat* status), (path, sta
 VQ_FAILING(int, statx, -1, 0,
            (int directory, const char* path, int flags, unsigned int mask, struct statx* status),
            (directory, path, flags, mask, status))
-VQ_FAILING(int, fstatvfs, -1, 0, (int fd, struct statvfs* room), (fd, room))
 VQ_FAILING(int, fchmod, -1, 0, (int fd, mode_t mode), (fd, mode))
 VQ_FAILING(int, linkat, -1, 0, (int from, const char* path, int to, const char* name, int flags),
            (from, path, to, name, flags))
@@ -120,6 +134,23 @@ VQ_FAILING(int, nanosleep, -1, 0, (const struct timespec* time, struct timespec*
            (time, left))
 VQ_FAILING(DIR*, opendir, nullptr, nullptr, (const char* path), (path))
 VQ_FAILING(std::FILE*, fdopen, nullptr, nullptr, (int fd, const char* mode), (fd, mode))
+
+int __real_fstatvfs(int fd, struct statvfs* room);
+int __wrap_fstatvfs(int fd, struct statvfs* room);
+int __wrap_fstatvfs(int fd, struct statvfs* room) {
+    int result = 0;
+    if (answers("fstatvfs", -1, 0, result)) {
+        return result;
+    }
+    result = __real_fstatvfs(fd, room);
+    if (vqtest::g_room.isKnown) {
+        room->f_frsize = 4096;
+        room->f_blocks = 1000;
+        room->f_bavail = vqtest::g_room.forAll;
+        room->f_bfree = vqtest::g_room.forRoot;
+    }
+    return result;
+}
 
 // These two answer with the errno.
 int __real_posix_fallocate(int fd, off_t offset, off_t size);

@@ -32,6 +32,15 @@ private:
     FailingCall* const m_outer;
 };
 
+/// While it lives, every file system has room for so many blocks of 4 KiB: for everybody, and for root.
+class KnownRoom {
+public:
+    KnownRoom(unsigned long forAll, unsigned long forRoot);
+    ~KnownRoom();
+    KnownRoom(const KnownRoom&) = delete;
+    KnownRoom& operator=(const KnownRoom&) = delete;
+};
+
 }  // namespace vqtest
 
 #endif  // VQTEST_FAILING_CALLS_H

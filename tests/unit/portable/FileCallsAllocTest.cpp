@@ -2,6 +2,7 @@
 // itself. In an executable of its own, because it replaces calls of the system.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -17,6 +18,7 @@
 #include "portable/FileOps.h"
 #include "portable/Portable.h"
 #include "support/FailingCalls.h"
+#include "support/ForkedChild.h"
 #include "support/TempStore.h"
 
 namespace fs = std::filesystem;
@@ -86,6 +88,27 @@ TEST_F(FileCalls, AFileSystemThatDoesNotTellItsSizeIsWrittenTo) {
     const File file(m_files.createForWriting(path.c_str(), 1ull << 60));
     EXPECT_NE(file, nullptr);
     EXPECT_EQ(silent.count(), 1);
+}
+
+TEST_F(FileCalls, WhatIsKeptForRootIsRoomForRootAlone) {
+    const auto isMade = [&](const char* name, std::uint64_t size) {
+        const File file(m_files.createForWriting((m_store.directory() + name).c_str(), size));
+        return file != nullptr;
+    };
+    const vqtest::KnownRoom room(10, 20);
+    EXPECT_TRUE(isMade("/1", 9 * 4096 + 1));
+    EXPECT_EQ(isMade("/2", 10 * 4096), ::geteuid() == 0);
+    EXPECT_EQ(isMade("/3", 19 * 4096), ::geteuid() == 0);
+    EXPECT_FALSE(isMade("/4", 20 * 4096));
+    EXPECT_EQ(errno, ENOSPC);
+    if (::geteuid() == 0) {
+        fs::permissions(m_store.directory(), fs::perms::all);
+        vqtest::ForkedChild child([&] {
+            const bool isOther = ::seteuid(65534) == 0;
+            return isOther && isMade("/5", 9 * 4096) && !isMade("/6", 10 * 4096) ? 0 : 1;
+        });
+        EXPECT_EQ(child.wait(), 0);
+    }
 }
 
 TEST_F(FileCalls, AWriteThatTakesNothingIsAnError) {
