@@ -35,7 +35,7 @@ def arguments():
     parser.add_argument("--project", type=pathlib.Path, default=PROJECT, help=argparse.SUPPRESS)
     parser.add_argument("--records", type=pathlib.Path, default=HERE, help=argparse.SUPPRESS)
     parser.add_argument("--patience", type=float, default=15, metavar="S",
-                        help="what takes so many seconds more than five times its time hangs (15)")
+                        help="what takes so many seconds more than eight times its time hangs (15)")
     return parser.parse_args()
 
 

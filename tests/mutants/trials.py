@@ -18,14 +18,12 @@ import time
 
 MARK = "VQREG_MUTANT"
 LONGEST_TOGETHER = 20
-LONG_FOR_OTHERS = 5
+LONG_FOR_OTHERS = 2
+TOO_LONG = 12  # for a test of one change: its time limit would be minutes
+OF_ONE_PROCESS = {"base", "text", "trace", "tree", "store"}
 ENDLESS_FILE = 1 << 30
 SKIPPED = 77
 LEFT_OUT = re.compile(r"^(documents|examples|unit_support|fuzz_.*)$")
-
-
-class Hanging(Exception):
-    pass
 
 
 def room_of(file):
@@ -148,21 +146,24 @@ class Trials:
         plan = self.plan[program]
         if "together" in plan:
             return [(program, list(plan["tests"]), plan["together"])]
-        return [(program, [test], seconds) for test, seconds in plan["tests"].items()]
+        return [(program, [test], seconds) for test, seconds in plan["tests"].items() if seconds < TOO_LONG]
 
     def groups(self, file, objects):
         """The tests of the file's own room, then all others; in each the short ones first. Units of other
         rooms that take long are left to their rooms."""
         own = [name for name in self.plan if re.match(rf"unit_{room_of(file)}(_|$)", name)]
-        others = [name for name in self.plan if name not in own and self.can_see(name, objects)]
+        others = [name for name in self.plan if name not in own and self.can_see(name, file, objects)]
         for programs in own, others:
             pieces = [piece for name in programs for piece in self.pieces(name)
                       if name in own or not name.startswith("unit_") or piece[2] < LONG_FOR_OTHERS]
             yield programs, sorted(pieces, key=lambda piece: piece[2])
 
-    def can_see(self, program, objects):
-        """The command's tests, what the command contains; of the rest they see no more than others do."""
-        return program != "tools" or bool(set(objects) & set(self.workshop.links.get("bin/vqreg", [])))
+    def can_see(self, program, file, objects):
+        """Tests with several processes look at what processes have in common, those of the command at what
+        the command contains; of the rest they see no more than others do."""
+        if program == "tools":
+            return bool(set(objects) & set(self.workshop.links.get("bin/vqreg", [])))
+        return program != "process" or room_of(file) not in OF_ONE_PROCESS
 
     def verdict(self, file, objects):
         """The test that fails, or None."""
@@ -177,7 +178,7 @@ class Trials:
 
     def confirmed(self, program, tests, seconds):
         """A test that fails once may have been disturbed by others; one that hangs has had its time."""
-        latest = seconds * 5 + self.patience
+        latest = seconds * 8 + self.patience
         failed = self.run(program, tests, latest)
         if failed and not failed.endswith("(hangs)") and not self.stopped.is_set():
             failed = self.run(program, tests, latest) and failed
