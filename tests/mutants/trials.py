@@ -177,10 +177,10 @@ class Trials:
         return None
 
     def confirmed(self, program, tests, seconds):
-        """A test that fails once may have been disturbed by others; one that hangs has had its time."""
+        """A test that fails once, or takes long, may have been disturbed by others."""
         latest = seconds * 8 + self.patience
         failed = self.run(program, tests, latest)
-        if failed and not failed.endswith("(hangs)") and not self.stopped.is_set():
+        if failed and not self.stopped.is_set():
             failed = self.run(program, tests, latest) and failed
         return failed
 
