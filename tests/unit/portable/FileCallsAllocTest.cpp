@@ -167,6 +167,26 @@ TEST_F(FileCalls, AnOpenFileThatCannotBeLookedAtHasNoSizeNoLinesAndNoMode) {
     EXPECT_FALSE(m_files.hasLineBeside(m_store.path().c_str(), '#'));
 }
 
+TEST_F(FileCalls, OnlyAFileHasLinesAndAModeForEverybody) {
+    EXPECT_FALSE(m_files.hasLineBeside(m_store.directory().c_str(), '#'));
+    EXPECT_FALSE(m_files.hasLineBeside((m_store.path() + "-missing").c_str(), '#'));
+    EXPECT_FALSE(m_files.hasLineBeside(m_store.path().c_str(), 'o')) << "there is one, with an o";
+    const File device(std::fopen("/dev/null", "r"));
+    EXPECT_EQ(m_files.makeWritableForAll(device.get()), -1);
+    EXPECT_EQ(errno, EINVAL);
+    EXPECT_FALSE(m_files.holdsText("/dev/null"));
+    EXPECT_FALSE(m_files.holdsText((m_store.path() + "-missing").c_str()));
+}
+
+TEST_F(FileCalls, ALinkOfAnotherUserIsNotFollowed) {
+    const std::string link = m_store.directory() + "/link";
+    fs::create_symlink("other", link);
+    if (::lchown(link.c_str(), 65534, 65534) != 0) {
+        GTEST_SKIP() << "only root gives links away";
+    }
+    EXPECT_EQ(VQRegLib::fileBehindLinks(link), link);
+}
+
 TEST_F(FileCalls, WhatCannotBeLookedAtHoldsNoTextAndKeepsItsTime) {
     std::time_t seconds = 42;
     {
