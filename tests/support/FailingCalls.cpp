@@ -11,6 +11,7 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -28,6 +29,8 @@ struct Room {
     unsigned long forRoot = 0;
 };
 Room g_room;
+
+std::atomic<int> g_handedOn{0};
 
 }  // namespace
 
@@ -56,6 +59,10 @@ bool FailingCall::fails(const char* function, int& error) {
         return true;
     }
     return false;
+}
+
+int descriptorsHandedOn() {
+    return g_handedOn.load();
 }
 
 KnownRoom::KnownRoom(unsigned long forAll, unsigned long forRoot) {
@@ -179,6 +186,7 @@ int __wrap_open(const char* path, int flags, ...) {
     const bool makes = (flags & (O_CREAT | O_TMPFILE)) != 0;
     const mode_t mode = makes ? va_arg(rest, mode_t) : 0;
     va_end(rest);
+    vqtest::g_handedOn += (flags & O_CLOEXEC) == 0 ? 1 : 0;
     int result = 0;
     return answers("open", -1, -1, result) ? result : __real_open(path, flags, mode);
 }

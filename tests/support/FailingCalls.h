@@ -32,6 +32,9 @@ private:
     FailingCall* const m_outer;
 };
 
+/// How many descriptors were opened so far that a program started meanwhile would have got.
+int descriptorsHandedOn();
+
 /// While it lives, every file system has room for so many blocks of 4 KiB: for everybody, and for root.
 class KnownRoom {
 public:

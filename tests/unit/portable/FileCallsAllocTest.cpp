@@ -260,3 +260,21 @@ TEST_F(FileCalls, ASleepGoesOnAfterASignalAndEndsWithAnyOtherError) {
     CPortable::Sleep(1);
     EXPECT_EQ(refused.count(), 1);
 }
+
+// A program that is started at any moment gets none of the descriptors.
+TEST_F(FileCalls, HandNoDescriptorOn) {
+    const std::string other = m_store.directory() + "/other";
+    fs::create_symlink("store.cfg", other);
+    EXPECT_EQ(VQRegLib::fileBehindLinks(other), m_store.path());
+    const File file(m_files.openForReading(m_store.path().c_str()));
+    EXPECT_TRUE(m_files.hasLineBeside(m_store.path().c_str(), '#'));
+    fs::permissions(m_store.path(), fs::perms::owner_read);
+    {
+        const FailingCall unknown("syscall", ENOSYS);
+        EXPECT_EQ(m_files.makeWritableForAll(m_store.path().c_str(), nullptr), 0);
+    }
+    fs::copy_file(m_store.path(), m_store.path() + ".new");
+    EXPECT_EQ(m_files.exchange((m_store.path() + ".new").c_str(), m_store.path().c_str()), 0);
+    const File log(VQRegLib::CAppendedFile::open((m_store.directory() + "/log").c_str()));
+    EXPECT_EQ(vqtest::descriptorsHandedOn(), 0);
+}

@@ -245,3 +245,16 @@ TEST(NamesCalls, AMarkThatCouldNotBeTakenIsLikeNoOther) {
     }
     EXPECT_TRUE(CNamesMark::now().isUnchangedSince(before));
 }
+
+// A program that is started at any moment gets none of the descriptors.
+TEST(SharedFileCalls, AreHandedToNoOtherProgram) {
+    SKIP_UNLESS_WRAPPED();
+    const vqtest::TempStore store;
+    CPMutex mutex(1, 0, store.path(), 1, 1);
+    EXPECT_EQ(mutex.wait(0, nullptr), CPMutex::eOwned);
+    EXPECT_EQ(mutex.holder().pid, ::getpid());
+    const CPSharedMemory block(store.path(), 8);
+    const CPSharedMemory again(store.path(), 8);
+    EXPECT_EQ(again.error(), 0);
+    EXPECT_EQ(vqtest::descriptorsHandedOn(), 0);
+}

@@ -210,3 +210,14 @@ TEST(CountCalls, ASemaphoreThatIsGoneIsTold) {
     EXPECT_FALSE(count.post());
     EXPECT_FALSE(count.announceWaiting());
 }
+
+// A program that is started at any moment gets none of the descriptors.
+TEST_F(SemaphoreCalls, HandsNoDescriptorOn) {
+    SKIP_UNLESS_WRAPPED();
+    SemaphoreOf semaphore(name);
+    EXPECT_TRUE(semaphore.own());
+    const SemaphoreOf again(name);
+    CPSemaphore::waitUntilFree(name);
+    EXPECT_FALSE(CPSemaphore::removeIfOwnerless(name));
+    EXPECT_EQ(vqtest::descriptorsHandedOn(), 0);
+}
