@@ -54,9 +54,9 @@ INSTANTIATE_TEST_SUITE_P(Calls, BlockRefused,
                          testing::Values(Refused{"open", EMFILE}, Refused{"open", ENFILE, 1},
                                          Refused{"fstat", EIO}, Refused{"posix_fallocate", ENOSPC},
                                          Refused{"fchmod", EPERM}, Refused{"linkat", EDQUOT},
-                                         Refused{"fcntl", ENOLCK}, Refused{"shmget", ENOSPC},
-                                         Refused{"mmap", ENOMEM}, Refused{"shmat", ENOMEM},
-                                         Refused{"pwrite", ENOSPC}),
+                                         Refused{"linkat", ENOENT}, Refused{"fcntl", ENOLCK},
+                                         Refused{"shmget", ENOSPC}, Refused{"mmap", ENOMEM},
+                                         Refused{"shmat", ENOMEM}, Refused{"pwrite", ENOSPC}),
                          vqtest::nameOfRefused);
 
 TEST(BlockCalls, ASegmentThatCannotBeAttachedIsReplaced) {

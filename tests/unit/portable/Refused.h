@@ -23,7 +23,7 @@ struct Refused {
 };
 
 inline void PrintTo(const Refused& refused, std::ostream* out) {
-    *out << refused.function << "_" << refused.skip;
+    *out << refused.function << "_" << refused.skip << "_" << refused.error;
 }
 
 inline std::string nameOfRefused(const testing::TestParamInfo<Refused>& info) {

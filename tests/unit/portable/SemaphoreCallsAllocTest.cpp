@@ -77,6 +77,14 @@ TEST_F(SemaphoreCalls, ANameThatAlwaysGoesBeforeItIsOpenedIsGivenUp) {
     EXPECT_EQ(other.error(), ENOENT);
 }
 
+TEST_F(SemaphoreCalls, ANameThatComesAndGoesIsTriedAHundredTimes) {
+    SKIP_UNLESS_WRAPPED();
+    const FailingCall taken("linkat", EEXIST);  // by another process, which removes it again
+    const SemaphoreOf semaphore(name);
+    EXPECT_EQ(semaphore.error(), EEXIST);
+    EXPECT_EQ(taken.count(), 100);
+}
+
 TEST_F(SemaphoreCalls, AnOwnerNeedsToSeeItsFile) {
     SKIP_UNLESS_WRAPPED();
     SemaphoreOf semaphore(name);
