@@ -1,7 +1,7 @@
 """Says which lines of the library no test has run, from what gcovr has counted, and why not.
 
-reasons.tsv has a file, the text of a line and the reason why no test runs it; lines of one text and file
-share it. A branch counts when somebody has written it: what a throw takes, what a catch tells apart, and
+reasons.tsv has a file, the text of a line and that of the line before it, and the reason why no test runs
+it. A branch counts when somebody has written it: what a throw takes, what a catch tells apart, and
 what the compiler makes in a statement that has no if, loop, ?:, && or || (destructors, the first use of a
 static variable) is left out.
 """
@@ -37,6 +37,9 @@ class File:
     def text(self, number):
         return self.lines[number - 1].strip()
 
+    def key(self, number):
+        return self.name, self.text(number - 1) if number > 1 else "", self.text(number)
+
     def statement(self, number):
         """All of the statement to which a line belongs."""
         begin = max(self.code.rfind(mark, 0, self.starts[number - 1]) for mark in ";{}") + 1
@@ -61,9 +64,9 @@ def read_reasons(path):
     for number, line in enumerate(path.read_text(encoding="utf-8").splitlines(), 1):
         cells = line.split("\t")
         if line and not line.startswith("#"):
-            if len(cells) != 3 or not all(cells):
-                raise SystemExit(f"{path}:{number}: a file, the text of a line and a reason are needed")
-            reasons[cells[0], cells[1]] = cells[2]
+            if len(cells) != 4 or not all((cells[0], *cells[2:])):
+                raise SystemExit(f"{path}:{number}: a file, the text of two lines and a reason are needed")
+            reasons[tuple(cells[:3])] = cells[3]
     return reasons
 
 
@@ -95,15 +98,15 @@ def main():
         lines += len(file.counted)
         missed_lines += len(file.missed())
         for number in file.missed():
-            reason = reasons.get((file.name, file.text(number)))
+            reason = reasons.get(file.key(number))
             without += reason is None
             print(f"{file.name}:{number}: {file.text(number)}\n    {reason or 'NO REASON'}")
         in_file, missed_in_file = show(file, options.branches)
         branches += in_file
         missed_branches += missed_in_file
-    stray = [key for key in reasons if not any(file.name == key[0] and key[1] in map(str.strip, file.lines)
-                                               for file in files)]
-    for name, text in stray:
+    there = {file.key(number) for file in files for number in range(1, len(file.lines) + 1)}
+    stray = [key for key in reasons if key not in there]
+    for name, _, text in stray:
         print(f"a reason for a line that is not there: {name}: {text}")
     of_lines, of_branches = share(lines, missed_lines), share(branches, missed_branches)
     print(f"lines {of_lines:.1f} % ({missed_lines} of {lines} not run, {without} without a reason), "

@@ -4,12 +4,15 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <memory>
 #include <string>
+#include <thread>
 
+#include "portable/Mutex.h"
 #include "portable/ObjectName.h"
 #include "support/FailingCalls.h"
 #include "support/StoreFixture.h"
@@ -125,6 +128,27 @@ TEST_F(StoreCalls, AFileThatCannotBeOpenedKeepsTheTreeFromBeingRead) {
         EXPECT_EQ(get(*store, key, "v").code, REGLIB_E_FILE_OPEN);
     }
     EXPECT_EQ(get(*store, key, "v"), Value::ofDword(1));
+}
+
+// Nobody waits for a writer that has been stopped: the file is read as it is, if it can be.
+TEST_F(StoreCalls, AGlanceBesideAStoppedWriterTellsThatTheFileCannotBeOpened) {
+    CPMutex mutex(1, 0, file.path(), 1, 1);
+    std::atomic<bool> isHeld{false};
+    std::atomic<bool> isOver{false};
+    std::thread writer([&] {
+        isHeld.store(mutex.wait(0, nullptr) == CPMutex::eOwned);
+        waitUntil([&] { return isOver.load(); });
+    });
+    EXPECT_TRUE(waitUntil([&] { return isHeld.load(); }));
+    probe.markReplacing();
+    {
+        const FailingCall refused("open", EMFILE);
+        EXPECT_EQ(get(*store, key, "v").code, REGLIB_E_FILE_OPEN);
+        EXPECT_GT(refused.count(), 0);
+    }
+    EXPECT_EQ(get(*store, key, "v"), Value::ofDword(1));
+    isOver.store(true);
+    writer.join();
 }
 
 TEST(StoreCallsTrace, ABlockThatCannotBeHadIsToldOnceAMinute) {
