@@ -209,5 +209,6 @@ TEST_F(OpenReplaceSafety, TheBackupComesBackWhereItCannotBeLinked) {
     files.fail(FileCall::eLink, EPERM);
     EXPECT_EQ(get(*store, root, "a"), Value::ofText("x"));
     EXPECT_EQ(file.read(), kOneValue);
+    EXPECT_THAT(files.calls(), Contains("rename store.cfg.bak store.cfg")) << "not made anew";
     EXPECT_FALSE(probe.isLocked());
 }
