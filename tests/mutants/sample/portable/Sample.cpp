@@ -8,7 +8,7 @@ bool isLarger(int one, int other) {
 // Without its step it never ends.
 int countUpTo(int last) {
     int count = 0;
-    while (count != last) {
+    while (count < last) {
         ++count;
     }
     return count;
