@@ -14,7 +14,8 @@ target_compile_options(vqreg_objects PRIVATE
                        $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety;-Werror=thread-safety>)
 target_include_directories(vqreg_objects PUBLIC ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include)
 if(VQREGLIB_COVERAGE)
-    target_compile_options(vqreg_objects PRIVATE --coverage -fprofile-abs-path)
+    target_sources(vqreg_objects PRIVATE ${PROJECT_SOURCE_DIR}/tests/support/coverage_exit.cpp)
+    target_compile_options(vqreg_objects PRIVATE --coverage -fprofile-abs-path -fprofile-update=atomic)
     target_link_options(vqreg_sanitizer_runtime INTERFACE --coverage)
 endif()
 target_compile_definitions(vqreg_objects PRIVATE VQREGLIB_VERSION="${PROJECT_VERSION}")
@@ -48,8 +49,12 @@ set_target_properties(VQRegLib PROPERTIES
     LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/exports.map)
 # nodelete: threads of the library may outlive a dlclose. Bsymbolic-functions: calls within the library
 # need no look-up by name when it is loaded.
+# With counts it also has the end of a process, for the programs that it is linked with.
+if(NOT VQREGLIB_COVERAGE)
+    target_link_options(VQRegLib PRIVATE
+                        -Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map)
+endif()
 target_link_options(VQRegLib PRIVATE
-    -Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map
     -Wl,-z,now -Wl,-z,relro -Wl,-z,nodelete -Wl,-Bsymbolic-functions)
 if(NOT VQREGLIB_SANITIZE)
     target_link_options(VQRegLib PRIVATE -Wl,-z,defs)

@@ -1,6 +1,10 @@
 // What a store does when it gets a handler, without the directory that starts the notifier.
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <thread>
+#include <vector>
+
 #include "support/Handlers.h"
 #include "support/StoreFixture.h"
 
@@ -50,4 +54,38 @@ TEST_F(StoreHandlers, AreNotTakenWhereTheNotifierCannotStart) {
     store->m_startNotifier = [] { throw VQException(REGLIB_E_FAIL, "here", 1); };
     EXPECT_THROW(store->SetRegistryChangeHandler(&handler), VQException);
     EXPECT_FALSE(store->hasWatcher());
+}
+
+TEST_F(StoreHandlers, OfManyThreadsAtOnceHaveOneWatcher) {
+    constexpr int kThreads = 8;
+    for (int round = 0; round < 20; ++round) {
+        const TempStore other;
+        CRegLibImplFile fresh(other.path().c_str(), nullptr, CRegLib::eLocationDefault, nullptr);
+        std::atomic<int> ready{0};
+        std::vector<std::thread> threads;
+        for (int i = 0; i < kThreads; ++i) {
+            threads.emplace_back([&] {
+                ++ready;
+                while (ready.load() < kThreads) {
+                    std::this_thread::yield();
+                }
+                fresh.SetRegistryChangeHandler(&handler);
+            });
+        }
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        ASSERT_TRUE(waitWatchers(1));
+        fresh.DeleteRegWatcherThread();
+        ASSERT_EQ(countThreads("FileWatch"), 0) << "in round " << round;
+    }
+}
+
+TEST_F(StoreHandlers, AreNotTakenByAStoreThatIsBeingDestroyed) {
+    store->SetRegistryChangeHandler(&handler);
+    ASSERT_TRUE(waitWatchers(1));
+    store->DeleteRegWatcherThread();
+    store->SetRegistryChangeHandler(&handler);
+    EXPECT_FALSE(store->hasWatcher());
+    EXPECT_EQ(countThreads("FileWatch"), 0);
 }

@@ -110,7 +110,9 @@ TEST_F(LinkedFile, AnotherUsersLinkIsNoStore) {
     }
     std::ofstream(real()) << "[Velquist]\n";
     ASSERT_EQ(::chmod(real().c_str(), 0600), 0);
-    ASSERT_EQ(::lchown(file.path().c_str(), 65534, 65534), 0);
+    if (::lchown(file.path().c_str(), 65534, 65534) != 0) {
+        GTEST_SKIP() << "only root gives files away";
+    }
     EXPECT_THROW(open(), VQException);
     EXPECT_EQ(modeOf(real()), 0600u);
     EXPECT_TRUE(fs::is_symlink(fs::symlink_status(file.path())));

@@ -336,3 +336,16 @@ TEST_F(ReplaceSafety, ALostTextWithAGoodBackupIsTold) {
     open();
     EXPECT_THAT(log.texts(TraceLog::Addresses::eReplace), Contains(line).Times(2));
 }
+
+// Where a file may not be linked, a file that a dead writer took away comes back by a rename.
+TEST_F(OpenReplaceSafety, TheBackupComesBackWhereItCannotBeLinked) {
+    ASSERT_EQ(setText(*store, root, "a", "x"), REGLIB_OK);
+    ASSERT_EQ(std::rename(file.path().c_str(), file.backupPath().c_str()), 0);
+    probe.markReplacing();
+    FileOpsFake files;
+    files.fail(FileCall::eLink, EPERM);
+    EXPECT_EQ(get(*store, root, "a"), Value::ofText("x"));
+    EXPECT_EQ(file.read(), kOneValue);
+    EXPECT_THAT(files.calls(), Contains("rename store.cfg.bak store.cfg")) << "not made anew";
+    EXPECT_FALSE(probe.isLocked());
+}

@@ -69,6 +69,22 @@ TEST_F(AppendedFile, IsNoLinkNoFifoAndHasOneName) {
     EXPECT_EQ(open("missing/log"), nullptr);
 }
 
+TEST_F(AppendedFile, OfAnotherUserMustBeOpenToEverybodyAndStaysAsItIs) {
+    std::ofstream(pathOf("log")) << "of another\n";
+    if (::chown(pathOf("log").c_str(), 65534, 65534) != 0) {
+        GTEST_SKIP() << "only root gives files away";
+    }
+    for (const mode_t mode : {0644, 0600, 0626}) {
+        ASSERT_EQ(::chmod(pathOf("log").c_str(), mode), 0);
+        EXPECT_EQ(open("log"), nullptr) << mode;
+    }
+    ASSERT_EQ(::chmod(pathOf("log").c_str(), 0677), 0);
+    std::FILE* const file = open("log");
+    ASSERT_NE(file, nullptr);
+    std::fclose(file);
+    EXPECT_EQ(fs::status(pathOf("log")).permissions(), static_cast<fs::perms>(0677));
+}
+
 TEST_F(AppendedFile, TakesThePlaceOfAnotherUnderItsDescriptor) {
     openAndRemember();
     const int descriptor = fileno(m_file);

@@ -62,7 +62,9 @@ TEST_F(FileLink, OfAnotherUserIsNotFollowed) {
     }
     m_store.write("x");
     fs::create_symlink(m_store.path(), in("theirs"));
-    ASSERT_EQ(::lchown(in("theirs").c_str(), 65534, 65534), 0);
+    if (::lchown(in("theirs").c_str(), 65534, 65534) != 0) {
+        GTEST_SKIP() << "only root gives files away";
+    }
     EXPECT_EQ(fileBehindLinks(in("theirs")), in("theirs"));
     fs::create_symlink("theirs", in("ours"));
     EXPECT_EQ(fileBehindLinks(in("ours")), in("theirs"));

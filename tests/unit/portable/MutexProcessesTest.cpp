@@ -201,3 +201,34 @@ TEST_F(MutexOfProcesses, ManyThatMakeItAtOnceGetOneObject) {
         EXPECT_EQ(m_store.sharedObjects().size(), static_cast<std::size_t>(attempt + 1));
     }
 }
+
+// A fork waits for the making of mutexes to end, and lets it go on afterwards in both processes.
+TEST(MutexForks, BesideThreadsThatMakeMutexesLeaveAllOfThemUsable) {
+#if defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "the sanitizer knows no forks beside threads";
+#endif
+    const vqtest::TempStore store;
+    std::atomic<bool> isOver{false};
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < 3; ++thread) {
+        threads.emplace_back([&, thread] {
+            for (int i = 0; !isOver.load(); ++i) {
+                const std::string name = std::to_string(thread) + "-" + std::to_string(i % 500);
+                CPMutex mutex(1, 0, store.path() + name, 1, 1);
+                EXPECT_EQ(mutex.wait(1000, nullptr), CPMutex::eOwned);
+            }
+        });
+    }
+    for (int fork = 0; fork < 200; ++fork) {
+        ForkedChild child([&] {
+            ::alarm(30);
+            CPMutex mutex(1, 0, store.path() + "child" + std::to_string(fork), 1, 1);
+            return mutex.wait(1000, nullptr);
+        });
+        ASSERT_EQ(child.wait(), CPMutex::eOwned) << "fork " << fork;
+    }
+    isOver.store(true);
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+}

@@ -271,3 +271,40 @@ TEST_F(Mutex, TellsItsHolder) {
     EXPECT_EQ(mutex->release(), 0);
     EXPECT_EQ(mutex->holder().pid, 0);
 }
+
+TEST(Mutexes, OfAThreadMayBeLetGoOfInAnyOrder) {
+    const vqtest::TempStore store;
+    CPMutex first(1, 0, store.path() + "1", 1, 1);
+    CPMutex second(1, 0, store.path() + "2", 1, 1);
+    CPMutex third(1, 0, store.path() + "3", 1, 1);
+    std::thread([&] {
+        for (CPMutex* const each : {&first, &second, &third}) {
+            EXPECT_EQ(each->wait(0, nullptr), CPMutex::eOwned);
+        }
+        EXPECT_EQ(first.release(), 0);
+        EXPECT_EQ(second.release(), 0);
+        EXPECT_EQ(second.wait(0, nullptr), CPMutex::eOwned);
+    }).join();
+    for (CPMutex* const each : {&first, &second, &third}) {
+        EXPECT_EQ(each->wait(0, nullptr), CPMutex::eOwned) << "the end of the thread let go of it";
+    }
+}
+
+TEST(Mutexes, WhoDoesNotHoldOneWritesNothingIntoIt) {
+    const vqtest::TempStore store;
+    CPMutex mutex(1, 0, store.path(), 1, 1);
+    ASSERT_EQ(mutex.wait(0, nullptr), CPMutex::eOwned);
+    EXPECT_FALSE(mutex.isMarked());
+    mutex.setMark(true);
+    EXPECT_TRUE(mutex.isMarked());
+    ASSERT_EQ(mutex.release(), 0);
+    mutex.noteHolding();
+    mutex.setMark(false);
+    EXPECT_FALSE(mutex.putCounter({1, 2}));
+    EXPECT_FALSE(mutex.isMarked()) << "it cannot tell";
+    EXPECT_EQ(mutex.counter().number, 0u);
+    ASSERT_EQ(mutex.wait(0, nullptr), CPMutex::eOwned);
+    EXPECT_TRUE(mutex.isMarked());
+    EXPECT_EQ(mutex.counter().number, 0u);
+    EXPECT_EQ(mutex.holder().sinceSec, 0);
+}

@@ -89,6 +89,21 @@ TEST_F(SessionLock, IsEnteredByADump) {
     EXPECT_NE(testing::internal::GetCapturedStdout(), "");
 }
 
+TEST_F(SessionLock, IsKeptByAnUpdateUntilItsEnd) {
+    ASSERT_EQ(session.VQRegBeginUpdate(), REGLIB_OK);
+    ASSERT_EQ(session.VQRegBeginUpdate(), REGLIB_OK);
+    ASSERT_EQ(session.VQRegSetValue(root, "n", 1ul), REGLIB_OK);
+    const CallElsewhere elsewhere([&] { session.VQRegQueryValue(root, "n", type, data, &size); });
+    EXPECT_TRUE(elsewhere.waits());
+    ASSERT_EQ(session.VQRegSetValue(root, "n", 2ul), REGLIB_OK);
+    ASSERT_EQ(session.VQRegEndUpdate(), REGLIB_OK);
+    EXPECT_TRUE(elsewhere.waits()) << "an outer one goes on";
+    ASSERT_EQ(session.VQRegEndUpdate(), REGLIB_OK);
+    EXPECT_TRUE(elsewhere.returns());
+    EXPECT_EQ(data[0], 2) << "nothing of the update is seen before its end";
+    EXPECT_TRUE(vqtest::isFree(store.m_critSec));
+}
+
 TEST_F(SessionLock, IsNotNeededForHandlers) {
     Handler handler;
     store.m_critSec.enter(__LINE__);

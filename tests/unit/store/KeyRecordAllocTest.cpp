@@ -25,6 +25,18 @@ std::string thrownBy(Action&& action) {
     return "nothing";
 }
 
+// A record that tells when it goes.
+class CountedRecord : public CRegKeyImplFile {
+public:
+    CountedRecord(int references, int& destroyed) : m_destroyed(destroyed) {
+        m_lRefCount.store(references);
+    }
+    ~CountedRecord() override { ++m_destroyed; }
+
+private:
+    int& m_destroyed;
+};
+
 class NoCopies : public StoreTest {
 protected:
     std::unique_ptr<CRegLibImplFile> store = open();
@@ -81,6 +93,28 @@ TEST_F(NoCopies, AnIdThatIsNotGivenIsNotTold) {
               "RegLib.1972");
     EXPECT_EQ(id, 77u);
     store->m_handles.retirePending(&record);
+}
+
+TEST_F(NoCopies, ARecordOfTheTableAloneGoesWithTheRegistrationThatTakesItsId) {
+    int node = 0;
+    int destroyed = 0;
+    auto* const ofTheTable = new CountedRecord(-1, destroyed);
+    CountedRecord ofAHandle(0, destroyed);
+    const auto failToRegister = [&](CRegKeyImpl& record) {
+        const CopiesLeft none(0);
+        EXPECT_EQ(
+            thrownBy([&] { store->CRegLibImpl::setKeyInfo(&record, "[a]", "a", &node, nullptr); }),
+            "RegLib.1972");
+    };
+    failToRegister(*ofTheTable);
+    failToRegister(*ofTheTable);
+    EXPECT_EQ(destroyed, 0) << "it takes its own place";
+    failToRegister(ofAHandle);
+    EXPECT_EQ(destroyed, 1);
+    CRegKeyImplFile other;
+    store->CRegLibImpl::setKeyInfo(&other, "[a]", "a", &node, nullptr);
+    EXPECT_EQ(destroyed, 1) << "a handle still has it";
+    store->m_handles.retire(other.m_ulHandleId);
 }
 
 TEST_F(NoCopies, OpeningAKeyThrowsAndTheNextTimeWorks) {

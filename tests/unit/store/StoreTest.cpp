@@ -107,6 +107,17 @@ TEST_F(BaseStore, StartsWithNothing) {
     EXPECT_EQ(store.m_handles.size(), 0u);
 }
 
+TEST(StoreWithoutUpdates, RefusesThemAndHasNone) {
+    OddStore store;
+    EXPECT_EQ(store.VQRegBeginUpdate(), REGLIB_E_FAIL);
+    EXPECT_FALSE(store.isUpdating());
+    EXPECT_FALSE(store.isUpdatedElsewhere());
+    store.dropInheritedUpdate();
+    EXPECT_EQ(store.VQRegEndUpdate(), REGLIB_E_FAIL);
+    EXPECT_EQ(store.VQRegReload(), REGLIB_E_FAIL);
+    EXPECT_EQ(CRegLibImpl::m_openUpdates.load(), 0);
+}
+
 TEST_F(BaseStore, HasItsOperationsInTheFixedSlots) {
     using Store = CRegLibImpl;
     using Type = CRegLib::eDataType;

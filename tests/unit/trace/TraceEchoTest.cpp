@@ -115,6 +115,15 @@ TEST(Echo, RefusesWidthsThatAreNoLayout) {
     EXPECT_EQ(echoed("%99999d").size(), 99999u);
 }
 
+TEST(Echo, RefusesFormatsThatAreTooLong) {
+    const std::string flags(61, '0');
+    EXPECT_EQ(echoed(("%" + flags + "d").c_str()), "0") << "the longest";
+    for (const char* const rest : {"0", "00", "1", "12345", ".", ".5", "1.5"}) {
+        const std::string line = "%" + flags + rest + "d";
+        EXPECT_EQ(echoed(line.c_str()), line);
+    }
+}
+
 TEST(Echo, TakesEachConversionByItself) {
     EXPECT_EQ(echoed("%n %d %y %s %% %f%\n"), "%n 0 %y (null) % 0.000000%\n");
     EXPECT_EQ(echoed("%d%d%d%d%d%d%d%d%d%d\n"), "0000000000\n");

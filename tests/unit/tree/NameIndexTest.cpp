@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <map>
+#include <new>
 #include <random>
 #include <set>
 
@@ -112,4 +114,15 @@ TEST(NameIndex, TellsApartTheSameNameBelowManyParents) {
         hashes.insert(CNameIndex::hashOf(parent, name));
     }
     EXPECT_GT(hashes.size(), 990u);
+}
+
+TEST(NameIndex, HasNoRoomForMoreThanItsNumbersCanSay) {
+    CNameIndex index;
+    addTo(index, 7, 3);
+    for (const std::size_t more : {std::size_t{0xFFFFFFFF}, std::size_t{SIZE_MAX} / 2}) {
+        EXPECT_THROW(index.reserve(more), std::bad_alloc);
+    }
+    EXPECT_EQ(findIn(index, 7, 3), 3u);
+    addTo(index, 8, 4);
+    EXPECT_EQ(findIn(index, 8, 4), 4u);
 }

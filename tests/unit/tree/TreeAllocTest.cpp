@@ -217,6 +217,26 @@ TEST_F(TreeWithoutMemory, SetsValues) {
     }
 }
 
+// A set asks for a new text now and then, and does without when there is no memory for that.
+TEST_F(TreeWithoutMemory, SetsAThousandTimesWithoutRoomForANewText) {
+    for (long n = 0; n < 6; ++n) {
+        CTree tree;
+        prepare(tree, 1);
+        std::string line;
+        for (std::size_t round = 0; round < 1000; ++round) {
+            line = composeStringLine("v", std::string(2000 + round % 2, 'x'));
+            CKeyOrValue& value = at(tree, "a", "v");
+            const auto set = [&](CTree& of) { of.setValue(value, CRegLib::eString, line); };
+            if (failsAt(n, tree, set)) {
+                set(tree);
+            }
+            ASSERT_EQ(value.line(), line);
+        }
+        EXPECT_EQ(textOf(tree),
+                  "[a]\n" + line + "\n\"w\"=dword:2\n[a/k]\n\"v\"=string:3\n[a/k/l]\n[b]\n");
+    }
+}
+
 // Where the text cannot be kept up to date it is made anew later.
 TEST_F(TreeWithoutMemory, RemovesEvenWithoutAny) {
     for (long n = 0; n < 5; ++n) {

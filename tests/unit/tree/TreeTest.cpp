@@ -247,3 +247,13 @@ TEST_F(Tree, HasRootValuesBeforeAllKeysInItsText) {
     value(tree.root(), "v", "x");
     EXPECT_EQ(textOf(tree), "\"v\"=string:x\n[Top]\n");
 }
+
+// Sizes are kept in 32 bits. Nothing of such a line is looked at.
+TEST_F(Tree, RefusesLinesWhoseSizeItCannotKeep) {
+    if constexpr (sizeof(std::size_t) > 4) {
+        Node& v = value(key("a"), "v", "x");
+        const std::string_view endless(v.line().data(), std::size_t{0xFFFFFFFF});
+        EXPECT_THROW(tree.setValue(v, VQRegLib::CRegLib::eString, endless), std::length_error);
+        EXPECT_EQ(v.line(), "\"v\"=string:x");
+    }
+}

@@ -47,4 +47,11 @@ TEST_F(Watcher, CallsAHandlerNoMoreThatWasRemoved) {
     EXPECT_EQ(handler.calls(), 0);
 }
 
+TEST_F(Watcher, HasNoUseForNoHandler) {
+    watcher->setRegistryChangeHandler(nullptr);
+    watcher->clrRegistryChangeHandler(nullptr);
+    moveAndWake();
+    EXPECT_TRUE(handler.waitCalls(1));
+}
+
 }  // namespace

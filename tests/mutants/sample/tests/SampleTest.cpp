@@ -1,0 +1,14 @@
+#include "portable/Sample.h"
+
+#include <gtest/gtest.h>
+
+TEST(Sample, TellsWhatIsLarger) {
+    EXPECT_TRUE(isLarger(2, 1));
+    EXPECT_FALSE(isLarger(1, 1));
+    EXPECT_FALSE(isLarger(1, 2));
+}
+
+TEST(Sample, Counts) {
+    EXPECT_EQ(countUpTo(3), 3);
+    EXPECT_EQ(countUpTo(0), 0);
+}

@@ -1,0 +1,203 @@
+"""Runs the tests that can see a change, those of its own room first, until one of them fails.
+
+Tests that can do with one process do; the others have one each, as with ctest. Which is which, and how
+long each takes, is found out once on the unchanged copy. What takes much longer than there is taken for
+hanging, which is a failure too; whatever it has started ends with it.
+"""
+import concurrent.futures
+import contextlib
+import json
+import os
+import re
+import resource
+import signal
+import subprocess
+import tempfile
+import threading
+import time
+
+MARK = "VQREG_MUTANT"
+LONGEST_TOGETHER = 60
+LONG_FOR_OTHERS = 2
+TOO_LONG = 12  # for a test of one change: its time limit would be minutes
+OF_ONE_PROCESS = {"base", "text", "trace", "tree", "store"}
+ENDLESS_FILE = 1 << 30
+SKIPPED = 77
+LEFT_OUT = re.compile(r"^(documents|examples|unit_support|fuzz_.*)$")
+
+
+def room_of(file):
+    """portable/X.cpp: portable. RegLib/tree/X.cpp: tree."""
+    return file.split("/")[-2]
+
+
+def limit():
+    os.setsid()
+    os.nice(5)
+    resource.setrlimit(resource.RLIMIT_FSIZE, (ENDLESS_FILE, ENDLESS_FILE))
+    resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
+
+
+def end_marked(mark):
+    """What tests have started and left, by the mark in its environment."""
+    wanted = f"{MARK}={mark}".encode()
+    for name in filter(str.isdigit, os.listdir("/proc")):
+        try:
+            with open(f"/proc/{name}/environ", "rb") as file:
+                if wanted in file.read().split(b"\0"):
+                    os.kill(int(name), signal.SIGKILL)
+        except (OSError, ProcessLookupError):
+            pass
+
+
+class Trials:
+    def __init__(self, workshop, jobs, patience):
+        self.workshop, self.jobs, self.patience = workshop, jobs, patience
+        self.bin = workshop.build / "bin"
+        self.plan_file = workshop.place / "plan.json"
+        self.plan = {}
+        self.mark = f"{os.getpid()}"
+        self.stopped = threading.Event()
+
+    def command(self, program, tests):
+        return [str(self.bin / "private_root"), str(self.bin / program), "--gtest_fail_fast",
+                "--gtest_brief=1", f"--gtest_filter={':'.join(tests)}"]
+
+    def run(self, program, tests, seconds):
+        """None when all is well, otherwise which test failed. Asked to stop, it says that all is well."""
+        which = f"{program}.{tests[0] if len(tests) == 1 else '*'}"
+        with tempfile.TemporaryFile("w+", errors="replace") as output:
+            process = subprocess.Popen(
+                self.command(program, tests), stdout=output, stderr=output, stdin=subprocess.DEVNULL,
+                preexec_fn=limit, cwd=self.workshop.build / "tests", env={**os.environ, MARK: self.mark})
+            try:
+                if not self.ends(process, time.monotonic() + seconds):
+                    return None if self.stopped.is_set() else f"{which} (hangs)"
+            finally:
+                with contextlib.suppress(ProcessLookupError):
+                    os.killpg(process.pid, signal.SIGKILL)
+                process.wait()
+            if process.returncode in (0, SKIPPED):
+                return None
+            output.seek(0)
+            failed = re.search(r"^\[  FAILED  \] ([^ ,\n]+)", output.read(), re.MULTILINE)
+            return f"{program}.{failed.group(1)}" if failed else which
+
+    def ends(self, process, latest):
+        while time.monotonic() < latest and not self.stopped.is_set():
+            with contextlib.suppress(subprocess.TimeoutExpired):
+                process.wait(0.25)
+                return True
+        return False
+
+    # -- What the unchanged copy does.
+
+    def programs(self):
+        found = sorted(path.name for path in self.bin.iterdir() if path.name.startswith("unit_"))
+        found += [name for name in ("process", "tools") if (self.bin / name).exists()]
+        return [name for name in found if not LEFT_OUT.match(name)]
+
+    def tests_of(self, program):
+        text = subprocess.run([str(self.bin / "private_root"), str(self.bin / program), "--gtest_list_tests"],
+                              cwd=self.workshop.build / "tests", check=True, stdout=subprocess.PIPE, text=True).stdout
+        suite, tests = "", []
+        for line in text.splitlines():
+            if line.startswith("  "):
+                tests.append(suite + line.split("#")[0].strip())
+            elif line.strip():
+                suite = line.split("#")[0].strip()
+        return [test for test in tests if "DISABLED_" not in test]
+
+    def prepare(self):
+        if self.plan_file.exists():
+            self.plan = json.loads(self.plan_file.read_text())
+        self.plan = {name: self.planned(name) for name in self.programs()}
+        self.plan_file.write_text(json.dumps(self.plan, indent=1))
+
+    def planned(self, program):
+        tests = self.tests_of(program)
+        known = self.plan.get(program, {})
+        if set(known.get("tests", {})) | set(known.get("failing", [])) == set(tests):
+            return known
+        began = time.monotonic()
+        together = program.startswith("unit_") and self.run(program, tests, LONGEST_TOGETHER) is None
+        whole = time.monotonic() - began
+        if together:
+            return {"together": whole, "tests": dict.fromkeys(tests, 0.0), "failing": []}
+        alone = {} if "together" in known else known.get("tests", {})
+        seconds = {test: alone.get(test) for test in tests}
+
+        def measure(test):
+            if seconds[test] is None:
+                start = time.monotonic()
+                failed = self.run(program, [test], 300)
+                seconds[test] = None if failed else time.monotonic() - start
+
+        with concurrent.futures.ThreadPoolExecutor(self.jobs) as pool:
+            list(pool.map(measure, tests))
+        failing = [test for test in tests if seconds[test] is None]
+        if failing:
+            print(f"Left out, since they fail on the unchanged copy: {program}: {', '.join(failing)}", flush=True)
+        return {"tests": {test: seconds[test] for test in tests if test not in failing}, "failing": failing}
+
+    # -- What the tests say to a change.
+
+    def pieces(self, program):
+        """What of a program is run at once: the program, its tests, and how long that takes."""
+        plan = self.plan[program]
+        if "together" in plan:
+            return [(program, list(plan["tests"]), plan["together"])]
+        return [(program, [test], seconds) for test, seconds in plan["tests"].items() if seconds < TOO_LONG]
+
+    def groups(self, file, objects):
+        """The tests of the file's own room, then all others; in each the short ones first. Units of other
+        rooms that take long are left to their rooms."""
+        own = [name for name in self.plan if re.match(rf"unit_{room_of(file)}(_|$)", name)]
+        others = [name for name in self.plan if name not in own and self.can_see(name, file, objects)]
+        for programs in own, others:
+            pieces = [piece for name in programs for piece in self.pieces(name)
+                      if name in own or not name.startswith("unit_") or piece[2] < LONG_FOR_OTHERS]
+            yield programs, sorted(pieces, key=lambda piece: piece[2])
+
+    def can_see(self, program, file, objects):
+        """Tests with several processes look at what processes have in common, those of the command at what
+        the command contains; of the rest they see no more than others do."""
+        if program == "tools":
+            return bool(set(objects) & set(self.workshop.links.get("bin/vqreg", [])))
+        return program != "process" or room_of(file) not in OF_ONE_PROCESS
+
+    def verdict(self, file, objects):
+        """The test that fails, or None."""
+        for programs, pieces in self.groups(file, objects):
+            if not all(name.startswith("unit_") for name in programs):
+                self.workshop.link_libraries(objects)
+            for name in programs:
+                self.workshop.link(f"bin/{name}", objects)
+            if failed := self.first_failure(pieces):
+                return failed
+        return None
+
+    def confirmed(self, program, tests, seconds):
+        """A test that fails once, or takes long, may have been disturbed by others."""
+        latest = seconds * 8 + self.patience
+        failed = self.run(program, tests, latest)
+        if failed and not self.stopped.is_set():
+            failed = self.run(program, tests, latest) and failed
+        return failed
+
+    def first_failure(self, pieces):
+        failures = []
+
+        def attempt(piece):
+            if not self.stopped.is_set():
+                failed = self.confirmed(*piece)
+                if failed and not self.stopped.is_set():
+                    failures.append(failed)
+                    self.stopped.set()
+
+        self.stopped.clear()
+        with concurrent.futures.ThreadPoolExecutor(self.jobs) as pool:
+            list(pool.map(attempt, pieces))
+        self.stopped.clear()
+        end_marked(self.mark)
+        return failures[0] if failures else None
