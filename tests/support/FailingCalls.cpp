@@ -15,13 +15,12 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
-#include <utility>
 
 namespace vqtest {
 
 namespace {
 
-FailingCall* g_innermost = nullptr;
+std::atomic<FailingCall*> g_innermost{nullptr};  // threads of the library look, too
 
 struct Room {
     bool isKnown = false;
@@ -39,7 +38,7 @@ FailingCall::FailingCall(const char* function, int error, int skip, int times)
       m_error(error),
       m_skip(skip),
       m_times(times),
-      m_outer(std::exchange(g_innermost, this)) {}
+      m_outer(g_innermost.exchange(this)) {}
 
 FailingCall::~FailingCall() {
     g_innermost = m_outer;

@@ -74,7 +74,7 @@ TEST_F(AppendedFile, OfAnotherUserMustBeOpenToEverybodyAndStaysAsItIs) {
     if (::chown(pathOf("log").c_str(), 65534, 65534) != 0) {
         GTEST_SKIP() << "only root gives files away";
     }
-    for (const mode_t mode : {0644, 0600, 0626}) {
+    for (const mode_t mode : {0644u, 0600u, 0626u}) {
         ASSERT_EQ(::chmod(pathOf("log").c_str(), mode), 0);
         EXPECT_EQ(open("log"), nullptr) << mode;
     }
