@@ -3,6 +3,7 @@
 // everywhere, and not an older one than the last change that was acknowledged before.
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -59,8 +60,9 @@ void look(Run& run, const Cut& cut, const std::string& file, const Progress& pro
     run.add("acknowledged" + kind, acknowledged);
     run.add("damaged" + kind, changes < 0 ? 1 : 0);
     run.add("only_backup" + kind, isThere ? 0 : 1);
+    const std::int64_t kept = std::max<std::int64_t>(changes, 0);
     run.add("changes_lost" + kind,
-            changes < acknowledged ? acknowledged - (changes < 0 ? 0 : changes) : 0);
+            static_cast<double>(std::max<std::int64_t>(std::int64_t{acknowledged} - kept, 0)));
     require(changes <= std::int64_t{progress.begun}, "no text of the future: " + found);
     if (cut.isSynced) {
         require(isThere && changes >= std::int64_t{acknowledged}, "with VQREG_SYNC=1, " + found);
