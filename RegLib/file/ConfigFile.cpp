@@ -207,7 +207,7 @@ void CConfigFile::replaceInSteps(const char* temporary) const {
 }
 
 // Only what is known to be absent is replaced: where the disk fails at the look, nothing is known. The link
-// finds no backup, or that there is a file.
+// finds no backup, or that there is a file; where it is not possible, the rename finds the former.
 bool CConfigFile::recover() const {
     CFileOps& files = CFileOps::current();
     if (files.exists(path())) {
@@ -219,7 +219,7 @@ bool CConfigFile::recover() const {
     if (files.link(backup(), path()) == 0 || errno == ENOENT || errno == EEXIST) {
         return true;
     }
-    return files.rename(backup(), path()) == 0;
+    return files.rename(backup(), path()) == 0 || errno == ENOENT;
 }
 
 }  // namespace VQRegLib

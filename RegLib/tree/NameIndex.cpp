@@ -30,9 +30,13 @@ constexpr std::size_t capacityFor(std::size_t entries) {
 }  // namespace
 
 void CNameIndex::grow(std::size_t more) {
+    constexpr std::size_t kMost = std::min<std::size_t>(0xFFFFFFFF, SIZE_MAX / sizeof(CEntry));
+    if (more > kMost - m_size) {
+        throw std::bad_alloc();
+    }
     const std::size_t capacity =
         std::max({capacityFor(m_size + more), m_capacity + m_capacity / 4, kSmallest});
-    if (capacity > 0xFFFFFFFF || capacity > SIZE_MAX / sizeof(CEntry)) {
+    if (capacity > kMost) {
         throw std::bad_alloc();
     }
     CLargeMemory memory(capacity * sizeof(CEntry), CLargeMemory::eZeroes);

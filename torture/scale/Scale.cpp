@@ -10,7 +10,7 @@ namespace vqtorture {
 
 namespace {
 
-constexpr double kMostGrowth = 3;
+constexpr double kMostGrowth = 5;
 constexpr double kNanoseconds = 1e9;
 
 }  // namespace

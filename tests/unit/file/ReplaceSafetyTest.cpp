@@ -230,6 +230,28 @@ TEST_F(OpenReplaceSafety, AnOldTextThatCannotComeBackAtOnceIsBroughtBackByTheNex
     EXPECT_EQ(file.read(), kOneValue);
 }
 
+// The first text of a store: there is no old one to come back.
+TEST_F(OpenReplaceSafety, AFirstTextThatCannotComeDoesNotKeepTheStoreFromBeingMade) {
+    store.reset();
+    ASSERT_EQ(std::remove(file.path().c_str()), 0);
+    std::remove(file.backupPath().c_str());
+    {
+        NewTextsStayAside files;
+        files.refuseAll();
+        try {
+            open();
+        } catch (const VQException&) {
+            // whatever it says
+        }
+    }
+    FileOpsFake files;
+    files.fail(FileCall::eLink, EPERM);
+    files.fail(FileCall::eExchange, EINVAL);
+    const auto other = open();
+    EXPECT_EQ(setText(*other, *other->RootKey(), "a", "x"), REGLIB_OK);
+    EXPECT_EQ(file.read(), kOneValue);
+}
+
 TEST_F(OpenReplaceSafety, AFileThatCannotBeLookedForDoesNotMakePlaceForItsBackup) {
     setText(*store, root, "a", "w");
     setText(*store, root, "a", "x");
