@@ -88,7 +88,7 @@ CHECKS = [
     Check("fault.sequences", "file operations fail at random", quick=100, long=20_000, piece=1_000,
           sanitizers=("address",)),
     Check("fault.deaths", "the end of the process at every file operation", quick=1, long=4, piece=1),
-    Check("fault.calls", "every system call fails, once and for good", quick=2, long=112, piece=1),
+    Check("fault.calls", "every system call fails, once and for good", quick=1, long=112, piece=1),
     Check("fault.calls.disk", "the same with the store on the disk", quick=0, long=14, piece=1,
           on_disk=True),
     Check("memory.operations", "no memory in every operation", quick=1, long=8, piece=1,
