@@ -208,6 +208,7 @@ TEST(MutexForks, BesideThreadsThatMakeMutexesLeaveAllOfThemUsable) {
     GTEST_SKIP() << "the sanitizer knows no forks beside threads";
 #endif
     const vqtest::TempStore store;
+    CPMutex::registerForkHandlers();  // a fork does not wait for what makes them
     std::atomic<bool> isOver{false};
     std::vector<std::thread> threads;
     for (int thread = 0; thread < 3; ++thread) {
