@@ -91,23 +91,6 @@ Facts gather(const StoreOptions& options) {
     return facts;
 }
 
-std::string listOf(const std::vector<OpenIn>& processes) {
-    std::string list;
-    for (const OpenIn& process : processes) {
-        list += (list.empty() ? "" : ", ") + process.text();
-    }
-    return list;
-}
-
-std::string listOf(const Openers& openers) {
-    const std::string list = listOf(openers.processes);
-    const std::string hidden = openers.hiddenText("");
-    if (list.empty()) {
-        return hidden.empty() ? "no process in sight" : hidden;
-    }
-    return hidden.empty() ? list : list + " and " + hidden;
-}
-
 Json jsonOf(const std::vector<OpenIn>& processes) {
     Json json = Json::array();
     for (const OpenIn& process : processes) {
@@ -178,7 +161,7 @@ void printText(const Facts& facts) {
     line("values", std::to_string(facts.count.values));
     line("change stamp", facts.stamp ? std::to_string(*facts.stamp) : "none");
     line("lock", facts.holder ? "held by " + facts.holder->text() : "free");
-    line("open in", listOf(facts.openers));
+    line("open in", facts.openers.text());
     if (!facts.older.empty()) {
         line("older library", "in " + listOf(facts.older) + ": restart, or changes get lost");
     }

@@ -3,11 +3,10 @@
 
 #include <memory>
 
-#include "tools/vqreg/base/FileIdentity.h"
-#include "tools/vqreg/base/FileText.h"
 #include "tools/vqreg/commands/CommandTable.h"
 #include "tools/vqreg/store/ChangeSignals.h"
 #include "tools/vqreg/store/StoreFile.h"
+#include "tools/vqreg/store/StoreFollower.h"
 #include "tools/vqreg/store/StoreSession.h"
 #include "tools/vqreg/terminal/Listing.h"
 #include "tools/vqreg/terminal/Output.h"
@@ -28,50 +27,19 @@ struct WatchOptions {
     bool json = false;
 };
 
-// Reads the file itself: a session keeps in its memory what other processes delete.
-class StoreReader {
-public:
-    StoreReader(const StoreOptions& options, const Path& path)
-        : m_file(storeFile(options)), m_path(fullPath(options, path)) {}
-
-    // The key as it is now. None when there is nothing new, and while the file is malformed, which
-    // is said once. Where it is missing, it may be just being replaced: only if it still is at the
-    // next slow poll does that count as empty.
-    std::optional<Key> read(bool isSlowPoll) {
-        const std::optional<FileIdentity> identity = FileIdentity::of(m_file);
-        if (isSlowPoll && identity && identity == m_identity) {
-            return std::nullopt;
-        }
-        m_identity = identity;
-        std::optional<std::string> text = textOfFile(m_file);
-        if (!text && !(isSlowPoll && m_wasMissing)) {
-            m_wasMissing = true;
-            return std::nullopt;
-        }
-        m_wasMissing = !text;
-        if (!text) {
-            text = std::string();
-        }
-        if (m_text == text) {
-            return std::nullopt;
-        }
-        m_text = std::move(text);
-        const ConfigText parsed = parseConfigText(*m_text);
-        if (!parsed.isReadable()) {
-            printFindings(m_file, parsed.findings);
-            return std::nullopt;
-        }
-        const Key* const key = findKey(parsed.top, m_path);
-        return key ? *key : Key();
+// The key as it is now; none when there is nothing new, and while the file is malformed, which is said.
+std::optional<Key> readKey(StoreFollower& follower, bool isSlowPoll, const Path& path) {
+    const std::optional<ConfigText> parsed = follower.read(isSlowPoll);
+    if (!parsed) {
+        return std::nullopt;
     }
-
-private:
-    const std::string m_file;
-    const Path m_path;
-    std::optional<FileIdentity> m_identity;
-    std::optional<std::string> m_text;
-    bool m_wasMissing = false;
-};
+    if (!parsed->isReadable()) {
+        printFindings(follower.file(), parsed->findings);
+        return std::nullopt;
+    }
+    const Key* const key = findKey(parsed->top, path);
+    return key ? *key : Key();
+}
 
 void print(const std::vector<Change>& changes, const Context& context, bool json) {
     printChanges(changes, rootPath(context.store), json);
@@ -83,8 +51,9 @@ void runWatch(Context& context, const WatchOptions& options) {
     const Path path = session.tidied(splitPath(options.key));
     // First of all: what happens from here on is told or read.
     ChangeSignals signals(session.session(), storeFile(context.store));
-    StoreReader reader(context.store, path);
-    Key known = reader.read(false).value_or(Key());
+    StoreFollower follower(storeFile(context.store));
+    const Path whole = fullPath(context.store, path);
+    Key known = readKey(follower, false, whole).value_or(Key());
     if (!session.hasKey(path)) {
         note(nameOfKey(path) + " does not exist yet");
     }
@@ -96,7 +65,7 @@ void runWatch(Context& context, const WatchOptions& options) {
         if (news == ChangeSignals::eNews::eEnd) {
             return;
         }
-        std::optional<Key> now = reader.read(news == ChangeSignals::eNews::eNothing);
+        std::optional<Key> now = readKey(follower, news == ChangeSignals::eNews::eNothing, whole);
         if (now) {
             print(difference(known, *now, path), context, options.json);
             known = std::move(*now);

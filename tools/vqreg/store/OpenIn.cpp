@@ -93,6 +93,23 @@ std::string Openers::hiddenText(const std::string& what) const {
                        : fmt::format("{}{} {}{}", hidden == 1 ? "" : "up to ", hidden, what, why);
 }
 
+std::string listOf(const std::vector<OpenIn>& processes) {
+    std::string list;
+    for (const OpenIn& process : processes) {
+        list += (list.empty() ? "" : ", ") + process.text();
+    }
+    return list;
+}
+
+std::string Openers::text() const {
+    const std::string list = listOf(processes);
+    const std::string more = hiddenText("");
+    if (list.empty()) {
+        return more.empty() ? "no process in sight" : more;
+    }
+    return more.empty() ? list : list + " and " + more;
+}
+
 // A store's change stamp lies in a memory segment, mapped as long as the store is in memory, under
 // the number of the segment.
 Openers processesWith(const std::string& file) {

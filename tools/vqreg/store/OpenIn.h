@@ -18,12 +18,15 @@ struct OpenIn {
     std::string text() const;  // "27846 (heaterd)"
 };
 
+std::string listOf(const std::vector<OpenIn>& processes);  // with commas between
+
 struct Openers {
     std::vector<OpenIn> processes;
     // How often the store is in memory besides. A process may have it there several times.
     std::size_t hidden = 0;
 
     std::string hiddenText(const std::string& what) const;  // "up to 2 WHAT"; "" for none
+    std::string text() const;                               // all of them on a line
 };
 
 // The processes, except this one, that have the store of the file in memory, by their numbers.

@@ -1,15 +1,11 @@
 #include "tools/vqreg/store/Returning.h"
 
-#include <poll.h>
-#include <sys/inotify.h>
-
 #include <algorithm>
 #include <chrono>
-#include <filesystem>
 #include <iterator>
 
-#include "tools/vqreg/base/FileHandle.h"
 #include "tools/vqreg/base/FileText.h"
+#include "tools/vqreg/store/DirectoryEvents.h"
 #include "tools/vqreg/terminal/Output.h"
 #include "tools/vqreg/text/ConfigText.h"
 #include "tools/vqreg/text/Model.h"
@@ -33,30 +29,6 @@ bool isThere(const Key& top, const Change& change) {
     const Key* const key = findKey(top, change.path);
     return key && (change.isOfKey() || key->values.contains(folded(change.value().name)));
 }
-
-// Wakes with every change in the file's directory. Where the system has no handle for that, poll
-// takes no notice of it and the time alone counts.
-class DirectoryEvents {
-public:
-    explicit DirectoryEvents(const std::string& file)
-        : m_handle(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
-        const std::string directory = std::filesystem::path(file).parent_path().string();
-        ::inotify_add_watch(m_handle.get(), directory.c_str(),
-                            IN_MOVED_TO | IN_CLOSE_WRITE | IN_CREATE);
-    }
-
-    void wait(std::chrono::milliseconds limit) {
-        pollfd source = {m_handle.get(), POLLIN, 0};
-        if (::poll(&source, 1, static_cast<int>(limit.count())) > 0) {
-            char events[4096];
-            while (::read(m_handle.get(), events, sizeof events) > 0) {
-            }
-        }
-    }
-
-private:
-    const FileHandle m_handle;
-};
 
 }  // namespace
 
@@ -85,7 +57,7 @@ std::vector<Change> waitForReturn(const std::string& file, const Path& above,
     std::copy_if(changes.begin(), changes.end(), std::back_inserter(deleted),
                  [](const Change& change) { return change.kind == Change::eKind::eDeleted; });
     const auto end = Clock::now() + std::chrono::duration<double>(seconds);
-    DirectoryEvents events(file);
+    const DirectoryEvents events(file);
     for (;;) {
         const Key top = topOf(file);
         const Key* const base = findKey(top, above);

@@ -28,21 +28,9 @@ bool isHexNumber(const std::string& text) {
     return text.starts_with("0x") || text.starts_with("0X");
 }
 
-std::string parseBytes(const std::string& text) {
-    if (text == "@") {
-        throw CommandError(eExit::eUsage, "\"@\" needs the name of a file behind it");
-    }
-    if (text == "-" || text.starts_with('@')) {
-        return readInput(text == "-" ? text : text.substr(1));
-    }
-    auto bytes = parseHex(text);
-    if (!bytes) {
-        throw CommandError(eExit::eWrongKind,
-                           fmt::format("binary data must be pairs of hexadecimal digits, @FILE or "
-                                       "-: \"{}\"",
-                                       printable(text)));
-    }
-    return std::move(*bytes);
+CommandError notHex(const char* forms, const std::string& text) {
+    return {eExit::eWrongKind,
+            fmt::format("binary data must be {}: \"{}\"", forms, printable(text))};
 }
 
 }  // namespace
@@ -68,6 +56,20 @@ std::optional<std::string> parseHex(std::string_view text) {
 }
 
 void parseData(const std::string& text, Value& value) {
+    const bool isInput = value.type == CRegLib::eBinary && (text == "-" || text.starts_with('@'));
+    if (isInput && text == "@") {
+        throw CommandError(eExit::eUsage, "\"@\" needs the name of a file behind it");
+    }
+    if (isInput) {
+        value.bytes = readInput(text == "-" ? text : text.substr(1));
+    } else if (value.type == CRegLib::eBinary && !parseHex(text)) {
+        throw notHex("pairs of hexadecimal digits, @FILE or -", text);
+    } else {
+        parseTyped(text, value);
+    }
+}
+
+void parseTyped(const std::string& text, Value& value) {
     switch (value.type) {
         case CRegLib::eDword: {
             const auto number = parseNumber(text);
@@ -80,9 +82,14 @@ void parseData(const std::string& text, Value& value) {
             value.number = *number;
             break;
         }
-        case CRegLib::eBinary:
-            value.bytes = parseBytes(text);
+        case CRegLib::eBinary: {
+            auto bytes = parseHex(text);
+            if (!bytes) {
+                throw notHex("pairs of hexadecimal digits", text);
+            }
+            value.bytes = std::move(*bytes);
             break;
+        }
         default:
             value.bytes = text;
     }

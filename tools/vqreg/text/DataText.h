@@ -26,6 +26,8 @@ std::optional<std::string> parseHex(std::string_view text);
 // Puts the data into the value, whose type must be set. Binary data are hexadecimal digits, "@FILE"
 // or "-" for standard input. Throws eWrongKind for data that are not of the type.
 void parseData(const std::string& text, Value& value);
+// Likewise, where binary data are digits and nothing else.
+void parseTyped(const std::string& text, Value& value);
 
 // "string", "dword", "binary", "none"
 std::string_view typeName(VQRegLib::CRegLib::eDataType type);

@@ -1,0 +1,33 @@
+#include "tools/vqreg/base/Startup.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <clocale>
+#include <csignal>
+
+namespace vqreg {
+
+namespace {
+
+// A file that takes the place of a stream which was closed would be written to as if it were it.
+void fillClosedStreams() {
+    int fd = 0;
+    do {
+        fd = ::open("/dev/null", O_RDWR);
+    } while (fd >= 0 && fd <= STDERR_FILENO);
+    ::close(fd);
+}
+
+}  // namespace
+
+void prepareProcess() {
+    fillClosedStreams();
+    std::setlocale(LC_CTYPE, "");
+    // A closed pipe shall be a failure of write, which ends the command quietly.
+    std::signal(SIGPIPE, SIG_IGN);
+    // So shall a limit of file sizes, which leaves nothing half written then.
+    std::signal(SIGXFSZ, SIG_IGN);
+}
+
+}  // namespace vqreg
