@@ -1,4 +1,4 @@
-# Debian packages: the library, what programs are built with, and the command.
+# Debian packages: the library, what programs are built with, the command, and its screen.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME vqreglib)
 set(CPACK_PACKAGE_VENDOR "VQRegLib")
@@ -14,6 +14,9 @@ set(CPACK_COMPONENTS_GROUPING ONE_PER_GROUP)
 set(CPACK_COMPONENTS_ALL library development)
 if(TARGET vqreg)
     list(APPEND CPACK_COMPONENTS_ALL tools)
+endif()
+if(TARGET vqreg-browse)
+    list(APPEND CPACK_COMPONENTS_ALL browse)
 endif()
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
@@ -65,6 +68,18 @@ the VQRegLib library.
 This package contains the command, shell completions, its manual page and that
 of the configuration file.")
 
+set(CPACK_DEBIAN_BROWSE_PACKAGE_NAME vqreg-browse)
+set(CPACK_DEBIAN_BROWSE_PACKAGE_SECTION admin)
+# The command starts it, and both read a store in the same way.
+set(CPACK_DEBIAN_BROWSE_PACKAGE_DEPENDS "vqreg (= ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE}), \
+${library_package} (>= ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})")
+set(CPACK_COMPONENT_BROWSE_DESCRIPTION
+    "One configuration store for the processes of a machine, its screen
+Shows the stores of programs that use the VQRegLib library on a terminal,
+keys beside values, and changes them there.
+
+This package contains what the command vqreg starts as \"vqreg browse\".")
+
 # The date of the sources in seconds: that of the commit, or of the newest file in this directory
 # where there is no history, which archives of a commit keep.
 function(find_source_date seconds)
@@ -100,7 +115,7 @@ set(ENV{SOURCE_DATE_EPOCH} ${given_date})
 set(doc ${PROJECT_BINARY_DIR}/packaging)
 file(MAKE_DIRECTORY ${doc})
 file(WRITE ${doc}/source-date "${source_date}\n")  # for scripts/package
-foreach(component library development tools)
+foreach(component library development tools browse)
     string(TOUPPER ${component} upper)
     set(package ${CPACK_DEBIAN_${upper}_PACKAGE_NAME})
     configure_file(${PROJECT_SOURCE_DIR}/cmake/packaging/changelog.in ${doc}/${package}/changelog.Debian)

@@ -49,6 +49,14 @@ plant tools/vqreg/text/Words.cpp '#include "Path.h"' '"Path.h" does not name a r
 plant tools/vqreg/main.cpp '#include "tools/vqreg/Command.h"' \
     '"tools/vqreg/Command.h" does not name a room of the command'
 expect_all
+plant tools/vqreg/store/OpenIn.cpp '#include "tools/browse/Screen.h"' \
+    '"tools/browse/Screen.h" does not name a room of the command'
+plant tools/browse/Pane.h '#include "tools/vqreg/commands/Command.h"' \
+    'the screen uses its own files and the lower rooms of the command'
+plant tools/browse/Contents.cpp '#include <curses.h>' 'only the screen uses curses'
+expect_all
+plant tools/browse/Pane.h '#include "tools/browse/Contents.h"' 'These files of the screen include one another'
+expect_all
 plant tools/vqreg/text/Path.h '#include "tools/vqreg/text/Model.h"' 'include one another'
 expect_all
 plant tools/vqreg/store/LockInfo.cpp '#include "portable/Mutex.h"' 'what only looks in portable'
@@ -57,6 +65,6 @@ plant RegLib/text/LineFormat.cpp '#include "RegLib/tree/Tree.h"' \
     'RegLib/text must not include RegLib/tree/Tree.h'
 expect_all
 
-long=$(find "$project/tools/vqreg" -name '*.h' -o -name '*.cpp' | xargs wc -l |
+long=$(find "$project"/tools/{vqreg,browse} -name '*.h' -o -name '*.cpp' | xargs wc -l |
     awk '$2 != "total" && $1 > 250')
 [ -z "$long" ] || fail "files of more than 250 lines: $long"

@@ -28,6 +28,7 @@ struct TerminalStreams {
     bool out = true;
     bool err = true;
     unsigned short columns = 80;
+    unsigned short rows = 24;
 };
 
 /// How a program ended, what its terminal has shown from the beginning, with what was typed, and
@@ -57,7 +58,7 @@ public:
 
     TerminalProcess(const std::string& program, const std::vector<std::string>& arguments,
                     const Environment& environment = {}, const TerminalStreams& streams = {}) {
-        openTerminal(streams.columns);
+        openTerminal(streams.rows, streams.columns);
         const std::array<bool, 3> atTerminal = {streams.in, streams.out, streams.err};
         std::array<int, 3> childEnds = {m_terminal, m_terminal, m_terminal};
         for (std::size_t i = 0; i < 3; ++i) {
@@ -120,6 +121,34 @@ public:
         return between;
     }
 
+    /// What the terminal has been given up to now, and the wait for more. False when nobody has it any
+    /// more; throws when nothing comes for so long.
+    const std::string& shown() const { return m_result.screen; }
+    bool waitForMore(std::chrono::milliseconds limit = kDeadline) { return readSome(limit); }
+
+    /// How the terminal treats what is typed and shown.
+    termios modes() const {
+        termios modes{};
+        ::tcgetattr(m_keyboard, &modes);
+        return modes;
+    }
+
+    const termios& modesAtFirst() const { return m_modesAtFirst; }
+
+    /// As when a person makes the window larger or smaller.
+    void resize(unsigned short rows, unsigned short columns) const {
+        const winsize size{rows, columns, 0, 0};
+        ::ioctl(m_keyboard, TIOCSWINSZ, &size);
+    }
+
+    void signal(int number) const { ::kill(m_pid, number); }
+
+    /// As when a connection breaks.
+    void hangUp() {
+        closeOne(m_screen);
+        closeOne(m_keyboard);
+    }
+
     void type(const std::string& keys) const { writeAll(m_keyboard, keys); }
 
     /// Puts a text into a standard input that is a pipe.
@@ -162,7 +191,7 @@ private:
         return {ends[0], ends[1]};
     }
 
-    void openTerminal(unsigned short columns) {
+    void openTerminal(unsigned short rows, unsigned short columns) {
         m_keyboard = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
         char name[64];
         if (m_keyboard < 0 || ::grantpt(m_keyboard) != 0 || ::unlockpt(m_keyboard) != 0 ||
@@ -175,8 +204,9 @@ private:
         modes.c_oflag &= ~static_cast<tcflag_t>(ONLCR);
         modes.c_lflag |= NOFLSH;  // Ctrl-C takes away nothing that has been printed
         ::tcsetattr(m_terminal, TCSANOW, &modes);
+        ::tcgetattr(m_terminal, &m_modesAtFirst);
         m_screen = ::fcntl(m_keyboard, F_DUPFD_CLOEXEC, 0);
-        const winsize size{24, columns, 0, 0};
+        const winsize size{rows, columns, 0, 0};
         ::ioctl(m_terminal, TIOCSWINSZ, &size);
     }
 
@@ -199,10 +229,10 @@ private:
     }
 
     // False when nobody has the terminal or one of the pipes any more.
-    bool readSome() {
+    bool readSome(std::chrono::milliseconds limit = kDeadline) {
         std::array<pollfd, 3> streams = {pollfd{m_screen, POLLIN, 0}, pollfd{m_pipes[1], POLLIN, 0},
                                          pollfd{m_pipes[2], POLLIN, 0}};
-        if (::poll(streams.data(), streams.size(), static_cast<int>(kDeadline.count())) == 0) {
+        if (::poll(streams.data(), streams.size(), static_cast<int>(limit.count())) == 0) {
             throw std::runtime_error("the program is silent; the terminal shows:\n" +
                                      m_result.screen);
         }
@@ -254,6 +284,7 @@ private:
     int m_screen = -1;    // the same, until nobody has the terminal any more
     int m_terminal = -1;  // until the program has started
     std::array<int, 3> m_pipes = {-1, -1, -1};
+    termios m_modesAtFirst{};
     bool m_isReaped = false;
     std::size_t m_seen = 0;
     TerminalResult m_result;

@@ -43,6 +43,7 @@ void defineDiff(CLI::App& command, Context& context);
 void defineWatch(CLI::App& command, Context& context);
 void defineCheck(CLI::App& command, Context& context);
 void defineEdit(CLI::App& command, Context& context);
+void defineBrowse(CLI::App& command, Context& context);
 void defineNotify(CLI::App& command, Context& context);
 void defineInfo(CLI::App& command, Context& context);
 void defineRestore(CLI::App& command, Context& context);

@@ -30,7 +30,7 @@ _vqreg() {
     local cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD-1]}
     local words=("${COMP_WORDS[@]}") store=() arguments=() command='' at
     local commands='get set incr rm mkkey ls tree cp mv batch export import apply diff watch check
-                    edit notify info restore clean help'
+                    edit browse notify info restore clean help'
     COMPREPLY=()
     for ((at = 1; at < COMP_CWORD; ++at)); do
         case ${words[at]} in
@@ -83,8 +83,8 @@ _vqreg() {
     case $command:${#arguments[@]} in
         help:0) mapfile -t COMPREPLY < <(compgen -W "$commands" -- "$cur") ;;
         import:0 | apply:0 | check:0 | diff:[01]) _vqreg_files ;;
-        get:0 | set:0 | incr:0 | rm:0 | mkkey:0 | ls:0 | tree:0 | export:0 | watch:0 | edit:0 | cp:0 | \
-            mv:0)
+        get:0 | set:0 | incr:0 | rm:0 | mkkey:0 | ls:0 | tree:0 | export:0 | watch:0 | edit:0 | \
+            browse:0 | cp:0 | mv:0)
             _vqreg_offer < <(_vqreg_names keys "$plain") ;;
         get:1 | set:1 | incr:1 | rm:1)
             _vqreg_offer < <(_vqreg_names values "${arguments[0]}" "$plain") ;;

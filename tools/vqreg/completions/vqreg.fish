@@ -58,7 +58,7 @@ function __vqreg_values
 end
 
 set -l commands get set incr rm mkkey ls tree cp mv batch export import apply diff watch check \
-    edit notify info restore clean help
+    edit browse notify info restore clean help
 
 complete -c vqreg -f
 complete -c vqreg -n "test (count (__vqreg_words)) -eq 0" -a "$commands"
@@ -103,7 +103,7 @@ complete -c vqreg -n '__vqreg_in restore' -s n -l dry-run -d 'only show the diff
 complete -c vqreg -n '__vqreg_in clean' -s n -l dry-run -d 'only list them'
 
 complete -c vqreg -n '__vqreg_wants 1 help' -a "$commands"
-complete -c vqreg -n '__vqreg_wants 1 get set incr rm mkkey ls tree cp mv export watch edit' \
+complete -c vqreg -n '__vqreg_wants 1 get set incr rm mkkey ls tree cp mv export watch edit browse' \
     -a '(__vqreg_store keys)'
 complete -c vqreg -n '__vqreg_wants 2 get set incr rm' -a '(__vqreg_values 2)'
 complete -c vqreg -n '__vqreg_wants 2 cp mv' -a '(__vqreg_store keys) (__vqreg_values 2)'

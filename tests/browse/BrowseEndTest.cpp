@@ -1,0 +1,151 @@
+// However "vqreg browse" ends, the terminal is left as it was.
+#include <csignal>
+#include <filesystem>
+
+#include "browse/BrowseStore.h"
+
+using namespace vqtest::browse;
+using testing::HasSubstr;
+
+class BrowseEnd : public BrowseTest {
+protected:
+    void expectEndBy(int signal) const {
+        Browsing browse = start();
+        browse.expect("> Network");
+        EXPECT_TRUE(browse.screen().isAlternate());
+        EXPECT_EQ(0u, browse.process().modes().c_lflag & static_cast<tcflag_t>(ICANON | ECHO));
+        browse.process().signal(signal);
+        browse.expectEnd(-signal);
+    }
+
+    // What is said where there is no screen.
+    std::string refusal(const vqtest::Environment& more, int status = 3,
+                        const vqtest::TerminalStreams& streams = {}) const {
+        vqtest::Environment all = environment();
+        all.insert(all.end(), more.begin(), more.end());
+        vqtest::TerminalProcess process(VQREG_COMMAND_PATH, {"--file", file.path(), "browse"}, all,
+                                        streams);
+        const auto result = process.finish();
+        EXPECT_EQ(status, result.status);
+        return result.screen + result.err;
+    }
+};
+
+TEST_F(BrowseEnd, ByItsKeys) {
+    for (const char* const key : {"q", kF10}) {
+        Browsing browse = start();
+        browse.expect("> Network");
+        browse.type(key);
+        browse.expectEnd(0);
+    }
+}
+
+TEST_F(BrowseEnd, BySignals) {
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
+        expectEndBy(signal);
+    }
+}
+
+TEST_F(BrowseEnd, ByCtrlCAlsoInTheMiddleOfAnEdit) {
+    Browsing browse = start();
+    browse.type("\te5");
+    browse.expect("(dword): 805");
+    browse.type("\x03");
+    browse.expectEnd(-SIGINT);
+    EXPECT_EQ(kText, file.read());
+}
+
+TEST_F(BrowseEnd, ByFaultsOfItsOwn) {
+    for (const int signal : {SIGSEGV, SIGABRT, SIGBUS, SIGFPE, SIGILL}) {
+        expectEndBy(signal);
+    }
+}
+
+TEST_F(BrowseEnd, WithTheTerminal) {
+    Browsing browse = start();
+    browse.expect("> Network");
+    browse.process().hangUp();
+    EXPECT_EQ(-SIGHUP, vqtest::waitForProcess(browse.process().pid()));
+}
+
+TEST_F(BrowseEnd, LeavesNoWriterBehind) {
+    VQRegLib::CRegLib holder(file.path().c_str(), nullptr, VQRegLib::CRegLib::eLocationDefault,
+                             nullptr);
+    ASSERT_GE(holder.VQRegBeginUpdate(), 0);
+    Browsing browse = start();
+    browse.type("\te5\r");
+    browse.expect("waiting for the lock");
+    browse.process().signal(SIGTERM);
+    browse.expectEnd(-SIGTERM);
+    holder.VQRegEndUpdate();
+    EXPECT_EQ(kText, file.read());
+}
+
+// A shell with job control: only there can a process be stopped by its terminal.
+TEST_F(BrowseEnd, GivesTheTerminalBackWhileItIsStopped) {
+    const std::string script = std::string(VQREG_COMMAND_PATH) + " --file " + file.path() +
+                               " browse; stty -a | grep -o ' icanon'; echo STOPPED; read line; fg; "
+                               "echo ENDED $?";
+    vqtest::TerminalProcess shell("/bin/sh", {"-mc", script}, environment(), {.rows = 14});
+    const termios before = shell.modesAtFirst();
+    shell.expect("> Network");
+    shell.type("\x1a");
+    const std::string between = shell.expect("STOPPED");
+    EXPECT_THAT(between, HasSubstr("\x1b[?1049l"));
+    EXPECT_THAT(between, HasSubstr(" icanon"));
+    EXPECT_EQ(before.c_lflag, shell.modes().c_lflag);
+    shell.type("\n");
+    const std::string again = shell.expect("> Network");
+    EXPECT_THAT(again, HasSubstr("\x1b[?1049h"));
+    shell.expect("q:end");
+    shell.type("q");
+    shell.expect("ENDED 0");
+}
+
+TEST_F(BrowseEnd, IsDrawnAgainAfterAStopFromElsewhere) {
+    Browsing browse = start();
+    browse.expect("> Network");
+    browse.process().signal(SIGSTOP);
+    const std::size_t before = browse.bytesShown();
+    browse.process().signal(SIGCONT);
+    EXPECT_TRUE(browse.waitFor([&](const std::string&) {
+        return browse.process().shown().find("> Network", before) != std::string::npos;
+    }));
+}
+
+TEST_F(BrowseEnd, AtOnceWhereThereIsNoTerminal) {
+    const std::string message =
+        "vqreg: browse needs a terminal; standard input and output must be one\n";
+    EXPECT_EQ(message, refusal({}, 3, {.out = false}));
+    EXPECT_EQ(message, refusal({}, 3, {.in = false}));
+}
+
+TEST_F(BrowseEnd, AtOnceOnATerminalThatIsNoScreen) {
+    EXPECT_EQ(
+        "vqreg: the terminal type \"nonsense\" is not known here; set TERM to one that is, xterm "
+        "for "
+        "example\n",
+        refusal({{"TERM", "nonsense"}}));
+    EXPECT_EQ(
+        "vqreg: the terminal type \"dumb\" cannot move its cursor; vqreg tree and vqreg ls print "
+        "what "
+        "there is\n",
+        refusal({{"TERM", "dumb"}}));
+    EXPECT_EQ("vqreg: the terminal type is not known; set TERM to it, xterm for example\n",
+              refusal({{"TERM", ""}}));
+}
+
+TEST_F(BrowseEnd, AtOnceWithoutAStoreThatCanBeShown) {
+    file.write("[Velquist]\nnonsense\n");
+    EXPECT_THAT(refusal({}, 4), HasSubstr(file.path() + ":2:1"));
+    file.write("[Other]\n");
+    EXPECT_THAT(refusal({}, 1), HasSubstr("has no key [Velquist]"));
+    std::filesystem::remove(file.path());
+    EXPECT_THAT(refusal({}, 3), HasSubstr("the file does not exist"));
+    file.write(kText);
+    vqtest::TerminalProcess process(VQREG_COMMAND_PATH,
+                                    {"--file", file.path(), "browse", "No/Such"}, environment());
+    const auto result = process.finish();
+    EXPECT_EQ(1, result.status);
+    EXPECT_EQ("vqreg: the key \"No/Such\" does not exist\n", result.screen);
+}

@@ -1,0 +1,172 @@
+// What "vqreg browse" does when others change the store meanwhile.
+#include <filesystem>
+
+#include "browse/BrowseStore.h"
+
+using namespace vqtest::browse;
+using vqtest::prints;
+
+constexpr Size kWide{.rows = 14, .columns = 120};
+
+class BrowseOthers : public BrowseTest {};
+
+TEST_F(BrowseOthers, ShowsAndMarksTheirChangesAsTheyHappen) {
+    Browsing browse = start();
+    make({"set", "Network/Ports", "Ssh", "22"});
+    browse.expect("changed by others: + [Velquist/Network/Ports] \"Ssh\"=dword:00000016");
+    make({"set", "/", "Port", "81"});
+    browse.expect("~ Port           dword   81");
+    make({"mkkey", "Sound/Card"});
+    make({"set", "Sound", "Volume", "3"});
+    browse.expect("Velquist/Sound] \"Volume\"");
+    browse.expectScreen(R"(
+[Velquist]                                                              1 value
+~{v Velquist                    } │~ Port           dword   81
+~  > Network                    │
+~  > Sound                      │
+                                │
+                                │
+                                │
+                                │
+                                │
+                                │
+                                │
+{FILE | lock: free | open in: no process in sight}
+changed by others: + [Velquist/Sound] "Volume"=dword:00000003
+?:help  /:search  Enter:edit  a:add  K:key  r:rename  d:delete  u:undo  q:end
+)");
+    browse.type("c");
+    browse.expect("\n {v Velquist");
+    browse.expect("│  Port           dword   81");
+}
+
+TEST_F(BrowseOthers, MarksWhatIsNewAndWhatHasLostSomething) {
+    Browsing browse = start({"Network/Ports"}, kWide);
+    browse.expect("{      Ports");
+    make({"set", "Network/New", "a", "1"});
+    browse.expect("+      New");
+    make({"rm", "Network/Ports", "Http"});
+    browse.expect("changed by others: - [Velquist/Network/Ports] \"Http\"");
+    browse.expect("-{      Ports");
+    make({"rm", "-r", "Sound"});
+    browse.expectNot("   Sound");
+    browse.expect("\n-v Velquist");
+}
+
+TEST_F(BrowseOthers, DoesNotMarkItsOwnChanges) {
+    Browsing browse = start({"Network/Ports"}, kWide);
+    browse.type("\te1\r");
+    browse.expect("│  {Http                     dword   80801");
+    browse.expect("\n v Velquist");
+}
+
+TEST_F(BrowseOthers, StaysAtTheKeyAndTheValueWhereOneIs) {
+    Browsing browse = start({"Network/Ports"}, kWide);
+    browse.type("\t");
+    browse.expect("{Http");
+    make({"set", "Network/Ports", "Aaa", "1"});
+    make({"set", "Aaa", "x", "1"});
+    browse.expect("+    Aaa");
+    browse.expect("2 of 2 values");
+    browse.expect("{Http");
+    make({"rm", "-r", "Network/Ports"});
+    browse.expect("[Velquist/Network] ");
+}
+
+TEST_F(BrowseOthers, TellsThatTheEditedValueHasChanged) {
+    Browsing browse = start({"Network/Ports"}, kWide);
+    browse.type("\te1");
+    browse.expect("(dword): 80801");
+    make({"set", "Network/Ports", "Http", "81"});
+    browse.expect(
+        "changed meanwhile: the value \"Http\" of the key \"Network/Ports\" is dword \"81\" now");
+    browse.type("\r");
+    browse.expect("is dword \"81\" now; go on all the same? [y/N]");
+    EXPECT_EQ(prints("81\n"), run({"get", "Network/Ports", "Http"}));
+    browse.type("n");
+    browse.expect("nothing has been changed");
+    EXPECT_EQ(prints("81\n"), run({"get", "Network/Ports", "Http"}));
+    browse.type("e2");
+    browse.expect("(dword): 812");
+    make({"set", "Network/Ports", "Http", "82"});
+    browse.expect("is dword \"82\" now");
+    browse.type("\r");
+    browse.expect("[y/N]");
+    browse.type("y");
+    browse.expect("done: set");
+    EXPECT_EQ(prints("812\n"), run({"get", "Network/Ports", "Http"}));
+    browse.type("u");
+    browse.expect("undo: set");
+    EXPECT_EQ(prints("82\n"), run({"get", "Network/Ports", "Http"}));
+}
+
+TEST_F(BrowseOthers, DeletesNoMoreThanTheQuestionWasAbout) {
+    Browsing browse = start({"Network"}, kWide);
+    browse.type("d");
+    browse.expect("with 1 key and 3 values below it? [y/N]");
+    make({"set", "Network/Ports", "Ssh", "22"});
+    browse.expect("> Network");
+    browse.type("y");
+    browse.expect(
+        "the value \"Ssh\" of the key \"Network/Ports\" is there now; go on all the same? [y/N]");
+    browse.type("n");
+    browse.expect("nothing has been changed");
+    EXPECT_EQ(prints("22\n"), run({"get", "Network/Ports", "Ssh"}));
+}
+
+TEST_F(BrowseOthers, AsksBeforeItUndoesWhatTheyHaveChangedSince) {
+    Browsing browse = start({"Network/Ports"}, kWide);
+    browse.type("\te1\r");
+    browse.expect("done: set");
+    make({"set", "Network/Ports", "Http", "5"});
+    browse.expect("dword   5");
+    browse.type("u");
+    browse.expect(
+        "the value \"Http\" of the key \"Network/Ports\" is dword \"5\" now; go on all the same? "
+        "[y/N]");
+    browse.type("n");
+    browse.expect("nothing has been changed");
+    EXPECT_EQ(prints("5\n"), run({"get", "Network/Ports", "Http"}));
+    browse.type("u");
+    browse.expect("[y/N]");
+    browse.type("y");
+    browse.expect("dword   8080");
+    browse.type("u");
+    browse.expect("nothing to undo");
+}
+
+TEST_F(BrowseOthers, SaysWhenNothingIsLeftToUndo) {
+    Browsing browse = start({"Network/Ports"}, kWide);
+    browse.type("\te1\r");
+    browse.expect("done: set");
+    make({"set", "Network/Ports", "Http", "8080"});
+    browse.expect("dword   8080");
+    browse.type("u");
+    browse.expect("nothing is left to do");
+}
+
+TEST_F(BrowseOthers, LivesOnWithAMalformedOrMissingFile) {
+    Browsing browse = start();
+    browse.expect("> Network");
+    file.write("[Velquist]\nnonsense\n");
+    browse.expect("the file is malformed, line 2:");
+    browse.expect("> Network");
+    file.write("[Velquist]\n\"New\"=dword:00000001\n");
+    browse.expect("+ New");
+    std::filesystem::remove(file.path());
+    browse.expect("the file is missing");
+    file.write(kText);
+    browse.expect("> Network");
+}
+
+TEST_F(BrowseOthers, NeverHasTheStoreOpenItself) {
+    Browsing browse = start({"Network/Ports"}, kWide);
+    browse.type("\te1\r");
+    browse.expect("done: set");
+    make({"rm", "Network", "Host"});
+    browse.expect("changed by others: - [Velquist/Network] \"Host\"");
+    browse.type("e2\r");
+    browse.expect("808012");
+    EXPECT_EQ(1, run({"get", "Network", "Host"}).status);
+    EXPECT_THAT(run({"info"}).out, testing::HasSubstr("no process in sight"));
+}

@@ -1,0 +1,160 @@
+#include "tools/browse/Browser.h"
+
+#include <fmt/format.h>
+
+#include "tools/vqreg/base/ExitCode.h"
+
+namespace vqreg {
+
+namespace {
+
+constexpr std::size_t kMostPending = 1000;
+
+}  // namespace
+
+Browser::Browser(std::string rootName, Path rootPath)
+    : m_rootName(std::move(rootName)), m_rootPath(std::move(rootPath)) {}
+
+void Browser::show(const ConfigText& text, bool isMissing) {
+    if (const Finding* const fault = text.firstError()) {
+        m_message = fmt::format("the file is malformed, line {}: {}; this is how it was before",
+                                fault->line, fault->what);
+        return;
+    }
+    const Key* const found = findKey(text.top, m_rootPath);
+    Key root = found ? *found : Key();
+    root.name = m_rootPath.empty() ? "/" : m_rootPath.back();
+    static const std::vector<Change> kNone;
+    const std::vector<Change> others =
+        m_contents.replace(std::move(root), m_writing ? m_writing->edit.changes : kNone);
+    if (!m_isShown) {
+        m_isShown = true;
+        m_contents.clearMarks();
+    } else {
+        tellChanged(others);
+    }
+    if (isMissing) {
+        m_message = "the file is missing";
+    }
+}
+
+void Browser::tellChanged(const std::vector<Change>& others) {
+    if (others.empty()) {
+        return;
+    }
+    m_message = "changed by others: " + lineOf(others.front(), {m_contents.root().name});
+    if (others.size() > 1) {
+        m_message += fmt::format(" and {} more", others.size() - 1);
+    }
+    if (m_edited && m_dialog.isOpen()) {
+        const auto& [path, value] = *m_edited;
+        if (const auto stale = staleness(m_contents.root(), setValue(path, value, value))) {
+            m_message = "changed meanwhile: " + *stale;
+        }
+    }
+}
+
+void Browser::setHeight(std::size_t height) {
+    m_height = height > 0 ? height : 1;
+    m_contents.scroll(m_height);
+}
+
+void Browser::setOpeners(const std::string& openers) {
+    m_returning =
+        openers.empty() ? openers : " It comes back with the next change of " + openers + ".";
+}
+
+void Browser::type(const Keystroke& key) {
+    if (!isWriting() && !m_ordered) {
+        take(key);
+    } else if (key.key == eKey::eEscape) {
+        m_cancel = true;
+        m_pending.clear();
+    } else if (m_pending.size() < kMostPending) {
+        m_pending.push_back(key);
+    }
+}
+
+void Browser::take(const Keystroke& key) {
+    if (m_isHelpShown) {
+        m_isHelpShown = false;
+        return;
+    }
+    m_message.clear();
+    if (m_dialog.isOpen()) {
+        if (m_dialog.take(key)) {
+            m_message = "nothing has been changed";
+        }
+        if (!m_dialog.isOpen()) {
+            m_edited.reset();
+        }
+        m_contents.scroll(m_height);
+        return;
+    }
+    if (!takeMove(key) && !takeSide(key) && !takeEdit(key)) {
+        takeOther(key);
+    }
+    m_contents.scroll(m_height);
+}
+
+bool Browser::order(Work work) {
+    // What others have put in the place of something that is brought back is asked about.
+    const Key nothing;
+    const Key& root = work.isUndo ? nothing : m_contents.root();
+    if (const auto broken = refusal(m_rootName, root, work.edit)) {
+        m_message = *broken;
+        return false;
+    }
+    m_ordered = std::move(work);
+    return true;
+}
+
+std::optional<Edit> Browser::takeOrder() {
+    if (!m_ordered) {
+        return std::nullopt;
+    }
+    m_writing = std::move(m_ordered);
+    m_ordered.reset();
+    return m_writing->edit;
+}
+
+void Browser::takePending() {
+    while (!m_pending.empty() && !m_ordered) {
+        const Keystroke key = m_pending.front();
+        m_pending.pop_front();
+        take(key);
+    }
+}
+
+void Browser::tellEnd(int code, const std::string& message) {
+    Work work = std::move(*m_writing);
+    m_writing.reset();
+    // One that was given up may have been made just then.
+    const bool isMade =
+        code == 0 || (code < 0 && !staleness(m_contents.root(), undoing(work.edit)));
+    if (isMade) {
+        m_message = "done: " + work.edit.what;
+        work.isUndo ? m_done.pop_back() : m_done.push_back(std::move(work.edit));
+        takePending();
+        return;
+    }
+    m_pending.clear();  // they were typed for what has not come to be
+    m_message = code < 0 ? "given up; nothing has been changed" : message;
+    if (code != static_cast<int>(eExit::eNegative)) {
+        return;
+    }
+    const std::optional<Edit> again = work.again(m_contents.root());
+    if (!again) {
+        m_message += "; nothing is left to do";
+        if (work.isUndo) {
+            m_done.pop_back();
+        }
+        return;
+    }
+    m_dialog.askYes(message + "; go on all the same?", [this, work, again] {
+        order({*again, work.again, work.isUndo});
+    });
+    m_message.clear();
+}
+
+}  // namespace vqreg

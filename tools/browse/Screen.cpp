@@ -1,0 +1,226 @@
+#include "tools/browse/Screen.h"
+
+#define NCURSES_NOMACROS  // which have the names of everybody's functions
+#include <curses.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <string>
+
+#include "tools/browse/LastResort.h"
+#include "tools/browse/TerminalType.h"
+#include "tools/vqreg/base/ExitCode.h"
+
+namespace vqreg {
+
+namespace {
+
+constexpr int kEscapeDelay =
+    100;  // milliseconds in which the rest of a key's letters come over a network
+
+enum : short { ePairKey = 1, ePairType, ePairNew, ePairChanged, ePairLost };
+
+void startColors() {
+    ::start_color();
+    ::use_default_colors();
+    ::init_pair(ePairKey, COLOR_BLUE, -1);
+    ::init_pair(ePairType, COLOR_CYAN, -1);
+    ::init_pair(ePairNew, COLOR_GREEN, -1);
+    ::init_pair(ePairChanged, COLOR_YELLOW, -1);
+    ::init_pair(ePairLost, COLOR_RED, -1);
+}
+
+struct Style {
+    attr_t attributes = A_NORMAL;
+    short pair = 0;
+};
+
+Style styleOf(eLook look) {
+    switch (look) {
+        case eLook::eTitle:
+            return {A_BOLD, 0};
+        case eLook::eKey:
+            return {A_BOLD, ePairKey};
+        case eLook::eType:
+            return {A_NORMAL, ePairType};
+        case eLook::eChosen:
+        case eLook::eStatus:
+            return {A_REVERSE, 0};
+        case eLook::eElsewhere:
+            return {A_UNDERLINE, 0};
+        case eLook::eMarkNew:
+            return {A_BOLD, ePairNew};
+        case eLook::eMarkChanged:
+            return {A_BOLD, ePairChanged};
+        case eLook::eMarkLost:
+            return {A_BOLD, ePairLost};
+        case eLook::eMessage:
+            return {A_BOLD, 0};
+        case eLook::ePlain:
+            break;
+    }
+    return {};
+}
+
+Keystroke specialKey(wint_t code) {
+    if (code > KEY_F0 && code <= KEY_F(63)) {
+        return {eKey::eFunction, 0, static_cast<int>(code - KEY_F0)};
+    }
+    switch (code) {
+        case KEY_UP:
+            return {eKey::eUp};
+        case KEY_DOWN:
+            return {eKey::eDown};
+        case KEY_LEFT:
+            return {eKey::eLeft};
+        case KEY_RIGHT:
+            return {eKey::eRight};
+        case KEY_PPAGE:
+            return {eKey::ePageUp};
+        case KEY_NPAGE:
+            return {eKey::ePageDown};
+        case KEY_HOME:
+            return {eKey::eHome};
+        case KEY_END:
+            return {eKey::eEnd};
+        case KEY_ENTER:
+            return {eKey::eEnter};
+        case KEY_BACKSPACE:
+            return {eKey::eBackspace};
+        case KEY_DC:
+            return {eKey::eDelete};
+        default:
+            return {};
+    }
+}
+
+Keystroke textKey(wint_t code) {
+    switch (code) {
+        case L'\r':
+        case L'\n':
+            return {eKey::eEnter};
+        case L'\t':
+            return {eKey::eTab};
+        case 0x1B:
+            return {eKey::eEscape};
+        case 0x08:
+        case 0x7F:
+            return {eKey::eBackspace};
+        default:
+            return {eKey::eText, static_cast<wchar_t>(code)};
+    }
+}
+
+// What terminals send that do not take their orders about the keys of the cursor.
+void defineKeys() {
+    struct Sequence {
+        const char* text;
+        int code;
+    };
+    for (const Sequence& each : {Sequence{"\x1b[A", KEY_UP}, Sequence{"\x1b[B", KEY_DOWN},
+                                 Sequence{"\x1b[C", KEY_RIGHT}, Sequence{"\x1b[D", KEY_LEFT},
+                                 Sequence{"\x1b[H", KEY_HOME}, Sequence{"\x1b[F", KEY_END}}) {
+        ::define_key(each.text, each.code);
+    }
+}
+
+SCREEN* g_screen = nullptr;
+
+}  // namespace
+
+Screen::Screen(bool isColored) {
+    checkTerminal();
+    rememberTerminal();
+    g_screen = ::newterm(nullptr, stdout, stdin);
+    if (!g_screen) {
+        throw unavailable("the terminal cannot be used as a screen");
+    }
+    ::set_escdelay(kEscapeDelay);
+    ::cbreak();
+    ::noecho();
+    ::nonl();
+    ::keypad(stdscr, TRUE);
+    defineKeys();
+    ::nodelay(stdscr, TRUE);
+    ::intrflush(stdscr, FALSE);
+    if (isColored && ::has_colors()) {
+        startColors();
+    }
+    ::curs_set(0);
+}
+
+Screen::~Screen() {
+    ::endwin();
+    forgetTerminal();
+    ::delscreen(g_screen);
+    g_screen = nullptr;
+}
+
+int Screen::rows() const {
+    return LINES;
+}
+
+int Screen::columns() const {
+    return COLS;
+}
+
+void Screen::begin() {
+    ::erase();
+    m_hasCursor = false;
+}
+
+void Screen::put(int row, int column, const std::wstring& text, eLook look) {
+    const Style style = styleOf(look);
+    ::attr_set(style.attributes, style.pair, nullptr);
+    ::mvaddwstr(row, column, text.c_str());
+    ::attr_set(A_NORMAL, 0, nullptr);
+}
+
+void Screen::setCursor(int row, int column) {
+    m_hasCursor = true;
+    ::move(row, column);
+}
+
+void Screen::finish() {
+    ::curs_set(m_hasCursor ? 1 : 0);
+    ::refresh();
+}
+
+std::optional<Keystroke> Screen::read() {
+    wint_t code = 0;
+    const int kind = ::get_wch(&code);
+    if (kind == ERR) {
+        return std::nullopt;
+    }
+    return kind == KEY_CODE_YES ? specialKey(code) : textKey(code);
+}
+
+void Screen::resize() {
+    winsize size{};
+    if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_row > 0 && size.ws_col > 0) {
+        ::resizeterm(size.ws_row, size.ws_col);
+    }
+}
+
+void Screen::redraw() {
+    ::clearok(stdscr, TRUE);
+}
+
+// The signal is blocked while the screen lives, and stops the process only where a shell can let it go
+// on.
+void Screen::suspend() {
+    ::endwin();
+    std::signal(SIGTSTP, SIG_DFL);
+    sigset_t stop;
+    sigemptyset(&stop);
+    sigaddset(&stop, SIGTSTP);
+    std::raise(SIGTSTP);
+    sigprocmask(SIG_UNBLOCK, &stop, nullptr);  // here it stops
+    sigprocmask(SIG_BLOCK, &stop, nullptr);
+    resize();
+    redraw();
+}
+
+}  // namespace vqreg

@@ -1,0 +1,59 @@
+// The terminal as a screen. Whatever way the process ends, but for SIGKILL, the terminal is left as it
+// was.
+#ifndef TOOLS_BROWSE_SCREEN_H
+#define TOOLS_BROWSE_SCREEN_H
+
+#include <optional>
+#include <string>
+
+#include "tools/browse/Keystroke.h"
+
+namespace vqreg {
+
+enum class eLook {
+    ePlain,
+    eTitle,
+    eKey,
+    eType,
+    eChosen,
+    eElsewhere,
+    eMarkNew,
+    eMarkChanged,
+    eMarkLost,
+    eStatus,
+    eMessage
+};
+
+// One at a time.
+class Screen {
+public:
+    // Throws CommandError where standard input and output are no terminal, or one that cannot move its
+    // cursor.
+    explicit Screen(bool isColored);
+    ~Screen();
+    Screen(const Screen&) = delete;
+    Screen& operator=(const Screen&) = delete;
+
+    int rows() const;
+    int columns() const;
+
+    // A picture is drawn from the beginning each time; what differs from the last one is written.
+    void begin();
+    void put(int row, int column, const std::wstring& text, eLook look = eLook::ePlain);
+    void setCursor(int row, int column);  // seen only where it is set
+    void finish();
+
+    // The next key that was typed; none when there is no more.
+    std::optional<Keystroke> read();
+
+    void resize();   // to the terminal's size
+    void redraw();   // with everything, at the next picture
+    void suspend();  // gives the terminal back, stops, and takes it again when it goes on
+
+private:
+    bool m_hasCursor = false;
+};
+
+}  // namespace vqreg
+
+#endif  // TOOLS_BROWSE_SCREEN_H

@@ -1,0 +1,31 @@
+#include "tools/browse/Status.h"
+
+#include <fmt/format.h>
+
+#include "tools/vqreg/store/LockInfo.h"
+#include "tools/vqreg/store/OpenIn.h"
+
+namespace vqreg {
+
+namespace {
+
+constexpr int kShare = 20;  // the looking takes one of so many parts of the time at most
+
+}  // namespace
+
+void Status::refresh(bool isWanted) {
+    const Clock::time_point now = Clock::now();
+    if (isWanted || now >= m_nextLook) {
+        const Openers openers = processesWith(m_file);
+        const bool hasAny = !openers.processes.empty() || openers.hidden > 0;
+        m_allOpeners = openers.text();
+        m_openers = hasAny ? m_allOpeners : std::string();
+        const Clock::time_point end = Clock::now();
+        m_nextLook = end + kShare * (end - now);
+    }
+    const auto holder = lockHolder(m_file);
+    m_text = fmt::format(" | lock: {} | open in: {}", holder ? "held by " + holder->text() : "free",
+                         m_allOpeners);
+}
+
+}  // namespace vqreg

@@ -1,0 +1,13 @@
+// Whether standard input and output are a terminal that can show a screen.
+#ifndef TOOLS_BROWSE_TERMINALTYPE_H
+#define TOOLS_BROWSE_TERMINALTYPE_H
+
+namespace vqreg {
+
+// Throws CommandError where they are none, or one that cannot move its cursor. Reads the description of
+// the terminal, and writes nothing to it.
+void checkTerminal();
+
+}  // namespace vqreg
+
+#endif  // TOOLS_BROWSE_TERMINALTYPE_H
