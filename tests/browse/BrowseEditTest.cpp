@@ -1,6 +1,7 @@
 // What "vqreg browse" changes in a store.
 #include "browse/BrowseStore.h"
 #include "support/Handlers.h"
+#include "support/ReadOnlyDirectory.h"
 
 using namespace vqtest::browse;
 using vqtest::prints;
@@ -270,4 +271,16 @@ TEST_F(BrowseEdit, TellsOthersUnlessItIsNotTo) {
     browse.expect("done: set");
     EXPECT_TRUE(handler.waitCalls(1));
     session.ClrRegistryChangeHandler(&handler);
+}
+
+TEST_F(BrowseEdit, ShowsAStoreThatCannotBeWrittenAndSaysSo) {
+    const vqtest::ReadOnlyDirectory directory(file.directory() + "/fixed", kText.c_str());
+    Browsing browse(directory.file(), {"--file", directory.file(), "browse", "Network/Ports"},
+                    environment(), {.rows = 14, .columns = 160});
+    browse.expect("Http");
+    browse.type("\te1\r");
+    browse.expect("fixed is on a read-only file system");
+    browse.expect("dword   8080");
+    browse.type("q");
+    browse.expectEnd(0);
 }

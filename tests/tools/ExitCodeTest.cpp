@@ -1,6 +1,5 @@
 // Each exit code of vqreg, and the words that go with it.
 #include <VQRegLib.h>
-#include <sys/mount.h>
 #include <sys/stat.h>
 
 #include <filesystem>
@@ -8,12 +7,14 @@
 #include <regex>
 
 #include "support/OtherUser.h"
+#include "support/ReadOnlyDirectory.h"
 #include "tools/TerminalProcess.h"
 #include "tools/VqregStore.h"
 
 using vqtest::Arguments;
 using vqtest::fails;
 using vqtest::prints;
+using vqtest::ReadOnlyDirectory;
 
 class ExitCode : public vqtest::VqregStore {
 protected:
@@ -23,34 +24,6 @@ protected:
 };
 
 namespace {
-
-// A directory that nobody may write, root included.
-class ReadOnlyDirectory {
-public:
-    explicit ReadOnlyDirectory(std::string path, const char* text = nullptr)
-        : m_path(std::move(path)) {
-        std::filesystem::create_directory(m_path);
-        mountOrThrow(0);
-        if (text) {
-            std::ofstream(file()) << text;
-        }
-        mountOrThrow(MS_REMOUNT | MS_RDONLY);
-    }
-    ~ReadOnlyDirectory() { ::umount2(m_path.c_str(), MNT_DETACH); }
-    ReadOnlyDirectory(const ReadOnlyDirectory&) = delete;
-    ReadOnlyDirectory& operator=(const ReadOnlyDirectory&) = delete;
-
-    std::string file() const { return m_path + "/store.cfg"; }
-
-private:
-    void mountOrThrow(unsigned long flags) const {
-        if (::mount("tmpfs", m_path.c_str(), "tmpfs", flags, "size=64k") != 0) {
-            throw std::system_error(errno, std::generic_category(), "mount " + m_path);
-        }
-    }
-
-    const std::string m_path;
-};
 
 // A process that keeps the lock of a store until the object goes.
 class LockHolder {

@@ -16,6 +16,7 @@ namespace vqreg {
 namespace {
 
 constexpr auto kSlowPoll = std::chrono::seconds(1);
+constexpr int kLastWords = 100;  // milliseconds
 constexpr int kShare = 4;  // reading takes one of so many parts of the time at most
 
 // The store as it must be to be shown at all.
@@ -158,7 +159,13 @@ void Loop::takeWriter() {
     if (!m_writer.isBusy()) {
         return;
     }
-    const auto code = m_writer.take();
+    auto code = m_writer.take();
+    if (!code && !m_writer.message().empty()) {
+        // Its last words come just before its end: what is typed because of them is not for the wait.
+        pollfd more{m_writer.fd(), POLLIN, 0};
+        ::poll(&more, 1, kLastWords);
+        code = m_writer.take();
+    }
     if (!code) {
         if (!m_writer.message().empty()) {
             m_browser.tellWaiting(m_writer.message());
