@@ -78,7 +78,7 @@ set(CPACK_COMPONENT_BROWSE_DESCRIPTION
 Shows the stores of programs that use the VQRegLib library on a terminal,
 keys beside values, and changes them there.
 
-This package contains what the command vqreg starts as \"vqreg browse\".")
+This package contains the program that the command starts for vqreg browse.")
 
 # The date of the sources in seconds: that of the commit, or of the newest file in this directory
 # where there is no history, which archives of a commit keep.

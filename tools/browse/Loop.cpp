@@ -17,7 +17,7 @@ namespace {
 
 constexpr auto kSlowPoll = std::chrono::seconds(1);
 constexpr int kLastWords = 100;  // milliseconds
-constexpr int kShare = 4;  // reading takes one of so many parts of the time at most
+constexpr int kShare = 4;        // reading takes one of so many parts of the time at most
 
 // The store as it must be to be shown at all.
 void checkStore(const StoreOptions& options, const std::string& key) {
