@@ -14,7 +14,7 @@ TEST_F(BrowseHostile, ShowsWhatWouldMoveTheCursorAsCodes) {
         "x\xc3\n"
         "\"d\"=string:\xc2\x9b"
         "31m\n"
-        "\"e\"=string:\xe2\x80\xae"
+        "\"e\"=string:a\xe2\x80\xae"
         "txt.exe\n"
         "[Velquist/\x1b[31mred]\n");
     Browsing browse = start();
@@ -24,7 +24,7 @@ TEST_F(BrowseHostile, ShowsWhatWouldMoveTheCursorAsCodes) {
      \x1B[31mred                │  b\x09c         string  \x7F
                                 │  c              string  \xFF\xFEx\xC3
                                 │  d              string  \xC2\x9B31m
-                                │  e              string  \xE2\x80\xAEtxt.exe
+                                │  e              string  a\xE2\x80\xAEtxt.exe
                                 │
                                 │
                                 │
