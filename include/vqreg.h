@@ -35,6 +35,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
+/** Marks what the shared library exports. */
 #if defined(__GNUC__)
 #define VQREG_EXPORT __attribute__((visibility("default")))
 #else
