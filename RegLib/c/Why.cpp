@@ -2,9 +2,13 @@
 #include <cstring>
 #include <string>
 
+#include "RegLib/c/CStore.h"
 #include "RegLib/c/FileTree.h"
 #include "RegLib/c/Guarded.h"
 #include "RegLib/file/StoreFile.h"
+#include "RegLib/text/KeyPath.h"
+#include "RegLib/text/LineFormat.h"
+#include "RegLib/text/Storable.h"
 #include "RegLib/text/TextFault.h"
 #include "portable/FilePlace.h"
 
@@ -55,6 +59,47 @@ std::string whyNot(const char* name) {
     return place.empty() ? textFault(file) : place;
 }
 
+std::string badCharacter(const char* what, const std::optional<CBadCharacter>& found) {
+    return found ? std::string(what) + " must not hold " + found->name + ": byte " +
+                       std::to_string(found->at + 1)
+                 : std::string();
+}
+
+std::string lineTooLong(std::size_t size) {
+    return "its line would take " + std::to_string(size) + " bytes, and may take " +
+           std::to_string(kLongestLine);
+}
+
+std::string pathFault(const CStoreOfC& store, std::string_view path) {
+    if (path.empty()) {
+        return {};
+    }
+    CKeyPath names(path);
+    for (std::string_view name; names.next(name);) {
+        if (badKeyName(name) != eBadKeyName::eNone) {
+            return name.empty() ? "a key name must not be empty" : "a key must not be named <root>";
+        }
+        if (const auto bad = badCharacterInKeyName(name)) {
+            return badCharacter("a key name", bad);
+        }
+    }
+    const std::size_t size = store.rootPath().size() + 3 + path.size();  // brackets and a slash
+    return size <= kLongestLine ? std::string() : lineTooLong(size);
+}
+
+std::string valueFault(std::string_view name, CRegLib::eDataType type, std::string_view data) {
+    if (const auto bad = badCharacterInValueName(name)) {
+        return badCharacter("a value name", bad);
+    }
+    const auto bad =
+        type == CRegLib::eString ? badCharacterInText(data) : std::optional<CBadCharacter>();
+    if (bad) {
+        return badCharacter("a text", bad);
+    }
+    const std::size_t size = valueLineSize(name.size(), type, data.size());
+    return size <= kLongestLine ? std::string() : lineTooLong(size);
+}
+
 struct CSentence {
     int code;
     const char* text;
@@ -100,16 +145,42 @@ const char* vqreg_strerror(int result) {
     return "an unknown result";
 }
 
-size_t vqreg_why(const char* file, char* text, size_t size) {
-    std::string why;
+namespace {
+
+// Makes a sentence and gives what fits of it.
+template <typename Sentence>
+size_t tell(char* text, size_t size, Sentence&& sentence) {
+    std::string whole;
     (void)guardedForC([&] {
-        why = whyNot(file);
+        whole = sentence();
         return VQREG_OK;
     });
     if (text && size > 0) {
-        const std::size_t fitting = why.size() < size ? why.size() : size - 1;
-        std::memcpy(text, why.data(), fitting);
+        const std::size_t fitting = whole.size() < size ? whole.size() : size - 1;
+        std::memcpy(text, whole.data(), fitting);
         text[fitting] = '\0';
     }
-    return why.size();
+    return whole.size();
+}
+
+}  // namespace
+
+size_t vqreg_why(const char* file, char* text, size_t size) {
+    return tell(text, size, [&] { return whyNot(file); });
+}
+
+size_t vqreg_why_not_storable(const vqreg_store* store, const char* path, const char* name,
+                              vqreg_type type, const void* data, size_t size, char* text,
+                              size_t room) {
+    return tell(text, room, [&]() -> std::string {
+        if (!store || (!data && size > 0)) {
+            return "an argument is missing";
+        }
+        const std::string fault = pathFault(*store->m_store, CStoreOfC::pathOf(path));
+        if (!fault.empty() || !name) {
+            return fault;
+        }
+        return valueFault(name, static_cast<CRegLib::eDataType>(type),
+                          {static_cast<const char*>(data), size});
+    });
 }
