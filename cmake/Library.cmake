@@ -73,7 +73,7 @@ install(TARGETS VQRegLib EXPORT VQRegLibTargets
         NAMELINK_COMPONENT development)
 install(EXPORT VQRegLibTargets NAMESPACE VQRegLib::
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/VQRegLib COMPONENT development)
-install(FILES ${PROJECT_SOURCE_DIR}/include/VQRegLib.h
+install(FILES ${PROJECT_SOURCE_DIR}/include/VQRegLib.h ${PROJECT_SOURCE_DIR}/include/vqreg.h
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
 install(FILES ${PROJECT_BINARY_DIR}/VQRegLibConfig.cmake
               ${PROJECT_BINARY_DIR}/VQRegLibConfigVersion.cmake
@@ -86,4 +86,4 @@ install(FILES ${PROJECT_SOURCE_DIR}/docs/user-guide.md ${PROJECT_SOURCE_DIR}/doc
               ${PROJECT_SOURCE_DIR}/docs/tracing.md
         DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples DESTINATION ${CMAKE_INSTALL_DOCDIR}
-        COMPONENT development FILES_MATCHING PATTERN *.cpp PATTERN *.h)
+        COMPONENT development FILES_MATCHING PATTERN *.cpp PATTERN *.c PATTERN *.h)

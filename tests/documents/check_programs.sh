@@ -48,6 +48,10 @@ readme() {
 }
 
 guide() {
+    blocks "$project/docs/user-guide.md" c
+    for piece in "$work"/c.*; do
+        gcc -std=c99 -Wall -Wextra -Wpedantic -Werror -I"$project/include" -fsyntax-only -x c "$piece"
+    done
     blocks "$project/docs/user-guide.md" "cpp prelude"
     blocks "$project/docs/user-guide.md" cpp
     local count=0

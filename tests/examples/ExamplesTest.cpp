@@ -67,6 +67,41 @@ TEST_F(CountExample, SaysThatAStoreIsUnavailable) {
     EXPECT_EQ(result.err, "count: a process could not count\n");
 }
 
+using PortsExample = Example;
+
+TEST_F(PortsExample, MakesWhatIsMissingAndFollowsTheStore) {
+    vqtest::ChildProcess program(path("ports"), {file.path()});
+    EXPECT_EQ(program.line(), "Network/Host = \"localhost\"");
+    EXPECT_EQ(program.line(), "Network/Ports/Http = 80");
+    VQRegLib::CRegLib session(file.path().c_str(), nullptr, VQRegLib::CRegLib::eLocationDefault,
+                              nullptr);
+    VQRegLib::CRegKey ports;
+    ASSERT_EQ(session.VQRegCreateKey(nullptr, "Network/Ports", ports, 0), 0);
+    ASSERT_EQ(session.VQRegSetValue(ports, "Http", 81ul), 0);
+    EXPECT_EQ(program.line(), "Network/Ports/Http: 80 -> 81");
+    ASSERT_EQ(session.VQRegDeleteValue(ports, "Http"), 0);
+    EXPECT_EQ(program.line(), "Network/Ports/Http: 81 -> nothing");
+    ASSERT_EQ(session.VQRegDeleteKey(ports, ""), VQRegLib::REGLIB_E_KEY_NOT_FOUND);
+    ASSERT_EQ(session.VQRegDeleteKey(*session.RootKey(), "Network/Ports"), 0);
+    EXPECT_EQ(program.line(), "Network/Ports deleted");
+    EXPECT_EQ(program.finish().status, 0);
+}
+
+TEST_F(PortsExample, KeepsWhatIsThere) {
+    file.write(
+        "[Velquist]\n[Velquist/Network]\n\"Host\"=string:web\n"
+        "[Velquist/Network/Ports]\n\"Http\"=dword:00000051\n");
+    EXPECT_EQ(run("ports", {file.path()}).out, "Network/Host = \"web\"\nNetwork/Ports/Http = 81\n");
+}
+
+TEST_F(PortsExample, SaysWhatIsWrongWithTheStore) {
+    file.write("[Velquist]\nHttp=dword:1\n");
+    const vqtest::CommandResult result = run("ports", {file.path()});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.err, "ports: cannot open the store: " + file.path() +
+                              ":2:1: neither a key nor a value begins here\n");
+}
+
 using MigrateExample = Example;
 
 TEST_F(MigrateExample, BringsTheOldestLayoutToTheNewest) {

@@ -27,11 +27,19 @@ quietly() {
     fi
 }
 
+# The compiler of C that belongs to the one of C++.
+c_compiler() {
+    case $(basename "$compiler") in
+        *clang*) echo clang ;;
+        *) echo gcc ;;
+    esac
+}
+
 build_with_cmake() {
     quietly cmake -S "$consumer" -B "$work/build" -DCMAKE_PREFIX_PATH="$prefix" \
-        -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_CXX_FLAGS="${flags[*]}"
+        -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_CXX_FLAGS="${flags[*]}" -DCMAKE_C_FLAGS="${flags[*]}"
     quietly cmake --build "$work/build"
-    cp "$work/build"/consumer?? "$work"
+    cp "$work/build"/consumer?? "$work/build/consumer_c" "$work"
 }
 
 build_with_pkg_config() {
@@ -43,6 +51,8 @@ build_with_pkg_config() {
         quietly "$compiler" "-std=c++$standard" -Wall -Wextra -Wpedantic -Werror "${flags[@]}" \
             "$consumer/consumer.cpp" -o "$work/consumer$standard" "${options[@]}"
     done
+    quietly "$(c_compiler)" -std=c99 -Wall -Wextra -Wpedantic -Werror "${flags[@]}" \
+        "$consumer/consumer.c" -o "$work/consumer_c" "${options[@]}"
 }
 
 expect_version() {
@@ -57,7 +67,7 @@ expect_version() {
 # What is not for the compiler: pages and documents, and the command with what shells look for.
 expect_files() {
     local files=(man/man3/VQRegLib.3.gz man/man5/velquist.cfg.5.gz doc/VQRegLib/user-guide.md
-        doc/VQRegLib/examples/count.cpp)
+        doc/VQRegLib/examples/count.cpp doc/VQRegLib/examples/ports.c)
     if [ -e "$build/bin/vqreg" ]; then
         files+=(../bin/vqreg man/man1/vqreg.1.gz bash-completion/completions/vqreg
             zsh/site-functions/_vqreg fish/vendor_completions.d/vqreg.fish)
@@ -118,3 +128,7 @@ for i in "${!standards[@]}"; do
         exit 1
     fi
 done
+"$private_root" "$work/consumer_c" /tmp/store-of-c.cfg || {
+    echo "check_install: the program in C ended with $?" >&2
+    exit 1
+}
