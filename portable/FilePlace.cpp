@@ -4,6 +4,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "portable/PathParts.h"
+
 namespace VQRegLib {
 
 namespace {
@@ -14,17 +16,10 @@ bool may(const std::string& path, int mode) {
 
 }  // namespace
 
-std::string directoryOfFile(const std::string& path) {
-    const std::size_t slash = path.rfind('/');
-    return slash == std::string::npos ? "./" : path.substr(0, slash + 1);
-}
-
 eFilePlace filePlace(const std::string& path) {
-    const std::string directory = directoryOfFile(path);
+    const std::string directory = directoryOfPath(path);
     struct stat status {};
-    // Without the "/" at its end, which would lead into it.
-    if (::stat(directory.substr(0, directory.size() - (directory.size() > 1)).c_str(), &status) !=
-        0) {
+    if (::stat(directory.c_str(), &status) != 0) {
         return eFilePlace::eNoDirectory;
     }
     if (!S_ISDIR(status.st_mode)) {

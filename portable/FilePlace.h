@@ -19,9 +19,6 @@ enum class eFilePlace {
 // For the effective user. `path` is not followed where it is a symbolic link.
 eFilePlace filePlace(const std::string& path);
 
-// The directory in which a path is, with a "/" at its end; "./" for a bare name.
-std::string directoryOfFile(const std::string& path);
-
 }  // namespace VQRegLib
 
 #endif  // PORTABLE_FILEPLACE_H

@@ -11,13 +11,14 @@
 #include "RegLib/text/Storable.h"
 #include "RegLib/text/TextFault.h"
 #include "portable/FilePlace.h"
+#include "portable/PathParts.h"
 
 using namespace VQRegLib;
 
 namespace {
 
 std::string placeFault(const std::string& file) {
-    const std::string directory = directoryOfFile(file);
+    const std::string directory = directoryOfPath(file);
     switch (filePlace(file)) {
         case eFilePlace::eNoDirectory:
             return file + ": the directory " + directory + " does not exist";

@@ -52,10 +52,10 @@ TEST_F(CWhy, NamesLineAndColumnOfAMalformedFile) {
 
 TEST_F(CWhy, NamesWhatIsInThePlaceOfFileOrDirectory) {
     EXPECT_EQ(whyOf("/missing/store.cfg"),
-              "/missing/store.cfg: the directory /missing/ does not exist");
+              "/missing/store.cfg: the directory /missing does not exist");
     file.write("");
     EXPECT_EQ(whyOf(file.path() + "/store.cfg"),
-              file.path() + "/store.cfg: " + file.path() + "/ is not a directory");
+              file.path() + "/store.cfg: " + file.path() + " is not a directory");
     EXPECT_EQ(whyOf(file.directory()), file.directory() + ": it is not a file");
     EXPECT_EQ(whyOf(""), "an empty path is no store");
 }
@@ -77,20 +77,20 @@ TEST_F(CWhy, NamesMissingPermissions) {
         EXPECT_EQ(missing, file.directory() +
                                "/other.cfg: the file does not exist, and the "
                                "directory " +
-                               file.directory() + "/ may not be written");
+                               file.directory() + " may not be written");
         ASSERT_EQ(::chmod(file.directory().c_str(), 0700), 0);
         ASSERT_EQ(::seteuid(65534), 0);
         const std::string closedDirectory = why();
         ASSERT_EQ(::seteuid(0), 0);
         EXPECT_EQ(closedDirectory,
-                  file.path() + ": the directory " + file.directory() + "/ may not be entered");
+                  file.path() + ": the directory " + file.directory() + " may not be entered");
     }
 }
 
 TEST_F(CWhy, GivesWhatFitsIntoTheBuffer) {
     char text[8] = "xxxxxxx";
     const size_t length = vqreg_why("/missing/store.cfg", text, sizeof text);
-    EXPECT_EQ(length, std::strlen("/missing/store.cfg: the directory /missing/ does not exist"));
+    EXPECT_EQ(length, std::strlen("/missing/store.cfg: the directory /missing does not exist"));
     EXPECT_STREQ(text, "/missin");
     EXPECT_EQ(vqreg_why("/missing/store.cfg", nullptr, 0), length);
 }
