@@ -6,6 +6,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include "portable/PathParts.h"
+
 namespace VQRegLib {
 
 namespace {
@@ -18,14 +20,12 @@ constexpr std::uint32_t kWanted =
 
 int CFileNews::open(const std::string& path) {
     close();
-    const std::size_t slash = path.rfind('/');
-    const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash + 1);
-    m_name = slash == std::string::npos ? path : path.substr(slash + 1);
+    m_name = path.substr(path.rfind('/') + 1);  // all of a bare name
     m_fd = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
     if (m_fd < 0) {
         return errno;
     }
-    if (::inotify_add_watch(m_fd, directory.c_str(), kWanted) < 0) {
+    if (::inotify_add_watch(m_fd, directoryOfPath(path).c_str(), kWanted) < 0) {
         const int error = errno;
         close();
         return error;
