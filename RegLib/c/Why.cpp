@@ -1,4 +1,4 @@
-// Why a store cannot be used, for people.
+// Which file a store is and why it cannot be used, for people.
 #include <cstring>
 #include <string>
 
@@ -167,6 +167,10 @@ size_t tell(char* text, size_t size, Sentence&& sentence) {
 
 size_t vqreg_why(const char* file, char* text, size_t size) {
     return tell(text, size, [&] { return whyNot(file); });
+}
+
+size_t vqreg_which(const char* file, char* path, size_t size) {
+    return tell(path, size, [&] { return storeFile(file); });
 }
 
 size_t vqreg_why_not_storable(const vqreg_store* store, const char* path, const char* name,
