@@ -122,12 +122,13 @@ VQREG_EXPORT size_t vqreg_why(const char* file, char* text, size_t size);
 VQREG_EXPORT size_t vqreg_which(const char* file, char* path, size_t size);
 
 /** Says why the file could not give back a value (#VQREG_E_NOT_STORABLE), with the first byte that is wrong.
- * @param path  of the key, as below; it need not exist
- * @param name  of the value; null for the key alone
- * @param type  of the data
- * @param data  as for vqreg_get(), with a size that does not count the NUL of a text, which may then hold
- *              others; null when size is 0
- * @param text  receives the sentence as vqreg_why() gives it
+ * @param store  null for any store with the usual root key, which need not exist
+ * @param path   of the key, as below; it need not exist
+ * @param name   of the value; null for the key alone
+ * @param type   of the data
+ * @param data   as for vqreg_get(), with a size that does not count the NUL of a text, which may then hold
+ *               others; null when size is 0
+ * @param text   receives the sentence as vqreg_why() gives it
  * @return the length of the whole sentence; 0 when the file can give it back */
 VQREG_EXPORT size_t vqreg_why_not_storable(const vqreg_store* store, const char* path,
                                            const char* name, vqreg_type type, const void* data,

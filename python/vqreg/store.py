@@ -9,7 +9,8 @@ from types import TracebackType
 from typing import TypeVar, overload
 
 from . import _c, values
-from .errors import NotFoundError, NotStorableError, VqregError, failure
+from .check import check_for
+from .errors import NotFoundError, VqregError, failure
 from .key import Key
 from .update import Update
 from .values import Value
@@ -111,13 +112,7 @@ class Store:
 
         Without a value it looks at path and name alone, and without a name at the path. Changes nothing.
         """
-        kind, data = (_c.NONE, b"") if value is None else values.typed(value)
-        given = [self._open(), values.named("a path", path),
-                 None if name is None else values.named("a value name", name), kind, data, len(data)]
-        reason = _c.told("vqreg_why_not_storable", *given)
-        if reason:
-            what = path if name is None else values.shown(path, name)
-            raise NotStorableError(_c.E_NOT_STORABLE, f"{what}: {values.decoded(reason)}")
+        check_for(self._open(), path, name, value)
 
     # Keys.
 

@@ -1,4 +1,6 @@
 // Why the file could not give back a name or a value, told before anybody tries.
+#include <unistd.h>
+
 #include <string_view>
 
 #include "c/CStoreFixture.h"
@@ -83,6 +85,34 @@ TEST_F(CNotStorable, AgreesWithTheAttempt) {
     EXPECT_EQ(vqreg_set_dword(store, "", "n:", 1), VQREG_E_NOT_STORABLE);
 }
 
+// A longer name of the root key leaves less for the rest.
+TEST_F(CNotStorable, CountsTheNameOfTheRootKey) {
+    const std::string path(2047 - 11, 'x');
+    vqreg_store* const other = vqreg_open(file.path().c_str(), "Velquist2", nullptr);
+    ASSERT_NE(other, nullptr);
+    const auto lengthFor = [&](const vqreg_store* asked) {
+        return vqreg_why_not_storable(asked, path.c_str(), nullptr, VQREG_NONE, nullptr, 0, nullptr,
+                                      0);
+    };
+    EXPECT_EQ(lengthFor(store), 0u);
+    EXPECT_GT(lengthFor(other), 0u);
+    EXPECT_EQ(lengthFor(nullptr), 0u);
+    vqreg_close(other);
+}
+
+TEST(CNotStorableAnywhere, IsToldWithoutAStore) {
+    char text[128] = "";
+    EXPECT_GT(vqreg_why_not_storable(nullptr, "a", "b", VQREG_STRING, "\n", 1, text, sizeof text),
+              0u);
+    EXPECT_STREQ(text, "a text must not hold a line feed: byte 1");
+    const std::string path(2047 - 10, 'x');
+    EXPECT_GT(vqreg_why_not_storable(nullptr, path.c_str(), nullptr, VQREG_NONE, nullptr, 0, text,
+                                     sizeof text),
+              0u);
+    EXPECT_STREQ(text, "its line would take 2048 bytes, and may take 2047");
+    EXPECT_NE(::access("/etc/Velquist.cfg", F_OK), 0);
+}
+
 TEST_F(CNotStorable, GivesWhatFitsAndNeedsItsArguments) {
     char text[10] = "";
     const size_t length =
@@ -91,6 +121,5 @@ TEST_F(CNotStorable, GivesWhatFitsAndNeedsItsArguments) {
     EXPECT_STREQ(text, "a key nam");
     EXPECT_EQ(vqreg_why_not_storable(store, "a]", nullptr, VQREG_NONE, nullptr, 0, nullptr, 0),
               length);
-    EXPECT_GT(vqreg_why_not_storable(nullptr, "a", "b", VQREG_NONE, nullptr, 0, nullptr, 0), 0u);
     EXPECT_GT(vqreg_why_not_storable(store, "a", "b", VQREG_STRING, nullptr, 1, nullptr, 0), 0u);
 }

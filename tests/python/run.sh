@@ -12,6 +12,8 @@ private_root=$3
 python=$4
 what=$5
 export PYTHONDONTWRITEBYTECODE=1 PYTHONPATH=$project/python VQREG_HEADER=$project/include/vqreg.h
+VQREG_PROGRAMS=$(dirname "$private_root")
+export VQREG_PROGRAMS
 LD_LIBRARY_PATH=$(dirname "$library")
 export LD_LIBRARY_PATH
 

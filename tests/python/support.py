@@ -2,11 +2,14 @@
 from __future__ import annotations
 
 import os
+import pathlib
 import subprocess
 import sys
 import time
 import traceback
 from collections.abc import Callable
+
+import pytest
 
 PATIENCE = 20.0  # seconds that nothing takes, but for a test that fails
 
@@ -31,6 +34,18 @@ def run(program: str, *arguments: str) -> str:
     out, _ = child.communicate(timeout=PATIENCE)
     assert child.returncode == 0
     return out
+
+
+def follow(path: pathlib.Path, key: str) -> subprocess.Popen[str]:
+    """A program in C++ with a change handler, which prints its settings whenever they have changed.
+
+    It looks by itself only once a minute. It hears of files that are not as old as the one that it begins with.
+    """
+    program = pathlib.Path(os.environ["VQREG_PROGRAMS"]) / "follow"
+    if not program.exists():
+        pytest.skip("the examples are not built")
+    os.utime(path, (1, 1))
+    return subprocess.Popen([program, path, key], stdout=subprocess.PIPE, text=True)
 
 
 def in_child(work: Callable[[], object]) -> int:

@@ -3,11 +3,12 @@ import os
 import pathlib
 import subprocess
 import sys
+import time
 from collections.abc import Callable
 
 import pytest
 import vqreg
-from support import as_nobody, run
+from support import PATIENCE, as_nobody, follow, run
 
 
 def test_missing_directory_is_named(tmp_path: pathlib.Path) -> None:
@@ -134,7 +135,18 @@ def test_reload_reads_what_an_editor_has_written(store: vqreg.Store, path: pathl
     path.write_text('[Velquist]\n[Velquist/K]\n"n"=dword:00000002\n')
     store.reload()
     assert store["K", "n"] == 2
-    store.notify()
+
+
+def test_notify_wakes_handlers(store: vqreg.Store, path: pathlib.Path) -> None:
+    store["K", "Message"] = "first"
+    with follow(path, "K") as daemon:
+        assert daemon.stdout is not None and "first" in daemon.stdout.readline()
+        begin = time.monotonic()
+        store["K", "Message"] = "second"
+        store.notify()
+        assert "second" in daemon.stdout.readline()
+        assert time.monotonic() - begin < PATIENCE
+        daemon.terminate()
 
 
 def test_library_that_is_missing_is_named() -> None:

@@ -96,8 +96,10 @@ def test_that_the_file_cannot_hold_name_the_byte(store: vqreg.Store, path: pathl
         store["K", "n"] = text
     assert isinstance(caught.value, vqreg.NotStorableError)
     assert str(caught.value).startswith('K "n": ')
-    with pytest.raises(vqreg.NotStorableError, match=reason):
-        store.check("K", "n", text)
+    for check in (store.check, vqreg.check):
+        with pytest.raises(vqreg.NotStorableError, match=reason):
+            check("K", "n", text)
+        check("K", "n", "x")
     assert path.read_bytes() == before
 
 
