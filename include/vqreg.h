@@ -113,13 +113,22 @@ VQREG_EXPORT const char* vqreg_strerror(int result);
  * @return the length of the whole sentence, without its NUL; 0 when nothing stands in the way */
 VQREG_EXPORT size_t vqreg_why(const char* file, char* text, size_t size);
 
+/** Tells which file a store is, without opening or making it.
+ * @param file    as for vqreg_open()
+ * @param path    receives what fits of the path, behind the symbolic links that lead to it, always with a
+ *                NUL; may be null when size is 0
+ * @param size    of the buffer, in bytes
+ * @return the length of the whole path, without its NUL; 0 when memory is short */
+VQREG_EXPORT size_t vqreg_which(const char* file, char* path, size_t size);
+
 /** Says why the file could not give back a value (#VQREG_E_NOT_STORABLE), with the first byte that is wrong.
- * @param path  of the key, as below; it need not exist
- * @param name  of the value; null for the key alone
- * @param type  of the data
- * @param data  as for vqreg_get(), with a size that does not count the NUL of a text, which may then hold
- *              others; null when size is 0
- * @param text  receives the sentence as vqreg_why() gives it
+ * @param store  null for any store with the usual root key, which need not exist
+ * @param path   of the key, as below; it need not exist
+ * @param name   of the value; null for the key alone
+ * @param type   of the data
+ * @param data   as for vqreg_get(), with a size that does not count the NUL of a text, which may then hold
+ *               others; null when size is 0
+ * @param text   receives the sentence as vqreg_why() gives it
  * @return the length of the whole sentence; 0 when the file can give it back */
 VQREG_EXPORT size_t vqreg_why_not_storable(const vqreg_store* store, const char* path,
                                            const char* name, vqreg_type type, const void* data,

@@ -1,10 +1,11 @@
-// Why a store cannot be used, for people.
+// Which file a store is and why it cannot be used, for people.
 #include <cstring>
 #include <string>
 
 #include "RegLib/c/CStore.h"
 #include "RegLib/c/FileTree.h"
 #include "RegLib/c/Guarded.h"
+#include "RegLib/file/FileStore.h"
 #include "RegLib/file/StoreFile.h"
 #include "RegLib/text/KeyPath.h"
 #include "RegLib/text/LineFormat.h"
@@ -71,7 +72,12 @@ std::string lineTooLong(std::size_t size) {
            std::to_string(kLongestLine);
 }
 
-std::string pathFault(const CStoreOfC& store, std::string_view path) {
+// Without a store, one with the usual root key is meant.
+std::string rootOf(const vqreg_store* store) {
+    return store ? store->m_store->rootPath() : g_szRootKeynameFile;
+}
+
+std::string pathFault(const std::string& root, std::string_view path) {
     if (path.empty()) {
         return {};
     }
@@ -84,7 +90,7 @@ std::string pathFault(const CStoreOfC& store, std::string_view path) {
             return badCharacter("a key name", bad);
         }
     }
-    const std::size_t size = store.rootPath().size() + 3 + path.size();  // brackets and a slash
+    const std::size_t size = root.size() + 3 + path.size();  // brackets and a slash
     return size <= kLongestLine ? std::string() : lineTooLong(size);
 }
 
@@ -170,14 +176,18 @@ size_t vqreg_why(const char* file, char* text, size_t size) {
     return tell(text, size, [&] { return whyNot(file); });
 }
 
+size_t vqreg_which(const char* file, char* path, size_t size) {
+    return tell(path, size, [&] { return storeFile(file); });
+}
+
 size_t vqreg_why_not_storable(const vqreg_store* store, const char* path, const char* name,
                               vqreg_type type, const void* data, size_t size, char* text,
                               size_t room) {
     return tell(text, room, [&]() -> std::string {
-        if (!store || (!data && size > 0)) {
+        if (!data && size > 0) {
             return "an argument is missing";
         }
-        const std::string fault = pathFault(*store->m_store, CStoreOfC::pathOf(path));
+        const std::string fault = pathFault(rootOf(store), CStoreOfC::pathOf(path));
         if (!fault.empty() || !name) {
             return fault;
         }

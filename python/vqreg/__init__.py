@@ -15,12 +15,16 @@ Keys form a tree, values below them are numbers (int, 0 to 4294967295), texts (s
 Every change is in the store's file, and visible to every other process, when the call has returned. What
 the file could not give back is a ValueError that names the byte.
 """
-from .errors import Error, KindError, NotEmptyError, NotFoundError, StoreError
-from .store import Key, Store
+from .check import check
+from .errors import (KindError, MalformedError, NotEmptyError, NotFoundError, NotStorableError,
+                     StoreError, VqregError, which, why)
+from .key import Key
+from .store import Store
 from .update import Update
 from .values import Value
 from .watch import Change, Watch
 
-__all__ = ["Change", "Error", "Key", "KindError", "NotEmptyError", "NotFoundError", "Store",
-           "StoreError", "Update", "Value", "Watch"]
+__all__ = ["Change", "Key", "KindError", "MalformedError", "NotEmptyError", "NotFoundError",
+           "NotStorableError", "Store", "StoreError", "Update", "Value", "VqregError", "Watch",
+           "check", "which", "why"]
 __version__ = "1.0.0"

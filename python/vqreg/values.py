@@ -1,16 +1,21 @@
 """Values as Python has them: int for a dword, str for a string, bytes for a binary value."""
+from __future__ import annotations
+
 import ctypes
+import os
 import sys
+from typing import Union
 
 from . import _c
 
-Value = int | str | bytes
+Value = Union[int, str, bytes]
+"""What a value can be."""
 
 _LARGEST = 0xFFFF_FFFF
 
 
 def encoded(text: str) -> bytes:
-    """A name, path or text as the file has it: UTF-8, and other bytes as `os.fsencode` keeps them."""
+    """A name, path or text as the file has it: UTF-8, with bytes that are none as `os.fsdecode` has them."""
     return text.encode("utf-8", "surrogateescape")
 
 
@@ -19,12 +24,31 @@ def decoded(data: bytes) -> str:
     return data.decode("utf-8", "surrogateescape")
 
 
-def no_nul(what: str, data: bytes) -> bytes:
-    """The same, or ValueError: C would take the text for shorter than it is."""
+def named(what: str, text: str) -> bytes:
+    """A path or name for C, which would take it for shorter than it is if it held a NUL."""
+    if not isinstance(text, str):
+        raise TypeError(f"{what} is a str, not {type(text).__name__}")
+    data = encoded(text)
     at = data.find(b"\0")
     if at >= 0:
         raise ValueError(f"{what} must not hold a NUL: byte {at + 1}")
     return data
+
+
+def shown(path: str, name: str) -> str:
+    """A value as messages name it."""
+    return f'{path} "{name}"' if path else f'"{name}"'
+
+
+def file_path(file: str | bytes | os.PathLike[str] | None) -> bytes | None:
+    """The path of a store's file, absolute; None for the machine's default store."""
+    if file is None:
+        return None
+    path = os.fsencode(file)
+    at = path.find(b"\0")
+    if at >= 0:
+        raise ValueError(f"a path must not hold a NUL: byte {at + 1}")
+    return os.path.join(os.getcwdb(), path) if path else path
 
 
 def typed(value: Value) -> tuple[int, bytes]:

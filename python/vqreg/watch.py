@@ -1,63 +1,63 @@
 """What changes in a store, for loops that wait and for asyncio."""
 from __future__ import annotations
 
-import asyncio
 import ctypes
 import os
 import select
+import threading
 import time
-from collections.abc import AsyncIterator, Iterator
-from dataclasses import dataclass
 from types import TracebackType
-from typing import TYPE_CHECKING
+from typing import NamedTuple, Optional
 
 from . import _c, values
-from .errors import StoreError, failure
+from .errors import StoreError, VqregError, failure
 from .values import Value
 
-if TYPE_CHECKING:
-    from .store import Store
 
-
-@dataclass(frozen=True)
-class Change:
+class Change(NamedTuple):
     """A value that was set or deleted, or, where `name` is None, a key that was made or deleted."""
 
     path: str
-    name: str | None
-    before: Value | None
-    after: Value | None
+    """Of the key, below the root key."""
+    name: Optional[str]
+    """Of the value."""
+    before: Optional[Value]
+    """None where there was no value."""
+    after: Optional[Value]
+    """None where there is no value any more."""
     is_present: bool
+    """Whether the value, or the key, is there now."""
 
 
 class Watch:
     """The changes of a key and everything below it, from its making on, whoever makes them.
 
-    Iterating waits for changes and ends when there was none for `timeout` seconds (None: never);
-    `async for` waits in the event loop, with the same timeout. A file that is malformed for a while is
-    waited for. Belongs to one thread at a time, and not to a child of fork.
+    Iterating waits for changes, and ends when there was none for `timeout` seconds (None: never); another
+    loop goes on with what comes then. `async for` waits in the loop of asyncio, with the same timeout. Other
+    loops have `fileno` and `poll`.
+
+    While the file is malformed or cannot be read, iterating waits until it is mended. Several changes of one
+    value that came before anybody looked are one. Several threads may use a watch: each change goes to one
+    of them. A child of fork may not; it makes its own. A context manager that closes it.
     """
 
-    def __init__(self, store: Store, path: str = "", timeout: float | None = None) -> None:
-        self._handle: int | None = None
-        self._process = os.getpid()
-        self._store = store
+    def __init__(self, store: _c.StoreHandle, path: str, timeout: float | None) -> None:
+        self._handle: _c.WatchHandle | None = None
         self.timeout = timeout
+        self._lock = threading.Lock()
+        file: bytes = _c.library.vqreg_file(store)
+        self._file = file
         result = ctypes.c_int()
-        handle = _c.library.vqreg_watch_open(store.handle,
-                                             values.no_nul("a path", values.encoded(path)),
-                                             ctypes.byref(result))
+        handle: _c.WatchHandle = _c.library.vqreg_watch_open(store, values.named("a path", path),
+                                                             ctypes.byref(result))
         if not handle:
-            if result.value == _c.E_NOT_STORABLE:
-                raise ValueError(f"no key can have the path {path!r}")
-            raise failure(result.value, path, os.fsencode(store.file))
+            raise failure(result.value, path, file)
+        handle.process = os.getpid()
         self._handle = handle
 
     def close(self) -> None:
-        """Ends the watch. Closing it again does nothing."""
-        handle, self._handle = self._handle, None
-        if handle is not None and self._process == os.getpid():
-            _c.library.vqreg_watch_close(handle)
+        """Ends the watch. Closing it again does nothing. Who waits in another thread is not woken."""
+        self._handle = None
 
     def __enter__(self) -> Watch:
         return self
@@ -66,77 +66,83 @@ class Watch:
                  trace: TracebackType | None) -> None:
         self.close()
 
-    def __del__(self) -> None:
-        self.close()
-
     def fileno(self) -> int:
-        """Readable when there may be a change; for select, poll and event loops."""
-        descriptor: int = _c.library.vqreg_watch_fd(self._open())
-        return descriptor
+        """Readable when there may be a change; for select, poll and event loops. Do not read from it."""
+        return _descriptor(self._open())
 
-    def next(self) -> Change | None:
+    def poll(self) -> Change | None:
         """The next change, or None when there is none. Never waits.
 
         Raises `StoreError` while the file is malformed or cannot be read.
         """
+        handle = self._open()
         given = _c.Change()
-        result = _c.library.vqreg_watch_next(self._open(), ctypes.byref(given))
+        with self._lock:  # what is given belongs to the watch until the next call
+            result: int = _c.library.vqreg_watch_next(handle, given)
+            if result == 1:
+                return Change(values.decoded(given.path),
+                              None if given.name is None else values.decoded(given.name),
+                              _value(given.before), _value(given.after), bool(given.is_present))
         if result < 0:
-            raise failure(result, "", os.fsencode(self._store.file))
-        if result == 0:
-            return None
-        return Change(values.decoded(given.path),
-                      None if given.name is None else values.decoded(given.name),
-                      _value(given.before), _value(given.after), bool(given.is_present))
+            raise failure(result, "", self._file)
+        return None
 
-    def __iter__(self) -> Iterator[Change]:
-        while (change := self._wait()) is not None:
-            yield change
+    def __iter__(self) -> Watch:
+        return self
 
-    async def __aiter__(self) -> AsyncIterator[Change]:
-        while (change := await self._wait_in_loop()) is not None:
-            yield change
-
-    def _open(self) -> int:
-        if self._handle is None:
-            raise ValueError("the watch is closed")
-        if self._process != os.getpid():
-            raise RuntimeError("the watch belongs to the process that made it")
-        return self._handle
-
-    def _ready(self) -> Change | None:
-        try:
-            return self.next()
-        except StoreError:
-            return None  # until the file is mended, which is news
-
-    def _wait(self) -> Change | None:
+    def __next__(self) -> Change:
         end = None if self.timeout is None else time.monotonic() + self.timeout
-        poll = select.poll()
-        poll.register(self.fileno(), select.POLLIN)
         while (change := self._ready()) is None:
             left = None if end is None else end - time.monotonic()
             if left is not None and left <= 0:
-                return None
+                raise StopIteration
+            handle = self._open()  # keeps the descriptor open while it is waited for
+            poll = select.poll()
+            poll.register(_descriptor(handle), select.POLLIN)
             poll.poll(None if left is None else max(1, int(left * 1000)))
         return change
 
-    async def _wait_in_loop(self) -> Change | None:
+    def __aiter__(self) -> Watch:
+        return self
+
+    async def __anext__(self) -> Change:
+        import asyncio  # takes as long to load as all the rest
+
         loop = asyncio.get_running_loop()
         end = None if self.timeout is None else loop.time() + self.timeout
         while (change := self._ready()) is None:
+            left = None if end is None else end - loop.time()
+            if left is not None and left <= 0:
+                raise StopAsyncIteration
+            handle = self._open()
             news = asyncio.Event()
-            loop.add_reader(self.fileno(), news.set)
+            loop.add_reader(_descriptor(handle), news.set)
             try:
-                left = None if end is None else end - loop.time()
-                if left is not None and left <= 0:
-                    return None
                 await asyncio.wait_for(news.wait(), left)
             except asyncio.TimeoutError:
-                return None
+                pass  # one more look
             finally:
-                loop.remove_reader(self.fileno())
+                loop.remove_reader(_descriptor(handle))
         return change
+
+    def _open(self) -> _c.WatchHandle:
+        handle = self._handle
+        if handle is None:
+            raise ValueError("the watch is closed")
+        if handle.process != os.getpid():
+            raise RuntimeError("the watch belongs to the process that has made it")
+        return handle
+
+    def _ready(self) -> Change | None:
+        try:
+            return self.poll()
+        except StoreError:
+            return None  # until the file is mended, which is news
+
+
+def _descriptor(handle: _c.WatchHandle) -> int:
+    descriptor: int = _c.library.vqreg_watch_fd(handle)
+    return descriptor
 
 
 def _value(state: _c.Data) -> Value | None:

@@ -103,3 +103,34 @@ TEST_F(CWhy, AStoreThatCannotBeOpenedIsNull) {
     EXPECT_STREQ(vqreg_strerror(0), "success");
     EXPECT_STREQ(vqreg_strerror(12345), "an unknown result");
 }
+
+namespace {
+
+std::string whichOf(const char* given) {
+    char path[1024] = "untouched";
+    const size_t length = vqreg_which(given, path, sizeof path);
+    EXPECT_EQ(length, std::strlen(path));
+    return path;
+}
+
+}  // namespace
+
+TEST(CWhich, IsTheFileThatWouldBeOpenedAndDoesNotMakeIt) {
+    EXPECT_EQ(whichOf(nullptr), "/etc/Velquist.cfg");
+    EXPECT_NE(::access("/etc/Velquist.cfg", F_OK), 0);
+    const vqtest::TempStore file;
+    EXPECT_EQ(whichOf(file.path().c_str()), file.path());
+    const std::string link = file.directory() + "/link.cfg";
+    ASSERT_EQ(::symlink(file.path().c_str(), link.c_str()), 0);
+    EXPECT_EQ(whichOf(link.c_str()), file.path());
+    EXPECT_NE(::access(file.path().c_str(), F_OK), 0);
+    ASSERT_TRUE(::mkdir("/velquist", 0755) == 0 && ::mkdir("/velquist/etc", 0755) == 0);
+    EXPECT_EQ(whichOf(nullptr), "/velquist/etc/Velquist.cfg");
+}
+
+TEST(CWhich, GivesWhatFitsIntoTheBuffer) {
+    char path[5] = "xxxx";
+    EXPECT_EQ(vqreg_which(nullptr, path, sizeof path), std::strlen("/etc/Velquist.cfg"));
+    EXPECT_STREQ(path, "/etc");
+    EXPECT_EQ(vqreg_which(nullptr, nullptr, 0), std::strlen("/etc/Velquist.cfg"));
+}

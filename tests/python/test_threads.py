@@ -1,0 +1,77 @@
+"""One store, many threads."""
+import pathlib
+import threading
+from collections.abc import Callable
+
+import vqreg
+
+
+def together(*work: Callable[[], None]) -> list[BaseException]:
+    """Does all of it at the same time, and gives what went wrong."""
+    wrong: list[BaseException] = []
+
+    def run(each: Callable[[], None]) -> None:
+        try:
+            each()
+        except BaseException as error:
+            wrong.append(error)
+
+    threads = [threading.Thread(target=run, args=(each,)) for each in work]
+    for thread in threads:
+        thread.start()
+    for thread in threads:
+        thread.join()
+    return wrong
+
+
+def test_set_and_read_values_of_their_own(store: vqreg.Store) -> None:
+    def work(number: int) -> Callable[[], None]:
+        def count() -> None:
+            for i in range(60):
+                store[f"K{number}", "n"] = i
+                assert store[f"K{number}", "n"] == i
+                assert store.items(f"K{number}") == [("n", i)]
+        return count
+
+    assert together(*(work(number) for number in range(6))) == []
+    assert store.subkeys() == [f"K{number}" for number in range(6)]
+
+
+def test_see_all_of_an_update_or_nothing(store: vqreg.Store, path: pathlib.Path) -> None:
+    store.key("K").update(a=0, b=0)
+    done = threading.Event()
+
+    def change() -> None:
+        for i in range(1, 100):
+            store.key("K").update(a=i, b=i)
+        done.set()
+
+    def look() -> None:
+        with vqreg.Store(path) as other:
+            while not done.is_set():
+                for each in (store, other):
+                    with each.locked():
+                        assert each["K", "a"] == each["K", "b"]
+
+    assert together(change, look, look) == []
+
+
+def test_may_close_a_store_that_others_use(path: pathlib.Path) -> None:
+    for _ in range(30):
+        store = vqreg.Store(path)
+        store["K", "n"] = "x" * 500
+        begun = threading.Barrier(4)
+
+        def use() -> None:
+            begun.wait()
+            try:
+                while True:
+                    assert store["K", "n"] == "x" * 500
+            except ValueError as error:
+                assert str(error) == "the store is closed"
+
+        def close() -> None:
+            begun.wait()
+            store.close()
+
+        assert together(use, use, use, close) == []
