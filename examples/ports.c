@@ -96,14 +96,14 @@ static void print_change(const vqreg_change* change) {
 /* Until the standard input ends. A file that is malformed for a while is no reason to give up. */
 static void follow(vqreg_watch* watch) {
     struct pollfd sources[2];
-    vqreg_change change;
+    const vqreg_change* change = NULL;
     sources[0].fd = STDIN_FILENO;
     sources[0].events = POLLIN;
     sources[1].fd = vqreg_watch_fd(watch);
     sources[1].events = POLLIN;
     do {
         while (vqreg_watch_next(watch, &change) > 0) {
-            print_change(&change);
+            print_change(change);
         }
         fflush(stdout);
     } while (poll(sources, 2, -1) >= 0 && sources[0].revents == 0);

@@ -4,13 +4,13 @@
  * A store is a tree of keys with typed values below them, one text file that all programs of the machine
  * share: VQRegLib.h says more about stores, and a store that is opened here is the same that C++ programs
  * open there. Reading never waits for another process; every change is in the file when the call that
- * made it has returned #VQREG_OK.
+ * made it has returned #VQREG_OK, where the file can be replaced.
  *
- * **Keys** are named by paths below the store's root key, names with "/" between them: "Network/Ports".
- * A null pointer, "" and "/" mean the root key itself. Names are found regardless of ASCII case. Each
- * operation takes a path; where one key is used often, open it (vqreg_open_key()) and use the operations
- * vqreg_key_..., which do not look the path up. A store remembers the keys that were named by path until
- * it is closed.
+ * **Keys** are named by paths below the store's root key, names with "/" or "\\" between them:
+ * "Network/Ports". A null pointer, "" and "/" mean the root key itself. Names are found regardless of ASCII
+ * case. Each operation takes a path; where one key is used often, open it (vqreg_open_key()) and use the
+ * operations vqreg_key_..., which do not look the path up. A store remembers the keys that were named by
+ * path until they are deleted or it is closed.
  *
  * **Values** are unsigned 32-bit numbers, texts, or bytes. Texts and names are NUL-terminated byte
  * strings; the library looks at no encoding. What the file cannot give back is refused with
@@ -21,8 +21,15 @@
  * **Results.** 0 is success, everything negative a failure; vqreg_strerror() has a text for each. Every
  * operation may return #VQREG_E_FAIL when memory is short or a pointer that it needs is null,
  * #VQREG_E_BAD_FORMAT when the file has a malformed line, and #VQREG_E_FILE_OPEN when the file cannot be
- * read, or not be replaced by those that change something: the change then stays in this process's memory
- * and goes out with the next one that succeeds. vqreg_why() tells people more. No exception leaves a call.
+ * read, or the new file that is to replace it not be written. The change then stays in this process's memory
+ * and goes out with the next one that succeeds; the same call again finds nothing to change, and returns
+ * #VQREG_OK without writing. What writes it for certain is an update, which may be empty. Every change
+ * returns #VQREG_E_FAIL while the calling thread has an update on the same file through another store.
+ * vqreg_why() tells people more. No exception leaves a call.
+ *
+ * **What others delete** stays in the memory of a process that has read it, and readable there, until that
+ * process deletes it or ends; its next change of anything writes it again. A key that others have made a
+ * value is out of reach for paths and open keys at once.
  *
  * **Threads.** Any number of threads may use one store, and one key of it. vqreg_close(),
  * vqreg_close_key() and vqreg_watch_close() need all others to be done with the object; a watch belongs
@@ -31,6 +38,9 @@
  */
 #ifndef VQREG_H
 #define VQREG_H
+
+/** The version of this header; vqreg_version() has that of the library. */
+#define VQREG_VERSION "1.0.0"
 
 #include <stddef.h>
 #include <stdint.h>
@@ -58,9 +68,10 @@ extern "C" {
 #define VQREG_E_BAD_TYPE ((int)-1054535760)      /**< the value has another type */
 /** the buffer is too small; the size that is needed has been written back */
 #define VQREG_E_BUFFER_TOO_SMALL ((int)-1054535759)
-#define VQREG_E_BAD_FORMAT ((int)-1054535758)     /**< the file has a malformed line */
-#define VQREG_E_INVALID_HANDLE ((int)-1054535757) /**< the key has been deleted by this process */
-#define VQREG_E_KEY_NOT_EMPTY ((int)-1054535756)  /**< the key has sub keys or values */
+#define VQREG_E_BAD_FORMAT ((int)-1054535758) /**< the file has a malformed line */
+/** the open key has been deleted by this process, or a value has its name or that of a key above it */
+#define VQREG_E_INVALID_HANDLE ((int)-1054535757)
+#define VQREG_E_KEY_NOT_EMPTY ((int)-1054535756) /**< the key has sub keys or values */
 /** the file, or the new file that is to replace it, could not be opened */
 #define VQREG_E_FILE_OPEN ((int)-1054535755)
 #define VQREG_E_NOT_INITIALIZED ((int)-1054535753) /**< there is no store */
@@ -68,13 +79,12 @@ extern "C" {
 #define VQREG_E_NOT_STORABLE ((int)-1054535744)
 /** @} */
 
-/** The type of a value. */
-typedef enum vqreg_type {
-    VQREG_NONE = 0,   /**< there is no value */
-    VQREG_BINARY = 1, /**< bytes */
-    VQREG_DWORD = 2,  /**< an unsigned 32-bit number */
-    VQREG_STRING = 3  /**< a text; sizes count its NUL */
-} vqreg_type;
+/** The type of a value: one of the constants below. Later versions may know others. */
+typedef int32_t vqreg_type;
+#define VQREG_NONE 0   /**< there is no value */
+#define VQREG_BINARY 1 /**< bytes */
+#define VQREG_DWORD 2  /**< an unsigned 32-bit number */
+#define VQREG_STRING 3 /**< a text; sizes count its NUL */
 
 /** An open store. */
 typedef struct vqreg_store vqreg_store;
@@ -86,17 +96,22 @@ typedef struct vqreg_watch vqreg_watch;
 /** @name Stores
  * @{ */
 
+/** The version of the library, as #VQREG_VERSION. Never null, never to be freed. */
+VQREG_EXPORT const char* vqreg_version(void);
+
 /** Opens a store.
  * @param file    absolute path of its file, which is made when it is missing; null for the machine's
  *                default store, "/velquist/etc/Velquist.cfg" where "/velquist/etc" exists and
  *                "/etc/Velquist.cfg" otherwise
- * @param root    name of the root key; null for "Velquist"
+ * @param root    name or path of the root key; null for "Velquist"
  * @param result  may be null; receives #VQREG_OK, #VQREG_E_NOT_INITIALIZED when the store cannot be
- *                opened, or #VQREG_E_FAIL
+ *                opened, #VQREG_E_NOT_STORABLE for a root key that the file could not give back, or
+ *                #VQREG_E_FAIL
  * @return the store, for vqreg_close(); null when there is none */
 VQREG_EXPORT vqreg_store* vqreg_open(const char* file, const char* root, int* result);
 
-/** Closes a store. It stays open until its keys and watches are closed as well. Null is ignored. */
+/** Closes a store. It stays open until its keys and watches are closed as well. An update that has not been
+ * ended then is not written. Null is ignored. */
 VQREG_EXPORT void vqreg_close(vqreg_store* store);
 
 /** The path of a store's file, behind the symbolic links that led to it. Valid until the store is closed. */
@@ -110,7 +125,7 @@ VQREG_EXPORT const char* vqreg_strerror(int result);
  * @param file    as for vqreg_open()
  * @param text    receives what fits of the sentence, always with a NUL; may be null when size is 0
  * @param size    of the buffer, in bytes
- * @return the length of the whole sentence, without its NUL; 0 when nothing stands in the way */
+ * @return the length of the whole sentence, without its NUL; 0 when nothing was found that stands in the way */
 VQREG_EXPORT size_t vqreg_why(const char* file, char* text, size_t size);
 
 /** Tells which file a store is, without opening or making it.
@@ -141,8 +156,8 @@ VQREG_EXPORT size_t vqreg_why_not_storable(const vqreg_store* store, const char*
 VQREG_EXPORT int vqreg_begin_update(vqreg_store* store);
 
 /** Ends an update. The end of the outermost one writes the file if anything has changed.
- * @return #VQREG_OK; #VQREG_E_FILE_OPEN when it cannot be written: the update has ended all the same;
- *         #VQREG_E_FAIL without an update of this thread */
+ * @return #VQREG_OK; #VQREG_E_FILE_OPEN when it cannot be written: the update has ended all the same, and
+ *         the end of the next one tries again; #VQREG_E_FAIL without an update of this thread */
 VQREG_EXPORT int vqreg_end_update(vqreg_store* store);
 
 /** Makes every process read the file again, which has been changed by other means than the library. */
@@ -169,6 +184,10 @@ VQREG_EXPORT void vqreg_close_key(vqreg_key* key);
 /** Makes a key, with the keys above it. One that exists is left as it is.
  * @return as for vqreg_open_key() */
 VQREG_EXPORT int vqreg_create_key(vqreg_store* store, const char* path);
+
+/** Whether there is a key.
+ * @return #VQREG_OK; #VQREG_E_KEY_NOT_FOUND; #VQREG_E_NOT_A_KEY */
+VQREG_EXPORT int vqreg_has_key(vqreg_store* store, const char* path);
 
 /** Deletes an empty key.
  * @return #VQREG_OK; #VQREG_E_KEY_NOT_FOUND; #VQREG_E_NOT_A_KEY; #VQREG_E_KEY_NOT_EMPTY */
@@ -232,7 +251,7 @@ VQREG_EXPORT int vqreg_delete_value(vqreg_store* store, const char* path, const 
 
 /** @name Values of an open key
  * As the ones above, but that none makes a key: all return #VQREG_E_INVALID_HANDLE when this process has
- * deleted it.
+ * deleted it, or a value has its name or that of a key above it. What was asked for is then not done.
  * @{ */
 /** As vqreg_get_dword(). */
 VQREG_EXPORT int vqreg_key_get_dword(vqreg_key* key, const char* name, uint32_t* number);
@@ -277,6 +296,12 @@ VQREG_EXPORT int vqreg_visit_keys(vqreg_store* store, const char* path, vqreg_ke
 VQREG_EXPORT int vqreg_visit_values(vqreg_store* store, const char* path,
                                     vqreg_value_visitor visitor, void* context);
 
+/** Visits the sub keys of an open key. @return as vqreg_visit_keys(); #VQREG_E_INVALID_HANDLE */
+VQREG_EXPORT int vqreg_key_visit_keys(vqreg_key* key, vqreg_key_visitor visitor, void* context);
+
+/** Visits the values of an open key. @return as vqreg_visit_values(); #VQREG_E_INVALID_HANDLE */
+VQREG_EXPORT int vqreg_key_visit_values(vqreg_key* key, vqreg_value_visitor visitor, void* context);
+
 /** Lists the names of a key's sub keys.
  * @param names  receives an array of the names with a null pointer behind the last one: one piece of
  *               memory, to be given to vqreg_free(); null on failure
@@ -303,7 +328,8 @@ typedef struct vqreg_data {
     const void* data; /**< as vqreg_get() gives it; null without a value */
 } vqreg_data;
 
-/** A change of one value, or of one key. All texts and data are valid until the next call for the watch. */
+/** A change of one value, or of one key. All texts and data, and the change itself, are valid until the next
+ * call for the watch. Later versions may add members behind the last one. */
 typedef struct vqreg_change {
     const char* path;  /**< of the key, below the root key; "" for the root key itself */
     const char* name;  /**< of the value; null where the key itself was made or deleted */
@@ -313,6 +339,11 @@ typedef struct vqreg_change {
 } vqreg_change;
 
 /** Watches a key and everything below it, whoever changes it.
+ *
+ * A watch has a copy of the file's tree and reads the file at each change: of a large store have few, and
+ * look at the paths. It tells what is in the file, where a key or value may be gone that this process can
+ * still read (see above), and what was edited by hand, which queries give after vqreg_reload() only. Writing
+ * into the file without closing it, and truncate(2), are not noticed.
  * @param path    need not exist
  * @param result  may be null; receives #VQREG_OK, #VQREG_E_NOT_STORABLE, #VQREG_E_BAD_FORMAT,
  *                #VQREG_E_FILE_OPEN, or #VQREG_E_FAIL, also when the system has no descriptor or no
@@ -324,12 +355,14 @@ VQREG_EXPORT vqreg_watch* vqreg_watch_open(vqreg_store* store, const char* path,
  * it and do not close it; vqreg_watch_next() makes it quiet again. */
 VQREG_EXPORT int vqreg_watch_fd(const vqreg_watch* watch);
 
-/** Hands out the next change, in the order of paths and names. Never waits. Several changes of one value
- * that came before the call count as one, and as none when it is what it was.
+/** Hands out the next change, in the order of paths and names. Never waits. Call it until it returns 0 or
+ * less: the first call makes the descriptor quiet, and changes that are left do not make it readable.
+ * Several changes of one value that came before the call count as one, and as none when it is what it was.
+ * @param change  receives the change, which the watch owns; null without one
  * @return 1 with a change; 0 when there is none; #VQREG_E_BAD_FORMAT while the file is malformed,
  *         #VQREG_E_FILE_OPEN while it cannot be read, #VQREG_E_FAIL: ask again when the descriptor is
- *         readable */
-VQREG_EXPORT int vqreg_watch_next(vqreg_watch* watch, vqreg_change* change);
+ *         readable. While the file's directory is missing the descriptor is not: ask again later */
+VQREG_EXPORT int vqreg_watch_next(vqreg_watch* watch, const vqreg_change** change);
 
 /** Ends a watch and closes its descriptor. Null is ignored. */
 VQREG_EXPORT void vqreg_watch_close(vqreg_watch* watch);

@@ -21,12 +21,19 @@ public:
 
     int descriptor() const { return m_fd; }
 
+    // The directory has gone or been replaced, and what is in its place cannot be watched yet: `take` tries.
+    bool isBlind() const { return m_watch < 0; }
+
     // Whether there was any news of the file since the last call, as far as can be told. The descriptor
     // is quiet afterwards. Never waits.
     [[nodiscard]] bool take();
 
 private:
+    [[nodiscard]] int watchDirectory();
+
     int m_fd = -1;
+    int m_watch = -1;  // the kernel's number of what is watched
+    std::string m_path;
     std::string m_name;  // in its directory
 };
 

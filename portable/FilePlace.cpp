@@ -4,6 +4,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
+
 #include "portable/PathParts.h"
 
 namespace VQRegLib {
@@ -20,7 +22,9 @@ eFilePlace filePlace(const std::string& path) {
     const std::string directory = directoryOfPath(path);
     struct stat status {};
     if (::stat(directory.c_str(), &status) != 0) {
-        return eFilePlace::eNoDirectory;
+        return errno == EACCES                       ? eFilePlace::eClosedDirectory
+               : errno == ENOENT || errno == ENOTDIR ? eFilePlace::eNoDirectory
+                                                     : eFilePlace::eNoPath;
     }
     if (!S_ISDIR(status.st_mode)) {
         return eFilePlace::eNoSuchDirectory;
@@ -29,7 +33,9 @@ eFilePlace filePlace(const std::string& path) {
         return eFilePlace::eClosedDirectory;
     }
     if (::lstat(path.c_str(), &status) != 0) {
-        return may(directory, W_OK) ? eFilePlace::eFine : eFilePlace::eReadOnlyDirectory;
+        return errno != ENOENT        ? eFilePlace::eNoPath
+               : may(directory, W_OK) ? eFilePlace::eFine
+                                      : eFilePlace::eReadOnlyDirectory;
     }
     if (!S_ISREG(status.st_mode)) {
         return eFilePlace::eNoFile;

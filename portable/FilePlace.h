@@ -13,7 +13,8 @@ enum class eFilePlace {
     eClosedDirectory,    // the directory may not be entered
     eReadOnlyDirectory,  // the file is missing, and the directory may not be written
     eNoFile,             // something else is in the file's place, a symbolic link for example
-    eClosedFile          // the file may not be read
+    eClosedFile,         // the file may not be read
+    eNoPath              // the system cannot follow the path: `errno` says why
 };
 
 // For the effective user. `path` is not followed where it is a symbolic link.

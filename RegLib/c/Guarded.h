@@ -22,6 +22,12 @@ template <typename Call>
     }
 }
 
+// The code of an operation that had to write: a directory that has gone is "not found" to the session, which
+// means a value to who reads the list of codes.
+[[nodiscard]] inline int ofChange(int result) {
+    return result == VQREG_E_NOT_FOUND ? VQREG_E_FILE_OPEN : result;
+}
+
 }  // namespace VQRegLib
 
 #endif  // REGLIB_C_GUARDED_H

@@ -1,15 +1,19 @@
-// Names are taken by their places, one call each, and between two calls anybody may add one: what stood at
-// a place then stands at the next, and would come twice. The order tells: a name that is not behind the one
-// before it has been there already, and is left out.
+// Names are taken by their places, one call each. The session lock keeps the threads of this process from
+// changing what stands where between two calls. Other processes can only add: what stood at a place then
+// stands at the next, and would come twice. The order tells: a name that is not behind the one before it has
+// been there already, and is left out.
 #include "RegLib/c/Listing.h"
 
 #include <cstring>
 #include <new>
 
+#include "RegLib/base/CritSecGuard.h"
 #include "RegLib/base/Folding.h"
 #include "RegLib/c/CStore.h"
 #include "RegLib/c/Guarded.h"
 #include "RegLib/c/ReadValue.h"
+#include "RegLib/store/RegLibAccess.h"
+#include "RegLib/store/Store.h"
 
 namespace VQRegLib {
 
@@ -24,6 +28,7 @@ int nameAt(CRegLib& session, CRegKey& key, eListed what, int index, std::string&
 }  // namespace
 
 int listNames(CRegLib& session, CRegKey& key, eListed what, std::vector<std::string>& names) {
+    const CCritSecGuard guard(CRegLibAccess::store(session)->m_critSec, __LINE__);
     names.clear();
     std::string name;
     for (int index = 0;; ++index) {
@@ -43,10 +48,41 @@ using namespace VQRegLib;
 
 namespace {
 
-int listAt(vqreg_store* store, const char* path, eListed what, std::vector<std::string>& names) {
-    return store->m_store->withKey(path, false, [&](CRegKey& key) {
-        return listNames(store->m_store->session(), key, what, names);
-    });
+// A key that is named by its path, or open: what both kinds of calls have in common.
+class CAtPath {
+public:
+    CAtPath(vqreg_store* store, const char* path) : m_store(store), m_path(path) {}
+
+    bool isGiven() const { return m_store != nullptr; }
+    CRegLib& session() const { return m_store->m_store->session(); }
+    template <typename Use>
+    [[nodiscard]] int use(Use&& use) const {
+        return m_store->m_store->withKey(m_path, false, use);
+    }
+
+private:
+    vqreg_store* m_store;
+    const char* m_path;
+};
+
+class CAtKey {
+public:
+    explicit CAtKey(vqreg_key* key) : m_key(key) {}
+
+    bool isGiven() const { return m_key != nullptr; }
+    CRegLib& session() const { return m_key->m_store->session(); }
+    template <typename Use>
+    [[nodiscard]] int use(Use&& use) const {
+        return m_key->use(use);
+    }
+
+private:
+    vqreg_key* m_key;
+};
+
+template <typename Place>
+int listAt(const Place& place, eListed what, std::vector<std::string>& names) {
+    return place.use([&](CRegKey& key) { return listNames(place.session(), key, what, names); });
 }
 
 // One piece of memory: the pointers, and the names behind them.
@@ -77,7 +113,7 @@ int giveList(vqreg_store* store, const char* path, eListed what, char*** list, s
     }
     return guardedForC([&] {
         std::vector<std::string> names;
-        const int result = listAt(store, path, what, names);
+        const int result = listAt(CAtPath(store, path), what, names);
         if (result >= 0) {
             *list = packed(names);
             if (count) {
@@ -90,14 +126,16 @@ int giveList(vqreg_store* store, const char* path, eListed what, char*** list, s
 
 }  // namespace
 
-int vqreg_visit_keys(vqreg_store* store, const char* path, vqreg_key_visitor visitor,
-                     void* context) {
-    if (!store || !visitor) {
+namespace {
+
+template <typename Place>
+int visitKeys(const Place& place, vqreg_key_visitor visitor, void* context) {
+    if (!place.isGiven() || !visitor) {
         return VQREG_E_FAIL;
     }
     return guardedForC([&] {
         std::vector<std::string> names;
-        int result = listAt(store, path, eListed::eKeys, names);
+        int result = listAt(place, eListed::eKeys, names);
         for (std::size_t i = 0; result == VQREG_OK && i < names.size(); ++i) {
             result = visitor(context, names[i].c_str());
         }
@@ -105,20 +143,19 @@ int vqreg_visit_keys(vqreg_store* store, const char* path, vqreg_key_visitor vis
     });
 }
 
-int vqreg_visit_values(vqreg_store* store, const char* path, vqreg_value_visitor visitor,
-                       void* context) {
-    if (!store || !visitor) {
+template <typename Place>
+int visitValues(const Place& place, vqreg_value_visitor visitor, void* context) {
+    if (!place.isGiven() || !visitor) {
         return VQREG_E_FAIL;
     }
     return guardedForC([&] {
         std::vector<std::string> names;
-        int result = listAt(store, path, eListed::eValues, names);
+        int result = listAt(place, eListed::eValues, names);
         CReadValue value;
         for (std::size_t i = 0; result == VQREG_OK && i < names.size(); ++i) {
             const char* const name = names[i].c_str();
-            result = store->m_store->withKey(path, false, [&](CRegKey& key) {
-                return value.read(store->m_store->session(), key, name);
-            });
+            result =
+                place.use([&](CRegKey& key) { return value.read(place.session(), key, name); });
             if (result == VQREG_OK) {
                 result = visitor(context, name, static_cast<vqreg_type>(value.type()),
                                  value.data().data(), value.data().size());
@@ -128,6 +165,26 @@ int vqreg_visit_values(vqreg_store* store, const char* path, vqreg_value_visitor
         }
         return result;
     });
+}
+
+}  // namespace
+
+int vqreg_visit_keys(vqreg_store* store, const char* path, vqreg_key_visitor visitor,
+                     void* context) {
+    return visitKeys(CAtPath(store, path), visitor, context);
+}
+
+int vqreg_visit_values(vqreg_store* store, const char* path, vqreg_value_visitor visitor,
+                       void* context) {
+    return visitValues(CAtPath(store, path), visitor, context);
+}
+
+int vqreg_key_visit_keys(vqreg_key* key, vqreg_key_visitor visitor, void* context) {
+    return visitKeys(CAtKey(key), visitor, context);
+}
+
+int vqreg_key_visit_values(vqreg_key* key, vqreg_value_visitor visitor, void* context) {
+    return visitValues(CAtKey(key), visitor, context);
 }
 
 int vqreg_list_keys(vqreg_store* store, const char* path, char*** names, size_t* count) {

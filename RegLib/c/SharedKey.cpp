@@ -9,9 +9,9 @@ std::shared_ptr<CSharedKey> CKeysByPath::find(std::string_view path) const {
 }
 
 std::shared_ptr<CSharedKey> CKeysByPath::add(std::string_view path,
-                                             std::shared_ptr<CSharedKey> key) {
+                                             const std::shared_ptr<CSharedKey>& key) {
     const CPlainGuard guard(m_mutex);
-    return m_keys.emplace(path, std::move(key)).first->second;
+    return m_keys.emplace(path, key).first->second;
 }
 
 void CKeysByPath::drop(std::string_view path, const std::shared_ptr<CSharedKey>& key) {
@@ -19,6 +19,12 @@ void CKeysByPath::drop(std::string_view path, const std::shared_ptr<CSharedKey>&
     const auto found = m_keys.find(path);
     if (found != m_keys.end() && found->second == key) {
         m_keys.erase(found);  // not the last reference: the caller has one
+    }
+}
+
+void CKeysByPath::drop(std::string_view path) {
+    if (const std::shared_ptr<CSharedKey> key = find(path)) {
+        drop(path, key);
     }
 }
 

@@ -39,11 +39,15 @@ class CKeysByPath {
 public:
     std::shared_ptr<CSharedKey> find(std::string_view path) const;
 
-    // The first one stays when two threads have opened the same path.
-    std::shared_ptr<CSharedKey> add(std::string_view path, std::shared_ptr<CSharedKey> key);
+    // The first one stays when two threads have opened the same path. The other goes with its caller's: a
+    // handle takes the session lock when it goes, whose holder may be waiting for the mutex in here.
+    std::shared_ptr<CSharedKey> add(std::string_view path, const std::shared_ptr<CSharedKey>& key);
 
     // Unless another one has taken its place.
     void drop(std::string_view path, const std::shared_ptr<CSharedKey>& key);
+
+    // Whatever the path has. To be called when its key has gone.
+    void drop(std::string_view path);
 
 private:
     struct CHash : std::hash<std::string_view> {

@@ -61,6 +61,11 @@ struct CSet {
         if (!isStorableValue(name, type, bytes)) {
             return VQREG_E_NOT_STORABLE;
         }
+        return ofChange(set(session, key));
+    }
+
+private:
+    int set(CRegLib& session, CRegKey& key) const {
         switch (type) {
             case CRegLib::eDword: {
                 std::uint32_t number = 0;
@@ -116,8 +121,8 @@ int atKey(vqreg_key* key, const Operation& operation) {
         return VQREG_E_FAIL;
     }
     return guardedForC([&] {
-        CRegKey* const handle = key->get();
-        return handle ? operation(key->m_store->session(), *handle) : VQREG_E_FAIL;
+        return key->use(
+            [&](CRegKey& handle) { return operation(key->m_store->session(), handle); });
     });
 }
 

@@ -26,7 +26,8 @@ struct vqreg_watch {
     bool m_isNews = true;  // the file is to be read
     std::unique_ptr<CTree> m_tree;
     std::deque<CDifference> m_differences;
-    CDifference m_given;  // the caller has pointers into this one
+    CDifference m_given;      // the caller has pointers into this one
+    vqreg_change m_change{};  // and to this
 
     CPlaceInTree place() const {
         return m_tree ? CPlaceInTree{m_tree.get(), findKey(*m_tree, m_fullPath)} : CPlaceInTree{};
@@ -100,14 +101,18 @@ int vqreg_watch_fd(const vqreg_watch* watch) {
     return watch ? watch->m_news.descriptor() : -1;
 }
 
-int vqreg_watch_next(vqreg_watch* watch, vqreg_change* change) {
+int vqreg_watch_next(vqreg_watch* watch, const vqreg_change** change) {
     if (!watch || !change) {
         return VQREG_E_FAIL;
     }
+    *change = nullptr;
     return guardedForC([&] {
         if (watch->m_differences.empty()) {
             // Before the look: what comes during it is news again.
             watch->m_isNews = watch->m_news.take() || watch->m_isNews;
+            if (watch->m_news.isBlind()) {
+                return VQREG_E_FILE_OPEN;
+            }
             const int result = watch->m_isNews ? watch->look() : VQREG_OK;
             if (result < 0 || watch->m_differences.empty()) {
                 return result;
@@ -116,8 +121,9 @@ int vqreg_watch_next(vqreg_watch* watch, vqreg_change* change) {
         watch->m_given = std::move(watch->m_differences.front());
         watch->m_differences.pop_front();
         const CDifference& given = watch->m_given;
-        *change = {given.path.c_str(), given.isOfKey ? nullptr : given.name.c_str(),
-                   dataOf(given.before), dataOf(given.after), given.isPresent};
+        watch->m_change = {given.path.c_str(), given.isOfKey ? nullptr : given.name.c_str(),
+                           dataOf(given.before), dataOf(given.after), given.isPresent};
+        *change = &watch->m_change;
         return 1;
     });
 }

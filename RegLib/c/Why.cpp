@@ -1,6 +1,8 @@
 // Which file a store is and why it cannot be used, for people.
+#include <cerrno>
 #include <cstring>
 #include <string>
+#include <system_error>
 
 #include "RegLib/c/CStore.h"
 #include "RegLib/c/FileTree.h"
@@ -20,7 +22,9 @@ namespace {
 
 std::string placeFault(const std::string& file) {
     const std::string directory = directoryOfPath(file);
-    switch (filePlace(file)) {
+    const eFilePlace place = filePlace(file);
+    const int error = errno;
+    switch (place) {
         case eFilePlace::eNoDirectory:
             return file + ": the directory " + directory + " does not exist";
         case eFilePlace::eNoSuchDirectory:
@@ -34,6 +38,8 @@ std::string placeFault(const std::string& file) {
             return file + ": it is not a file";
         case eFilePlace::eClosedFile:
             return file + ": the file may not be read";
+        case eFilePlace::eNoPath:
+            return file + ": " + std::generic_category().message(error);
         case eFilePlace::eFine:
             break;
     }
@@ -142,6 +148,10 @@ static_assert(VQREG_E_FAIL == REGLIB_E_FAIL && VQREG_E_NOT_FOUND == REGLIB_E_NOT
               VQREG_E_KEY_NOT_EMPTY == REGLIB_E_KEY_NOT_EMPTY &&
               VQREG_E_FILE_OPEN == REGLIB_E_FILE_OPEN &&
               VQREG_E_NOT_INITIALIZED == REGLIB_E_NOT_INITIALIZED);
+
+const char* vqreg_version() {
+    return VQREGLIB_VERSION;
+}
 
 const char* vqreg_strerror(int result) {
     for (const CSentence& each : kSentences) {

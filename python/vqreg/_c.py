@@ -63,11 +63,13 @@ class Data(ctypes.Structure):
 
 
 class Change(ctypes.Structure):
-    """vqreg_change."""
+    """vqreg_change, as far as this module knows its members."""
 
     _fields_ = [("path", c_char_p), ("name", c_char_p), ("before", Data), ("after", Data),
                 ("is_present", c_int)]
 
+
+change_pointer = POINTER(Change)
 
 _FUNCTIONS: dict[str, tuple[object, list[object]]] = {
     "vqreg_open": (StoreHandle, [c_char_p, c_char_p, POINTER(c_int)]),
@@ -97,7 +99,7 @@ _FUNCTIONS: dict[str, tuple[object, list[object]]] = {
     "vqreg_free": (None, [c_void_p]),
     "vqreg_watch_open": (WatchHandle, [c_void_p, c_char_p, POINTER(c_int)]),
     "vqreg_watch_fd": (c_int, [c_void_p]),
-    "vqreg_watch_next": (c_int, [c_void_p, POINTER(Change)]),
+    "vqreg_watch_next": (c_int, [c_void_p, POINTER(POINTER(Change))]),
     "vqreg_watch_close": (None, [c_void_p]),
 }
 

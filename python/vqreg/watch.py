@@ -76,10 +76,11 @@ class Watch:
         Raises `StoreError` while the file is malformed or cannot be read.
         """
         handle = self._open()
-        given = _c.Change()
+        found = _c.change_pointer()
         with self._lock:  # what is given belongs to the watch until the next call
-            result: int = _c.library.vqreg_watch_next(handle, given)
+            result: int = _c.library.vqreg_watch_next(handle, found)
             if result == 1:
+                given = found.contents
                 return Change(values.decoded(given.path),
                               None if given.name is None else values.decoded(given.name),
                               _value(given.before), _value(given.after), bool(given.is_present))

@@ -1,4 +1,5 @@
 // Stores and keys through the C interface, and what is in a key.
+#include <malloc.h>
 #include <sys/stat.h>
 
 #include "c/CStoreFixture.h"
@@ -161,4 +162,62 @@ TEST_F(CKeys, OfAnotherRootKeyAreOtherKeys) {
     EXPECT_EQ(number("K", "V"), std::nullopt);
     EXPECT_NE(file.read().find("[Other/K]"), std::string::npos);
     vqreg_close(other);
+}
+
+namespace {
+
+int addName(void* context, const char* name) {
+    *static_cast<std::string*>(context) += std::string(name) + ' ';
+    return 0;
+}
+
+int addValueName(void* context, const char* name, vqreg_type, const void*, size_t) {
+    return addName(context, name);
+}
+
+}  // namespace
+
+TEST_F(CKeys, AnOpenOneIsVisited) {
+    ASSERT_EQ(vqreg_set_dword(store, "K/A", "V", 1), VQREG_OK);
+    ASSERT_EQ(vqreg_set_dword(store, "K", "B", 1), VQREG_OK);
+    ASSERT_EQ(vqreg_set_dword(store, "K", "C", 1), VQREG_OK);
+    vqreg_key* key = nullptr;
+    ASSERT_EQ(vqreg_open_key(store, "K", 0, &key), VQREG_OK);
+    std::string names;
+    EXPECT_EQ(vqreg_key_visit_keys(key, addName, &names), VQREG_OK);
+    EXPECT_EQ(vqreg_key_visit_values(key, addValueName, &names), VQREG_OK);
+    EXPECT_EQ(names, "A B C ");
+    EXPECT_EQ(vqreg_key_visit_keys(nullptr, addName, &names), VQREG_E_FAIL);
+    EXPECT_EQ(vqreg_key_visit_values(key, nullptr, &names), VQREG_E_FAIL);
+    vqreg_close_key(key);
+}
+
+TEST_F(CKeys, AreThereOrNot) {
+    ASSERT_EQ(vqreg_set_dword(store, "K/A", "V", 1), VQREG_OK);
+    EXPECT_EQ(vqreg_has_key(store, "k\\a"), VQREG_OK);
+    EXPECT_EQ(vqreg_has_key(store, nullptr), VQREG_OK);
+    EXPECT_EQ(vqreg_has_key(store, "K/B"), VQREG_E_KEY_NOT_FOUND);
+    EXPECT_EQ(vqreg_has_key(store, "K/A/V"), VQREG_E_NOT_A_KEY);
+    EXPECT_EQ(vqreg_has_key(nullptr, "K"), VQREG_E_FAIL);
+    EXPECT_STREQ(vqreg_version(), VQREG_VERSION);
+}
+
+// Programs ask for optional settings all their life.
+TEST_F(CKeys, AskingForOnesThatAreMissingTakesNoMemory) {
+    ASSERT_EQ(vqreg_set_dword(store, "Network/Ports", "V", 1), VQREG_OK);
+    const auto ask = [this](int times) {
+        for (int i = 0; i < times; ++i) {
+            std::uint32_t found = 0;
+            EXPECT_EQ(vqreg_get_dword(store, "Network/Missing", "V", &found),
+                      VQREG_E_KEY_NOT_FOUND);
+            vqreg_key* key = nullptr;
+            EXPECT_EQ(vqreg_open_key(store, "Network/Ports", 0, &key), VQREG_OK);
+            vqreg_close_key(key);
+            EXPECT_EQ(vqreg_delete_key(store, "Network/Missing"), VQREG_E_KEY_NOT_FOUND);
+        }
+    };
+    ask(100);
+    const std::size_t before = ::mallinfo2().uordblks;
+    ask(2000);
+    EXPECT_LT(::mallinfo2().uordblks, before + 20'000);
 }

@@ -1,6 +1,7 @@
 // Watches of the C interface: what has changed, whoever has changed it.
 #include <poll.h>
 
+#include <filesystem>
 #include <fstream>
 
 #include "c/CStoreFixture.h"
@@ -55,9 +56,9 @@ protected:
 
     std::vector<std::string> changes() {
         std::vector<std::string> list;
-        vqreg_change change;
+        const vqreg_change* change = nullptr;
         while ((last = vqreg_watch_next(watch, &change)) == 1) {
-            list.push_back(shown(change));
+            list.push_back(shown(*change));
         }
         return list;
     }
@@ -170,9 +171,48 @@ TEST_F(CWatch, ThatCannotBeIsRefused) {
     EXPECT_EQ(result, VQREG_E_FAIL);
     EXPECT_EQ(vqreg_watch_open(store, "a//b", &result), nullptr);
     EXPECT_EQ(result, VQREG_E_NOT_STORABLE);
-    vqreg_change change;
+    const vqreg_change* change = nullptr;
     EXPECT_EQ(vqreg_watch_next(nullptr, &change), VQREG_E_FAIL);
     EXPECT_EQ(vqreg_watch_fd(nullptr), -1);
     start("");
     EXPECT_EQ(vqreg_watch_next(watch, nullptr), VQREG_E_FAIL);
+}
+
+// A directory of that name may be another one from one moment to the next.
+TEST_F(CWatch, GoesOnInADirectoryThatTakesThePlace) {
+    ASSERT_EQ(vqreg_set_dword(store, "K", "V", 1), VQREG_OK);
+    start("K");
+    const std::string away = file.directory() + ".away";
+    std::filesystem::rename(file.directory(), away);
+    EXPECT_TRUE(isReadable(5000));
+    EXPECT_EQ(changes(), std::vector<std::string>());
+    EXPECT_EQ(last, VQREG_E_FILE_OPEN);
+    std::filesystem::create_directory(file.directory());
+    EXPECT_EQ(vqreg_set_dword(store, "K", "V", 2), VQREG_OK);
+    EXPECT_EQ(changes(), std::vector<std::string>{"K|V 1 2"});
+    EXPECT_EQ(vqreg_set_dword(store, "K", "V", 3), VQREG_OK);
+    EXPECT_TRUE(isReadable(5000));
+    EXPECT_EQ(changes(), std::vector<std::string>{"K|V 2 3"});
+    std::filesystem::remove_all(away);
+}
+
+// The line of a key may have more behind its bracket than its name.
+TEST_F(CWatch, OfTheRootKeyIsOfTheNameThatItWasGiven) {
+    vqreg_close(store);
+    std::ofstream(file.path()) << "[Velquist]x\n[Other]y\n[Other/Network]\n\"V\"=dword:00000001\n";
+    store = vqreg_open(file.path().c_str(), "Other", nullptr);
+    ASSERT_NE(store, nullptr);
+    start("");
+    ASSERT_EQ(vqreg_set_dword(store, "Network", "V", 2), VQREG_OK);
+    ASSERT_EQ(vqreg_set_dword(store, "", "W", 3), VQREG_OK);
+    EXPECT_EQ(changes(), (std::vector<std::string>{"|W - 3", "Network|V 1 2"}));
+}
+
+TEST_F(CWatch, KeepsItsStoreOpen) {
+    start("");
+    vqreg_store* const other = open();
+    vqreg_close(store);
+    store = other;
+    ASSERT_EQ(vqreg_set_dword(store, "", "V", 2), VQREG_OK);
+    EXPECT_EQ(changes(), std::vector<std::string>{"|V - 2"});
 }

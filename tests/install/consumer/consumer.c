@@ -34,7 +34,7 @@ static int use_values(vqreg_store* store) {
 int main(int argc, char** argv) {
     int result = -1;
     int is_good;
-    vqreg_change change;
+    const vqreg_change* change = NULL;
     vqreg_store* const store = argc == 2 ? vqreg_open(argv[1], NULL, &result) : NULL;
     vqreg_watch* const watch = vqreg_watch_open(store, NULL, NULL);
     if (!check(store != NULL && watch != NULL, vqreg_strerror(result))) {
@@ -42,7 +42,7 @@ int main(int argc, char** argv) {
     }
     is_good =
         use_values(store) &&
-        check(vqreg_watch_next(watch, &change) == 1 && strcmp(change.path, "C") == 0, "watching");
+        check(vqreg_watch_next(watch, &change) == 1 && strcmp(change->path, "C") == 0, "watching");
     vqreg_watch_close(watch);
     vqreg_close(store);
     return is_good ? 0 : 1;
