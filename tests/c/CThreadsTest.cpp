@@ -107,7 +107,7 @@ TEST_F(CThreads, AListHasWhatIsThereAllTheTime) {
         }
     });
     int lacking = 0;
-    for (int round = 0; round < 400; ++round) {
+    for (int round = 0; round < 6000; ++round) {
         char** names = nullptr;
         size_t count = 0;
         ASSERT_EQ(vqreg_list_values(store, "K", &names, &count), VQREG_OK);
