@@ -7,7 +7,6 @@ than who started it.
 from __future__ import annotations
 
 import ctypes
-import os
 from ctypes import POINTER, c_char_p, c_int, c_size_t, c_uint32, c_void_p
 
 OK = 0
@@ -47,12 +46,12 @@ class StoreHandle(c_void_p):
 
 
 class WatchHandle(c_void_p):
-    """vqreg_watch*, closed in the same way, but not by a child of the process that has opened it."""
+    """vqreg_watch*, closed in the same way."""
 
-    process = 0
+    process = 0  # that has opened it
 
     def __del__(self) -> None:
-        if self.value and self.process == os.getpid():
+        if self.value:
             library.vqreg_watch_close(self)
 
 

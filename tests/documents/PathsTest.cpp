@@ -89,7 +89,7 @@ TEST(Documents, PathsOfTheProjectExist) {
             for (
                 const std::string& path : matches(
                     code,
-                    R"((^|[\s"(])((scripts|docs|examples|tests|tools|include|RegLib|portable|cmake|fuzz|bench|\.ci)/[\w./-]*\w))",
+                    R"((^|[\s"(])((scripts|docs|examples|tests|tools|include|python|RegLib|portable|cmake|fuzz|bench|\.ci)/[\w./-]*\w))",
                     2)) {
                 ++paths;
                 EXPECT_TRUE(existsSomewhere(document, path)) << document.path << ": " << path;

@@ -3,6 +3,7 @@ from __future__ import annotations
 
 import os
 import pathlib
+import select
 import subprocess
 import sys
 import time
@@ -39,13 +40,27 @@ def run(program: str, *arguments: str) -> str:
 def follow(path: pathlib.Path, key: str) -> subprocess.Popen[str]:
     """A program in C++ with a change handler, which prints its settings whenever they have changed.
 
-    It looks by itself only once a minute. It hears of files that are not as old as the one that it begins with.
+    It looks by itself only once a minute.
     """
     program = pathlib.Path(os.environ["VQREG_PROGRAMS"]) / "follow"
     if not program.exists():
         pytest.skip("the examples are not built")
-    os.utime(path, (1, 1))
     return subprocess.Popen([program, path, key], stdout=subprocess.PIPE, text=True)
+
+
+def wait_until_heard(daemon: subprocess.Popen[str], change: Callable[[int], object]) -> None:
+    """Changes something and tells it until the program prints that it has heard.
+
+    A file that is as old in whole seconds as the one that the library looked at first is no news, so once is
+    not always enough.
+    """
+    assert daemon.stdout is not None
+    end = time.monotonic() + PATIENCE
+    times = 0
+    while not select.select([daemon.stdout], [], [], 0.2)[0]:
+        assert time.monotonic() < end, "it has heard nothing"
+        change(times)
+        times += 1
 
 
 def in_child(work: Callable[[], object]) -> int:

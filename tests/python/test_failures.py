@@ -3,12 +3,11 @@ import os
 import pathlib
 import subprocess
 import sys
-import time
 from collections.abc import Callable
 
 import pytest
 import vqreg
-from support import PATIENCE, as_nobody, follow, run
+from support import as_nobody, follow, run, wait_until_heard
 
 
 def test_missing_directory_is_named(tmp_path: pathlib.Path) -> None:
@@ -142,11 +141,13 @@ def test_notify_wakes_handlers(store: vqreg.Store, path: pathlib.Path) -> None:
     os.utime(path, (1000, 1000))  # a handler is called when the second of the last change is another one
     with follow(path, "K") as daemon:
         assert daemon.stdout is not None and "first" in daemon.stdout.readline()
-        begin = time.monotonic()
-        store["K", "Message"] = "second"
-        store.notify()
+
+        def change(times: int) -> None:
+            store["K", "Message"] = f"second {times}"
+            store.notify()
+
+        wait_until_heard(daemon, change)
         assert "second" in daemon.stdout.readline()
-        assert time.monotonic() - begin < PATIENCE
         daemon.terminate()
 
 

@@ -2,6 +2,7 @@
 import os
 import pathlib
 import pickle
+import signal
 import threading
 
 import pytest
@@ -60,6 +61,35 @@ with vqreg.Store(sys.argv[1]) as s:
         other.communicate(timeout=PATIENCE)
         with vqreg.Store(path) as fresh, fresh.locked():
             assert fresh["K", "a"] == fresh["K", "b"]
+
+
+INTERRUPTED = """
+try:
+    with vqreg.Store(sys.argv[1]) as s:
+        print("ready", flush=True)
+        WORK
+except KeyboardInterrupt:
+    print("interrupted")
+"""
+
+
+def test_interrupt_ends_the_wait_of_a_watch(path: pathlib.Path) -> None:
+    waiting = start(INTERRUPTED.replace("WORK", "list(s.watch('K'))"), str(path))
+    assert waiting.stdout is not None and waiting.stdout.readline() == "ready\n"
+    waiting.send_signal(signal.SIGINT)
+    assert waiting.communicate(timeout=PATIENCE)[0] == "interrupted\n"
+
+
+def test_interrupt_comes_when_a_change_has_waited(store: vqreg.Store, path: pathlib.Path) -> None:
+    with store.locked():
+        waiting = start(INTERRUPTED.replace("WORK", "s['K', 'n'] = 1"), str(path))
+        assert waiting.stdout is not None and waiting.stdout.readline() == "ready\n"
+        wait_for(lambda: pathlib.Path(f"/proc/{waiting.pid}/stat").read_text().split()[2] == "S")
+        waiting.send_signal(signal.SIGINT)
+        wait_for(lambda: pathlib.Path(f"/proc/{waiting.pid}/stat").read_text().split()[2] == "S")
+        assert waiting.poll() is None
+    assert waiting.communicate(timeout=PATIENCE)[0] == "interrupted\n"
+    assert store["K", "n"] == 1
 
 
 def test_child_of_fork_goes_on_with_the_store(store: vqreg.Store) -> None:

@@ -4,6 +4,7 @@ import threading
 from collections.abc import Callable
 
 import vqreg
+from support import PATIENCE, start, wait_for
 
 
 def together(*work: Callable[[], None]) -> list[BaseException]:
@@ -22,6 +23,12 @@ def together(*work: Callable[[], None]) -> list[BaseException]:
     for thread in threads:
         thread.join()
     return wrong
+
+
+def is_asleep(thread: threading.Thread) -> bool:
+    """Whether a thread waits for something."""
+    stat = pathlib.Path(f"/proc/self/task/{thread.native_id}/stat").read_text()
+    return stat.rpartition(")")[2].split()[0] == "S"
 
 
 def test_set_and_read_values_of_their_own(store: vqreg.Store) -> None:
@@ -54,6 +61,29 @@ def test_see_all_of_an_update_or_nothing(store: vqreg.Store, path: pathlib.Path)
                         assert each["K", "a"] == each["K", "b"]
 
     assert together(change, look, look) == []
+
+
+def test_may_close_a_store_while_a_call_of_another_waits(path: pathlib.Path) -> None:
+    store = vqreg.Store(path)
+    holder = start("""
+with vqreg.Store(sys.argv[1]) as s, s.locked():
+    print("locked", flush=True)
+    sys.stdin.readline()
+""", str(path))
+    assert holder.stdout is not None and holder.stdout.readline() == "locked\n"
+    wrong: list[BaseException] = []
+    setter = threading.Thread(target=lambda: wrong.extend(together(
+        lambda: store.__setitem__(("K", "n"), 1))))
+    setter.start()
+    wait_for(lambda: len(threading.enumerate()) >= 3)
+    wait_for(lambda: all(is_asleep(thread) for thread in threading.enumerate()[1:]))
+    store.close()
+    assert store.closed
+    holder.communicate("go on\n", timeout=PATIENCE)
+    setter.join()
+    assert wrong == []
+    with vqreg.Store(path) as other:
+        assert other["K", "n"] == 1
 
 
 def test_may_close_a_store_that_others_use(path: pathlib.Path) -> None:

@@ -140,6 +140,29 @@ def test_belongs_to_its_process(store: vqreg.Store) -> None:
     assert next(watch).name == "parent"
 
 
+def test_is_asked_by_one_thread_at_a_time(store: vqreg.Store, monkeypatch: pytest.MonkeyPatch) -> None:
+    watch = store.watch("K")
+    real = vqreg._c.library.vqreg_watch_next
+    inside: list[int] = []
+    most = 0
+
+    def asked(*arguments: object) -> int:
+        nonlocal most
+        inside.append(1)
+        time.sleep(0.01)  # what others can use to come in, too
+        most = max(most, len(inside))
+        inside.pop()
+        return int(real(*arguments))
+
+    monkeypatch.setattr(vqreg._c.library, "vqreg_watch_next", asked)
+    threads = [threading.Thread(target=watch.poll) for _ in range(4)]
+    for thread in threads:
+        thread.start()
+    for thread in threads:
+        thread.join()
+    assert most == 1
+
+
 def test_gives_each_change_to_one_of_several_threads(store: vqreg.Store) -> None:
     watch = store.watch("K", timeout=0.5)
     seen: list[str | None] = []
