@@ -52,7 +52,8 @@ public:
     Ours(const Data& data, const std::string& directory)
         : m_data(data),
           m_directory(directory),
-          m_session(storePath(directory).c_str(), nullptr, CRegLib::eLocationDefault, nullptr) {}
+          m_session(storePath(directory).c_str(), nullptr, CRegLib::eLocationDefault, nullptr),
+          m_texts(data, bench::Type::eText) {}
 
     void openKeys() {
         m_keys = std::make_unique<CRegKey[]>(m_data.keys());
@@ -93,6 +94,13 @@ public:
         if (workload.rfind("big", 0) == 0) {
             return big(workload, count);
         }
+        if (workload == "string") {
+            std::size_t length = 0;
+            const double each =
+                bench::timed(count, [&] { length += string(m_texts.next()).size(); });
+            require(length > 0, "the texts are empty");
+            return each;
+        }
         if (workload == "update") {
             return bench::timed(count, [&] { update(); });
         }
@@ -119,6 +127,17 @@ private:
         check(m_session.VQRegQueryValue(key, name, type, buffer, &size));
         std::memcpy(&number, buffer, sizeof number);
         return number;
+    }
+
+    // A text as a program wants it.
+    std::string string(std::size_t value) {
+        unsigned char buffer[256];
+        unsigned long size = sizeof buffer;
+        CRegLib::eDataType type = CRegLib::eNone;
+        check(m_session.VQRegQueryValue(m_keys[Data::keyOf(value)], Data::nameOf(value), type,
+                                        buffer, &size));
+        require(type == CRegLib::eString, "a text has another type");
+        return reinterpret_cast<const char*>(buffer);
     }
 
     std::size_t enumerateAll(CRegLib& session, CRegKey& key) {
@@ -191,6 +210,7 @@ private:
     std::string m_directory;
     CRegLib m_session;
     std::unique_ptr<CRegKey[]> m_keys;
+    bench::Draw m_texts;
     std::string m_name;
     std::vector<std::size_t> m_order;
     std::unique_ptr<Session> m_big;
