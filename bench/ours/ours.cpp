@@ -53,6 +53,7 @@ public:
         : m_data(data),
           m_directory(directory),
           m_session(storePath(directory).c_str(), nullptr, CRegLib::eLocationDefault, nullptr),
+          m_numbers(data, bench::Type::eNumber),
           m_texts(data, bench::Type::eText) {}
 
     void openKeys() {
@@ -94,12 +95,8 @@ public:
         if (workload.rfind("big", 0) == 0) {
             return big(workload, count);
         }
-        if (workload == "string") {
-            std::size_t length = 0;
-            const double each =
-                bench::timed(count, [&] { length += string(m_texts.next()).size(); });
-            require(length > 0, "the texts are empty");
-            return each;
+        if (workload == "number" || workload == "string") {
+            return byHand(workload, count);
         }
         if (workload == "update") {
             return bench::timed(count, [&] { update(); });
@@ -129,15 +126,36 @@ private:
         return number;
     }
 
-    // A text as a program wants it.
-    std::string string(std::size_t value) {
+    // What VQRegStore.h does, in a program that does without.
+    double byHand(const std::string& workload, long count) {
+        std::size_t sum = 0;
+        const double each =
+            workload == "number"
+                ? bench::timed(count, [&] { sum += ownNumber(m_numbers.next()) + 1; })
+                : bench::timed(count, [&] { sum += ownText(m_texts.next()).size(); });
+        require(sum > 0, "the answers are empty");
+        return each;
+    }
+
+    std::uint32_t ownNumber(std::size_t value) {
+        std::uint32_t number = 0;
+        unsigned char buffer[sizeof number];
+        require(read(value, buffer, sizeof buffer) == CRegLib::eDword, "a number has another type");
+        std::memcpy(&number, buffer, sizeof number);
+        return number;
+    }
+
+    std::string ownText(std::size_t value) {
         unsigned char buffer[256];
-        unsigned long size = sizeof buffer;
+        require(read(value, buffer, sizeof buffer) == CRegLib::eString, "a text has another type");
+        return reinterpret_cast<const char*>(buffer);
+    }
+
+    CRegLib::eDataType read(std::size_t value, unsigned char* buffer, unsigned long size) {
         CRegLib::eDataType type = CRegLib::eNone;
         check(m_session.VQRegQueryValue(m_keys[Data::keyOf(value)], Data::nameOf(value), type,
                                         buffer, &size));
-        require(type == CRegLib::eString, "a text has another type");
-        return reinterpret_cast<const char*>(buffer);
+        return type;
     }
 
     std::size_t enumerateAll(CRegLib& session, CRegKey& key) {
@@ -210,6 +228,7 @@ private:
     std::string m_directory;
     CRegLib m_session;
     std::unique_ptr<CRegKey[]> m_keys;
+    bench::Draw m_numbers;
     bench::Draw m_texts;
     std::string m_name;
     std::vector<std::size_t> m_order;

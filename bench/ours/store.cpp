@@ -16,7 +16,10 @@ public:
     }
 
     ThroughStore(const Data& data, const std::string& directory)
-        : m_data(data), m_store(directory + "/ours.cfg"), m_texts(data, bench::Type::eText) {}
+        : m_data(data),
+          m_store(directory + "/ours.cfg"),
+          m_numbers(data, bench::Type::eNumber),
+          m_texts(data, bench::Type::eText) {}
 
     void openKeys() {
         for (std::size_t key = 0; key < m_data.keys(); ++key) {
@@ -24,29 +27,28 @@ public:
         }
     }
 
-    std::uint32_t query(std::size_t value) {
-        return *m_keys[Data::keyOf(value)].get<std::uint32_t>(Data::nameOf(value));
-    }
-
     double special(const std::string& workload, long count) {
-        if (workload == "string") {
-            std::size_t length = 0;
-            const double each =
-                bench::timed(count, [&] { length += string(m_texts.next())->size(); });
-            bench::require(length > 0, "the texts are empty");
-            return each;
+        std::size_t sum = 0;
+        double each = -1;
+        if (workload == "number") {
+            each = bench::timed(count, [&] { sum += *get<std::uint32_t>(m_numbers.next()) + 1; });
+        } else if (workload == "string") {
+            each = bench::timed(count, [&] { sum += get<std::string>(m_texts.next())->size(); });
         }
-        return -1;
+        bench::require(each < 0 || sum > 0, "the answers are empty");
+        return each;
     }
 
 private:
-    std::optional<std::string> string(std::size_t value) {
-        return m_keys[Data::keyOf(value)].get<std::string>(Data::nameOf(value));
+    template <typename T>
+    std::optional<T> get(std::size_t value) {
+        return m_keys[Data::keyOf(value)].get<T>(Data::nameOf(value));
     }
 
     const Data& m_data;
     vqreg::Store m_store;
     std::vector<vqreg::Key> m_keys;
+    bench::Draw m_numbers;
     bench::Draw m_texts;
 };
 

@@ -40,7 +40,7 @@ build_with_cmake() {
     quietly cmake -S "$consumer" -B "$work/build" -DCMAKE_PREFIX_PATH="$prefix" \
         -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_CXX_FLAGS="${flags[*]}" -DCMAKE_C_FLAGS="${flags[*]}"
     quietly cmake --build "$work/build"
-    cp "$work/build"/consumer?? "$work/build"/consumer_* "$work"
+    cp "$work/build"/consumer?? "$work/build"/consumer_store?? "$work"
 }
 
 build_with_pkg_config() {
