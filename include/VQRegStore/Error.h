@@ -152,8 +152,9 @@ inline bool isOfStore(int code) noexcept {
 
 }  // namespace vqreg
 
-/// Makes `vqreg::errc` convert to `std::error_code`.
+/// @cond  the standard library asks for it
 template <>
 struct std::is_error_code_enum<vqreg::errc> : std::true_type {};
+/// @endcond
 
 #endif  // VQREGSTORE_ERROR_H
