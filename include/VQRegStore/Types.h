@@ -212,11 +212,7 @@ int encodeNumber(T number, Encoded& encoded) {
         }
         return encodeNumber(static_cast<std::underlying_type_t<T>>(number), encoded);
     } else {
-        if constexpr (std::is_signed_v<T>) {
-            if (number < 0) {
-                return kOutOfRange;
-            }
-        }
+        // A negative number is a large one there.
         if (static_cast<std::uintmax_t>(number) > std::numeric_limits<std::uint32_t>::max()) {
             return kOutOfRange;
         }

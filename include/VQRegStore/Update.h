@@ -183,7 +183,7 @@ private:
 
     // One that the file could not give back, unless it is there all the same.
     std::string checkNewPath(Name path) const {
-        const std::string whole = checkPath(path);
+        std::string whole = checkPath(path);
         detail::SharedKey key;
         if (!m_core->isStorable(whole, nullptr, {}) &&
             m_core->open(whole, false, key) == VQREG_E_KEY_NOT_FOUND) {

@@ -211,6 +211,32 @@ TEST_F(StoreWatch, TellsOfTroubleOnceAndWhenItIsOver) {
     EXPECT_FALSE(troubles[1]);
 }
 
+TEST_F(StoreWatch, MayBeDestroyedWhenItTellsThatTroubleIsOver) {
+    std::unique_ptr<vqreg::Watch> watch;
+    std::mutex mutex;  // until the pointer is there
+    std::atomic<bool> isTrouble{false};
+    const auto kept = std::make_shared<int>(7);
+    const std::weak_ptr<int> alive = kept;
+    std::atomic<int> calls{0};
+    {
+        const std::lock_guard<std::mutex> guard(mutex);
+        watch = std::make_unique<vqreg::Watch>(
+            store, "Net", [&, own = kept](const vqreg::Change&) { calls += *own; },
+            [&](std::error_code error) {
+                const std::lock_guard<std::mutex> inner(mutex);
+                isTrouble = static_cast<bool>(error);
+                if (!error) {
+                    watch.reset();
+                }
+            });
+    }
+    replaceFile("[Velquist]\nnonsense\n");
+    ASSERT_TRUE(vqtest::waitUntil([&] { return isTrouble.load(); }));
+    replaceFile("[Velquist]\n[Velquist/Net]\n\"V\"=dword:7\n");
+    EXPECT_TRUE(vqtest::waitUntil([&] { return alive.use_count() == 1; }));
+    EXPECT_EQ(calls, 0);
+}
+
 TEST_F(StoreWatch, BlocksTheSignalsInItsThread) {
     std::atomic<int> isBlocked{-1};
     const vqreg::Watch watch(store, "Net", [&](const vqreg::Change&) {
