@@ -73,8 +73,8 @@ install(TARGETS VQRegLib EXPORT VQRegLibTargets
         NAMELINK_COMPONENT development)
 install(EXPORT VQRegLibTargets NAMESPACE VQRegLib::
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/VQRegLib COMPONENT development)
-install(FILES ${PROJECT_SOURCE_DIR}/include/VQRegLib.h ${PROJECT_SOURCE_DIR}/include/vqreg.h
-        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
+        COMPONENT development FILES_MATCHING PATTERN *.h)
 install(FILES ${PROJECT_BINARY_DIR}/VQRegLibConfig.cmake
               ${PROJECT_BINARY_DIR}/VQRegLibConfigVersion.cmake
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/VQRegLib COMPONENT development)

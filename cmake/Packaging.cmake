@@ -52,7 +52,7 @@ set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
 Programs open keys by path and set, query, enumerate and delete typed values
 in one text file. Every process sees every change at its next call.
 
-This package contains the header, the CMake package, the pkg-config file, the
+This package contains the headers, the CMake package, the pkg-config file, the
 manual page of the library and its documents.")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME vqreg)

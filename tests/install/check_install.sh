@@ -17,6 +17,7 @@ work=$(mktemp -d "$build/install-check-XXXXXX")
 trap 'rm -rf "$work"' EXIT
 prefix=$work/prefix
 standards=(11 14 17 20)
+standards_of_store=(17 20)
 cplusplus=(201103 201402 201703 202002)
 
 quietly() {
@@ -39,7 +40,7 @@ build_with_cmake() {
     quietly cmake -S "$consumer" -B "$work/build" -DCMAKE_PREFIX_PATH="$prefix" \
         -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_CXX_FLAGS="${flags[*]}" -DCMAKE_C_FLAGS="${flags[*]}"
     quietly cmake --build "$work/build"
-    cp "$work/build"/consumer?? "$work/build/consumer_c" "$work"
+    cp "$work/build"/consumer?? "$work/build"/consumer_store?? "$work"
 }
 
 build_with_pkg_config() {
@@ -50,6 +51,10 @@ build_with_pkg_config() {
     for standard in "${standards[@]}"; do
         quietly "$compiler" "-std=c++$standard" -Wall -Wextra -Wpedantic -Werror "${flags[@]}" \
             "$consumer/consumer.cpp" -o "$work/consumer$standard" "${options[@]}"
+    done
+    for standard in "${standards_of_store[@]}"; do
+        quietly "$compiler" "-std=c++$standard" -Wall -Wextra -Wpedantic -Werror "${flags[@]}" \
+            "$consumer/consumer_store.cpp" -o "$work/consumer_store$standard" "${options[@]}"
     done
     quietly "$(c_compiler)" -std=c99 -Wall -Wextra -Wpedantic -Werror "${flags[@]}" \
         "$consumer/consumer.c" -o "$work/consumer_c" "${options[@]}"
@@ -127,6 +132,12 @@ for i in "${!standards[@]}"; do
         echo "check_install: C++${standards[i]} printed \"$printed\"" >&2
         exit 1
     fi
+done
+for standard in "${standards_of_store[@]}"; do
+    "$private_root" "$work/consumer_store$standard" /tmp/store-of-cxx.cfg || {
+        echo "check_install: the program with VQRegStore.h in C++$standard ended with $?" >&2
+        exit 1
+    }
 done
 "$private_root" "$work/consumer_c" /tmp/store-of-c.cfg || {
     echo "check_install: the program in C ended with $?" >&2
