@@ -153,25 +153,24 @@ public:
     }
 
     // The key of a path. Each opening of a path leaves records of its inner names in the library until the
-    // store is closed: so a path is opened once, and again only when its key has been deleted.
+    // store is closed: so a path is opened once, and again only when its key has been deleted, and one whose
+    // key is missing never.
     int open(const std::string& path, bool create, SharedKey& key) {
         if (!isOpen()) {
             return VQREG_E_NOT_INITIALIZED;
         }
-        key = find(path);
-        if (key) {
-            const int result = lookAt(*key);
-            if (result != VQREG_E_INVALID_HANDLE) {
+        for (;;) {
+            const int there = create ? ::vqreg_create_key(m_store.get(), path.c_str())
+                                     : ::vqreg_has_key(m_store.get(), path.c_str());
+            if (there < 0) {
+                remember(path, nullptr);
+                return there;
+            }
+            const int result = openPresent(path, key);
+            if (result != VQREG_E_KEY_NOT_FOUND || !create) {
                 return result;
             }
         }
-        key = path.empty() ? std::make_shared<OpenKey>(m_session)
-                           : std::make_shared<OpenKey>(m_session, path);
-        const int result = path.empty() ? lookAt(*key) : fill(*key, create);
-        if (result >= 0) {
-            remember(path, key);
-        }
-        return result;
     }
 
     // Whether the key is there; whether it has a value without a name does not matter.
@@ -196,17 +195,26 @@ private:
         m_keys[path].swap(key);
     }
 
-    // What exists is opened whatever it is called: files hold such keys.
-    int fill(OpenKey& key, bool create) {
-        const char* const path = key.path.c_str();
-        try {
-            int result = m_session.VQRegCreateKey(nullptr, path, *key.handle, 0);
-            if (result == VQREG_E_KEY_NOT_FOUND && create) {
-                result = isStorable(key.path, nullptr, {})
-                             ? m_session.VQRegCreateKey(nullptr, path, *key.handle, 1)
-                             : VQREG_E_NOT_STORABLE;
+    int openPresent(const std::string& path, SharedKey& key) {
+        key = find(path);
+        if (key) {
+            const int result = lookAt(*key);
+            if (result != VQREG_E_INVALID_HANDLE) {
+                return result;
             }
-            return result;
+        }
+        key = path.empty() ? std::make_shared<OpenKey>(m_session)
+                           : std::make_shared<OpenKey>(m_session, path);
+        const int result = path.empty() ? lookAt(*key) : fill(*key);
+        if (result >= 0) {
+            remember(path, key);
+        }
+        return result;
+    }
+
+    int fill(OpenKey& key) {
+        try {
+            return m_session.VQRegCreateKey(nullptr, key.path.c_str(), *key.handle, 0);
         } catch (const VQException&) {
             return VQREG_E_FAIL;
         }

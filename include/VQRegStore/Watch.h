@@ -69,10 +69,10 @@ public:
     }
     /// The same without an exception.
     std::optional<Change> next(std::error_code& error) {
-        vqreg_change found;
+        const vqreg_change* found = nullptr;
         const int result = ::vqreg_watch_next(m_watch.get(), &found);
         error = result < 0 ? detail::codeOf(result) : std::error_code();
-        return result == 1 ? std::optional<Change>(changeOf(found)) : std::nullopt;
+        return result == 1 ? std::optional<Change>(changeOf(*found)) : std::nullopt;
     }
 
 private:

@@ -285,7 +285,7 @@ TEST_F(FollowExample, SaysWhyThereIsNoStore) {
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(
         result.err,
-        "follow: there is no store: /missing/store.cfg: the directory /missing/ does not exist\n");
+        "follow: there is no store: /missing/store.cfg: the directory /missing does not exist\n");
 }
 
 TEST_F(FollowExample, KeepsAwayFromValuesOfAnotherTypeOrSize) {

@@ -26,7 +26,7 @@ TEST_F(StoreOpening, TellsWhyThereIsNone) {
     const auto text = [](const std::string& path) { return textOf([&] { vqreg::Store{path}; }); };
     EXPECT_EQ(thrown([] { vqreg::Store("/missing/store.cfg"); }), vqreg::errc::not_initialized);
     EXPECT_EQ(text("/missing/store.cfg"),
-              "there is no store: /missing/store.cfg: the directory /missing/ does not exist");
+              "there is no store: /missing/store.cfg: the directory /missing does not exist");
     EXPECT_EQ(text(""), "there is no store: an empty path is no store");
     file.write("[Velquist]\n\"A\"=dword:1\nnonsense\n");
     EXPECT_EQ(text(file.path()),
@@ -41,7 +41,7 @@ TEST_F(StoreOpening, WithoutAnExceptionLeavesAnObjectThatTells) {
     EXPECT_EQ(error, vqreg::errc::not_initialized);
     EXPECT_EQ(error.message(), "there is no store");
     EXPECT_FALSE(store);
-    EXPECT_EQ(store.why(), "/missing/store.cfg: the directory /missing/ does not exist");
+    EXPECT_EQ(store.why(), "/missing/store.cfg: the directory /missing does not exist");
     EXPECT_EQ(store.file(), "/missing/store.cfg");
     error.clear();
     EXPECT_FALSE(store.key("K", error));
@@ -96,7 +96,7 @@ TEST_F(StoreOpening, TellsAnotherUserWhatHeMayNot) {
     EXPECT_EQ(closed, "there is no store: " + file.path() + ": the file may not be read");
     EXPECT_EQ(missing, "there is no store: " + file.directory() +
                            "/other.cfg: the file does not exist, and the directory " +
-                           file.directory() + "/ may not be written");
+                           file.directory() + " may not be written");
 }
 
 TEST_F(StoreOpening, ReadsWhatItMayNotWrite) {
