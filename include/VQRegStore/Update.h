@@ -77,6 +77,7 @@ public:
 
     /// @name The same without an exception
     /// @{
+
     /// As the other one.
     template <typename T>
     void set(const Key& key, Name name, const T& value, std::error_code& error) {
