@@ -16,7 +16,8 @@
 ///
 /// **Failures** throw `vqreg::Error`, with a code, a text for people, and the path and name that it is
 /// about; with a `std::error_code&` as the last argument they do not, and nothing but `std::bad_alloc`
-/// leaves the call. That a value, or what is to be deleted, is not there is no failure; that a value has
+/// leaves the call. All operations have both forms but `Store::exclusively`, which lets through what its
+/// function throws. That a value, or what is to be deleted, is not there is no failure; that a value has
 /// another type, or a number that the variable has no room for, is one.
 ///
 /// **What the file could not give back** is refused with `errc::not_storable` before anything is changed:

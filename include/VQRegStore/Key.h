@@ -173,10 +173,16 @@ public:
 
     /// Opens a key below this one; as `Store::key`.
     Key key(Name name) const;
+    /// The same without an exception.
+    Key key(Name name, std::error_code& error) const;
     /// Opens or makes a key below this one; as `Store::create`.
     Key create(Name name) const;
+    /// The same without an exception.
+    Key create(Name name, std::error_code& error) const;
     /// Opens a key below this one; as `Store::find`.
     std::optional<Key> find(Name name) const;
+    /// The same without an exception.
+    std::optional<Key> find(Name name, std::error_code& error) const;
 
     /// All sub keys, open, in the order of their lower-case names.
     std::vector<Key> keys() const {
@@ -215,6 +221,7 @@ private:
     Key(detail::SharedCore core, detail::SharedKey key)
         : m_core(std::move(core)), m_key(std::move(key)) {}
 
+    // The path below this key, for a store that is the key's, or none where the key is empty.
     template <typename Open>
     auto below(Name name, Open open) const;
 
@@ -240,6 +247,8 @@ private:
     static void setError(std::error_code& error, int result) noexcept {
         error = result == detail::kOk ? std::error_code() : detail::codeOf(result);
     }
+
+    void throwBelow(const std::error_code& error, Name name) const;
 
     void throwFor(const std::error_code& error, Name name) const {
         if (error) {

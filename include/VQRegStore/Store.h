@@ -141,9 +141,13 @@ public:
 
     /// Makes every process read the file again, after a change by other means than the library.
     void reload() const { call(::vqreg_reload); }
+    /// The same without an exception.
+    void reload(std::error_code& error) const { call(::vqreg_reload, error); }
     /// Tells every process of the machine to look for changes now. Change handlers of `VQRegLib.h` wait for
     /// that; a `Watch` needs no telling.
     void notify() const { call(::vqreg_notify); }
+    /// The same without an exception.
+    void notify(std::error_code& error) const { call(::vqreg_notify, error); }
 
 private:
     friend class Key;
@@ -193,10 +197,16 @@ private:
         }
     }
 
-    void call(int (*operation)(vqreg_store*)) const {
+    void call(int (*operation)(vqreg_store*), std::error_code& error) const {
         const int result = *this ? operation(m_core->store()) : VQREG_E_NOT_INITIALIZED;
-        if (result < 0) {
-            failed(result, "");
+        error = result < 0 ? detail::codeOf(result) : std::error_code();
+    }
+
+    void call(int (*operation)(vqreg_store*)) const {
+        std::error_code error;
+        call(operation, error);
+        if (error) {
+            failed(error.value(), "");
         }
     }
 
@@ -205,23 +215,60 @@ private:
 
 template <typename Open>
 auto Key::below(Name name, Open open) const {
-    if (!m_key) {
-        detail::failAt(VQREG_E_INVALID_HANDLE, nullptr, {}, "", nullptr);
-    }
     const std::string whole = detail::joined(path(), detail::pathOf(name));
     return open(Store(Store::Again(), m_core), name.is_whole() ? Name(whole) : name);
 }
 
+inline Key Key::key(Name name, std::error_code& error) const {
+    Key found = below(name, [&](const Store& store, Name path) { return store.key(path, error); });
+    if (!m_key) {
+        error = errc::invalid_handle;
+    }
+    return found;
+}
+
+inline Key Key::create(Name name, std::error_code& error) const {
+    Key made =
+        below(name, [&](const Store& store, Name path) { return store.create(path, error); });
+    if (!m_key) {
+        error = errc::invalid_handle;
+    }
+    return made;
+}
+
+inline std::optional<Key> Key::find(Name name, std::error_code& error) const {
+    Key found = key(name, error);
+    if (error == errc::key_not_found) {
+        error.clear();
+    }
+    return found ? std::optional<Key>(std::move(found)) : std::nullopt;
+}
+
 inline Key Key::key(Name name) const {
-    return below(name, [](const Store& store, Name path) { return store.key(path); });
+    std::error_code error;
+    Key found = key(name, error);
+    throwBelow(error, name);
+    return found;
 }
 
 inline Key Key::create(Name name) const {
-    return below(name, [](const Store& store, Name path) { return store.create(path); });
+    std::error_code error;
+    Key made = create(name, error);
+    throwBelow(error, name);
+    return made;
 }
 
 inline std::optional<Key> Key::find(Name name) const {
-    return below(name, [](const Store& store, Name path) { return store.find(path); });
+    std::error_code error;
+    std::optional<Key> found = find(name, error);
+    throwBelow(error, name);
+    return found;
+}
+
+inline void Key::throwBelow(const std::error_code& error, Name name) const {
+    if (error) {
+        below(name, [&](const Store& store, Name path) { store.failed(error.value(), path); });
+    }
 }
 
 inline std::vector<Key> Key::keys(std::error_code& error) const {

@@ -3,59 +3,10 @@
 #ifndef VQREGSTORE_UPDATE_H
 #define VQREGSTORE_UPDATE_H
 
+#include "VQRegStore/Applier.h"
 #include "VQRegStore/Store.h"
 
 namespace vqreg {
-
-namespace detail {
-
-// The data of a value that is to be set, as a value of its own.
-struct Data {
-    Data() = default;
-    explicit Data(const Encoded& from)
-        : type(from.type),
-          number(from.number),
-          bytes(static_cast<const char*>(from.data), from.size) {}
-    explicit Data(const Value& from) : type(from.type()) {
-        std::error_code error;
-        number = from.as<std::uint32_t>(error).value_or(0);
-        bytes = from.as<std::string>(error).value_or(std::string());
-        for (const std::byte each : from.as<Bytes>(error).value_or(Bytes())) {
-            bytes += static_cast<char>(each);
-        }
-    }
-
-    Encoded encoded() const {
-        Encoded to;
-        to.type = type;
-        to.number = number;
-        to.data = bytes.data();
-        to.size = bytes.size();
-        return to;
-    }
-
-    bool operator==(const Data& other) const {
-        return type == other.type &&
-               (type == Type::dword ? number == other.number : bytes == other.bytes);
-    }
-
-    Type type = Type::none;  // there is no value
-    std::uint32_t number = 0;
-    std::string bytes;
-};
-
-// One change of an update.
-struct Step {
-    enum class Kind { set, erase, create, remove };
-    Kind kind;
-    SharedKey key;  // of a value; null where its path says which
-    std::string path;
-    std::string name;
-    Data data;
-    std::optional<Data> only;  // the data that must be there, or nothing is done
-};
-
-}  // namespace detail
 
 /// Changes that are collected and become one write of the file at `commit`: other processes see all of
 /// them or none. Without `commit` nothing happens; nothing is locked before, and no file is opened. An
@@ -66,13 +17,14 @@ struct Step {
 ///     update.set("Network/Proxy", "Host", "proxy.example");    // the key is made where it is missing
 ///     update.commit();
 ///
-/// What the file could not give back is refused when it is collected, with the exception of `Key::set`. A
-/// commit that fails has changed nothing: what it had done until then is taken back, before anybody else
-/// has seen it, and the changes are still collected, for another `commit`. When it was the writing of the
-/// file that failed, other processes may come in between; a value that one of them has set meanwhile keeps
-/// what it was given. Where taking back fails as well, for want of memory or of a descriptor, changes stay
-/// in this process's memory as after any change that could not be written. A key that was deleted and
-/// made again in this way is another one for those who had it open.
+/// What the file could not give back is refused when it is collected, as by `Key::set`. A commit looks first
+/// whether its changes are possible. One that fails has changed nothing: what it had done until then is
+/// taken back before anybody else has seen it, and the changes are still collected, for another `commit`.
+/// Where it was a change behind a deletion that was not possible, the file is written once more with the text
+/// that it has. Where the writing of the file has failed, other processes may come in between; a value that
+/// one of them has set meanwhile keeps what it was given. Where taking back fails as well, for want of memory
+/// or of a descriptor, changes stay in this process's memory as after any change that could not be written.
+/// A key that was deleted and made again in this way is another one for those who had it open.
 class Update {
 public:
     /// @param store  where the changes will be
@@ -81,6 +33,10 @@ public:
         if (!store) {
             detail::failAt(VQREG_E_NOT_INITIALIZED, m_core.get(), {}, "", nullptr);
         }
+    }
+    /// The same without an exception. Where it fails nothing can be collected.
+    Update(const Store& store, std::error_code& error) : m_core(store ? store.m_core : nullptr) {
+        error = store ? std::error_code() : make_error_code(errc::not_initialized);
     }
     /// Leaves the other one good for nothing but a new value.
     Update(Update&&) noexcept = default;
@@ -119,6 +75,37 @@ public:
     /// Will delete a key, which must be empty by then. There may be none.
     void remove(Name path) { add(detail::Step::Kind::remove, nullptr, checkPath(path), "", {}); }
 
+    /// @name The same without an exception
+    /// @{
+
+    /// As the other one.
+    template <typename T>
+    void set(const Key& key, Name name, const T& value, std::error_code& error) {
+        quietly(error, [&] { set(key, name, value); });
+    }
+    /// As the other one.
+    template <typename T>
+    void set(Name path, Name name, const T& value, std::error_code& error) {
+        quietly(error, [&] { set(path, name, value); });
+    }
+    /// As the other one.
+    void erase(const Key& key, Name name, std::error_code& error) {
+        quietly(error, [&] { erase(key, name); });
+    }
+    /// As the other one.
+    void erase(Name path, Name name, std::error_code& error) {
+        quietly(error, [&] { erase(path, name); });
+    }
+    /// As the other one.
+    void create(Name path, std::error_code& error) {
+        quietly(error, [&] { create(path); });
+    }
+    /// As the other one.
+    void remove(Name path, std::error_code& error) {
+        quietly(error, [&] { remove(path); });
+    }
+    /// @}
+
     /// Whether no change is collected.
     bool empty() const noexcept { return m_steps.empty(); }
     /// Forgets what is collected.
@@ -130,7 +117,7 @@ public:
     ///                `errc::key_not_empty` for a change that is not possible; `errc::invalid_handle` when
     ///                this process has deleted a key
     void commit() {
-        Failure failure;
+        detail::Failure failure;
         const int result = run(failure);
         if (result < 0) {
             detail::failAt(result, m_core.get(), failure.path, failure.name, nullptr);
@@ -139,19 +126,23 @@ public:
 
     /// The same without an exception but `std::bad_alloc`.
     void commit(std::error_code& error) {
-        Failure failure;
+        detail::Failure failure;
         const int result = run(failure);
         error = result < 0 ? detail::codeOf(result) : std::error_code();
     }
 
 private:
     using Step = detail::Step;
-    using Steps = std::vector<Step>;
 
-    struct Failure {
-        std::string path;
-        std::string name;
-    };
+    template <typename Call>
+    static void quietly(std::error_code& error, Call call) {
+        try {
+            call();
+            error.clear();
+        } catch (const Error& refused) {
+            error = refused.code();
+        }
+    }
 
     void add(Step::Kind kind, detail::SharedKey key, std::string path, Name name,
              detail::Data data) {
@@ -166,6 +157,7 @@ private:
 
     // A key of another store would be changed without the lock of this one.
     void checkKey(const Key& key, Name name) const {
+        checkStore();
         if (!key || key.m_core->session().RootKey() != m_core->session().RootKey()) {
             refuse(VQREG_E_INVALID_HANDLE, key.path(), name);
         }
@@ -174,7 +166,14 @@ private:
         }
     }
 
+    void checkStore() const {
+        if (!m_core) {
+            refuse(VQREG_E_NOT_INITIALIZED, {}, "");
+        }
+    }
+
     std::string checkPath(Name path) const {
+        checkStore();
         if (!path.is_whole()) {
             refuse(VQREG_E_NOT_STORABLE, {}, path);
         }
@@ -208,152 +207,16 @@ private:
         return detail::Data(encoded);
     }
 
-    int run(Failure& failure) {
-        if (m_steps.empty()) {
-            return detail::kOk;
-        }
-        VQRegLib::CRegUpdate update(m_core->session());
-        if (update.result() < 0) {
-            return update.result();
-        }
-        Steps done;  // backwards: what takes back what has been done
-        const int result = applyAll(done, failure);
-        if (result < 0) {
-            return result;
-        }
-        if (update.end() < 0) {
-            const VQRegLib::CRegUpdate again(m_core->session());
-            if (again.result() >= 0) {
-                takeBack(done);
-            }
-            return update.result();
-        }
-        m_steps.clear();
-        return detail::kOk;
-    }
-
-    int applyAll(Steps& done, Failure& failure) {
-        try {
-            for (const Step& step : m_steps) {
-                const int result = apply(step, done);
-                if (result < 0) {
-                    failure = {step.path, step.name};
-                    takeBack(done);
-                    return result;
-                }
-            }
-        } catch (...) {
-            takeBack(done);
-            throw;
-        }
-        return detail::kOk;
-    }
-
-    // The last first. What cannot be taken back stays; the rest is.
-    void takeBack(const Steps& done) noexcept {
-        for (auto step = done.rbegin(); step != done.rend(); ++step) {
-            try {
-                Steps unused;
-                (void)apply(*step, unused);
-            } catch (...) {
-                continue;  // without memory
-            }
-        }
-    }
-
-    int apply(const Step& step, Steps& done) {
-        switch (step.kind) {
-            case Step::Kind::create:
-                return create(step.path, done);
-            case Step::Kind::remove:
-                return remove(step, done);
-            default:
-                return changeValue(step, done);
-        }
-    }
-
-    int create(const std::string& path, Steps& done) {
-        detail::SharedKey key;
-        int result = m_core->open(path, false, key);
-        if (result != VQREG_E_KEY_NOT_FOUND) {
-            return result;
-        }
-        const auto all = static_cast<Steps::difference_type>(done.size());
-        noteMissing(path, done);
-        result = m_core->open(path, true, key);
-        if (result < 0) {
-            done.erase(done.begin() + all, done.end());
-        }
-        return result;
-    }
-
-    // How to take back the making of a path: those of its keys that are missing, outermost first.
-    void noteMissing(const std::string& path, Steps& done) {
-        for (std::size_t end = 0; end != std::string::npos;) {
-            end = path.find_first_of("/\\", end + 1);
-            detail::SharedKey key;
-            std::string part = path.substr(0, end);
-            if (m_core->open(part, false, key) == VQREG_E_KEY_NOT_FOUND) {
-                done.push_back({Step::Kind::remove, nullptr, std::move(part), {}, {}, {}});
-            }
-        }
-    }
-
-    int remove(const Step& step, Steps& done) {
-        const int result = ::vqreg_delete_key(m_core->store(), step.path.c_str());
+    int run(detail::Failure& failure) {
+        const int result = m_core ? detail::Applier(*m_core).run(m_steps, failure) : detail::kOk;
         if (result >= 0) {
-            done.push_back({Step::Kind::create, nullptr, step.path, {}, {}, {}});
-        }
-        return result == VQREG_E_KEY_NOT_FOUND ? detail::kOk : result;
-    }
-
-    int keyOf(const Step& step, Steps& done, detail::SharedKey& key) {
-        key = step.key;
-        if (key) {
-            return detail::kOk;
-        }
-        const int result = step.kind == Step::Kind::set ? create(step.path, done) : detail::kOk;
-        return result < 0 ? result : m_core->open(step.path, false, key);
-    }
-
-    int changeValue(const Step& step, Steps& done) {
-        detail::SharedKey key;
-        int result = keyOf(step, done, key);
-        if (result < 0) {
-            return result == VQREG_E_KEY_NOT_FOUND ? detail::kOk : result;
-        }
-        std::optional<Value> before;
-        result = detail::queryAny(m_core->session(), *key->handle, step.name.c_str(), before);
-        if (result < 0 && result != VQREG_E_NOT_FOUND) {
-            return result;
-        }
-        // By its path: the key may be deleted, and made again.
-        Step back{Step::Kind::set, nullptr, step.path, step.name, {}, step.data};
-        if (before) {
-            back.data = detail::Data(*before);
-        } else {
-            back.kind = Step::Kind::erase;
-        }
-        if ((step.only && !(*step.only == back.data)) || step.data == back.data) {
-            return detail::kOk;
-        }
-        done.push_back(std::move(back));
-        result = put(step, *key);
-        if (result < 0) {
-            done.pop_back();
+            m_steps.clear();
         }
         return result;
-    }
-
-    int put(const Step& step, const detail::OpenKey& key) {
-        return step.kind == Step::Kind::set
-                   ? detail::change(m_core->session(), *key.handle, step.name.c_str(),
-                                    step.data.encoded())
-                   : m_core->session().VQRegDeleteValue(*key.handle, step.name.c_str());
     }
 
     detail::SharedCore m_core;
-    Steps m_steps;
+    detail::Steps m_steps;
 };
 
 }  // namespace vqreg

@@ -121,8 +121,9 @@ private:
 ///     });
 ///
 /// The function may use the store in every way. The thread blocks all signals, so those of the process go to
-/// its other threads. An exception that leaves the function ends the program, as one that leaves any
-/// thread. The object may be moved; it is nothing for the child of a fork.
+/// its other threads. The first call may come before the constructor has returned. An exception that leaves
+/// the function ends the program, as one that leaves any thread does. The object may be moved; it is
+/// nothing for the child of a fork.
 ///
 /// When the destructor has returned, the function is not running and will not be called. In the function
 /// itself the object may be destroyed, too: the destructor does not wait then, and the call goes on to its
@@ -143,6 +144,21 @@ public:
         : m_state(std::make_shared<State>(Changes(store, path), std::move(function),
                                           std::move(trouble))) {
         start();
+    }
+
+    /// The same without an exception but `std::bad_alloc`. Where it fails nothing is watched.
+    Watch(const Store& store, Name path, Function function, Trouble trouble,
+          std::error_code& error) {
+        Changes changes(store, path, error);
+        if (!error) {
+            try {
+                m_state = std::make_shared<State>(std::move(changes), std::move(function),
+                                                  std::move(trouble));
+                start();
+            } catch (const std::system_error& failure) {
+                error = failure.code();
+            }
+        }
     }
 
     ~Watch() { stop(); }

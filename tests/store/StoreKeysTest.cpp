@@ -137,6 +137,20 @@ TEST_F(StoreKeys, KeepTheirStoreOpen) {
     EXPECT_EQ(key.get<int>("V"), std::nullopt);
 }
 
+TEST_F(StoreKeys, WorkInTheChildOfAFork) {
+    vqreg::Key key = store.create("K");
+    key.set("V", 1);
+    vqtest::ForkedChild child([&] {
+        const bool isThere = key.get<int>("V") == 1;
+        key.set("V", 2);
+        store.create("Child").set("W", 3);
+        return isThere ? 0 : 1;
+    });
+    EXPECT_EQ(child.wait(), 0);
+    EXPECT_EQ(key.get<int>("V"), 2);
+    EXPECT_EQ(store.key("Child").get<int>("W"), 3);
+}
+
 TEST_F(StoreKeys, OpenAPathAgainWithoutAnotherHandle) {
     store.create("A/B/C");
     VQRegLib::CRegKey before;

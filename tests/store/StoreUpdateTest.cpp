@@ -79,6 +79,61 @@ TEST_F(StoreUpdate, RefusesAtOnceWhatCannotBe) {
     EXPECT_TRUE(update.empty());
 }
 
+TEST_F(StoreUpdate, CollectsAndRefusesWithoutAnExceptionToo) {
+    std::error_code error = vqreg::errc::fail;
+    vqreg::Update update(store, error);
+    EXPECT_FALSE(error);
+    update.set(key, "V", "a\nb", error);
+    EXPECT_EQ(error, vqreg::errc::not_storable);
+    update.set("a]", "V", 1, error);
+    EXPECT_EQ(error, vqreg::errc::not_storable);
+    update.create("a]", error);
+    EXPECT_EQ(error, vqreg::errc::not_storable);
+    update.erase(vqreg::Key(), "V", error);
+    EXPECT_EQ(error, vqreg::errc::invalid_handle);
+    EXPECT_TRUE(update.empty());
+    update.set(key, "V", 1, error);
+    EXPECT_FALSE(error);
+    update.set("A", "V", 2, error);
+    update.erase("A", "None", error);
+    update.create("B", error);
+    update.remove("C", error);
+    EXPECT_FALSE(error);
+    update.commit(error);
+    EXPECT_FALSE(error);
+    EXPECT_EQ(file.read(),
+              "[Velquist]\n[Velquist/A]\n\"V\"=dword:00000002\n[Velquist/B]\n[Velquist/K]\n"
+              "\"V\"=dword:00000001\n");
+}
+
+// Neither the file nor its backup, which has the text before the last change.
+TEST_F(StoreUpdate, ThatIsNotPossibleWritesNothing) {
+    key.set("V", 1);
+    store.create("K/Sub");
+    store.create("Full/Sub");
+    const ino_t inode = file.inode();
+    const auto fails = [&](auto collect) {
+        vqreg::Update update(store);
+        update.set(key, "V", 2);
+        update.set("Made", "V", 2);
+        collect(update);
+        return thrown([&] { update.commit(); });
+    };
+    const auto notAValue = vqreg::errc::not_a_value;
+    EXPECT_EQ(fails([&](vqreg::Update& update) { update.set(key, "Sub", 1); }), notAValue);
+    EXPECT_EQ(fails([&](vqreg::Update& update) { update.erase(key, "Sub"); }), notAValue);
+    EXPECT_EQ(fails([&](vqreg::Update& update) { update.create("K/V/W"); }),
+              vqreg::errc::not_a_key);
+    EXPECT_EQ(fails([&](vqreg::Update& update) { update.set("K/V", "W", 1); }),
+              vqreg::errc::not_a_key);
+    EXPECT_EQ(fails([&](vqreg::Update& update) { update.remove("Full"); }),
+              vqreg::errc::key_not_empty);
+    EXPECT_EQ(fails([&](vqreg::Update& update) { update.remove("K/V"); }), vqreg::errc::not_a_key);
+    EXPECT_EQ(fails([&](vqreg::Update& update) { update.remove(""); }), vqreg::errc::key_not_empty);
+    EXPECT_EQ(key.get<int>("V"), 1);
+    EXPECT_EQ(file.inode(), inode);
+}
+
 TEST_F(StoreUpdate, ThatFailsInTheMiddleTakesBackWhatItHasDone) {
     key.set("Text", "before");
     key.set("Gone", 7);

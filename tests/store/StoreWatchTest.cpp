@@ -290,6 +290,17 @@ TEST_F(StoreWatch, ThatCannotBeIsRefused) {
     EXPECT_EQ(thrown([&] { vqreg::Watch(store, "Net", call); }), vqreg::errc::bad_format);
 }
 
+TEST_F(StoreWatch, CanBeHadWithoutAnException) {
+    std::error_code error = vqreg::errc::fail;
+    const vqreg::Watch watch(store, "Net", std::ref(told), nullptr, error);
+    EXPECT_FALSE(error);
+    key.set("V", 1);
+    EXPECT_EQ(told.first(1), vqtest::Texts{"Net|V - 1"});
+    vqreg::Watch none(store, "a]", std::ref(told), nullptr, error);
+    EXPECT_EQ(error, vqreg::errc::not_storable);
+    none = vqreg::Watch(store, "Net", std::ref(told));
+}
+
 TEST_F(StoreWatch, ChangesAreForAnEventLoop) {
     vqreg::Changes changes(store, "");
     EXPECT_FALSE(isReadable(changes, 0));
