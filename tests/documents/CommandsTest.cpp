@@ -139,7 +139,7 @@ Names optionsIn(const std::string& text) {
 }  // namespace
 
 TEST_F(Commands, AreListedByTheHelp) {
-    EXPECT_EQ(options().size(), 22u);
+    EXPECT_EQ(options().size(), 23u);
     EXPECT_TRUE(global().contains("--file"));
     EXPECT_TRUE(options().at("set").contains("--type"));
 }
