@@ -84,7 +84,8 @@ protected:
         }
         const Names& known = m_options.at(*command);
         for (const std::string& word : words) {
-            if (word == "|" || word == "||" || word == ">") {
+            const bool isAnotherCommand = word == "--" && *command == "run";
+            if (word == "|" || word == "||" || word == ">" || isAnotherCommand) {
                 break;
             }
             const bool isOption = word.size() > 1 && word.starts_with("-") && word != "--";
