@@ -57,10 +57,16 @@ files_for_units_are_read_as_they_are_meant() {
     [ "$(cat /run/before.port)" = 80 ] || complain "no environment before the program"
 }
 
+# seen PORT: what the service has written into the store.
+seen() {
+    [ "$(vqreg get --default none Seen Port)" = "$1" ]
+}
+
 # With all its protection, as a user of its own, and again after each change.
 the_service_follows_its_settings() {
     local log=/cf/corvanedata/Logs/appd
-    printf '#!/bin/sh\nid -nu >>%s; echo "$APP_PORT" >>%s\nexec sleep 1000\n' "$log" "$log" >/usr/local/bin/appd
+    printf '#!/bin/sh\nid -nu >>%s; echo "$APP_PORT" >>%s\nvqreg set Seen Port "$APP_PORT"\nexec sleep 1000\n' \
+        "$log" "$log" >/usr/local/bin/appd
     chmod +x /usr/local/bin/appd
     sed -i 's|/usr/bin/printenv|/usr/local/bin/appd|' /run/systemd/system/appd.service
     systemctl daemon-reload
@@ -68,6 +74,7 @@ the_service_follows_its_settings() {
     until_true grep -qsx 80 "$log"
     vqreg set App Port 81
     until_true grep -qsx 81 "$log"
+    until_true seen 81
     [ "$(sort -u "$log" | xargs)" = "80 81 appd" ] || complain "appd: $(xargs <"$log")"
     systemctl is-active --quiet appd || complain "appd has ended"
     systemctl stop appd
