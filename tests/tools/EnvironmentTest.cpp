@@ -1,7 +1,6 @@
 // vqreg export --env: what units of the service manager and shells read.
 #include <gmock/gmock.h>
 
-#include <cstdlib>
 #include <fstream>
 #include <map>
 #include <random>
@@ -242,31 +241,4 @@ TEST_F(ExportEnvironment, GoesNeitherWithJsonNorWithoutItself) {
               fails(2, "--json and --env exclude each other" + usage));
     EXPECT_EQ(run({"export", "--prefix", "P", "App"}),
               fails(2, "--prefix needs --env too" + usage));
-}
-
-// The manager itself, where one runs.
-TEST_F(ExportEnvironment, TheServiceManagerReadsTheSame) {
-    if (std::system("systemctl is-system-running --quiet >/dev/null 2>&1; "
-                    "test -d /run/systemd/system && systemctl show >/dev/null 2>&1") != 0) {
-        GTEST_SKIP() << "no service manager runs here";
-    }
-    Variables expected;
-    for (std::size_t i = 0; i < kHostile.size(); ++i) {
-        store("VQREG_TEST_" + std::to_string(i), kHostile[i]);
-        expected["VQREG_TEST_" + std::to_string(i)] = kHostile[i];
-    }
-    exported();
-    const CommandResult result =
-        vqtest::ChildProcess("systemd-run",
-                             {"--quiet", "--pipe", "--wait",
-                              "--property=EnvironmentFile=" + linesPath(), "/usr/bin/env", "-0"})
-            .finish();
-    Variables found;
-    std::istringstream in(result.out);
-    for (std::string each; std::getline(in, each, '\0');) {
-        if (each.starts_with("VQREG_TEST_")) {
-            found[each.substr(0, each.find('='))] = each.substr(each.find('=') + 1);
-        }
-    }
-    EXPECT_EQ(found, expected) << result.err;
 }

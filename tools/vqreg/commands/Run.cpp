@@ -59,14 +59,16 @@ public:
         : m_program(std::move(words)),
           m_options(options),
           m_known(std::move(key)),
-          m_environment(environmentOf(m_known, options.prefix)) {}
+          m_wanted(m_known),
+          m_environment(environmentOf(m_wanted, options.prefix)) {}
 
     // Until the program ends by itself. @return its exit code
     int run(ChangeSource& source, KeyReader& reader);
 
 private:
     void start();
-    void look(std::optional<Key> now);
+    void look(KeyReader& reader, bool isSlowPoll);
+    bool isDue() const { return m_options.restart && !hasSameValues(m_wanted, m_started); }
     void takeSignals();
     void stopWhenDue();
     void noteEnd(int code);
@@ -75,9 +77,10 @@ private:
     Program m_program;
     const RunOptions& m_options;
     SignalInbox m_inbox;
-    Key m_known;    // as the store has it
-    Key m_started;  // as the program has it
-    std::vector<std::string> m_environment;
+    Key m_known;                             // as the store has it
+    Key m_wanted;                            // the same, unless that makes no environment
+    Key m_started;                           // as the program has it
+    std::vector<std::string> m_environment;  // of what is wanted
     Clock::time_point m_start;
     std::optional<Clock::time_point> m_killTime;  // while it is being stopped
     bool m_isToEnd = false;  // somebody has asked for that while it is being stopped
@@ -86,7 +89,7 @@ private:
 
 int Keeper::run(ChangeSource& source, KeyReader& reader) {
     start();
-    look(reader.read(false));
+    look(reader, false);
     while (!m_exitCode) {
         const auto news = source.descriptors();
         pollfd sources[] = {{m_inbox.descriptor(), POLLIN, 0}, news[0], news[1]};
@@ -98,9 +101,7 @@ int Keeper::run(ChangeSource& source, KeyReader& reader) {
         const bool isTold = count > 0 && (sources[1].revents != 0 || sources[2].revents != 0);
         if (isTold || count == 0) {
             source.drain();
-            std::optional<Key> now = reader.read(!isTold);
-            // Nobody deletes settings by losing the file. It comes back, or is brought back.
-            look(reader.isFileLost() ? std::nullopt : std::move(now));
+            look(reader, !isTold);
         }
         stopWhenDue();
     }
@@ -109,14 +110,15 @@ int Keeper::run(ChangeSource& source, KeyReader& reader) {
 
 void Keeper::start() {
     m_program.start(m_environment, m_inbox.maskBefore());
-    m_started = m_known;
+    m_started = m_wanted;
     m_start = Clock::now();
     m_killTime.reset();
 }
 
-// What the store has now.
-void Keeper::look(std::optional<Key> now) {
-    if (!now || hasSameValues(*now, m_known)) {
+void Keeper::look(KeyReader& reader, bool isSlowPoll) {
+    std::optional<Key> now = reader.read(isSlowPoll);
+    // Nobody deletes settings by losing the file. It comes back, or is brought back.
+    if (!now || reader.isFileLost() || hasSameValues(*now, m_known)) {
         return;
     }
     m_known = std::move(*now);
@@ -126,9 +128,9 @@ void Keeper::look(std::optional<Key> now) {
     }
     try {
         m_environment = environmentOf(m_known, m_options.prefix);
+        m_wanted = m_known;
     } catch (const CommandError& error) {
         note(fmt::format("{}; {} goes on as it is", error.what(), m_program.name()));
-        m_known = m_started;
     }
 }
 
@@ -166,8 +168,7 @@ void Keeper::stopWhenDue() {
             m_program.signal(SIGKILL);
             *m_killTime = Clock::time_point::max();
         }
-    } else if (m_options.restart && !hasSameValues(m_known, m_started) &&
-               now >= m_start + kShortestRun) {
+    } else if (isDue() && now >= m_start + kShortestRun) {
         m_isToEnd = false;
         m_killTime = now + std::chrono::duration_cast<Clock::duration>(
                                std::chrono::duration<double>(m_options.graceSeconds));
@@ -181,7 +182,7 @@ std::chrono::milliseconds Keeper::patience() const {
     auto until = Clock::now() + kSlowPoll;
     if (m_killTime) {
         until = std::min(until, *m_killTime);
-    } else if (m_options.restart && !hasSameValues(m_known, m_started)) {
+    } else if (isDue()) {
         until = std::min(until, m_start + kShortestRun);
     }
     const auto left =
