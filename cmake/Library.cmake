@@ -84,6 +84,8 @@ install(FILES ${PROJECT_BINARY_DIR}/VQRegLib.pc
 install(FILES ${PROJECT_SOURCE_DIR}/docs/user-guide.md ${PROJECT_SOURCE_DIR}/docs/sharing.md
               ${PROJECT_SOURCE_DIR}/docs/file-format.md ${PROJECT_SOURCE_DIR}/docs/guarantees.md
               ${PROJECT_SOURCE_DIR}/docs/tracing.md ${PROJECT_SOURCE_DIR}/docs/python.md
+              ${PROJECT_SOURCE_DIR}/docs/systemd.md ${PROJECT_SOURCE_DIR}/docs/containers.md
         DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples DESTINATION ${CMAKE_INSTALL_DOCDIR}
-        COMPONENT development FILES_MATCHING PATTERN *.cpp PATTERN *.c PATTERN *.h)
+        COMPONENT development FILES_MATCHING PATTERN *.cpp PATTERN *.c PATTERN *.h
+        PATTERN systemd EXCLUDE)

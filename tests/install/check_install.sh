@@ -75,7 +75,8 @@ expect_files() {
         doc/VQRegLib/examples/count.cpp doc/VQRegLib/examples/ports.c)
     if [ -e "$build/bin/vqreg" ]; then
         files+=(../bin/vqreg man/man1/vqreg.1.gz bash-completion/completions/vqreg
-            zsh/site-functions/_vqreg fish/vendor_completions.d/vqreg.fish)
+            zsh/site-functions/_vqreg fish/vendor_completions.d/vqreg.fish
+            doc/VQRegLib/examples/systemd/appd.service)
     fi
     for file in "${files[@]}"; do
         [ -e "$prefix/share/$file" ] || {

@@ -3,15 +3,13 @@
 
 #include <memory>
 
-#include "tools/vqreg/base/FileIdentity.h"
-#include "tools/vqreg/base/FileText.h"
 #include "tools/vqreg/commands/CommandTable.h"
 #include "tools/vqreg/store/ChangeSignals.h"
+#include "tools/vqreg/store/KeyReader.h"
 #include "tools/vqreg/store/StoreFile.h"
 #include "tools/vqreg/store/StoreSession.h"
 #include "tools/vqreg/terminal/Listing.h"
 #include "tools/vqreg/terminal/Output.h"
-#include "tools/vqreg/text/ConfigText.h"
 #include "tools/vqreg/text/Difference.h"
 #include "tools/vqreg/text/Model.h"
 #include "tools/vqreg/text/Path.h"
@@ -20,57 +18,10 @@ namespace vqreg {
 
 namespace {
 
-constexpr auto kSlowPoll = std::chrono::seconds(1);
-
 struct WatchOptions {
     std::string key = "/";
     bool initial = false;
     bool json = false;
-};
-
-// Reads the file itself: a session keeps in its memory what other processes delete.
-class StoreReader {
-public:
-    StoreReader(const StoreOptions& options, const Path& path)
-        : m_file(storeFile(options)), m_path(fullPath(options, path)) {}
-
-    // The key as it is now. None when there is nothing new, and while the file is malformed, which
-    // is said once. Where it is missing, it may be just being replaced: only if it still is at the
-    // next slow poll does that count as empty.
-    std::optional<Key> read(bool isSlowPoll) {
-        const std::optional<FileIdentity> identity = FileIdentity::of(m_file);
-        if (isSlowPoll && identity && identity == m_identity) {
-            return std::nullopt;
-        }
-        m_identity = identity;
-        std::optional<std::string> text = textOfFile(m_file);
-        if (!text && !(isSlowPoll && m_wasMissing)) {
-            m_wasMissing = true;
-            return std::nullopt;
-        }
-        m_wasMissing = !text;
-        if (!text) {
-            text = std::string();
-        }
-        if (m_text == text) {
-            return std::nullopt;
-        }
-        m_text = std::move(text);
-        const ConfigText parsed = parseConfigText(*m_text);
-        if (!parsed.isReadable()) {
-            printFindings(m_file, parsed.findings);
-            return std::nullopt;
-        }
-        const Key* const key = findKey(parsed.top, m_path);
-        return key ? *key : Key();
-    }
-
-private:
-    const std::string m_file;
-    const Path m_path;
-    std::optional<FileIdentity> m_identity;
-    std::optional<std::string> m_text;
-    bool m_wasMissing = false;
 };
 
 void print(const std::vector<Change>& changes, const Context& context, bool json) {
@@ -83,7 +34,7 @@ void runWatch(Context& context, const WatchOptions& options) {
     const Path path = session.tidied(splitPath(options.key));
     // First of all: what happens from here on is told or read.
     ChangeSignals signals(session.session(), storeFile(context.store));
-    StoreReader reader(context.store, path);
+    KeyReader reader(context.store, path);
     Key known = reader.read(false).value_or(Key());
     if (!session.hasKey(path)) {
         note(nameOfKey(path) + " does not exist yet");
