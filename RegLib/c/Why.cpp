@@ -197,7 +197,7 @@ size_t vqreg_why_not_storable(const vqreg_store* store, const char* path, const 
         if (!data && size > 0) {
             return "an argument is missing";
         }
-        const std::string fault = pathFault(rootOf(store), CStoreOfC::pathOf(path));
+        std::string fault = pathFault(rootOf(store), CStoreOfC::pathOf(path));
         if (!fault.empty() || !name) {
             return fault;
         }

@@ -72,11 +72,19 @@ with vqreg.Store(sys.argv[1]) as s, s.locked():
 """, str(path))
     assert holder.stdout is not None and holder.stdout.readline() == "locked\n"
     wrong: list[BaseException] = []
-    setter = threading.Thread(target=lambda: wrong.extend(together(
-        lambda: store.__setitem__(("K", "n"), 1))))
+    entered = threading.Event()
+
+    def change() -> None:
+        entered.set()
+        try:
+            store["K", "n"] = 1
+        except BaseException as error:
+            wrong.append(error)
+
+    setter = threading.Thread(target=change)
     setter.start()
-    wait_for(lambda: len(threading.enumerate()) >= 3)
-    wait_for(lambda: all(is_asleep(thread) for thread in threading.enumerate()[1:]))
+    entered.wait()
+    wait_for(lambda: is_asleep(setter))
     store.close()
     assert store.closed
     holder.communicate("go on\n", timeout=PATIENCE)
