@@ -53,8 +53,8 @@ def end_marked(mark):
 
 
 class Trials:
-    def __init__(self, workshop, jobs, patience):
-        self.workshop, self.jobs, self.patience = workshop, jobs, patience
+    def __init__(self, workshop, jobs, patience, units_only):
+        self.workshop, self.jobs, self.patience, self.units_only = workshop, jobs, patience, units_only
         self.bin = workshop.build / "bin"
         self.plan_file = workshop.place / "times.json"
         self.plan = {}
@@ -175,6 +175,8 @@ class Trials:
     def can_see(self, program, file, objects):
         """Tests with several processes look at what processes have in common, those of the command at what
         the command contains; of the rest they see no more than others do."""
+        if self.units_only and not program.startswith("unit_"):
+            return False
         if program == "tools":
             return bool(set(objects) & set(self.workshop.links.get("bin/vqreg", [])))
         return program != "process" or room_of(file) not in OF_ONE_PROCESS

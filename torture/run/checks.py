@@ -58,7 +58,7 @@ CHECKS = [
     Check("objects.planted", "another user's things under the names of objects",
           quick=1, long=30, piece=5, privileged=True, limit=300),
     Check("objects.attacked", "another user attacks objects in use",
-          quick=160, long=16000, piece=800, privileged=True, limit=600),
+          quick=180, long=18000, piece=900, privileged=True, limit=600),
     Check("objects.permissions", "umasks and users", quick=1, long=50, piece=25, privileged=True),
     Check("objects.protected", "the kernel's rules for links, both ways",
           quick=1, long=30, piece=5, privileged=True),

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/mman.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -69,6 +70,12 @@ TEST(LargeMemory, IsZeroesWhereTheyAreAskedFor) {
         fill(CLargeMemory(size), 'x');
         EXPECT_TRUE(isAll(CLargeMemory(size, CLargeMemory::eZeroes), '\0')) << size;
     }
+}
+
+TEST(LargeMemory, IsAMappingOfItsOwnFrom128KilobytesOn) {
+    const CLargeMemory memory(128UL * 1024);
+    const auto pageSize = static_cast<std::uintptr_t>(::sysconf(_SC_PAGESIZE));
+    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(memory.get()) % pageSize, 0u);
 }
 
 TEST(LargeMemory, LiesInLargePagesAsFarAsItFillsThem) {

@@ -81,6 +81,19 @@ TEST(BlockCalls, ABlockOfAnotherSizeIsReplaced) {
     EXPECT_FALSE(first.isCurrent());
 }
 
+TEST(BlockCalls, WhoeverIsMakingOneIsWaitedForUnlessItIsOnlyTried) {
+    SKIP_UNLESS_WRAPPED();
+    const vqtest::TempStore store;
+    const FailingCall making("fcntl", EAGAIN);
+    const FailingCall naps("nanosleep", 0);
+    const CPSharedMemory tried(store.path(), 8, CPSharedMemory::eTry);
+    EXPECT_EQ(tried.error(), EAGAIN);
+    EXPECT_EQ(naps.count(), 0);
+    const CPSharedMemory waited(store.path(), 8);
+    EXPECT_EQ(waited.error(), EAGAIN);
+    EXPECT_EQ(naps.count(), 400);
+}
+
 TEST(BlockCalls, BlocksDifferWhereTheKernelHasNoRandomnessYet) {
     SKIP_UNLESS_WRAPPED();
     const vqtest::TempStore store;
