@@ -30,7 +30,7 @@ def arguments():
                         help="only places that match: 'file:line: change: text of the line'")
     parser.add_argument("--again", action="store_true", help="also what has a result")
     parser.add_argument("--units", action="store_true",
-                        help="with unit tests only; --survivors asks all tests about what is left")
+                        help="with short unit tests only; --survivors asks all tests about what is left")
     parser.add_argument("--survivors", action="store_true", help="only what has survived and is not equivalent")
     parser.add_argument("--seed", type=int, default=random.SystemRandom().randrange(1 << 32))
     parser.add_argument("--jobs", type=int, default=3, metavar="J", help="tests at a time (3)")

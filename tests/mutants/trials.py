@@ -20,6 +20,7 @@ MARK = "VQREG_MUTANT"
 LONGEST_TOGETHER = 30
 LONG_IN_COMPANY = 0.3  # has a process of its own, beside those of the others
 LONG_FOR_OTHERS = 5
+LONG_FOR_UNITS = 1
 TOO_LONG = 12  # for a test of one change: its time limit would be minutes
 OF_ONE_PROCESS = {"base", "text", "trace", "tree", "store"}
 ENDLESS_FILE = 1 << 30
@@ -159,7 +160,7 @@ class Trials:
         long = {test: seconds for test, seconds in plan["company"].items() if seconds >= LONG_IN_COMPANY}
         short = {test: seconds for test, seconds in plan["company"].items() if test not in long}
         pieces = [(program, [test], seconds) for test, seconds in {**plan["alone"], **long}.items()
-                  if seconds < TOO_LONG]
+                  if seconds < (LONG_FOR_UNITS if self.units_only else TOO_LONG)]
         return pieces + ([(program, list(short), sum(short.values()))] if short else [])
 
     def groups(self, file, objects):
