@@ -18,6 +18,7 @@ int g_error = ENOENT;
 
 }  // namespace
 
+// NOLINTBEGIN(bugprone-reserved-identifier): the names that the linker gives them
 extern "C" int __wrap_statfs(const char* path, struct statfs* status);
 extern "C" int __wrap_statfs(const char* path, struct statfs* status) {
     const auto found = g_disks.find(path);
@@ -28,6 +29,7 @@ extern "C" int __wrap_statfs(const char* path, struct statfs* status) {
     status->f_type = static_cast<decltype(status->f_type)>(found->second);
     return 0;
 }
+// NOLINTEND(bugprone-reserved-identifier)
 
 namespace {
 

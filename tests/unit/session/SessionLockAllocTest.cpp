@@ -23,12 +23,14 @@ thread_local int t_naps = 0;
 
 }  // namespace
 
+// NOLINTBEGIN(bugprone-reserved-identifier): the names that the linker gives them
 extern "C" int __real_nanosleep(const timespec* time, timespec* left);
 extern "C" int __wrap_nanosleep(const timespec* time, timespec* left);
 extern "C" int __wrap_nanosleep(const timespec* time, timespec* left) {
     ++t_naps;
     return __real_nanosleep(time, left);
 }
+// NOLINTEND(bugprone-reserved-identifier)
 
 TEST(SessionLockShortage, StaysEnteredWhenAnExceptionPasses) {
     const vqtest::TempStore file;
