@@ -109,6 +109,16 @@ TEST_F(StoreCalls, AReaderWithoutABlockTriesAgainAtOnce) {
     EXPECT_EQ(get(*store, key, "v"), Value::ofDword(1));
 }
 
+TEST_F(StoreCalls, AReaderGoesOnWithTheOldBlockWhileSomebodyMakesAnother) {
+    removeBlock();
+    probe.lookAgain();
+    const FileOpsFake files;
+    const FailingCall making("fcntl", EAGAIN);
+    EXPECT_EQ(get(*store, key, "v"), Value::ofDword(1));
+    EXPECT_GT(making.count(), 0);
+    EXPECT_EQ(files.count(FileCall::eOpenForReading), 0) << "nothing has changed";
+}
+
 TEST_F(StoreCalls, AReaderLooksAtTheBlockOnceASecond) {
     EXPECT_TRUE(waitUntil([&] {  // a second may pass between the two
         probe.lookAgain();
