@@ -78,6 +78,19 @@ TEST(LargeMemory, IsAMappingOfItsOwnFrom128KilobytesOn) {
     EXPECT_EQ(reinterpret_cast<std::uintptr_t>(memory.get()) % pageSize, 0u);
 }
 
+// Of what it takes to lie in large pages, it gives back what is around.
+TEST(LargeMemory, TakesNoMoreAddressesThanItNeeds) {
+    const auto pages = [] {
+        std::size_t all = 0;
+        std::ifstream("/proc/self/statm") >> all;
+        return all;
+    };
+    const auto pageSize = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+    const std::size_t before = pages();
+    const CLargeMemory memory(3 * kLarge);
+    EXPECT_LT(pages() - before, (3 * kLarge + kLarge / 4) / pageSize);
+}
+
 TEST(LargeMemory, LiesInLargePagesAsFarAsItFillsThem) {
     if (!std::ifstream("/sys/kernel/mm/transparent_hugepage/enabled")) {
         GTEST_SKIP() << "the system has no large pages";

@@ -218,25 +218,30 @@ static const int g_isRegistered = pthread_atfork(
     },
     nullptr, nullptr);
 
-TEST(MutexForks, NoMutexIsMadeMeanwhile) {
+TEST(MutexForks, NoMutexIsMadeOrClosedMeanwhile) {
 #if defined(__SANITIZE_THREAD__)
     GTEST_SKIP() << "the sanitizer knows no forks beside threads";
 #endif
     ASSERT_EQ(g_isRegistered, 0);
     const vqtest::TempStore store;
     CPMutex::registerForkHandlers();
+    std::unique_ptr<CPMutex> made;
+    auto closed = std::make_unique<CPMutex>(1, 0, store.path() + "closed", 1, 1);
     std::optional<CallElsewhere> making;
-    bool hasWaited = false;
+    std::optional<CallElsewhere> closing;
+    bool haveWaited = false;
     std::function<void()> look = [&] {
-        making.emplace([&] { CPMutex(1, 0, store.path(), 1, 1); });
-        hasWaited = making->waits();
+        making.emplace([&] { made = std::make_unique<CPMutex>(1, 0, store.path(), 1, 1); });
+        closing.emplace([&] { closed.reset(); });
+        haveWaited = making->waits() && closing->waits();
     };
     g_inTheFork = &look;
     ForkedChild child([] { return 0; });
     g_inTheFork = nullptr;
     EXPECT_EQ(child.wait(), 0);
-    EXPECT_TRUE(hasWaited);
+    EXPECT_TRUE(haveWaited);
     EXPECT_TRUE(making->returns());
+    EXPECT_TRUE(closing->returns());
 }
 
 // A fork waits for the making of mutexes to end, and lets it go on afterwards in both processes.
