@@ -73,8 +73,8 @@ install(TARGETS VQRegLib EXPORT VQRegLibTargets
         NAMELINK_COMPONENT development)
 install(EXPORT VQRegLibTargets NAMESPACE VQRegLib::
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/VQRegLib COMPONENT development)
-install(FILES ${PROJECT_SOURCE_DIR}/include/VQRegLib.h
-        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
+        COMPONENT development FILES_MATCHING PATTERN *.h)
 install(FILES ${PROJECT_BINARY_DIR}/VQRegLibConfig.cmake
               ${PROJECT_BINARY_DIR}/VQRegLibConfigVersion.cmake
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/VQRegLib COMPONENT development)
@@ -83,7 +83,9 @@ install(FILES ${PROJECT_BINARY_DIR}/VQRegLib.pc
 # What whoever writes programs reads; the other documents are about the sources.
 install(FILES ${PROJECT_SOURCE_DIR}/docs/user-guide.md ${PROJECT_SOURCE_DIR}/docs/sharing.md
               ${PROJECT_SOURCE_DIR}/docs/file-format.md ${PROJECT_SOURCE_DIR}/docs/guarantees.md
-              ${PROJECT_SOURCE_DIR}/docs/tracing.md
+              ${PROJECT_SOURCE_DIR}/docs/tracing.md ${PROJECT_SOURCE_DIR}/docs/python.md
+              ${PROJECT_SOURCE_DIR}/docs/systemd.md ${PROJECT_SOURCE_DIR}/docs/containers.md
         DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples DESTINATION ${CMAKE_INSTALL_DOCDIR}
-        COMPONENT development FILES_MATCHING PATTERN *.cpp PATTERN *.h)
+        COMPONENT development FILES_MATCHING PATTERN *.cpp PATTERN *.c PATTERN *.h
+        PATTERN systemd EXCLUDE)

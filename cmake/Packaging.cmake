@@ -1,4 +1,4 @@
-# Debian packages: the library, what programs are built with, the command, and its screen.
+# Debian packages: the library, what programs are built with, the command, its screen, and the Python module.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME vqreglib)
 set(CPACK_PACKAGE_VENDOR "VQRegLib")
@@ -17,6 +17,9 @@ if(TARGET vqreg)
 endif()
 if(TARGET vqreg-browse)
     list(APPEND CPACK_COMPONENTS_ALL browse)
+endif()
+if(VQREGLIB_PYTHON_MODULES)
+    list(APPEND CPACK_COMPONENTS_ALL python)
 endif()
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
@@ -52,7 +55,7 @@ set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
 Programs open keys by path and set, query, enumerate and delete typed values
 in one text file. Every process sees every change at its next call.
 
-This package contains the header, the CMake package, the pkg-config file, the
+This package contains the headers, the CMake package, the pkg-config file, the
 manual page of the library and its documents.")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME vqreg)
@@ -79,6 +82,21 @@ Shows the stores of programs that use the VQRegLib library on a terminal,
 keys beside values, and changes them there.
 
 This package contains the program that the command starts for vqreg browse.")
+
+set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-vqreg)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_ARCHITECTURE all)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS
+    "python3 (>= 3.10), ${library_package} (>= ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})")
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SUGGESTS ansible-core)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/cmake/packaging/python/postinst
+    ${PROJECT_SOURCE_DIR}/cmake/packaging/python/prerm)
+set(CPACK_COMPONENT_PYTHON_DESCRIPTION
+    "One configuration store for the processes of a machine, Python module
+Programs open keys by path and set, query, enumerate and delete typed values
+in one text file. Every process sees every change at its next call.
+
+This package contains the Python module, and a module for Ansible.")
 
 # The date of the sources in seconds: that of the commit, or of the newest file in this directory
 # where there is no history, which archives of a commit keep.
@@ -115,7 +133,7 @@ set(ENV{SOURCE_DATE_EPOCH} ${given_date})
 set(doc ${PROJECT_BINARY_DIR}/packaging)
 file(MAKE_DIRECTORY ${doc})
 file(WRITE ${doc}/source-date "${source_date}\n")  # for scripts/package
-foreach(component library development tools browse)
+foreach(component library development tools browse python)
     string(TOUPPER ${component} upper)
     set(package ${CPACK_DEBIAN_${upper}_PACKAGE_NAME})
     configure_file(${PROJECT_SOURCE_DIR}/cmake/packaging/changelog.in ${doc}/${package}/changelog.Debian)

@@ -1,57 +1,46 @@
-// A counter that many processes share. Adding one is a query and a set; an update around them keeps
-// every other process out in between, so that no count is lost.
+// A counter that many processes share. Adding one is a query and a set; nobody else may change the store
+// in between, so that no count is lost.
 //
 //   count STORE|- KEY PROCESSES TIMES
 //
 // Starts PROCESSES processes; each adds one TIMES times to the dword "Count" of KEY.
-#include <VQRegLib.h>
+#include <VQRegStore.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <charconv>
 #include <chrono>
-#include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <optional>
 #include <string_view>
 
-#include "examples/Values.h"
-
 namespace {
 
-using VQRegLib::CRegKey;
-using VQRegLib::CRegLib;
-
-bool addOne(CRegLib& session, CRegKey& key) {
-    VQRegLib::CRegUpdate update(session);
-    if (update.result() < 0) {
-        return false;
+// Each process opens its own store: nothing of one crosses a fork.
+void count(const char* file, const char* path, unsigned times) {
+    const vqreg::Store store(file);
+    vqreg::Key key = store.create(path);
+    for (unsigned i = 0; i < times; ++i) {
+        store.exclusively([&] { key.set("Count", key.get_or("Count", 0u) + 1); });
     }
-    const auto count = example::number(session, key, "Count", 0);
-    return count && session.VQRegSetValue(key, "Count", *count + 1ul) >= 0 && update.end() >= 0;
 }
 
-// Each process opens its own session: nothing of a store crosses a fork.
-int count(const char* store, const char* path, unsigned times) {
-    CRegLib session(store, nullptr, CRegLib::eLocationDefault, nullptr);
-    CRegKey key;
-    if (session.VQRegCreateKey(nullptr, path, key, 1) < 0) {
+int resultOf(const char* file, const char* path, unsigned times) {
+    try {
+        count(file, path, times);
+        return 0;
+    } catch (const std::exception&) {
         return 1;
     }
-    for (unsigned i = 0; i < times; ++i) {
-        if (!addOne(session, key)) {
-            return 1;
-        }
-    }
-    return 0;
 }
 
-bool countInProcesses(const char* store, const char* path, unsigned processes, unsigned times) {
+bool countInProcesses(const char* file, const char* path, unsigned processes, unsigned times) {
     bool isStarted = true;
     for (unsigned i = 0; i < processes; ++i) {
         const pid_t child = fork();
         if (child == 0) {
-            _exit(count(store, path, times));
+            _exit(resultOf(file, path, times));
         }
         isStarted &= child > 0;
     }
@@ -79,21 +68,20 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "usage: count STORE|- KEY PROCESSES TIMES\n");
         return 2;
     }
-    const char* const store = example::storePath(argv[1]);
+    const char* const file = std::strcmp(argv[1], "-") == 0 ? nullptr : argv[1];
     const auto start = std::chrono::steady_clock::now();
-    if (!countInProcesses(store, argv[2], *processes, *times)) {
+    if (!countInProcesses(file, argv[2], *processes, *times)) {
         std::fprintf(stderr, "count: a process could not count\n");
         return 1;
     }
     const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
-
-    CRegLib session(store, nullptr, CRegLib::eLocationDefault, nullptr);
-    CRegKey key;
-    if (session.VQRegCreateKey(nullptr, argv[2], key, 0) < 0) {
-        std::fprintf(stderr, "count: there is nothing to count in\n");
+    try {
+        const vqreg::Key key = vqreg::Store(file).key(argv[2]);
+        std::printf("Count is %u\n", key.get_or("Count", 0u));
+    } catch (const vqreg::Error& error) {
+        std::fprintf(stderr, "count: %s\n", error.what());
         return 1;
     }
-    std::printf("Count is %u\n", example::number(session, key, "Count", 0).value_or(0));
     std::fprintf(stderr, "%.2f s\n", took.count());
     return 0;
 }

@@ -196,8 +196,8 @@ void takeCoverage() {}
 void run(Arguments arguments) {
     arguments.insert(arguments.begin(), "vqreg");
     for (const std::string& argument : arguments) {
-        if (argument == "watch") {
-            return;  // it does not end by itself
+        if (argument == "watch" || argument == "run") {
+            return;  // it does not end by itself, or as another program does
         }
     }
     root().furnish();

@@ -73,6 +73,7 @@ constexpr int REGLIB_E_NOT_INITIALIZED = static_cast<int>(0xC1250FB7u);  ///< no
 
 class CRegKeyAccess;
 class CRegKeyImpl;
+class CRegLibAccess;
 class CRegLibImpl;
 
 /// A handle on one key of a store: filled by `CRegLib::VQRegCreateKey`, released by its destructor.
@@ -387,6 +388,7 @@ public:
     int SendRegistryChangeNotification();
 
 private:
+    friend class CRegLibAccess;
     CRegLibImpl* m_pImpl;
 };
 

@@ -2,7 +2,7 @@
 
 # From below to above.
 layers=(portable RegLib/base RegLib/text RegLib/trace RegLib/tree RegLib/watch RegLib/store RegLib/file
-        RegLib/instance RegLib/session)
+        RegLib/instance RegLib/session RegLib/c)
 
 # The trace log reads its level through a session, whose store writes to it.
 seam=CRegLibTrace::readConfiguration

@@ -24,6 +24,7 @@ int CRegLibImplFile::ExportConfig() {
     REGLIB_TRACE(eTraceFlow, ">>>CRegLibImplFile::ExportConfig\n");
     // After a reading that an error cut short, the file may hold more than the tree.
     const int result = m_isReadCutShort ? REGLIB_E_FILE_OPEN : replaceText();
+    m_isUnwritten = result < 0;
     if (result < 0) {
         REGLIB_TRACE(eTraceAlways,
                      "(Error) CRegLibImplFile::ExportConfig (0x%08X), export failed 0x%08X\n",

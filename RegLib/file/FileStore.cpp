@@ -15,9 +15,8 @@
 
 #include "RegLib/base/Guarded.h"
 #include "RegLib/base/ThrowPoint.h"
+#include "RegLib/file/StoreFile.h"
 #include "RegLib/trace/Trace.h"
-#include "portable/FileLink.h"
-#include "portable/FileOps.h"
 #include "portable/FileSystem.h"
 #include "portable/Portable.h"
 
@@ -26,10 +25,6 @@ namespace VQRegLib {
 char g_szRootKeynameFile[9] = "Velquist";
 
 namespace {
-
-constexpr char kPreferredDirectory[] = "/velquist/etc";
-constexpr char kPreferredFile[] = "/velquist/etc/Velquist.cfg";
-constexpr char kUsualFile[] = "/etc/Velquist.cfg";
 
 // Makes an object, or throws from the given place when there is no memory for it.
 template <typename Object, typename... Arguments>
@@ -78,8 +73,7 @@ void CRegLibImplFile::chooseFile(const char* name) try {
     if (name && !*name) {
         throwAt(eThrowPoint::eCopyFileName);
     }
-    const bool preferred = !name && CFileOps::current().exists(kPreferredDirectory);
-    const std::string path = fileBehindLinks(name ? name : preferred ? kPreferredFile : kUsualFile);
+    const std::string path = storeFile(name);
     m_pszFileName = strdup(path.c_str());
     if (!m_pszFileName) {
         throw std::bad_alloc();

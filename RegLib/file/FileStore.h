@@ -63,6 +63,7 @@ public:
     [[nodiscard]] int VQRegReload() override;
     bool isUpdatedElsewhere() const override;
     void dropInheritedUpdate() override;
+    bool isGone(const CRegKey& key) const override;
 
     // VQRegCreateKey without taking a reference for the caller.
     [[nodiscard]] int VQRegFindKey(CRegKey* parent, const char* subKey, CRegKey& key, int create,
@@ -162,6 +163,7 @@ private:
 
     int m_updateDepth = 0;           // updates begun and not ended; with the lock held
     bool m_isUpdatePending = false;  // the tree has changes that the end of the update will write
+    bool m_isUnwritten = false;      // it has changes that could not be written
     bool m_isTreeAhead = false;      // it has changes of an update that this process must not write
     bool m_isFileMissing = false;    // the last time it was to be read, and could not be made
     bool m_isReadCutShort = false;   // the last reading ended in an error: the tree is not whole

@@ -22,6 +22,15 @@ CRegKey* CRegLibImplFile::RootKey() const {
     return m_pRootKey;
 }
 
+bool CRegLibImplFile::isGone(const CRegKey& key) const {
+    const CKeyOrValue* node = nodeOf(key);
+    const bool isThere = node != nullptr;
+    while (node && node->m_state != CKeyOrValue::eDisplaced) {
+        node = m_tree->parentOf(*node);
+    }
+    return !isThere || node;
+}
+
 // Other stores may keep something per handle; this one does not.
 void CRegLibImplFile::deleteKeyHandle(unsigned long /*handleId*/) {}
 

@@ -214,9 +214,10 @@ void CSharedState::publish() {
 }
 
 // A full barrier, because the mark must be seen before the first of the renames is. A mark of its own, also
-// where there is one: that may be of somebody whose lock was removed, and who takes it back.
-std::uint64_t CSharedState::markReplacing() {
-    std::uint64_t before = stamp();
+// where there is one: that is of somebody whose lock was removed, and who takes it back; or who still
+// replaces the file, when this one's was.
+std::uint64_t CSharedState::markReplacing(std::uint64_t& before) {
+    before = stamp();
     std::uint64_t mark = 0;
     do {
         mark = isReplacing(before) ? before + 2 : before | kReplacing;
@@ -233,9 +234,11 @@ int CSharedState::replace(const std::string& temporary) {
     if (!m_pMutex->putCounter({m_nextStamp, m_pSharedMemory->tag()})) {
         return REGLIB_E_FILE_OPEN;
     }
-    std::uint64_t mark = markReplacing();
+    std::uint64_t before = 0;
+    std::uint64_t mark = markReplacing(before);
     if (!m_pMutex->isStillHeld()) {
-        m_pullSharedChangeStamp->compare_exchange_strong(mark, stampAfter(mark, m_nextStamp));
+        m_pullSharedChangeStamp->compare_exchange_strong(
+            mark, isReplacing(before) ? before : stampAfter(mark, m_nextStamp));
         return REGLIB_E_FILE_OPEN;
     }
     if (!m_file.replaceAtOnce(temporary.c_str())) {

@@ -76,7 +76,7 @@ public:
     [[nodiscard]] int replace(const std::string& temporary);
 
     // As a replacement does before it touches a name. The mark, an odd stamp.
-    std::uint64_t markReplacing();
+    std::uint64_t markReplacing(std::uint64_t& before);
 
     // With the lock held, and without a file: puts the backup back if a writer has died where the
     // path was absent. False when that fails: the text is the backup's, and none is to be made instead.

@@ -4,6 +4,10 @@
 // than it leaves, and the cross-process lock, which has a depth of its own. Between begin and end the
 // changes go to the tree and to nothing else; the end of the outermost one writes the file once.
 //
+// What could not be written is in the tree, so that whoever makes the same changes again changes nothing. The
+// end of an update therefore writes, too, when an earlier writing has failed: who tries an update again until
+// it succeeds has then written it.
+//
 // Everybody else meanwhile reads the file as it was before, and waits when they want to change it. The
 // thread itself may have the same file open through another store (another spelling of the path, another
 // root key): that store must not write, because the update's end would overwrite it with a tree that
@@ -51,8 +55,11 @@ int CRegLibImplFile::VQRegEndUpdate() {
     }
     m_openUpdates -= --m_updateDepth == 0 ? 1 : 0;
     const int result = guarded([this] {
-        const bool write = m_updateDepth == 0 && std::exchange(m_isUpdatePending, false);
-        return write ? ExportConfig() : REGLIB_OK;
+        if (m_updateDepth > 0) {
+            return REGLIB_OK;
+        }
+        const bool isPending = std::exchange(m_isUpdatePending, false);
+        return isPending || m_isUnwritten ? ExportConfig() : REGLIB_OK;
     });
     (void)Unlock();  // the answer is whether the changes were written
     return result;

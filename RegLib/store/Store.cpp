@@ -81,6 +81,10 @@ bool CRegLibImpl::isUpdating() const {
     return false;
 }
 
+bool CRegLibImpl::isGone(const CRegKey& /*key*/) const {
+    return false;
+}
+
 bool CRegLibImpl::isUpdatedElsewhere() const {
     return false;
 }

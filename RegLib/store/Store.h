@@ -86,6 +86,9 @@ public:
     // In a child of fork: the update that its parent had begun is not the child's.
     virtual void dropInheritedUpdate();
 
+    // Whether the key of a handle is gone, or out of reach: a value has its name, or that of one above it.
+    virtual bool isGone(const CRegKey& key) const;
+
     // Makes every process read the store's file again at its next operation.
     [[nodiscard]] virtual int VQRegReload();
 

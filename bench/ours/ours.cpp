@@ -52,7 +52,9 @@ public:
     Ours(const Data& data, const std::string& directory)
         : m_data(data),
           m_directory(directory),
-          m_session(storePath(directory).c_str(), nullptr, CRegLib::eLocationDefault, nullptr) {}
+          m_session(storePath(directory).c_str(), nullptr, CRegLib::eLocationDefault, nullptr),
+          m_numbers(data, bench::Type::eNumber),
+          m_texts(data, bench::Type::eText) {}
 
     void openKeys() {
         m_keys = std::make_unique<CRegKey[]>(m_data.keys());
@@ -93,6 +95,9 @@ public:
         if (workload.rfind("big", 0) == 0) {
             return big(workload, count);
         }
+        if (workload == "number" || workload == "string") {
+            return byHand(workload, count);
+        }
         if (workload == "update") {
             return bench::timed(count, [&] { update(); });
         }
@@ -119,6 +124,38 @@ private:
         check(m_session.VQRegQueryValue(key, name, type, buffer, &size));
         std::memcpy(&number, buffer, sizeof number);
         return number;
+    }
+
+    // What VQRegStore.h does, in a program that does without.
+    double byHand(const std::string& workload, long count) {
+        std::size_t sum = 0;
+        const double each =
+            workload == "number"
+                ? bench::timed(count, [&] { sum += ownNumber(m_numbers.next()) + 1; })
+                : bench::timed(count, [&] { sum += ownText(m_texts.next()).size(); });
+        require(sum > 0, "the answers are empty");
+        return each;
+    }
+
+    std::uint32_t ownNumber(std::size_t value) {
+        std::uint32_t number = 0;
+        unsigned char buffer[sizeof number];
+        require(read(value, buffer, sizeof buffer) == CRegLib::eDword, "a number has another type");
+        std::memcpy(&number, buffer, sizeof number);
+        return number;
+    }
+
+    std::string ownText(std::size_t value) {
+        unsigned char buffer[256];
+        require(read(value, buffer, sizeof buffer) == CRegLib::eString, "a text has another type");
+        return reinterpret_cast<const char*>(buffer);
+    }
+
+    CRegLib::eDataType read(std::size_t value, unsigned char* buffer, unsigned long size) {
+        CRegLib::eDataType type = CRegLib::eNone;
+        check(m_session.VQRegQueryValue(m_keys[Data::keyOf(value)], Data::nameOf(value), type,
+                                        buffer, &size));
+        return type;
     }
 
     std::size_t enumerateAll(CRegLib& session, CRegKey& key) {
@@ -191,6 +228,8 @@ private:
     std::string m_directory;
     CRegLib m_session;
     std::unique_ptr<CRegKey[]> m_keys;
+    bench::Draw m_numbers;
+    bench::Draw m_texts;
     std::string m_name;
     std::vector<std::size_t> m_order;
     std::unique_ptr<Session> m_big;

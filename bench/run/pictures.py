@@ -4,11 +4,11 @@ import matplotlib
 matplotlib.use("svg")
 import matplotlib.pyplot as plt  # noqa: E402  the backend comes first
 
-from workloads import ALONE, OURS, QUERY, WORKLOADS  # noqa: E402
+from workloads import ALONE, OURS, QUERY, STORE, WORKLOADS  # noqa: E402
 
 FLOORS = ("F0", "F1", "F2", "F3", "R", "floor")
 COLOURS = {"LMDB": "tab:blue", "SQLite": "tab:green", "TDB": "tab:purple", "GKeyFile": "tab:brown",
-           "dconf": "tab:cyan"}
+           "dconf": "tab:cyan", STORE: "tab:orange"}
 
 
 def style(name):

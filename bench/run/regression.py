@@ -6,7 +6,7 @@ import sys
 
 import measuring
 from tables import RATIOS, number
-from workloads import OURS, PROGRAMS
+from workloads import OURS, PROGRAMS, STORE
 
 # Against floors only: they are as fast in every run as the machine is.
 FLOOR_RATIOS = [ratio for ratio in RATIOS if ratio.floor]
@@ -16,34 +16,52 @@ ATTEMPTS = 5
 WORKLOADS = {"query", "set", "lock", "load", "inside", "reread"}
 DOUBLED = 2.0
 MORE_INSTRUCTIONS = 1.10
+MORE_THROUGH_STORE = 1.05
 COUNTED_SIZES = [10, 1_000]
 
 
-def counted(program, directory, values, count):
+def counted(program, directory, values, workload, count):
     done = subprocess.run(
         ["valgrind", "--tool=callgrind", "--callgrind-out-file=/dev/null", program, "serve",
          directory, str(values)],
-        input=f"query {count}\n", check=True, text=True, stdout=subprocess.DEVNULL,
+        input=f"{workload} {count}\n", check=True, text=True, stdout=subprocess.DEVNULL,
         stderr=subprocess.PIPE)
     # The partner, which does nothing here, is counted beside it.
     return max(int(found) for found in re.findall(r"Collected : (\d+)", done.stderr))
 
 
+def counted_each(programs, ground, contender, workload, values):
+    """Instructions of one operation: what more of them take beyond a few."""
+    few, many = 1_000, 6_000
+    directory = ground / f"counted-{contender}-{workload}-{values}"
+    directory.mkdir()
+    program = str(programs / f"bench_{PROGRAMS[contender]}")
+    subprocess.run([program, "make", directory, str(values)], check=True)
+    more, less = (counted(program, directory, values, workload, count) for count in (many, few))
+    return (more - less) / (many - few)
+
+
 def instructions(programs, ground):
-    """{size: instructions of one query}: what more queries take beyond a few."""
+    """{size: instructions of one query}"""
     if not shutil.which("valgrind"):
         print("Instructions are not counted: valgrind is not installed")
         return {}
-    few, many = 1_000, 6_000
-    seen = {}
-    program = str(programs / f"bench_{PROGRAMS[OURS]}")
-    for values in COUNTED_SIZES:
-        directory = ground / f"counted-{values}"
-        directory.mkdir()
-        subprocess.run([program, "make", directory, str(values)], check=True)
-        more = counted(program, directory, values, many) - counted(program, directory, values, few)
-        seen[values] = more / (many - few)
-    return seen
+    return {values: counted_each(programs, ground, OURS, "query", values)
+            for values in COUNTED_SIZES}
+
+
+def dear_through_store(programs, ground):
+    """What takes more through VQRegStore.h than it may."""
+    if not shutil.which("valgrind"):
+        return
+    for workload in ("number", "string"):
+        plain, through = (counted_each(programs, ground, contender, workload, COUNTED_SIZES[-1])
+                          for contender in (OURS, STORE))
+        print(f"instructions of a {workload}: {number(plain)} by hand, {number(through)} through "
+              f"VQRegStore.h, {through / plain:.3f} times as many")
+        if through > MORE_THROUGH_STORE * plain:
+            yield (f"a {workload} through VQRegStore.h takes {number(through)} instructions, "
+                   f"{number(plain)} by hand")
 
 
 def slower(ratios, committed, figures):
@@ -67,6 +85,7 @@ def more_instructions(committed, seen):
 def check(programs, memory, disk, committed, committed_instructions):
     """True when all is as it was."""
     complaints = list(more_instructions(committed_instructions, instructions(programs, memory)))
+    complaints += dear_through_store(programs, memory)
     ratios = FLOOR_RATIOS
     # What looks slow is looked at again: somebody else may have used the machine.
     for attempt in range(ATTEMPTS):

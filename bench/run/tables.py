@@ -1,5 +1,5 @@
 """The figures as tables, and the ratios that have goals."""
-from workloads import ALONE, OURS, QUERY, SIZES, WORKLOADS
+from workloads import ALONE, OURS, QUERY, SIZES, STORE, WORKLOADS
 
 
 def figure(figures, workload, contender, size):
@@ -97,6 +97,8 @@ RATIOS = [
           [None, None, None, None, 120]),
     Ratio("text / F0", of("text"), of("text", "F0"), None),
     Ratio("bytes / F0", of("bytes"), of("bytes", "F0"), None),
+    Ratio("number through VQRegStore.h / by hand", of("number", STORE), of("number"), 1.05),
+    Ratio("text through VQRegStore.h / by hand", of("string", STORE), of("string"), 1.05),
     Ratio("query beside a writer / LMDB", of("beside"), of("beside", "LMDB"), None),
     Ratio("query / GKeyFile", of("query"), of("query", "GKeyFile"), None),
     Ratio("notification / floor", of("notify"), of("notify", "floor"), [1.3], sizes=[10]),

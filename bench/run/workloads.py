@@ -2,11 +2,13 @@
 import dataclasses
 
 OURS = "VQRegLib"
+STORE = "VQRegStore.h"
 SIZES = [10, 100, 1_000, 10_000, 100_000]
 
 # The programs, by the names under which the tables show them.
 PROGRAMS = {
     OURS: "ours",
+    STORE: "store",
     "F0": "flat_hash",
     "F1": "ordered_map",
     "F2": "replace_file",
@@ -47,6 +49,8 @@ WORKLOADS = [
     Workload("query", "query of a number, random over the store", against("F0", "F1")),
     Workload("text", "query of a text", against("F0")),
     Workload("bytes", "query of bytes", against("F0")),
+    Workload("number", "query of a number, by hand and through VQRegStore.h", (OURS, STORE)),
+    Workload("string", "query of a text into a std::string, the same", (OURS, STORE)),
     Workload("two", "queries of two processes at once, time for one of both", against("F0", "F1"),
              how="two"),
     Workload("again", "set to the content it has", against(), queries=True),

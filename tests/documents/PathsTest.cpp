@@ -67,7 +67,7 @@ TEST(Documents, AreFound) {
 TEST(Documents, LinksLeadSomewhere) {
     int links = 0;
     for (const Document& document : vqtest::documents()) {
-        for (const std::string& link : matches(document.text, R"(\]\(([^)]+)\))", 1)) {
+        for (const std::string& link : matches(document.text, R"(\]\(([^)\s]+)\))", 1)) {
             ++links;
             const std::size_t hash = std::min(link.find('#'), link.size());
             const fs::path target =
@@ -89,7 +89,7 @@ TEST(Documents, PathsOfTheProjectExist) {
             for (
                 const std::string& path : matches(
                     code,
-                    R"((^|[\s"(])((scripts|docs|examples|tests|tools|include|RegLib|portable|cmake|fuzz|bench|\.ci)/[\w./-]*\w))",
+                    R"((^|[\s"(])((scripts|docs|examples|tests|tools|include|python|RegLib|portable|cmake|fuzz|bench|\.ci)/[\w./-]*\w))",
                     2)) {
                 ++paths;
                 EXPECT_TRUE(existsSomewhere(document, path)) << document.path << ": " << path;
@@ -115,7 +115,8 @@ TEST(Documents, SourceFilesExist) {
 
 // What they say about the header's names: a name that is gone from it is gone from them.
 TEST(Documents, NamesOfTheInterfaceExist) {
-    const std::string header = vqtest::readFile((projectPath() / "include/VQRegLib.h").string());
+    const std::string header = vqtest::readFile((projectPath() / "include/VQRegLib.h").string()) +
+                               vqtest::readFile((projectPath() / "include/VQRegStore.h").string());
     int names = 0;
     for (const Document& document : vqtest::documents()) {
         for (const std::string& code : document.code()) {
@@ -128,6 +129,24 @@ TEST(Documents, NamesOfTheInterfaceExist) {
         }
     }
     EXPECT_GT(names, 50);
+}
+
+TEST(Documents, NamesOfVQRegStoreExist) {
+    std::string headers;
+    for (const auto& entry : fs::directory_iterator(projectPath() / "include/VQRegStore")) {
+        headers += vqtest::readFile(entry.path().string());
+    }
+    int names = 0;
+    for (const Document& document : vqtest::documents()) {
+        for (const std::string& code : document.code()) {
+            for (const std::string& name : matches(code, R"(\b(vqreg|errc|Type)::(\w+))", 2)) {
+                ++names;
+                EXPECT_TRUE(std::regex_search(headers, std::regex("\\b" + name + "\\b")))
+                    << document.path << ": " << name;
+            }
+        }
+    }
+    EXPECT_GT(names, 20);
 }
 
 TEST(Documents, PresetsAndScriptsOfTheProjectAreNamed) {

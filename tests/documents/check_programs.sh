@@ -48,6 +48,10 @@ readme() {
 }
 
 guide() {
+    blocks "$project/docs/user-guide.md" c
+    for piece in "$work"/c.*; do
+        gcc -std=c99 -Wall -Wextra -Wpedantic -Werror -I"$project/include" -fsyntax-only -x c "$piece"
+    done
     blocks "$project/docs/user-guide.md" "cpp prelude"
     blocks "$project/docs/user-guide.md" cpp
     local count=0
@@ -62,6 +66,27 @@ guide() {
         compile -fsyntax-only -Wno-unused-variable "$work/piece.cpp" || fail "$(cat "$piece")"
     done
     [ "$count" -ge 7 ] || fail "the user guide has only $count pieces of code"
+    guide_of_store
+}
+
+# Those of VQRegStore.h, of which some stand outside of functions.
+guide_of_store() {
+    local count=0
+    rm "$work"/cpp.* "$work/cpp prelude."*
+    blocks "$project/docs/user-guide.md" "cpp store types"
+    mv "$work/cpp store types.1" "$work/types"
+    blocks "$project/docs/user-guide.md" "cpp store"
+    for piece in "$work/types" "$work/cpp store."*; do
+        count=$((count + 1))
+        {
+            printf '#include <%s>\n' VQRegStore.h iostream
+            [ "$piece" = "$work/types" ] || echo "int main() {"
+            cat "$piece"
+            [ "$piece" = "$work/types" ] || echo "}"
+        } >"$work/piece.cpp"
+        compile -std=c++17 -fsyntax-only -Wno-unused-variable "$work/piece.cpp" || fail "$(cat "$piece")"
+    done
+    [ "$count" -ge 5 ] || fail "the user guide has only $count pieces of code with VQRegStore.h"
 }
 
 case $what in

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -15,7 +14,6 @@
 #include <vector>
 
 #include "support/ChildProcess.h"
-#include "support/Handlers.h"
 #include "support/TempStore.h"
 
 namespace {
@@ -65,6 +63,41 @@ TEST_F(CountExample, SaysThatAStoreIsUnavailable) {
     const vqtest::CommandResult result = run("count", {file.directory(), "Counter", "2", "5"});
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.err, "count: a process could not count\n");
+}
+
+using PortsExample = Example;
+
+TEST_F(PortsExample, MakesWhatIsMissingAndFollowsTheStore) {
+    vqtest::ChildProcess program(path("ports"), {file.path()});
+    EXPECT_EQ(program.line(), "Network/Host = \"localhost\"");
+    EXPECT_EQ(program.line(), "Network/Ports/Http = 80");
+    VQRegLib::CRegLib session(file.path().c_str(), nullptr, VQRegLib::CRegLib::eLocationDefault,
+                              nullptr);
+    VQRegLib::CRegKey ports;
+    ASSERT_EQ(session.VQRegCreateKey(nullptr, "Network/Ports", ports, 0), 0);
+    ASSERT_EQ(session.VQRegSetValue(ports, "Http", 81ul), 0);
+    EXPECT_EQ(program.line(), "Network/Ports/Http: 80 -> 81");
+    ASSERT_EQ(session.VQRegDeleteValue(ports, "Http"), 0);
+    EXPECT_EQ(program.line(), "Network/Ports/Http: 81 -> nothing");
+    ASSERT_EQ(session.VQRegDeleteKey(ports, ""), VQRegLib::REGLIB_E_KEY_NOT_FOUND);
+    ASSERT_EQ(session.VQRegDeleteKey(*session.RootKey(), "Network/Ports"), 0);
+    EXPECT_EQ(program.line(), "Network/Ports deleted");
+    EXPECT_EQ(program.finish().status, 0);
+}
+
+TEST_F(PortsExample, KeepsWhatIsThere) {
+    file.write(
+        "[Velquist]\n[Velquist/Network]\n\"Host\"=string:web\n"
+        "[Velquist/Network/Ports]\n\"Http\"=dword:00000051\n");
+    EXPECT_EQ(run("ports", {file.path()}).out, "Network/Host = \"web\"\nNetwork/Ports/Http = 81\n");
+}
+
+TEST_F(PortsExample, SaysWhatIsWrongWithTheStore) {
+    file.write("[Velquist]\nHttp=dword:1\n");
+    const vqtest::CommandResult result = run("ports", {file.path()});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.err, "ports: cannot open the store: " + file.path() +
+                              ":2:1: neither a key nor a value begins here\n");
 }
 
 using MigrateExample = Example;
@@ -176,35 +209,44 @@ TEST_F(FollowExample, WorksAtTheIntervalOfTheStore) {
     EXPECT_EQ(daemon.line(), "hello");
 }
 
-TEST_F(FollowExample, TakesAChangeOverWhenItIsAnnounced) {
+TEST_F(FollowExample, TakesAChangeOverTheMomentItIsMade) {
     set("\"Message\"=string:one\n");
-    // A change is announced by a new second in the file's time.
-    std::filesystem::last_write_time(
-        file.path(), std::filesystem::file_time_type::clock::now() - std::chrono::seconds(10));
     vqtest::ChildProcess daemon(path("follow"), arguments());
     EXPECT_EQ(daemon.line(), "settings: interval 60000 ms, message \"one\"");
-    ASSERT_TRUE(vqtest::waitWatchers(1, daemon.pid()));
     VQRegLib::CRegLib session(file.path().c_str(), nullptr, VQRegLib::CRegLib::eLocationDefault,
                               nullptr);
     VQRegLib::CRegKey job;
     ASSERT_EQ(session.VQRegCreateKey(nullptr, "Job", job, 0), VQRegLib::REGLIB_OK);
-    ASSERT_EQ(session.VQRegSetValue(job, "Message", "two"), VQRegLib::REGLIB_OK);
-    session.SendRegistryChangeNotification();
-    // Its interval is a minute, longer than a test waits for a line: it was told.
-    EXPECT_EQ(daemon.line(), "settings: interval 60000 ms, message \"two\"");
+    for (const std::string message : {"two", "three"}) {
+        // Its interval is a minute, longer than a test waits for a line, and nobody announces anything.
+        ASSERT_EQ(session.VQRegSetValue(job, "Message", message.c_str()), VQRegLib::REGLIB_OK);
+        EXPECT_EQ(daemon.line(), "settings: interval 60000 ms, message \"" + message + '"');
+    }
 }
 
-TEST_F(FollowExample, WorksThoughChangesAreAnnouncedAllTheTime) {
+TEST_F(FollowExample, HasDefaultsUntilItsKeyIsMade) {
+    vqtest::ChildProcess other(path("follow"), {file.path(), "Missing"});
+    EXPECT_EQ(other.line(), "settings: interval 60000 ms, message \"at work\"");
+    VQRegLib::CRegLib session(file.path().c_str(), nullptr, VQRegLib::CRegLib::eLocationDefault,
+                              nullptr);
+    VQRegLib::CRegKey made;
+    ASSERT_EQ(session.VQRegCreateKey(nullptr, "Missing", made, 1), VQRegLib::REGLIB_OK);
+    ASSERT_EQ(session.VQRegSetValue(made, "Message", "made"), VQRegLib::REGLIB_OK);
+    EXPECT_EQ(other.line(), "settings: interval 60000 ms, message \"made\"");
+}
+
+TEST_F(FollowExample, WorksThoughChangesAreMadeAllTheTime) {
     set("\"Interval\"=dword:00000032\n");
     vqtest::ChildProcess daemon(path("follow"), arguments());
     EXPECT_EQ(daemon.line(), "settings: interval 50 ms, message \"at work\"");
     std::atomic<bool> isOver{false};
-    std::thread announcing([&] {
+    std::thread changing([&] {
         VQRegLib::CRegLib session(file.path().c_str(), nullptr, VQRegLib::CRegLib::eLocationDefault,
                                   nullptr);
-        while (!isOver) {
-            vqtest::moveFileTime(file.path());
-            session.SendRegistryChangeNotification();
+        VQRegLib::CRegKey job;
+        session.VQRegCreateKey(nullptr, "Job", job, 0);
+        for (unsigned long i = 0; !isOver; ++i) {
+            session.VQRegSetValue(job, "Other", i);
         }
     });
     std::string line;
@@ -214,7 +256,7 @@ TEST_F(FollowExample, WorksThoughChangesAreAnnouncedAllTheTime) {
         // it never came to work
     }
     isOver = true;
-    announcing.join();
+    changing.join();
     EXPECT_EQ(line, "at work");
 }
 
@@ -231,9 +273,19 @@ TEST_F(FollowExample, KeepsItsSettingsWhileTheStoreCannotBeRead) {
     }
     daemon.signal(SIGTERM);
     const vqtest::CommandResult result = daemon.finish();
-    EXPECT_NE(result.err.find("follow: the store cannot be read; the settings stay\n"),
-              std::string::npos);
+    EXPECT_NE(result.err.find("follow: the settings stay: Job: the store's file is malformed: " +
+                              file.path() + ":"),
+              std::string::npos)
+        << result.err;
     EXPECT_EQ(result.out.find("settings:"), std::string::npos);
+}
+
+TEST_F(FollowExample, SaysWhyThereIsNoStore) {
+    const vqtest::CommandResult result = run("follow", {"/missing/store.cfg", "Job"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(
+        result.err,
+        "follow: there is no store: /missing/store.cfg: the directory /missing does not exist\n");
 }
 
 TEST_F(FollowExample, KeepsAwayFromValuesOfAnotherTypeOrSize) {

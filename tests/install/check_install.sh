@@ -17,6 +17,7 @@ work=$(mktemp -d "$build/install-check-XXXXXX")
 trap 'rm -rf "$work"' EXIT
 prefix=$work/prefix
 standards=(11 14 17 20)
+standards_of_store=(17 20)
 cplusplus=(201103 201402 201703 202002)
 
 quietly() {
@@ -27,11 +28,19 @@ quietly() {
     fi
 }
 
+# The compiler of C that belongs to the one of C++.
+c_compiler() {
+    case $(basename "$compiler") in
+        *clang*) echo clang ;;
+        *) echo gcc ;;
+    esac
+}
+
 build_with_cmake() {
     quietly cmake -S "$consumer" -B "$work/build" -DCMAKE_PREFIX_PATH="$prefix" \
-        -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_CXX_FLAGS="${flags[*]}"
+        -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_CXX_FLAGS="${flags[*]}" -DCMAKE_C_FLAGS="${flags[*]}"
     quietly cmake --build "$work/build"
-    cp "$work/build"/consumer?? "$work"
+    cp "$work/build"/consumer?? "$work/build"/consumer_store?? "$work"
 }
 
 build_with_pkg_config() {
@@ -43,6 +52,12 @@ build_with_pkg_config() {
         quietly "$compiler" "-std=c++$standard" -Wall -Wextra -Wpedantic -Werror "${flags[@]}" \
             "$consumer/consumer.cpp" -o "$work/consumer$standard" "${options[@]}"
     done
+    for standard in "${standards_of_store[@]}"; do
+        quietly "$compiler" "-std=c++$standard" -Wall -Wextra -Wpedantic -Werror "${flags[@]}" \
+            "$consumer/consumer_store.cpp" -o "$work/consumer_store$standard" "${options[@]}"
+    done
+    quietly "$(c_compiler)" -std=c99 -Wall -Wextra -Wpedantic -Werror "${flags[@]}" \
+        "$consumer/consumer.c" -o "$work/consumer_c" "${options[@]}"
 }
 
 expect_version() {
@@ -57,10 +72,11 @@ expect_version() {
 # What is not for the compiler: pages and documents, and the command with what shells look for.
 expect_files() {
     local files=(man/man3/VQRegLib.3.gz man/man5/velquist.cfg.5.gz doc/VQRegLib/user-guide.md
-        doc/VQRegLib/examples/count.cpp)
+        doc/VQRegLib/examples/count.cpp doc/VQRegLib/examples/ports.c)
     if [ -e "$build/bin/vqreg" ]; then
         files+=(../bin/vqreg man/man1/vqreg.1.gz bash-completion/completions/vqreg
-            zsh/site-functions/_vqreg fish/vendor_completions.d/vqreg.fish)
+            zsh/site-functions/_vqreg fish/vendor_completions.d/vqreg.fish
+            doc/VQRegLib/examples/systemd/appd.service)
     fi
     for file in "${files[@]}"; do
         [ -e "$prefix/share/$file" ] || {
@@ -118,3 +134,13 @@ for i in "${!standards[@]}"; do
         exit 1
     fi
 done
+for standard in "${standards_of_store[@]}"; do
+    "$private_root" "$work/consumer_store$standard" /tmp/store-of-cxx.cfg || {
+        echo "check_install: the program with VQRegStore.h in C++$standard ended with $?" >&2
+        exit 1
+    }
+done
+"$private_root" "$work/consumer_c" /tmp/store-of-c.cfg || {
+    echo "check_install: the program in C ended with $?" >&2
+    exit 1
+}

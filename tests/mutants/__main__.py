@@ -29,6 +29,8 @@ def arguments():
     parser.add_argument("--only", metavar="PATTERN",
                         help="only places that match: 'file:line: change: text of the line'")
     parser.add_argument("--again", action="store_true", help="also what has a result")
+    parser.add_argument("--units", action="store_true",
+                        help="with short unit tests only; --survivors asks all tests about what is left")
     parser.add_argument("--survivors", action="store_true", help="only what has survived and is not equivalent")
     parser.add_argument("--seed", type=int, default=random.SystemRandom().randrange(1 << 32))
     parser.add_argument("--jobs", type=int, default=3, metavar="J", help="tests at a time (3)")
@@ -66,7 +68,7 @@ class Run:
     def __init__(self, options, known, every):
         self.known, self.every = known, every
         self.workshop = workshop.Workshop(options.project, options.project / "build" / "mutants", options.jobs)
-        self.trials = trials.Trials(self.workshop, options.jobs, options.patience)
+        self.trials = trials.Trials(self.workshop, options.jobs, options.patience, options.units)
         print("Building a copy and timing its tests ...", flush=True)
         self.workshop.prepare()
         self.trials.prepare()
@@ -80,6 +82,8 @@ class Run:
         return ("killed", by) if by else ("survived", "-")
 
     def keep_all(self, wanted):
+        """Those first of which the copy is built fast again."""
+        wanted = sorted(wanted, key=lambda place: len(self.workshop.reaches.get(place.file, [])))
         for number, place in enumerate(wanted, 1):
             began = time.monotonic()
             outcome, by = self.outcome(place)
@@ -102,7 +106,7 @@ def summary(every, known, wanted):
     """Exit code 1 when too many of those not equivalent are alive, or a reason is for nothing."""
     outcomes = [known.outcome(place) for place in every if not known.reason(place)]
     killed, survived = outcomes.count("killed"), outcomes.count("survived")
-    equivalent = sum(1 for place in every if known.reason(place) and known.outcome(place))
+    equivalent = sum(1 for place in every if known.reason(place))
     for place in every:
         if known.outcome(place) == "survived" and not known.reason(place):
             print(f"survivor: {place}")

@@ -1,8 +1,8 @@
 """Runs the tests that can see a change, those of its own room first, until one of them fails.
 
-Tests that can do with one process do; the others have one each, as with ctest. Which is which, and how
-long each takes, is found out once on the unchanged copy. What takes much longer than there is taken for
-hanging, which is a failure too; whatever it has started ends with it.
+Short tests that can do with one process do; the others have one each, as with ctest. Which is which, and
+how long each takes, is found out once on the unchanged copy. What takes much longer than there is taken
+for hanging, which is a failure too; whatever it has started ends with it.
 """
 import concurrent.futures
 import contextlib
@@ -17,12 +17,15 @@ import threading
 import time
 
 MARK = "VQREG_MUTANT"
-LONGEST_TOGETHER = 60
-LONG_FOR_OTHERS = 2
+LONGEST_TOGETHER = 30
+LONG_IN_COMPANY = 0.3  # has a process of its own, beside those of the others
+LONG_FOR_OTHERS = 5
+LONG_FOR_UNITS = 1
 TOO_LONG = 12  # for a test of one change: its time limit would be minutes
 OF_ONE_PROCESS = {"base", "text", "trace", "tree", "store"}
 ENDLESS_FILE = 1 << 30
 SKIPPED = 77
+TIME = re.compile(r"^\[       OK \] (\S+) \((\d+) ms\)", re.MULTILINE)
 LEFT_OUT = re.compile(r"^(documents|examples|unit_support|fuzz_.*)$")
 
 
@@ -51,36 +54,42 @@ def end_marked(mark):
 
 
 class Trials:
-    def __init__(self, workshop, jobs, patience):
-        self.workshop, self.jobs, self.patience = workshop, jobs, patience
+    def __init__(self, workshop, jobs, patience, units_only):
+        self.workshop, self.jobs, self.patience, self.units_only = workshop, jobs, patience, units_only
         self.bin = workshop.build / "bin"
-        self.plan_file = workshop.place / "plan.json"
+        self.plan_file = workshop.place / "times.json"
         self.plan = {}
         self.mark = f"{os.getpid()}"
         self.stopped = threading.Event()
 
-    def command(self, program, tests):
-        return [str(self.bin / "private_root"), str(self.bin / program), "--gtest_fail_fast",
-                "--gtest_brief=1", f"--gtest_filter={':'.join(tests)}"]
+    def command(self, program, tests, goes_on):
+        return [str(self.bin / "private_root"), str(self.bin / program), f"--gtest_filter={':'.join(tests)}",
+                *([] if goes_on else ["--gtest_fail_fast", "--gtest_brief=1"])]
 
-    def run(self, program, tests, seconds):
-        """None when all is well, otherwise which test failed. Asked to stop, it says that all is well."""
+    def run(self, program, tests, seconds, times=None):
+        """None when all is well, otherwise which test failed. Asked to stop, it says that all is well. With
+        `times` it goes on after a failure, and puts there how long each test has taken that holds."""
         which = f"{program}.{tests[0] if len(tests) == 1 else '*'}"
         with tempfile.TemporaryFile("w+", errors="replace") as output:
             process = subprocess.Popen(
-                self.command(program, tests), stdout=output, stderr=output, stdin=subprocess.DEVNULL,
-                preexec_fn=limit, cwd=self.workshop.build / "tests", env={**os.environ, MARK: self.mark})
+                self.command(program, tests, times is not None), stdout=output, stderr=output,
+                stdin=subprocess.DEVNULL, preexec_fn=limit, cwd=self.workshop.build / "tests",
+                env={**os.environ, MARK: self.mark})
             try:
-                if not self.ends(process, time.monotonic() + seconds):
-                    return None if self.stopped.is_set() else f"{which} (hangs)"
+                ended = self.ends(process, time.monotonic() + seconds)
             finally:
                 with contextlib.suppress(ProcessLookupError):
                     os.killpg(process.pid, signal.SIGKILL)
                 process.wait()
+            output.seek(0)
+            said = output.read()
+            if times is not None:
+                times.update((test, int(number) / 1000) for test, number in TIME.findall(said))
+            if not ended:
+                return None if self.stopped.is_set() else f"{which} (hangs)"
             if process.returncode in (0, SKIPPED):
                 return None
-            output.seek(0)
-            failed = re.search(r"^\[  FAILED  \] ([^ ,\n]+)", output.read(), re.MULTILINE)
+            failed = re.search(r"^\[  FAILED  \] ([^ ,\n]+)", said, re.MULTILINE)
             return f"{program}.{failed.group(1)}" if failed else which
 
     def ends(self, process, latest):
@@ -117,15 +126,10 @@ class Trials:
     def planned(self, program):
         tests = self.tests_of(program)
         known = self.plan.get(program, {})
-        if set(known.get("tests", {})) | set(known.get("failing", [])) == set(tests):
+        if set().union(*known.values()) == set(tests):
             return known
-        began = time.monotonic()
-        together = program.startswith("unit_") and self.run(program, tests, LONGEST_TOGETHER) is None
-        whole = time.monotonic() - began
-        if together:
-            return {"together": whole, "tests": dict.fromkeys(tests, 0.0), "failing": []}
-        alone = {} if "together" in known else known.get("tests", {})
-        seconds = {test: alone.get(test) for test in tests}
+        company = self.company(program, tests) if program.startswith("unit_") else {}
+        seconds = {test: known.get("alone", {}).get(test) for test in tests if test not in company}
 
         def measure(test):
             if seconds[test] is None:
@@ -134,20 +138,30 @@ class Trials:
                 seconds[test] = None if failed else time.monotonic() - start
 
         with concurrent.futures.ThreadPoolExecutor(self.jobs) as pool:
-            list(pool.map(measure, tests))
-        failing = [test for test in tests if seconds[test] is None]
+            list(pool.map(measure, seconds))
+        failing = [test for test in seconds if seconds[test] is None]
         if failing:
             print(f"Left out, since they fail on the unchanged copy: {program}: {', '.join(failing)}", flush=True)
-        return {"tests": {test: seconds[test] for test in tests if test not in failing}, "failing": failing}
+        alone = {test: seconds[test] for test in seconds if test not in failing}
+        return {"company": company, "alone": alone, "failing": failing}
+
+    def company(self, program, tests):
+        """The tests that hold in one process, with their seconds."""
+        times = {}
+        self.run(program, tests, LONGEST_TOGETHER, times)
+        held = [test for test in tests if test in times]
+        return times if held and self.run(program, held, LONGEST_TOGETHER) is None else {}
 
     # -- What the tests say to a change.
 
     def pieces(self, program):
         """What of a program is run at once: the program, its tests, and how long that takes."""
         plan = self.plan[program]
-        if "together" in plan:
-            return [(program, list(plan["tests"]), plan["together"])]
-        return [(program, [test], seconds) for test, seconds in plan["tests"].items() if seconds < TOO_LONG]
+        long = {test: seconds for test, seconds in plan["company"].items() if seconds >= LONG_IN_COMPANY}
+        short = {test: seconds for test, seconds in plan["company"].items() if test not in long}
+        pieces = [(program, [test], seconds) for test, seconds in {**plan["alone"], **long}.items()
+                  if seconds < (LONG_FOR_UNITS if self.units_only else TOO_LONG)]
+        return pieces + ([(program, list(short), sum(short.values()))] if short else [])
 
     def groups(self, file, objects):
         """The tests of the file's own room, then all others; in each the short ones first. Units of other
@@ -162,6 +176,8 @@ class Trials:
     def can_see(self, program, file, objects):
         """Tests with several processes look at what processes have in common, those of the command at what
         the command contains; of the rest they see no more than others do."""
+        if self.units_only and not program.startswith("unit_"):
+            return False
         if program == "tools":
             return bool(set(objects) & set(self.workshop.links.get("bin/vqreg", [])))
         return program != "process" or room_of(file) not in OF_ONE_PROCESS

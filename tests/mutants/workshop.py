@@ -5,10 +5,12 @@ objects it reaches and links the programs that contain them, with the commands o
 everything is put back afterwards with its time, so that the build never notices. A run that is killed
 meanwhile is put in order by the next one: originals wait in a directory of their own.
 """
+import concurrent.futures
 import contextlib
 import json
 import os
 import pathlib
+import re
 import shlex
 import shutil
 import subprocess
@@ -16,6 +18,7 @@ import subprocess
 LEFT_BEHIND = {"build", ".git", ".cache"}
 OPTIONS = ["-G", "Ninja", "-DCMAKE_BUILD_TYPE=Debug", "-DCMAKE_CXX_FLAGS_DEBUG=-O0", "-DVQREGLIB_UNITY=ON",
            "-DVQREGLIB_TESTS=ON", "-DVQREGLIB_BENCH=OFF", "-DVQREGLIB_EXAMPLES=OFF"]
+STANDARD = re.compile(r"#include <[a-z_]+>")
 LIBRARY = "CMakeFiles/vqreg_objects.dir/"
 
 
@@ -38,6 +41,7 @@ class Workshop:
         self.run(["ninja", "-C", self.build, f"-j{self.jobs}"])
         self.links = self.read_links()
         self.compiles = self.read_compiles()
+        self.precompile()
         self.reaches = self.read_reaches()
 
     def run(self, command):
@@ -84,6 +88,21 @@ class Workshop:
         return {words[words.index("-o") + 1]: words for words in commands
                 if words[words.index("-o") + 1].startswith(LIBRARY)}
 
+    def precompile(self):
+        """Half of what an object takes goes into headers of the system, which no change reaches."""
+        options = {tuple(words[1:words.index("-o")]) for words in self.compiles.values()}
+        sources = [path for folder in ("portable", "RegLib") for path in (self.source / folder).rglob("*.*")]
+        found = {line for path in sources for line in path.read_text(encoding="utf-8").splitlines()
+                 if STANDARD.fullmatch(line)}
+        if len(options) != 1 or not found:
+            return
+        header = self.place / "system.h"
+        header.write_text("\n".join(sorted(found)) + "\n")
+        compiler = next(iter(self.compiles.values()))[0]
+        self.run([compiler, *options.pop(), "-x", "c++-header", header, "-o", f"{header}.gch"])
+        for words in self.compiles.values():
+            words[1:1] = ["-include", str(header)]
+
     def read_reaches(self):
         """Of each file: the objects of the library that are made with it."""
         text = subprocess.run(["ninja", "-C", str(self.build), "-t", "deps"], check=True,
@@ -124,7 +143,8 @@ class Workshop:
             objects = self.reaches.get(place.file, [])
             for made in objects:
                 self.take(self.build / made)
-                self.make(self.compiles[made])
+            with concurrent.futures.ThreadPoolExecutor(self.jobs) as pool:
+                list(pool.map(self.make, [self.compiles[made] for made in objects]))
             yield objects
         finally:
             self.put_back()

@@ -61,6 +61,9 @@ plant tools/vqreg/text/Path.h '#include "tools/vqreg/text/Model.h"' 'include one
 expect_all
 plant tools/vqreg/store/LockInfo.cpp '#include "portable/Mutex.h"' 'what only looks in portable'
 expect_all
+plant include/VQRegStore/Error.h '#include "VQRegStore/Store.h"' 'include one another'
+plant include/VQRegStore/Watch.h '#include "RegLib/text/KeyPath.h"' 'public headers include public headers only'
+expect_all
 plant RegLib/text/LineFormat.cpp '#include "RegLib/tree/Tree.h"' \
     'RegLib/text must not include RegLib/tree/Tree.h'
 expect_all

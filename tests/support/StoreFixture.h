@@ -53,7 +53,8 @@ public:
     void markReplacing() const {
         CSharedState& shared = m_store.m_shared;
         (void)shared.m_pMutex->putCounter({shared.nextStamp(), shared.m_pSharedMemory->tag()});
-        shared.markReplacing();
+        std::uint64_t before = 0;
+        shared.markReplacing(before);
     }
     /// As if the mark of a replacement had been seen so long ago.
     void markedBefore(std::uint32_t seconds) const { m_store.m_shared.m_oddSince -= seconds; }

@@ -83,7 +83,7 @@ std::set<std::string> options(const Words& command) {
 }  // namespace
 
 TEST_P(Completion, OffersTheCommandsOfTheHelp) {
-    ASSERT_EQ(23u, commands().size());
+    ASSERT_EQ(24u, commands().size());
     EXPECT_EQ(offers({}, ""), commands());
     EXPECT_THAT(offers({}, "re"), ElementsAre("restore"));
     EXPECT_THAT(offers({"--no-notify", "--timeout", "3"}, "ex"), ElementsAre("export"));
@@ -141,7 +141,7 @@ TEST_P(Completion, OffersKeysOfTheChosenStore) {
     makeNames();
     const auto all = ElementsAre("Net", "Net work", "Net work/Dns");
     for (const char* const command : {"get", "set", "incr", "rm", "mkkey", "ls", "tree", "cp", "mv",
-                                      "export", "watch", "edit", "browse"}) {
+                                      "export", "watch", "run", "edit", "browse"}) {
         EXPECT_THAT(offersInStore({command}, "N"), all) << command;
     }
     EXPECT_THAT(offers({"--file=" + file.path(), "get"}, "N"), all);
@@ -174,6 +174,14 @@ TEST_P(Completion, OffersKeysAndValuesForTheNewPlace) {
         EXPECT_THAT(offersInStore({command, "Net", "Port", "Net work/Dns"}, "s"),
                     ElementsAre("Second"));
     }
+}
+
+TEST_P(Completion, OffersProgramsBehindTheKeyOfRun) {
+    makeNames();
+    const Words programs = offersInStore({"run", "--grace", "3", "Net", "--"}, "printen");
+    EXPECT_THAT(programs, ElementsAre("printenv"));
+    EXPECT_THAT(offersInStore({"run", "--prefix", "P"}, "Net\\ work/"),
+                ElementsAre("Net work/Dns"));
 }
 
 TEST_P(Completion, CompletesNamesWithBlanks) {

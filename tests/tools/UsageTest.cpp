@@ -32,9 +32,9 @@ TEST(Usage, HelpAndVersionGoToStandardOutput) {
 
 TEST(Usage, EveryCommandHasHelp) {
     for (const std::string command :
-         {"get",  "set",    "incr",   "rm",      "mkkey", "ls",   "tree",  "cp",
-          "mv",   "batch",  "export", "import",  "apply", "diff", "watch", "check",
-          "edit", "notify", "info",   "restore", "clean", "help"}) {
+         {"get",   "set",   "incr",   "rm",     "mkkey", "ls",      "tree",  "cp",
+          "mv",    "batch", "export", "import", "apply", "diff",    "watch", "run",
+          "check", "edit",  "browse", "notify", "info",  "restore", "clean", "help"}) {
         const auto help = runVqreg({command, "--help"});
         EXPECT_EQ(help.status, 0) << command;
         EXPECT_EQ(help.err, "") << command;

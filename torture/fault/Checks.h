@@ -10,7 +10,12 @@ void failFiles(Run& run);        ///< count: rounds, each with another way for e
 void failPairs(Run& run);        ///< count: pairs of calls that fail in one operation
 void failInSequences(Run& run);  ///< count: sequences of operations, with faults at random
 void dieAtFiles(Run& run);       ///< count: rounds, in turn before and after the call
-void failCalls(Run& run);        ///< count: rounds over the system calls
+// The same with VQREG_SYNC=1.
+void failSyncedFiles(Run& run);
+void failSyncedPairs(Run& run);
+void dieAtSyncedFiles(Run& run);
+
+void failCalls(Run& run);  ///< count: rounds over the system calls
 
 }  // namespace vqtorture
 

@@ -24,6 +24,7 @@ const std::vector<Fault> kClosing = {
 const std::vector<Fault> kMode = {{EIO}, {EACCES}, {EROFS}};
 const std::vector<Fault> kNames = {{EIO}, {ENOSPC}, {EDQUOT}, {EACCES}, {EROFS}};
 const std::vector<Fault> kLooking = {{EIO}, {EACCES}};
+const std::vector<Fault> kWaiting = {{EIO}, {ENOSPC}, {EDQUOT}};
 
 std::size_t partOf(std::size_t size, Kind kind) {
     return kind == Kind::eHalf      ? size / 2
@@ -179,6 +180,27 @@ int FaultyFiles::exchange(const char* path, const char* other) {
             return -1;
         }
         return fault ? -1 : CFileOps::exchange(path, other);
+    });
+}
+
+int FaultyFiles::sendOut(std::FILE* file) {
+    return perform("send", kWaiting,
+                   [&](const Fault* fault) { return fault ? -1 : CFileOps::sendOut(file); });
+}
+
+int FaultyFiles::syncData(std::FILE* file) {
+    return perform("data", kWaiting,
+                   [&](const Fault* fault) { return fault ? -1 : CFileOps::syncData(file); });
+}
+
+int FaultyFiles::syncNames(const char* path) {
+    return perform("names", kWaiting,
+                   [&](const Fault* fault) { return fault ? -1 : CFileOps::syncNames(path); });
+}
+
+int FaultyFiles::copySynced(const char* path, const char* newPath) {
+    return perform("copy", kCreation, [&](const Fault* fault) {
+        return fault ? -1 : CFileOps::copySynced(path, newPath);
     });
 }
 

@@ -44,6 +44,10 @@ public:
     int rename(const char* path, const char* newPath) override;
     int exchange(const char* path, const char* other) override;
     bool exists(const char* path) override;
+    int sendOut(std::FILE* file) override;
+    int syncData(std::FILE* file) override;
+    int syncNames(const char* path) override;
+    int copySynced(const char* path, const char* newPath) override;
 
 private:
     const Fault* next(const char* name, const std::vector<Fault>& faults);

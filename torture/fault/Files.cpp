@@ -3,6 +3,7 @@
 #include "fault/Checks.h"
 
 #include <csignal>
+#include <cstdlib>
 
 #include "RegLib/trace/Trace.h"
 #include "fault/FaultyFiles.h"
@@ -33,7 +34,11 @@ Outcome outcomeOf(int code, const FaultyFiles& files) {
     outcome.mayBeOld = files.hasFailed("rename");
     outcome.mayLeaveFiles = outcome.mayBeOld || files.hasFailed("unlink");
     outcome.hasKept = code == VQRegLib::REGLIB_E_FILE_OPEN &&
-                      (files.hasFailed("create") || files.hasFailed("write"));
+                      (files.hasFailed("create") || files.hasFailed("write") ||
+                       files.hasFailed("send") || files.hasFailed("data"));
+    outcome.isOut = files.failed() == "names ";
+    outcome.mustFail =
+        files.hasFailed("send") || files.hasFailed("data") || files.hasFailed("names");
     return outcome;
 }
 
@@ -121,12 +126,14 @@ Operation numberAfterADeath() {
             Scene others(scene.path);
             others.open();
             FaultyFiles files(Place::eUsual);
-            constexpr std::size_t kLastRename = 7;
+            constexpr std::size_t kLastRename = 8;
             files.armDeath(kLastRename, true);
             (void)others.session->VQRegSetValue(others.rootKey(), "Number", 3ul);
             return 0;
         });
         require(child.wait() == -SIGKILL, "it did not die");
+        require(vqtest::readFile(scene.path).find("dword:00000003") != std::string::npos,
+                "it died before its text took the file's place");
     };
     return made;
 }
@@ -163,6 +170,11 @@ bool dieAt(const Operation& operation, Place place, std::size_t at, bool isAfter
     require(status == 0 || status == -SIGKILL, "the child ended with " + std::to_string(status));
     ground.judgeDeath();
     return status != 0;
+}
+
+// Before the first store of the process, which looks at it once.
+void askForSync() {
+    ::setenv("VQREG_SYNC", "1", 1);
 }
 
 // At each of its calls until it makes no more.
@@ -213,6 +225,16 @@ void failPairs(Run& run) {
     }
 }
 
+void failSyncedFiles(Run& run) {
+    askForSync();
+    failFiles(run);
+}
+
+void failSyncedPairs(Run& run) {
+    askForSync();
+    failPairs(run);
+}
+
 void failInSequences(Run& run) {
     quietTrace();
     constexpr std::uint64_t kOperations = 25;
@@ -247,6 +269,11 @@ void dieAtFiles(Run& run) {
             }
         }
     }
+}
+
+void dieAtSyncedFiles(Run& run) {
+    askForSync();
+    dieAtFiles(run);
 }
 
 }  // namespace vqtorture

@@ -6,6 +6,9 @@ int main(int argc, char** argv) {
                                 {"pairs", vqtorture::failPairs},
                                 {"sequences", vqtorture::failInSequences},
                                 {"deaths", vqtorture::dieAtFiles},
+                                {"synced_files", vqtorture::failSyncedFiles},
+                                {"synced_pairs", vqtorture::failSyncedPairs},
+                                {"synced_deaths", vqtorture::dieAtSyncedFiles},
                                 {"calls", vqtorture::failCalls}},
                                argc, argv);
 }

@@ -29,8 +29,9 @@ constexpr unsigned kSeconds = 60;
 constexpr std::uint64_t kAttacksInARow = 20;
 constexpr auto kTogetherAgain = std::chrono::seconds(10);
 
-// The last three are for owners. What is removed between changes costs nothing; in the middle of one it
-// may cost that change, and what others change while its process is held up: that is counted.
+// The last four are for owners. What is removed between changes costs nothing, and the lock costs nothing
+// in the middle of one either. Lock and block together may cost that change there, and what others change
+// while its process is held up: that is counted.
 enum eAttack {
     eCut,
     eFill,
@@ -39,6 +40,7 @@ enum eAttack {
     eHold,
     eRemoveBetween,
     eReplaceBetween,
+    eRemoveLock,
     eRemove,
     eAttacks
 };
@@ -144,7 +146,8 @@ int work(const Scene& scene, Ledger& ledger) {
 int attack(const Scene& scene, std::uint64_t seed, std::uint64_t times) {
     std::mt19937_64 random(seed);
     for (std::uint64_t i = 0; i < times; ++i) {
-        const std::string object = random() % 2 == 0 ? lockOf(scene.path) : blockOf(scene.path);
+        const bool isLock = random() % 2 == 0 || scene.attack == eRemoveLock;
+        const std::string object = isLock ? lockOf(scene.path) : blockOf(scene.path);
         scene.pause->isAsked = isBetween(scene.attack);
         if (isBetween(scene.attack) &&
             !vqtest::waitUntil([&] { return scene.pause->standing == kWorkers; })) {
@@ -189,7 +192,7 @@ void play(Run& run, const Scene& scene, std::uint64_t times) {
     }
     if (scene.attack == eRemove) {
         const long lost = static_cast<long>(ledger->acknowledged) - countInFile(scene.path);
-        run.add("lost_with_a_lock_removed_in_a_change", static_cast<double>(std::max(0L, lost)));
+        run.add("lost_with_both_removed_in_a_change", static_cast<double>(std::max(0L, lost)));
     } else {
         requireAllCounted(*ledger, scene.path, ledger->refused == 0);
     }

@@ -53,12 +53,19 @@ Ground::~Ground() {
 }
 
 // A text that one of the steps of the operation makes.
+std::vector<std::string> Ground::writtenTexts() const {
+    std::vector<std::string> texts = {m_operation.after};
+    texts.insert(texts.end(), m_operation.between.begin(), m_operation.between.end());
+    return texts;
+}
+
+// Or that was there before.
 std::vector<std::string> Ground::passedTexts() const {
-    std::vector<std::string> texts = {m_operation.found, m_operation.after};
+    std::vector<std::string> texts = writtenTexts();
+    texts.push_back(m_operation.found);
     if (m_operation.use == SessionUse::eCreates) {
         texts.push_back("");
     }
-    texts.insert(texts.end(), m_operation.between.begin(), m_operation.between.end());
     return texts;
 }
 
@@ -96,6 +103,9 @@ void Ground::requireWitness(bool changes) {
 
 void Ground::judge(const Outcome& outcome, bool changes) {
     require(isPublished(outcome.code), "the result is " + std::to_string(outcome.code));
+    // An opening goes on with what it has in memory.
+    require(outcome.code < 0 || !outcome.mustFail || m_operation.use != SessionUse::eUses,
+            "it succeeds, though the disk has told otherwise");
     const bool had = m_operation.use != SessionUse::eCreates;
     const std::string backup = m_store.backupPath();
     if (had || m_store.exists() || m_store.backupExists()) {
@@ -106,6 +116,8 @@ void Ground::judge(const Outcome& outcome, bool changes) {
     if (!outcome.mayBeOld) {
         if (outcome.code >= 0 && (had || m_operation.after != m_operation.found)) {
             requireText({m_operation.after}, "after success");
+        } else if (outcome.isOut) {
+            requireText(writtenTexts(), "after a wait that failed");
         } else if (outcome.hasKept && had) {
             requireText({m_operation.found}, "after a failure");
         }

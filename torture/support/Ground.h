@@ -17,6 +17,8 @@ struct Outcome {
     int code = 0;
     bool hasKept = false;        ///< what could not be written must go out with the next change
     bool mayLeaveFiles = false;  ///< a rename or a removal has failed
+    bool mustFail = false;       ///< what it has written did not come to the disk
+    bool isOut = false;          ///< it failed when the new text had taken the old one's place
     bool mayBeOld = false;  ///< a rename has failed: the file may be as it was, whatever the code
 };
 
@@ -47,6 +49,7 @@ public:
 private:
     bool isWhole(const std::string& path, const std::vector<std::string>& texts) const;
     std::vector<std::string> passedTexts() const;
+    std::vector<std::string> writtenTexts() const;
     void requireText(const std::vector<std::string>& texts, const std::string& what) const;
     void requireNoTemporaries() const;
     void requireWitness(bool changes);

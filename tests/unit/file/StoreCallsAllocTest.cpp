@@ -15,6 +15,7 @@
 #include "portable/Mutex.h"
 #include "portable/ObjectName.h"
 #include "support/FailingCalls.h"
+#include "support/FileOpsFake.h"
 #include "support/StoreFixture.h"
 #include "support/TraceLog.h"
 #include "support/Wait.h"
@@ -42,6 +43,23 @@ protected:
     std::unique_ptr<CRegLibImplFile> store = open();
     CFileStoreProbe probe{*store};
     CRegKey key;
+};
+
+// When a text is written, somebody else begins to replace the file.
+class ReplacedMeanwhile : public FileOpsFake {
+public:
+    explicit ReplacedMeanwhile(CFileStoreProbe& probe) : m_probe(probe) {}
+
+    int sendOut(std::FILE* written) override {
+        mark = m_probe.sharedStamp() + 1;
+        m_probe.setSharedStamp(mark);
+        return FileOpsFake::sendOut(written);
+    }
+
+    std::uint64_t mark = 0;
+
+private:
+    CFileStoreProbe& m_probe;
 };
 
 }  // namespace
@@ -89,6 +107,16 @@ TEST_F(StoreCalls, AReaderWithoutABlockTriesAgainAtOnce) {
         EXPECT_EQ(refused.count(), 2);
     }
     EXPECT_EQ(get(*store, key, "v"), Value::ofDword(1));
+}
+
+TEST_F(StoreCalls, AReaderGoesOnWithTheOldBlockWhileSomebodyMakesAnother) {
+    removeBlock();
+    probe.lookAgain();
+    const FileOpsFake files;
+    const FailingCall making("fcntl", EAGAIN);
+    EXPECT_EQ(get(*store, key, "v"), Value::ofDword(1));
+    EXPECT_GT(making.count(), 0);
+    EXPECT_EQ(files.count(FileCall::eOpenForReading), 0) << "nothing has changed";
 }
 
 TEST_F(StoreCalls, AReaderLooksAtTheBlockOnceASecond) {
@@ -146,10 +174,31 @@ TEST_F(StoreCalls, AGlanceBesideAStoppedWriterTellsThatTheFileCannotBeOpened) {
         EXPECT_EQ(get(*store, key, "v").code, REGLIB_E_FILE_OPEN);
         EXPECT_GT(refused.count(), 0);
     }
-    EXPECT_EQ(get(*store, key, "v"), Value::ofDword(1));
+    {
+        const FailingCall naps("nanosleep", 0);
+        EXPECT_EQ(get(*store, key, "v"), Value::ofDword(1));
+        EXPECT_EQ(naps.count(), 0);
+    }
     isOver.store(true);
     isOver.notify_one();
     writer.join();
+}
+
+// Two replace the file when the lock's object is removed under one of them. Whichever finds that, at
+// whatever look, leaves the mark of the other one, for which the holder of a new lock waits.
+TEST_F(StoreCalls, AMarkIsNotTakenBackWithThatOfAnother) {
+    ReplacedMeanwhile files(probe);
+    int refused = 0;
+    for (unsigned look = 0; look < 12; ++look) {
+        ASSERT_EQ(setNumber(*store, key, "v", 1), REGLIB_OK);
+        files.mark = 0;
+        const FailingCall gone("fstat", EIO, static_cast<int>(look), 1);
+        if (setNumber(*store, key, "v", 2 + look) < 0 && files.mark != 0) {
+            ++refused;
+            EXPECT_EQ(probe.sharedStamp(), files.mark) << "at look " << look;
+        }
+    }
+    EXPECT_EQ(refused, 2) << "before it marks the file, and behind that";
 }
 
 TEST(StoreCallsTrace, ABlockThatCannotBeHadIsToldOnceAMinute) {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/mman.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -69,6 +70,25 @@ TEST(LargeMemory, IsZeroesWhereTheyAreAskedFor) {
         fill(CLargeMemory(size), 'x');
         EXPECT_TRUE(isAll(CLargeMemory(size, CLargeMemory::eZeroes), '\0')) << size;
     }
+}
+
+TEST(LargeMemory, IsAMappingOfItsOwnFrom128KilobytesOn) {
+    const CLargeMemory memory(128UL * 1024);
+    const auto pageSize = static_cast<std::uintptr_t>(::sysconf(_SC_PAGESIZE));
+    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(memory.get()) % pageSize, 0u);
+}
+
+// Of what it takes to lie in large pages, it gives back what is around.
+TEST(LargeMemory, TakesNoMoreAddressesThanItNeeds) {
+    const auto pages = [] {
+        std::size_t all = 0;
+        std::ifstream("/proc/self/statm") >> all;
+        return all;
+    };
+    const auto pageSize = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+    const std::size_t before = pages();
+    const CLargeMemory memory(3 * kLarge);
+    EXPECT_LT(pages() - before, (3 * kLarge + kLarge / 4) / pageSize);
 }
 
 TEST(LargeMemory, LiesInLargePagesAsFarAsItFillsThem) {

@@ -1,11 +1,14 @@
 // The mutex between processes.
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <unistd.h>
 
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -13,9 +16,11 @@
 #include "portable/Mutex.h"
 #include "support/ForkedChild.h"
 #include "support/TempStore.h"
+#include "support/Threads.h"
 #include "support/Wait.h"
 
 using VQRegLib::CPMutex;
+using vqtest::CallElsewhere;
 using vqtest::Common;
 using vqtest::ForkedChild;
 using vqtest::waitUntil;
@@ -200,6 +205,43 @@ TEST_F(MutexOfProcesses, ManyThatMakeItAtOnceGetOneObject) {
         EXPECT_EQ(m_flags->count, kChildren * kRounds);
         EXPECT_EQ(m_store.sharedObjects().size(), static_cast<std::size_t>(attempt + 1));
     }
+}
+
+// What is done in the next fork. Handlers that are called before it begins are called in the opposite order
+// of their registration, so this one comes after those of the library, which it has when it is used first.
+static std::function<void()>* g_inTheFork = nullptr;
+static const int g_isRegistered = pthread_atfork(
+    [] {
+        if (g_inTheFork) {
+            (*g_inTheFork)();
+        }
+    },
+    nullptr, nullptr);
+
+TEST(MutexForks, NoMutexIsMadeOrClosedMeanwhile) {
+#if defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "the sanitizer knows no forks beside threads";
+#endif
+    ASSERT_EQ(g_isRegistered, 0);
+    const vqtest::TempStore store;
+    CPMutex::registerForkHandlers();
+    std::unique_ptr<CPMutex> made;
+    auto closed = std::make_unique<CPMutex>(1, 0, store.path() + "closed", 1, 1);
+    std::optional<CallElsewhere> making;
+    std::optional<CallElsewhere> closing;
+    bool haveWaited = false;
+    std::function<void()> look = [&] {
+        making.emplace([&] { made = std::make_unique<CPMutex>(1, 0, store.path(), 1, 1); });
+        closing.emplace([&] { closed.reset(); });
+        haveWaited = making->waits() && closing->waits();
+    };
+    g_inTheFork = &look;
+    ForkedChild child([] { return 0; });
+    g_inTheFork = nullptr;
+    EXPECT_EQ(child.wait(), 0);
+    EXPECT_TRUE(haveWaited);
+    EXPECT_TRUE(making->returns());
+    EXPECT_TRUE(closing->returns());
 }
 
 // A fork waits for the making of mutexes to end, and lets it go on afterwards in both processes.

@@ -81,6 +81,41 @@ TEST(BlockCalls, ABlockOfAnotherSizeIsReplaced) {
     EXPECT_FALSE(first.isCurrent());
 }
 
+TEST(BlockCalls, ARecordThatIsNotQuiteOneLeadsToNoBlock) {
+    const auto spoil = [](VQRegLib::CBlockRecord& record, bool isTag) {
+        record.tag[0] = static_cast<char>(record.tag[0] + (isTag ? 1 : 0));
+        record.id += isTag ? 0 : std::int64_t{1} << 32;
+    };
+    for (const bool isTag : {true, false}) {
+        const vqtest::TempStore store;
+        CPSharedMemory first(store.path(), 8);
+        std::fstream file(VQRegLib::objectPath("CPBlock", store.path()),
+                          std::ios::in | std::ios::out | std::ios::binary);
+        VQRegLib::CBlockRecord record{};
+        file.read(reinterpret_cast<char*>(&record), sizeof record);
+        spoil(record, isTag);
+        file.seekp(0);
+        file.write(reinterpret_cast<const char*>(&record), sizeof record);
+        file.close();
+        const CPSharedMemory second(store.path(), 8);
+        EXPECT_EQ(second.error(), 0);
+        EXPECT_NE(second.isCreator(), 0) << isTag;
+    }
+}
+
+TEST(BlockCalls, WhoeverIsMakingOneIsWaitedForUnlessItIsOnlyTried) {
+    SKIP_UNLESS_WRAPPED();
+    const vqtest::TempStore store;
+    const FailingCall making("fcntl", EAGAIN);
+    const FailingCall naps("nanosleep", 0);
+    const CPSharedMemory tried(store.path(), 8, CPSharedMemory::eTry);
+    EXPECT_EQ(tried.error(), EAGAIN);
+    EXPECT_EQ(naps.count(), 0);
+    const CPSharedMemory waited(store.path(), 8);
+    EXPECT_EQ(waited.error(), EAGAIN);
+    EXPECT_EQ(naps.count(), 400);
+}
+
 TEST(BlockCalls, BlocksDifferWhereTheKernelHasNoRandomnessYet) {
     SKIP_UNLESS_WRAPPED();
     const vqtest::TempStore store;

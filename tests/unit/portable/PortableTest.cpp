@@ -5,6 +5,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <climits>
@@ -122,6 +123,20 @@ TEST(UniqueText, IsFitForAFileName) {
     EXPECT_THAT(CPortable::newPUUID(), testing::MatchesRegex(hex + "+-" + hex + "+-4" + hex +
                                                              "+-[89ab]" + hex + "+-" + hex + "+"));
     EXPECT_EQ(CPortable::newPUUID().size(), 36u);
+}
+
+// They come of random bytes for several at a time, which no two processes may use.
+TEST(UniqueText, OfEachChildOfAForkIsAnother) {
+    (void)CPortable::newPUUID();
+    Common<std::array<std::array<char, 64>, 2>> texts;
+    for (std::array<char, 64>& text : *texts) {
+        ForkedChild child([&] {
+            text[CPortable::newPUUID().copy(text.data(), text.size() - 1)] = '\0';
+            return 0;
+        });
+        EXPECT_EQ(child.wait(), 0);
+    }
+    EXPECT_STRNE((*texts)[0].data(), (*texts)[1].data());
 }
 
 TEST(UniqueText, IsNeverTheSame) {

@@ -153,6 +153,15 @@ TEST_F(SemaphoreCalls, WaitingForItToBeFreeLooksAgainWhileItIsLocked) {
     EXPECT_EQ(locked.count(), 3);
 }
 
+TEST_F(SemaphoreCalls, WaitingForItToBeFreeEndsAfterAHundredLooks) {
+    SKIP_UNLESS_WRAPPED();
+    const SemaphoreOf semaphore(name);
+    const FailingCall locked("flock", EWOULDBLOCK);
+    const FailingCall naps("nanosleep", 0);
+    CPSemaphore::waitUntilFree(name);
+    EXPECT_EQ(locked.count(), 100);
+}
+
 TEST_F(SemaphoreCalls, TellsNoUserOfAFileThatItCannotSee) {
     SKIP_UNLESS_WRAPPED();
     const SemaphoreOf semaphore(name);

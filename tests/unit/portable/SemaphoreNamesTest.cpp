@@ -53,6 +53,16 @@ TEST_F(SemaphoreNames, WhatIsNoFileIsNotRemovedForAnOwner) {
     EXPECT_TRUE(fs::is_directory(path));
 }
 
+TEST_F(SemaphoreNames, ALinkIsNoSemaphoreThatHasLostItsOwner) {
+    const std::string target = path + "-target";
+    { const SemaphoreOf made(name + "-target"); }
+    fs::create_symlink(target, path);
+    EXPECT_FALSE(CPSemaphore::removeIfOwnerless(name));
+    EXPECT_TRUE(fs::is_symlink(path));
+    fs::remove(path);
+    EXPECT_TRUE(CPSemaphore::removeIfOwnerless(name + "-target"));
+}
+
 TEST_F(SemaphoreNames, AFileOfAnotherSizeMakesRoomForAnOwner) {
     std::ofstream(path) << "short";
     SemaphoreOf semaphore(name);

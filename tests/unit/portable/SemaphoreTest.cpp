@@ -20,6 +20,7 @@
 
 #include "support/ForkedChild.h"
 #include "support/SemaphoreFixture.h"
+#include "support/Threads.h"
 #include "support/Wait.h"
 
 namespace fs = std::filesystem;
@@ -100,6 +101,19 @@ TEST_F(Semaphore, IsWhatTheSystemsOwnFunctionsOpen) {
     EXPECT_TRUE(semaphore.wait(0, nullptr));
     semaphore.release();
     EXPECT_EQ(::sem_trywait(system), 0);
+    ::sem_close(system);
+}
+
+TEST_F(Semaphore, WhoWaitsIsWokenByTheSystemsOwnFunction) {
+    SemaphoreOf semaphore(name);
+    sem_t* const system = ::sem_open(("/" + name).c_str(), 0);
+    ASSERT_NE(system, SEM_FAILED);
+    vqtest::CallElsewhere waiting(
+        [&] { EXPECT_TRUE(semaphore.wait(CPSemaphore::kInfinite, nullptr)); });
+    EXPECT_TRUE(waiting.waits());
+    ::sem_post(system);
+    EXPECT_TRUE(waiting.returns());
+    semaphore.release();  // it ends at the latest now
     ::sem_close(system);
 }
 

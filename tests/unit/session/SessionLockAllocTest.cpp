@@ -1,5 +1,10 @@
-// The session lock when an exception passes.
+// The session lock when an exception passes, and how it is waited for in an update.
 #include <gtest/gtest.h>
+#include <time.h>
+
+#include <atomic>
+#include <string>
+#include <thread>
 
 #include "RegLib/instance/Directory.h"
 #include "RegLib/store/Store.h"
@@ -11,6 +16,21 @@
 using namespace VQRegLib;
 using vqtest::CopiesLeft;
 using vqtest::isFree;
+
+namespace {
+
+thread_local int t_naps = 0;
+
+}  // namespace
+
+// NOLINTBEGIN(bugprone-reserved-identifier): the names that the linker gives them
+extern "C" int __real_nanosleep(const timespec* time, timespec* left);
+extern "C" int __wrap_nanosleep(const timespec* time, timespec* left);
+extern "C" int __wrap_nanosleep(const timespec* time, timespec* left) {
+    ++t_naps;
+    return __real_nanosleep(time, left);
+}
+// NOLINTEND(bugprone-reserved-identifier)
 
 TEST(SessionLockShortage, StaysEnteredWhenAnExceptionPasses) {
     const vqtest::TempStore file;
@@ -27,5 +47,38 @@ TEST(SessionLockShortage, StaysEnteredWhenAnExceptionPasses) {
     EXPECT_FALSE(isFree(store.m_critSec));
     store.m_critSec.leave(__LINE__);
     EXPECT_TRUE(isFree(store.m_critSec)) << "it was entered once";
+    get_reglibImplDirectory()->releaseRegLibImpl(&store);
+}
+
+// Its holder may be waiting for the update, so the wait has an end.
+TEST(SessionLockInAnUpdate, IsAskedForWithNapsAndThenGivenUp) {
+    if (sizeof(void*) != 8) {
+        GTEST_SKIP() << "the library calls other functions here";
+    }
+    const vqtest::TempStore file;
+    CRegLib session(file.path().c_str(), nullptr, CRegLib::eLocationDefault, nullptr);
+    const std::string otherName =
+        file.directory() + "/./" + file.path().substr(file.directory().size() + 1);
+    CRegLib writer(otherName.c_str(), nullptr, CRegLib::eLocationDefault, nullptr);
+    CRegLibImpl& store = *get_reglibImplDirectory()->acquireRegLibImpl(
+        file.path().c_str(), nullptr, CRegLib::eLocationDefault, nullptr);
+    std::atomic<bool> isHeld{false};
+    std::atomic<bool> isOver{false};
+    std::thread holder([&] {
+        store.m_critSec.enter(__LINE__);
+        isHeld = true;
+        isHeld.notify_one();
+        isOver.wait(false);
+        store.m_critSec.leave(__LINE__);
+    });
+    isHeld.wait(false);
+    ASSERT_EQ(writer.VQRegBeginUpdate(), REGLIB_OK);
+    t_naps = 0;
+    EXPECT_EQ(session.VQRegReload(), REGLIB_E_FAIL);
+    EXPECT_EQ(t_naps, 200);
+    EXPECT_EQ(writer.VQRegEndUpdate(), REGLIB_OK);
+    isOver = true;
+    isOver.notify_one();
+    holder.join();
     get_reglibImplDirectory()->releaseRegLibImpl(&store);
 }

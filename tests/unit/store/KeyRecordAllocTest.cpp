@@ -84,7 +84,7 @@ TEST_F(NoCopies, ClearingARecordThrowsAtTheKeyName) {
     EXPECT_EQ(record.m_pszKeyName, nullptr);
 }
 
-TEST_F(NoCopies, AnIdThatIsNotGivenIsNotTold) {
+TEST_F(NoCopies, AnIdThatIsNotGivenIsNotToldAndLeadsToNoNode) {
     CRegKeyImplFile record;
     std::uint32_t id = 77;
     int node = 0;
@@ -92,6 +92,8 @@ TEST_F(NoCopies, AnIdThatIsNotGivenIsNotTold) {
     EXPECT_EQ(thrownBy([&] { store->CRegLibImpl::setKeyInfo(&record, "[a]", "a", &node, &id); }),
               "RegLib.1972");
     EXPECT_EQ(id, 77u);
+    EXPECT_EQ(store->m_handles.recordOf(store->m_handles.nextId()), &record);
+    EXPECT_EQ(store->m_handles.nodeOf(store->m_handles.nextId()), nullptr);
     store->m_handles.retirePending(&record);
 }
 

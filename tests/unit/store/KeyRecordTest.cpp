@@ -1,6 +1,7 @@
 #include "RegLib/store/KeyRecord.h"
 
 #include <gtest/gtest.h>
+#include <malloc.h>
 
 #include <string>
 #include <type_traits>
@@ -81,6 +82,17 @@ TEST_F(KeyRecord, TakesItsInfoAndLeavesTheCount) {
     record.SetKeyInfo(&store, "[c]", "c", 18);
     EXPECT_STREQ(record.m_pszFullName, "[c]");
     EXPECT_EQ(record.m_ulHandleId, 18u);
+    record.ClearKeyInfo();
+}
+
+TEST_F(KeyRecord, GivesItsTextsBackWhenItTakesOthers) {
+    const std::string text(10'000, 't');
+    CRegKeyImplFile record;
+    const std::size_t before = ::mallinfo2().uordblks;
+    for (int i = 0; i < 100; ++i) {
+        record.SetKeyInfo(&store, text.c_str(), text.c_str(), 1);
+    }
+    EXPECT_LT(::mallinfo2().uordblks, before + 10 * text.size());
     record.ClearKeyInfo();
 }
 

@@ -137,6 +137,8 @@ TEST_F(Step, LeavesToAWholeMergeWhatItDoesNotUnderstand) {
     }
     expectReadWhole(kSmall, withLine(kSmall, "[a/k]", std::string("\"n\"=string:\0\n", 13)));
     expectReadWhole(kSmall, withLine(kSmall, "\"p\"", "[c]\n"));
+    const std::string nothingBelow = "[a]\n[a/k]\n[b]\n";
+    expectReadWhole(nothingBelow, withLine(nothingBelow, "[a/k]", "\"k\"=string:x\n"));
     expectReadWhole(kSmall, std::string(kSmall).substr(0, sizeof kSmall - 2));
     expectReadWhole(kSmall,
                     withLine(kSmall, "[a/k]", "\"n\"=string:" + std::string(2040, 'x') + "\n"));

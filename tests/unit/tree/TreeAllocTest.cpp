@@ -303,22 +303,26 @@ TEST_F(TreeWithoutMemory, ReadsATextThatIsOtherThanBefore) {
 }
 
 TEST_F(TreeWithoutMemory, DisplacesAKeyWithAHandle) {
-    for (long n = 0, failed = 1; failed != 0; ++n) {
+    long failed = 1;
+    for (long n = 0; failed != 0; ++n) {
         ASSERT_LT(n, kMostAllocations);
-        CTree tree;
-        prepare(tree, n);
-        CKeyOrValue& old = at(tree, "a", "k");
-        old.m_ulKeyHandleID = 1;
-        const auto displace = [](CTree& each) { merge(each, "[a]\n\"k\"=string:x\n"); };
-        failed = failsAt(n, tree, displace) ? 1 : 0;
-        if (failed != 0) {
-            const bool isDone = !at(tree, "a", "k").isKey();
-            ASSERT_EQ(isDone, old.m_state == CKeyOrValue::eDisplaced);
-            displace(tree);
+        failed = 0;
+        for (const long written : {0, 1}) {
+            CTree tree;
+            prepare(tree, written);
+            CKeyOrValue& old = at(tree, "a", "k");
+            old.m_ulKeyHandleID = 1;
+            const auto displace = [](CTree& each) { merge(each, "[a]\n\"k\"=string:x\n"); };
+            if (failsAt(n, tree, displace)) {
+                ++failed;
+                const bool isDone = !at(tree, "a", "k").isKey();
+                ASSERT_EQ(isDone, old.m_state == CKeyOrValue::eDisplaced);
+                displace(tree);
+            }
+            ASSERT_EQ(tree.displaced(), 1u);
+            ASSERT_EQ(tree.countOfKind(old, true) + tree.countOfKind(old, false), 2u);
+            ASSERT_EQ(textOf(tree), "[a]\n\"k\"=string:x\n\"v\"=string:1\n\"w\"=dword:2\n[b]\n");
+            ASSERT_EQ(old.line(), "[a/k]");
         }
-        ASSERT_EQ(tree.displaced(), 1u);
-        ASSERT_EQ(tree.countOfKind(old, true) + tree.countOfKind(old, false), 2u);
-        ASSERT_EQ(textOf(tree), "[a]\n\"k\"=string:x\n\"v\"=string:1\n\"w\"=dword:2\n[b]\n");
-        ASSERT_EQ(old.line(), "[a/k]");
     }
 }

@@ -3,10 +3,12 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <memory>
 
 #include "support/Handlers.h"
 #include "support/TempStore.h"
+#include "support/Threads.h"
 
 namespace {
 
@@ -45,6 +47,26 @@ TEST_F(Watcher, CallsAHandlerNoMoreThatWasRemoved) {
     moveAndWake();
     ASSERT_TRUE(other.waitCalls(1));
     EXPECT_EQ(handler.calls(), 0);
+}
+
+// So whoever registers or removes one knows that no round is going on that it would come into half-way.
+TEST_F(Watcher, TakesAndGivesBackHandlersBetweenRounds) {
+    std::atomic<bool> isOver{false};
+    Handler slow([&] { isOver.wait(false); });
+    Handler other;
+    watcher->setRegistryChangeHandler(&slow);
+    moveAndWake();
+    ASSERT_TRUE(slow.waitBegun(1));
+    {
+        const CallElsewhere taking([&] { watcher->setRegistryChangeHandler(&other); });
+        const CallElsewhere givingBack([&] { watcher->clrRegistryChangeHandler(&handler); });
+        EXPECT_TRUE(taking.waits());
+        EXPECT_TRUE(givingBack.waits());
+        isOver = true;
+        isOver.notify_all();
+    }
+    moveAndWake();
+    EXPECT_TRUE(other.waitCalls(1));
 }
 
 TEST_F(Watcher, HasNoUseForNoHandler) {

@@ -15,7 +15,9 @@ enum class eExit : int {
     eMalformed = 4,    // a file or an input is malformed
     eWrongKind = 5,    // a key where a value is needed, another type than asked for, a rule broken
     eLocked = 6,       // the lock was not obtained in time
-    eWriteFailed = 7   // a change could not be written
+    eWriteFailed = 7,  // a change could not be written
+    eNotExecutable = 126,  // the program of `run`, as other commands that start programs have it
+    eNotFound = 127
 };
 
 // Ends the command with a message on standard error: "vqreg: " and the text.

@@ -4,7 +4,8 @@
 #include <unistd.h>
 
 #include <clocale>
-#include <csignal>
+
+#include "tools/vqreg/base/OutputSignals.h"
 
 namespace vqreg {
 
@@ -24,10 +25,8 @@ void fillClosedStreams() {
 void prepareProcess() {
     fillClosedStreams();
     std::setlocale(LC_CTYPE, "");
-    // A closed pipe shall be a failure of write, which ends the command quietly.
-    std::signal(SIGPIPE, SIG_IGN);
-    // So shall a limit of file sizes, which leaves nothing half written then.
-    std::signal(SIGXFSZ, SIG_IGN);
+    // A closed pipe ends the command quietly then, and a limit of file sizes leaves nothing half written.
+    ignoreOutputSignals();
 }
 
 }  // namespace vqreg

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <exception>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -71,9 +72,27 @@ int usageError(const CLI::App& app, const std::string& message) {
     return exitCode(eExit::eUsage);
 }
 
+// What stands behind "--" of a command that runs a program: the parser would find options and lists in
+// it.
+std::vector<std::string> takeProgram(const CLI::App& app, std::vector<std::string>& words) {
+    const std::optional<std::string> command = commandWord(app, words);
+    const bool isTaken = std::ranges::any_of(commandTable(), [&](const CommandEntry& entry) {
+        return entry.runsProgram && command == entry.name;
+    });
+    const auto marks = isTaken ? std::ranges::find(words, "--") : words.end();
+    if (marks == words.end()) {
+        return {};
+    }
+    std::vector<std::string> program(marks + 1, words.end());
+    words.erase(marks, words.end());
+    return program;
+}
+
 int parseAndRun(CLI::App& app, Context& context, int argc, char** argv) {
     try {
-        app.parse(parserOrder(std::vector<std::string>(argv + 1, argv + std::max(argc, 1))));
+        std::vector<std::string> words(argv + 1, argv + std::max(argc, 1));
+        context.program = takeProgram(app, words);
+        app.parse(parserOrder(words));
         Output::standard().flush();
         return context.exitCode;
     } catch (const CLI::CallForHelp&) {

@@ -17,7 +17,8 @@ struct CommandEntry {
     // All others only look at a store, or change what must be there already.
     bool makesStore = false;
     bool isForBatch = false;
-    bool mayDelete = false;  // in a batch
+    bool mayDelete = false;    // in a batch
+    bool runsProgram = false;  // what stands behind "--" is that program's
 };
 
 // In the order in which they are listed.
@@ -41,6 +42,7 @@ void defineImport(CLI::App& command, Context& context);
 void defineApply(CLI::App& command, Context& context);
 void defineDiff(CLI::App& command, Context& context);
 void defineWatch(CLI::App& command, Context& context);
+void defineRun(CLI::App& command, Context& context);
 void defineCheck(CLI::App& command, Context& context);
 void defineEdit(CLI::App& command, Context& context);
 void defineBrowse(CLI::App& command, Context& context);

@@ -13,10 +13,12 @@
 #include "tools/vqreg/terminal/Output.h"
 #include "tools/vqreg/terminal/Progress.h"
 #include "tools/vqreg/text/ConfigText.h"
+#include "tools/vqreg/text/Environment.h"
 #include "tools/vqreg/text/JsonText.h"
 #include "tools/vqreg/text/Model.h"
 #include "tools/vqreg/text/Path.h"
 #include "tools/vqreg/text/Rules.h"
+#include "tools/vqreg/usage/Usage.h"
 
 namespace vqreg {
 
@@ -25,6 +27,8 @@ namespace {
 struct ExportOptions {
     std::string key = "/";
     bool json = false;
+    bool env = false;
+    std::string prefix;
 };
 
 constexpr std::size_t kExportPiece = 64UL * 1024;
@@ -71,6 +75,11 @@ std::string textOf(const Path& full, const Path& path, Key key) {
 void runExport(Context& context, const ExportOptions& options) {
     StoreSession session(context.store);
     const Path path = session.tidied(splitPath(options.key));
+    if (options.env) {
+        Output::standard().write(
+            environmentText(variablesOf(session.loadValues(path), options.prefix)));
+        return;
+    }
     const Path full = fullPath(context.store, path);
     std::optional<Key> key = loadWatched(session, path, entriesBelow(context.store, full));
     if (!key) {
@@ -92,10 +101,18 @@ void runExport(Context& context, const ExportOptions& options) {
 void defineExport(CLI::App& command, Context& context) {
     const auto options = std::make_shared<ExportOptions>();
     command.add_option("KEY", options->key, "The key; without it, the root key")->type_name("");
-    command.add_flag("--json", options->json, "As JSON instead of the text of a store's file");
+    CLI::Option* const json =
+        command.add_flag("--json", options->json, "As JSON instead of the text of a store's file");
+    CLI::Option* const env =
+        command
+            .add_flag("--env", options->env,
+                      "Only the values of KEY, as NAME=\"text\" for units and shells")
+            ->excludes(json);
+    addPrefixOption(command, options->prefix)->needs(env);
     command.footer(
         "The text is that of a store's file, and begins with KEY. `import` reads both forms.\n"
-        "In JSON, a text that is not UTF-8 is \"hex:/\" and the hexadecimal digits of its bytes.");
+        "In JSON, a text that is not UTF-8 is \"hex:/\" and the hexadecimal digits of its bytes.\n"
+        "With --env, names are in upper case with \"_\" for what no variable may have.");
     command.callback([&context, options] { runExport(context, *options); });
 }
 

@@ -5,12 +5,11 @@
 
 #include "tools/vqreg/commands/CommandTable.h"
 #include "tools/vqreg/store/ChangeSignals.h"
+#include "tools/vqreg/store/KeyReader.h"
 #include "tools/vqreg/store/StoreFile.h"
-#include "tools/vqreg/store/StoreFollower.h"
 #include "tools/vqreg/store/StoreSession.h"
 #include "tools/vqreg/terminal/Listing.h"
 #include "tools/vqreg/terminal/Output.h"
-#include "tools/vqreg/text/ConfigText.h"
 #include "tools/vqreg/text/Difference.h"
 #include "tools/vqreg/text/Model.h"
 #include "tools/vqreg/text/Path.h"
@@ -19,27 +18,11 @@ namespace vqreg {
 
 namespace {
 
-constexpr auto kSlowPoll = std::chrono::seconds(1);
-
 struct WatchOptions {
     std::string key = "/";
     bool initial = false;
     bool json = false;
 };
-
-// The key as it is now; none when there is nothing new, and while the file is malformed, which is said.
-std::optional<Key> readKey(StoreFollower& follower, bool isSlowPoll, const Path& path) {
-    const std::optional<ConfigText> parsed = follower.read(isSlowPoll);
-    if (!parsed) {
-        return std::nullopt;
-    }
-    if (!parsed->isReadable()) {
-        printFindings(follower.file(), parsed->findings);
-        return std::nullopt;
-    }
-    const Key* const key = findKey(parsed->top, path);
-    return key ? *key : Key();
-}
 
 void print(const std::vector<Change>& changes, const Context& context, bool json) {
     printChanges(changes, rootPath(context.store), json);
@@ -51,9 +34,8 @@ void runWatch(Context& context, const WatchOptions& options) {
     const Path path = session.tidied(splitPath(options.key));
     // First of all: what happens from here on is told or read.
     ChangeSignals signals(session.session(), storeFile(context.store));
-    StoreFollower follower(storeFile(context.store));
-    const Path whole = fullPath(context.store, path);
-    Key known = readKey(follower, false, whole).value_or(Key());
+    KeyReader reader(context.store, path);
+    Key known = reader.read(false).value_or(Key());
     if (!session.hasKey(path)) {
         note(nameOfKey(path) + " does not exist yet");
     }
@@ -65,7 +47,7 @@ void runWatch(Context& context, const WatchOptions& options) {
         if (news == ChangeSignals::eNews::eEnd) {
             return;
         }
-        std::optional<Key> now = readKey(follower, news == ChangeSignals::eNews::eNothing, whole);
+        std::optional<Key> now = reader.read(news == ChangeSignals::eNews::eNothing);
         if (now) {
             print(difference(known, *now, path), context, options.json);
             known = std::move(*now);

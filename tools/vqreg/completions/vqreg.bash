@@ -28,8 +28,8 @@ _vqreg_files() {
 
 _vqreg() {
     local cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD-1]}
-    local words=("${COMP_WORDS[@]}") store=() arguments=() command='' at
-    local commands='get set incr rm mkkey ls tree cp mv batch export import apply diff watch check
+    local words=("${COMP_WORDS[@]}") store=() arguments=() command='' program=0 at
+    local commands='get set incr rm mkkey ls tree cp mv batch export import apply diff watch run check
                     edit browse notify info restore clean help'
     COMPREPLY=()
     for ((at = 1; at < COMP_CWORD; ++at)); do
@@ -40,12 +40,14 @@ _vqreg() {
                 [[ ${words[at + 1]} != = ]] || ((++at))
                 store+=("$option" "$(_vqreg_plain "${words[at + 1]/#\~\//$HOME/}")")
                 ((++at)) ;;
-            --timeout | --color | --default | --key | --if | --verify | -t | --type | -L)
+            --timeout | --color | --default | --key | --if | --verify | -t | --type | -L | \
+                --signal | --grace | --prefix)
                 # get has a --type without a word behind it.
                 if [[ $command != get || ${words[at]} != --type ]]; then
                     [[ ${words[at + 1]} != = ]] || ((++at))
                     ((++at))
                 fi ;;
+            --) [[ $command != run ]] || { program=$((COMP_CWORD - at)); break; } ;;
             -*) ;;
             *)
                 if [[ -z $command ]]; then
@@ -57,13 +59,19 @@ _vqreg() {
     done
     [[ $prev != = ]] || prev=${COMP_WORDS[COMP_CWORD-2]}
     [[ $cur != = ]] || cur=
+    case $program in
+        0) ;;
+        1) mapfile -t COMPREPLY < <(compgen -c -- "$cur"); return ;;
+        *) compopt -o default; return ;;
+    esac
     local plain=${cur//\\/}
     [[ $cur != [\'\"]* ]] || plain=${cur:1}
     case $prev in
         --file) _vqreg_files; return ;;
         --color) mapfile -t COMPREPLY < <(compgen -W 'auto always never' -- "$cur"); return ;;
         --key) _vqreg_offer < <(_vqreg_names keys "$plain"); return ;;
-        --root | --timeout | --default | --if | --verify | -L) return ;;
+        --signal) mapfile -t COMPREPLY < <(compgen -W 'HUP USR1 USR2 TERM INT' -- "$cur"); return ;;
+        --root | --timeout | --default | --if | --verify | -L | --grace | --prefix) return ;;
         -t | --type)
             if [[ $command == set ]]; then
                 mapfile -t COMPREPLY < <(compgen -W 'string dword binary' -- "$cur")
@@ -83,7 +91,7 @@ _vqreg() {
     case $command:${#arguments[@]} in
         help:0) mapfile -t COMPREPLY < <(compgen -W "$commands" -- "$cur") ;;
         import:0 | apply:0 | check:0 | diff:[01]) _vqreg_files ;;
-        get:0 | set:0 | incr:0 | rm:0 | mkkey:0 | ls:0 | tree:0 | export:0 | watch:0 | edit:0 | \
+        get:0 | set:0 | incr:0 | rm:0 | mkkey:0 | ls:0 | tree:0 | export:0 | watch:0 | run:0 | edit:0 | \
             browse:0 | cp:0 | mv:0)
             _vqreg_offer < <(_vqreg_names keys "$plain") ;;
         get:1 | set:1 | incr:1 | rm:1)

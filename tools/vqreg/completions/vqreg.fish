@@ -27,7 +27,8 @@ function __vqreg_words
             continue
         end
         switch $word
-            case --file --root --timeout --color --default --key --if --verify -t -L
+            case --file --root --timeout --color --default --key --if --verify -t -L \
+                --signal --grace --prefix
                 set skip 1
             case --type
                 # get has a --type without a word behind it.
@@ -57,7 +58,7 @@ function __vqreg_values
     __vqreg_store values $words[$argv[1]]
 end
 
-set -l commands get set incr rm mkkey ls tree cp mv batch export import apply diff watch check \
+set -l commands get set incr rm mkkey ls tree cp mv batch export import apply diff watch run check \
     edit browse notify info restore clean help
 
 complete -c vqreg -f
@@ -97,14 +98,21 @@ complete -c vqreg -n '__vqreg_in import' -l replace -d 'delete what only the sto
 complete -c vqreg -n '__vqreg_in import' -l dry-run -d 'only print the changes'
 complete -c vqreg -n '__vqreg_in apply' -l check -d 'change nothing, tell by the exit code'
 complete -c vqreg -n '__vqreg_in apply' -l diff -d 'print the changes'
+complete -c vqreg -n '__vqreg_in export' -l env -d 'as variables for units and shells'
+complete -c vqreg -n '__vqreg_in export run' -l prefix -x -d 'what names of variables begin with'
+complete -c vqreg -n '__vqreg_in run' -l restart -d 'start it again when values change'
+complete -c vqreg -n '__vqreg_in run' -l signal -x -a 'HUP USR1 USR2 TERM INT' \
+    -d 'send it a signal when values change'
+complete -c vqreg -n '__vqreg_in run' -l grace -x -d 'seconds until it is killed'
 complete -c vqreg -n '__vqreg_in watch' -l initial -d 'first print what is there'
 complete -c vqreg -n '__vqreg_in edit' -s y -l yes -d 'do not ask'
 complete -c vqreg -n '__vqreg_in restore' -s n -l dry-run -d 'only show the difference'
 complete -c vqreg -n '__vqreg_in clean' -s n -l dry-run -d 'only list them'
 
 complete -c vqreg -n '__vqreg_wants 1 help' -a "$commands"
-complete -c vqreg -n '__vqreg_wants 1 get set incr rm mkkey ls tree cp mv export watch edit browse' \
+complete -c vqreg -n '__vqreg_wants 1 get set incr rm mkkey ls tree cp mv export watch run edit browse' \
     -a '(__vqreg_store keys)'
+complete -c vqreg -n '__vqreg_wants 2 run' -a '(__fish_complete_command)'
 complete -c vqreg -n '__vqreg_wants 2 get set incr rm' -a '(__vqreg_values 2)'
 complete -c vqreg -n '__vqreg_wants 2 cp mv' -a '(__vqreg_store keys) (__vqreg_values 2)'
 complete -c vqreg -n '__vqreg_wants 3 cp mv' -a '(__vqreg_store keys)'

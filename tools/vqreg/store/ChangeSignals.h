@@ -1,4 +1,4 @@
-// Everything that may tell of a change of a store's file.
+// Waiting for changes until the process is told to end.
 #ifndef TOOLS_VQREG_STORE_CHANGESIGNALS_H
 #define TOOLS_VQREG_STORE_CHANGESIGNALS_H
 
@@ -8,11 +8,11 @@
 #include <string>
 
 #include "tools/vqreg/base/FileHandle.h"
+#include "tools/vqreg/store/ChangeSource.h"
 
 namespace vqreg {
 
-// The library's notification and the changes in the file's directory. While an object lives, SIGINT
-// and SIGTERM end the wait instead of the process. One at a time.
+// While an object lives, SIGINT and SIGTERM end the wait instead of the process. One at a time.
 class ChangeSignals {
 public:
     enum class eNews { eNothing, eChange, eEnd };
@@ -27,20 +27,8 @@ public:
     eNews wait(std::chrono::milliseconds limit);
 
 private:
-    class Handler : public VQRegLib::CRegistryChangeHandler {
-    public:
-        explicit Handler(int fd) : m_fd(fd) {}
-        void OnRegistryChange() override;
-
-    private:
-        const int m_fd;
-    };
-
-    VQRegLib::CRegLib& m_session;
-    const FileHandle m_notified;
     const FileHandle m_ended;
-    const FileHandle m_directory;
-    Handler m_handler;
+    ChangeSource m_source;
 };
 
 }  // namespace vqreg

@@ -22,6 +22,9 @@ public:
     // poll reads only a file that is another one, or has been written to.
     std::optional<ConfigText> read(bool isSlowPoll);
 
+    // Whether the last text was none at all: the file is missing or empty, which nobody wants.
+    bool isLost() const { return m_text && m_text->empty(); }
+
     // Whether the text that was read last is that of a file at all.
     bool isMissing() const { return m_wasMissing; }
 

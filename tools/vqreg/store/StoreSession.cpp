@@ -48,6 +48,14 @@ std::optional<Key> StoreSession::load(const Path& given, int depth,
     return m_keys.load(path, depth, done);
 }
 
+Key StoreSession::loadValues(const Path& path) {
+    std::optional<Key> key = load(path, 1);
+    if (!key) {
+        throw CommandError(eExit::eNegative, nameOfKey(path) + " does not exist");
+    }
+    return std::move(*key);
+}
+
 std::optional<Value> StoreSession::value(const Path& given, const std::string& name) {
     return m_keys.value(tidied(given), name);
 }

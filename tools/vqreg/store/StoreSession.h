@@ -33,6 +33,8 @@ public:
     // `done` is called for each key and value below it that has been read.
     std::optional<Key> load(const Path& path, int depth = -1,
                             const std::function<void()>& done = {});
+    // A key with its values, and of its sub keys the names. Throws eNegative when it is missing, and as load.
+    Key loadValues(const Path& path);
     // Its name is the one that was asked for, whatever its spelling in the store.
     std::optional<Value> value(const Path& path, const std::string& name);
     bool hasKey(const Path& path);

@@ -12,6 +12,8 @@ namespace {
 
 constexpr std::string_view kHexPrefix = "hex:/";
 
+}  // namespace
+
 bool isUtf8(std::string_view text) {
     try {
         static_cast<void>(Json(std::string(text)).dump());
@@ -20,8 +22,6 @@ bool isUtf8(std::string_view text) {
         return false;
     }
 }
-
-}  // namespace
 
 std::string textForJson(std::string_view text) {
     if (isUtf8(text) && !text.starts_with(kHexPrefix)) {

@@ -14,6 +14,8 @@
 
 namespace vqreg {
 
+bool isUtf8(std::string_view text);
+
 // The rule for texts, and back; none when the digits are malformed.
 std::string textForJson(std::string_view text);
 std::optional<std::string> textFromJson(std::string_view text);

@@ -2,10 +2,8 @@
 
 #include <fmt/format.h>
 
-#include <string_view>
-
 #include "RegLib/text/LineFormat.h"
-#include "RegLib/text/LineSplitter.h"
+#include "RegLib/text/Storable.h"
 #include "tools/vqreg/text/Path.h"
 #include "tools/vqreg/text/Shown.h"
 
@@ -14,32 +12,16 @@ namespace vqreg {
 namespace {
 
 using VQRegLib::CRegLib;
+using VQRegLib::kLongestLine;
 
-constexpr std::size_t kLongestLine = VQRegLib::kLongestPiece - 1;  // the reader cuts a longer one
-
-struct ForbiddenCharacter {
-    char character;
-    const char* name;
-};
-
-constexpr ForbiddenCharacter kInNoText[] = {
-    {'\n', "a line feed"}, {'\r', "a carriage return"}, {'\0', "a NUL"}};
-constexpr ForbiddenCharacter kInNoValueName[] = {{'"', "a double quote"}, {':', "a colon"}};
-constexpr ForbiddenCharacter kInNoKeyName[] = {
-    {']', "a closing bracket"}, {'/', "a slash"}, {'\\', "a backslash"}};
-
-template <std::size_t size>
 std::optional<std::string> forbiddenIn(const std::string& text,
-                                       const ForbiddenCharacter (&forbidden)[size],
+                                       const std::optional<VQRegLib::CBadCharacter>& found,
                                        const char* what) {
-    for (const ForbiddenCharacter& each : forbidden) {
-        const std::size_t at = text.find(each.character);
-        if (at != std::string::npos) {
-            return fmt::format("{} must not hold {}: {}, byte {}", what, each.name, shown(text),
-                               at + 1);
-        }
+    if (!found) {
+        return std::nullopt;
     }
-    return std::nullopt;
+    return fmt::format("{} must not hold {}: {}, byte {}", what, found->name, shown(text),
+                       found->at + 1);
 }
 
 std::optional<std::string> tooLong(const std::string& what, std::size_t size) {
@@ -84,22 +66,19 @@ void collect(const std::string& rootName, Path& path, const Key& key,
 }  // namespace
 
 std::optional<std::string> brokenRuleOfKeyName(const std::string& name) {
-    if (name.empty()) {
-        return "a key name must not be empty";
+    switch (VQRegLib::badKeyName(name)) {
+        case VQRegLib::eBadKeyName::eEmpty:
+            return "a key name must not be empty";
+        case VQRegLib::eBadKeyName::eTreeRoot:
+            return "a key must not be named <root>";
+        case VQRegLib::eBadKeyName::eNone:
+            break;
     }
-    if (name == "<root>") {
-        // The library leaves such a name out of the paths it writes: values would change their key.
-        return "a key must not be named <root>";
-    }
-    const char* const what = "a key name";
-    const auto broken = forbiddenIn(name, kInNoText, what);
-    return broken ? broken : forbiddenIn(name, kInNoKeyName, what);
+    return forbiddenIn(name, VQRegLib::badCharacterInKeyName(name), "a key name");
 }
 
 std::optional<std::string> brokenRuleOfValueName(const std::string& name) {
-    const char* const what = "a value name";
-    const auto broken = forbiddenIn(name, kInNoText, what);
-    return broken ? broken : forbiddenIn(name, kInNoValueName, what);
+    return forbiddenIn(name, VQRegLib::badCharacterInValueName(name), "a value name");
 }
 
 std::optional<std::string> brokenRuleOfValue(const Value& value) {
@@ -110,7 +89,8 @@ std::optional<std::string> brokenRuleOfValue(const Value& value) {
         return "a value must be binary, a dword or a string: " + shown(value.name);
     }
     if (value.type == CRegLib::eString) {
-        if (const auto broken = forbiddenIn(value.bytes, kInNoText, "a text")) {
+        if (const auto broken =
+                forbiddenIn(value.bytes, VQRegLib::badCharacterInText(value.bytes), "a text")) {
             return broken;
         }
     }

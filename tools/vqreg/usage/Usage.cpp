@@ -7,6 +7,7 @@
 
 #include "tools/vqreg/base/ExitCode.h"
 #include "tools/vqreg/terminal/Output.h"
+#include "tools/vqreg/text/Environment.h"
 #include "tools/vqreg/text/Shown.h"
 #include "tools/vqreg/usage/UsageFault.h"
 
@@ -185,6 +186,19 @@ std::vector<std::string> parserOrder(const std::vector<std::string>& words) {
     return arguments;
 }
 
+std::optional<std::string> commandWord(const CLI::App& app, const std::vector<std::string>& words) {
+    for (auto word = words.begin(); word != words.end() && *word != "--"; ++word) {
+        if (!word->starts_with('-')) {
+            return *word;
+        }
+        const CLI::Option* const option = app.get_option_no_throw(*word);
+        if (option && option->get_items_expected_max() > 0 && ++word == words.end()) {
+            break;
+        }
+    }
+    return std::nullopt;
+}
+
 CLI::Validator secondsRule() {
     return CLI::Validator(
         [](const std::string& text) {
@@ -196,6 +210,19 @@ CLI::Validator secondsRule() {
                        : "must be a number from 0 to 1000000, not \"" + text + '"';
         },
         "");
+}
+
+CLI::Option* addPrefixOption(CLI::App& command, std::string& prefix) {
+    return command.add_option("--prefix", prefix, "What all names of variables begin with")
+        ->type_name("P")
+        ->check(CLI::Validator(
+            [](const std::string& text) {
+                return isVariablePrefix(text)
+                           ? ""
+                           : "must be letters, digits and \"_\", without a digit in front, not \"" +
+                                 text + '"';
+            },
+            ""));
 }
 
 std::shared_ptr<CLI::FormatterBase> makeFormatter() {

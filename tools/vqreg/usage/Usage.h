@@ -4,6 +4,7 @@
 
 #include <CLI/CLI.hpp>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -19,11 +20,17 @@ void setUsage(CLI::App& app, const std::string& line);
 // The arguments of a command line in the order in which CLI11 takes them: the last one first.
 std::vector<std::string> parserOrder(const std::vector<std::string>& words);
 
+// The word in the place of the command, before the line is parsed; none for other lines.
+std::optional<std::string> commandWord(const CLI::App& app, const std::vector<std::string>& words);
+
 // Help texts that begin with the usage line.
 std::shared_ptr<CLI::FormatterBase> makeFormatter();
 
 // For options that take seconds.
 CLI::Validator secondsRule();
+
+// --prefix, of commands that make variables of values.
+CLI::Option* addPrefixOption(CLI::App& command, std::string& prefix);
 
 // For a word in the place of a command, with the command that may be meant.
 std::string unknownCommand(const CLI::App& app, const std::string& word);

@@ -91,17 +91,17 @@ std::string plainFault(const std::string& text) {
 
 std::string commandMeant(const std::string& word) {
     static const std::map<std::string, std::string> kMeant = {
-        {"add", "set"},      {"backup", "export"}, {"cat", "get"},        {"cleanup", "clean"},
-        {"compare", "diff"}, {"copy", "cp"},       {"create", "mkkey"},   {"del", "rm"},
-        {"delete", "rm"},    {"dir", "ls"},        {"dump", "export"},    {"erase", "rm"},
-        {"follow", "watch"}, {"lint", "check"},    {"list", "ls"},        {"load", "import"},
-        {"man", "help"},     {"mkdir", "mkkey"},   {"modify", "edit"},    {"monitor", "watch"},
-        {"move", "mv"},      {"new", "mkkey"},     {"print", "get"},      {"put", "set"},
-        {"query", "get"},    {"read", "get"},      {"reload", "notify"},  {"remove", "rm"},
-        {"rename", "mv"},    {"replace", "set"},   {"revert", "restore"}, {"rollback", "restore"},
-        {"save", "export"},  {"show", "get"},      {"stat", "info"},      {"status", "info"},
-        {"undo", "restore"}, {"unset", "rm"},      {"update", "set"},     {"validate", "check"},
-        {"verify", "check"}, {"write", "set"}};
+        {"add", "set"},          {"backup", "export"}, {"cat", "get"},      {"cleanup", "clean"},
+        {"compare", "diff"},     {"copy", "cp"},       {"create", "mkkey"}, {"del", "rm"},
+        {"delete", "rm"},        {"dir", "ls"},        {"dump", "export"},  {"erase", "rm"},
+        {"exec", "run"},         {"follow", "watch"},  {"lint", "check"},   {"list", "ls"},
+        {"load", "import"},      {"man", "help"},      {"mkdir", "mkkey"},  {"modify", "edit"},
+        {"monitor", "watch"},    {"move", "mv"},       {"new", "mkkey"},    {"print", "get"},
+        {"put", "set"},          {"query", "get"},     {"read", "get"},     {"reload", "notify"},
+        {"remove", "rm"},        {"rename", "mv"},     {"replace", "set"},  {"revert", "restore"},
+        {"rollback", "restore"}, {"save", "export"},   {"show", "get"},     {"stat", "info"},
+        {"status", "info"},      {"undo", "restore"},  {"unset", "rm"},     {"update", "set"},
+        {"validate", "check"},   {"verify", "check"},  {"write", "set"}};
     const auto found = kMeant.find(folded(word));
     return found == kMeant.end() ? std::string() : found->second;
 }

@@ -1,0 +1,78 @@
+#include "RegLib/c/FileTree.h"
+
+#include <cerrno>
+#include <cstdio>
+
+#include "RegLib/file/FileSource.h"
+#include "RegLib/text/KeyPath.h"
+#include "RegLib/tree/Merge.h"
+#include "portable/FileOps.h"
+
+namespace VQRegLib {
+
+namespace {
+
+class CReadFile {
+public:
+    explicit CReadFile(const std::string& path)
+        : m_file(CFileOps::current().openForReading(path.c_str())), m_error(m_file ? 0 : errno) {}
+    ~CReadFile() {
+        if (m_file) {
+            (void)CFileOps::current().close(m_file);  // nothing was written
+        }
+    }
+    CReadFile(const CReadFile&) = delete;
+    CReadFile& operator=(const CReadFile&) = delete;
+
+    std::FILE* get() const { return m_file; }
+    int result() const {
+        return m_file ? REGLIB_OK : m_error == ENOENT ? REGLIB_E_NOT_FOUND : REGLIB_E_FILE_OPEN;
+    }
+
+private:
+    std::FILE* m_file;
+    int m_error;
+};
+
+}  // namespace
+
+int readTree(const std::string& file, std::unique_ptr<CTree>& tree) {
+    const CReadFile opened(file);
+    if (opened.result() < 0) {
+        return opened.result();
+    }
+    auto made = std::make_unique<CTree>();
+    CFileSource source(opened.get());
+    source.beQuiet();
+    const CMergeResult merged = mergeText(*made, source);
+    if (merged.readError != 0) {
+        return REGLIB_E_FILE_OPEN;
+    }
+    if (merged.code != REGLIB_E_END_OF_FILE) {
+        return merged.code;
+    }
+    tree = std::move(made);
+    return REGLIB_OK;
+}
+
+const CKeyOrValue* findKey(const CTree& tree, std::string_view path) {
+    const CKeyOrValue* at = &tree.root();
+    CKeyPath names(path);
+    for (std::string_view name; at && names.next(name);) {
+        at = tree.findChild(*at, CHashedName(name));
+    }
+    return at && at->isKey() ? at : nullptr;
+}
+
+bool readText(const std::string& file, std::string& text) {
+    const CReadFile opened(file);
+    if (opened.result() < 0) {
+        return false;
+    }
+    CFileSource source(opened.get());
+    text.resize(source.size());
+    text.resize(source.read(text.data(), text.size()));
+    return source.error() == 0;
+}
+
+}  // namespace VQRegLib

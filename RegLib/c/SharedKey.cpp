@@ -1,0 +1,31 @@
+#include "RegLib/c/SharedKey.h"
+
+namespace VQRegLib {
+
+std::shared_ptr<CSharedKey> CKeysByPath::find(std::string_view path) const {
+    const CPlainGuard guard(m_mutex);
+    const auto found = m_keys.find(path);
+    return found != m_keys.end() ? found->second : nullptr;
+}
+
+std::shared_ptr<CSharedKey> CKeysByPath::add(std::string_view path,
+                                             const std::shared_ptr<CSharedKey>& key) {
+    const CPlainGuard guard(m_mutex);
+    return m_keys.emplace(path, key).first->second;
+}
+
+void CKeysByPath::drop(std::string_view path, const std::shared_ptr<CSharedKey>& key) {
+    const CPlainGuard guard(m_mutex);
+    const auto found = m_keys.find(path);
+    if (found != m_keys.end() && found->second == key) {
+        m_keys.erase(found);  // not the last reference: the caller has one
+    }
+}
+
+void CKeysByPath::drop(std::string_view path) {
+    if (const std::shared_ptr<CSharedKey> key = find(path)) {
+        drop(path, key);
+    }
+}
+
+}  // namespace VQRegLib

@@ -1,0 +1,231 @@
+// Values of the C interface. Each operation is there twice, for a path and for an open key; both come down
+// to one function of a session and a key.
+#include <cstring>
+
+#include "RegLib/c/CStore.h"
+#include "RegLib/c/Guarded.h"
+#include "RegLib/c/ReadValue.h"
+#include "RegLib/text/Storable.h"
+
+using namespace VQRegLib;
+
+namespace {
+
+// Gives data to a caller by the protocol of sizes; null asks for the size.
+int give(std::string_view data, void* buffer, size_t* size) {
+    const std::size_t room = buffer ? *size : data.size();
+    *size = data.size();
+    if (room < data.size()) {
+        return VQREG_E_BUFFER_TOO_SMALL;
+    }
+    if (buffer && !data.empty()) {
+        std::memcpy(buffer, data.data(), data.size());
+    }
+    return VQREG_OK;
+}
+
+struct CGet {
+    const char* name;
+    vqreg_type* type;  // for any type; null where it must be `wanted`
+    vqreg_type wanted;
+    void* buffer;
+    size_t* size;
+
+    bool isGiven() const { return name && size; }
+
+    int operator()(CRegLib& session, CRegKey& key) const {
+        CReadValue value;
+        const int result = value.read(session, key, name);
+        if (result < 0) {
+            return result;
+        }
+        if (type) {
+            *type = static_cast<vqreg_type>(value.type());
+        } else if (value.type() != static_cast<CRegLib::eDataType>(wanted)) {
+            return VQREG_E_BAD_TYPE;
+        }
+        return give(value.data(), buffer, size);
+    }
+};
+
+struct CSet {
+    const char* name;
+    CRegLib::eDataType type;
+    const void* data;
+    size_t size;
+
+    bool isGiven() const { return name && (data || size == 0); }
+
+    int operator()(CRegLib& session, CRegKey& key) const {
+        const std::string_view bytes(static_cast<const char*>(data), size);
+        if (!isStorableValue(name, type, bytes)) {
+            return VQREG_E_NOT_STORABLE;
+        }
+        return ofChange(set(session, key));
+    }
+
+private:
+    int set(CRegLib& session, CRegKey& key) const {
+        switch (type) {
+            case CRegLib::eDword: {
+                std::uint32_t number = 0;
+                std::memcpy(&number, data, sizeof number);
+                return session.VQRegSetValue(key, name, static_cast<unsigned long>(number));
+            }
+            case CRegLib::eString:
+                return session.VQRegSetValue(key, name, static_cast<const char*>(data));
+            default:
+                return session.VQRegSetValue(key, name, static_cast<const unsigned char*>(data),
+                                             size);
+        }
+    }
+};
+
+struct CDelete {
+    const char* name;
+
+    bool isGiven() const { return name != nullptr; }
+    int operator()(CRegLib& session, CRegKey& key) const {
+        return session.VQRegDeleteValue(key, name);
+    }
+};
+
+// What is set must be good before keys are made for it.
+bool isWorthAKey(const CSet& set) {
+    return isStorableValue(set.name, set.type, {static_cast<const char*>(set.data), set.size});
+}
+template <typename Operation>
+bool isWorthAKey(const Operation&) {
+    return true;
+}
+
+template <typename Operation>
+int atPath(vqreg_store* store, const char* path, const Operation& operation) {
+    if (!store || !operation.isGiven()) {
+        return VQREG_E_FAIL;
+    }
+    constexpr bool kCreates = std::is_same_v<Operation, CSet>;
+    return guardedForC([&] {
+        if (!isWorthAKey(operation)) {
+            return VQREG_E_NOT_STORABLE;
+        }
+        return store->m_store->withKey(path, kCreates, [&](CRegKey& key) {
+            return operation(store->m_store->session(), key);
+        });
+    });
+}
+
+template <typename Operation>
+int atKey(vqreg_key* key, const Operation& operation) {
+    if (!key || !operation.isGiven()) {
+        return VQREG_E_FAIL;
+    }
+    return guardedForC([&] {
+        return key->use(
+            [&](CRegKey& handle) { return operation(key->m_store->session(), handle); });
+    });
+}
+
+CSet setDword(const char* name, const std::uint32_t& number) {
+    return {name, CRegLib::eDword, &number, sizeof number};
+}
+CSet setString(const char* name, const char* text) {
+    // A null text is no empty one.
+    return {text ? name : nullptr, CRegLib::eString, text, text ? std::strlen(text) : 0};
+}
+CSet setBinary(const char* name, const void* bytes, size_t size) {
+    return {name, CRegLib::eBinary, bytes, size};
+}
+
+// A number has one size, which its caller does not say.
+template <typename Get>
+int getDword(uint32_t* number, Get&& get) {
+    size_t size = sizeof *number;
+    return number ? get(&size) : VQREG_E_FAIL;
+}
+
+// The type is told also when the buffer is too small.
+template <typename Get>
+int getAny(vqreg_type* type, Get&& get) {
+    if (!type) {
+        return VQREG_E_FAIL;
+    }
+    *type = VQREG_NONE;
+    return get();
+}
+
+}  // namespace
+
+int vqreg_get_dword(vqreg_store* store, const char* path, const char* name, uint32_t* number) {
+    return getDword(number, [&](size_t* size) {
+        return atPath(store, path, CGet{name, nullptr, VQREG_DWORD, number, size});
+    });
+}
+
+int vqreg_get_string(vqreg_store* store, const char* path, const char* name, char* text,
+                     size_t* size) {
+    return atPath(store, path, CGet{name, nullptr, VQREG_STRING, text, size});
+}
+
+int vqreg_get_binary(vqreg_store* store, const char* path, const char* name, void* bytes,
+                     size_t* size) {
+    return atPath(store, path, CGet{name, nullptr, VQREG_BINARY, bytes, size});
+}
+
+int vqreg_get(vqreg_store* store, const char* path, const char* name, vqreg_type* type, void* data,
+              size_t* size) {
+    return getAny(type, [&] {
+        return atPath(store, path, CGet{name, type, VQREG_NONE, data, size});
+    });
+}
+
+int vqreg_set_dword(vqreg_store* store, const char* path, const char* name, uint32_t number) {
+    return atPath(store, path, setDword(name, number));
+}
+
+int vqreg_set_string(vqreg_store* store, const char* path, const char* name, const char* text) {
+    return atPath(store, path, setString(name, text));
+}
+
+int vqreg_set_binary(vqreg_store* store, const char* path, const char* name, const void* bytes,
+                     size_t size) {
+    return atPath(store, path, setBinary(name, bytes, size));
+}
+
+int vqreg_delete_value(vqreg_store* store, const char* path, const char* name) {
+    return atPath(store, path, CDelete{name});
+}
+
+int vqreg_key_get_dword(vqreg_key* key, const char* name, uint32_t* number) {
+    return getDword(number, [&](size_t* size) {
+        return atKey(key, CGet{name, nullptr, VQREG_DWORD, number, size});
+    });
+}
+
+int vqreg_key_get_string(vqreg_key* key, const char* name, char* text, size_t* size) {
+    return atKey(key, CGet{name, nullptr, VQREG_STRING, text, size});
+}
+
+int vqreg_key_get_binary(vqreg_key* key, const char* name, void* bytes, size_t* size) {
+    return atKey(key, CGet{name, nullptr, VQREG_BINARY, bytes, size});
+}
+
+int vqreg_key_get(vqreg_key* key, const char* name, vqreg_type* type, void* data, size_t* size) {
+    return getAny(type, [&] { return atKey(key, CGet{name, type, VQREG_NONE, data, size}); });
+}
+
+int vqreg_key_set_dword(vqreg_key* key, const char* name, uint32_t number) {
+    return atKey(key, setDword(name, number));
+}
+
+int vqreg_key_set_string(vqreg_key* key, const char* name, const char* text) {
+    return atKey(key, setString(name, text));
+}
+
+int vqreg_key_set_binary(vqreg_key* key, const char* name, const void* bytes, size_t size) {
+    return atKey(key, setBinary(name, bytes, size));
+}
+
+int vqreg_key_delete_value(vqreg_key* key, const char* name) {
+    return atKey(key, CDelete{name});
+}

@@ -1,0 +1,283 @@
+"""An open store."""
+from __future__ import annotations
+
+import ctypes
+import os
+from collections.abc import Iterator
+from contextlib import contextmanager
+from types import TracebackType
+from typing import TypeVar, overload
+
+from . import _c, values
+from .check import check_for
+from .errors import NotFoundError, VqregError, failure
+from .key import Key
+from .update import Update
+from .values import Value
+from .watch import Watch
+
+Default = TypeVar("Default")
+
+_ROOM = 256  # bytes that a query tries first
+_Buffer = ctypes.c_char * _ROOM
+
+
+class Store:
+    """An open store; a context manager that closes it.
+
+    Values are reached by the path of their key and their name::
+
+        with vqreg.Store() as s:
+            s["Network/Ports", "Http"] = 8080
+
+    `file` is the path of the store's file, by default the machine's; `root` the name of its root key. Any
+    number of threads may use one store. A child of fork may use it if no other thread was in a call of this
+    module when the child was made.
+    """
+
+    def __init__(self, file: str | bytes | os.PathLike[str] | None = None,
+                 root: str | None = None) -> None:
+        self._handle: _c.StoreHandle | None = None
+        path = values.file_path(file)
+        name = None if root is None else values.named("a key name", root)
+        result = ctypes.c_int()
+        handle: _c.StoreHandle = _c.library.vqreg_open(path, name, ctypes.byref(result))
+        if not handle:
+            raise failure(result.value, "", path)
+        self._handle = handle
+
+    def close(self) -> None:
+        """Closes the store, when what other threads do with it has ended. Closing it again does nothing."""
+        self._handle = None
+
+    @property
+    def closed(self) -> bool:
+        """Whether it has been closed."""
+        return self._handle is None
+
+    def __enter__(self) -> Store:
+        return self
+
+    def __exit__(self, kind: type[BaseException] | None, error: BaseException | None,
+                 trace: TracebackType | None) -> None:
+        self.close()
+
+    def __repr__(self) -> str:
+        return "Store(closed)" if self.closed else f"Store({self.file!r})"
+
+    @property
+    def file(self) -> str:
+        """The path of the store's file, behind the links that led to it."""
+        return os.fsdecode(self._file())
+
+    # Values.
+
+    def __getitem__(self, place: tuple[str, str]) -> Value:
+        path, name = _pair(place)
+        return self._read(path, name)
+
+    def __setitem__(self, place: tuple[str, str], value: Value) -> None:
+        path, name = _pair(place)
+        self._write(path, name, value)
+
+    def __delitem__(self, place: tuple[str, str]) -> None:
+        path, name = _pair(place)
+        self._do("vqreg_delete_value", values.shown(path, name), values.named("a path", path),
+                 values.named("a value name", name))
+
+    def __contains__(self, place: object) -> bool:
+        """Whether there is a value, for a pair of path and name, or a key, for a path alone."""
+        if isinstance(place, str):
+            return self._has_key(place)
+        if not (isinstance(place, tuple) and len(place) == 2):
+            return False
+        path, name = place
+        return self._kind(values.named("a path", path), values.named("a value name", name)) == "value"
+
+    @overload
+    def get(self, path: str, name: str) -> Value | None: ...
+
+    @overload
+    def get(self, path: str, name: str, default: Default) -> Value | Default: ...
+
+    def get(self, path: str, name: str, default: object = None) -> object:
+        """The value, or `default` when there is none."""
+        try:
+            return self._read(path, name)
+        except NotFoundError:
+            return default
+
+    def check(self, path: str, name: str | None = None, value: Value | None = None) -> None:
+        """Raises what setting the value would raise for what it is: NotStorableError, OverflowError.
+
+        Without a value it looks at path and name alone, and without a name at the path. Changes nothing.
+        """
+        check_for(self._open(), path, name, value)
+
+    # Keys.
+
+    def key(self, path: str = "") -> Key:
+        """A key as a mapping of its values. It need not exist: setting a value makes it."""
+        return Key(self, path)
+
+    def subkeys(self, path: str = "") -> list[str]:
+        """The names of a key's sub keys, in the order of their small letters."""
+        return self._names("vqreg_list_keys", path)
+
+    def names(self, path: str = "") -> list[str]:
+        """The names of a key's values, in the same order."""
+        return self._names("vqreg_list_values", path)
+
+    def items(self, path: str = "") -> list[tuple[str, Value]]:
+        """Names and values of a key. One that is deleted meanwhile is left out."""
+        found = []
+        for name in self.names(path):
+            try:
+                found.append((name, self._read(path, name)))
+            except NotFoundError:
+                pass
+        return found
+
+    def walk(self, path: str = "") -> Iterator[Key]:
+        """A key and all keys below it, each before those below it. What is deleted meanwhile is left out."""
+        names = self.subkeys(path)
+        yield self.key(path)
+        for name in names:
+            try:
+                yield from self.walk(f"{path}/{name}" if path else name)
+            except NotFoundError:
+                pass
+
+    def create(self, path: str) -> Key:
+        """Makes a key, with those above it. One that exists is left as it is."""
+        self.check(path)
+        self._do("vqreg_create_key", path, values.named("a path", path))
+        return self.key(path)
+
+    def delete(self, path: str, recursive: bool = False) -> None:
+        """Deletes an empty key, or with `recursive` a key and everything below it, in one write."""
+        if path in ("", "/"):
+            raise ValueError("the root key cannot be deleted")
+        with self.locked():
+            for key in reversed(list(self.walk(path)) if recursive else [self.key(path)]):
+                for name in list(key) if recursive else []:
+                    del key[name]
+                self._do("vqreg_delete_key", key.path, values.named("a path", key.path))
+
+    # Several changes, and those of others.
+
+    def update(self) -> Update:
+        """Changes that become one write of the file, or none when the block ends in an exception."""
+        return Update(self)
+
+    @contextmanager
+    def locked(self) -> Iterator[None]:
+        """Nobody else changes the store in this block, and what the block changes becomes one write::
+
+            with s.locked():
+                s["Counters", "Starts"] = s.get("Counters", "Starts", 0) + 1
+
+        Other threads and processes wait, so be quick. Blocks nest. What has been changed before an
+        exception stays changed; `update` is for all or nothing.
+        """
+        self._do("vqreg_begin_update", "")
+        try:
+            yield
+        finally:
+            self._do("vqreg_end_update", "")
+
+    def watch(self, path: str = "", timeout: float | None = None) -> Watch:
+        """The changes of a key and everything below it, from now on; see `Watch`."""
+        self.check(path)
+        return Watch(self._open(), path, timeout)
+
+    def notify(self) -> None:
+        """Wakes the change handlers of programs in C++. Watches need no telling."""
+        self._do("vqreg_notify", "")
+
+    def reload(self) -> None:
+        """Makes every process read the file again, which has been changed by other means."""
+        self._do("vqreg_reload", "")
+
+    # Below all of these.
+
+    def _open(self) -> _c.StoreHandle:
+        handle = self._handle
+        if handle is None:
+            raise ValueError("the store is closed")
+        return handle
+
+    def _file(self) -> bytes:
+        path: bytes = _c.library.vqreg_file(self._open())
+        return path
+
+    def _read(self, path: str, name: str) -> Value:
+        kind, size = ctypes.c_int(), ctypes.c_size_t(_ROOM)
+        buffer: ctypes.Array[ctypes.c_char] = _Buffer()
+        given = self._open(), values.named("a path", path), values.named("a value name", name)
+        result = _c.library.vqreg_get(*given, kind, buffer, size)
+        while result == _c.E_BUFFER_TOO_SMALL:
+            buffer = ctypes.create_string_buffer(size.value)
+            result = _c.library.vqreg_get(*given, kind, buffer, size)
+        if result < 0:
+            raise self._failure(result, values.shown(path, name))
+        return values.of(kind.value, ctypes.string_at(buffer, size.value))
+
+    def _write(self, path: str, name: str, value: Value) -> None:
+        kind, data = values.typed(value)
+        given = values.named("a path", path), values.named("a value name", name)
+        if kind == _c.DWORD:
+            result = self._call("vqreg_set_dword", *given, int(value))
+        elif kind == _c.BINARY:
+            result = self._call("vqreg_set_binary", *given, data, len(data))
+        elif b"\0" in data:  # C would take it for shorter than it is
+            result = _c.E_NOT_STORABLE
+        else:
+            result = self._call("vqreg_set_string", *given, data)
+        if result == _c.E_NOT_STORABLE:
+            self.check(path, name, value)  # says why
+        if result < 0:
+            raise self._failure(result, values.shown(path, name))
+
+    def _kind(self, path: bytes, name: bytes) -> str | None:
+        """What bears a name in a key: "value", "key", or None for nothing."""
+        kind, size = ctypes.c_int(), ctypes.c_size_t()
+        result = _c.library.vqreg_get(self._open(), path, name, kind, None, size)
+        if result == _c.OK:
+            return "value"
+        if result == _c.E_NOT_A_VALUE:
+            return "key"
+        if result in (_c.E_NOT_FOUND, _c.E_KEY_NOT_FOUND, _c.E_NOT_A_KEY):
+            return None
+        raise self._failure(result, values.decoded(path))
+
+    def _has_key(self, path: str) -> bool:
+        above, _, name = values.named("a path", path).replace(b"\\", b"/").rpartition(b"/")
+        return not name and not above or self._kind(above, name) == "key"
+
+    def _names(self, function: str, path: str) -> list[str]:
+        names, count = ctypes.POINTER(ctypes.c_char_p)(), ctypes.c_size_t()
+        self._do(function, path, values.named("a path", path), names, count)
+        try:
+            return [values.decoded(names[i] or b"") for i in range(count.value)]
+        finally:
+            _c.library.vqreg_free(names)
+
+    def _do(self, function: str, what: str, *arguments: object) -> None:
+        result = self._call(function, *arguments)
+        if result < 0:
+            raise self._failure(result, what)
+
+    def _call(self, function: str, *arguments: object) -> int:
+        result: int = getattr(_c.library, function)(self._open(), *arguments)
+        return result
+
+    def _failure(self, code: int, what: str) -> VqregError:
+        return failure(code, what, self._file())
+
+
+def _pair(place: tuple[str, str]) -> tuple[str, str]:
+    if not (isinstance(place, tuple) and len(place) == 2):
+        raise TypeError('a value is named by path and name, store["Network/Ports", "Http"]; '
+                        'store.key("Network/Ports") is a mapping of names')
+    return place

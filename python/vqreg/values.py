@@ -1,0 +1,73 @@
+"""Values as Python has them: int for a dword, str for a string, bytes for a binary value."""
+from __future__ import annotations
+
+import ctypes
+import os
+import sys
+from typing import Union
+
+from . import _c
+
+Value = Union[int, str, bytes]
+"""What a value can be."""
+
+_LARGEST = 0xFFFF_FFFF
+
+
+def encoded(text: str) -> bytes:
+    """A name, path or text as the file has it: UTF-8, with bytes that are none as `os.fsdecode` has them."""
+    return text.encode("utf-8", "surrogateescape")
+
+
+def decoded(data: bytes) -> str:
+    """The way back."""
+    return data.decode("utf-8", "surrogateescape")
+
+
+def named(what: str, text: str) -> bytes:
+    """A path or name for C, which would take it for shorter than it is if it held a NUL."""
+    if not isinstance(text, str):
+        raise TypeError(f"{what} is a str, not {type(text).__name__}")
+    data = encoded(text)
+    at = data.find(b"\0")
+    if at >= 0:
+        raise ValueError(f"{what} must not hold a NUL: byte {at + 1}")
+    return data
+
+
+def shown(path: str, name: str) -> str:
+    """A value as messages name it."""
+    return f'{path} "{name}"' if path else f'"{name}"'
+
+
+def file_path(file: str | bytes | os.PathLike[str] | None) -> bytes | None:
+    """The path of a store's file, absolute; None for the machine's default store."""
+    if file is None:
+        return None
+    path = os.fsencode(file)
+    at = path.find(b"\0")
+    if at >= 0:
+        raise ValueError(f"a path must not hold a NUL: byte {at + 1}")
+    return os.path.join(os.getcwdb(), path) if path else path
+
+
+def typed(value: Value) -> tuple[int, bytes]:
+    """Type and data of a value, or an exception when there is no such type or number."""
+    if isinstance(value, int):
+        if not 0 <= value <= _LARGEST:
+            raise OverflowError(f"a number must be between 0 and {_LARGEST}, not {value}")
+        return _c.DWORD, bytes(ctypes.c_uint32(value))
+    if isinstance(value, str):
+        return _c.STRING, encoded(value)
+    if isinstance(value, (bytes, bytearray, memoryview)):
+        return _c.BINARY, bytes(value)
+    raise TypeError(f"a value is an int, a str or bytes, not {type(value).__name__}")
+
+
+def of(kind: int, data: bytes) -> Value:
+    """A value of type and data; a text comes with its NUL."""
+    if kind == _c.DWORD:
+        return int.from_bytes(data, sys.byteorder)
+    if kind == _c.STRING:
+        return decoded(data[:-1])
+    return data

@@ -1,0 +1,152 @@
+"""What changes in a store, for loops that wait and for asyncio."""
+from __future__ import annotations
+
+import ctypes
+import os
+import select
+import threading
+import time
+from types import TracebackType
+from typing import NamedTuple, Optional
+
+from . import _c, values
+from .errors import StoreError, VqregError, failure
+from .values import Value
+
+
+class Change(NamedTuple):
+    """A value that was set or deleted, or, where `name` is None, a key that was made or deleted."""
+
+    path: str
+    """Of the key, below the root key."""
+    name: Optional[str]
+    """Of the value."""
+    before: Optional[Value]
+    """None where there was no value."""
+    after: Optional[Value]
+    """None where there is no value any more."""
+    is_present: bool
+    """Whether the value, or the key, is there now."""
+
+
+class Watch:
+    """The changes of a key and everything below it, from its making on, whoever makes them.
+
+    Iterating waits for changes, and ends when there was none for `timeout` seconds (None: never); another
+    loop goes on with what comes then. `async for` waits in the loop of asyncio, with the same timeout. Other
+    loops have `fileno` and `poll`.
+
+    While the file is malformed or cannot be read, iterating waits until it is mended. Several changes of one
+    value that came before anybody looked are one. Several threads may use a watch: each change goes to one
+    of them. A child of fork may not; it makes its own. A context manager that closes it.
+    """
+
+    def __init__(self, store: _c.StoreHandle, path: str, timeout: float | None) -> None:
+        self._handle: _c.WatchHandle | None = None
+        self.timeout = timeout
+        self._lock = threading.Lock()
+        file: bytes = _c.library.vqreg_file(store)
+        self._file = file
+        result = ctypes.c_int()
+        handle: _c.WatchHandle = _c.library.vqreg_watch_open(store, values.named("a path", path),
+                                                             ctypes.byref(result))
+        if not handle:
+            raise failure(result.value, path, file)
+        handle.process = os.getpid()
+        self._handle = handle
+
+    def close(self) -> None:
+        """Ends the watch. Closing it again does nothing. Who waits in another thread is not woken."""
+        self._handle = None
+
+    def __enter__(self) -> Watch:
+        return self
+
+    def __exit__(self, kind: type[BaseException] | None, error: BaseException | None,
+                 trace: TracebackType | None) -> None:
+        self.close()
+
+    def fileno(self) -> int:
+        """Readable when there may be a change; for select, poll and event loops. Do not read from it."""
+        return _descriptor(self._open())
+
+    def poll(self) -> Change | None:
+        """The next change, or None when there is none. Never waits.
+
+        Raises `StoreError` while the file is malformed or cannot be read.
+        """
+        handle = self._open()
+        found = _c.change_pointer()
+        with self._lock:  # what is given belongs to the watch until the next call
+            result: int = _c.library.vqreg_watch_next(handle, found)
+            if result == 1:
+                given = found.contents
+                return Change(values.decoded(given.path),
+                              None if given.name is None else values.decoded(given.name),
+                              _value(given.before), _value(given.after), bool(given.is_present))
+        if result < 0:
+            raise failure(result, "", self._file)
+        return None
+
+    def __iter__(self) -> Watch:
+        return self
+
+    def __next__(self) -> Change:
+        end = None if self.timeout is None else time.monotonic() + self.timeout
+        while (change := self._ready()) is None:
+            left = None if end is None else end - time.monotonic()
+            if left is not None and left <= 0:
+                raise StopIteration
+            handle = self._open()  # keeps the descriptor open while it is waited for
+            poll = select.poll()
+            poll.register(_descriptor(handle), select.POLLIN)
+            poll.poll(None if left is None else max(1, int(left * 1000)))
+        return change
+
+    def __aiter__(self) -> Watch:
+        return self
+
+    async def __anext__(self) -> Change:
+        import asyncio  # takes as long to load as all the rest
+
+        loop = asyncio.get_running_loop()
+        end = None if self.timeout is None else loop.time() + self.timeout
+        while (change := self._ready()) is None:
+            left = None if end is None else end - loop.time()
+            if left is not None and left <= 0:
+                raise StopAsyncIteration
+            handle = self._open()
+            news = asyncio.Event()
+            loop.add_reader(_descriptor(handle), news.set)
+            try:
+                await asyncio.wait_for(news.wait(), left)
+            except asyncio.TimeoutError:
+                pass  # one more look
+            finally:
+                loop.remove_reader(_descriptor(handle))
+        return change
+
+    def _open(self) -> _c.WatchHandle:
+        handle = self._handle
+        if handle is None:
+            raise ValueError("the watch is closed")
+        if handle.process != os.getpid():
+            raise RuntimeError("the watch belongs to the process that has made it")
+        return handle
+
+    def _ready(self) -> Change | None:
+        try:
+            return self.poll()
+        except StoreError:
+            return None  # until the file is mended, which is news
+
+
+def _descriptor(handle: _c.WatchHandle) -> int:
+    descriptor: int = _c.library.vqreg_watch_fd(handle)
+    return descriptor
+
+
+def _value(state: _c.Data) -> Value | None:
+    if state.type == _c.NONE:
+        return None
+    return values.of(state.type, ctypes.string_at(state.data, state.size))

@@ -1,0 +1,121 @@
+// Several threads in one store of the C interface.
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <thread>
+
+#include "c/CStoreFixture.h"
+
+using CThreads = vqtest::CStoreTest;
+
+// Keys come and go under the handles that belong to their paths.
+TEST_F(CThreads, UseTheSamePathsWhileTheKeyIsDeletedAndMade) {
+    constexpr int kThreads = 4;
+    constexpr int kRounds = 60;
+    std::atomic<int> strange{0};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < kThreads; ++i) {
+        threads.emplace_back([&, i] {
+            for (int round = 0; round < kRounds; ++round) {
+                const int set = vqreg_set_dword(store, "Common/Key", std::to_string(i).c_str(),
+                                                static_cast<std::uint32_t>(round));
+                std::uint32_t found = 0;
+                const int got =
+                    vqreg_get_dword(store, "Common/Key", std::to_string(i).c_str(), &found);
+                strange += set != VQREG_OK;
+                strange +=
+                    got != VQREG_OK && got != VQREG_E_NOT_FOUND && got != VQREG_E_KEY_NOT_FOUND;
+                vqreg_delete_value(store, "Common/Key", std::to_string(i).c_str());
+                const int gone = vqreg_delete_key(store, "Common/Key");
+                strange += gone != VQREG_OK && gone != VQREG_E_KEY_NOT_EMPTY &&
+                           gone != VQREG_E_KEY_NOT_FOUND;
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(strange, 0);
+}
+
+TEST_F(CThreads, CountTogetherInUpdates) {
+    constexpr int kThreads = 4;
+    constexpr std::uint32_t kTimes = 50;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < kThreads; ++i) {
+        threads.emplace_back([this] {
+            for (std::uint32_t time = 0; time < kTimes; ++time) {
+                EXPECT_EQ(vqreg_begin_update(store), VQREG_OK);
+                EXPECT_EQ(
+                    vqreg_set_dword(store, "K", "Count", number("K", "Count").value_or(0) + 1),
+                    VQREG_OK);
+                EXPECT_EQ(vqreg_end_update(store), VQREG_OK);
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(number("K", "Count"), kThreads * kTimes);
+}
+
+// A handle that comes too late for its path goes, which needs the session lock; its holder may be asking for
+// a path meanwhile.
+TEST_F(CThreads, MayNamePathsForTheFirstTimeInAndBesideUpdates) {
+    ::alarm(60);
+    constexpr int kThreads = 6;
+    constexpr int kRounds = 40;
+    constexpr int kPaths = 20;
+    std::atomic<int> strange{0};
+    for (int round = 0; round < kRounds; ++round) {
+        vqreg_store* const shared = open();
+        std::vector<std::thread> threads;
+        for (int i = 0; i < kThreads; ++i) {
+            threads.emplace_back([&, i] {
+                for (int at = 0; at < kPaths; ++at) {
+                    const std::string path = "P" + std::to_string(at);
+                    strange += i % 2 == 0 && vqreg_begin_update(shared) != VQREG_OK;
+                    strange += vqreg_create_key(shared, path.c_str()) != VQREG_OK;
+                    strange += i % 2 == 0 && vqreg_end_update(shared) != VQREG_OK;
+                }
+            });
+        }
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        vqreg_close(shared);
+    }
+    ::alarm(0);
+    EXPECT_EQ(strange, 0);
+}
+
+TEST_F(CThreads, AListHasWhatIsThereAllTheTime) {
+    constexpr int kSteady = 40;
+    for (int i = 0; i < kSteady; ++i) {
+        ASSERT_EQ(vqreg_set_dword(store, "K", ("s" + std::to_string(i)).c_str(), 1), VQREG_OK);
+    }
+    std::atomic<bool> isOver{false};
+    std::thread changing([&] {
+        while (!isOver) {
+            vqreg_begin_update(store);
+            vqreg_set_dword(store, "K", "a", 1);
+            vqreg_delete_value(store, "K", "a");
+            vqreg_set_dword(store, "K", "b", 1);
+            vqreg_end_update(store);
+            vqreg_delete_value(store, "K", "b");
+        }
+    });
+    int lacking = 0;
+    for (int round = 0; round < 6000; ++round) {
+        char** names = nullptr;
+        size_t count = 0;
+        ASSERT_EQ(vqreg_list_values(store, "K", &names, &count), VQREG_OK);
+        lacking += std::count_if(names, names + count,
+                                 [](const char* name) { return *name == 's'; }) != kSteady;
+        vqreg_free(names);
+    }
+    isOver = true;
+    changing.join();
+    EXPECT_EQ(lacking, 0);
+}

@@ -1,0 +1,77 @@
+#!/usr/bin/env bash
+# run.sh PROJECT LIBRARY PRIVATE_ROOT PYTHON FILE|types|wheel|documents
+#
+# Runs the tests of a file of this folder in a private root, with the built library and the module as it lies
+# in the sources. types: checks the types of the module and of the tests. wheel: builds the wheel and
+# uses what is in it. documents: runs the Python of the documents.
+set -euo pipefail
+
+project=$1
+library=$2
+private_root=$3
+python=$4
+what=$5
+export PYTHONDONTWRITEBYTECODE=1 PYTHONPATH=$project/python VQREG_HEADER=$project/include/vqreg.h
+VQREG_PROGRAMS=$(dirname "$private_root")
+export VQREG_PROGRAMS
+LD_LIBRARY_PATH=$(dirname "$library")
+export LD_LIBRARY_PATH
+
+# needs MODULE PACKAGE: ends the test as skipped without it.
+needs() {
+    "$python" -c "import $1" 2>/dev/null && return
+    echo "run.sh: $python has no $1 (Debian: $2)"
+    exit 77
+}
+
+tests() {
+    needs pytest python3-pytest
+    [ "$1" != test_ansible.py ] || needs ansible ansible-core
+    exec "$private_root" "$python" -m pytest -q -c /dev/null --rootdir "$project/tests/python" \
+        -p no:cacheprovider --tb=short "$project/tests/python/$1"
+}
+
+types() {
+    needs mypy mypy
+    needs pytest python3-pytest
+    cd "$project"
+    exec "$python" -m mypy --strict --cache-dir "$(dirname "$library")/../mypy" python/vqreg tests/python
+}
+
+fail() {
+    echo "run.sh: $*" >&2
+    exit 1
+}
+
+wheel() {
+    needs setuptools python3-setuptools
+    needs wheel python3-wheel
+    work=$(mktemp -d "$(dirname "$library")/wheel-XXXXXX")
+    trap 'rm -rf "$work"' EXIT
+    CC=false CXX=false "$project/scripts/wheel" "$work" >"$work/log" 2>&1 || fail "$(cat "$work/log")"
+    local file=$work/vqreg-$VQREG_VERSION-py3-none-any.whl
+    [ -e "$file" ] || fail "there is no ${file##*/}: $(ls "$work")"
+    (cd "$work" && "$python" -m zipfile -e "$file" unpacked)
+    (cd "$project/python" && find vqreg -name '*.py' -o -name py.typed) | sort >"$work/wanted"
+    (cd "$work/unpacked" && find vqreg -type f) | sort | diff "$work/wanted" - ||
+        fail "the wheel has not (<) or besides (>)"
+    cd /
+    PYTHONPATH=$work/unpacked "$private_root" "$python" -c '
+import importlib.metadata, os, vqreg
+assert vqreg.__file__.startswith(os.environ["PYTHONPATH"]), vqreg.__file__
+assert importlib.metadata.version("vqreg") == vqreg.__version__
+with vqreg.Store("/tmp/store.cfg") as s:
+    s["K", "n"] = 1
+    assert s["K", "n"] == 1'
+}
+
+documents() {
+    exec "$private_root" "$python" "$project/tests/documents/check_python.py" \
+        "$project/README.md" "$project/docs/python.md"
+}
+
+case $what in
+    test_*) tests "$what" ;;
+    types | wheel | documents) "$what" ;;
+    *) fail "unknown: $what" ;;
+esac

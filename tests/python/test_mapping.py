@@ -1,0 +1,137 @@
+"""Stores and keys as mappings."""
+import pathlib
+from collections.abc import Callable
+
+import pytest
+import vqreg
+
+
+def test_value_that_is_missing_is_a_key_error(store: vqreg.Store) -> None:
+    store["Network/Ports", "Http"] = 80
+    for path, name in [("Network/Ports", "X"), ("Network", "X"), ("X", "Http"), ("Network", "Ports"),
+                       ("Network/Ports/Http", "X")]:
+        with pytest.raises(KeyError) as caught:
+            store[path, name]
+        assert isinstance(caught.value, vqreg.NotFoundError)
+        assert str(caught.value).startswith(f'{path} "{name}": ')
+        assert store.get(path, name) is None
+        assert store.get(path, name, 81) == 81
+        assert (path, name) not in store
+    assert store.get("Network/Ports", "Http", 81) == 80
+    assert ("Network/Ports", "Http") in store
+
+
+def test_key_where_a_value_is_meant_is_a_kind_error(store: vqreg.Store) -> None:
+    store["A/B", "C"] = 1
+    changes: list[Callable[[], object]] = [
+        lambda: store.__setitem__(("A", "B"), 1), lambda: store.__delitem__(("A", "B")),
+        lambda: store.__setitem__(("A/B/C", "D"), 1), lambda: store.create("A/B/C")]
+    for change in changes:
+        with pytest.raises(vqreg.KindError):
+            change()
+
+
+def test_deleting_what_is_missing_is_a_key_error(store: vqreg.Store) -> None:
+    store["K", "n"] = 1
+    del store["K", "N"]
+    for place in [("K", "n"), ("X", "n")]:
+        with pytest.raises(KeyError):
+            del store[place]
+
+
+def test_key_is_a_mapping_of_its_values(store: vqreg.Store) -> None:
+    key = store.key("Network/Ports")
+    assert not key and not key.exists() and list(key) == [] and list(key.items()) == []
+    key["Ssh"] = 22
+    key["Http"] = 80
+    key["Interface"] = "eth0"
+    assert list(key) == ["Http", "Interface", "Ssh"]
+    assert len(key) == len(key.items()) == 3
+    assert "HTTP" in key and "x" not in key and key.__contains__(1) is False
+    assert list(key.keys()) == ["Http", "Interface", "Ssh"]
+    assert list(key.values()) == [80, "eth0", 22]
+    assert dict(key) == dict(key.items()) == {"Http": 80, "Interface": "eth0", "Ssh": 22}
+    assert key.pop("Ssh") == 22 and key.get("Ssh", 23) == 23
+    assert key.setdefault("Http", 1) == 80
+    with pytest.raises(KeyError):
+        key["Ssh"]
+
+
+def test_key_is_filled_and_emptied_in_one_write(store: vqreg.Store, path: pathlib.Path) -> None:
+    key = store.key("K")
+    key["x"] = 0
+    first = path.stat().st_ino
+    key.update({"a": 1, "b": "two"}, c=b"3")
+    backup = path.with_name("store.cfg.bak")
+    assert backup.read_text() == '[Velquist]\n[Velquist/K]\n"x"=dword:00000000\n'
+    assert path.stat().st_ino != first
+    assert dict(key) == {"a": 1, "b": "two", "c": b"3", "x": 0}
+    key.clear()
+    assert dict(key) == {} and key.exists()
+    assert backup.read_text().count("\n") == 6
+
+
+def test_key_has_keys_below_it(store: vqreg.Store) -> None:
+    store["A/B/C", "n"] = 1
+    key = store.key() / "A" / "B"
+    assert key.path == "A/B" and key.subkeys() == ["C"] and dict(key / "C") == {"n": 1}
+    assert store.key("Missing").subkeys() == []
+    assert "A/B" in store and "A/B/C/n" not in store and "" in store and "/" in store
+    assert "A/B/" not in store and "X/Y" not in store
+
+
+def test_walk_names_each_key_before_those_below_it(store: vqreg.Store) -> None:
+    for name in ["A/B/C", "A/D", "E"]:
+        store.create(name)
+    assert [key.path for key in store.walk()] == ["", "A", "A/B", "A/B/C", "A/D", "E"]
+    assert [key.path for key in store.walk("A")] == ["A", "A/B", "A/B/C", "A/D"]
+    with pytest.raises(KeyError):
+        list(store.walk("X"))
+
+
+def test_walk_leaves_out_what_is_deleted_meanwhile(store: vqreg.Store) -> None:
+    for name in ["A", "B"]:
+        store.create(name)
+    paths = []
+    for key in store.walk():
+        paths.append(key.path)
+        if key.path == "A":
+            store.delete("B")
+    assert paths == ["", "A"]
+
+
+def test_key_is_deleted_when_it_is_empty_or_with_all_of_it(store: vqreg.Store,
+                                                           path: pathlib.Path) -> None:
+    store["A/B", "n"] = 1
+    store["A/C", "m"] = 2
+    before = path.read_text()
+    for name in ["A", "A/B"]:
+        with pytest.raises(vqreg.NotEmptyError):
+            store.delete(name)
+    assert path.read_text() == before
+    store.delete("A", recursive=True)
+    assert path.read_text() == "[Velquist]\n"
+    assert path.with_name("store.cfg.bak").read_text() == before
+    for name in ["A", "A/B"]:
+        with pytest.raises(KeyError):
+            store.delete(name)
+        with pytest.raises(KeyError):
+            store.delete(name, recursive=True)
+    with pytest.raises(ValueError, match="root key"):
+        store.delete("/", recursive=True)
+
+
+def test_root_key_may_have_another_name(path: pathlib.Path) -> None:
+    with vqreg.Store(path, root="Other") as store:
+        store["", "n"] = 1
+        assert store["/", "n"] == 1
+    assert path.read_text() == '[Other]\n"n"=dword:00000001\n'
+
+
+def test_default_store_is_that_of_the_machine() -> None:
+    assert vqreg.which() == "/etc/Velquist.cfg"
+    with vqreg.Store() as store:
+        assert store.file == "/etc/Velquist.cfg"
+        store["K", "n"] = 1
+    with vqreg.Store("/etc/Velquist.cfg") as store:
+        assert store["K", "n"] == 1

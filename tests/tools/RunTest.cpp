@@ -1,0 +1,390 @@
+// vqreg run: a program whose environment are the values of a key.
+#include <gmock/gmock.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "support/Wait.h"
+#include "tools/TerminalProcess.h"
+#include "tools/VqregStore.h"
+
+using testing::HasSubstr;
+using vqtest::Arguments;
+using vqtest::CommandResult;
+using vqtest::fails;
+using vqtest::prints;
+using vqtest::TerminalProcess;
+using vqtest::VqregProcess;
+
+namespace {
+
+// Tells each start and does what it is told by signals, until it is told to end. The shell is busy for a
+// moment only, so that no signal waits for long.
+const std::string kService =
+    "trap 'echo hup' HUP; trap 'echo usr1' USR1; trap 'echo int' INT; trap 'echo term; exit 9' "
+    "TERM\n"
+    "echo start ${PORT-none}\n"
+    "while :; do sleep 0.02; done";
+
+class Run : public vqtest::VqregStore {
+protected:
+    Run() { make({"set", "App", "Port", "80"}); }
+
+    Arguments running(const Arguments& options, const Arguments& program) const {
+        Arguments all = {"--file", file.path(), "run"};
+        all.insert(all.end(), options.begin(), options.end());
+        all.insert(all.end(), {"App", "--"});
+        all.insert(all.end(), program.begin(), program.end());
+        return all;
+    }
+    Arguments service(const Arguments& options, const std::string& script = kService) const {
+        return running(options, {"/bin/sh", "-c", script});
+    }
+    CommandResult finished(const Arguments& options, const Arguments& program) const {
+        return vqtest::runVqreg(running(options, program));
+    }
+
+    void change(const Arguments& arguments) const { EXPECT_EQ(run(arguments).status, 0); }
+
+    // Waits until a process has been awake once more, and sleeps again.
+    static long turnsOf(pid_t pid) {
+        std::ifstream in("/proc/" + std::to_string(pid) + "/status");
+        for (std::string line; std::getline(in, line);) {
+            if (line.starts_with("voluntary_ctxt_switches:")) {
+                return std::stol(line.substr(line.find('\t')));
+            }
+        }
+        return 0;
+    }
+    template <typename Action>
+    static void andSeenBy(pid_t pid, Action action) {
+        action();
+        const long before = turnsOf(pid);
+        // Once for what happens just now, and once more by itself a second later.
+        EXPECT_TRUE(vqtest::waitUntil([&] { return turnsOf(pid) >= before + 2; }));
+    }
+};
+
+}  // namespace
+
+TEST_F(Run, TheProgramHasTheValuesInItsEnvironment) {
+    make({"set", "App", "Http Host", "a \"b\" $c"});
+    make({"set", "-t", "binary", "App", "Mac", "00ff"});
+    make({"set", "App/Sub", "Other", "1"});
+    const Arguments program = {"/bin/sh", "-c",
+                               "echo \"$PORT|$HTTP_HOST|$MAC|${OTHER-none}|$KEPT\""};
+    const vqtest::Environment kept = {{"KEPT", "yes"}, {"PORT", "of the caller"}};
+    for (const Arguments& options : {Arguments{}, {"--restart"}, {"--signal", "HUP"}}) {
+        EXPECT_EQ(vqtest::runVqreg(running(options, program), "", kept),
+                  prints("80|a \"b\" $c|00FF|none|yes\n"));
+    }
+    EXPECT_EQ(finished({"--prefix", "x_"}, {"/bin/sh", "-c", "echo $x_PORT ${PORT-none}"}),
+              prints("80 none\n"));
+}
+
+// An environment may have what a file for units may not.
+TEST_F(Run, TheProgramGetsTextsThatAreNotUtf8) {
+    make({"set", "App", "Odd", "\xFF\xFE"});
+    EXPECT_EQ(finished({}, {"/bin/sh", "-c", "printf %s \"$ODD\""}), prints("\xFF\xFE"));
+}
+
+TEST_F(Run, TheCommandLineOfTheProgramIsTakenAsItStands) {
+    const Arguments words = {"printf", "<%s>",   "[a,b]", "--file",  "",  "get", "--",
+                             "++",     "--help", "-x",    "--root=", "[", "]"};
+    const std::string shown = "<[a,b]><--file><><get><--><++><--help><-x><--root=><[><]>";
+    EXPECT_EQ(finished({}, words), prints(shown));
+    EXPECT_EQ(finished({"--restart"}, words), prints(shown));
+    EXPECT_EQ(finished({}, {"[", "a", "=", "b", "]"}).status, 1);
+    EXPECT_EQ(vqtest::runVqreg({"run", "--file=" + file.path(), "--root", "Velquist", "App", "--",
+                                "printenv", "PORT"}),
+              prints("80\n"));
+}
+
+TEST_F(Run, WithoutAnOptionTheProgramTakesThePlaceOfTheCommand) {
+    VqregProcess process(service({}, "echo $$; exec sleep 1000"));
+    EXPECT_EQ(process.line(), std::to_string(process.pid()));
+    process.signal(SIGTERM);
+    EXPECT_EQ(process.finish(), (CommandResult{-SIGTERM, "", ""}));
+}
+
+// Neither what the command ignores for itself nor what it keeps for reading.
+TEST_F(Run, SignalsOfTheProgramAreThoseOfTheCaller) {
+    const Arguments look = {"grep", "-E", "Sig(Blk|Ign)", "/proc/self/status"};
+    for (const std::string trap : {"", "trap '' PIPE HUP; "}) {
+        const auto shown = [&](const Arguments& command) {
+            Arguments all = {"-c", trap + "exec \"$@\"", "sh"};
+            all.insert(all.end(), command.begin(), command.end());
+            return vqtest::ChildProcess("/bin/sh", all).finish();
+        };
+        const CommandResult plain = shown(look);
+        EXPECT_EQ(plain.status, 0);
+        for (const Arguments& options : {Arguments{}, {"--restart"}}) {
+            Arguments command = running(options, look);
+            command.insert(command.begin(), VQREG_COMMAND_PATH);
+            EXPECT_EQ(shown(command), plain) << trap;
+        }
+    }
+}
+
+TEST_F(Run, NoDescriptorOfTheCommandReachesTheProgram) {
+    const Arguments look = {"/bin/sh", "-c", "ls /proc/self/fd | wc -l"};
+    const CommandResult plain = vqtest::ChildProcess(look[0], {look[1], look[2]}).finish();
+    for (const Arguments& options : {Arguments{}, {"--restart"}, {"--signal", "1"}}) {
+        EXPECT_EQ(finished(options, look), plain);
+    }
+}
+
+TEST_F(Run, EndsAsTheProgramDoes) {
+    for (const Arguments& options : {Arguments{}, {"--restart"}, {"--signal", "sighup"}}) {
+        EXPECT_EQ(finished(options, {"/bin/sh", "-c", "exit 42"}), (CommandResult{42, "", ""}));
+        EXPECT_EQ(finished(options, {"no such program"}),
+                  fails(127, "no such program: No such file or directory"));
+        EXPECT_EQ(finished(options, {"/tmp"}), fails(126, "/tmp: Permission denied"));
+    }
+    EXPECT_EQ(finished({"--restart"}, {"/bin/sh", "-c", "kill -9 $$"}),
+              (CommandResult{128 + SIGKILL, "", ""}));
+    EXPECT_EQ(finished({"--signal", "HUP"}, {"/bin/sh", "-c", "kill -TERM $$"}),
+              (CommandResult{128 + SIGTERM, "", ""}));
+}
+
+TEST_F(Run, SaysWhatIsWrongWithItsCommandLine) {
+    const std::string usage =
+        "\nusage: vqreg run [--restart] [--signal NAME] [--grace S] [--prefix P] KEY -- COMMAND "
+        "[ARGUMENT...]";
+    EXPECT_EQ(run({"run", "App"}), fails(2, "COMMAND is required behind \"--\"" + usage));
+    EXPECT_EQ(run({"run", "App", "--"}), fails(2, "COMMAND is required behind \"--\"" + usage));
+    EXPECT_EQ(run({"run", "--", "true"}), fails(2, "KEY is required" + usage));
+    EXPECT_EQ(run({"run", "App", "true"}), fails(2, "one argument too many: \"true\"" + usage));
+    EXPECT_EQ(finished({"--restart", "--signal", "HUP"}, {"true"}),
+              fails(2, "--restart and --signal exclude each other" + usage));
+    EXPECT_EQ(finished({"--grace", "1"}, {"true"}),
+              fails(2, "--grace needs --restart too" + usage));
+    for (const std::string signal : {"FOO", "0", "-1", "65", "HUP ", ""}) {
+        EXPECT_EQ(finished({"--signal=" + signal}, {"true"}).status, 2) << signal;
+    }
+}
+
+TEST_F(Run, StartsNothingWithoutTheKeyOrWithoutAnEnvironment) {
+    EXPECT_EQ(run({"run", "Nothing", "--", "echo", "started"}),
+              fails(1, "the key \"Nothing\" does not exist"));
+    make({"set", "App", "ld-preload", "x"});
+    for (const Arguments& options : {Arguments{}, {"--restart"}, {"--signal", "HUP"}}) {
+        const CommandResult result = finished(options, {"echo", "started"});
+        EXPECT_EQ(result.status, 5);
+        EXPECT_EQ(result.out, "");
+        EXPECT_THAT(result.err, HasSubstr("the variable LD_PRELOAD"));
+    }
+}
+
+TEST_F(Run, StartsAgainWithTheNewValues) {
+    VqregProcess process(service({"--restart"}));
+    EXPECT_EQ(process.line(), "start 80");
+    change({"set", "App", "Port", "81"});
+    EXPECT_EQ(process.line(), "term");
+    EXPECT_EQ(process.line(), "start 81");
+    change({"--no-notify", "rm", "-f", "App", "Port"});
+    EXPECT_EQ(process.line(), "term");
+    EXPECT_EQ(process.line(), "start none");
+    change({"set", "App", "Port", "82"});
+    EXPECT_EQ(process.line(), "term");
+    EXPECT_EQ(process.line(), "start 82");
+    change({"rm", "-r", "-f", "App"});
+    EXPECT_EQ(process.line(), "term");
+    EXPECT_EQ(process.line(), "start none");
+    process.signal(SIGTERM);
+    EXPECT_EQ(process.finish(), (CommandResult{9, "term\n", ""}));
+}
+
+TEST_F(Run, SendsTheSignalForEachChange) {
+    VqregProcess process(service({"--signal", "USR1"}));
+    EXPECT_EQ(process.line(), "start 80");
+    for (const std::string port : {"81", "82", "83"}) {
+        change({"set", "App", "Port", port});
+        EXPECT_EQ(process.line(), "usr1");
+    }
+    process.signal(SIGTERM);
+    EXPECT_EQ(process.finish(), (CommandResult{9, "term\n", ""}));
+}
+
+TEST_F(Run, NothingHappensWhenTheValuesStayWhatTheyAre) {
+    VqregProcess process(service({"--signal", "HUP"}));
+    EXPECT_EQ(process.line(), "start 80");
+    const std::vector<Arguments> others = {{"set", "App", "Port", "80"},
+                                           {"set", "Other", "Port", "1"},
+                                           {"set", "App/Sub", "Port", "2"},
+                                           {"notify"}};
+    for (const Arguments& other : others) {
+        andSeenBy(process.pid(), [&] { change(other); });
+    }
+    // The same value under another spelling of its name.
+    andSeenBy(process.pid(), [&] {
+        std::string text = file.read();
+        text.replace(text.find("\"Port\"=dword:00000050"), 6, "\"PORT\"");
+        std::ofstream(file.path() + ".new") << text;
+        std::filesystem::rename(file.path() + ".new", file.path());
+    });
+    change({"set", "App", "Port", "81"});
+    EXPECT_EQ(process.line(), "hup");
+    process.signal(SIGTERM);
+    EXPECT_EQ(process.finish(), (CommandResult{9, "term\n", ""}));
+}
+
+TEST_F(Run, ValuesThatComeAndGoStartItOnceAtMostEachSecond) {
+    const auto begin = std::chrono::steady_clock::now();
+    VqregProcess process(service({"--restart"}));
+    EXPECT_EQ(process.line(), "start 80");
+    for (int port = 1; port <= 30; ++port) {
+        change({"set", "App", "Port", std::to_string(port)});
+    }
+    int starts = 1;
+    for (std::string line; line != "start 30"; starts += line.starts_with("start ") ? 1 : 0) {
+        line = process.line();
+    }
+    const auto seconds =
+        std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - begin);
+    EXPECT_LE(starts, 2 + seconds.count());
+    process.signal(SIGTERM);
+    EXPECT_EQ(process.finish(), (CommandResult{9, "term\n", ""}));
+}
+
+TEST_F(Run, AProgramThatFailsIsNotStartedAgain) {
+    EXPECT_EQ(finished({"--restart"}, {"/bin/sh", "-c", "echo start; exit 3"}),
+              (CommandResult{3, "start\n", ""}));
+    VqregProcess process(
+        service({"--restart"}, "echo start $PORT; [ $PORT = 80 ] || exit 3; exec sleep 1000"));
+    EXPECT_EQ(process.line(), "start 80");
+    change({"set", "App", "Port", "81"});
+    EXPECT_EQ(process.finish(), (CommandResult{3, "start 81\n", ""}));
+}
+
+TEST_F(Run, WhatDoesNotEndIsKilledAfterTheGrace) {
+    VqregProcess process(service({"--restart", "--grace", "0.3"},
+                                 "trap 'echo ignored' TERM; echo start $PORT\n"
+                                 "while :; do sleep 0.02; done"));
+    EXPECT_EQ(process.line(), "start 80");
+    change({"set", "App", "Port", "81"});
+    EXPECT_EQ(process.line(), "ignored");
+    EXPECT_EQ(process.line(), "start 81");
+    process.signal(SIGKILL);
+    EXPECT_EQ(process.finish(),
+              (CommandResult{-SIGKILL, "",
+                             "vqreg: /bin/sh has not ended 0.3 s after SIGTERM, and is killed\n"}));
+}
+
+TEST_F(Run, WhatIsStoppedEndsToo) {
+    VqregProcess stopped(
+        service({"--restart", "--grace", "100"}, "echo $$ $PORT; kill -STOP $$; exec sleep 1000"));
+    EXPECT_THAT(stopped.line(), HasSubstr(" 80"));
+    change({"set", "App", "Port", "81"});
+    EXPECT_THAT(stopped.line(), HasSubstr(" 81"));
+}
+
+TEST_F(Run, PassesSignalsOn) {
+    VqregProcess process(service({"--restart"}));
+    EXPECT_EQ(process.line(), "start 80");
+    for (const auto& [signal, word] :
+         {std::pair(SIGHUP, "hup"), std::pair(SIGUSR1, "usr1"), std::pair(SIGINT, "int")}) {
+        process.signal(signal);
+        EXPECT_EQ(process.line(), word);
+    }
+    process.signal(SIGTERM);
+    EXPECT_EQ(process.finish(), (CommandResult{9, "term\n", ""}));
+}
+
+// Who ends the command while it is being started again does not mean the one program only.
+TEST_F(Run, TheEndIsTheEndAlsoInTheMiddleOfARestart) {
+    VqregProcess process(service({"--restart"},
+                                 "n=0; trap 'n=$((n+1)); echo term $n' TERM; echo start\n"
+                                 "while [ $n -lt 2 ]; do sleep 0.02; done; exit 7"));
+    EXPECT_EQ(process.line(), "start");
+    change({"set", "App", "Port", "81"});
+    EXPECT_EQ(process.line(), "term 1");
+    process.signal(SIGTERM);
+    EXPECT_EQ(process.finish(), (CommandResult{7, "term 2\n", ""}));
+}
+
+// The streams end when nobody has them any more.
+TEST_F(Run, NoProgramIsLeftWhenTheCommandIsKilled) {
+    for (const Arguments& options : {Arguments{"--restart"}, {"--signal", "HUP"}}) {
+        VqregProcess process(service(options, "trap '' TERM HUP; echo start; exec sleep 1000"));
+        EXPECT_EQ(process.line(), "start");
+        process.signal(SIGKILL);
+        EXPECT_EQ(process.finish(), (CommandResult{-SIGKILL, "", ""}));
+    }
+}
+
+TEST_F(Run, GoesOnWithValuesThatMakeNoEnvironment) {
+    VqregProcess process(service({"--restart"}));
+    EXPECT_EQ(process.line(), "start 80");
+    andSeenBy(process.pid(), [&] { change({"set", "App", "LD_PRELOAD", "x"}); });
+    change({"mv", "App", "LD_PRELOAD", "App", "Preload"});
+    EXPECT_EQ(process.line(), "term");
+    EXPECT_EQ(process.line(), "start 80");
+    process.signal(SIGTERM);
+    const CommandResult result = process.finish();
+    EXPECT_EQ(result.status, 9);
+    EXPECT_THAT(result.err, HasSubstr("which steers other programs; give it a --prefix; /bin/sh "
+                                      "goes on as it is\n"));
+}
+
+TEST_F(Run, GoesOnWhileTheFileIsMalformedEmptyOrMissing) {
+    const std::string good = file.read();
+    VqregProcess process(service({"--restart"}));
+    EXPECT_EQ(process.line(), "start 80");
+    for (const char* const text : {"bad\n", ""}) {
+        andSeenBy(process.pid(), [&] {
+            std::ofstream(file.path() + ".new") << text;
+            std::filesystem::rename(file.path() + ".new", file.path());
+        });
+    }
+    andSeenBy(process.pid(), [&] { std::filesystem::remove(file.path()); });
+    file.write(good + "\"V\"=string:x\n");
+    EXPECT_EQ(process.line(), "term");
+    EXPECT_EQ(process.line(), "start 80");
+    process.signal(SIGTERM);
+    const CommandResult result = process.finish();
+    EXPECT_EQ(result.status, 9);
+    EXPECT_THAT(result.err, HasSubstr(":1:1: error: "));
+}
+
+TEST_F(Run, AtATerminalItsKeysReachTheProgramOnce) {
+    TerminalProcess process(VQREG_COMMAND_PATH,
+                            service({"--signal", "HUP"},
+                                    "n=0; trap 'n=$((n+1)); echo int $n' INT\n"
+                                    "trap 'echo quit $n; exit 6' QUIT; echo ready\n"
+                                    "while :; do sleep 0.02; done"));
+    process.expect("ready\n");
+    process.type(TerminalProcess::kInterrupt);
+    process.expect("int 1\n");
+    process.type(TerminalProcess::kInterrupt);
+    process.expect("int 2\n");
+    process.type("\x1c");
+    process.expect("quit 2\n");
+    EXPECT_EQ(process.finish().status, 6);
+}
+
+TEST_F(Run, AtATerminalItStopsAndGoesOnWithTheProgram) {
+    std::string command = VQREG_COMMAND_PATH;
+    for (const std::string& word : running({"--restart"}, {"sh", "-c"})) {
+        command += ' ' + word;
+    }
+    TerminalProcess shell("bash", {"--norc", "--noprofile", "-i"}, {{"PS1", "ready>"}},
+                          {.columns = 1000});
+    shell.expect("ready>");
+    shell.type(command + " 'echo \"<$PORT>\"; exec sleep 1000'\n");
+    shell.expect("<80>");
+    shell.type("\x1a");
+    shell.expect("Stopped");
+    change({"set", "App", "Port", "81"});
+    shell.type("fg\n");
+    shell.expect("<81>");
+    shell.type(TerminalProcess::kInterrupt);
+    shell.expect("ready>");
+    shell.type("echo \"=$?=\"; exit\n");
+    shell.expect("=130=");
+    EXPECT_EQ(shell.finish().status, 0);
+}

@@ -1,0 +1,138 @@
+#include "tools/vqreg/base/Program.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "tools/vqreg/base/ExitCode.h"
+#include "tools/vqreg/base/FileHandle.h"
+#include "tools/vqreg/base/OutputSignals.h"
+
+namespace vqreg {
+
+namespace {
+
+// What execvpe takes. Made before a fork: afterwards no memory may be asked for.
+class Call {
+public:
+    Call(std::vector<std::string> words, const std::vector<std::string>& variables)
+        : m_words(std::move(words)), m_environment(variables) {
+        for (char** each = environ; *each; ++each) {
+            const std::string_view present(*each);
+            const std::string_view name = present.substr(0, present.find('=') + 1);
+            if (std::ranges::none_of(
+                    variables, [&](const std::string& own) { return own.starts_with(name); })) {
+                m_environment.emplace_back(present);
+            }
+        }
+        m_wordPointers = pointersOf(m_words);
+        m_environmentPointers = pointersOf(m_environment);
+    }
+
+    // Returns only when that fails, with errno.
+    void execute() {
+        ::execvpe(m_wordPointers.front(), m_wordPointers.data(), m_environmentPointers.data());
+    }
+
+private:
+    static std::vector<char*> pointersOf(std::vector<std::string>& texts) {
+        std::vector<char*> pointers;
+        for (std::string& text : texts) {
+            pointers.push_back(text.data());
+        }
+        pointers.push_back(nullptr);
+        return pointers;
+    }
+
+    std::vector<std::string> m_words;
+    std::vector<std::string> m_environment;
+    std::vector<char*> m_wordPointers;
+    std::vector<char*> m_environmentPointers;
+};
+
+CommandError startFault(const std::string& program, int error) {
+    return {error == ENOENT ? eExit::eNotFound : eExit::eNotExecutable,
+            fmt::format("{}: {}", program, std::strerror(error))};
+}
+
+// The other end is closed by the start of the program, or tells why there was none.
+int errorFrom(const FileHandle& pipe) {
+    int error = 0;
+    ssize_t size = 0;
+    do {
+        size = ::read(pipe.get(), &error, sizeof error);
+    } while (size < 0 && errno == EINTR);
+    return size == sizeof error ? error : 0;
+}
+
+// In the child.
+[[noreturn]] void execute(Call& call, pid_t parent, const sigset_t& mask, int pipe) {
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (::getppid() != parent) {
+        ::_exit(128 + SIGKILL);  // it has died before that was said
+    }
+    giveBackOutputSignals();
+    sigprocmask(SIG_SETMASK, &mask, nullptr);
+    call.execute();
+    const int error = errno;
+    [[maybe_unused]] const ssize_t written = ::write(pipe, &error, sizeof error);
+    ::_exit(127);
+}
+
+}  // namespace
+
+void Program::become(const std::vector<std::string>& variables) const {
+    Call call(m_words, variables);
+    giveBackOutputSignals();
+    call.execute();
+    const int error = errno;
+    ignoreOutputSignals();
+    throw startFault(name(), error);
+}
+
+void Program::start(const std::vector<std::string>& variables, const sigset_t& mask) {
+    Call call(m_words, variables);
+    int ends[2];
+    if (::pipe2(ends, O_CLOEXEC) != 0) {
+        throw unavailable(fmt::format("pipe: {}", std::strerror(errno)));
+    }
+    const FileHandle readEnd(ends[0]);
+    FileHandle writeEnd(ends[1]);
+    const pid_t parent = ::getpid();
+    m_pid = ::fork();
+    if (m_pid == 0) {
+        execute(call, parent, mask, writeEnd.get());
+    }
+    if (m_pid < 0) {
+        throw unavailable(fmt::format("fork: {}", std::strerror(errno)));
+    }
+    ::close(writeEnd.release());
+    if (const int error = errorFrom(readEnd)) {
+        ::waitpid(m_pid, nullptr, 0);
+        m_pid = -1;
+        throw startFault(name(), error);
+    }
+}
+
+void Program::signal(int number) const {
+    if (isRunning()) {
+        ::kill(m_pid, number);
+    }
+}
+
+std::optional<int> Program::reap() {
+    int status = 0;
+    if (!isRunning() || ::waitpid(m_pid, &status, WNOHANG) != m_pid) {
+        return std::nullopt;
+    }
+    m_pid = -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+}  // namespace vqreg

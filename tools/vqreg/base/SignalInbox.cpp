@@ -1,0 +1,74 @@
+#include "tools/vqreg/base/SignalInbox.h"
+
+#include <fmt/format.h>
+#include <strings.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+
+#include "tools/vqreg/base/ExitCode.h"
+
+namespace vqreg {
+
+namespace {
+
+sigset_t keptSignals() {
+    sigset_t set;
+    sigemptyset(&set);
+    for (const int signal : {SIGCHLD, SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGUSR1, SIGUSR2, SIGALRM,
+                             SIGWINCH, SIGURG, SIGIO, SIGPWR}) {
+        sigaddset(&set, signal);
+    }
+    for (int signal = SIGRTMIN; signal <= SIGRTMAX; ++signal) {
+        sigaddset(&set, signal);
+    }
+    return set;
+}
+
+int openInbox(sigset_t& before) {
+    const sigset_t kept = keptSignals();
+    const int fd = ::signalfd(-1, &kept, SFD_CLOEXEC | SFD_NONBLOCK);
+    if (fd < 0) {
+        throw unavailable(fmt::format("signalfd: {}", std::strerror(errno)));
+    }
+    sigprocmask(SIG_BLOCK, &kept, &before);
+    return fd;
+}
+
+}  // namespace
+
+SignalInbox::SignalInbox() : m_inbox(openInbox(m_before)) {}
+
+SignalInbox::~SignalInbox() {
+    sigprocmask(SIG_SETMASK, &m_before, nullptr);
+}
+
+std::optional<SignalInbox::Letter> SignalInbox::next() {
+    signalfd_siginfo info{};
+    if (::read(m_inbox.get(), &info, sizeof info) != sizeof info) {
+        return std::nullopt;
+    }
+    return Letter{static_cast<int>(info.ssi_signo), info.ssi_code == SI_KERNEL};
+}
+
+std::optional<int> signalNumber(const std::string& text) {
+    int number = 0;
+    const char* const end = text.data() + text.size();
+    if (const auto [stop, error] = std::from_chars(text.data(), end, number);
+        error == std::errc() && stop == end && number > 0 && number <= SIGRTMAX) {
+        return number;
+    }
+    const char* const name = text.c_str() + (::strncasecmp(text.c_str(), "SIG", 3) == 0 ? 3 : 0);
+    for (number = 1; number < SIGRTMIN; ++number) {
+        const char* const known = ::sigabbrev_np(number);
+        if (known && ::strcasecmp(name, known) == 0) {
+            return number;
+        }
+    }
+    return std::nullopt;
+}
+
+}  // namespace vqreg
