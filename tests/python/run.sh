@@ -55,7 +55,7 @@ wheel() {
     (cd "$project/python" && find vqreg -name '*.py' -o -name py.typed) | sort >"$work/wanted"
     (cd "$work/unpacked" && find vqreg -type f) | sort | diff "$work/wanted" - ||
         fail "the wheel has not (<) or besides (>)"
-    cd /
+    cd "$work" # which is seen in the private root, wherever it is
     PYTHONPATH=$work/unpacked "$private_root" "$python" -c '
 import importlib.metadata, os, vqreg
 assert vqreg.__file__.startswith(os.environ["PYTHONPATH"]), vqreg.__file__

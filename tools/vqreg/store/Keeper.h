@@ -1,0 +1,68 @@
+// A program whose environment is a key of a store.
+#ifndef TOOLS_VQREG_STORE_KEEPER_H
+#define TOOLS_VQREG_STORE_KEEPER_H
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tools/vqreg/base/Program.h"
+#include "tools/vqreg/base/SignalInbox.h"
+#include "tools/vqreg/store/ChangeSource.h"
+#include "tools/vqreg/store/KeyReader.h"
+#include "tools/vqreg/text/Model.h"
+
+namespace vqreg {
+
+struct RunOptions {
+    std::string key;
+    std::string prefix;
+    std::string signal;
+    bool restart = false;
+    double graceSeconds = 10;
+};
+
+// The variables that the values of a key make, as a program gets them.
+std::vector<std::string> environmentOf(const Key& key, const std::string& prefix);
+
+// Looks after a program while the values of its key change.
+class Keeper {
+public:
+    using Clock = std::chrono::steady_clock;
+
+    Keeper(std::vector<std::string> words, const RunOptions& options, Key key)
+        : m_program(std::move(words)),
+          m_options(options),
+          m_known(std::move(key)),
+          m_wanted(m_known),
+          m_environment(environmentOf(m_wanted, options.prefix)) {}
+
+    // Until the program ends by itself. @return its exit code
+    int run(ChangeSource& source, KeyReader& reader);
+
+private:
+    void start();
+    void look(KeyReader& reader, bool isSlowPoll);
+    bool isDue() const;
+    void takeSignals();
+    void stopWhenDue();
+    void noteEnd(int code);
+    std::chrono::milliseconds patience() const;
+
+    Program m_program;
+    const RunOptions& m_options;
+    SignalInbox m_inbox;
+    Key m_known;                             // as the store has it
+    Key m_wanted;                            // the same, unless that makes no environment
+    Key m_started;                           // as the program has it
+    std::vector<std::string> m_environment;  // of what is wanted
+    Clock::time_point m_start;
+    std::optional<Clock::time_point> m_killTime;  // while it is being stopped
+    bool m_isToEnd = false;  // somebody has asked for that while it is being stopped
+    std::optional<int> m_exitCode;
+};
+
+}  // namespace vqreg
+
+#endif  // TOOLS_VQREG_STORE_KEEPER_H
