@@ -262,7 +262,7 @@ TEST(MutexForks, BesideThreadsThatMakeMutexesLeaveAllOfThemUsable) {
             }
         });
     }
-    for (int fork = 0; fork < 200; ++fork) {
+    for (int fork = 0; fork < 20; ++fork) {
         ForkedChild child([&] {
             ::alarm(30);
             CPMutex mutex(1, 0, store.path() + "child" + std::to_string(fork), 1, 1);
