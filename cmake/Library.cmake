@@ -19,6 +19,11 @@ if(VQREGLIB_COVERAGE)
     target_link_options(vqreg_sanitizer_runtime INTERFACE --coverage)
 endif()
 target_compile_definitions(vqreg_objects PRIVATE VQREGLIB_VERSION="${PROJECT_VERSION}")
+# Programs in C have the version in their header.
+file(STRINGS ${PROJECT_SOURCE_DIR}/include/vqreg.h version_of_header REGEX "#define VQREG_VERSION")
+if(NOT version_of_header STREQUAL "#define VQREG_VERSION \"${PROJECT_VERSION}\"")
+    message(FATAL_ERROR "include/vqreg.h is not of version ${PROJECT_VERSION}: ${version_of_header}")
+endif()
 target_link_libraries(vqreg_objects PUBLIC Threads::Threads vqreg_sanitizer_runtime
                       PRIVATE vqreg_warnings vqreg_sanitizers)
 

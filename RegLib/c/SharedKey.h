@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "VQRegLib.h"
-#include "portable/PlainMutex.h"
+#include "portable/CritSec.h"
 #include "portable/ThreadAnnotations.h"
 
 namespace VQRegLib {
@@ -40,7 +40,7 @@ public:
     std::shared_ptr<CSharedKey> find(std::string_view path) const;
 
     // The first one stays when two threads have opened the same path. The other goes with its caller's: a
-    // handle takes the session lock when it goes, whose holder may be waiting for the mutex in here.
+    // handle takes the session lock when it goes, whose holder may be waiting for m_critSec.
     std::shared_ptr<CSharedKey> add(std::string_view path, const std::shared_ptr<CSharedKey>& key);
 
     // Unless another one has taken its place.
@@ -53,9 +53,9 @@ private:
     struct CHash : std::hash<std::string_view> {
         using is_transparent = void;
     };
-    mutable CPlainMutex m_mutex;
+    mutable CPCritSec m_critSec{"", 1};
     std::unordered_map<std::string, std::shared_ptr<CSharedKey>, CHash, std::equal_to<>> m_keys
-        GUARDED_BY(m_mutex);
+        GUARDED_BY(m_critSec);
 };
 
 }  // namespace VQRegLib

@@ -150,7 +150,7 @@ static_assert(VQREG_E_FAIL == REGLIB_E_FAIL && VQREG_E_NOT_FOUND == REGLIB_E_NOT
               VQREG_E_NOT_INITIALIZED == REGLIB_E_NOT_INITIALIZED);
 
 const char* vqreg_version() {
-    return VQREGLIB_VERSION;
+    return VQREG_VERSION;
 }
 
 const char* vqreg_strerror(int result) {
