@@ -93,7 +93,8 @@ TEST_F(Containers, ShareAStoreFromARootOfTheirOwn) {
     const auto inside = agentIn(
         {"--mount", "--pid", "--fork"},
         "root=$1.root; mkdir $root; mount -t tmpfs tmpfs $root\n"
-        "for each in $1 /dev/shm /proc /usr /lib /lib64 /bin \"${2%/*/*}\"; do\n"
+        "mkdir $root/etc; cp /etc/ld.so.cache $root/etc || :\n"
+        "for each in $1 /dev/shm /proc /usr /lib /lib32 /lib64 /bin \"${2%/*/*}\"; do\n"
         "    [ -d $each ] || continue; mkdir -p $root$each; mount --rbind $each $root$each\n"
         "done\n"
         "root() { chroot $root \"$@\"; }",

@@ -29,7 +29,9 @@ void checkTerminal() {
                               : "the descriptions of terminals are missing; Debian has them in "
                                 "the package ncurses-base");
     }
-    if (!cursor_address || !clear_screen) {
+    const bool canMove = cursor_address && clear_screen;
+    ::del_curterm(cur_term);
+    if (!canMove) {
         throw unavailable("the terminal type " + shownName +
                           " cannot move its cursor; vqreg tree and "
                           "vqreg ls print what there is");
