@@ -133,6 +133,7 @@ SCREEN* g_screen = nullptr;
 Screen::Screen(bool isColored) {
     checkTerminal();
     rememberTerminal();
+    forgetTerminalType();
     g_screen = ::newterm(nullptr, stdout, stdin);
     if (!g_screen) {
         throw unavailable("the terminal cannot be used as a screen");

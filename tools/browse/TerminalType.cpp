@@ -29,13 +29,16 @@ void checkTerminal() {
                               : "the descriptions of terminals are missing; Debian has them in "
                                 "the package ncurses-base");
     }
-    const bool canMove = cursor_address && clear_screen;
-    ::del_curterm(cur_term);
-    if (!canMove) {
+    if (!cursor_address || !clear_screen) {
+        forgetTerminalType();
         throw unavailable("the terminal type " + shownName +
                           " cannot move its cursor; vqreg tree and "
                           "vqreg ls print what there is");
     }
+}
+
+void forgetTerminalType() {
+    ::del_curterm(cur_term);
 }
 
 }  // namespace vqreg

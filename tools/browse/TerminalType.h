@@ -8,6 +8,9 @@ namespace vqreg {
 // the terminal, and writes nothing to it.
 void checkTerminal();
 
+// Gives back what is known of the terminal since then. A screen asks for it by itself.
+void forgetTerminalType();
+
 }  // namespace vqreg
 
 #endif  // TOOLS_BROWSE_TERMINALTYPE_H
