@@ -366,7 +366,9 @@ public:
     ///         common codes: the update has not begun then
     int VQRegBeginUpdate();
 
-    /// Ends an update. The end of the outermost one writes the file if anything has changed.
+    /// Ends an update. The end of the outermost one writes the file if anything has changed, or if an
+    /// earlier change of this process could not be written: whoever makes the same update again until it
+    /// succeeds has then written it.
     /// @return `REGLIB_OK`; `REGLIB_E_FILE_OPEN` when the file cannot be written: the update has
     ///         ended all the same, and its changes stay in this process's memory as after any such
     ///         failure; `REGLIB_E_FAIL` without an update of this thread, or when memory is short;
