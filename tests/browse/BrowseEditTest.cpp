@@ -38,7 +38,9 @@ TEST_F(BrowseEdit, KeepsTheLineWithItsCursorAsItIsTyped) {
     browse.type(kRight);
     browse.type(kDelete);
     browse.expect("Host (string): xaexample");
-    EXPECT_EQ(17, browse.screen().cursorColumn());
+    // The text is shown before the cursor is moved to its place.
+    EXPECT_TRUE(
+        browse.waitFor([&](const std::string&) { return browse.screen().cursorColumn() == 17; }));
     browse.type("\x05!\x1b[D\x0b\r");
     browse.expect("{Host           string  xaexample");
     expectData("Network", "Host", "xaexample");
