@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # check_programs.sh readme|guide PROJECT LIBRARY WORK PRIVATE_ROOT COMPILER [FLAG...]
 #
-# readme: builds and runs the program of README.md as it stands there, and compares what it prints
-# and leaves with what README.md says. guide: compiles each piece of code of the user guide.
+# readme: builds and runs the programs of README.md as they stand there, one after the other, and compares
+# what they print and leave with what README.md says. guide: compiles each piece of code of the user guide.
 set -euo pipefail
 
 what=$1
@@ -32,19 +32,34 @@ compile() {
     "$compiler" -std=c++11 -Wall -Wextra -Wpedantic -Werror -I"$project/include" "$@"
 }
 
+# said WORDS: what the sentence of README.md that has these words before it puts between backquotes.
+said() {
+    sed -n "s/.*$1 \`\([^\`]*\)\`.*/\1/p" "$project/README.md"
+}
+
 readme() {
+    local link=("$library" -Wl,-rpath,"$(dirname "$library")")
     blocks "$project/README.md" cpp
+    blocks "$project/README.md" "cpp store"
+    blocks "$project/README.md" c
     mv "$work/cpp.1" "$work/program.cpp"
+    mv "$work/cpp store.1" "$work/store.cpp"
     [ "$(wc -l <"$work/program.cpp")" -le 30 ] || fail "the program of README.md has become long"
-    compile "$@" "$work/program.cpp" "$library" -Wl,-rpath,"$(dirname "$library")" -o "$work/program"
-    sed -n 's/^It prints `\(.*\)` and leaves this in the file:$/\1/p' "$project/README.md" >"$work/said"
+    compile "$@" "$work/program.cpp" "${link[@]}" -o "$work/program"
+    compile -std=c++17 "$@" "$work/store.cpp" "${link[@]}" -o "$work/store"
+    gcc -std=c99 -Wall -Wextra -Wpedantic -Werror -I"$project/include" "$@" -x c "$work/c.1" -x none \
+        "${link[@]}" -o "$work/in_c"
+    said "It prints" >"$work/said"
     awk '/^It prints/ { after = 1 } after && /^```/ { if (inside) exit; inside = 1; next }
          inside' "$project/README.md" >>"$work/said"
-    [ "$(wc -l <"$work/said")" -gt 4 ] || fail "README.md does not say what its program does"
+    said "program above, this prints" >>"$work/said"
+    said "in C, this prints" >>"$work/said"
+    [ "$(wc -l <"$work/said")" -gt 6 ] || fail "README.md does not say what its programs do"
     local status=0
-    "$private_root" /bin/sh -c "\"$work/program\" && cat /tmp/readme.cfg" >"$work/done" || status=$?
+    "$private_root" /bin/sh -c "\"$work/program\" && cat /tmp/readme.cfg && \"$work/store\" && \"$work/in_c\"" \
+        >"$work/done" || status=$?
     [ "$status" -ne 77 ] || exit 77
-    diff "$work/said" "$work/done" || fail "README.md says (<) other than its program does (>)"
+    diff "$work/said" "$work/done" || fail "README.md says (<) other than its programs do (>)"
 }
 
 guide() {
