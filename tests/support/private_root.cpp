@@ -1,9 +1,9 @@
 // private_root PROGRAM ARGUMENTS...
 //
 // Runs a program in a private world: it sees the file system of the machine, but has an /etc,
-// /tmp and /dev/shm of its own, no /velquist and no /cf, and may create these in its own root
-// directory. So tests may use the default paths of the library without disturbing the machine or
-// each other. All of it lives in a mount namespace and vanishes with the last process in it.
+// /tmp, /dev/shm and System V memory of its own, no /velquist and no /cf, and may create these in its
+// own root directory. So tests may use the default paths of the library without disturbing the machine
+// or each other. All of it lives in namespaces and vanishes with the last process in them.
 //
 // Where the system does not allow this, it prints one line and ends with 77, which means "skipped".
 #include <dirent.h>
@@ -120,10 +120,11 @@ void enterNamespace() {
     const uid_t user = ::geteuid();
     const gid_t group = ::getegid();
     // Root in a container often lacks the right to unshare mounts but may make a user namespace.
-    if (user == 0 && ::unshare(CLONE_NEWNS) == 0) {
+    // Killed processes leave segments of System V memory, of which the machine has not many.
+    if (user == 0 && ::unshare(CLONE_NEWNS | CLONE_NEWIPC) == 0) {
         return;
     }
-    check(::unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0, "unshare");
+    check(::unshare(CLONE_NEWUSER | CLONE_NEWNS | CLONE_NEWIPC) == 0, "unshare");
     writeProc("/proc/self/setgroups", "deny");
     writeProc("/proc/self/uid_map", "0 " + std::to_string(user) + " 1");
     writeProc("/proc/self/gid_map", "0 " + std::to_string(group) + " 1");

@@ -1,6 +1,8 @@
 // The tests run in a private root themselves; a second one is made within it.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/ipc.h>
+#include <sys/shm.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -116,4 +118,11 @@ TEST(PrivateRoot, IsNotMadeTwice) {
 TEST(PrivateRoot, ReportsAProgramThatCannotBeRun) {
     const std::string command = std::string(VQREG_PRIVATE_ROOT_PATH) + " /nowhere 2>&-";
     EXPECT_EQ(exitStatus(std::system(command.c_str())), 127);
+}
+
+TEST(PrivateRoot, KeepsSystemVMemoryToItself) {
+    const int id = ::shmget(IPC_PRIVATE, 1, IPC_CREAT | 0600);
+    ASSERT_GE(id, 0);
+    EXPECT_EQ(exitStatus(runInFreshRoot("test $(wc -l < /proc/sysvipc/shm) = 1")), 0);
+    EXPECT_EQ(::shmctl(id, IPC_RMID, nullptr), 0);
 }
