@@ -14,9 +14,9 @@ Path foldedPath(const Path& path) {
 }
 
 // A key has an empty name here, which is not that of a value beside it.
-using Place = std::tuple<Path, bool, std::string>;
+using MarkedPlace = std::tuple<Path, bool, std::string>;
 
-Place placeOf(const Change& change) {
+MarkedPlace placeOf(const Change& change) {
     const bool isKey = change.isOfKey();
     return {foldedPath(change.path), isKey, isKey ? std::string() : folded(change.value().name)};
 }
@@ -75,7 +75,7 @@ char Marks::ofKey(const Path& path) const {
 }
 
 std::vector<Change> without(std::vector<Change> changes, const std::vector<Change>& own) {
-    std::map<Place, const Change*> places;
+    std::map<MarkedPlace, const Change*> places;
     for (const Change& change : own) {
         places[placeOf(change)] =
             &change;  // of a deletion and a creation the latter, which is the end

@@ -9,7 +9,7 @@ namespace vqreg {
 
 namespace {
 
-constexpr int kShare = 20;  // the looking takes one of so many parts of the time at most
+constexpr int kShareOfLooking = 20;  // the looking takes one of so many parts of the time at most
 
 }  // namespace
 
@@ -21,7 +21,7 @@ void Status::refresh(bool isWanted) {
         m_allOpeners = openers.text();
         m_openers = hasAny ? m_allOpeners : std::string();
         const Clock::time_point end = Clock::now();
-        m_nextLook = end + kShare * (end - now);
+        m_nextLook = end + kShareOfLooking * (end - now);
     }
     const auto holder = lockHolder(m_file);
     m_text = fmt::format(" | lock: {} | open in: {}", holder ? "held by " + holder->text() : "free",
