@@ -1,4 +1,5 @@
 // Files of hundreds of megabytes: read, and written again with one change.
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <fstream>
@@ -63,24 +64,32 @@ struct Costs {
     double save;
 };
 
+// The least of some times: the first time memory of this size is used costs the machine, not the library.
+constexpr int kTimes = 3;
+
 // Per byte.
 Costs play(Run& run, std::uint64_t megabytes) {
     const std::string path = freshStore(run, "text" + std::to_string(megabytes));
     const auto bytes = static_cast<double>(writeText(path, megabytes * kMegabyte));
     std::unique_ptr<VQRegLib::CRegLib> session;
     const double before = residentKibibytes();
-    Costs costs{};
-    costs.load = secondsOf([&] { session = vqtest::openSession(path); }) / bytes;
+    double load = secondsOf([&] { session = vqtest::openSession(path); });
     require(session->RootKey() != nullptr, "a large text cannot be read");
     run.highest("resident_bytes_per_byte", (residentKibibytes() - before) * 1024 / bytes);
-    costs.save = secondsOf([&] {
-                     requireCode(vqtest::setNumber(*session, "A", 1), VQRegLib::REGLIB_OK, "a set");
-                 }) /
-                 bytes;
+    double save = secondsOf(
+        [&] { requireCode(vqtest::setNumber(*session, "A", 1), VQRegLib::REGLIB_OK, "a set"); });
     requireSameButForChange(path);
-    run.highest("load_ms", costs.load * bytes * 1000);
-    run.highest("save_ms", costs.save * bytes * 1000);
-    return costs;
+    for (std::uint32_t time = 1; time < kTimes; ++time) {
+        session.reset();
+        load = std::min(load, secondsOf([&] { session = vqtest::openSession(path); }));
+        save = std::min(save, secondsOf([&] {
+                            requireCode(vqtest::setNumber(*session, "A", time + 1),
+                                        VQRegLib::REGLIB_OK, "a set");
+                        }));
+    }
+    run.highest("load_ms", load * 1000);
+    run.highest("save_ms", save * 1000);
+    return {load / bytes, save / bytes};
 }
 
 }  // namespace
