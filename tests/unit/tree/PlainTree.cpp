@@ -1,5 +1,6 @@
 #include "unit/tree/PlainTree.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 #include "RegLib/text/LineFormat.h"
@@ -119,10 +120,10 @@ int PlainTree::mergeKey(std::string_view line, PlainNode*& current) {
         return REGLIB_E_BAD_FORMAT;
     }
     PlainNode* at = &root();
-    std::string path(line.substr(1, close - 1));
+    std::string_view path = line.substr(1, close - 1);
     while (!path.empty()) {
-        const std::string name = path.substr(0, path.find('/'));
-        path.erase(0, name.size() + 1);
+        const std::string_view name = path.substr(0, path.find('/'));
+        path.remove_prefix(std::min(path.size(), name.size() + 1));
         PlainNode* next = find(*at, name);
         if (!next) {
             next = &make(*at, name, true);
@@ -152,15 +153,21 @@ int PlainTree::mergeValue(std::string_view line, PlainNode& key) {
     return REGLIB_OK;
 }
 
-std::string PlainTree::textOf(const PlainNode& key) {
-    std::string text = key.name == "<root>" ? "" : key.line + "\n";
-    for (const auto& [name, child] : key.children) {
-        text += child->isKey ? "" : child->line + "\n";
+// Each line once: a key can be a thousand levels deep.
+void PlainTree::appendText(const PlainNode& key, std::string& text) {
+    if (key.name != "<root>") {
+        text.append(key.line).append("\n");
     }
     for (const auto& [name, child] : key.children) {
-        text += child->isKey ? textOf(*child) : "";
+        if (!child->isKey) {
+            text.append(child->line).append("\n");
+        }
     }
-    return text;
+    for (const auto& [name, child] : key.children) {
+        if (child->isKey) {
+            appendText(*child, text);
+        }
+    }
 }
 
 std::string dumpLine(int depth, bool isKey, int type, std::string_view name,
@@ -170,12 +177,13 @@ std::string dumpLine(int depth, bool isKey, int type, std::string_view name,
     return result.append(line).append("\n");
 }
 
-std::string PlainTree::dump(const PlainNode& top, int depth) const {
-    std::string result = dumpLine(depth, top.isKey, top.type, top.name, top.line);
+void PlainTree::appendDump(const PlainNode& top, int depth, std::string& dump) {
+    dump += dumpLine(depth, top.isKey, top.type, top.name, top.line);
     for (const auto& [name, child] : top.children) {
-        result += top.isKey ? dump(*child, depth + 1) : "";
+        if (top.isKey) {
+            appendDump(*child, depth + 1, dump);
+        }
     }
-    return result;
 }
 
 std::vector<PlainNode*> PlainTree::reachable() {

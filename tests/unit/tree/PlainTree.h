@@ -46,10 +46,18 @@ public:
     /// As a reader with lines of at most 2048 bytes goes through a file.
     PlainOutcome merge(std::string_view text);
 
-    std::string text() { return textOf(root()); }
+    std::string text() {
+        std::string text;
+        appendText(root(), text);
+        return text;
+    }
 
     /// A line for each node, those below values left out.
-    std::string dump(const PlainNode& top, int depth = 0) const;
+    static std::string dump(const PlainNode& top) {
+        std::string dump;
+        appendDump(top, 0, dump);
+        return dump;
+    }
 
     /// All nodes that can be reached without going through a value.
     std::vector<PlainNode*> reachable();
@@ -60,7 +68,8 @@ private:
     int mergeLine(std::string_view line, PlainNode*& current);
     int mergeKey(std::string_view line, PlainNode*& current);
     int mergeValue(std::string_view line, PlainNode& key);
-    static std::string textOf(const PlainNode& key);
+    static void appendText(const PlainNode& key, std::string& text);
+    static void appendDump(const PlainNode& top, int depth, std::string& dump);
 
     std::deque<PlainNode> m_nodes;  // handles may stand for nodes that are in the tree no more
 };
