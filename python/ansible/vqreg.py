@@ -255,9 +255,11 @@ def delete_key(store, path, recursive, apply):
 
 def make(file, options, check_mode):
     """Does it, in one write of the store."""
-    with vqreg.Store(file, root=options["root"]) as store, store.locked():
-        change = make_key if options["name"] is None else make_value
-        result = change(store, options, not check_mode)
+    with vqreg.Store(file, root=options["root"]) as store:
+        with store.locked():
+            change = make_key if options["name"] is None else make_value
+            result = change(store, options, not check_mode)
+        # Not before the end of the lock, which writes: who is told looks at the file at once.
         if result["changed"] and not check_mode:
             store.notify()
         return result

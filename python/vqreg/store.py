@@ -192,7 +192,10 @@ class Store:
         return Watch(self._open(), path, timeout)
 
     def notify(self) -> None:
-        """Wakes the change handlers of programs in C++. Watches need no telling."""
+        """Wakes the change handlers of programs in C++. Watches need no telling.
+
+        They look at the file, so call it when the block of `locked` has ended.
+        """
         self._do("vqreg_notify", "")
 
     def reload(self) -> None:

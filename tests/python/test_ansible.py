@@ -4,8 +4,8 @@ import pathlib
 
 import pytest
 import vqreg
-from ansible_module import FOLDER, call, play, program
-from support import follow, wait_until_heard
+from ansible_module import FOLDER, call, loaded, play, program
+from support import Handler, wait_for
 
 
 def test_value_is_set_once(path: pathlib.Path) -> None:
@@ -143,12 +143,21 @@ def test_root_key_and_default_store(path: pathlib.Path) -> None:
 
 def test_change_wakes_handlers(path: pathlib.Path) -> None:
     call(file=str(path), key="K", name="Message", value="first")
-    with follow(path, "K") as daemon:
-        assert daemon.stdout is not None and "first" in daemon.stdout.readline()
-        wait_until_heard(daemon, lambda times: call(file=str(path), key="K", name="Message",
-                                                    value=f"second {times}"))
-        assert "second" in daemon.stdout.readline()
-        daemon.terminate()
+    with Handler(path) as handler:
+        assert call(file=str(path), key="K", name="Message", value="second")["changed"] is True
+        wait_for(handler.calls)
+        assert handler.value("K", "Message") == "second"
+
+
+def test_change_is_in_the_file_when_handlers_are_told(path: pathlib.Path,
+                                                      monkeypatch: pytest.MonkeyPatch) -> None:
+    told: list[str] = []
+    monkeypatch.setattr(vqreg.Store, "notify", lambda store: told.append(path.read_text()))
+    options: dict[str, object] = {"key": "K", "name": "n", "value": 1, "type": None, "state": "present",
+                                  "recursive": False, "file": str(path), "root": None}
+    for check in (True, False, False):
+        loaded().run(options, check)
+    assert told == ['[Velquist]\n[Velquist/K]\n"n"=dword:00000001\n']
 
 
 def examples() -> str:
