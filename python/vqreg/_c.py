@@ -124,6 +124,12 @@ def _declare() -> None:
 _declare()
 
 
+def file_of(store: StoreHandle) -> bytes:
+    """The path of a store's file."""
+    path: bytes = library.vqreg_file(store)
+    return path
+
+
 def told(function: str, *arguments: object) -> bytes:
     """What a call tells that fills a buffer and returns the length of the whole text."""
     size: int = getattr(library, function)(*arguments, None, 0)

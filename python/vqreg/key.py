@@ -66,9 +66,7 @@ class Key(MutableMapping[str, Value]):
 
     def clear(self) -> None:
         """Deletes all values in one write. The sub keys stay."""
-        with self._store.locked():
-            for name in list(self):
-                del self[name]
+        self._store._clear(self.path)
 
     def exists(self) -> bool:
         """Whether there is such a key."""

@@ -4,11 +4,12 @@ from __future__ import annotations
 import ctypes
 import os
 from collections.abc import Iterator
-from contextlib import contextmanager
+from contextlib import AbstractContextManager
 from types import TracebackType
 from typing import TypeVar, overload
 
 from . import _c, values
+from ._calls import Calls, lock
 from .check import check_for
 from .errors import NotFoundError, VqregError, failure
 from .key import Key
@@ -73,15 +74,15 @@ class Store:
     # Values.
 
     def __getitem__(self, place: tuple[str, str]) -> Value:
-        path, name = _pair(place)
+        path, name = values.pair(place)
         return self._read(path, name)
 
     def __setitem__(self, place: tuple[str, str], value: Value) -> None:
-        path, name = _pair(place)
+        path, name = values.pair(place)
         self._write(path, name, value)
 
     def __delitem__(self, place: tuple[str, str]) -> None:
-        path, name = _pair(place)
+        path, name = values.pair(place)
         self._do("vqreg_delete_value", values.shown(path, name), values.named("a path", path),
                  values.named("a value name", name))
 
@@ -158,11 +159,28 @@ class Store:
         """Deletes an empty key, or with `recursive` a key and everything below it, in one write."""
         if path in ("", "/"):
             raise ValueError("the root key cannot be deleted")
-        with self.locked():
+        handle = self._open()
+        with lock(handle):
+            calls = Calls(handle)
             for key in reversed(list(self.walk(path)) if recursive else [self.key(path)]):
-                for name in list(key) if recursive else []:
-                    del key[name]
-                self._do("vqreg_delete_key", key.path, values.named("a path", key.path))
+                if recursive:
+                    self._delete_values(key.path, calls)
+                calls.add(key.path, "vqreg_delete_key", values.named("a path", key.path))
+            calls.run()
+
+    def _clear(self, path: str) -> None:
+        """Deletes the values of a key in one write."""
+        handle = self._open()
+        with lock(handle):
+            calls = Calls(handle)
+            if self._has_key(path):
+                self._delete_values(path, calls)
+            calls.run()
+
+    def _delete_values(self, path: str, calls: Calls) -> None:
+        for name in self.names(path):
+            calls.add(values.shown(path, name), "vqreg_delete_value", values.named("a path", path),
+                      values.named("a value name", name))
 
     # Several changes, and those of others.
 
@@ -170,21 +188,21 @@ class Store:
         """Changes that become one write of the file, or none when the block ends in an exception."""
         return Update(self)
 
-    @contextmanager
-    def locked(self) -> Iterator[None]:
+    def locked(self) -> AbstractContextManager[None]:
         """Nobody else changes the store in this block, and what the block changes becomes one write::
 
             with s.locked():
                 s["Counters", "Starts"] = s.get("Counters", "Starts", 0) + 1
 
-        Other threads and processes wait, so be quick. Blocks nest. What has been changed before an
-        exception stays changed; `update` is for all or nothing.
+        Other threads and processes wait, so be quick. Tasks of an asyncio loop are one thread: no `await` in
+        the block. Blocks nest. What has been changed before an exception stays changed; `update` is for all
+        or nothing. When the store is closed in the block, the calls that follow raise, and what was changed
+        before is written.
+
+        VqregError is raised by a change in the block through a store that leads to the same file by another
+        path, or has another root key, and by the end of the block in a child of fork: the lock is another's.
         """
-        self._do("vqreg_begin_update", "")
-        try:
-            yield
-        finally:
-            self._do("vqreg_end_update", "")
+        return lock(self._open())
 
     def watch(self, path: str = "", timeout: float | None = None) -> Watch:
         """The changes of a key and everything below it, from now on; see `Watch`."""
@@ -211,8 +229,7 @@ class Store:
         return handle
 
     def _file(self) -> bytes:
-        path: bytes = _c.library.vqreg_file(self._open())
-        return path
+        return _c.file_of(self._open())
 
     def _read(self, path: str, name: str) -> Value:
         kind, size = ctypes.c_int(), ctypes.c_size_t(_ROOM)
@@ -227,16 +244,12 @@ class Store:
         return values.of(kind.value, ctypes.string_at(buffer, size.value))
 
     def _write(self, path: str, name: str, value: Value) -> None:
-        kind, data = values.typed(value)
+        function, data = values.setting(value)
         given = values.named("a path", path), values.named("a value name", name)
-        if kind == _c.DWORD:
-            result = self._call("vqreg_set_dword", *given, int(value))
-        elif kind == _c.BINARY:
-            result = self._call("vqreg_set_binary", *given, data, len(data))
-        elif b"\0" in data:  # C would take it for shorter than it is
+        if isinstance(value, str) and "\0" in value:  # C would take it for shorter than it is
             result = _c.E_NOT_STORABLE
         else:
-            result = self._call("vqreg_set_string", *given, data)
+            result = self._call(function, *given, *data)
         if result == _c.E_NOT_STORABLE:
             self.check(path, name, value)  # says why
         if result < 0:
@@ -277,10 +290,3 @@ class Store:
 
     def _failure(self, code: int, what: str) -> VqregError:
         return failure(code, what, self._file())
-
-
-def _pair(place: tuple[str, str]) -> tuple[str, str]:
-    if not (isinstance(place, tuple) and len(place) == 2):
-        raise TypeError('a value is named by path and name, store["Network/Ports", "Http"]; '
-                        'store.key("Network/Ports") is a mapping of names')
-    return place

@@ -35,6 +35,14 @@ def named(what: str, text: str) -> bytes:
     return data
 
 
+def pair(place: tuple[str, str]) -> tuple[str, str]:
+    """Path and name of a value."""
+    if not (isinstance(place, tuple) and len(place) == 2):
+        raise TypeError('a value is named by path and name, store["Network/Ports", "Http"]; '
+                        'store.key("Network/Ports") is a mapping of names')
+    return place
+
+
 def shown(path: str, name: str) -> str:
     """A value as messages name it."""
     return f'{path} "{name}"' if path else f'"{name}"'
@@ -62,6 +70,16 @@ def typed(value: Value) -> tuple[int, bytes]:
     if isinstance(value, (bytes, bytearray, memoryview)):
         return _c.BINARY, bytes(value)
     raise TypeError(f"a value is an int, a str or bytes, not {type(value).__name__}")
+
+
+def setting(value: Value) -> tuple[str, tuple[object, ...]]:
+    """The function that sets such a value, and what it takes behind path and name."""
+    kind, data = typed(value)
+    if kind == _c.DWORD:
+        return "vqreg_set_dword", (int.from_bytes(data, sys.byteorder),)
+    if kind == _c.STRING:
+        return "vqreg_set_string", (data,)
+    return "vqreg_set_binary", (data, len(data))
 
 
 def of(kind: int, data: bytes) -> Value:

@@ -45,13 +45,12 @@ class Watch:
         self._handle: _c.WatchHandle | None = None
         self.timeout = timeout
         self._lock = threading.Lock()
-        file: bytes = _c.library.vqreg_file(store)
-        self._file = file
+        self._file = _c.file_of(store)
         result = ctypes.c_int()
         handle: _c.WatchHandle = _c.library.vqreg_watch_open(store, values.named("a path", path),
                                                              ctypes.byref(result))
         if not handle:
-            raise failure(result.value, path, file)
+            raise failure(result.value, path, self._file)
         handle.process = os.getpid()
         self._handle = handle
 

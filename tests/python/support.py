@@ -29,7 +29,10 @@ def start(program: str, *arguments: str) -> subprocess.Popen[str]:
 def run(program: str, *arguments: str) -> str:
     """What a piece of Python prints in a process of its own, which must end well."""
     child = start(program, *arguments)
-    out, _ = child.communicate(timeout=PATIENCE)
+    try:
+        out, _ = child.communicate(timeout=PATIENCE)
+    finally:
+        child.kill()
     assert child.returncode == 0
     return out
 

@@ -81,3 +81,11 @@ def test_of_a_value_are_two(store: vqreg.Store, place: object) -> None:
         store[place]  # type: ignore[index]
     with pytest.raises(TypeError, match="named by path and name"):
         store[place] = 1  # type: ignore[index]
+    with pytest.raises(TypeError, match="named by path and name"):
+        del store[place]  # type: ignore[arg-type]
+    update = store.update()
+    with pytest.raises(TypeError, match="named by path and name"):
+        update[place] = 1  # type: ignore[index]
+    with pytest.raises(TypeError, match="named by path and name"):
+        del update[place]  # type: ignore[arg-type]
+    assert len(update) == 0
