@@ -5,9 +5,14 @@ import os
 import pathlib
 import subprocess
 import sys
+import threading
 import time
 import traceback
-from collections.abc import Callable
+from collections.abc import Callable, Iterator
+from contextlib import contextmanager
+
+import pytest
+import vqreg
 
 PATIENCE = 20.0  # seconds that nothing takes, but for a test that fails
 
@@ -35,6 +40,29 @@ def run(program: str, *arguments: str) -> str:
         child.kill()
     assert child.returncode == 0
     return out
+
+
+def is_asleep(thread: threading.Thread) -> bool:
+    """Whether a thread waits for something."""
+    stat = pathlib.Path(f"/proc/self/task/{thread.native_id}/stat").read_text()
+    return stat.rpartition(")")[2].split()[0] == "S"
+
+
+@contextmanager
+def away(path: pathlib.Path) -> Iterator[tuple[vqreg.Watch, Callable[[], object]]]:
+    """A watch of a key whose directory is away, and what brings it back, with K "n" changed from 1 to 2."""
+    directory, elsewhere = path.parent / "directory", path.parent / "elsewhere"
+    directory.mkdir()
+    file = directory / "store.cfg"
+    with vqreg.Store(file) as store:
+        store["K", "n"] = 1
+        with store.watch("K", timeout=PATIENCE) as watch:
+            directory.rename(elsewhere)
+            with pytest.raises(vqreg.StoreError):
+                watch.poll()
+            changed = (elsewhere / "store.cfg").read_text().replace("00000001", "00000002")
+            (elsewhere / "store.cfg").write_text(changed)
+            yield watch, lambda: elsewhere.rename(directory)
 
 
 class Handler:
