@@ -57,7 +57,7 @@ options:
 attributes:
   check_mode:
     support: full
-    description: Tells what would be changed. A store that is missing is not made.
+    description: Tells what would be changed. A store or root key that is missing is not made.
   diff_mode:
     support: full
     description: Shows the value, or the key with everything below it, before and after.
@@ -266,7 +266,7 @@ def make(file, options, check_mode):
 
 
 def make_without_a_store(options):
-    """What would happen in a store that is missing, and is not to be made for that."""
+    """What would happen in a store that is missing, or has no root key, and is not to be made for that."""
     path, name = options["key"], options["name"]
     changed, after = options["state"] == "present", None
     if changed and name is not None:
@@ -278,12 +278,21 @@ def make_without_a_store(options):
     return result if name is None else {**result, "before": None, "after": described(after)}
 
 
+def has_root(file, root):
+    """Whether a file has the root key. The opening of a store would make it, and write the file for that."""
+    wanted = (root or "Velquist").encode(errors="surrogateescape").replace(b"\\", b"/").lower() + b"/"
+    with open(file, "rb") as text:
+        keys = re.findall(rb"^\[([^\]\r\n]*)\]", text.read(), re.MULTILINE)
+    return any((key.lower() + b"/").startswith(wanted) for key in keys)
+
+
 def run(options, check_mode):
     file = vqreg.which(options["file"])
     reason = vqreg.why(options["file"])
     if reason:
         raise ValueError(reason)
-    if not os.path.exists(file) and (check_mode or options["state"] == "absent"):
+    may_be_made = options["state"] == "present" and not check_mode
+    if not may_be_made and not (os.path.exists(file) and has_root(file, options["root"])):
         result = make_without_a_store(options)
     else:
         result = make(options["file"], options, check_mode)

@@ -126,6 +126,36 @@ def test_check_mode_changes_nothing_and_makes_no_store(path: pathlib.Path) -> No
     assert path.read_bytes() == before
 
 
+@pytest.mark.parametrize("text, root", [
+    ("", None), ("[Other]\n[Other/Velquist]\n", None), ("[Velquists]\n", None),
+    ("[Velquist]\n", "Velquist/Sub")], ids=ascii)
+def test_file_without_the_root_key_is_left_as_it_is_when_nothing_changes(path: pathlib.Path, text: str,
+                                                                         root: str | None) -> None:
+    path.write_text(text)
+    given = {"file": str(path), "key": "K", "name": "n", **({"root": root} if root else {})}
+    for check in (True, False):
+        assert call(check, state="absent", **given)["changed"] is False
+        assert path.read_text() == text
+    answer = call(True, value=1, **given)
+    assert answer["changed"] is True and answer["after"] == {"type": "dword", "value": 1}
+    assert path.read_text() == text
+    assert call(value=1, **given)["changed"] is True
+    assert call(value=1, **given)["changed"] is False
+
+
+@pytest.mark.parametrize("text, root", [
+    ('[VELQUIST/K] and more\n"n"=dword:00000001\n', None),
+    ('[Velquist]\r\n[velquist/k]\r\n"n"=dword:1\r\n', None),
+    ('[A/B/K]\n"n"=dword:1\n', "a/b")], ids=ascii)
+def test_root_key_of_the_file_is_found_as_the_library_finds_it(path: pathlib.Path, text: str,
+                                                               root: str | None) -> None:
+    path.write_bytes(text.encode())
+    given = {"file": str(path), "key": "K", "name": "n", **({"root": root} if root else {})}
+    answer = call(True, value=2, **given)
+    assert answer["before"] == {"type": "dword", "value": 1}
+    assert call(True, state="absent", **given)["changed"] is True
+
+
 def test_store_that_cannot_be_used_is_a_failure(path: pathlib.Path) -> None:
     missing = str(path.parent / "missing/store.cfg")
     for check in (True, False):
