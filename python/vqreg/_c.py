@@ -92,6 +92,7 @@ _FUNCTIONS: dict[str, tuple[object, list[object]]] = {
     "vqreg_reload": (c_int, [c_void_p]),
     "vqreg_notify": (c_int, [c_void_p]),
     "vqreg_create_key": (c_int, [c_void_p, c_char_p]),
+    "vqreg_has_key": (c_int, [c_void_p, c_char_p]),
     "vqreg_delete_key": (c_int, [c_void_p, c_char_p]),
     "vqreg_get": (c_int, [c_void_p, c_char_p, c_char_p, POINTER(c_int), c_char_p,
                           POINTER(c_size_t)]),

@@ -4,6 +4,7 @@ from __future__ import annotations
 from collections.abc import ItemsView, Iterator, MutableMapping, ValuesView
 from typing import TYPE_CHECKING, Any
 
+from . import values
 from .errors import NotFoundError
 from .values import Value
 
@@ -20,7 +21,7 @@ class Key(MutableMapping[str, Value]):
 
     def __init__(self, store: Store, path: str) -> None:
         self._store = store
-        self.path = path
+        self.path = values.checked("a path", path).removeprefix("/")
 
     def __getitem__(self, name: str) -> Value:
         return self._store[self.path, name]

@@ -11,7 +11,7 @@ from typing import TypeVar, overload
 from . import _c, values
 from ._calls import Calls, lock
 from .check import check_for
-from .errors import NotFoundError, VqregError, failure
+from .errors import NotFoundError, NotStorableError, VqregError, failure
 from .key import Key
 from .update import Update
 from .values import Value
@@ -140,14 +140,24 @@ class Store:
         return found
 
     def walk(self, path: str = "") -> Iterator[Key]:
-        """A key and all keys below it, each before those below it. What is deleted meanwhile is left out."""
-        names = self.subkeys(path)
-        yield self.key(path)
-        for name in names:
+        """A key and all keys below it, each before those below it. What is deleted meanwhile is left out.
+
+        Raises NotStorableError before a key with a sub key that no path reaches: a file that was not written
+        by this module may hold one without a name, or with a backslash in it.
+        """
+        top = self.key(path).path
+        waiting = [top]
+        while waiting:
+            at = waiting.pop()
             try:
-                yield from self.walk(f"{path}/{name}" if path else name)
+                names = self.subkeys(at)
             except NotFoundError:
-                pass
+                if at == top:
+                    raise
+                continue
+            below = [_joined(at, name) for name in names]
+            yield self.key(at)
+            waiting.extend(reversed(below))
 
     def create(self, path: str) -> Key:
         """Makes a key, with those above it. One that exists is left as it is."""
@@ -157,7 +167,7 @@ class Store:
 
     def delete(self, path: str, recursive: bool = False) -> None:
         """Deletes an empty key, or with `recursive` a key and everything below it, in one write."""
-        if path in ("", "/"):
+        if not self.key(path).path:
             raise ValueError("the root key cannot be deleted")
         handle = self._open()
         with lock(handle):
@@ -268,8 +278,12 @@ class Store:
         raise self._failure(result, values.decoded(path))
 
     def _has_key(self, path: str) -> bool:
-        above, _, name = values.named("a path", path).replace(b"\\", b"/").rpartition(b"/")
-        return not name and not above or self._kind(above, name) == "key"
+        result = self._call("vqreg_has_key", values.named("a path", path))
+        if result in (_c.E_KEY_NOT_FOUND, _c.E_NOT_A_KEY):
+            return False
+        if result < 0:
+            raise self._failure(result, path)
+        return True
 
     def _names(self, function: str, path: str) -> list[str]:
         names, count = ctypes.POINTER(ctypes.c_char_p)(), ctypes.c_size_t()
@@ -290,3 +304,12 @@ class Store:
 
     def _failure(self, code: int, what: str) -> VqregError:
         return failure(code, what, self._file())
+
+
+def _joined(path: str, name: str) -> str:
+    """The path of a sub key."""
+    if not name or "\\" in name:
+        fault = f"holds a backslash: {name}" if name else "is empty"
+        reason = f"the name of a sub key {fault}"
+        raise NotStorableError(_c.E_NOT_STORABLE, f"{path}: {reason}" if path else reason)
+    return f"{path}/{name}" if path else name

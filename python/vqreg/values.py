@@ -24,11 +24,16 @@ def decoded(data: bytes) -> str:
     return data.decode("utf-8", "surrogateescape")
 
 
-def named(what: str, text: str) -> bytes:
-    """A path or name for C, which would take it for shorter than it is if it held a NUL."""
+def checked(what: str, text: str) -> str:
+    """A path or name, which nothing else than a str can be."""
     if not isinstance(text, str):
         raise TypeError(f"{what} is a str, not {type(text).__name__}")
-    data = encoded(text)
+    return text
+
+
+def named(what: str, text: str) -> bytes:
+    """A path or name for C, which would take it for shorter than it is if it held a NUL."""
+    data = encoded(checked(what, text))
     at = data.find(b"\0")
     if at >= 0:
         raise ValueError(f"{what} must not hold a NUL: byte {at + 1}")

@@ -109,6 +109,12 @@ def test_key_is_made_and_deleted_once(path: pathlib.Path) -> None:
     assert "root key" in call(state="absent", recursive=True, file=str(path), key="")["msg"]
 
 
+def test_key_that_cannot_be_shown_whole_is_a_failure(path: pathlib.Path) -> None:
+    path.write_text("[Velquist]\n[Velquist/A]\n[Velquist/A//y]\n")
+    answer = call(file=str(path), key="A", state="absent", recursive=True)
+    assert answer["msg"] == "A: the name of a sub key is empty"
+
+
 def test_check_mode_changes_nothing_and_makes_no_store(path: pathlib.Path) -> None:
     present: list[dict[str, object]] = [{"name": "n", "value": 1}, {}]
     absent: list[dict[str, object]] = [{"name": "n"}, {}]

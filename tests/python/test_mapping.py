@@ -89,6 +89,41 @@ def test_walk_names_each_key_before_those_below_it(store: vqreg.Store) -> None:
         list(store.walk("X"))
 
 
+def test_path_may_begin_with_a_slash(store: vqreg.Store) -> None:
+    store["A/B", "n"] = 1
+    assert [key.path for key in store.walk("/")] == ["", "A", "A/B"]
+    assert [key.path for key in store.walk("/A")] == ["A", "A/B"]
+    assert store.key("/").path == "" and (store.key("/") / "A").path == "A"
+    assert store.create("/C").path == "C"
+    assert dict(store.key("/A/B")) == {"n": 1}
+    assert "/A/B" in store and "/A\\B" in store and "//A" not in store
+
+
+def test_walk_goes_as_deep_as_a_path_may(store: vqreg.Store) -> None:
+    names = ["x"] * 1000
+    store.create("/".join(names))
+    assert sum(1 for _ in store.walk()) == 1001
+    store.delete("x", recursive=True)
+    assert store.subkeys() == []
+
+
+@pytest.mark.parametrize("path_in_file, named", [
+    ("/y", "the name of a sub key is empty"), ("A//y", "A: the name of a sub key is empty"),
+    ("A/a\\b", "A: the name of a sub key holds a backslash: a\\b")])
+def test_sub_key_that_no_path_reaches_is_named(path: pathlib.Path, path_in_file: str, named: str) -> None:
+    text = f'[Velquist]\n[Velquist/A]\n"n"=dword:00000001\n[Velquist/{path_in_file}]\n"v"=dword:00000001\n'
+    path.write_text(text)
+    with vqreg.Store(path) as store:
+        with pytest.raises(vqreg.NotStorableError) as caught:
+            list(store.walk())
+        assert str(caught.value) == named
+        if path_in_file.startswith("A"):
+            with pytest.raises(vqreg.NotStorableError):
+                store.delete("A", recursive=True)
+        assert store["A", "n"] == 1
+    assert path.read_text() == text
+
+
 def test_walk_leaves_out_what_is_deleted_meanwhile(store: vqreg.Store) -> None:
     for name in ["A", "B"]:
         store.create(name)
