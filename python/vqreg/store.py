@@ -10,7 +10,7 @@ from typing import TypeVar, overload
 
 from . import _c, values
 from ._calls import Calls, lock
-from .check import check_for
+from .check import check_for, check_root
 from .errors import NotFoundError, NotStorableError, VqregError, failure
 from .key import Key
 from .update import Update
@@ -44,6 +44,8 @@ class Store:
         result = ctypes.c_int()
         handle: _c.StoreHandle = _c.library.vqreg_open(path, name, ctypes.byref(result))
         if not handle:
+            if result.value == _c.E_NOT_STORABLE and name is not None:
+                check_root(name)  # says why
             raise failure(result.value, "", path)
         self._handle = handle
 

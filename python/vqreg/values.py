@@ -16,7 +16,13 @@ _LARGEST = 0xFFFF_FFFF
 
 def encoded(text: str) -> bytes:
     """A name, path or text as the file has it: UTF-8, with bytes that are none as `os.fsdecode` has them."""
-    return text.encode("utf-8", "surrogateescape")
+    try:
+        return text.encode("utf-8", "surrogateescape")
+    except UnicodeEncodeError as error:
+        from .errors import NotStorableError  # which needs this module
+
+        at = len(encoded(text[:error.start])) + 1
+        raise NotStorableError(_c.E_NOT_STORABLE, f"a text must not hold a lone surrogate: byte {at}") from None
 
 
 def decoded(data: bytes) -> str:
@@ -61,7 +67,7 @@ def file_path(file: str | bytes | os.PathLike[str] | None) -> bytes | None:
     at = path.find(b"\0")
     if at >= 0:
         raise ValueError(f"a path must not hold a NUL: byte {at + 1}")
-    return os.path.join(os.getcwdb(), path) if path else path
+    return os.path.join(os.getcwdb(), path) if path and not os.path.isabs(path) else path
 
 
 def typed(value: Value) -> tuple[int, bytes]:
