@@ -2,7 +2,7 @@
 from __future__ import annotations
 
 from collections.abc import ItemsView, Iterator, MutableMapping, ValuesView
-from typing import TYPE_CHECKING, Any
+from typing import TYPE_CHECKING
 
 from . import values
 from .errors import NotFoundError
@@ -59,11 +59,13 @@ class Key(MutableMapping[str, Value]):
         """Values, in the order of their names."""
         return _Values(self)
 
-    def update(self, *others: Any, **more: Any) -> None:
-        """Sets all values of a mapping, or of pairs, in one write."""
-        with self._store.update() as changes:
-            for name, value in dict(*others, **more).items():
-                changes[self.path, name] = value
+    if not TYPE_CHECKING:  # checkers take it from MutableMapping, whose types are what it takes
+
+        def update(self, other=(), /, **more):
+            """Sets all values of a mapping, or of pairs, in one write."""
+            with self._store.update() as changes:
+                for name, value in dict(other, **more).items():
+                    changes[self.path, name] = value
 
     def clear(self) -> None:
         """Deletes all values in one write. The sub keys stay."""

@@ -204,7 +204,8 @@ class Store:
         """Nobody else changes the store in this block, and what the block changes becomes one write::
 
             with s.locked():
-                s["Counters", "Starts"] = s.get("Counters", "Starts", 0) + 1
+                starts = s.get("Counters", "Starts", 0)
+                s["Counters", "Starts"] = starts + 1 if isinstance(starts, int) else 1
 
         Other threads and processes wait, so be quick. Tasks of an asyncio loop are one thread: no `await` in
         the block. Blocks nest. What has been changed before an exception stays changed; `update` is for all

@@ -2,8 +2,8 @@
 # run.sh PROJECT LIBRARY PRIVATE_ROOT PYTHON FILE|types|wheel|documents
 #
 # Runs the tests of a file of this folder in a private root, with the built library and the module as it lies
-# in the sources. types: checks the types of the module and of the tests. wheel: builds the wheel and
-# uses what is in it. documents: runs the Python of the documents.
+# in the sources. types: checks the types of the module, of the tests and of what the documents
+# show. wheel: builds the wheel and uses what is in it. documents: runs the Python of the documents.
 set -euo pipefail
 
 project=$1
@@ -35,7 +35,14 @@ types() {
     needs mypy mypy
     needs pytest python3-pytest
     cd "$project"
-    exec "$python" -m mypy --strict --cache-dir "$(dirname "$library")/../mypy" python/vqreg tests/python
+    work=$(mktemp -d "$(dirname "$library")/types-XXXXXX")
+    trap 'rm -rf "$work"' EXIT
+    local document
+    for document in README docs/python; do
+        sed -n '/^```python$/,/^```$/{/^```/!p}' "$document.md" >"$work/of_${document##*/}.py"
+        [ -s "$work/of_${document##*/}.py" ] || fail "$document.md has no Python"
+    done
+    "$python" -m mypy --strict --cache-dir "$(dirname "$library")/../mypy" python/vqreg tests/python "$work"
 }
 
 fail() {

@@ -123,7 +123,7 @@ def test_each_change_goes_to_one_of_several_tasks(store: vqreg.Store) -> None:
         for i in range(10):
             tasks = [asyncio.create_task(watch.__anext__()) for _ in range(3)]
             await asyncio.sleep(0)
-            await asyncio.to_thread(store.key("K").update, a=i, b=i, c=i)
+            await asyncio.to_thread(lambda: store.key("K").update(a=i, b=i, c=i))
             changes = await asyncio.wait_for(asyncio.gather(*tasks), PATIENCE / 2)
             assert sorted(change.name or "" for change in changes) == ["a", "b", "c"]
 

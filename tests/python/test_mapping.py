@@ -71,6 +71,22 @@ def test_key_is_filled_and_emptied_in_one_write(store: vqreg.Store, path: pathli
     assert backup.read_text().count("\n") == 6
 
 
+def test_key_is_filled_with_what_a_mapping_is_filled_with(store: vqreg.Store) -> None:
+    key = store.key("K")
+    key.update([("pair", 1)], named=2)
+    key.update(self=3, other=4)
+    key.update(store.key("K"))
+    key.update()
+    assert dict(key) == {"pair": 1, "named": 2, "self": 3, "other": 4}
+    with pytest.raises(TypeError, match="not iterable"):
+        key.update(3)  # type: ignore[call-overload]
+    with pytest.raises(TypeError, match="an int, a str or bytes"):
+        key.update({"a": None})  # type: ignore[dict-item]
+    with pytest.raises(TypeError, match="is a str"):
+        key.update({1: 2})  # type: ignore[dict-item]
+    assert len(key) == 4
+
+
 def test_key_has_keys_below_it(store: vqreg.Store) -> None:
     store["A/B/C", "n"] = 1
     key = store.key() / "A" / "B"
