@@ -42,7 +42,7 @@ class Key(MutableMapping[str, Value]):
         return sum(1 for _ in self)
 
     def __contains__(self, name: object) -> bool:
-        return isinstance(name, str) and (self.path, name) in self._store
+        return (self.path, name) in self._store
 
     def __truediv__(self, path: str) -> Key:
         """The key of that path below this one."""
@@ -87,6 +87,10 @@ class _Items(ItemsView[str, Value]):
     """Pairs as one look at the store gives them."""
 
     _mapping: Key
+
+    def __contains__(self, item: object) -> bool:
+        return (isinstance(item, tuple) and len(item) == 2 and item[0] in self._mapping
+                and super().__contains__(item))
 
     def __iter__(self) -> Iterator[tuple[str, Value]]:
         try:

@@ -89,13 +89,14 @@ class Store:
                  values.named("a value name", name))
 
     def __contains__(self, place: object) -> bool:
-        """Whether there is a value, for a pair of path and name, or a key, for a path alone."""
-        if isinstance(place, str):
-            return self._has_key(place)
-        if not (isinstance(place, tuple) and len(place) == 2):
-            return False
-        path, name = place
-        return self._kind(values.named("a path", path), values.named("a value name", name)) == "value"
+        """Whether there is a value, for a pair of path and name, or a key, for a path alone.
+
+        False for what is neither.
+        """
+        if isinstance(place, tuple) and len(place) == 2 and all(map(values.is_name, place)):
+            path, name = place
+            return self._kind(values.encoded(path), values.encoded(name)) == "value"
+        return values.is_name(place) and self._has_key(place)
 
     @overload
     def get(self, path: str, name: str) -> Value | None: ...

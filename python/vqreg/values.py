@@ -4,7 +4,7 @@ from __future__ import annotations
 import ctypes
 import os
 import sys
-from typing import Union
+from typing import TypeGuard, Union
 
 from . import _c
 
@@ -44,6 +44,15 @@ def named(what: str, text: str) -> bytes:
     if at >= 0:
         raise ValueError(f"{what} must not hold a NUL: byte {at + 1}")
     return data
+
+
+def is_name(given: object) -> TypeGuard[str]:
+    """Whether there can be something of that path or name."""
+    try:
+        named("a name", given)  # type: ignore[arg-type]
+    except (TypeError, ValueError):
+        return False
+    return True
 
 
 def pair(place: tuple[str, str]) -> tuple[str, str]:

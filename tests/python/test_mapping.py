@@ -71,6 +71,16 @@ def test_key_is_filled_and_emptied_in_one_write(store: vqreg.Store, path: pathli
     assert backup.read_text().count("\n") == 6
 
 
+@pytest.mark.parametrize("name", [1, None, b"n", ("n",), [], "a\0", "\ud800"], ids=ascii)
+def test_what_is_no_name_is_not_in_it(store: vqreg.Store, name: object) -> None:
+    key = store.key("K")
+    key["n"] = 1
+    assert name not in key and name not in key.keys() and (name, 1) not in key.items()
+    assert ("K", name) not in store and (name, "n") not in store and name not in store
+    assert ("n", 1) in key.items() and ("N", 1) in key.items() and ("n", 2) not in key.items()
+    assert name not in key.items() and 1 in key.values()
+
+
 def test_key_is_filled_with_what_a_mapping_is_filled_with(store: vqreg.Store) -> None:
     key = store.key("K")
     key.update([("pair", 1)], named=2)
