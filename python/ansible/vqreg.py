@@ -25,7 +25,9 @@ options:
   value:
     description:
       - A whole number, a text, or the bytes of a binary value as pairs of hexadecimal digits.
-      - C(true) and C(false) are the numbers 1 and 0.
+      - C(true) and C(false) are the numbers 1 and 0, without quotes in YAML. Where they arrive as texts, as
+        in C(value=true) on one line, they are so only for a C(dword).
+      - For a C(string), put in quotes what YAML takes for something else, such as C(010), which arrives as 8.
       - Needed for a value that shall be present, and ignored for one that shall be absent.
     type: raw
   type:
@@ -148,11 +150,17 @@ def to_dword(given):
         return int(given)
     if isinstance(given, str) and ANY_NUMBER.fullmatch(given):
         return number_of(given)
+    if isinstance(given, str) and given.lower() in ("true", "false"):  # of key=value, and of templates
+        return int(given.lower() == "true")
     raise ValueError(f"a dword must be a number from 0 to 4294967295, in decimal or with 0x: {given!r}")
 
 
 def to_string(given):
-    """Only what YAML has left as it was written: 1.10, yes and 007 are other texts when they arrive."""
+    """A text, or a whole number as it is written in decimal.
+
+    What YAML takes for something else is another text when it arrives. 1.10 and yes can be told from a text
+    then, and are refused; 010 cannot, and is "8".
+    """
     if isinstance(given, str):
         return given
     if isinstance(given, int) and not isinstance(given, bool):

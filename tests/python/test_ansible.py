@@ -29,6 +29,7 @@ def test_value_is_set_once(path: pathlib.Path) -> None:
     ("-1", None, "-1"), ("0x123456789", None, "0x123456789"),
     ("8080", "string", "8080"), (12, "string", "12"), ("ä ü", "string", "ä ü"),
     ("007", "dword", 7), ("0xff", "dword", 255), (True, "dword", 1),
+    ("true", "dword", 1), ("False", "dword", 0), ("true", None, "true"),
     ("00FFab", "binary", b"\0\xff\xab"), ("", "binary", b""),
 ])
 def test_value_is_of_the_type_that_is_named_or_guessed(path: pathlib.Path, given: object,
@@ -39,6 +40,14 @@ def test_value_is_of_the_type_that_is_named_or_guessed(path: pathlib.Path, given
     shown = value.hex().upper() if isinstance(value, bytes) else value
     assert answer["after"]["value"] == shown
     assert call(file=str(path), key="K", name="n", value=given)["changed"] is False
+
+
+def test_truth_that_arrives_as_a_text_is_a_number_where_one_is(path: pathlib.Path) -> None:
+    with vqreg.Store(path) as store:
+        store["K", "n"] = 1
+    assert call(file=str(path), key="K", name="n", value="True")["changed"] is False
+    assert call(file=str(path), key="K", name="n", value="false")["after"] == {"type": "dword", "value": 0}
+    assert "a dword must be a number" in call(file=str(path), key="K", name="n", value="yes")["msg"]
 
 
 def test_value_that_exists_keeps_its_type_unless_told(path: pathlib.Path) -> None:
