@@ -58,6 +58,13 @@ wheel() {
     CC=false CXX=false "$project/scripts/wheel" "$work" >"$work/log" 2>&1 || fail "$(cat "$work/log")"
     local file=$work/vqreg-$VQREG_VERSION-py3-none-any.whl
     [ -e "$file" ] || fail "there is no ${file##*/}: $(ls "$work")"
+    # Who builds it does not matter, and the time is that of the last change.
+    local time
+    if time=$(git -C "$project" log -1 --format=%ct 2>/dev/null); then
+        (umask 077 && SOURCE_DATE_EPOCH=$time "$project/scripts/wheel" "$work/again" >"$work/log" 2>&1) ||
+            fail "$(cat "$work/log")"
+        cmp "$file" "$work/again/${file##*/}" || fail "the wheel is another one each time"
+    fi
     (cd "$work" && "$python" -m zipfile -e "$file" unpacked)
     (cd "$project/python" && find vqreg -name '*.py' -o -name py.typed) | sort >"$work/wanted"
     (cd "$work/unpacked" && find vqreg -type f) | sort | diff "$work/wanted" - ||
@@ -67,6 +74,8 @@ wheel() {
 import importlib.metadata, os, vqreg
 assert vqreg.__file__.startswith(os.environ["PYTHONPATH"]), vqreg.__file__
 assert importlib.metadata.version("vqreg") == vqreg.__version__
+about = importlib.metadata.metadata("vqreg")
+assert "Typing :: Typed" in about.get_all("Classifier") and about["Requires-Python"] == ">=3.10", about
 with vqreg.Store("/tmp/store.cfg") as s:
     s["K", "n"] = 1
     assert s["K", "n"] == 1'
