@@ -44,9 +44,9 @@ class Watch:
     loops have `fileno` and `poll`.
 
     While the file is malformed or cannot be read, iterating waits until it is mended. Several changes of one
-    value that came before anybody looked are one. Several threads may use a watch, or
-    several tasks of one loop: each change goes to one of them. A child of fork may not; it makes its own. A
-    context manager that closes it.
+    value that came before anybody looked are one. Several threads may use a watch, or several tasks of one
+    loop: each change goes to one of them. A child of fork may not; it makes its own. A context manager that
+    closes it.
     """
 
     def __init__(self, store: _c.StoreHandle, path: str, timeout: float | None) -> None:

@@ -78,6 +78,7 @@ class Handler:
                                          stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
         self._ask("open", str(path), "-")
         self._ask("watch")
+        wait_for(self._watches)
         assert self.calls() == 0
 
     def __enter__(self) -> Handler:
@@ -85,6 +86,11 @@ class Handler:
 
     def __exit__(self, *_: object) -> None:
         self._program.communicate(timeout=PATIENCE)
+
+    def _watches(self) -> bool:
+        """Whether its thread has looked for the first time, and waits."""
+        stats = [stat.read_text() for stat in pathlib.Path(f"/proc/{self._program.pid}/task").glob("*/stat")]
+        return any("(FileWatch) S" in stat for stat in stats)
 
     def _ask(self, *order: str) -> list[str]:
         assert self._program.stdin is not None and self._program.stdout is not None
