@@ -16,5 +16,7 @@ install(FILES ${PROJECT_SOURCE_DIR}/docs/python.md DESTINATION ${doc} COMPONENT 
 # For importlib.metadata, and for pip, which then knows that it is there.
 set(metadata ${PROJECT_BINARY_DIR}/vqreg-${PROJECT_VERSION}.dist-info)
 file(WRITE ${metadata}/METADATA
-     "Metadata-Version: 2.1\nName: vqreg\nVersion: ${PROJECT_VERSION}\nSummary: ${PROJECT_DESCRIPTION}\n")
+     "Metadata-Version: 2.1\nName: vqreg\nVersion: ${PROJECT_VERSION}\nSummary: ${PROJECT_DESCRIPTION}\n"
+     "Requires-Python: >=3.10\nClassifier: Operating System :: POSIX :: Linux\nClassifier: Typing :: Typed\n")
+file(WRITE ${metadata}/INSTALLER "debian\n")  # pip then leaves it alone
 install(DIRECTORY ${metadata} DESTINATION ${VQREGLIB_PYTHON_MODULES} COMPONENT python)

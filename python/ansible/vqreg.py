@@ -25,7 +25,9 @@ options:
   value:
     description:
       - A whole number, a text, or the bytes of a binary value as pairs of hexadecimal digits.
-      - C(true) and C(false) are the numbers 1 and 0.
+      - C(true) and C(false) are the numbers 1 and 0, without quotes in YAML. Where they arrive as texts, as
+        in C(value=true) on one line, they are so only for a C(dword).
+      - For a C(string), put in quotes what YAML takes for something else, such as C(010), which arrives as 8.
       - Needed for a value that shall be present, and ignored for one that shall be absent.
     type: raw
   type:
@@ -57,7 +59,7 @@ options:
 attributes:
   check_mode:
     support: full
-    description: Tells what would be changed. A store that is missing is not made.
+    description: Tells what would be changed. A store or root key that is missing is not made.
   diff_mode:
     support: full
     description: Shows the value, or the key with everything below it, before and after.
@@ -148,11 +150,17 @@ def to_dword(given):
         return int(given)
     if isinstance(given, str) and ANY_NUMBER.fullmatch(given):
         return number_of(given)
+    if isinstance(given, str) and given.lower() in ("true", "false"):  # of key=value, and of templates
+        return int(given.lower() == "true")
     raise ValueError(f"a dword must be a number from 0 to 4294967295, in decimal or with 0x: {given!r}")
 
 
 def to_string(given):
-    """Only what YAML has left as it was written: 1.10, yes and 007 are other texts when they arrive."""
+    """A text, or a whole number as it is written in decimal.
+
+    What YAML takes for something else is another text when it arrives. 1.10 and yes can be told from a text
+    then, and are refused; 010 cannot, and is "8".
+    """
     if isinstance(given, str):
         return given
     if isinstance(given, int) and not isinstance(given, bool):
@@ -255,16 +263,18 @@ def delete_key(store, path, recursive, apply):
 
 def make(file, options, check_mode):
     """Does it, in one write of the store."""
-    with vqreg.Store(file, root=options["root"]) as store, store.locked():
-        change = make_key if options["name"] is None else make_value
-        result = change(store, options, not check_mode)
+    with vqreg.Store(file, root=options["root"]) as store:
+        with store.locked():
+            change = make_key if options["name"] is None else make_value
+            result = change(store, options, not check_mode)
+        # Not before the end of the lock, which writes: who is told looks at the file at once.
         if result["changed"] and not check_mode:
             store.notify()
         return result
 
 
 def make_without_a_store(options):
-    """What would happen in a store that is missing, and is not to be made for that."""
+    """What would happen in a store that is missing, or has no root key, and is not to be made for that."""
     path, name = options["key"], options["name"]
     changed, after = options["state"] == "present", None
     if changed and name is not None:
@@ -276,12 +286,21 @@ def make_without_a_store(options):
     return result if name is None else {**result, "before": None, "after": described(after)}
 
 
+def has_root(file, root):
+    """Whether a file has the root key. The opening of a store would make it, and write the file for that."""
+    wanted = (root or "Velquist").encode(errors="surrogateescape").replace(b"\\", b"/").lower() + b"/"
+    with open(file, "rb") as text:
+        keys = re.findall(rb"^\[([^\]\r\n]*)\]", text.read(), re.MULTILINE)
+    return any((key.lower() + b"/").startswith(wanted) for key in keys)
+
+
 def run(options, check_mode):
     file = vqreg.which(options["file"])
     reason = vqreg.why(options["file"])
     if reason:
         raise ValueError(reason)
-    if not os.path.exists(file) and (check_mode or options["state"] == "absent"):
+    may_be_made = options["state"] == "present" and not check_mode
+    if not may_be_made and not (os.path.exists(file) and has_root(file, options["root"])):
         result = make_without_a_store(options)
     else:
         result = make(options["file"], options, check_mode)

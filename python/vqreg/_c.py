@@ -8,6 +8,7 @@ from __future__ import annotations
 
 import ctypes
 from ctypes import POINTER, c_char_p, c_int, c_size_t, c_uint32, c_void_p
+from typing import NoReturn
 
 OK = 0
 E_FAIL = -1054535776
@@ -37,7 +38,14 @@ def _load() -> ctypes.CDLL:
 library = _load()
 
 
-class StoreHandle(c_void_p):
+class Handle(c_void_p):
+    """A pointer that one object owns. ctypes would give its number to copies and to other processes."""
+
+    def __reduce__(self) -> NoReturn:
+        raise TypeError("an open store or watch cannot be copied or pickled")
+
+
+class StoreHandle(Handle):
     """vqreg_store*, closed when nobody refers to it any more: no thread closes it under another one."""
 
     def __del__(self) -> None:
@@ -45,7 +53,7 @@ class StoreHandle(c_void_p):
             library.vqreg_close(self)
 
 
-class WatchHandle(c_void_p):
+class WatchHandle(Handle):
     """vqreg_watch*, closed in the same way."""
 
     process = 0  # that has opened it
@@ -84,6 +92,7 @@ _FUNCTIONS: dict[str, tuple[object, list[object]]] = {
     "vqreg_reload": (c_int, [c_void_p]),
     "vqreg_notify": (c_int, [c_void_p]),
     "vqreg_create_key": (c_int, [c_void_p, c_char_p]),
+    "vqreg_has_key": (c_int, [c_void_p, c_char_p]),
     "vqreg_delete_key": (c_int, [c_void_p, c_char_p]),
     "vqreg_get": (c_int, [c_void_p, c_char_p, c_char_p, POINTER(c_int), c_char_p,
                           POINTER(c_size_t)]),
@@ -114,6 +123,12 @@ def _declare() -> None:
 
 
 _declare()
+
+
+def file_of(store: StoreHandle) -> bytes:
+    """The path of a store's file."""
+    path: bytes = library.vqreg_file(store)
+    return path
 
 
 def told(function: str, *arguments: object) -> bytes:

@@ -2,8 +2,9 @@
 from __future__ import annotations
 
 from collections.abc import ItemsView, Iterator, MutableMapping, ValuesView
-from typing import TYPE_CHECKING, Any
+from typing import TYPE_CHECKING
 
+from . import values
 from .errors import NotFoundError
 from .values import Value
 
@@ -20,7 +21,7 @@ class Key(MutableMapping[str, Value]):
 
     def __init__(self, store: Store, path: str) -> None:
         self._store = store
-        self.path = path
+        self.path = values.checked("a path", path).removeprefix("/")
 
     def __getitem__(self, name: str) -> Value:
         return self._store[self.path, name]
@@ -41,7 +42,7 @@ class Key(MutableMapping[str, Value]):
         return sum(1 for _ in self)
 
     def __contains__(self, name: object) -> bool:
-        return isinstance(name, str) and (self.path, name) in self._store
+        return (self.path, name) in self._store
 
     def __truediv__(self, path: str) -> Key:
         """The key of that path below this one."""
@@ -58,17 +59,17 @@ class Key(MutableMapping[str, Value]):
         """Values, in the order of their names."""
         return _Values(self)
 
-    def update(self, *others: Any, **more: Any) -> None:
-        """Sets all values of a mapping, or of pairs, in one write."""
-        with self._store.update() as changes:
-            for name, value in dict(*others, **more).items():
-                changes[self.path, name] = value
+    if not TYPE_CHECKING:  # checkers take it from MutableMapping, whose types are what it takes
+
+        def update(self, other=(), /, **more):
+            """Sets all values of a mapping, or of pairs, in one write."""
+            with self._store.update() as changes:
+                for name, value in dict(other, **more).items():
+                    changes[self.path, name] = value
 
     def clear(self) -> None:
         """Deletes all values in one write. The sub keys stay."""
-        with self._store.locked():
-            for name in list(self):
-                del self[name]
+        self._store._clear(self.path)
 
     def exists(self) -> bool:
         """Whether there is such a key."""
@@ -86,6 +87,10 @@ class _Items(ItemsView[str, Value]):
     """Pairs as one look at the store gives them."""
 
     _mapping: Key
+
+    def __contains__(self, item: object) -> bool:
+        return (isinstance(item, tuple) and len(item) == 2 and item[0] in self._mapping
+                and super().__contains__(item))
 
     def __iter__(self) -> Iterator[tuple[str, Value]]:
         try:

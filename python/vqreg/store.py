@@ -4,13 +4,14 @@ from __future__ import annotations
 import ctypes
 import os
 from collections.abc import Iterator
-from contextlib import contextmanager
+from contextlib import AbstractContextManager
 from types import TracebackType
 from typing import TypeVar, overload
 
 from . import _c, values
-from .check import check_for
-from .errors import NotFoundError, VqregError, failure
+from ._calls import Calls, lock
+from .check import check_for, check_root
+from .errors import NotFoundError, NotStorableError, VqregError, failure
 from .key import Key
 from .update import Update
 from .values import Value
@@ -43,6 +44,8 @@ class Store:
         result = ctypes.c_int()
         handle: _c.StoreHandle = _c.library.vqreg_open(path, name, ctypes.byref(result))
         if not handle:
+            if result.value == _c.E_NOT_STORABLE and name is not None:
+                check_root(name)  # says why
             raise failure(result.value, "", path)
         self._handle = handle
 
@@ -73,26 +76,27 @@ class Store:
     # Values.
 
     def __getitem__(self, place: tuple[str, str]) -> Value:
-        path, name = _pair(place)
+        path, name = values.pair(place)
         return self._read(path, name)
 
     def __setitem__(self, place: tuple[str, str], value: Value) -> None:
-        path, name = _pair(place)
+        path, name = values.pair(place)
         self._write(path, name, value)
 
     def __delitem__(self, place: tuple[str, str]) -> None:
-        path, name = _pair(place)
+        path, name = values.pair(place)
         self._do("vqreg_delete_value", values.shown(path, name), values.named("a path", path),
                  values.named("a value name", name))
 
     def __contains__(self, place: object) -> bool:
-        """Whether there is a value, for a pair of path and name, or a key, for a path alone."""
-        if isinstance(place, str):
-            return self._has_key(place)
-        if not (isinstance(place, tuple) and len(place) == 2):
-            return False
-        path, name = place
-        return self._kind(values.named("a path", path), values.named("a value name", name)) == "value"
+        """Whether there is a value, for a pair of path and name, or a key, for a path alone.
+
+        False for what is neither.
+        """
+        if isinstance(place, tuple) and len(place) == 2 and all(map(values.is_name, place)):
+            path, name = place
+            return self._kind(values.encoded(path), values.encoded(name)) == "value"
+        return values.is_name(place) and self._has_key(place)
 
     @overload
     def get(self, path: str, name: str) -> Value | None: ...
@@ -139,14 +143,24 @@ class Store:
         return found
 
     def walk(self, path: str = "") -> Iterator[Key]:
-        """A key and all keys below it, each before those below it. What is deleted meanwhile is left out."""
-        names = self.subkeys(path)
-        yield self.key(path)
-        for name in names:
+        """A key and all keys below it, each before those below it. What is deleted meanwhile is left out.
+
+        Raises NotStorableError before a key with a sub key that no path reaches: a file that was not written
+        by this module may hold one without a name, or with a backslash in it.
+        """
+        top = self.key(path).path
+        waiting = [top]
+        while waiting:
+            at = waiting.pop()
             try:
-                yield from self.walk(f"{path}/{name}" if path else name)
+                names = self.subkeys(at)
             except NotFoundError:
-                pass
+                if at == top:
+                    raise
+                continue
+            below = [_joined(at, name) for name in names]
+            yield self.key(at)
+            waiting.extend(reversed(below))
 
     def create(self, path: str) -> Key:
         """Makes a key, with those above it. One that exists is left as it is."""
@@ -156,13 +170,30 @@ class Store:
 
     def delete(self, path: str, recursive: bool = False) -> None:
         """Deletes an empty key, or with `recursive` a key and everything below it, in one write."""
-        if path in ("", "/"):
+        if not self.key(path).path:
             raise ValueError("the root key cannot be deleted")
-        with self.locked():
+        handle = self._open()
+        with lock(handle):
+            calls = Calls(handle)
             for key in reversed(list(self.walk(path)) if recursive else [self.key(path)]):
-                for name in list(key) if recursive else []:
-                    del key[name]
-                self._do("vqreg_delete_key", key.path, values.named("a path", key.path))
+                if recursive:
+                    self._delete_values(key.path, calls)
+                calls.add(key.path, "vqreg_delete_key", values.named("a path", key.path))
+            calls.run()
+
+    def _clear(self, path: str) -> None:
+        """Deletes the values of a key in one write."""
+        handle = self._open()
+        with lock(handle):
+            calls = Calls(handle)
+            if self._has_key(path):
+                self._delete_values(path, calls)
+            calls.run()
+
+    def _delete_values(self, path: str, calls: Calls) -> None:
+        for name in self.names(path):
+            calls.add(values.shown(path, name), "vqreg_delete_value", values.named("a path", path),
+                      values.named("a value name", name))
 
     # Several changes, and those of others.
 
@@ -170,21 +201,22 @@ class Store:
         """Changes that become one write of the file, or none when the block ends in an exception."""
         return Update(self)
 
-    @contextmanager
-    def locked(self) -> Iterator[None]:
+    def locked(self) -> AbstractContextManager[None]:
         """Nobody else changes the store in this block, and what the block changes becomes one write::
 
             with s.locked():
-                s["Counters", "Starts"] = s.get("Counters", "Starts", 0) + 1
+                starts = s.get("Counters", "Starts", 0)
+                s["Counters", "Starts"] = starts + 1 if isinstance(starts, int) else 1
 
-        Other threads and processes wait, so be quick. Blocks nest. What has been changed before an
-        exception stays changed; `update` is for all or nothing.
+        Other threads and processes wait, so be quick. Tasks of an asyncio loop are one thread: no `await` in
+        the block. Blocks nest. What has been changed before an exception stays changed; `update` is for all
+        or nothing. When the store is closed in the block, the calls that follow raise, and what was changed
+        before is written.
+
+        VqregError is raised by a change in the block through a store that leads to the same file by another
+        path, or has another root key, and by the end of the block in a child of fork: the lock is another's.
         """
-        self._do("vqreg_begin_update", "")
-        try:
-            yield
-        finally:
-            self._do("vqreg_end_update", "")
+        return lock(self._open())
 
     def watch(self, path: str = "", timeout: float | None = None) -> Watch:
         """The changes of a key and everything below it, from now on; see `Watch`."""
@@ -192,7 +224,10 @@ class Store:
         return Watch(self._open(), path, timeout)
 
     def notify(self) -> None:
-        """Wakes the change handlers of programs in C++. Watches need no telling."""
+        """Wakes the change handlers of programs in C++. Watches need no telling.
+
+        They look at the file, so call it when the block of `locked` has ended.
+        """
         self._do("vqreg_notify", "")
 
     def reload(self) -> None:
@@ -208,8 +243,7 @@ class Store:
         return handle
 
     def _file(self) -> bytes:
-        path: bytes = _c.library.vqreg_file(self._open())
-        return path
+        return _c.file_of(self._open())
 
     def _read(self, path: str, name: str) -> Value:
         kind, size = ctypes.c_int(), ctypes.c_size_t(_ROOM)
@@ -224,16 +258,12 @@ class Store:
         return values.of(kind.value, ctypes.string_at(buffer, size.value))
 
     def _write(self, path: str, name: str, value: Value) -> None:
-        kind, data = values.typed(value)
+        function, data = values.setting(value)
         given = values.named("a path", path), values.named("a value name", name)
-        if kind == _c.DWORD:
-            result = self._call("vqreg_set_dword", *given, int(value))
-        elif kind == _c.BINARY:
-            result = self._call("vqreg_set_binary", *given, data, len(data))
-        elif b"\0" in data:  # C would take it for shorter than it is
+        if isinstance(value, str) and "\0" in value:  # C would take it for shorter than it is
             result = _c.E_NOT_STORABLE
         else:
-            result = self._call("vqreg_set_string", *given, data)
+            result = self._call(function, *given, *data)
         if result == _c.E_NOT_STORABLE:
             self.check(path, name, value)  # says why
         if result < 0:
@@ -252,8 +282,12 @@ class Store:
         raise self._failure(result, values.decoded(path))
 
     def _has_key(self, path: str) -> bool:
-        above, _, name = values.named("a path", path).replace(b"\\", b"/").rpartition(b"/")
-        return not name and not above or self._kind(above, name) == "key"
+        result = self._call("vqreg_has_key", values.named("a path", path))
+        if result in (_c.E_KEY_NOT_FOUND, _c.E_NOT_A_KEY):
+            return False
+        if result < 0:
+            raise self._failure(result, path)
+        return True
 
     def _names(self, function: str, path: str) -> list[str]:
         names, count = ctypes.POINTER(ctypes.c_char_p)(), ctypes.c_size_t()
@@ -276,8 +310,10 @@ class Store:
         return failure(code, what, self._file())
 
 
-def _pair(place: tuple[str, str]) -> tuple[str, str]:
-    if not (isinstance(place, tuple) and len(place) == 2):
-        raise TypeError('a value is named by path and name, store["Network/Ports", "Http"]; '
-                        'store.key("Network/Ports") is a mapping of names')
-    return place
+def _joined(path: str, name: str) -> str:
+    """The path of a sub key."""
+    if not name or "\\" in name:
+        fault = f"holds a backslash: {name}" if name else "is empty"
+        reason = f"the name of a sub key {fault}"
+        raise NotStorableError(_c.E_NOT_STORABLE, f"{path}: {reason}" if path else reason)
+    return f"{path}/{name}" if path else name

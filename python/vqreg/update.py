@@ -5,6 +5,7 @@ from types import TracebackType
 from typing import TYPE_CHECKING, Optional
 
 from . import _c, values
+from ._calls import Calls, lock
 from .errors import failure
 from .values import Value
 
@@ -32,6 +33,7 @@ class Update:
     def __init__(self, store: Store) -> None:
         self._store = store
         self._changes: list[_Change] = []
+        self._is_unwritten = False  # of what was made before
 
     def __enter__(self) -> Update:
         return self
@@ -44,7 +46,7 @@ class Update:
             self.discard()
 
     def __setitem__(self, place: tuple[str, str], value: Value) -> None:
-        path, name = place
+        path, name = values.pair(place)
         values.typed(value)  # None is not one, here
         self._store.check(path, name, value)
         # What is written is what was looked at, whatever becomes of a bytearray.
@@ -52,7 +54,7 @@ class Update:
         self._changes.append((path, name, kept))
 
     def __delitem__(self, place: tuple[str, str]) -> None:
-        path, name = place
+        path, name = values.pair(place)
         values.named("a path", path)
         values.named("a value name", name)
         self._changes.append((path, name, None))
@@ -66,19 +68,36 @@ class Update:
         return len(self._changes)
 
     def commit(self) -> None:
-        """Makes the changes so far. Those that follow are another update."""
-        changes, self._changes = self._changes, []
-        if not changes:
+        """Makes the changes so far. Those that follow are another update.
+
+        After a failure it can be called again: changes that were not made are kept for that, and what was
+        made and could not be written is written then.
+        """
+        if not self._changes and not self._is_unwritten:
             return
-        with self._store.locked():
-            self._rehearse(changes)
-            for path, name, value in changes:
-                if name is None:
-                    self._store.create(path)
-                elif value is None:
-                    del self._store[path, name]
-                else:
-                    self._store[path, name] = value
+        handle = self._store._open()
+        calls = self._calls(handle)
+        with lock(handle):
+            self._rehearse(self._changes)
+            try:
+                calls.run()
+            finally:
+                missing = [-1] * (len(self._changes) - len(calls.results))
+                self._changes = [change for change, result in zip(self._changes, calls.results + missing)
+                                 if result < 0]
+                self._is_unwritten = True
+        self._is_unwritten = False
+
+    def _calls(self, handle: _c.StoreHandle) -> Calls:
+        calls = Calls(handle)
+        for path, name, value in self._changes:
+            at = values.named("a path", path)
+            if name is None:
+                calls.add(path, "vqreg_create_key", at)
+                continue
+            function, data = ("vqreg_delete_value", ()) if value is None else values.setting(value)
+            calls.add(values.shown(path, name), function, at, values.named("a value name", name), *data)
+        return calls
 
     def check(self) -> None:
         """Raises what `commit` would raise for these changes and the store as it is. Changes nothing."""

@@ -2,16 +2,23 @@
 from __future__ import annotations
 
 import ctypes
+import math
 import os
 import select
 import threading
 import time
 from types import TracebackType
-from typing import NamedTuple, Optional
+from typing import TYPE_CHECKING, NamedTuple, Optional
 
 from . import _c, values
 from .errors import StoreError, VqregError, failure
 from .values import Value
+
+if TYPE_CHECKING:
+    import asyncio
+
+_LONGEST = 3600.0  # seconds of one wait: none of more than some weeks can be asked for
+_LONGEST_WITHOUT_FILE = 1.0  # a directory that comes back is not told
 
 
 class Change(NamedTuple):
@@ -37,21 +44,23 @@ class Watch:
     loops have `fileno` and `poll`.
 
     While the file is malformed or cannot be read, iterating waits until it is mended. Several changes of one
-    value that came before anybody looked are one. Several threads may use a watch: each change goes to one
-    of them. A child of fork may not; it makes its own. A context manager that closes it.
+    value that came before anybody looked are one. Several threads may use a watch, or several tasks of one
+    loop: each change goes to one of them. A child of fork may not; it makes its own. A context manager that
+    closes it.
     """
 
     def __init__(self, store: _c.StoreHandle, path: str, timeout: float | None) -> None:
         self._handle: _c.WatchHandle | None = None
         self.timeout = timeout
         self._lock = threading.Lock()
-        file: bytes = _c.library.vqreg_file(store)
-        self._file = file
+        self._turn = threading.Lock()  # of the thread that waits
+        self._tasks: set[asyncio.Event] = set()  # of those that wait in a loop
+        self._file = _c.file_of(store)
         result = ctypes.c_int()
         handle: _c.WatchHandle = _c.library.vqreg_watch_open(store, values.named("a path", path),
                                                              ctypes.byref(result))
         if not handle:
-            raise failure(result.value, path, file)
+            raise failure(result.value, path, self._file)
         handle.process = os.getpid()
         self._handle = handle
 
@@ -92,39 +101,67 @@ class Watch:
         return self
 
     def __next__(self) -> Change:
-        end = None if self.timeout is None else time.monotonic() + self.timeout
-        while (change := self._ready()) is None:
-            left = None if end is None else end - time.monotonic()
-            if left is not None and left <= 0:
-                raise StopIteration
+        self._open()
+        end = math.inf if self.timeout is None else time.monotonic() + self.timeout
+        # One thread waits for news, and the others for it: what it leaves of them is news to nobody.
+        taken: list[bool] = []
+        try:
+            left = max(0.0, end - time.monotonic())
+            taken.extend(map(self._turn.acquire, (True,), (min(left, threading.TIMEOUT_MAX),)))
+            change = self._wait(end) if taken[0] else None
+        finally:
+            if taken and taken[0]:
+                self._turn.release()
+        if change is None:
+            raise StopIteration
+        return change
+
+    def _wait(self, end: float) -> Change | None:
+        """The next change, or None when it has not come by then."""
+        while True:
+            change, longest = self._look()
+            left = end - time.monotonic()
+            if change is not None or left <= 0:
+                return change
             handle = self._open()  # keeps the descriptor open while it is waited for
             poll = select.poll()
             poll.register(_descriptor(handle), select.POLLIN)
-            poll.poll(None if left is None else max(1, int(left * 1000)))
-        return change
+            poll.poll(max(1, int(min(left, longest) * 1000)))
 
     def __aiter__(self) -> Watch:
         return self
 
     async def __anext__(self) -> Change:
+        end = math.inf if self.timeout is None else time.monotonic() + self.timeout
+        while True:
+            change, longest = self._look()
+            if change is not None:
+                for task in self._tasks:  # there may be more, which is news to nobody
+                    task.set()
+                return change
+            left = end - time.monotonic()
+            if left <= 0:
+                raise StopAsyncIteration
+            await self._news(self._open(), min(left, longest))
+
+    async def _news(self, handle: _c.WatchHandle, seconds: float) -> None:
+        """Waits in the loop of asyncio until there may be a change, or the time is over."""
         import asyncio  # takes as long to load as all the rest
 
         loop = asyncio.get_running_loop()
-        end = None if self.timeout is None else loop.time() + self.timeout
-        while (change := self._ready()) is None:
-            left = None if end is None else end - loop.time()
-            if left is not None and left <= 0:
-                raise StopAsyncIteration
-            handle = self._open()
-            news = asyncio.Event()
-            loop.add_reader(_descriptor(handle), news.set)
-            try:
-                await asyncio.wait_for(news.wait(), left)
-            except asyncio.TimeoutError:
-                pass  # one more look
-            finally:
-                loop.remove_reader(_descriptor(handle))
-        return change
+        news = asyncio.Event()
+        # A loop has one reader for a descriptor, and others may wait for the same changes.
+        own = os.dup(_descriptor(handle))
+        self._tasks.add(news)
+        try:
+            loop.add_reader(own, news.set)
+            await asyncio.wait_for(news.wait(), seconds)
+        except asyncio.TimeoutError:
+            pass
+        finally:
+            self._tasks.discard(news)
+            loop.remove_reader(own)
+            os.close(own)
 
     def _open(self) -> _c.WatchHandle:
         handle = self._handle
@@ -134,11 +171,12 @@ class Watch:
             raise RuntimeError("the watch belongs to the process that has made it")
         return handle
 
-    def _ready(self) -> Change | None:
+    def _look(self) -> tuple[Change | None, float]:
+        """The next change, if there is one, and how long to wait at most before the next look."""
         try:
-            return self.poll()
+            return self.poll(), _LONGEST
         except StoreError:
-            return None  # until the file is mended, which is news
+            return None, _LONGEST_WITHOUT_FILE
 
 
 def _descriptor(handle: _c.WatchHandle) -> int:

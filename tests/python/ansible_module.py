@@ -1,6 +1,7 @@
 """The Ansible module, started as Ansible starts it, and as playbooks use it."""
 from __future__ import annotations
 
+import importlib.util
 import json
 import os
 import pathlib
@@ -22,6 +23,15 @@ def call(check: bool = False, /, **options: Any) -> dict[str, Any]:
     answer: dict[str, Any] = json.loads(done.stdout)
     assert (done.returncode != 0) == answer.get("failed", False), done.stderr
     return answer
+
+
+def loaded() -> Any:
+    """The module as Python has it, under another name than that of the package."""
+    spec = importlib.util.spec_from_file_location("module_for_ansible", FOLDER / "vqreg.py")
+    assert spec is not None and spec.loader is not None
+    module = importlib.util.module_from_spec(spec)
+    spec.loader.exec_module(module)
+    return module
 
 
 def program(name: str, home: pathlib.Path, *arguments: str) -> subprocess.CompletedProcess[str]:

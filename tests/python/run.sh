@@ -2,8 +2,8 @@
 # run.sh PROJECT LIBRARY PRIVATE_ROOT PYTHON FILE|types|wheel|documents
 #
 # Runs the tests of a file of this folder in a private root, with the built library and the module as it lies
-# in the sources. types: checks the types of the module and of the tests. wheel: builds the wheel and
-# uses what is in it. documents: runs the Python of the documents.
+# in the sources. types: checks the types of the module, of the tests and of what the documents
+# show. wheel: builds the wheel and uses what is in it. documents: runs the Python of the documents.
 set -euo pipefail
 
 project=$1
@@ -35,7 +35,14 @@ types() {
     needs mypy mypy
     needs pytest python3-pytest
     cd "$project"
-    exec "$python" -m mypy --strict --cache-dir "$(dirname "$library")/../mypy" python/vqreg tests/python
+    work=$(mktemp -d "$(dirname "$library")/types-XXXXXX")
+    trap 'rm -rf "$work"' EXIT
+    local document
+    for document in README docs/python; do
+        sed -n '/^```python$/,/^```$/{/^```/!p}' "$document.md" >"$work/of_${document##*/}.py"
+        [ -s "$work/of_${document##*/}.py" ] || fail "$document.md has no Python"
+    done
+    "$python" -m mypy --strict --cache-dir "$(dirname "$library")/../mypy" python/vqreg tests/python "$work"
 }
 
 fail() {
@@ -51,6 +58,13 @@ wheel() {
     CC=false CXX=false "$project/scripts/wheel" "$work" >"$work/log" 2>&1 || fail "$(cat "$work/log")"
     local file=$work/vqreg-$VQREG_VERSION-py3-none-any.whl
     [ -e "$file" ] || fail "there is no ${file##*/}: $(ls "$work")"
+    # Who builds it does not matter, and the time is that of the last change.
+    local time
+    if time=$(git -C "$project" log -1 --format=%ct 2>/dev/null); then
+        (umask 077 && SOURCE_DATE_EPOCH=$time "$project/scripts/wheel" "$work/again" >"$work/log" 2>&1) ||
+            fail "$(cat "$work/log")"
+        cmp "$file" "$work/again/${file##*/}" || fail "the wheel is another one each time"
+    fi
     (cd "$work" && "$python" -m zipfile -e "$file" unpacked)
     (cd "$project/python" && find vqreg -name '*.py' -o -name py.typed) | sort >"$work/wanted"
     (cd "$work/unpacked" && find vqreg -type f) | sort | diff "$work/wanted" - ||
@@ -60,6 +74,8 @@ wheel() {
 import importlib.metadata, os, vqreg
 assert vqreg.__file__.startswith(os.environ["PYTHONPATH"]), vqreg.__file__
 assert importlib.metadata.version("vqreg") == vqreg.__version__
+about = importlib.metadata.metadata("vqreg")
+assert "Typing :: Typed" in about.get_all("Classifier") and about["Requires-Python"] == ">=3.10", about
 with vqreg.Store("/tmp/store.cfg") as s:
     s["K", "n"] = 1
     assert s["K", "n"] == 1'

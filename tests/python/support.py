@@ -3,14 +3,16 @@ from __future__ import annotations
 
 import os
 import pathlib
-import select
 import subprocess
 import sys
+import threading
 import time
 import traceback
-from collections.abc import Callable
+from collections.abc import Callable, Iterator
+from contextlib import contextmanager
 
 import pytest
+import vqreg
 
 PATIENCE = 20.0  # seconds that nothing takes, but for a test that fails
 
@@ -32,35 +34,79 @@ def start(program: str, *arguments: str) -> subprocess.Popen[str]:
 def run(program: str, *arguments: str) -> str:
     """What a piece of Python prints in a process of its own, which must end well."""
     child = start(program, *arguments)
-    out, _ = child.communicate(timeout=PATIENCE)
+    try:
+        out, _ = child.communicate(timeout=PATIENCE)
+    finally:
+        child.kill()
     assert child.returncode == 0
     return out
 
 
-def follow(path: pathlib.Path, key: str) -> subprocess.Popen[str]:
-    """A program in C++ with a change handler, which prints its settings whenever they have changed.
+def is_asleep(thread: threading.Thread) -> bool:
+    """Whether a thread waits for something."""
+    stat = pathlib.Path(f"/proc/self/task/{thread.native_id}/stat").read_text()
+    return stat.rpartition(")")[2].split()[0] == "S"
 
-    It looks by itself only once a minute.
+
+@contextmanager
+def away(path: pathlib.Path) -> Iterator[tuple[vqreg.Watch, Callable[[], object]]]:
+    """A watch of a key whose directory is away, and what brings it back, with K "n" changed from 1 to 2."""
+    directory, elsewhere = path.parent / "directory", path.parent / "elsewhere"
+    directory.mkdir()
+    file = directory / "store.cfg"
+    with vqreg.Store(file) as store:
+        store["K", "n"] = 1
+        with store.watch("K", timeout=PATIENCE) as watch:
+            directory.rename(elsewhere)
+            with pytest.raises(vqreg.StoreError):
+                watch.poll()
+            changed = (elsewhere / "store.cfg").read_text().replace("00000001", "00000002")
+            (elsewhere / "store.cfg").write_text(changed)
+            yield watch, lambda: elsewhere.rename(directory)
+
+
+class Handler:
+    """A program in C++ with a change handler for a store. It looks by itself only once a minute.
+
+    A file that is as old in whole seconds as the one it has looked at first is no news, so that one is made
+    an old one.
     """
-    program = pathlib.Path(os.environ["VQREG_PROGRAMS"]) / "follow"
-    if not program.exists():
-        pytest.skip("the examples are not built")
-    return subprocess.Popen([program, path, key], stdout=subprocess.PIPE, text=True)
 
+    def __init__(self, path: pathlib.Path) -> None:
+        os.utime(path, (1000, 1000))
+        self._program = subprocess.Popen([pathlib.Path(os.environ["VQREG_PROGRAMS"]) / "agent"],
+                                         stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+        self._ask("open", str(path), "-")
+        self._ask("watch")
+        wait_for(self._watches)
+        assert self.calls() == 0
 
-def wait_until_heard(daemon: subprocess.Popen[str], change: Callable[[int], object]) -> None:
-    """Changes something and tells it until the program prints that it has heard.
+    def __enter__(self) -> Handler:
+        return self
 
-    A file that is as old in whole seconds as the one that the library looked at first is no news, so once is
-    not always enough.
-    """
-    assert daemon.stdout is not None
-    end = time.monotonic() + PATIENCE
-    times = 0
-    while not select.select([daemon.stdout], [], [], 0.2)[0]:
-        assert time.monotonic() < end, "it has heard nothing"
-        change(times)
-        times += 1
+    def __exit__(self, *_: object) -> None:
+        self._program.communicate(timeout=PATIENCE)
+
+    def _watches(self) -> bool:
+        """Whether its thread has looked for the first time, and waits."""
+        stats = [stat.read_text() for stat in pathlib.Path(f"/proc/{self._program.pid}/task").glob("*/stat")]
+        return any("(FileWatch) S" in stat for stat in stats)
+
+    def _ask(self, *order: str) -> list[str]:
+        assert self._program.stdin is not None and self._program.stdout is not None
+        self._program.stdin.write("\t".join(order) + "\n")
+        self._program.stdin.flush()
+        code, *answer = self._program.stdout.readline().rstrip("\n").split("\t")
+        assert int(code, 16) == 0, code
+        return answer
+
+    def calls(self) -> int:
+        """How often it was told."""
+        return int(self._ask("changes")[0])
+
+    def value(self, path: str, name: str) -> str:
+        """The text that it reads."""
+        return bytes.fromhex(self._ask("get", path, name)[1]).rstrip(b"\0").decode()
 
 
 def in_child(work: Callable[[], object]) -> int:

@@ -4,8 +4,8 @@ import pathlib
 
 import pytest
 import vqreg
-from ansible_module import FOLDER, call, play, program
-from support import follow, wait_until_heard
+from ansible_module import FOLDER, call, loaded, play, program
+from support import Handler, wait_for
 
 
 def test_value_is_set_once(path: pathlib.Path) -> None:
@@ -29,6 +29,7 @@ def test_value_is_set_once(path: pathlib.Path) -> None:
     ("-1", None, "-1"), ("0x123456789", None, "0x123456789"),
     ("8080", "string", "8080"), (12, "string", "12"), ("ä ü", "string", "ä ü"),
     ("007", "dword", 7), ("0xff", "dword", 255), (True, "dword", 1),
+    ("true", "dword", 1), ("False", "dword", 0), ("true", None, "true"),
     ("00FFab", "binary", b"\0\xff\xab"), ("", "binary", b""),
 ])
 def test_value_is_of_the_type_that_is_named_or_guessed(path: pathlib.Path, given: object,
@@ -39,6 +40,14 @@ def test_value_is_of_the_type_that_is_named_or_guessed(path: pathlib.Path, given
     shown = value.hex().upper() if isinstance(value, bytes) else value
     assert answer["after"]["value"] == shown
     assert call(file=str(path), key="K", name="n", value=given)["changed"] is False
+
+
+def test_truth_that_arrives_as_a_text_is_a_number_where_one_is(path: pathlib.Path) -> None:
+    with vqreg.Store(path) as store:
+        store["K", "n"] = 1
+    assert call(file=str(path), key="K", name="n", value="True")["changed"] is False
+    assert call(file=str(path), key="K", name="n", value="false")["after"] == {"type": "dword", "value": 0}
+    assert "a dword must be a number" in call(file=str(path), key="K", name="n", value="yes")["msg"]
 
 
 def test_value_that_exists_keeps_its_type_unless_told(path: pathlib.Path) -> None:
@@ -109,6 +118,12 @@ def test_key_is_made_and_deleted_once(path: pathlib.Path) -> None:
     assert "root key" in call(state="absent", recursive=True, file=str(path), key="")["msg"]
 
 
+def test_key_that_cannot_be_shown_whole_is_a_failure(path: pathlib.Path) -> None:
+    path.write_text("[Velquist]\n[Velquist/A]\n[Velquist/A//y]\n")
+    answer = call(file=str(path), key="A", state="absent", recursive=True)
+    assert answer["msg"] == "A: the name of a sub key is empty"
+
+
 def test_check_mode_changes_nothing_and_makes_no_store(path: pathlib.Path) -> None:
     present: list[dict[str, object]] = [{"name": "n", "value": 1}, {}]
     absent: list[dict[str, object]] = [{"name": "n"}, {}]
@@ -124,6 +139,36 @@ def test_check_mode_changes_nothing_and_makes_no_store(path: pathlib.Path) -> No
     assert call(True, file=str(path), key="K", name="n", value=2)["after"]["value"] == 2
     assert call(True, file=str(path), key="L")["changed"] is True
     assert path.read_bytes() == before
+
+
+@pytest.mark.parametrize("text, root", [
+    ("", None), ("[Other]\n[Other/Velquist]\n", None), ("[Velquists]\n", None),
+    ("[Velquist]\n", "Velquist/Sub")], ids=ascii)
+def test_file_without_the_root_key_is_left_as_it_is_when_nothing_changes(path: pathlib.Path, text: str,
+                                                                         root: str | None) -> None:
+    path.write_text(text)
+    given = {"file": str(path), "key": "K", "name": "n", **({"root": root} if root else {})}
+    for check in (True, False):
+        assert call(check, state="absent", **given)["changed"] is False
+        assert path.read_text() == text
+    answer = call(True, value=1, **given)
+    assert answer["changed"] is True and answer["after"] == {"type": "dword", "value": 1}
+    assert path.read_text() == text
+    assert call(value=1, **given)["changed"] is True
+    assert call(value=1, **given)["changed"] is False
+
+
+@pytest.mark.parametrize("text, root", [
+    ('[VELQUIST/K] and more\n"n"=dword:00000001\n', None),
+    ('[Velquist]\r\n[velquist/k]\r\n"n"=dword:1\r\n', None),
+    ('[A/B/K]\n"n"=dword:1\n', "a/b")], ids=ascii)
+def test_root_key_of_the_file_is_found_as_the_library_finds_it(path: pathlib.Path, text: str,
+                                                               root: str | None) -> None:
+    path.write_bytes(text.encode())
+    given = {"file": str(path), "key": "K", "name": "n", **({"root": root} if root else {})}
+    answer = call(True, value=2, **given)
+    assert answer["before"] == {"type": "dword", "value": 1}
+    assert call(True, state="absent", **given)["changed"] is True
 
 
 def test_store_that_cannot_be_used_is_a_failure(path: pathlib.Path) -> None:
@@ -143,12 +188,21 @@ def test_root_key_and_default_store(path: pathlib.Path) -> None:
 
 def test_change_wakes_handlers(path: pathlib.Path) -> None:
     call(file=str(path), key="K", name="Message", value="first")
-    with follow(path, "K") as daemon:
-        assert daemon.stdout is not None and "first" in daemon.stdout.readline()
-        wait_until_heard(daemon, lambda times: call(file=str(path), key="K", name="Message",
-                                                    value=f"second {times}"))
-        assert "second" in daemon.stdout.readline()
-        daemon.terminate()
+    with Handler(path) as handler:
+        assert call(file=str(path), key="K", name="Message", value="second")["changed"] is True
+        wait_for(handler.calls)
+        assert handler.value("K", "Message") == "second"
+
+
+def test_change_is_in_the_file_when_handlers_are_told(path: pathlib.Path,
+                                                      monkeypatch: pytest.MonkeyPatch) -> None:
+    told: list[str] = []
+    monkeypatch.setattr(vqreg.Store, "notify", lambda store: told.append(path.read_text()))
+    options: dict[str, object] = {"key": "K", "name": "n", "value": 1, "type": None, "state": "present",
+                                  "recursive": False, "file": str(path), "root": None}
+    for check in (True, False, False):
+        loaded().run(options, check)
+    assert told == ['[Velquist]\n[Velquist/K]\n"n"=dword:00000001\n']
 
 
 def examples() -> str:

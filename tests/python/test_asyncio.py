@@ -5,7 +5,7 @@ import time
 
 import pytest
 import vqreg
-from support import PATIENCE, start
+from support import PATIENCE, away, start
 
 SET = """
 with vqreg.Store(sys.argv[1]) as s:
@@ -102,3 +102,44 @@ def test_reader_of_a_loop_is_told(store: vqreg.Store) -> None:
 
     change = asyncio.run(main())
     assert change is not None and change.path == "K"
+
+
+def test_async_for_waits_while_the_directory_is_away(path: pathlib.Path) -> None:
+    async def main() -> vqreg.Change:
+        with away(path) as (watch, bring_back):
+            task = asyncio.create_task(watch.__anext__())
+            await asyncio.sleep(0.05)
+            bring_back()
+            return await asyncio.wait_for(task, PATIENCE / 2)
+
+    assert asyncio.run(main()) == ("K", "n", 1, 2, True)
+
+
+def test_each_change_goes_to_one_of_several_tasks(store: vqreg.Store) -> None:
+    store.create("K")
+
+    async def main() -> None:
+        watch = store.watch("K", timeout=PATIENCE)
+        for i in range(10):
+            tasks = [asyncio.create_task(watch.__anext__()) for _ in range(3)]
+            await asyncio.sleep(0)
+            await asyncio.to_thread(lambda: store.key("K").update(a=i, b=i, c=i))
+            changes = await asyncio.wait_for(asyncio.gather(*tasks), PATIENCE / 2)
+            assert sorted(change.name or "" for change in changes) == ["a", "b", "c"]
+
+    asyncio.run(main())
+
+
+def test_async_for_leaves_the_readers_of_others(store: vqreg.Store) -> None:
+    async def main() -> None:
+        watch = store.watch("K", timeout=PATIENCE)
+        loop = asyncio.get_running_loop()
+        news = asyncio.Event()
+        loop.add_reader(watch, news.set)
+        task = asyncio.create_task(watch.__anext__())
+        await asyncio.sleep(0)
+        await asyncio.to_thread(store.create, "K")
+        assert (await task).path == "K"
+        assert loop.remove_reader(watch) and news.is_set()
+
+    asyncio.run(main())

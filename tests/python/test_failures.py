@@ -7,7 +7,7 @@ from collections.abc import Callable
 
 import pytest
 import vqreg
-from support import as_nobody, follow, run, wait_until_heard
+from support import Handler, as_nobody, run, wait_for
 
 
 def test_missing_directory_is_named(tmp_path: pathlib.Path) -> None:
@@ -31,6 +31,18 @@ def test_path_that_is_no_file_is_named(tmp_path: pathlib.Path) -> None:
         vqreg.Store(tmp_path / "store.cfg", root="a\0b")
 
 
+@pytest.mark.parametrize("root, reason", [
+    ("a]b", "a key name must not hold a closing bracket: byte 2"), ("", "a key name must not be empty"),
+    ("/", "a key name must not be empty"), ("a//b", "a key name must not be empty"),
+    ("ä\n", "a key name must not hold a line feed: byte 3"), ("<root>", "a key must not be named <root>"),
+    ("x" * 2046, "its line would take 2048 bytes, and may take 2047"), ("\ud800", "a lone surrogate: byte 1")],
+    ids=lambda text: ascii(text)[:20])
+def test_root_key_that_cannot_be_stored_says_why(path: pathlib.Path, root: str, reason: str) -> None:
+    with pytest.raises(vqreg.NotStorableError, match=reason):
+        vqreg.Store(path, root=root)
+    assert not path.exists()
+
+
 def test_nothing_stands_in_the_way_of_a_store_that_is_not_there(path: pathlib.Path) -> None:
     assert vqreg.why(path) is None and vqreg.which(path) == str(path)
     assert not path.exists()
@@ -46,6 +58,17 @@ def test_path_may_be_relative_and_of_any_kind(tmp_path: pathlib.Path,
             assert store.file == os.path.join(tmp_path, os.fsdecode(name))
             assert repr(store) == f"Store({store.file!r})"
         assert os.path.exists(name)
+
+
+def test_absolute_path_needs_no_working_directory(path: pathlib.Path) -> None:
+    assert run("""
+os.mkdir(sys.argv[1])
+os.chdir(sys.argv[1])
+os.rmdir(sys.argv[1])
+with vqreg.Store(sys.argv[2]) as s:
+    s["K", "n"] = 1
+print(vqreg.which(sys.argv[2]))
+""", str(path.with_name("gone")), str(path)) == f"{path}\n"
 
 
 MALFORMED = '[Velquist]\n[Velquist/K]\n"n" =dword:1\n'
@@ -138,17 +161,11 @@ def test_reload_reads_what_an_editor_has_written(store: vqreg.Store, path: pathl
 
 def test_notify_wakes_handlers(store: vqreg.Store, path: pathlib.Path) -> None:
     store["K", "Message"] = "first"
-    os.utime(path, (1000, 1000))  # a handler is called when the second of the last change is another one
-    with follow(path, "K") as daemon:
-        assert daemon.stdout is not None and "first" in daemon.stdout.readline()
-
-        def change(times: int) -> None:
-            store["K", "Message"] = f"second {times}"
-            store.notify()
-
-        wait_until_heard(daemon, change)
-        assert "second" in daemon.stdout.readline()
-        daemon.terminate()
+    with Handler(path) as handler:
+        store["K", "Message"] = "second"
+        store.notify()
+        wait_for(handler.calls)
+        assert handler.value("K", "Message") == "second"
 
 
 def test_library_that_is_missing_is_named() -> None:

@@ -71,6 +71,32 @@ def test_key_is_filled_and_emptied_in_one_write(store: vqreg.Store, path: pathli
     assert backup.read_text().count("\n") == 6
 
 
+@pytest.mark.parametrize("name", [1, None, b"n", ("n",), [], "a\0", "\ud800"], ids=ascii)
+def test_what_is_no_name_is_not_in_it(store: vqreg.Store, name: object) -> None:
+    key = store.key("K")
+    key["n"] = 1
+    assert name not in key and name not in key.keys() and (name, 1) not in key.items()
+    assert ("K", name) not in store and (name, "n") not in store and name not in store
+    assert ("n", 1) in key.items() and ("N", 1) in key.items() and ("n", 2) not in key.items()
+    assert name not in key.items() and 1 in key.values()
+
+
+def test_key_is_filled_with_what_a_mapping_is_filled_with(store: vqreg.Store) -> None:
+    key = store.key("K")
+    key.update([("pair", 1)], named=2)
+    key.update(self=3, other=4)
+    key.update(store.key("K"))
+    key.update()
+    assert dict(key) == {"pair": 1, "named": 2, "self": 3, "other": 4}
+    with pytest.raises(TypeError, match="not iterable"):
+        key.update(3)  # type: ignore[call-overload]
+    with pytest.raises(TypeError, match="an int, a str or bytes"):
+        key.update({"a": None})  # type: ignore[dict-item]
+    with pytest.raises(TypeError, match="is a str"):
+        key.update({1: 2})  # type: ignore[dict-item]
+    assert len(key) == 4
+
+
 def test_key_has_keys_below_it(store: vqreg.Store) -> None:
     store["A/B/C", "n"] = 1
     key = store.key() / "A" / "B"
@@ -87,6 +113,41 @@ def test_walk_names_each_key_before_those_below_it(store: vqreg.Store) -> None:
     assert [key.path for key in store.walk("A")] == ["A", "A/B", "A/B/C", "A/D"]
     with pytest.raises(KeyError):
         list(store.walk("X"))
+
+
+def test_path_may_begin_with_a_slash(store: vqreg.Store) -> None:
+    store["A/B", "n"] = 1
+    assert [key.path for key in store.walk("/")] == ["", "A", "A/B"]
+    assert [key.path for key in store.walk("/A")] == ["A", "A/B"]
+    assert store.key("/").path == "" and (store.key("/") / "A").path == "A"
+    assert store.create("/C").path == "C"
+    assert dict(store.key("/A/B")) == {"n": 1}
+    assert "/A/B" in store and "/A\\B" in store and "//A" not in store
+
+
+def test_walk_goes_as_deep_as_a_path_may(store: vqreg.Store) -> None:
+    names = ["x"] * 1000
+    store.create("/".join(names))
+    assert sum(1 for _ in store.walk()) == 1001
+    store.delete("x", recursive=True)
+    assert store.subkeys() == []
+
+
+@pytest.mark.parametrize("path_in_file, named", [
+    ("/y", "the name of a sub key is empty"), ("A//y", "A: the name of a sub key is empty"),
+    ("A/a\\b", "A: the name of a sub key holds a backslash: a\\b")])
+def test_sub_key_that_no_path_reaches_is_named(path: pathlib.Path, path_in_file: str, named: str) -> None:
+    text = f'[Velquist]\n[Velquist/A]\n"n"=dword:00000001\n[Velquist/{path_in_file}]\n"v"=dword:00000001\n'
+    path.write_text(text)
+    with vqreg.Store(path) as store:
+        with pytest.raises(vqreg.NotStorableError) as caught:
+            list(store.walk())
+        assert str(caught.value) == named
+        if path_in_file.startswith("A"):
+            with pytest.raises(vqreg.NotStorableError):
+                store.delete("A", recursive=True)
+        assert store["A", "n"] == 1
+    assert path.read_text() == text
 
 
 def test_walk_leaves_out_what_is_deleted_meanwhile(store: vqreg.Store) -> None:

@@ -81,3 +81,18 @@ def test_of_a_value_are_two(store: vqreg.Store, place: object) -> None:
         store[place]  # type: ignore[index]
     with pytest.raises(TypeError, match="named by path and name"):
         store[place] = 1  # type: ignore[index]
+    with pytest.raises(TypeError, match="named by path and name"):
+        del store[place]  # type: ignore[arg-type]
+    update = store.update()
+    with pytest.raises(TypeError, match="named by path and name"):
+        update[place] = 1  # type: ignore[index]
+    with pytest.raises(TypeError, match="named by path and name"):
+        del update[place]  # type: ignore[arg-type]
+    assert len(update) == 0
+
+
+@pytest.mark.parametrize("given", [None, b"K", 1], ids=repr)
+def test_of_keys_are_texts(store: vqreg.Store, given: str) -> None:
+    for use in (store.key, store.delete, store.walk, store.create, store.subkeys, store.watch):
+        with pytest.raises(TypeError, match="a path is a str, not"):
+            list(use(given))  # type: ignore[operator]

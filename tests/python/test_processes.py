@@ -141,6 +141,28 @@ def test_child_of_fork_opens_a_store_while_threads_use_theirs(store: vqreg.Store
             thread.join()
 
 
+def test_open_stores_and_watches_are_not_copied(path: pathlib.Path) -> None:
+    # In a process of its own, which copies of a pointer would end.
+    program = """
+import copy, multiprocessing, pickle
+with vqreg.Store(sys.argv[1]) as s, s.watch("K") as w:
+    for each in (s, s.key("K"), s.update(), w):
+        for take in (copy.deepcopy, pickle.dumps):
+            try:
+                take(each)
+            except TypeError as error:
+                print(error)
+    try:
+        multiprocessing.get_context("spawn").Process(target=print, args=(s,)).start()
+    except TypeError as error:
+        print(error)
+    s["K", "n"] = 1
+    print(next(w).path, s["K", "n"])
+"""
+    refused = "an open store or watch cannot be copied or pickled\n"
+    assert run(program, str(path)) == refused * 9 + "K 1\n"
+
+
 def test_exceptions_go_from_one_to_another(store: vqreg.Store, path: pathlib.Path) -> None:
     caught: list[vqreg.VqregError] = []
     for place in [("K", "n"), ("a]", "n")]:

@@ -4,7 +4,7 @@ import threading
 from collections.abc import Callable
 
 import vqreg
-from support import PATIENCE, start, wait_for
+from support import PATIENCE, is_asleep, start, wait_for
 
 
 def together(*work: Callable[[], None]) -> list[BaseException]:
@@ -23,12 +23,6 @@ def together(*work: Callable[[], None]) -> list[BaseException]:
     for thread in threads:
         thread.join()
     return wrong
-
-
-def is_asleep(thread: threading.Thread) -> bool:
-    """Whether a thread waits for something."""
-    stat = pathlib.Path(f"/proc/self/task/{thread.native_id}/stat").read_text()
-    return stat.rpartition(")")[2].split()[0] == "S"
 
 
 def test_set_and_read_values_of_their_own(store: vqreg.Store) -> None:

@@ -1,5 +1,6 @@
 """Several changes as one: all of them, or none."""
 import pathlib
+import resource
 import threading
 
 import pytest
@@ -142,6 +143,85 @@ def test_may_be_made_in_parts(store: vqreg.Store) -> None:
     update.discard()
     update.commit()
     assert store.items("K") == [("a", 1)]
+
+
+def test_can_be_made_again_when_nothing_stands_in_its_way_any_more(store: vqreg.Store) -> None:
+    update = store.update()
+    update["K", "a"] = 1
+    update["K/sub", "b"] = 2
+    store["K", "sub"] = "in its way"
+    with pytest.raises(vqreg.KindError):
+        update.commit()
+    assert len(update) == 2 and store.names("K") == ["sub"]
+    del store["K", "sub"]
+    update.commit()
+    assert len(update) == 0 and store["K", "a"] == 1 and store["K/sub", "b"] == 2
+
+
+def test_that_could_not_be_written_is_written_when_it_is_made_again(store: vqreg.Store,
+                                                                    path: pathlib.Path) -> None:
+    store["K", "old"] = 1
+    update = store.update()
+    update["K", "new"] = 2
+    del update["K", "old"]
+    limits = resource.getrlimit(resource.RLIMIT_FSIZE)
+    resource.setrlimit(resource.RLIMIT_FSIZE, (0, limits[1]))  # as a full disk
+    try:
+        for _ in range(2):
+            with pytest.raises(vqreg.StoreError):
+                update.commit()
+    finally:
+        resource.setrlimit(resource.RLIMIT_FSIZE, limits)
+    update.commit()
+    assert path.read_text() == '[Velquist]\n[Velquist/K]\n"new"=dword:00000002\n'
+
+
+def test_of_another_root_key_is_refused_in_the_block_of_a_lock(store: vqreg.Store,
+                                                               path: pathlib.Path) -> None:
+    with vqreg.Store(path, root="Other") as other, vqreg.Store(path) as same:
+        with store.locked():
+            same["K", "n"] = 1
+            for change in (lambda: other.create("K"), other.key("K").clear):
+                with pytest.raises(vqreg.VqregError, match="memory is short"):
+                    change()
+        other["K", "n"] = 2
+    assert store["K", "n"] == 1
+
+
+CLOSED = """
+store = vqreg.Store(sys.argv[1])
+try:
+    with store.locked():
+        store["K", "n"] = 1
+        store.close()
+        store["K", "m"] = 1
+except ValueError as error:
+    print(error)
+with vqreg.Store(sys.argv[1]) as other:
+    other["K", "k"] = 2
+    print(other.items("K"))
+"""
+
+
+def test_is_written_up_to_where_its_store_is_closed(path: pathlib.Path) -> None:
+    assert run(CLOSED, str(path)) == "the store is closed\n[('k', 2), ('n', 1)]\n"
+
+
+def test_is_made_though_its_store_is_closed_meanwhile(path: pathlib.Path) -> None:
+    run("""
+store = vqreg.Store(sys.argv[1])
+update = store.update()
+update["K", "a"] = 1
+update["K", "b"] = 2
+real = update._rehearse
+def rehearse(changes):  # the last moment before the first change
+    real(changes)
+    store.close()
+update._rehearse = rehearse
+update.commit()
+""", str(path))
+    with vqreg.Store(path) as other:
+        assert other.items("K") == [("a", 1), ("b", 2)]
 
 
 def test_counters_lose_nothing_when_the_store_is_locked(store: vqreg.Store, path: pathlib.Path) -> None:

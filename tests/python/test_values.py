@@ -2,6 +2,7 @@
 import enum
 import pathlib
 import random
+from collections.abc import Callable
 
 import pytest
 import vqreg
@@ -103,6 +104,11 @@ def test_that_the_file_cannot_hold_name_the_byte(store: vqreg.Store, path: pathl
     assert path.read_bytes() == before
 
 
-def test_lone_surrogate_is_no_text(store: vqreg.Store) -> None:
-    with pytest.raises(ValueError, match="surrogates not allowed"):
-        store["K", "n"] = "a\ud800"
+def test_lone_surrogate_names_the_byte(store: vqreg.Store) -> None:
+    uses: list[Callable[[], object]] = [
+        lambda: store.__setitem__(("K", "n"), "ä\udcff\ud800"), lambda: store["K", "ä\udcff\udc00"],
+        lambda: store.get("ä\udcff\udfff", "n"), lambda: store.update().create("ä\udcff\ud800"),
+        lambda: vqreg.check("K", "n", "ä\udcff\ud800"), lambda: store.watch("ä\udcff\ud800")]
+    for use in uses:
+        with pytest.raises(vqreg.NotStorableError, match="must not hold a lone surrogate: byte 4"):
+            use()

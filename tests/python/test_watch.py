@@ -1,4 +1,5 @@
 """Watches tell what has changed."""
+import math
 import pathlib
 import select
 import threading
@@ -7,7 +8,7 @@ from collections.abc import Callable
 
 import pytest
 import vqreg
-from support import PATIENCE, in_child, run, start
+from support import PATIENCE, away, in_child, is_asleep, run, start, wait_for
 
 SET = "vqreg.Store(sys.argv[1])['Network/Ports', 'Http'] = int(sys.argv[2])"
 
@@ -104,6 +105,26 @@ def test_waits_while_the_file_is_malformed(store: vqreg.Store, path: pathlib.Pat
     mender.join()
 
 
+def test_waits_while_the_directory_is_away(path: pathlib.Path) -> None:
+    with away(path) as (watch, bring_back):
+        bringer = threading.Timer(0.05, bring_back)
+        begin = time.monotonic()
+        bringer.start()
+        assert next(watch) == ("K", "n", 1, 2, True)
+        assert time.monotonic() - begin < PATIENCE / 2
+        bringer.join()
+
+
+@pytest.mark.parametrize("timeout", [math.inf, 1e8, 1e300, None], ids=str)
+def test_waits_as_long_as_one_likes(store: vqreg.Store, path: pathlib.Path,
+                                    timeout: float | None) -> None:
+    watch = store.watch("K", timeout=timeout)
+    setter = threading.Timer(0.05, store.create, "K")
+    setter.start()
+    assert next(watch).path == "K"
+    setter.join()
+
+
 def test_cannot_be_used_when_it_is_closed(store: vqreg.Store) -> None:
     watch = store.watch("K")
     watch.close()
@@ -175,3 +196,20 @@ def test_gives_each_change_to_one_of_several_threads(store: vqreg.Store) -> None
     for thread in threads:
         thread.join()
     assert sorted(name for name in seen if name) == sorted(f"n{i}" for i in range(100))
+
+
+def test_lets_no_thread_sleep_while_there_is_a_change(store: vqreg.Store) -> None:
+    store.create("K")
+    for i in range(40):
+        watch = store.watch("K", timeout=PATIENCE)
+        names: list[str | None] = []
+        threads = [threading.Thread(target=lambda: names.append(next(watch).name), daemon=True)
+                   for _ in range(2)]
+        for thread in threads:
+            thread.start()
+        for thread in threads:
+            wait_for(lambda: is_asleep(thread))
+        store.key("K").update(a=i, b=i)
+        for thread in threads:
+            thread.join(PATIENCE / 4)
+        assert sorted(names, key=str) == ["a", "b"]
