@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
 #include <memory>
 
@@ -27,31 +28,35 @@ struct CCloseDirectory {
     void operator()(DIR* directory) const { closedir(directory); }
 };
 
-std::vector<std::string> semaphoresInDirectory(const std::string& prefix) {
-    std::vector<std::string> names;
-    const std::unique_ptr<DIR, CCloseDirectory> directory(opendir(kObjectDirectory));
-    if (!directory) {
-        return names;
-    }
-    const std::string filePrefix = kSemaphoreFilePrefix + prefix;
-    constexpr std::size_t kKindSize = sizeof kSemaphoreFilePrefix - 1;
-    while (const dirent* const entry = readdir(directory.get())) {
-        const std::string file = entry->d_name;
-        if (file.compare(0, filePrefix.size(), filePrefix) == 0) {
-            names.push_back(file.substr(kKindSize));
-        }
-    }
-    return names;
-}
-
 }  // namespace
 
 CPEnumNamedObjects::CPEnumNamedObjects(const std::string& prefix, int type) {
     if (type != kSemaphores) {
         return;
     }
-    m_names = semaphoresInDirectory(prefix);
+    look(prefix);
     std::sort(m_names.begin(), m_names.end());
+}
+
+void CPEnumNamedObjects::look(const std::string& prefix) {
+    const std::unique_ptr<DIR, CCloseDirectory> directory(opendir(kObjectDirectory));
+    if (!directory) {
+        return;
+    }
+    const std::string filePrefix = kSemaphoreFilePrefix + prefix;
+    constexpr std::size_t kKindSize = sizeof kSemaphoreFilePrefix - 1;
+    for (;;) {
+        errno = 0;
+        const dirent* const entry = readdir(directory.get());
+        if (!entry) {
+            m_isComplete = errno == 0;
+            return;
+        }
+        const std::string file = entry->d_name;
+        if (file.compare(0, filePrefix.size(), filePrefix) == 0) {
+            m_names.push_back(file.substr(kKindSize));
+        }
+    }
 }
 
 int CPEnumNamedObjects::enumNamedObject(int index, std::string* name, int* type) const {

@@ -20,8 +20,14 @@ public:
     // 1 with the whole name of the object at this index, counted from 0; 0 past the last.
     int enumNamedObject(int index, std::string* name, int* type) const;
 
+    // False when the directory could not be read to its end, for want of descriptors or memory for example.
+    bool isComplete() const { return m_isComplete; }
+
 private:
+    void look(const std::string& prefix);
+
     std::vector<std::string> m_names;
+    bool m_isComplete = false;
 };
 
 // The names in the objects' directory as they are at a moment, by the directory's change time.

@@ -87,7 +87,7 @@ private:
         m_names.clear();
         m_semaphores.clear();
         const CPEnumNamedObjects semaphores(kNotificationPrefix, CPEnumNamedObjects::kSemaphores);
-        bool isAll = true;
+        bool isAll = semaphores.isComplete();
         std::string name;
         int type = 0;
         for (int index = 0; semaphores.enumNamedObject(index, &name, &type) != 0; ++index) {

@@ -1,5 +1,6 @@
 // The thread on which a process hears of other processes' notifications.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -11,6 +12,7 @@
 #include "RegLib/instance/Directory.h"
 #include "RegLib/instance/Notifier.h"
 #include "RegLib/text/NotificationName.h"
+#include "portable/NamedObjects.h"
 #include "portable/Semaphore.h"
 #include "support/ForkedChild.h"
 #include "support/WatchedStore.h"
@@ -124,4 +126,20 @@ TEST(Notification, IsSentByItsOwnCallOnly) {
     session.SendRegistryChangeNotification();
     EXPECT_TRUE(own.wait(0, nullptr));
     EXPECT_FALSE(own.wait(0, nullptr));
+}
+
+TEST(Notification, ReachesThoseWhoCouldNotBeFoundTheLastTime) {
+    CPSemaphore own(1, 0, 0x7fffffff, notificationSemaphoreName(::getpid()), 1);
+    ASSERT_TRUE(own.own());
+    // From now on the directory's time alone would say that nobody has come or gone.
+    ASSERT_TRUE(waitUntil([] { return CNamesMark::now().isUnchangedSince(CNamesMark::now()); }));
+    rlimit usual{};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &usual), 0);
+    const rlimit none{0, usual.rlim_max};
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+    releaseNotificationSemaphores();
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &usual), 0);
+    EXPECT_FALSE(own.wait(0, nullptr)) << "it could open nothing";
+    releaseNotificationSemaphores();
+    EXPECT_TRUE(own.wait(0, nullptr));
 }

@@ -260,9 +260,12 @@ TEST(NamesCalls, ThereAreNoneWhereTheDirectoryCannotBeRead) {
     std::string found;
     int type = -1;
     EXPECT_EQ(VQRegLib::CPEnumNamedObjects(name, 0).enumNamedObject(0, &found, &type), 1);
+    EXPECT_TRUE(VQRegLib::CPEnumNamedObjects(name, 0).isComplete());
     {
         const FailingCall refused("opendir", EMFILE);
-        EXPECT_EQ(VQRegLib::CPEnumNamedObjects(name, 0).enumNamedObject(0, &found, &type), 0);
+        const VQRegLib::CPEnumNamedObjects none(name, 0);
+        EXPECT_EQ(none.enumNamedObject(0, &found, &type), 0);
+        EXPECT_FALSE(none.isComplete());
     }
     EXPECT_TRUE(CPSemaphore::removeIfOwnerless(name));
 }
