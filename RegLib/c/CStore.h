@@ -37,9 +37,13 @@ public:
     template <typename Use>
     [[nodiscard]] int withKey(const char* given, bool create, Use&& use) {
         const std::string_view path = pathOf(given);
+        CRegKey* const root = m_session.RootKey();
+        if (!root) {
+            return VQREG_E_FAIL;
+        }
         if (path.empty()) {
-            CRegKey* const root = m_session.RootKey();
-            return root ? use(*root) : VQREG_E_FAIL;
+            const int result = use(*root);
+            return isGone(*root) ? VQREG_E_INVALID_HANDLE : result;
         }
         for (;;) {
             std::shared_ptr<CSharedKey> key = m_keys.find(path);
@@ -56,6 +60,9 @@ public:
                 return result;
             }
             m_keys.drop(path, key);
+            if (isGone(*root)) {
+                return VQREG_E_INVALID_HANDLE;  // a new one would be gone, too
+            }
         }
     }
 

@@ -90,8 +90,8 @@ int CStoreOfC::remove(std::string_view path) {
         }
     }
     const std::string name(path.substr(slash + 1));  // all of a path without a slash
-    const int result =
-        m_session.VQRegDeleteKey(above ? above->get() : *m_session.RootKey(), name.c_str());
+    const int result = ofChange(
+        m_session.VQRegDeleteKey(above ? above->get() : *m_session.RootKey(), name.c_str()));
     if (result >= 0) {
         m_keys.drop(path);
     }
