@@ -73,7 +73,7 @@ public:
         if (steps.empty()) {
             return kOk;
         }
-        VQRegLib::CRegUpdate update(m_core.session());
+        Scope update(m_core.store());
         if (update.result() < 0) {
             return update.result();
         }
@@ -84,7 +84,7 @@ public:
             return result;
         }
         if (update.end() < 0) {
-            const VQRegLib::CRegUpdate again(m_core.session());
+            const Scope again(m_core.store());
             if (again.result() >= 0) {
                 takeBack(done);
             }
@@ -113,7 +113,7 @@ private:
 
     int lookAt(const Step& step) {
         SharedKey key = step.key;
-        const int result = key ? kOk : m_core.open(step.path, false, key);
+        const int result = key ? Core::lookAt(*key) : m_core.open(step.path, false, key);
         if (result < 0 || step.kind == Step::Kind::create) {
             return result == VQREG_E_KEY_NOT_FOUND ? kOk : result;
         }
@@ -204,7 +204,7 @@ private:
     }
 
     int remove(const Step& step, Steps& done) {
-        const int result = ::vqreg_delete_key(m_core.store(), step.path.c_str());
+        const int result = m_core.remove(step.path);
         if (result >= 0) {
             done.push_back({Step::Kind::create, nullptr, step.path, {}, {}, {}});
         }
@@ -249,10 +249,25 @@ private:
         return result;
     }
 
+    // Without the checks of vqreg.h: what is put back may be what the file could not give back.
     int put(const Step& step, const OpenKey& key) {
-        return step.kind == Step::Kind::set
-                   ? change(m_core.session(), *key.handle, step.name.c_str(), step.data.encoded())
-                   : m_core.session().VQRegDeleteValue(*key.handle, step.name.c_str());
+        CRegLib& session = m_core.session();
+        const char* const name = step.name.c_str();
+        const Encoded value = step.data.encoded();
+        if (step.kind != Step::Kind::set) {
+            return session.VQRegDeleteValue(*key.handle, name);
+        }
+        switch (value.type) {
+            case Type::dword:
+                return session.VQRegSetValue(*key.handle, name,
+                                             static_cast<unsigned long>(value.number));
+            case Type::string:
+                return session.VQRegSetValue(*key.handle, name,
+                                             static_cast<const char*>(value.data));
+            default:
+                return session.VQRegSetValue(
+                    *key.handle, name, static_cast<const unsigned char*>(value.data), value.size);
+        }
     }
 
     Core& m_core;

@@ -6,6 +6,7 @@
 #include <VQRegLib.h>
 #include <vqreg.h>
 
+#include <cstring>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -21,36 +22,53 @@ namespace detail {
 using VQRegLib::CRegKey;
 using VQRegLib::CRegLib;
 
-// A key handle that is filled once, so that several threads may use it. It leaves its store under the
-// store's lock, as others may be inside.
+struct CloseStore {
+    void operator()(vqreg_store* store) const { ::vqreg_close(store); }
+};
+
+struct CloseKey {
+    void operator()(vqreg_key* key) const { ::vqreg_close_key(key); }
+};
+
+using CheckedKey = std::unique_ptr<vqreg_key, CloseKey>;
+
+// An open key has two handles, each filled once, so that several threads may use them. Queries go through
+// the one of VQRegLib.h, which leaves its store under the store's lock, as others may be inside. All else
+// goes through that of vqreg.h, which also tells when others have made the key a value.
 struct OpenKey {
-    OpenKey(CRegLib& ofSession, std::string ofPath)
-        : session(ofSession), path(std::move(ofPath)), own(1, nullptr) {
-        own.front() = new CRegKey;
-        handle = own.front();
+    OpenKey(CRegLib& ofSession, std::string ofPath, CheckedKey ofC)
+        : session(ofSession), path(std::move(ofPath)), checked(std::move(ofC)) {
+        if (path.empty()) {
+            handle = session.RootKey();  // the store's own
+        } else {
+            own.reserve(1);
+            own.push_back(new CRegKey);
+            handle = own.front();
+        }
     }
-    // The root key, which is the store's own.
-    explicit OpenKey(CRegLib& ofSession) : session(ofSession), handle(ofSession.RootKey()) {}
     ~OpenKey() { (void)session.VQRegDestroyKeyVect(own); }
     OpenKey(const OpenKey&) = delete;
     OpenKey& operator=(const OpenKey&) = delete;
 
     CRegLib& session;
     CRegKey* handle = nullptr;
-    std::string path;  // below the root key
+    const std::string path;  // below the root key
+    const CheckedKey checked;
     std::vector<CRegKey*> own;
 };
 
 using SharedKey = std::shared_ptr<OpenKey>;
 
-struct CloseStore {
-    void operator()(vqreg_store* store) const { ::vqreg_close(store); }
-};
-
-// The path below the root key that an argument means: one "/" in front is allowed.
+// The path below the root key that an argument means: one "/" in front is allowed. What has gone through
+// here does not go through again, or a second one would be taken off.
 inline std::string pathOf(Name name) {
     const std::string path = name.c_str() ? name.c_str() : "";
     return !path.empty() && path.front() == '/' ? path.substr(1) : path;
+}
+
+// The argument that means such a path.
+inline std::string argumentOf(const std::string& path) {
+    return '/' + path;
 }
 
 inline std::string joined(const std::string& path, const std::string& below) {
@@ -105,17 +123,44 @@ inline int queryAny(CRegLib& session, CRegKey& key, const char* name, std::optio
     return kOk;
 }
 
-inline int change(CRegLib& session, CRegKey& key, const char* name, const Encoded& value) {
+inline int change(vqreg_key* key, const char* name, const Encoded& value) {
     switch (value.type) {
         case Type::dword:
-            return session.VQRegSetValue(key, name, static_cast<unsigned long>(value.number));
+            return ::vqreg_key_set_dword(key, name, value.number);
         case Type::string:
-            return session.VQRegSetValue(key, name, static_cast<const char*>(value.data));
+            return std::memchr(value.data, 0, value.size)  // it would be cut there
+                       ? VQREG_E_NOT_STORABLE
+                       : ::vqreg_key_set_string(key, name, static_cast<const char*>(value.data));
         default:
-            return session.VQRegSetValue(key, name, static_cast<const unsigned char*>(value.data),
-                                         value.size);
+            return ::vqreg_key_set_binary(key, name, value.data, value.size);
     }
 }
+
+// An update of the library for the length of a scope.
+class Scope {
+public:
+    explicit Scope(vqreg_store* store)
+        : m_store(store), m_result(::vqreg_begin_update(store)), m_isBegun(m_result >= 0) {}
+    ~Scope() { (void)end(); }
+    Scope(const Scope&) = delete;
+    Scope& operator=(const Scope&) = delete;
+
+    // What beginning it returned, and after `end` what ending it did.
+    int result() const { return m_result; }
+
+    int end() {
+        if (m_isBegun) {
+            m_isBegun = false;
+            m_result = ::vqreg_end_update(m_store);
+        }
+        return m_result;
+    }
+
+private:
+    vqreg_store* m_store;
+    int m_result;
+    bool m_isBegun;
+};
 
 // A store that is open, or a place where there is none. Keys, updates and watches share it with the
 // `Store`.
@@ -140,14 +185,14 @@ public:
     std::string whyNotStorable(const std::string& path, const char* name,
                                const Encoded& value) const {
         return sentenceOf([&](char* text, std::size_t size) {
-            return ::vqreg_why_not_storable(m_store.get(), path.c_str(), name,
+            return ::vqreg_why_not_storable(m_store.get(), argumentOf(path).c_str(), name,
                                             static_cast<vqreg_type>(value.type), value.data,
                                             value.size, text, size);
         });
     }
 
     bool isStorable(const std::string& path, const char* name, const Encoded& value) const {
-        return ::vqreg_why_not_storable(m_store.get(), path.c_str(), name,
+        return ::vqreg_why_not_storable(m_store.get(), argumentOf(path).c_str(), name,
                                         static_cast<vqreg_type>(value.type), value.data, value.size,
                                         nullptr, 0) == 0;
     }
@@ -159,53 +204,70 @@ public:
         if (!isOpen()) {
             return VQREG_E_NOT_INITIALIZED;
         }
-        for (;;) {
-            const int there = create ? ::vqreg_create_key(m_store.get(), path.c_str())
-                                     : ::vqreg_has_key(m_store.get(), path.c_str());
-            if (there < 0) {
-                remember(path, nullptr);
-                return there;
-            }
-            const int result = openPresent(path, key);
-            if (result != VQREG_E_KEY_NOT_FOUND || !create) {
-                return result;
-            }
+        key = find(path);
+        int result = key ? lookAt(*key) : VQREG_E_INVALID_HANDLE;
+        // Where others have made the root key a value, nothing below it can be opened.
+        while (result == VQREG_E_INVALID_HANDLE &&
+               ::vqreg_has_key(m_store.get(), nullptr) != VQREG_E_INVALID_HANDLE) {
+            result = openNew(path, create, key);
         }
+        return result;
+    }
+
+    int remove(const std::string& path) {
+        const int result = isOpen() ? ::vqreg_delete_key(m_store.get(), argumentOf(path).c_str())
+                                    : VQREG_E_NOT_INITIALIZED;
+        if (result >= 0) {
+            forget(path);
+        }
+        return result;
     }
 
     // Whether the key is there; whether it has a value without a name does not matter.
-    int lookAt(OpenKey& key) {
-        CRegLib::eDataType type = CRegLib::eNone;
-        const int result =
-            key.handle ? m_session.VQRegQueryValueType(*key.handle, "", type) : VQREG_E_FAIL;
+    static int lookAt(const OpenKey& key) {
+        vqreg_type type = VQREG_NONE;
+        std::size_t size = 0;
+        const int result = ::vqreg_key_get(key.checked.get(), "", &type, nullptr, &size);
         return result == VQREG_E_NOT_FOUND || result == VQREG_E_NOT_A_VALUE ? kOk : result;
     }
 
 private:
+    using Keys = std::unordered_map<std::string, SharedKey>;
+
     SharedKey find(const std::string& path) {
         const std::lock_guard<std::mutex> guard(m_mutex);
         const auto found = m_keys.find(path);
         return found != m_keys.end() ? found->second : nullptr;
     }
 
-    // The handle before is released outside the mutex: it takes the store's lock, which an update of another
-    // thread may hold that waits for the mutex.
+    // The handles before are released outside the mutex: that takes the store's lock, which an update of
+    // another thread may hold that waits for the mutex.
     void remember(const std::string& path, SharedKey key) {
         const std::lock_guard<std::mutex> guard(m_mutex);
         m_keys[path].swap(key);
     }
 
-    int openPresent(const std::string& path, SharedKey& key) {
-        key = find(path);
-        if (key) {
-            const int result = lookAt(*key);
-            if (result != VQREG_E_INVALID_HANDLE) {
-                return result;
-            }
+    void forget(const std::string& path) {
+        Keys::node_type forgotten;
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        forgotten = m_keys.extract(path);
+    }
+
+    // Another thread may delete the key, and make it again, between the filling of the two handles: the
+    // first one tells, and both are opened again.
+    int openNew(const std::string& path, bool create, SharedKey& key) {
+        vqreg_key* opened = nullptr;
+        int result =
+            ::vqreg_open_key(m_store.get(), argumentOf(path).c_str(), create ? 1 : 0, &opened);
+        CheckedKey checked(opened);
+        if (result < 0) {
+            forget(path);
+            return result;
         }
-        key = path.empty() ? std::make_shared<OpenKey>(m_session)
-                           : std::make_shared<OpenKey>(m_session, path);
-        const int result = path.empty() ? lookAt(*key) : fill(*key);
+        key = std::make_shared<OpenKey>(m_session, path, std::move(checked));
+        const int filled = path.empty() ? kOk : fill(*key);
+        result = lookAt(*key);
+        result = result < 0 ? result : filled;
         if (result >= 0) {
             remember(path, key);
         }
@@ -225,8 +287,7 @@ private:
     const std::string m_file;
     std::unique_ptr<vqreg_store, CloseStore> m_store;
     std::mutex m_mutex;
-    std::unordered_map<std::string, SharedKey>
-        m_keys;  // after the session, which they need to their end
+    Keys m_keys;  // after the session, which they need to their end
 };
 
 using SharedCore = std::shared_ptr<Core>;

@@ -116,9 +116,8 @@ public:
                                                                     data, size);
             return detail::kOk;
         };
-        setError(error,
-                 m_key ? ::vqreg_visit_values(m_core->store(), m_key->path.c_str(), visit, &found)
-                       : VQREG_E_INVALID_HANDLE);
+        setError(error, m_key ? ::vqreg_key_visit_values(m_key->checked.get(), visit, &found)
+                              : VQREG_E_INVALID_HANDLE);
         return found;
     }
     /// @}
@@ -160,7 +159,7 @@ public:
     }
     /// The same without an exception.
     bool erase(Name name, std::error_code& error) {
-        const int result = m_key ? m_core->session().VQRegDeleteValue(*m_key->handle, name.c_str())
+        const int result = m_key ? ::vqreg_key_delete_value(m_key->checked.get(), name.c_str())
                                  : VQREG_E_INVALID_HANDLE;
         setError(error, result >= 0 || result == VQREG_E_NOT_FOUND ? detail::kOk
                                                                    : detail::refused(result, name));
@@ -172,17 +171,24 @@ public:
     /// @{
 
     /// Opens a key below this one; as `Store::key`.
-    Key key(Name name) const;
+    Key key(Name name) const { return below(name, false); }
     /// The same without an exception.
-    Key key(Name name, std::error_code& error) const;
+    Key key(Name name, std::error_code& error) const { return below(name, false, error); }
     /// Opens or makes a key below this one; as `Store::create`.
-    Key create(Name name) const;
+    Key create(Name name) const { return below(name, true); }
     /// The same without an exception.
-    Key create(Name name, std::error_code& error) const;
+    Key create(Name name, std::error_code& error) const { return below(name, true, error); }
     /// Opens a key below this one; as `Store::find`.
-    std::optional<Key> find(Name name) const;
+    std::optional<Key> find(Name name) const {
+        std::error_code error;
+        std::optional<Key> found = find(name, error);
+        throwBelow(error, name);
+        return found;
+    }
     /// The same without an exception.
-    std::optional<Key> find(Name name, std::error_code& error) const;
+    std::optional<Key> find(Name name, std::error_code& error) const {
+        return unlessMissing(key(name, error), error);
+    }
 
     /// All sub keys, open, in the order of their lower-case names.
     std::vector<Key> keys() const {
@@ -192,7 +198,23 @@ public:
         return found;
     }
     /// The same without an exception.
-    std::vector<Key> keys(std::error_code& error) const;
+    std::vector<Key> keys(std::error_code& error) const {
+        std::vector<Key> found;
+        for (const std::string& each : key_names(error)) {
+            const std::string whole = detail::joined(path(), each);
+            // Directly below the root key a key without a name has no path.
+            std::optional<Key> key;
+            if (whole != path()) {
+                key = unlessMissing(opened(m_core, whole, false, error), error);
+            }
+            if (key) {
+                found.push_back(*std::move(key));
+            } else if (error) {
+                return found;
+            }
+        }
+        return found;
+    }
 
     /// The names of all sub keys, in the order of their lower-case forms.
     std::vector<std::string> key_names() const {
@@ -203,14 +225,14 @@ public:
     }
     /// The same without an exception.
     std::vector<std::string> key_names(std::error_code& error) const {
-        char** list = nullptr;
-        std::size_t count = 0;
-        setError(error, m_key
-                            ? ::vqreg_list_keys(m_core->store(), m_key->path.c_str(), &list, &count)
-                            : VQREG_E_INVALID_HANDLE);
-        const std::unique_ptr<char*, void (*)(char**)> owner(
-            list, [](char** names) { ::vqreg_free(names); });
-        return list ? std::vector<std::string>(list, list + count) : std::vector<std::string>();
+        std::vector<std::string> names;
+        const auto visit = [](void* context, const char* name) {
+            static_cast<std::vector<std::string>*>(context)->emplace_back(name);
+            return detail::kOk;
+        };
+        setError(error, m_key ? ::vqreg_key_visit_keys(m_key->checked.get(), visit, &names)
+                              : VQREG_E_INVALID_HANDLE);
+        return names;
     }
     /// @}
 
@@ -221,9 +243,39 @@ private:
     Key(detail::SharedCore core, detail::SharedKey key)
         : m_core(std::move(core)), m_key(std::move(key)) {}
 
-    // The path below this key, for a store that is the key's, or none where the key is empty.
-    template <typename Open>
-    auto below(Name name, Open open) const;
+    // The key of a path below the root key.
+    static Key opened(const detail::SharedCore& core, const std::string& path, bool create,
+                      std::error_code& error) {
+        detail::SharedKey key;
+        const int result = core->open(path, create, key);
+        setError(error, result);
+        return result < 0 ? Key() : Key(core, std::move(key));
+    }
+
+    static std::optional<Key> unlessMissing(Key found, std::error_code& error) {
+        if (error == errc::key_not_found) {
+            error.clear();
+        }
+        return found ? std::optional<Key>(std::move(found)) : std::nullopt;
+    }
+
+    std::string pathBelow(Name name) const { return detail::joined(path(), detail::pathOf(name)); }
+
+    // Nothing is opened, or made again, below a key that is gone.
+    Key below(Name name, bool create, std::error_code& error) const {
+        const int result = !m_key             ? VQREG_E_INVALID_HANDLE
+                           : !name.is_whole() ? VQREG_E_NOT_STORABLE
+                                              : detail::Core::lookAt(*m_key);
+        setError(error, result);
+        return result < 0 ? Key() : opened(m_core, pathBelow(name), create, error);
+    }
+
+    Key below(Name name, bool create) const {
+        std::error_code error;
+        Key found = below(name, create, error);
+        throwBelow(error, name);
+        return found;
+    }
 
     template <typename T>
     int read(Name name, std::optional<T>& value) const {
@@ -235,20 +287,22 @@ private:
     template <typename T>
     int write(Name name, const T& value, detail::Encoded& encoded) {
         const int result = m_key ? detail::encode(value, encoded) : VQREG_E_INVALID_HANDLE;
-        if (result != detail::kOk || !name.c_str()) {
-            return result != detail::kOk ? result : VQREG_E_FAIL;
-        }
-        // The key is there: its path need not be looked at.
-        return m_core->isStorable({}, name.c_str(), encoded)
-                   ? detail::change(m_core->session(), *m_key->handle, name.c_str(), encoded)
-                   : VQREG_E_NOT_STORABLE;
+        return result == detail::kOk ? detail::change(m_key->checked.get(), name.c_str(), encoded)
+                                     : result;
     }
 
     static void setError(std::error_code& error, int result) noexcept {
         error = result == detail::kOk ? std::error_code() : detail::codeOf(result);
     }
 
-    void throwBelow(const std::error_code& error, Name name) const;
+    // The path is at fault as a key, which has no value's name.
+    void throwBelow(const std::error_code& error, Name name) const {
+        if (error) {
+            detail::failAt(error.value(), m_core.get(),
+                           name.is_whole() ? pathBelow(name) : std::string(),
+                           static_cast<const char*>(nullptr), nullptr);
+        }
+    }
 
     void throwFor(const std::error_code& error, Name name) const {
         if (error) {

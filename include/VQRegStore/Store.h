@@ -83,11 +83,7 @@ public:
     }
     /// The same without an exception.
     std::optional<Key> find(Name path, std::error_code& error) const {
-        Key found = key(path, error);
-        if (error == errc::key_not_found) {
-            error.clear();
-        }
-        return found ? std::optional<Key>(std::move(found)) : std::nullopt;
+        return Key::unlessMissing(key(path, error), error);
     }
 
     /// The root key.
@@ -106,9 +102,8 @@ public:
     }
     /// The same without an exception.
     bool remove(Name path, std::error_code& error) const {
-        int result =
-            *this ? ::vqreg_delete_key(m_core->store(), path.c_str()) : VQREG_E_NOT_INITIALIZED;
-        result = path.is_whole() ? result : VQREG_E_NOT_STORABLE;
+        const int refused = refusalOf(path);
+        const int result = refused < 0 ? refused : m_core->remove(detail::pathOf(path));
         const bool isGone = result >= 0 || result == VQREG_E_KEY_NOT_FOUND;
         error = isGone ? std::error_code() : detail::codeOf(result);
         return result >= 0;
@@ -121,21 +116,22 @@ public:
     /// @return what the function returned
     /// @throws Error  `errc::file_open` when the file cannot be written
     template <typename Function>
-    auto exclusively(Function&& function) const -> decltype(function()) {
+    auto exclusively(Function&& function) const -> std::invoke_result_t<Function> {
+        using Returned = std::invoke_result_t<Function>;
         if (!*this) {
             failed(VQREG_E_NOT_INITIALIZED, "");
         }
-        VQRegLib::CRegUpdate update(m_core->session());
+        detail::Scope update(m_core->store());
         if (update.result() < 0) {
             failed(update.result(), "");
         }
-        if constexpr (std::is_void_v<decltype(function())>) {
+        if constexpr (std::is_void_v<Returned>) {
             std::forward<Function>(function)();
             end(update);
         } else {
-            auto returned = std::forward<Function>(function)();
+            decltype(auto) returned = std::forward<Function>(function)();
             end(update);
-            return returned;
+            return std::forward<Returned>(returned);  // a reference stays one, and a value is moved
         }
     }
 
@@ -150,12 +146,8 @@ public:
     void notify(std::error_code& error) const { call(::vqreg_notify, error); }
 
 private:
-    friend class Key;
     friend class Update;
     friend class Changes;
-
-    struct Again {};  // the store of a key
-    Store(Again, detail::SharedCore core) noexcept : m_core(std::move(core)) {}
 
     void open(Name file, Name root, std::error_code& error) {
         try {
@@ -177,12 +169,18 @@ private:
     }
 
     Key opened(Name path, bool create, std::error_code& error) const {
-        detail::SharedKey key;
-        const int result = !m_core            ? VQREG_E_NOT_INITIALIZED
-                           : !path.is_whole() ? VQREG_E_NOT_STORABLE
-                                              : m_core->open(detail::pathOf(path), create, key);
-        error = result < 0 ? detail::codeOf(result) : std::error_code();
-        return result < 0 ? Key() : Key(m_core, std::move(key));
+        const int refused = refusalOf(path);
+        if (refused < 0) {
+            error = detail::codeOf(refused);
+            return {};
+        }
+        return Key::opened(m_core, detail::pathOf(path), create, error);
+    }
+
+    int refusalOf(Name path) const {
+        return !m_core            ? VQREG_E_NOT_INITIALIZED
+               : !path.is_whole() ? VQREG_E_NOT_STORABLE
+                                  : detail::kOk;
     }
 
     [[noreturn]] void failed(int code, Name path) const {
@@ -191,7 +189,7 @@ private:
         detail::failAt(code, m_core.get(), whole, static_cast<const char*>(nullptr), nullptr);
     }
 
-    void end(VQRegLib::CRegUpdate& update) const {
+    void end(detail::Scope& update) const {
         if (update.end() < 0) {
             failed(update.result(), "");
         }
@@ -212,82 +210,6 @@ private:
 
     detail::SharedCore m_core;
 };
-
-template <typename Open>
-auto Key::below(Name name, Open open) const {
-    const std::string whole = detail::joined(path(), detail::pathOf(name));
-    return open(Store(Store::Again(), m_core), name.is_whole() ? Name(whole) : name);
-}
-
-inline Key Key::key(Name name, std::error_code& error) const {
-    Key found = below(name, [&](const Store& store, Name path) { return store.key(path, error); });
-    if (!m_key) {
-        error = errc::invalid_handle;
-    }
-    return found;
-}
-
-inline Key Key::create(Name name, std::error_code& error) const {
-    Key made =
-        below(name, [&](const Store& store, Name path) { return store.create(path, error); });
-    if (!m_key) {
-        error = errc::invalid_handle;
-    }
-    return made;
-}
-
-inline std::optional<Key> Key::find(Name name, std::error_code& error) const {
-    Key found = key(name, error);
-    if (error == errc::key_not_found) {
-        error.clear();
-    }
-    return found ? std::optional<Key>(std::move(found)) : std::nullopt;
-}
-
-inline Key Key::key(Name name) const {
-    std::error_code error;
-    Key found = key(name, error);
-    throwBelow(error, name);
-    return found;
-}
-
-inline Key Key::create(Name name) const {
-    std::error_code error;
-    Key made = create(name, error);
-    throwBelow(error, name);
-    return made;
-}
-
-inline std::optional<Key> Key::find(Name name) const {
-    std::error_code error;
-    std::optional<Key> found = find(name, error);
-    throwBelow(error, name);
-    return found;
-}
-
-inline void Key::throwBelow(const std::error_code& error, Name name) const {
-    if (error) {
-        below(name, [&](const Store& store, Name path) { store.failed(error.value(), path); });
-    }
-}
-
-inline std::vector<Key> Key::keys(std::error_code& error) const {
-    std::vector<Key> found;
-    for (const std::string& each : key_names(error)) {
-        const std::string whole = detail::joined(path(), each);
-        // Directly below the root key a key without a name has no path.
-        std::optional<Key> key;
-        if (whole != path()) {
-            key = Store(Store::Again(), m_core).find(whole, error);
-        }
-        if (key) {
-            found.push_back(*std::move(key));
-        } else if (error) {
-            return found;
-        }
-    }
-    return found;
-}
 
 }  // namespace vqreg
 

@@ -1,5 +1,6 @@
 // Updates of VQRegStore.h: all of their changes or none, in one write.
 #include <atomic>
+#include <memory>
 #include <stdexcept>
 
 #include "store/CxxStoreFixture.h"
@@ -249,6 +250,22 @@ TEST_F(StoreUpdate, ExclusivelyReadsAndWritesWithoutALoss) {
     EXPECT_EQ(two.wait(), 0);
     EXPECT_EQ(key.get<int>("Count"), 2 * kTimes);
     EXPECT_EQ(store.exclusively([&] { return *key.get<int>("Count"); }), 2 * kTimes);
+}
+
+// A reference stays one, and what can only be moved is moved.
+TEST_F(StoreUpdate, ExclusivelyReturnsWhatItsFunctionReturns) {
+    int number = 1;
+    const auto reference = [&]() -> int& { return number; };
+    static_assert(std::is_same_v<decltype(store.exclusively(reference)), int&>);
+    EXPECT_EQ(&store.exclusively(reference), &number);
+    const std::string text(100, 'x');
+    const auto constant = [&]() -> const std::string& { return text; };
+    EXPECT_EQ(&store.exclusively(constant), &text);
+    auto pointer = std::make_unique<int>(5);
+    EXPECT_EQ(*store.exclusively([&] { return std::move(pointer); }), 5);
+    std::string moved(100, 'y');
+    const auto rvalue = [&]() -> std::string&& { return std::move(moved); };
+    EXPECT_EQ(std::string(store.exclusively(rvalue)), std::string(100, 'y'));
 }
 
 TEST_F(StoreUpdate, ExclusivelyMayCommitAndThrow) {
