@@ -9,6 +9,7 @@
 #include <cstring>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <utility>
@@ -162,24 +163,38 @@ private:
     bool m_isBegun;
 };
 
+constexpr const char* kHoldsNul = "the path or name holds a NUL";
+
 // A store that is open, or a place where there is none. Keys, updates and watches share it with the
 // `Store`.
 class Core {
 public:
-    Core(Name file, Name root)
-        : m_session(file.c_str(), root.c_str(), CRegLib::eLocationDefault, nullptr),
-          m_isDefault(file.c_str() == nullptr),
-          m_file(m_isDefault ? "" : file.c_str()) {
-        if (m_session.RootKey()) {
-            m_store.reset(::vqreg_open(file.c_str(), root.c_str(), nullptr));
+    // The session comes second: it would write a root key of any name.
+    Core(Name file, Name root, int& result)
+        : m_isDefault(file.is_whole() && !file.c_str()),
+          m_file(file.c_str() ? file.c_str() : ""),
+          m_refusal(refusalOf(file, root)) {
+        result = VQREG_E_NOT_STORABLE;
+        if (file.is_whole() && root.is_whole()) {
+            m_store.reset(::vqreg_open(file.c_str(), root.c_str(), &result));
+        }
+        if (m_store) {
+            m_session.emplace(file.c_str(), root.c_str(), CRegLib::eLocationDefault, nullptr);
+        }
+        if (m_store && !m_session->RootKey()) {
+            m_store.reset();
+            result = VQREG_E_NOT_INITIALIZED;
         }
     }
 
     bool isOpen() const { return m_store != nullptr; }
-    CRegLib& session() { return m_session; }
+    CRegLib& session() { return *m_session; }
     vqreg_store* store() const { return m_store.get(); }
     std::string file() const { return m_store ? ::vqreg_file(m_store.get()) : m_file; }
-    std::string why() const { return whyOf(m_isDefault ? nullptr : m_file.c_str()); }
+    std::string why() const {
+        return !isOpen() && !m_refusal.empty() ? m_refusal
+                                               : whyOf(m_isDefault ? nullptr : m_file.c_str());
+    }
 
     // Why the file could not give back a value, or a key where `name` is null; empty when it can.
     std::string whyNotStorable(const std::string& path, const char* name,
@@ -264,7 +279,7 @@ private:
             forget(path);
             return result;
         }
-        key = std::make_shared<OpenKey>(m_session, path, std::move(checked));
+        key = std::make_shared<OpenKey>(*m_session, path, std::move(checked));
         const int filled = path.empty() ? kOk : fill(*key);
         result = lookAt(*key);
         result = result < 0 ? result : filled;
@@ -276,15 +291,32 @@ private:
 
     int fill(OpenKey& key) {
         try {
-            return m_session.VQRegCreateKey(nullptr, key.path.c_str(), *key.handle, 0);
+            return m_session->VQRegCreateKey(nullptr, key.path.c_str(), *key.handle, 0);
         } catch (const VQException&) {
             return VQREG_E_FAIL;
         }
     }
 
-    CRegLib m_session;  // first: queries find it without a step
+    // Why these are no file and no root key; empty where they are. A root key stands at the top, and the
+    // line of a long one is shorter than would be told.
+    static std::string refusalOf(Name file, Name root) {
+        if (!file.is_whole() || !root.is_whole()) {
+            return kHoldsNul;
+        }
+        const std::string key = root.c_str() ? root.c_str() : "";
+        if (!root.c_str() || key.size() > 1000) {
+            return {};
+        }
+        return sentenceOf([&](char* text, std::size_t size) {
+            return ::vqreg_why_not_storable(nullptr, argumentOf(key.empty() ? "/" : key).c_str(),
+                                            nullptr, VQREG_NONE, nullptr, 0, text, size);
+        });
+    }
+
+    std::optional<CRegLib> m_session;  // first: queries find it without a step
     const bool m_isDefault;
     const std::string m_file;
+    const std::string m_refusal;
     std::unique_ptr<vqreg_store, CloseStore> m_store;
     std::mutex m_mutex;
     Keys m_keys;  // after the session, which they need to their end

@@ -23,13 +23,16 @@ public:
 
     /// Opens a store.
     /// @param file  absolute path of its file, which is made when it is missing; null for the default store
-    /// @param root  name of the root key; null for "Velquist"
-    /// @throws Error  as for the default store
+    /// @param root  name or path of the root key; null for "Velquist"
+    /// @throws Error  as for the default store; `errc::not_storable`, before anything is changed, for a root
+    ///                key that the file could not give back, and for a NUL in either
     explicit Store(Name file, Name root = nullptr) {
         std::error_code error;
         open(file, root, error);
         if (error) {
-            detail::fail(error.value(), {}, {}, m_core ? m_core->why() : std::string());
+            const bool isOfRoot = error == errc::not_storable && root.c_str();
+            detail::fail(error.value(), isOfRoot ? root.c_str() : "", {},
+                         m_core ? m_core->why() : std::string());
         }
     }
 
@@ -48,13 +51,16 @@ public:
     std::string file() const { return m_core ? m_core->file() : std::string(); }
 
     /// Why this store cannot be used, for people: its directory is missing or may not be written, the file
-    /// may not be read, or is malformed, with line and column. Empty when nothing stands in the way.
+    /// may not be read, or is malformed, with line and column, or what its root key may not be called. Empty
+    /// when nothing stands in the way.
     std::string why() const {
         return m_core ? m_core->why() : error_message(errc::not_initialized);
     }
     /// The same for a store that is not open. Does not open it.
     /// @param file  null for the default store
-    static std::string why(Name file) { return detail::whyOf(file.c_str()); }
+    static std::string why(Name file) {
+        return file.is_whole() ? detail::whyOf(file.c_str()) : detail::kHoldsNul;
+    }
 
     /// @name Keys
     /// @{
@@ -151,12 +157,12 @@ private:
 
     void open(Name file, Name root, std::error_code& error) {
         try {
-            m_core = std::make_shared<detail::Core>(file, root);
+            int result = VQREG_OK;
+            m_core = std::make_shared<detail::Core>(file, root, result);
+            error = result < 0 ? detail::codeOf(result) : std::error_code();
         } catch (const VQException&) {
             error = errc::fail;
-            return;
         }
-        error = m_core->isOpen() ? std::error_code() : make_error_code(errc::not_initialized);
     }
 
     Key opened(Name path, bool create) const {
