@@ -87,7 +87,7 @@ template <typename T>
         more.resize(size);
         result = session.VQRegQueryValue(key, name, type, more.data(), &size);
         if (result >= 0 && type == kTypeOf<T>) {
-            return decode(more.data(), size, value);
+            return detail::decode(more.data(), size, value);
         }
     }
     // Without memory a query succeeds and finds nothing.
@@ -103,8 +103,8 @@ int query(CRegLib& session, CRegKey& key, const char* name, std::optional<T>& va
     unsigned long size = kRoom;
     const int result = session.VQRegQueryValue(key, name, type, buffer, &size);
     return result >= 0 && type == kTypeOf<T>
-               ? decode(buffer, size, value)
-               : queryAgain(session, key, name, type, size, result, value);
+               ? detail::decode(buffer, size, value)
+               : detail::queryAgain(session, key, name, type, size, result, value);
 }
 
 // The same for a value of any type.

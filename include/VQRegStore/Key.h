@@ -68,17 +68,25 @@ public:
 
     /// The value of that name, or the fallback where there is none. Its type is that of the fallback; texts
     /// come as `std::string`. A value of another type is a failure, as for `get`: who took it for a missing
-    /// one would lose a setting.
+    /// one would lose a setting. So is a null pointer as a text where it is needed, with `errc::fail`.
     template <typename T>
     detail::Stored<T> get_or(Name name, const T& fallback) const {
         std::optional<detail::Stored<T>> value = get<detail::Stored<T>>(name);
+        if (!value && isNull(fallback)) {
+            detail::failAt(VQREG_E_FAIL, m_core.get(), path(), name, nullptr);
+        }
         return value ? *std::move(value) : detail::Stored<T>(fallback);
     }
 
-    /// The same without an exception: the fallback also stands for what could not be read.
+    /// The same without an exception: the fallback also stands for what could not be read. For a null
+    /// pointer an empty text does.
     template <typename T>
     detail::Stored<T> get_or(Name name, const T& fallback, std::error_code& error) const {
         std::optional<detail::Stored<T>> value = get<detail::Stored<T>>(name, error);
+        if (!value && isNull(fallback)) {
+            setError(error, error ? error.value() : VQREG_E_FAIL);
+            return {};
+        }
         return value ? *std::move(value) : detail::Stored<T>(fallback);
     }
 
@@ -289,6 +297,17 @@ private:
         const int result = m_key ? detail::encode(value, encoded) : VQREG_E_INVALID_HANDLE;
         return result == detail::kOk ? detail::change(m_key->checked.get(), name.c_str(), encoded)
                                      : result;
+    }
+
+    // A pointer to a text that there is not, as getenv() returns it.
+    template <typename T>
+    static bool isNull(const T& fallback) noexcept {
+        static_assert(!std::is_null_pointer_v<T>, "a fallback must be a value");
+        if constexpr (std::is_convertible_v<const T&, const char*>) {
+            const char* const text = fallback;
+            return !text;
+        }
+        return false;
     }
 
     static void setError(std::error_code& error, int result) noexcept {
