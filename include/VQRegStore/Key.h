@@ -14,7 +14,9 @@ namespace vqreg {
 /// clears. Nothing but `std::bad_alloc` leaves those.
 ///
 /// When this process deletes the key, or it is empty, every operation fails with `errc::invalid_handle`.
-/// What another process deletes stays in this one's memory, as docs/sharing.md tells.
+/// What another process deletes stays in this one's memory, as docs/sharing.md tells. Where another process
+/// makes the key, or one above it, a value, all fail in this way but `get` and `value`, which then give what
+/// the memory still has.
 class Key {
 public:
     /// An empty one.
@@ -139,7 +141,8 @@ public:
     /// @throws Error  `errc::not_storable` for what the file could not give back, and `errc::out_of_range`,
     ///                before anything is changed; `errc::not_a_value`; `errc::file_open` when the file cannot
     ///                be replaced: the change stays in this process's memory then, and goes out with the next
-    ///                one that succeeds
+    ///                one that succeeds. The same again finds nothing to change and succeeds without writing;
+    ///                what writes for certain is an update, which may be empty: `store.exclusively([] {})`
     template <typename T>
     void set(Name name, const T& value) {
         detail::Encoded encoded;
@@ -159,6 +162,7 @@ public:
 
     /// Deletes a value.
     /// @return false when there was none
+    /// @throws Error  `errc::not_a_value`; `errc::file_open` as for `set`: the same again finds no value
     bool erase(Name name) {
         std::error_code error;
         const bool wasThere = erase(name, error);

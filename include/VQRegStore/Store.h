@@ -94,6 +94,8 @@ public:
 
     /// The root key.
     Key root() const { return key(nullptr); }
+    /// The same without an exception.
+    Key root(std::error_code& error) const { return key(nullptr, error); }
 
     /// Deletes an empty key.
     /// @return false when there was none
@@ -117,10 +119,16 @@ public:
     /// @}
 
     /// Calls a function while nobody else can change the store, so that what it reads is still so when it
-    /// writes: whoever wants to change it waits, other processes and other threads alike, so be brief. Its
-    /// changes are one write at its end, also when it ends with an exception. Open no other store in it.
+    /// writes: other processes that want to change it wait, and so do other threads of this one that want to
+    /// change or to read it, so be brief. Its changes are one write at its end, also when it ends with an
+    /// exception. An `Update` that is committed in it has succeeded, and has forgotten its changes, before
+    /// they are written.
+    ///
+    /// Open no other store in it, and destroy no `Watch`: that waits for a function that may be waiting for
+    /// the store.
     /// @return what the function returned
-    /// @throws Error  `errc::file_open` when the file cannot be written
+    /// @throws Error  `errc::file_open` when the file cannot be written: the changes stay in this process's
+    ///                memory then, and go out with the next one that succeeds
     template <typename Function>
     auto exclusively(Function&& function) const -> std::invoke_result_t<Function> {
         using Returned = std::invoke_result_t<Function>;

@@ -20,8 +20,8 @@ namespace vqreg {
 /// What the file could not give back is refused when it is collected, as by `Key::set`. A commit looks first
 /// whether its changes are possible. One that fails has changed nothing: what it had done until then is
 /// taken back before anybody else has seen it, and the changes are still collected, for another `commit`.
-/// Where it was a change behind a deletion that was not possible, the file is written once more with the text
-/// that it has. Where the writing of the file has failed, other processes may come in between; a value that
+/// Where that is only found while they are made, as for what is behind a deletion or in a key that the update
+/// itself makes, the file is written once more with the text that it has. Where the writing of the file has failed, other processes may come in between; a value that
 /// one of them has set meanwhile keeps what it was given. Where taking back fails as well, for want of memory
 /// or of a descriptor, changes stay in this process's memory as after any change that could not be written.
 /// A key that was deleted and made again in this way is another one for those who had it open, but not for the

@@ -20,7 +20,7 @@ public:
           m_data(static_cast<const unsigned char*>(data),
                  static_cast<const unsigned char*>(data) + size) {}
 
-    /// Its name, as it was created.
+    /// Its name: as it was created, and where `Key::value` was asked for it as it was asked for.
     const std::string& name() const noexcept { return m_name; }
     /// Its type.
     Type type() const noexcept { return m_type; }

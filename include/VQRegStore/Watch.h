@@ -50,7 +50,8 @@ public:
                            static_cast<const char*>(nullptr), nullptr);
         }
     }
-    /// The same without an exception. Where it fails the object gives out nothing, and has no descriptor.
+    /// The same without an exception. Where it fails the object has no descriptor, and `next` fails with
+    /// `errc::fail`.
     Changes(const Store& store, Name path, std::error_code& error) { open(store, path, error); }
 
     /// For poll, epoll or an event loop: readable when there may be a change. Belongs to the object: do not

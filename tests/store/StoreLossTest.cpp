@@ -5,14 +5,16 @@ namespace {
 
 class StoreLoss : public vqtest::CxxStoreTest {
 protected:
-    // Another process makes a value of a key that this one has open.
-    void makeAValueOf(const std::string& above, const std::string& name) {
+    // Another process makes a value of a key at the top that this one has open.
+    void makeAValueOf(const std::string& name) {
         vqtest::ForkedChild other([&] {
             const vqreg::Store own = open();
-            const std::string path = above.empty() ? name : above + '/' + name;
-            own.remove(path + "/Sub");
-            own.remove(path);
-            own.key(above).set(name, "a value now");
+            if (std::optional<vqreg::Key> sub = own.find(name + "/Sub")) {
+                sub->erase("Old");
+            }
+            own.remove(name + "/Sub");
+            own.remove(name);
+            own.root().set(name, "a value now");
             return 0;
         });
         EXPECT_EQ(other.wait(), 0);
@@ -29,13 +31,15 @@ const auto kFileOpen = vqreg::errc::file_open;
 
 TEST_F(StoreLoss, OfAKeyThatOthersHaveMadeAValueIsToldToWhoChangesIt) {
     vqreg::Key sub = store.create("A/Sub");
-    makeAValueOf("", "A");
+    sub.set("Old", 1);
+    makeAValueOf("A");
     EXPECT_EQ(thrown([&] { sub.set("V", 1); }), kGone) << "a key above it";
     EXPECT_EQ(thrown([&] { sub.erase("V"); }), kGone);
     EXPECT_EQ(thrown([&] { sub.values(); }), kGone);
     EXPECT_EQ(thrown([&] { sub.key_names(); }), kGone);
+    EXPECT_EQ(sub.get<int>("Old"), 1) << "the memory has it";
     EXPECT_EQ(thrown([&] { store.key("A/Sub"); }), vqreg::errc::not_a_key);
-    makeAValueOf("", "K");
+    makeAValueOf("K");
     std::error_code error;
     key.set("V", 1, error);
     EXPECT_EQ(error, kGone) << "the key itself";
@@ -47,7 +51,7 @@ TEST_F(StoreLoss, OfAKeyThatOthersHaveMadeAValueIsToldToAnUpdate) {
     vqreg::Update update(store);
     update.set(key, "V", 1);
     update.set(sub, "V", 1);
-    makeAValueOf("", "A");
+    makeAValueOf("A");
     const std::string before = file.read();
     EXPECT_EQ(thrown([&] { update.commit(); }), kGone);
     EXPECT_EQ(file.read(), before);

@@ -135,6 +135,17 @@ TEST_F(StoreUpdate, ThatIsNotPossibleWritesNothing) {
     EXPECT_EQ(file.inode(), inode);
 }
 
+TEST_F(StoreUpdate, ThatIsNotPossibleForWhatItHasMadeItselfWritesTheTextThatIsThere) {
+    const std::string before = file.read();
+    const ino_t inode = file.inode();
+    vqreg::Update update(store);
+    update.set("Made", "V", 2);
+    update.remove("Made");
+    EXPECT_EQ(thrown([&] { update.commit(); }), vqreg::errc::key_not_empty);
+    EXPECT_EQ(file.read(), before);
+    EXPECT_NE(file.inode(), inode);
+}
+
 TEST_F(StoreUpdate, ThatFailsInTheMiddleTakesBackWhatItHasDone) {
     key.set("Text", "before");
     key.set("Gone", 7);
@@ -275,6 +286,7 @@ TEST_F(StoreUpdate, ExclusivelyMayCommitAndThrow) {
     const std::string before = file.read();
     EXPECT_THROW(store.exclusively([&] {
         update.commit();
+        EXPECT_TRUE(update.empty());
         EXPECT_EQ(file.read(), before) << "one write, at the end";
         throw std::runtime_error("in the middle");
     }),
