@@ -37,13 +37,10 @@ public:
     template <typename Use>
     [[nodiscard]] int withKey(const char* given, bool create, Use&& use) {
         const std::string_view path = pathOf(given);
-        CRegKey* const root = m_session.RootKey();
-        if (!root) {
-            return VQREG_E_FAIL;
-        }
         if (path.empty()) {
-            const int result = use(*root);
-            return isGone(*root) ? VQREG_E_INVALID_HANDLE : result;
+            CRegKey* const root = m_session.RootKey();
+            const int result = root ? use(*root) : VQREG_E_FAIL;
+            return isRootGone() ? VQREG_E_INVALID_HANDLE : result;
         }
         for (;;) {
             std::shared_ptr<CSharedKey> key = m_keys.find(path);
@@ -60,7 +57,7 @@ public:
                 return result;
             }
             m_keys.drop(path, key);
-            if (isGone(*root)) {
+            if (isRootGone()) {
                 return VQREG_E_INVALID_HANDLE;  // a new one would be gone, too
             }
         }
@@ -70,6 +67,7 @@ public:
     static std::string_view pathOf(const char* given);
 
 private:
+    bool isRootGone();
     [[nodiscard]] bool isStorable(std::string_view path) const;
     [[nodiscard]] int openEach(std::string_view path, bool create,
                                std::shared_ptr<CSharedKey>& key);

@@ -104,6 +104,11 @@ bool CStoreOfC::isGone(const CRegKey& key) {
     return store->isGone(key);
 }
 
+bool CStoreOfC::isRootGone() {
+    const CRegKey* const root = m_session.RootKey();
+    return root && isGone(*root);
+}
+
 }  // namespace VQRegLib
 
 using namespace VQRegLib;
