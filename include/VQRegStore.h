@@ -16,8 +16,8 @@
 ///
 /// **Failures** throw `vqreg::Error`, with a code, a text for people, and the path and name that it is
 /// about; with a `std::error_code&` as the last argument they do not, and nothing but `std::bad_alloc`
-/// leaves the call. All operations have both forms but `Store::exclusively`, which lets through what its
-/// function throws. That a value, or what is to be deleted, is not there is no failure; that a value has
+/// leaves the call. Both forms need a compiler that has exceptions switched on. All operations have both but
+/// `Store::exclusively`, which lets through what its function throws. That a value, or what is to be deleted, is not there is no failure; that a value has
 /// another type, or a number that the variable has no room for, is one.
 ///
 /// **What the file could not give back** is refused with `errc::not_storable` before anything is changed:
@@ -25,14 +25,14 @@
 /// and lines of more than 2047 bytes.
 ///
 /// **Lifetimes.** Every object keeps its store open, so they may be destroyed in any order. All may be
-/// moved and none copied. What has been moved from may be destroyed, and be given another value.
+/// moved, and only `Value`, `Change` and `Error`, which are no part of a store, copied. What has been moved from may be destroyed, and be given another value.
 ///
 /// **Threads.** Any number of threads may use one `Store` and one `Key` at the same time; moving one,
 /// assigning to it and destroying it need all others to be done with it. `Value` and `Change` are values
 /// like a `std::string`. An `Update` and a `Changes` belong to one thread at a time. A `Watch` calls its
 /// function on a thread of its own. After a fork of a process with several threads the child may use a
 /// store only if no other thread was inside a call of the library; a child must not use the watches of its
-/// parent.
+/// parent, but may destroy them.
 #ifndef VQREGSTORE_H
 #define VQREGSTORE_H
 

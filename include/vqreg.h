@@ -29,7 +29,8 @@
  *
  * **What others delete** stays in the memory of a process that has read it, and readable there, until that
  * process deletes it or ends; its next change of anything writes it again. A key that others have made a
- * value is out of reach for paths and open keys at once.
+ * value is out of reach for paths and open keys at once; where that is the root key or one above it, all
+ * operations return #VQREG_E_INVALID_HANDLE.
  *
  * **Threads.** Any number of threads may use one store, and one key of it. vqreg_close(),
  * vqreg_close_key() and vqreg_watch_close() need all others to be done with the object; a watch belongs
@@ -61,23 +62,23 @@ extern "C" {
  * @{ */
 #define VQREG_OK 0 /**< success */
 /** memory is short, a pointer is null, or a system object could not be made */
-#define VQREG_E_FAIL ((int)-1054535776)
-#define VQREG_E_NOT_FOUND ((int)-1054535774)     /**< no value of that name */
-#define VQREG_E_NOT_A_KEY ((int)-1054535773)     /**< a name of the path is a value's */
-#define VQREG_E_NOT_A_VALUE ((int)-1054535772)   /**< the name is a sub key's */
-#define VQREG_E_KEY_NOT_FOUND ((int)-1054535768) /**< no key of that path */
-#define VQREG_E_BAD_TYPE ((int)-1054535760)      /**< the value has another type */
+#define VQREG_E_FAIL (-1054535776)
+#define VQREG_E_NOT_FOUND (-1054535774)     /**< no value of that name */
+#define VQREG_E_NOT_A_KEY (-1054535773)     /**< a name of the path is a value's */
+#define VQREG_E_NOT_A_VALUE (-1054535772)   /**< the name is a sub key's */
+#define VQREG_E_KEY_NOT_FOUND (-1054535768) /**< no key of that path */
+#define VQREG_E_BAD_TYPE (-1054535760)      /**< the value has another type */
 /** the buffer is too small; the size that is needed has been written back */
-#define VQREG_E_BUFFER_TOO_SMALL ((int)-1054535759)
-#define VQREG_E_BAD_FORMAT ((int)-1054535758) /**< the file has a malformed line */
+#define VQREG_E_BUFFER_TOO_SMALL (-1054535759)
+#define VQREG_E_BAD_FORMAT (-1054535758) /**< the file has a malformed line */
 /** the open key has been deleted by this process, or a value has its name or that of a key above it */
-#define VQREG_E_INVALID_HANDLE ((int)-1054535757)
-#define VQREG_E_KEY_NOT_EMPTY ((int)-1054535756) /**< the key has sub keys or values */
+#define VQREG_E_INVALID_HANDLE (-1054535757)
+#define VQREG_E_KEY_NOT_EMPTY (-1054535756) /**< the key has sub keys or values */
 /** the file, or the new file that is to replace it, could not be opened */
-#define VQREG_E_FILE_OPEN ((int)-1054535755)
-#define VQREG_E_NOT_INITIALIZED ((int)-1054535753) /**< there is no store */
+#define VQREG_E_FILE_OPEN (-1054535755)
+#define VQREG_E_NOT_INITIALIZED (-1054535753) /**< there is no store */
 /** the file could not give back the name or the data */
-#define VQREG_E_NOT_STORABLE ((int)-1054535744)
+#define VQREG_E_NOT_STORABLE (-1054535744)
 /** @} */
 
 /** The type of a value: one of the constants below. Later versions may know others. */

@@ -39,7 +39,8 @@ public:
         const std::string_view path = pathOf(given);
         if (path.empty()) {
             CRegKey* const root = m_session.RootKey();
-            return root ? use(*root) : VQREG_E_FAIL;
+            const int result = root ? use(*root) : VQREG_E_FAIL;
+            return isRootGone() ? VQREG_E_INVALID_HANDLE : result;
         }
         for (;;) {
             std::shared_ptr<CSharedKey> key = m_keys.find(path);
@@ -56,6 +57,9 @@ public:
                 return result;
             }
             m_keys.drop(path, key);
+            if (isRootGone()) {
+                return VQREG_E_INVALID_HANDLE;  // a new one would be gone, too
+            }
         }
     }
 
@@ -63,6 +67,7 @@ public:
     static std::string_view pathOf(const char* given);
 
 private:
+    bool isRootGone();
     [[nodiscard]] bool isStorable(std::string_view path) const;
     [[nodiscard]] int openEach(std::string_view path, bool create,
                                std::shared_ptr<CSharedKey>& key);

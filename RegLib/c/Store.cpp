@@ -90,8 +90,8 @@ int CStoreOfC::remove(std::string_view path) {
         }
     }
     const std::string name(path.substr(slash + 1));  // all of a path without a slash
-    const int result =
-        m_session.VQRegDeleteKey(above ? above->get() : *m_session.RootKey(), name.c_str());
+    const int result = ofChange(
+        m_session.VQRegDeleteKey(above ? above->get() : *m_session.RootKey(), name.c_str()));
     if (result >= 0) {
         m_keys.drop(path);
     }
@@ -102,6 +102,11 @@ bool CStoreOfC::isGone(const CRegKey& key) {
     CRegLibImpl* const store = CRegLibAccess::store(m_session);
     const CCritSecGuard guard(store->m_critSec, __LINE__);
     return store->isGone(key);
+}
+
+bool CStoreOfC::isRootGone() {
+    const CRegKey* const root = m_session.RootKey();
+    return root && isGone(*root);
 }
 
 }  // namespace VQRegLib

@@ -2,9 +2,12 @@
 // to one function of a session and a key.
 #include <cstring>
 
+#include "RegLib/base/CritSecGuard.h"
 #include "RegLib/c/CStore.h"
 #include "RegLib/c/Guarded.h"
 #include "RegLib/c/ReadValue.h"
+#include "RegLib/store/RegLibAccess.h"
+#include "RegLib/store/Store.h"
 #include "RegLib/text/Storable.h"
 
 using namespace VQRegLib;
@@ -85,8 +88,14 @@ struct CDelete {
     const char* name;
 
     bool isGiven() const { return name != nullptr; }
+
+    // Asks first: a value that was there and is "not found" could not be taken out of the file. No other
+    // thread deletes it meanwhile.
     int operator()(CRegLib& session, CRegKey& key) const {
-        return session.VQRegDeleteValue(key, name);
+        const CCritSecGuard guard(CRegLibAccess::store(session)->m_critSec, __LINE__);
+        CRegLib::eDataType type = CRegLib::eNone;
+        const int found = session.VQRegQueryValueType(key, name, type);
+        return found < 0 ? found : ofChange(session.VQRegDeleteValue(key, name));
     }
 };
 

@@ -47,7 +47,8 @@ struct Data {
 struct Step {
     enum class Kind { set, erase, create, remove };
     Kind kind;
-    SharedKey key;  // of a value; null where its path says which
+    SharedCore core;  // of the key: that of another object for the same store, which must stay open
+    SharedKey key;    // of a value; null where its path says which
     std::string path;
     std::string name;
     Data data;
@@ -69,11 +70,11 @@ public:
     explicit Applier(Core& core) : m_core(core) {}
 
     // All of them or none; 0, or what has failed and where.
-    int run(const Steps& steps, Failure& failure) {
+    int run(Steps& steps, Failure& failure) {
         if (steps.empty()) {
             return kOk;
         }
-        VQRegLib::CRegUpdate update(m_core.session());
+        Scope update(m_core.store());
         if (update.result() < 0) {
             return update.result();
         }
@@ -84,9 +85,9 @@ public:
             return result;
         }
         if (update.end() < 0) {
-            const VQRegLib::CRegUpdate again(m_core.session());
+            const Scope again(m_core.store());
             if (again.result() >= 0) {
-                takeBack(done);
+                takeBack(done, steps);
             }
             return update.result();
         }
@@ -113,7 +114,7 @@ private:
 
     int lookAt(const Step& step) {
         SharedKey key = step.key;
-        const int result = key ? kOk : m_core.open(step.path, false, key);
+        const int result = key ? Core::lookAt(*key) : m_core.open(step.path, false, key);
         if (result < 0 || step.kind == Step::Kind::create) {
             return result == VQREG_E_KEY_NOT_FOUND ? kOk : result;
         }
@@ -136,25 +137,25 @@ private:
         return result == VQREG_E_NOT_FOUND ? kOk : result;
     }
 
-    int applyAll(const Steps& steps, Steps& done, Failure& failure) {
+    int applyAll(Steps& steps, Steps& done, Failure& failure) {
         try {
             for (const Step& step : steps) {
                 const int result = apply(step, done);
                 if (result < 0) {
                     failure = {step.path, step.name};
-                    takeBack(done);
+                    takeBack(done, steps);
                     return result;
                 }
             }
         } catch (...) {
-            takeBack(done);
+            takeBack(done, steps);
             throw;
         }
         return kOk;
     }
 
     // The last first. What cannot be taken back stays; the rest is.
-    void takeBack(const Steps& done) noexcept {
+    void takeBack(const Steps& done, Steps& steps) noexcept {
         for (auto step = done.rbegin(); step != done.rend(); ++step) {
             try {
                 Steps unused;
@@ -162,6 +163,22 @@ private:
             } catch (...) {
                 continue;  // without memory
             }
+        }
+        for (Step& step : steps) {
+            try {
+                openAgain(step);
+            } catch (...) {
+                continue;  // the next commit says that the key is gone
+            }
+        }
+    }
+
+    // A key that was deleted and made again needs another handle. All were there at the beginning.
+    void openAgain(Step& step) {
+        SharedKey key;
+        if (step.key && Core::lookAt(*step.key) == VQREG_E_INVALID_HANDLE &&
+            m_core.open(step.path, false, key) >= 0) {
+            step.key = std::move(key);
         }
     }
 
@@ -198,15 +215,15 @@ private:
             SharedKey key;
             std::string part = path.substr(0, end);
             if (m_core.open(part, false, key) == VQREG_E_KEY_NOT_FOUND) {
-                done.push_back({Step::Kind::remove, nullptr, std::move(part), {}, {}, {}});
+                done.push_back({Step::Kind::remove, nullptr, nullptr, std::move(part), {}, {}, {}});
             }
         }
     }
 
     int remove(const Step& step, Steps& done) {
-        const int result = ::vqreg_delete_key(m_core.store(), step.path.c_str());
+        const int result = m_core.remove(step.path);
         if (result >= 0) {
-            done.push_back({Step::Kind::create, nullptr, step.path, {}, {}, {}});
+            done.push_back({Step::Kind::create, nullptr, nullptr, step.path, {}, {}, {}});
         }
         return result == VQREG_E_KEY_NOT_FOUND ? kOk : result;
     }
@@ -232,7 +249,7 @@ private:
             return result;
         }
         // By its path: the key may be deleted, and made again.
-        Step back{Step::Kind::set, nullptr, step.path, step.name, {}, step.data};
+        Step back{Step::Kind::set, nullptr, nullptr, step.path, step.name, {}, step.data};
         if (before) {
             back.data = Data(*before);
         } else {
@@ -249,10 +266,25 @@ private:
         return result;
     }
 
+    // Without the checks of vqreg.h: what is put back may be what the file could not give back.
     int put(const Step& step, const OpenKey& key) {
-        return step.kind == Step::Kind::set
-                   ? change(m_core.session(), *key.handle, step.name.c_str(), step.data.encoded())
-                   : m_core.session().VQRegDeleteValue(*key.handle, step.name.c_str());
+        CRegLib& session = m_core.session();
+        const char* const name = step.name.c_str();
+        const Encoded value = step.data.encoded();
+        if (step.kind != Step::Kind::set) {
+            return session.VQRegDeleteValue(*key.handle, name);
+        }
+        switch (value.type) {
+            case Type::dword:
+                return session.VQRegSetValue(*key.handle, name,
+                                             static_cast<unsigned long>(value.number));
+            case Type::string:
+                return session.VQRegSetValue(*key.handle, name,
+                                             static_cast<const char*>(value.data));
+            default:
+                return session.VQRegSetValue(
+                    *key.handle, name, static_cast<const unsigned char*>(value.data), value.size);
+        }
     }
 
     Core& m_core;

@@ -6,8 +6,10 @@
 #include <VQRegLib.h>
 #include <vqreg.h>
 
+#include <cstring>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <utility>
@@ -21,36 +23,53 @@ namespace detail {
 using VQRegLib::CRegKey;
 using VQRegLib::CRegLib;
 
-// A key handle that is filled once, so that several threads may use it. It leaves its store under the
-// store's lock, as others may be inside.
+struct CloseStore {
+    void operator()(vqreg_store* store) const { ::vqreg_close(store); }
+};
+
+struct CloseKey {
+    void operator()(vqreg_key* key) const { ::vqreg_close_key(key); }
+};
+
+using CheckedKey = std::unique_ptr<vqreg_key, CloseKey>;
+
+// An open key has two handles, each filled once, so that several threads may use them. Queries go through
+// the one of VQRegLib.h, which leaves its store under the store's lock, as others may be inside. All else
+// goes through that of vqreg.h, which also tells when others have made the key a value.
 struct OpenKey {
-    OpenKey(CRegLib& ofSession, std::string ofPath)
-        : session(ofSession), path(std::move(ofPath)), own(1, nullptr) {
-        own.front() = new CRegKey;
-        handle = own.front();
+    OpenKey(CRegLib& ofSession, std::string ofPath, CheckedKey ofC)
+        : session(ofSession), path(std::move(ofPath)), checked(std::move(ofC)) {
+        if (path.empty()) {
+            handle = session.RootKey();  // the store's own
+        } else {
+            own.reserve(1);
+            own.push_back(new CRegKey);
+            handle = own.front();
+        }
     }
-    // The root key, which is the store's own.
-    explicit OpenKey(CRegLib& ofSession) : session(ofSession), handle(ofSession.RootKey()) {}
     ~OpenKey() { (void)session.VQRegDestroyKeyVect(own); }
     OpenKey(const OpenKey&) = delete;
     OpenKey& operator=(const OpenKey&) = delete;
 
     CRegLib& session;
     CRegKey* handle = nullptr;
-    std::string path;  // below the root key
+    const std::string path;  // below the root key
+    const CheckedKey checked;
     std::vector<CRegKey*> own;
 };
 
 using SharedKey = std::shared_ptr<OpenKey>;
 
-struct CloseStore {
-    void operator()(vqreg_store* store) const { ::vqreg_close(store); }
-};
-
-// The path below the root key that an argument means: one "/" in front is allowed.
+// The path below the root key that an argument means: one "/" in front is allowed. What has gone through
+// here does not go through again, or a second one would be taken off.
 inline std::string pathOf(Name name) {
     const std::string path = name.c_str() ? name.c_str() : "";
     return !path.empty() && path.front() == '/' ? path.substr(1) : path;
+}
+
+// The argument that means such a path.
+inline std::string argumentOf(const std::string& path) {
+    return '/' + path;
 }
 
 inline std::string joined(const std::string& path, const std::string& below) {
@@ -68,7 +87,7 @@ template <typename T>
         more.resize(size);
         result = session.VQRegQueryValue(key, name, type, more.data(), &size);
         if (result >= 0 && type == kTypeOf<T>) {
-            return decode(more.data(), size, value);
+            return detail::decode(more.data(), size, value);
         }
     }
     // Without memory a query succeeds and finds nothing.
@@ -84,8 +103,8 @@ int query(CRegLib& session, CRegKey& key, const char* name, std::optional<T>& va
     unsigned long size = kRoom;
     const int result = session.VQRegQueryValue(key, name, type, buffer, &size);
     return result >= 0 && type == kTypeOf<T>
-               ? decode(buffer, size, value)
-               : queryAgain(session, key, name, type, size, result, value);
+               ? detail::decode(buffer, size, value)
+               : detail::queryAgain(session, key, name, type, size, result, value);
 }
 
 // The same for a value of any type.
@@ -105,49 +124,90 @@ inline int queryAny(CRegLib& session, CRegKey& key, const char* name, std::optio
     return kOk;
 }
 
-inline int change(CRegLib& session, CRegKey& key, const char* name, const Encoded& value) {
+inline int change(vqreg_key* key, const char* name, const Encoded& value) {
     switch (value.type) {
         case Type::dword:
-            return session.VQRegSetValue(key, name, static_cast<unsigned long>(value.number));
+            return ::vqreg_key_set_dword(key, name, value.number);
         case Type::string:
-            return session.VQRegSetValue(key, name, static_cast<const char*>(value.data));
+            return std::memchr(value.data, 0, value.size)  // it would be cut there
+                       ? VQREG_E_NOT_STORABLE
+                       : ::vqreg_key_set_string(key, name, static_cast<const char*>(value.data));
         default:
-            return session.VQRegSetValue(key, name, static_cast<const unsigned char*>(value.data),
-                                         value.size);
+            return ::vqreg_key_set_binary(key, name, value.data, value.size);
     }
 }
+
+// An update of the library for the length of a scope.
+class Scope {
+public:
+    explicit Scope(vqreg_store* store)
+        : m_store(store), m_result(::vqreg_begin_update(store)), m_isBegun(m_result >= 0) {}
+    ~Scope() { (void)end(); }
+    Scope(const Scope&) = delete;
+    Scope& operator=(const Scope&) = delete;
+
+    // What beginning it returned, and after `end` what ending it did.
+    int result() const { return m_result; }
+
+    int end() {
+        if (m_isBegun) {
+            m_isBegun = false;
+            m_result = ::vqreg_end_update(m_store);
+        }
+        return m_result;
+    }
+
+private:
+    vqreg_store* m_store;
+    int m_result;
+    bool m_isBegun;
+};
+
+constexpr const char* kHoldsNul = "the path or name holds a NUL";
 
 // A store that is open, or a place where there is none. Keys, updates and watches share it with the
 // `Store`.
 class Core {
 public:
-    Core(Name file, Name root)
-        : m_session(file.c_str(), root.c_str(), CRegLib::eLocationDefault, nullptr),
-          m_isDefault(file.c_str() == nullptr),
-          m_file(m_isDefault ? "" : file.c_str()) {
-        if (m_session.RootKey()) {
-            m_store.reset(::vqreg_open(file.c_str(), root.c_str(), nullptr));
+    // The session comes second: it would write a root key of any name.
+    Core(Name file, Name root, int& result)
+        : m_isDefault(file.is_whole() && !file.c_str()),
+          m_file(file.c_str() ? file.c_str() : ""),
+          m_refusal(refusalOf(file, root)) {
+        result = VQREG_E_NOT_STORABLE;
+        if (file.is_whole() && root.is_whole()) {
+            m_store.reset(::vqreg_open(file.c_str(), root.c_str(), &result));
+        }
+        if (m_store) {
+            m_session.emplace(file.c_str(), root.c_str(), CRegLib::eLocationDefault, nullptr);
+        }
+        if (m_store && !m_session->RootKey()) {
+            m_store.reset();
+            result = VQREG_E_NOT_INITIALIZED;
         }
     }
 
     bool isOpen() const { return m_store != nullptr; }
-    CRegLib& session() { return m_session; }
+    CRegLib& session() { return *m_session; }
     vqreg_store* store() const { return m_store.get(); }
     std::string file() const { return m_store ? ::vqreg_file(m_store.get()) : m_file; }
-    std::string why() const { return whyOf(m_isDefault ? nullptr : m_file.c_str()); }
+    std::string why() const {
+        return !isOpen() && !m_refusal.empty() ? m_refusal
+                                               : whyOf(m_isDefault ? nullptr : m_file.c_str());
+    }
 
     // Why the file could not give back a value, or a key where `name` is null; empty when it can.
     std::string whyNotStorable(const std::string& path, const char* name,
                                const Encoded& value) const {
         return sentenceOf([&](char* text, std::size_t size) {
-            return ::vqreg_why_not_storable(m_store.get(), path.c_str(), name,
+            return ::vqreg_why_not_storable(m_store.get(), argumentOf(path).c_str(), name,
                                             static_cast<vqreg_type>(value.type), value.data,
                                             value.size, text, size);
         });
     }
 
     bool isStorable(const std::string& path, const char* name, const Encoded& value) const {
-        return ::vqreg_why_not_storable(m_store.get(), path.c_str(), name,
+        return ::vqreg_why_not_storable(m_store.get(), argumentOf(path).c_str(), name,
                                         static_cast<vqreg_type>(value.type), value.data, value.size,
                                         nullptr, 0) == 0;
     }
@@ -159,53 +219,70 @@ public:
         if (!isOpen()) {
             return VQREG_E_NOT_INITIALIZED;
         }
-        for (;;) {
-            const int there = create ? ::vqreg_create_key(m_store.get(), path.c_str())
-                                     : ::vqreg_has_key(m_store.get(), path.c_str());
-            if (there < 0) {
-                remember(path, nullptr);
-                return there;
-            }
-            const int result = openPresent(path, key);
-            if (result != VQREG_E_KEY_NOT_FOUND || !create) {
-                return result;
-            }
+        key = find(path);
+        int result = key ? lookAt(*key) : VQREG_E_INVALID_HANDLE;
+        // Where others have made the root key a value, nothing below it can be opened.
+        while (result == VQREG_E_INVALID_HANDLE &&
+               ::vqreg_has_key(m_store.get(), nullptr) != VQREG_E_INVALID_HANDLE) {
+            result = openNew(path, create, key);
         }
+        return result;
+    }
+
+    int remove(const std::string& path) {
+        const int result = isOpen() ? ::vqreg_delete_key(m_store.get(), argumentOf(path).c_str())
+                                    : VQREG_E_NOT_INITIALIZED;
+        if (result >= 0) {
+            forget(path);
+        }
+        return result;
     }
 
     // Whether the key is there; whether it has a value without a name does not matter.
-    int lookAt(OpenKey& key) {
-        CRegLib::eDataType type = CRegLib::eNone;
-        const int result =
-            key.handle ? m_session.VQRegQueryValueType(*key.handle, "", type) : VQREG_E_FAIL;
+    static int lookAt(const OpenKey& key) {
+        vqreg_type type = VQREG_NONE;
+        std::size_t size = 0;
+        const int result = ::vqreg_key_get(key.checked.get(), "", &type, nullptr, &size);
         return result == VQREG_E_NOT_FOUND || result == VQREG_E_NOT_A_VALUE ? kOk : result;
     }
 
 private:
+    using Keys = std::unordered_map<std::string, SharedKey>;
+
     SharedKey find(const std::string& path) {
         const std::lock_guard<std::mutex> guard(m_mutex);
         const auto found = m_keys.find(path);
         return found != m_keys.end() ? found->second : nullptr;
     }
 
-    // The handle before is released outside the mutex: it takes the store's lock, which an update of another
-    // thread may hold that waits for the mutex.
+    // The handles before are released outside the mutex: that takes the store's lock, which an update of
+    // another thread may hold that waits for the mutex.
     void remember(const std::string& path, SharedKey key) {
         const std::lock_guard<std::mutex> guard(m_mutex);
         m_keys[path].swap(key);
     }
 
-    int openPresent(const std::string& path, SharedKey& key) {
-        key = find(path);
-        if (key) {
-            const int result = lookAt(*key);
-            if (result != VQREG_E_INVALID_HANDLE) {
-                return result;
-            }
+    void forget(const std::string& path) {
+        Keys::node_type forgotten;
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        forgotten = m_keys.extract(path);
+    }
+
+    // Another thread may delete the key, and make it again, between the filling of the two handles: the
+    // first one tells, and both are opened again.
+    int openNew(const std::string& path, bool create, SharedKey& key) {
+        vqreg_key* opened = nullptr;
+        int result =
+            ::vqreg_open_key(m_store.get(), argumentOf(path).c_str(), create ? 1 : 0, &opened);
+        CheckedKey checked(opened);
+        if (result < 0) {
+            forget(path);
+            return result;
         }
-        key = path.empty() ? std::make_shared<OpenKey>(m_session)
-                           : std::make_shared<OpenKey>(m_session, path);
-        const int result = path.empty() ? lookAt(*key) : fill(*key);
+        key = std::make_shared<OpenKey>(*m_session, path, std::move(checked));
+        const int filled = path.empty() ? kOk : fill(*key);
+        result = lookAt(*key);
+        result = result < 0 ? result : filled;
         if (result >= 0) {
             remember(path, key);
         }
@@ -214,19 +291,35 @@ private:
 
     int fill(OpenKey& key) {
         try {
-            return m_session.VQRegCreateKey(nullptr, key.path.c_str(), *key.handle, 0);
+            return m_session->VQRegCreateKey(nullptr, key.path.c_str(), *key.handle, 0);
         } catch (const VQException&) {
             return VQREG_E_FAIL;
         }
     }
 
-    CRegLib m_session;  // first: queries find it without a step
+    // Why these are no file and no root key; empty where they are. A root key stands at the top, and the
+    // line of a long one is shorter than would be told.
+    static std::string refusalOf(Name file, Name root) {
+        if (!file.is_whole() || !root.is_whole()) {
+            return kHoldsNul;
+        }
+        const std::string key = root.c_str() ? root.c_str() : "";
+        if (!root.c_str() || key.size() > 1000) {
+            return {};
+        }
+        return sentenceOf([&](char* text, std::size_t size) {
+            return ::vqreg_why_not_storable(nullptr, argumentOf(key.empty() ? "/" : key).c_str(),
+                                            nullptr, VQREG_NONE, nullptr, 0, text, size);
+        });
+    }
+
+    std::optional<CRegLib> m_session;  // first: queries find it without a step
     const bool m_isDefault;
     const std::string m_file;
+    const std::string m_refusal;
     std::unique_ptr<vqreg_store, CloseStore> m_store;
     std::mutex m_mutex;
-    std::unordered_map<std::string, SharedKey>
-        m_keys;  // after the session, which they need to their end
+    Keys m_keys;  // after the session, which they need to their end
 };
 
 using SharedCore = std::shared_ptr<Core>;

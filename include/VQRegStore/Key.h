@@ -14,7 +14,9 @@ namespace vqreg {
 /// clears. Nothing but `std::bad_alloc` leaves those.
 ///
 /// When this process deletes the key, or it is empty, every operation fails with `errc::invalid_handle`.
-/// What another process deletes stays in this one's memory, as docs/sharing.md tells.
+/// What another process deletes stays in this one's memory, as docs/sharing.md tells. Where another process
+/// makes the key, or one above it, a value, all fail in this way but `get` and `value`, which then give what
+/// the memory still has.
 class Key {
 public:
     /// An empty one.
@@ -68,17 +70,25 @@ public:
 
     /// The value of that name, or the fallback where there is none. Its type is that of the fallback; texts
     /// come as `std::string`. A value of another type is a failure, as for `get`: who took it for a missing
-    /// one would lose a setting.
+    /// one would lose a setting. So is a null pointer as a text where it is needed, with `errc::fail`.
     template <typename T>
     detail::Stored<T> get_or(Name name, const T& fallback) const {
         std::optional<detail::Stored<T>> value = get<detail::Stored<T>>(name);
+        if (!value && isNull(fallback)) {
+            detail::failAt(VQREG_E_FAIL, m_core.get(), path(), name, nullptr);
+        }
         return value ? *std::move(value) : detail::Stored<T>(fallback);
     }
 
-    /// The same without an exception: the fallback also stands for what could not be read.
+    /// The same without an exception: the fallback also stands for what could not be read. For a null
+    /// pointer an empty text does.
     template <typename T>
     detail::Stored<T> get_or(Name name, const T& fallback, std::error_code& error) const {
         std::optional<detail::Stored<T>> value = get<detail::Stored<T>>(name, error);
+        if (!value && isNull(fallback)) {
+            setError(error, error ? error.value() : VQREG_E_FAIL);
+            return {};
+        }
         return value ? *std::move(value) : detail::Stored<T>(fallback);
     }
 
@@ -116,9 +126,8 @@ public:
                                                                     data, size);
             return detail::kOk;
         };
-        setError(error,
-                 m_key ? ::vqreg_visit_values(m_core->store(), m_key->path.c_str(), visit, &found)
-                       : VQREG_E_INVALID_HANDLE);
+        setError(error, m_key ? ::vqreg_key_visit_values(m_key->checked.get(), visit, &found)
+                              : VQREG_E_INVALID_HANDLE);
         return found;
     }
     /// @}
@@ -132,7 +141,8 @@ public:
     /// @throws Error  `errc::not_storable` for what the file could not give back, and `errc::out_of_range`,
     ///                before anything is changed; `errc::not_a_value`; `errc::file_open` when the file cannot
     ///                be replaced: the change stays in this process's memory then, and goes out with the next
-    ///                one that succeeds
+    ///                one that succeeds. The same again finds nothing to change and succeeds without writing;
+    ///                what writes for certain is an update, which may be empty: `store.exclusively([] {})`
     template <typename T>
     void set(Name name, const T& value) {
         detail::Encoded encoded;
@@ -152,6 +162,7 @@ public:
 
     /// Deletes a value.
     /// @return false when there was none
+    /// @throws Error  `errc::not_a_value`; `errc::file_open` as for `set`: the same again finds no value
     bool erase(Name name) {
         std::error_code error;
         const bool wasThere = erase(name, error);
@@ -160,7 +171,7 @@ public:
     }
     /// The same without an exception.
     bool erase(Name name, std::error_code& error) {
-        const int result = m_key ? m_core->session().VQRegDeleteValue(*m_key->handle, name.c_str())
+        const int result = m_key ? ::vqreg_key_delete_value(m_key->checked.get(), name.c_str())
                                  : VQREG_E_INVALID_HANDLE;
         setError(error, result >= 0 || result == VQREG_E_NOT_FOUND ? detail::kOk
                                                                    : detail::refused(result, name));
@@ -172,17 +183,24 @@ public:
     /// @{
 
     /// Opens a key below this one; as `Store::key`.
-    Key key(Name name) const;
+    Key key(Name name) const { return below(name, false); }
     /// The same without an exception.
-    Key key(Name name, std::error_code& error) const;
+    Key key(Name name, std::error_code& error) const { return below(name, false, error); }
     /// Opens or makes a key below this one; as `Store::create`.
-    Key create(Name name) const;
+    Key create(Name name) const { return below(name, true); }
     /// The same without an exception.
-    Key create(Name name, std::error_code& error) const;
+    Key create(Name name, std::error_code& error) const { return below(name, true, error); }
     /// Opens a key below this one; as `Store::find`.
-    std::optional<Key> find(Name name) const;
+    std::optional<Key> find(Name name) const {
+        std::error_code error;
+        std::optional<Key> found = find(name, error);
+        throwBelow(error, name);
+        return found;
+    }
     /// The same without an exception.
-    std::optional<Key> find(Name name, std::error_code& error) const;
+    std::optional<Key> find(Name name, std::error_code& error) const {
+        return unlessMissing(key(name, error), error);
+    }
 
     /// All sub keys, open, in the order of their lower-case names.
     std::vector<Key> keys() const {
@@ -192,7 +210,23 @@ public:
         return found;
     }
     /// The same without an exception.
-    std::vector<Key> keys(std::error_code& error) const;
+    std::vector<Key> keys(std::error_code& error) const {
+        std::vector<Key> found;
+        for (const std::string& each : key_names(error)) {
+            const std::string whole = detail::joined(path(), each);
+            // Directly below the root key a key without a name has no path.
+            std::optional<Key> key;
+            if (whole != path()) {
+                key = unlessMissing(opened(m_core, whole, false, error), error);
+            }
+            if (key) {
+                found.push_back(*std::move(key));
+            } else if (error) {
+                return found;
+            }
+        }
+        return found;
+    }
 
     /// The names of all sub keys, in the order of their lower-case forms.
     std::vector<std::string> key_names() const {
@@ -203,14 +237,14 @@ public:
     }
     /// The same without an exception.
     std::vector<std::string> key_names(std::error_code& error) const {
-        char** list = nullptr;
-        std::size_t count = 0;
-        setError(error, m_key
-                            ? ::vqreg_list_keys(m_core->store(), m_key->path.c_str(), &list, &count)
-                            : VQREG_E_INVALID_HANDLE);
-        const std::unique_ptr<char*, void (*)(char**)> owner(
-            list, [](char** names) { ::vqreg_free(names); });
-        return list ? std::vector<std::string>(list, list + count) : std::vector<std::string>();
+        std::vector<std::string> names;
+        const auto visit = [](void* context, const char* name) {
+            static_cast<std::vector<std::string>*>(context)->emplace_back(name);
+            return detail::kOk;
+        };
+        setError(error, m_key ? ::vqreg_key_visit_keys(m_key->checked.get(), visit, &names)
+                              : VQREG_E_INVALID_HANDLE);
+        return names;
     }
     /// @}
 
@@ -221,9 +255,39 @@ private:
     Key(detail::SharedCore core, detail::SharedKey key)
         : m_core(std::move(core)), m_key(std::move(key)) {}
 
-    // The path below this key, for a store that is the key's, or none where the key is empty.
-    template <typename Open>
-    auto below(Name name, Open open) const;
+    // The key of a path below the root key.
+    static Key opened(const detail::SharedCore& core, const std::string& path, bool create,
+                      std::error_code& error) {
+        detail::SharedKey key;
+        const int result = core->open(path, create, key);
+        setError(error, result);
+        return result < 0 ? Key() : Key(core, std::move(key));
+    }
+
+    static std::optional<Key> unlessMissing(Key found, std::error_code& error) {
+        if (error == errc::key_not_found) {
+            error.clear();
+        }
+        return found ? std::optional<Key>(std::move(found)) : std::nullopt;
+    }
+
+    std::string pathBelow(Name name) const { return detail::joined(path(), detail::pathOf(name)); }
+
+    // Nothing is opened, or made again, below a key that is gone.
+    Key below(Name name, bool create, std::error_code& error) const {
+        const int result = !m_key             ? VQREG_E_INVALID_HANDLE
+                           : !name.is_whole() ? VQREG_E_NOT_STORABLE
+                                              : detail::Core::lookAt(*m_key);
+        setError(error, result);
+        return result < 0 ? Key() : opened(m_core, pathBelow(name), create, error);
+    }
+
+    Key below(Name name, bool create) const {
+        std::error_code error;
+        Key found = below(name, create, error);
+        throwBelow(error, name);
+        return found;
+    }
 
     template <typename T>
     int read(Name name, std::optional<T>& value) const {
@@ -235,20 +299,33 @@ private:
     template <typename T>
     int write(Name name, const T& value, detail::Encoded& encoded) {
         const int result = m_key ? detail::encode(value, encoded) : VQREG_E_INVALID_HANDLE;
-        if (result != detail::kOk || !name.c_str()) {
-            return result != detail::kOk ? result : VQREG_E_FAIL;
+        return result == detail::kOk ? detail::change(m_key->checked.get(), name.c_str(), encoded)
+                                     : result;
+    }
+
+    // A pointer to a text that there is not, as getenv() returns it.
+    template <typename T>
+    static bool isNull(const T& fallback) noexcept {
+        static_assert(!std::is_null_pointer_v<T>, "a fallback must be a value");
+        if constexpr (std::is_convertible_v<const T&, const char*>) {
+            const char* const text = fallback;
+            return !text;
         }
-        // The key is there: its path need not be looked at.
-        return m_core->isStorable({}, name.c_str(), encoded)
-                   ? detail::change(m_core->session(), *m_key->handle, name.c_str(), encoded)
-                   : VQREG_E_NOT_STORABLE;
+        return false;
     }
 
     static void setError(std::error_code& error, int result) noexcept {
         error = result == detail::kOk ? std::error_code() : detail::codeOf(result);
     }
 
-    void throwBelow(const std::error_code& error, Name name) const;
+    // The path is at fault as a key, which has no value's name.
+    void throwBelow(const std::error_code& error, Name name) const {
+        if (error) {
+            detail::failAt(error.value(), m_core.get(),
+                           name.is_whole() ? pathBelow(name) : std::string(),
+                           static_cast<const char*>(nullptr), nullptr);
+        }
+    }
 
     void throwFor(const std::error_code& error, Name name) const {
         if (error) {

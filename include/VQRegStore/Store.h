@@ -23,13 +23,16 @@ public:
 
     /// Opens a store.
     /// @param file  absolute path of its file, which is made when it is missing; null for the default store
-    /// @param root  name of the root key; null for "Velquist"
-    /// @throws Error  as for the default store
+    /// @param root  name or path of the root key; null for "Velquist"
+    /// @throws Error  as for the default store; `errc::not_storable`, before anything is changed, for a root
+    ///                key that the file could not give back, and for a NUL in either
     explicit Store(Name file, Name root = nullptr) {
         std::error_code error;
         open(file, root, error);
         if (error) {
-            detail::fail(error.value(), {}, {}, m_core ? m_core->why() : std::string());
+            const bool isOfRoot = error == errc::not_storable && root.c_str();
+            detail::fail(error.value(), isOfRoot ? root.c_str() : "", {},
+                         m_core ? m_core->why() : std::string());
         }
     }
 
@@ -48,13 +51,16 @@ public:
     std::string file() const { return m_core ? m_core->file() : std::string(); }
 
     /// Why this store cannot be used, for people: its directory is missing or may not be written, the file
-    /// may not be read, or is malformed, with line and column. Empty when nothing stands in the way.
+    /// may not be read, or is malformed, with line and column, or what its root key may not be called. Empty
+    /// when nothing stands in the way.
     std::string why() const {
         return m_core ? m_core->why() : error_message(errc::not_initialized);
     }
     /// The same for a store that is not open. Does not open it.
     /// @param file  null for the default store
-    static std::string why(Name file) { return detail::whyOf(file.c_str()); }
+    static std::string why(Name file) {
+        return file.is_whole() ? detail::whyOf(file.c_str()) : detail::kHoldsNul;
+    }
 
     /// @name Keys
     /// @{
@@ -83,15 +89,13 @@ public:
     }
     /// The same without an exception.
     std::optional<Key> find(Name path, std::error_code& error) const {
-        Key found = key(path, error);
-        if (error == errc::key_not_found) {
-            error.clear();
-        }
-        return found ? std::optional<Key>(std::move(found)) : std::nullopt;
+        return Key::unlessMissing(key(path, error), error);
     }
 
     /// The root key.
     Key root() const { return key(nullptr); }
+    /// The same without an exception.
+    Key root(std::error_code& error) const { return key(nullptr, error); }
 
     /// Deletes an empty key.
     /// @return false when there was none
@@ -106,9 +110,8 @@ public:
     }
     /// The same without an exception.
     bool remove(Name path, std::error_code& error) const {
-        int result =
-            *this ? ::vqreg_delete_key(m_core->store(), path.c_str()) : VQREG_E_NOT_INITIALIZED;
-        result = path.is_whole() ? result : VQREG_E_NOT_STORABLE;
+        const int refused = refusalOf(path);
+        const int result = refused < 0 ? refused : m_core->remove(detail::pathOf(path));
         const bool isGone = result >= 0 || result == VQREG_E_KEY_NOT_FOUND;
         error = isGone ? std::error_code() : detail::codeOf(result);
         return result >= 0;
@@ -116,26 +119,33 @@ public:
     /// @}
 
     /// Calls a function while nobody else can change the store, so that what it reads is still so when it
-    /// writes: whoever wants to change it waits, other processes and other threads alike, so be brief. Its
-    /// changes are one write at its end, also when it ends with an exception. Open no other store in it.
+    /// writes: other processes that want to change it wait, and so do other threads of this one that want to
+    /// change or to read it, so be brief. Its changes are one write at its end, also when it ends with an
+    /// exception. An `Update` that is committed in it has succeeded, and has forgotten its changes, before
+    /// they are written.
+    ///
+    /// Open no other store in it, and destroy no `Watch`: that waits for a function that may be waiting for
+    /// the store.
     /// @return what the function returned
-    /// @throws Error  `errc::file_open` when the file cannot be written
+    /// @throws Error  `errc::file_open` when the file cannot be written: the changes stay in this process's
+    ///                memory then, and go out with the next one that succeeds
     template <typename Function>
-    auto exclusively(Function&& function) const -> decltype(function()) {
+    auto exclusively(Function&& function) const -> std::invoke_result_t<Function> {
+        using Returned = std::invoke_result_t<Function>;
         if (!*this) {
             failed(VQREG_E_NOT_INITIALIZED, "");
         }
-        VQRegLib::CRegUpdate update(m_core->session());
+        detail::Scope update(m_core->store());
         if (update.result() < 0) {
             failed(update.result(), "");
         }
-        if constexpr (std::is_void_v<decltype(function())>) {
+        if constexpr (std::is_void_v<Returned>) {
             std::forward<Function>(function)();
             end(update);
         } else {
-            auto returned = std::forward<Function>(function)();
+            decltype(auto) returned = std::forward<Function>(function)();
             end(update);
-            return returned;
+            return std::forward<Returned>(returned);  // a reference stays one, and a value is moved
         }
     }
 
@@ -150,21 +160,17 @@ public:
     void notify(std::error_code& error) const { call(::vqreg_notify, error); }
 
 private:
-    friend class Key;
     friend class Update;
     friend class Changes;
 
-    struct Again {};  // the store of a key
-    Store(Again, detail::SharedCore core) noexcept : m_core(std::move(core)) {}
-
     void open(Name file, Name root, std::error_code& error) {
         try {
-            m_core = std::make_shared<detail::Core>(file, root);
+            int result = VQREG_OK;
+            m_core = std::make_shared<detail::Core>(file, root, result);
+            error = result < 0 ? detail::codeOf(result) : std::error_code();
         } catch (const VQException&) {
             error = errc::fail;
-            return;
         }
-        error = m_core->isOpen() ? std::error_code() : make_error_code(errc::not_initialized);
     }
 
     Key opened(Name path, bool create) const {
@@ -177,12 +183,18 @@ private:
     }
 
     Key opened(Name path, bool create, std::error_code& error) const {
-        detail::SharedKey key;
-        const int result = !m_core            ? VQREG_E_NOT_INITIALIZED
-                           : !path.is_whole() ? VQREG_E_NOT_STORABLE
-                                              : m_core->open(detail::pathOf(path), create, key);
-        error = result < 0 ? detail::codeOf(result) : std::error_code();
-        return result < 0 ? Key() : Key(m_core, std::move(key));
+        const int refused = refusalOf(path);
+        if (refused < 0) {
+            error = detail::codeOf(refused);
+            return {};
+        }
+        return Key::opened(m_core, detail::pathOf(path), create, error);
+    }
+
+    int refusalOf(Name path) const {
+        return !m_core            ? VQREG_E_NOT_INITIALIZED
+               : !path.is_whole() ? VQREG_E_NOT_STORABLE
+                                  : detail::kOk;
     }
 
     [[noreturn]] void failed(int code, Name path) const {
@@ -191,7 +203,7 @@ private:
         detail::failAt(code, m_core.get(), whole, static_cast<const char*>(nullptr), nullptr);
     }
 
-    void end(VQRegLib::CRegUpdate& update) const {
+    void end(detail::Scope& update) const {
         if (update.end() < 0) {
             failed(update.result(), "");
         }
@@ -212,82 +224,6 @@ private:
 
     detail::SharedCore m_core;
 };
-
-template <typename Open>
-auto Key::below(Name name, Open open) const {
-    const std::string whole = detail::joined(path(), detail::pathOf(name));
-    return open(Store(Store::Again(), m_core), name.is_whole() ? Name(whole) : name);
-}
-
-inline Key Key::key(Name name, std::error_code& error) const {
-    Key found = below(name, [&](const Store& store, Name path) { return store.key(path, error); });
-    if (!m_key) {
-        error = errc::invalid_handle;
-    }
-    return found;
-}
-
-inline Key Key::create(Name name, std::error_code& error) const {
-    Key made =
-        below(name, [&](const Store& store, Name path) { return store.create(path, error); });
-    if (!m_key) {
-        error = errc::invalid_handle;
-    }
-    return made;
-}
-
-inline std::optional<Key> Key::find(Name name, std::error_code& error) const {
-    Key found = key(name, error);
-    if (error == errc::key_not_found) {
-        error.clear();
-    }
-    return found ? std::optional<Key>(std::move(found)) : std::nullopt;
-}
-
-inline Key Key::key(Name name) const {
-    std::error_code error;
-    Key found = key(name, error);
-    throwBelow(error, name);
-    return found;
-}
-
-inline Key Key::create(Name name) const {
-    std::error_code error;
-    Key made = create(name, error);
-    throwBelow(error, name);
-    return made;
-}
-
-inline std::optional<Key> Key::find(Name name) const {
-    std::error_code error;
-    std::optional<Key> found = find(name, error);
-    throwBelow(error, name);
-    return found;
-}
-
-inline void Key::throwBelow(const std::error_code& error, Name name) const {
-    if (error) {
-        below(name, [&](const Store& store, Name path) { store.failed(error.value(), path); });
-    }
-}
-
-inline std::vector<Key> Key::keys(std::error_code& error) const {
-    std::vector<Key> found;
-    for (const std::string& each : key_names(error)) {
-        const std::string whole = detail::joined(path(), each);
-        // Directly below the root key a key without a name has no path.
-        std::optional<Key> key;
-        if (whole != path()) {
-            key = Store(Store::Again(), m_core).find(whole, error);
-        }
-        if (key) {
-            found.push_back(*std::move(key));
-        } else if (error) {
-            return found;
-        }
-    }
-    return found;
-}
 
 }  // namespace vqreg
 

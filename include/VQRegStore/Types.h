@@ -95,9 +95,10 @@ constexpr bool kIsCharacter = std::is_same_v<T, char> || std::is_same_v<T, wchar
 #endif
     ;
 
-// With bool.
+// With bool. GNU dialects of C++ have wider integers, which no limit is known of here.
 template <typename T>
-constexpr bool kIsNumber = std::is_integral_v<T> && !kIsCharacter<T>;
+constexpr bool kIsNumber =
+    std::is_integral_v<T> && !kIsCharacter<T> && sizeof(T) <= sizeof(std::uintmax_t);
 
 template <typename T, typename = void>
 constexpr bool kHasNames = false;
@@ -109,6 +110,10 @@ constexpr bool kHasRange = false;
 template <typename T>
 constexpr bool
     kHasRange<T, std::void_t<decltype(EnumTraits<T>::first), decltype(EnumTraits<T>::last)>> = true;
+
+// Whether it is clear if an enumeration is a text or a number.
+template <typename T>
+constexpr bool kIsClear = !(kHasNames<T> && kHasRange<T>);
 
 template <typename T>
 constexpr bool kIsByte = std::is_same_v<T, std::byte> || std::is_same_v<T, unsigned char>;
@@ -126,8 +131,8 @@ constexpr bool kIsByteVector =
     std::is_same_v<T, std::vector<std::byte>> || std::is_same_v<T, std::vector<unsigned char>>;
 
 template <typename T>
-constexpr bool kIsReadable = kIsNumber<T> || kHasNames<T> || kHasRange<T> ||
-                             std::is_same_v<T, std::string> || kIsByteVector<T>;
+constexpr bool kIsReadable = kIsClear<T> && (kIsNumber<T> || kHasNames<T> || kHasRange<T> ||
+                                             std::is_same_v<T, std::string> || kIsByteVector<T>);
 
 // What a fallback or a value that is set becomes when it is read.
 template <typename T>
@@ -145,7 +150,7 @@ template <typename T>
 int decodeNumber(std::uint32_t number, std::optional<T>& value) {
     if constexpr (kHasRange<T>) {
         std::optional<std::underlying_type_t<T>> plain;
-        const int result = decodeNumber(number, plain);
+        const int result = detail::decodeNumber(number, plain);
         if (result != kOk || static_cast<T>(*plain) < EnumTraits<T>::first ||
             static_cast<T>(*plain) > EnumTraits<T>::last) {
             return kOutOfRange;
@@ -173,17 +178,19 @@ int decodeEnumName(std::string_view text, std::optional<E>& value) {
     return kOutOfRange;
 }
 
+// Calls of the functions here name their namespace: a program may have such functions for its own types.
+//
 // The data of a value of the type that T wants, as a query gives them: texts with their NUL.
 template <typename T>
 int decode(const unsigned char* data, std::size_t size, std::optional<T>& value) {
     if constexpr (kTypeOf<T> == VQRegLib::CRegLib::eDword) {
         std::uint32_t number = 0;
         std::memcpy(&number, data, sizeof number);
-        return decodeNumber(number, value);
+        return detail::decodeNumber(number, value);
     } else if constexpr (kTypeOf<T> == VQRegLib::CRegLib::eString) {
         const auto* const text = reinterpret_cast<const char*>(data);
         if constexpr (kHasNames<T>) {
-            return decodeEnumName(std::string_view(text, size - 1), value);
+            return detail::decodeEnumName(std::string_view(text, size - 1), value);
         } else {
             value.emplace(text, size - 1);
         }
@@ -210,7 +217,7 @@ int encodeNumber(T number, Encoded& encoded) {
         if (number < EnumTraits<T>::first || number > EnumTraits<T>::last) {
             return kOutOfRange;
         }
-        return encodeNumber(static_cast<std::underlying_type_t<T>>(number), encoded);
+        return detail::encodeNumber(static_cast<std::underlying_type_t<T>>(number), encoded);
     } else {
         // A negative number is a large one there.
         if (static_cast<std::uintmax_t>(number) > std::numeric_limits<std::uint32_t>::max()) {
@@ -235,7 +242,7 @@ template <typename E>
 int encodeEnumName(E value, Encoded& encoded) {
     for (const EnumName<E>& each : EnumTraits<E>::names) {
         if (each.value == value) {
-            return encodeText(each.name, std::strlen(each.name), encoded);
+            return detail::encodeText(each.name, std::strlen(each.name), encoded);
         }
     }
     return kOutOfRange;
@@ -244,18 +251,19 @@ int encodeEnumName(E value, Encoded& encoded) {
 // Refers to the value, which must outlive what is made of it.
 template <typename T>
 int encode(const T& value, Encoded& encoded) {
+    static_assert(kIsClear<T>, "vqreg::EnumTraits of T has names or first and last, not both");
     if constexpr (kHasNames<T>) {
-        return encodeEnumName(value, encoded);
+        return detail::encodeEnumName(value, encoded);
     } else if constexpr (kIsNumber<T> || kHasRange<T>) {
-        return encodeNumber(value, encoded);
+        return detail::encodeNumber(value, encoded);
     } else if constexpr (std::is_same_v<T, std::string>) {
-        return encodeText(value.c_str(), value.size(), encoded);
+        return detail::encodeText(value.c_str(), value.size(), encoded);
     } else if constexpr (std::is_convertible_v<const T&, const char*>) {
         const char* const text = value;
-        return encodeText(text, text ? std::strlen(text) : 0, encoded);
+        return detail::encodeText(text, text ? std::strlen(text) : 0, encoded);
     } else if constexpr (std::is_convertible_v<const T&, std::string_view>) {
         encoded.own = std::string_view(value);
-        return encodeText(encoded.own.c_str(), encoded.own.size(), encoded);
+        return detail::encodeText(encoded.own.c_str(), encoded.own.size(), encoded);
     } else {
         static_assert(
             kIsByteRange<T>,

@@ -20,11 +20,12 @@ namespace vqreg {
 /// What the file could not give back is refused when it is collected, as by `Key::set`. A commit looks first
 /// whether its changes are possible. One that fails has changed nothing: what it had done until then is
 /// taken back before anybody else has seen it, and the changes are still collected, for another `commit`.
-/// Where it was a change behind a deletion that was not possible, the file is written once more with the text
-/// that it has. Where the writing of the file has failed, other processes may come in between; a value that
+/// Where that is only found while they are made, as for what is behind a deletion or in a key that the update
+/// itself makes, the file is written once more with the text that it has. Where the writing of the file has failed, other processes may come in between; a value that
 /// one of them has set meanwhile keeps what it was given. Where taking back fails as well, for want of memory
 /// or of a descriptor, changes stay in this process's memory as after any change that could not be written.
-/// A key that was deleted and made again in this way is another one for those who had it open.
+/// A key that was deleted and made again in this way is another one for those who had it open, but not for the
+/// next commit of this object.
 class Update {
 public:
     /// @param store  where the changes will be
@@ -42,8 +43,9 @@ public:
     Update(Update&&) noexcept = default;
     /// Leaves the other one good for nothing but a new value.
     Update& operator=(Update&& other) noexcept {
-        m_steps.swap(other.m_steps);
-        m_core.swap(other.m_core);
+        Update taken(std::move(other));
+        m_steps.swap(taken.m_steps);  // what this one had collected goes with it
+        m_core.swap(taken.m_core);
         return *this;
     }
 
@@ -51,29 +53,27 @@ public:
     template <typename T>
     void set(const Key& key, Name name, const T& value) {
         checkKey(key, name);
-        add(detail::Step::Kind::set, key.m_key, key.path(), name, encodedFor({}, name, value));
+        add(detail::Step::Kind::set, key, name, encodedFor({}, name, value));
     }
     /// Will set a value, and make the keys of the path that are missing. @throws Error  as `Key::set`
     template <typename T>
     void set(Name path, Name name, const T& value) {
         const std::string whole = checkNewPath(path);
-        add(detail::Step::Kind::set, nullptr, whole, name, encodedFor(whole, name, value));
+        add(detail::Step::Kind::set, whole, name, encodedFor(whole, name, value));
     }
 
     /// Will delete a value of an open key. There may be none.
     void erase(const Key& key, Name name) {
         checkKey(key, name);
-        add(detail::Step::Kind::erase, key.m_key, key.path(), name, {});
+        add(detail::Step::Kind::erase, key, name, {});
     }
     /// Will delete a value. There may be none, and no such key.
-    void erase(Name path, Name name) {
-        add(detail::Step::Kind::erase, nullptr, checkPath(path), name, {});
-    }
+    void erase(Name path, Name name) { add(detail::Step::Kind::erase, checkPath(path), name, {}); }
 
     /// Will make a key. It may be there.
-    void create(Name path) { add(detail::Step::Kind::create, nullptr, checkNewPath(path), "", {}); }
+    void create(Name path) { add(detail::Step::Kind::create, checkNewPath(path), "", {}); }
     /// Will delete a key, which must be empty by then. There may be none.
-    void remove(Name path) { add(detail::Step::Kind::remove, nullptr, checkPath(path), "", {}); }
+    void remove(Name path) { add(detail::Step::Kind::remove, checkPath(path), "", {}); }
 
     /// @name The same without an exception
     /// @{
@@ -144,10 +144,15 @@ private:
         }
     }
 
-    void add(Step::Kind kind, detail::SharedKey key, std::string path, Name name,
-             detail::Data data) {
+    void add(Step::Kind kind, std::string path, Name name, detail::Data data) {
         m_steps.push_back(
-            {kind, std::move(key), std::move(path), name.c_str(), std::move(data), {}});
+            {kind, nullptr, nullptr, std::move(path), name.c_str(), std::move(data), {}});
+    }
+
+    void add(Step::Kind kind, const Key& key, Name name, detail::Data data) {
+        add(kind, key.path(), name, std::move(data));
+        m_steps.back().core = key.m_core;
+        m_steps.back().key = key.m_key;
     }
 
     [[noreturn]] void refuse(int code, const std::string& path, Name name,

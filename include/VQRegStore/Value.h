@@ -20,7 +20,7 @@ public:
           m_data(static_cast<const unsigned char*>(data),
                  static_cast<const unsigned char*>(data) + size) {}
 
-    /// Its name, as it was created.
+    /// Its name: as it was created, and where `Key::value` was asked for it as it was asked for.
     const std::string& name() const noexcept { return m_name; }
     /// Its type.
     Type type() const noexcept { return m_type; }
@@ -54,9 +54,16 @@ private:
     template <typename T>
     int read(std::optional<T>& value) const {
         static_assert(detail::kIsReadable<T>, "T is no type that a value can be read as");
-        return m_type != static_cast<Type>(detail::kTypeOf<T>)
+        return m_type != static_cast<Type>(detail::kTypeOf<T>) || !isWhole()
                    ? VQREG_E_BAD_TYPE
                    : detail::decode(m_data.data(), m_data.size(), value);
+    }
+
+    // A program may have made it of other data than a query gives.
+    bool isWhole() const noexcept {
+        return m_type == Type::dword    ? m_data.size() == sizeof(std::uint32_t)
+               : m_type == Type::string ? !m_data.empty() && m_data.back() == 0
+                                        : true;
     }
 
     std::string m_name;

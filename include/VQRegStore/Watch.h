@@ -5,6 +5,7 @@
 
 #include <poll.h>
 #include <sys/eventfd.h>
+#include <sys/types.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -49,7 +50,8 @@ public:
                            static_cast<const char*>(nullptr), nullptr);
         }
     }
-    /// The same without an exception. Where it fails the object gives out nothing, and has no descriptor.
+    /// The same without an exception. Where it fails the object has no descriptor, and `next` fails with
+    /// `errc::fail`.
     Changes(const Store& store, Name path, std::error_code& error) { open(store, path, error); }
 
     /// For poll, epoll or an event loop: readable when there may be a change. Belongs to the object: do not
@@ -58,7 +60,8 @@ public:
 
     /// The next change, in the order of paths and names; nothing when there is none. Never waits.
     /// @throws Error  `errc::bad_format` while the file is malformed, `errc::file_open` while it cannot be
-    ///                read: ask again when the descriptor is readable
+    ///                read: ask again when the descriptor is readable. While the file's directory is missing
+    ///                it is not: ask again later
     std::optional<Change> next() {
         std::error_code error;
         std::optional<Change> change = next(error);
@@ -122,8 +125,9 @@ private:
 ///
 /// The function may use the store in every way. The thread blocks all signals, so those of the process go to
 /// its other threads. The first call may come before the constructor has returned. An exception that leaves
-/// the function ends the program, as one that leaves any thread does. The object may be moved; it is
-/// nothing for the child of a fork.
+/// the function ends the program, as one that leaves any thread does. The object may be moved. In the child of
+/// a fork it tells nothing, and may be destroyed. After trouble the file is looked at every second until it can
+/// be read again.
 ///
 /// When the destructor has returned, the function is not running and will not be called. In the function
 /// itself the object may be destroyed, too: the destructor does not wait then, and the call goes on to its
@@ -138,12 +142,12 @@ public:
 
     /// Begins to watch. Every change after it has returned is told.
     /// @param path  of the key; need not exist
-    /// @throws Error  as `Changes`
+    /// @throws Error  as `Changes`; `errc::fail` also without a function
     /// @throws std::system_error  when there can be no thread
     Watch(const Store& store, Name path, Function function, Trouble trouble = nullptr)
         : m_state(std::make_shared<State>(Changes(store, path), std::move(function),
                                           std::move(trouble))) {
-        start();
+        m_state->start();
     }
 
     /// The same without an exception but `std::bad_alloc`. Where it fails nothing is watched.
@@ -154,8 +158,9 @@ public:
             try {
                 m_state = std::make_shared<State>(std::move(changes), std::move(function),
                                                   std::move(trouble));
-                start();
+                m_state->start();
             } catch (const std::system_error& failure) {
+                m_state.reset();
                 error = failure.code();
             }
         }
@@ -169,7 +174,6 @@ public:
         if (this != &other) {
             stop();
             m_state = std::move(other.m_state);
-            m_thread = std::move(other.m_thread);
         }
         return *this;
     }
@@ -194,10 +198,42 @@ private:
         int m_descriptor;
     };
 
-    // The thread shares it with the object, which may go first.
-    struct State {
+    // The thread shares it with the object, which may go first. In the child of a fork there is no thread,
+    // whose share then keeps it for ever.
+    struct State : std::enable_shared_from_this<State> {
         State(Changes of, Function call, Trouble tell)
-            : changes(std::move(of)), function(std::move(call)), trouble(std::move(tell)) {}
+            : changes(std::move(of)), function(std::move(call)), trouble(std::move(tell)) {
+            if (!function) {
+                throw Error(errc::fail, error_message(errc::fail), {}, {});
+            }
+        }
+
+        void start() {
+            sigset_t all;
+            sigset_t before;
+            sigfillset(&all);
+            ::pthread_sigmask(SIG_SETMASK, &all, &before);
+            try {
+                thread = std::thread([self = shared_from_this()]() noexcept { self->run(); });
+            } catch (...) {
+                ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
+                throw;
+            }
+            ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
+        }
+
+        void stop() noexcept {
+            if (::getpid() != process || !thread.joinable()) {
+                return;
+            }
+            isOver = true;
+            bell.ring();
+            if (thread.get_id() == std::this_thread::get_id()) {
+                thread.detach();
+            } else {
+                thread.join();
+            }
+        }
 
         void run() {
             std::error_code known;
@@ -205,7 +241,9 @@ private:
                 handOut(known);
                 pollfd sources[] = {{changes.descriptor(), POLLIN, 0},
                                     {bell.descriptor(), POLLIN, 0}};
-                while (!isOver && ::poll(sources, 2, -1) < 0 && errno == EINTR) {
+                // Nothing tells that a missing directory is back.
+                const int patience = known ? 1000 : -1;
+                while (!isOver && ::poll(sources, 2, patience) < 0 && errno == EINTR) {
                 }
             }
         }
@@ -229,38 +267,18 @@ private:
         const Function function;
         const Trouble trouble;
         const Bell bell;
+        const pid_t process = ::getpid();
         std::atomic<bool> isOver{false};
+        std::thread thread;
     };
 
-    void start() {
-        sigset_t all;
-        sigset_t before;
-        sigfillset(&all);
-        ::pthread_sigmask(SIG_SETMASK, &all, &before);
-        try {
-            m_thread = std::thread([state = m_state]() noexcept { state->run(); });
-        } catch (...) {
-            ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
-            throw;
-        }
-        ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    }
-
     void stop() noexcept {
-        if (!m_thread.joinable()) {
-            return;
-        }
-        m_state->isOver = true;
-        m_state->bell.ring();
-        if (m_thread.get_id() == std::this_thread::get_id()) {
-            m_thread.detach();
-        } else {
-            m_thread.join();
+        if (m_state) {
+            m_state->stop();
         }
     }
 
     std::shared_ptr<State> m_state;
-    std::thread m_thread;
 };
 
 }  // namespace vqreg

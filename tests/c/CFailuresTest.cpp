@@ -31,6 +31,40 @@ TEST_F(CFailures, AMissingDirectoryIsAFileThatCannotBeWritten) {
     bringDirectoryBack();
 }
 
+TEST_F(CFailures, AMissingDirectoryIsToldToWhoDeletesSomething) {
+    ASSERT_EQ(vqreg_set_dword(store, "K", "V", 1), VQREG_OK);
+    ASSERT_EQ(vqreg_set_dword(store, "K", "W", 1), VQREG_OK);
+    ASSERT_EQ(vqreg_create_key(store, "Empty"), VQREG_OK);
+    vqreg_key* key = nullptr;
+    ASSERT_EQ(vqreg_open_key(store, "K", 0, &key), VQREG_OK);
+    takeDirectoryAway();
+    EXPECT_EQ(vqreg_delete_value(store, "K", "V"), VQREG_E_FILE_OPEN);
+    EXPECT_EQ(vqreg_delete_value(store, "K", "None"), VQREG_E_NOT_FOUND);
+    EXPECT_EQ(vqreg_key_delete_value(key, "W"), VQREG_E_FILE_OPEN);
+    EXPECT_EQ(vqreg_delete_key(store, "Empty"), VQREG_E_FILE_OPEN);
+    EXPECT_EQ(vqreg_delete_key(store, "None"), VQREG_E_KEY_NOT_FOUND);
+    bringDirectoryBack();
+    vqreg_close_key(key);
+}
+
+TEST_F(CFailures, ARootKeyThatOthersHaveMadeAValueIsToldByEveryCall) {
+    vqreg_store* const below = vqreg_open(file.path().c_str(), "A/B", nullptr);
+    ASSERT_NE(below, nullptr);
+    EXPECT_EQ(vqreg_create_key(below, "K"), VQREG_OK);
+    vqreg_store* const above = vqreg_open(file.path().c_str(), "A", nullptr);
+    ASSERT_NE(above, nullptr);
+    EXPECT_EQ(vqreg_delete_key(above, "B/K"), VQREG_OK);
+    EXPECT_EQ(vqreg_delete_key(above, "B"), VQREG_OK);
+    EXPECT_EQ(vqreg_set_dword(above, "", "B", 1), VQREG_OK);
+    EXPECT_EQ(vqreg_set_dword(below, "", "V", 1), VQREG_E_INVALID_HANDLE);
+    EXPECT_EQ(vqreg_set_dword(below, "K", "V", 1), VQREG_E_INVALID_HANDLE);
+    EXPECT_EQ(vqreg_has_key(below, "K"), VQREG_E_INVALID_HANDLE);
+    EXPECT_EQ(vqreg_create_key(below, "New"), VQREG_E_INVALID_HANDLE);
+    EXPECT_EQ(file.read(), "[A]\n\"B\"=dword:00000001\n[Velquist]\n");
+    vqreg_close(above);
+    vqreg_close(below);
+}
+
 TEST_F(CFailures, AnUpdateThatIsTriedAgainIsWritten) {
     ASSERT_EQ(vqreg_set_dword(store, "K", "V", 1), VQREG_OK);
     takeDirectoryAway();

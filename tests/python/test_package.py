@@ -54,7 +54,7 @@ def test_declares_nothing_that_the_header_does_not() -> None:
     codes = {name: value for name, value in vars(vqreg._c).items() if name.startswith("E_")}
     assert len(codes) > 10
     for name, value in codes.items():
-        assert f"#define VQREG_{name} ((int){value})" in header, name
+        assert f"#define VQREG_{name} ({value})" in header, name
 
 
 def test_does_not_load_asyncio_for_who_does_not_use_it() -> None:

@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <system_error>
@@ -56,6 +57,10 @@ protected:
         EXPECT_EQ(::rename(next.path().c_str(), file.path().c_str()), 0);
     }
 
+    /// Nobody can read or write the file for a while.
+    void takeDirectoryAway() const { std::filesystem::rename(file.directory(), away()); }
+    void bringDirectoryBack() const { std::filesystem::rename(away(), file.directory()); }
+
     static Texts namesOf(const std::vector<vqreg::Value>& values) {
         Texts names;
         for (const vqreg::Value& value : values) {
@@ -65,6 +70,9 @@ protected:
     }
 
     TempStore file;
+
+private:
+    std::string away() const { return file.directory() + ".away"; }
 };
 
 /// Runs a call as the user "nobody", in this process. False where that may not be.

@@ -195,6 +195,8 @@ TEST_F(StoreOpening, CodesInsteadOfExceptionsAreClearedBySuccess) {
     EXPECT_TRUE(key.erase("V", error));
     EXPECT_FALSE(store.key("Missing", error));
     EXPECT_EQ(error, vqreg::errc::key_not_found);
+    EXPECT_TRUE(store.root(error));
+    EXPECT_FALSE(error);
     EXPECT_FALSE(store.find("Missing", error));
     EXPECT_FALSE(error);
     EXPECT_TRUE(store.create("Made", error));

@@ -1,6 +1,5 @@
 // Updates of VQRegStore.h: all of their changes or none, in one write.
 #include <atomic>
-#include <stdexcept>
 
 #include "store/CxxStoreFixture.h"
 #include "support/TinyFileSystem.h"
@@ -134,6 +133,17 @@ TEST_F(StoreUpdate, ThatIsNotPossibleWritesNothing) {
     EXPECT_EQ(file.inode(), inode);
 }
 
+TEST_F(StoreUpdate, ThatIsNotPossibleForWhatItHasMadeItselfWritesTheTextThatIsThere) {
+    const std::string before = file.read();
+    const ino_t inode = file.inode();
+    vqreg::Update update(store);
+    update.set("Made", "V", 2);
+    update.remove("Made");
+    EXPECT_EQ(thrown([&] { update.commit(); }), vqreg::errc::key_not_empty);
+    EXPECT_EQ(file.read(), before);
+    EXPECT_NE(file.inode(), inode);
+}
+
 TEST_F(StoreUpdate, ThatFailsInTheMiddleTakesBackWhatItHasDone) {
     key.set("Text", "before");
     key.set("Gone", 7);
@@ -231,39 +241,6 @@ TEST_F(StoreUpdate, IsMovedWithWhatItHasCollected) {
     vqreg::Update other = std::move(update);
     other.commit();
     EXPECT_EQ(key.get<int>("V"), 1);
-}
-
-TEST_F(StoreUpdate, ExclusivelyReadsAndWritesWithoutALoss) {
-    constexpr int kTimes = 100;
-    const auto count = [this] {
-        const vqreg::Store own = open();
-        vqreg::Key counter = own.create("K");
-        for (int i = 0; i < kTimes; ++i) {
-            own.exclusively([&] { counter.set("Count", counter.get_or("Count", 0) + 1); });
-        }
-        return 0;
-    };
-    vqtest::ForkedChild one(count);
-    vqtest::ForkedChild two(count);
-    EXPECT_EQ(one.wait(), 0);
-    EXPECT_EQ(two.wait(), 0);
-    EXPECT_EQ(key.get<int>("Count"), 2 * kTimes);
-    EXPECT_EQ(store.exclusively([&] { return *key.get<int>("Count"); }), 2 * kTimes);
-}
-
-TEST_F(StoreUpdate, ExclusivelyMayCommitAndThrow) {
-    vqreg::Update update(store);
-    update.set(key, "V", 1);
-    update.set("K", "W", 2);
-    const std::string before = file.read();
-    EXPECT_THROW(store.exclusively([&] {
-        update.commit();
-        EXPECT_EQ(file.read(), before) << "one write, at the end";
-        throw std::runtime_error("in the middle");
-    }),
-                 std::runtime_error);
-    EXPECT_EQ(key.get<int>("W"), 2);
-    EXPECT_NE(file.read(), before) << "what has been done stays";
 }
 
 // What other processes see is the state before or the one after.

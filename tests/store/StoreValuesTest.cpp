@@ -238,3 +238,19 @@ TEST_F(StoreValues, MayBeDeletedWhileTheyAreWalked) {
     }
     EXPECT_EQ(key.values().size(), 0u);
 }
+
+// As getenv() gives it.
+TEST_F(StoreValues, HaveNoNullAsTheirFallback) {
+    const char* const none = nullptr;
+    EXPECT_EQ(thrown([&] { key.get_or("None", none); }), vqreg::errc::fail);
+    std::error_code error;
+    EXPECT_EQ(key.get_or("None", none, error), "");
+    EXPECT_EQ(error, vqreg::errc::fail);
+    key.set("Number", 1);
+    EXPECT_EQ(key.get_or("Number", none, error), "");
+    EXPECT_EQ(error, vqreg::errc::bad_type) << "what came first is told";
+    key.set("Text", "there");
+    EXPECT_EQ(key.get_or("Text", none), "there") << "where it is not needed nothing is wrong";
+    EXPECT_EQ(key.get_or("Text", none, error), "there");
+    EXPECT_FALSE(error);
+}
