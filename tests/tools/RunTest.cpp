@@ -6,8 +6,9 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
+#include <thread>
 
+#include "support/Untold.h"
 #include "support/Wait.h"
 #include "tools/TerminalProcess.h"
 #include "tools/VqregStore.h"
@@ -50,22 +51,49 @@ protected:
 
     void change(const Arguments& arguments) const { EXPECT_EQ(run(arguments).status, 0); }
 
-    // Waits until a process has been awake once more, and sleeps again.
-    static long turnsOf(pid_t pid) {
-        std::ifstream in("/proc/" + std::to_string(pid) + "/status");
+    // A number of one of the tables in /proc.
+    static long numberOf(pid_t pid, const std::string& table, const std::string& name) {
+        std::ifstream in("/proc/" + std::to_string(pid) + '/' + table);
         for (std::string line; std::getline(in, line);) {
-            if (line.starts_with("voluntary_ctxt_switches:")) {
-                return std::stol(line.substr(line.find('\t')));
+            if (line.starts_with(name + ':')) {
+                return std::stol(line.substr(name.size() + 1));
             }
         }
         return 0;
     }
+
+    // Waits until a process has been awake once more, and sleeps again.
     template <typename Action>
     static void andSeenBy(pid_t pid, Action action) {
+        const auto turns = [pid] { return numberOf(pid, "status", "voluntary_ctxt_switches"); };
         action();
-        const long before = turnsOf(pid);
+        const long before = turns();
         // Once for what happens just now, and once more by itself a second later.
-        EXPECT_TRUE(vqtest::waitUntil([&] { return turnsOf(pid) >= before + 2; }));
+        EXPECT_TRUE(vqtest::waitUntil([&] { return turns() >= before + 2; }));
+    }
+
+    // Waits until a process has read the store's file, which is large enough to be told from the rest
+    // of what it reads.
+    template <typename Action>
+    void andReadBy(pid_t pid, Action action) const {
+        const auto read = [pid] { return numberOf(pid, "io", "rchar"); };
+        const long before = read();
+        action();
+        const long size = static_cast<long>(file.read().size());
+        ASSERT_GT(size, 50000);
+        EXPECT_TRUE(vqtest::waitUntil([&] { return read() >= before + size; }));
+    }
+    void makeLarge() const {
+        std::string text = file.read() + "[Velquist/Large]\n";
+        for (int i = 0; i < 50; ++i) {
+            text += "\"V" + std::to_string(i) + "\"=string:" + std::string(1000, 'x') + '\n';
+        }
+        file.write(text);
+    }
+
+    void replace(const std::string& text) const {
+        std::ofstream(file.path() + ".new") << text;
+        std::filesystem::rename(file.path() + ".new", file.path());
     }
 };
 
@@ -211,26 +239,65 @@ TEST_F(Run, SendsTheSignalForEachChange) {
 }
 
 TEST_F(Run, NothingHappensWhenTheValuesStayWhatTheyAre) {
+    makeLarge();
     VqregProcess process(service({"--signal", "HUP"}));
     EXPECT_EQ(process.line(), "start 80");
-    const std::vector<Arguments> others = {{"set", "App", "Port", "80"},
-                                           {"set", "Other", "Port", "1"},
-                                           {"set", "App/Sub", "Port", "2"},
-                                           {"notify"}};
-    for (const Arguments& other : others) {
-        andSeenBy(process.pid(), [&] { change(other); });
-    }
+    change({"set", "App", "Port", "80"});
+    change({"notify"});
+    andReadBy(process.pid(), [&] { change({"set", "Other", "Port", "1"}); });
+    andReadBy(process.pid(), [&] { change({"set", "App/Sub", "Port", "2"}); });
     // The same value under another spelling of its name.
-    andSeenBy(process.pid(), [&] {
+    andReadBy(process.pid(), [&] {
         std::string text = file.read();
-        text.replace(text.find("\"Port\"=dword:00000050"), 6, "\"PORT\"");
-        std::ofstream(file.path() + ".new") << text;
-        std::filesystem::rename(file.path() + ".new", file.path());
+        replace(text.replace(text.find("\"Port\"=dword:00000050"), 6, "\"PORT\""));
     });
     change({"set", "App", "Port", "81"});
     EXPECT_EQ(process.line(), "hup");
     process.signal(SIGTERM);
     EXPECT_EQ(process.finish(), (CommandResult{9, "term\n", ""}));
+}
+
+// It never writes, so it brings nothing back.
+TEST_F(Run, NobodyIsWarnedOfIt) {
+    VqregProcess process(service({"--signal", "HUP"}));
+    EXPECT_EQ(process.line(), "start 80");
+    EXPECT_EQ(run({"rm", "-f", "App", "Port"}), prints(""));
+    EXPECT_EQ(process.line(), "hup");
+}
+
+TEST_F(Run, FollowsTheValuesWhereTheSystemTellsOfNoChanges) {
+    if (!vqtest::mayRunUntold()) {
+        GTEST_SKIP() << "no namespaces of users can be made here";
+    }
+    Arguments arguments = vqtest::untold(VQREG_COMMAND_PATH);
+    for (const std::string& word : service({"--restart"})) {
+        arguments.push_back(word);
+    }
+    vqtest::ChildProcess process(vqtest::kUntold, arguments);
+    EXPECT_EQ(process.line(), "start 80");
+    change({"set", "App", "Port", "81"});
+    EXPECT_EQ(process.line(), "term");
+    EXPECT_EQ(process.line(), "start 81");
+}
+
+// What is written by another name of the file is found at the next look, which others do not put off.
+TEST_F(Run, FilesBesideThatOfTheStoreKeepNoNewsBack) {
+    const std::string elsewhere = file.directory() + "/elsewhere";
+    std::filesystem::create_directory(elsewhere);
+    VqregProcess process(service({"--signal", "HUP"}));
+    EXPECT_EQ(process.line(), "start 80");
+    change({"set", "App", "Port", "81"});
+    EXPECT_EQ(process.line(), "hup");
+    std::string text = file.read();
+    std::filesystem::create_hard_link(file.path(), elsewhere + "/link");
+    const std::jthread neighbour([&](const std::stop_token& token) {
+        while (!token.stop_requested()) {
+            std::ofstream(file.path() + ".neighbour") << "x";
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+    });
+    std::ofstream(elsewhere + "/link") << text.replace(text.find("00000051"), 8, "00000052");
+    EXPECT_EQ(process.line(), "hup");
 }
 
 TEST_F(Run, ValuesThatComeAndGoStartItOnceAtMostEachSecond) {
@@ -336,10 +403,7 @@ TEST_F(Run, GoesOnWhileTheFileIsMalformedEmptyOrMissing) {
     VqregProcess process(service({"--restart"}));
     EXPECT_EQ(process.line(), "start 80");
     for (const char* const text : {"bad\n", ""}) {
-        andSeenBy(process.pid(), [&] {
-            std::ofstream(file.path() + ".new") << text;
-            std::filesystem::rename(file.path() + ".new", file.path());
-        });
+        andSeenBy(process.pid(), [&] { replace(text); });
     }
     andSeenBy(process.pid(), [&] { std::filesystem::remove(file.path()); });
     file.write(good + "\"V\"=string:x\n");

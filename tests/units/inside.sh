@@ -104,11 +104,15 @@ with() {
     [ "$status" = 0 ] || [ "$(vqreg get App Port)" = 80 ] || complain "$*: something has changed"
 }
 
+is_open() {
+    vqreg info | grep -q '^open in  *[0-9]'
+}
+
 # While somebody has the store open.
 options_do_what_is_said_of_them() {
-    vqreg watch --initial >/run/watched &
-    local watcher=$! option
-    until_true test -s /run/watched
+    agent 3>/run/answer < <(printf 'open\t/velquist/etc/Velquist.cfg\tVelquist\n' && sleep 1000) &
+    local opener=$! option
+    until_true is_open
     for option in ProtectHome=yes PrivateTmp=yes PrivateDevices=yes PrivateNetwork=yes PrivateUsers=yes \
         NoNewPrivileges=yes CapabilityBoundingSet= ProtectKernelTunables=yes ProtectKernelLogs=yes \
         ProtectControlGroups=yes ProtectClock=yes ProtectHostname=yes ProtectProc=invisible ProcSubset=pid \
@@ -125,8 +129,8 @@ options_do_what_is_said_of_them() {
     with 3 InaccessiblePaths=/dev/shm
     with 3 ReadOnlyPaths=/dev/shm
     with 31 'SystemCallFilter=~@ipc' # killed by SIGSYS
-    kill "$watcher"
-    wait "$watcher" || true
+    kill "$opener"
+    wait "$opener" || true
     with 0 PrivateIPC=yes # nobody else has it open
 }
 

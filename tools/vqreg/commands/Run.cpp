@@ -1,5 +1,6 @@
 // vqreg run: a program with the values of a key as its environment.
 #include <memory>
+#include <optional>
 
 #include "tools/vqreg/base/ExitCode.h"
 #include "tools/vqreg/base/Program.h"
@@ -27,12 +28,13 @@ void runProgram(Context& context, const RunOptions& options) {
         }
         Program(context.program).become(variables);
     }
-    StoreSession store(context.store);
-    const Path path = store.tidied(splitPath(options.key));
     // First of all: what happens from here on is told or read.
-    ChangeSource source(store.session(), storeFile(context.store));
+    ChangeSource source(storeFile(context.store));
+    std::optional<StoreSession> store(context.store);
+    const Path path = store->tidied(splitPath(options.key));
+    Keeper keeper(context.program, options, store->loadValues(path));
+    store.reset();  // nobody who deletes something need fear one that only follows
     KeyReader reader(context.store, path);
-    Keeper keeper(context.program, options, store.loadValues(path));
     context.exitCode = keeper.run(source, reader);
 }
 

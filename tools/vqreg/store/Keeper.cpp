@@ -39,17 +39,15 @@ int Keeper::run(ChangeSource& source, KeyReader& reader) {
     start();
     look(reader, false);
     while (!m_exitCode) {
-        const auto news = source.descriptors();
-        pollfd sources[] = {{m_inbox.descriptor(), POLLIN, 0}, news[0], news[1]};
-        const int count = ::poll(sources, std::size(sources), static_cast<int>(patience().count()));
+        pollfd sources[] = {{m_inbox.descriptor(), POLLIN, 0}, {source.descriptor(), POLLIN, 0}};
+        ::poll(sources, std::size(sources), millisecondsUntil(deadline(source.nextPoll())));
         takeSignals();
         if (m_exitCode) {
             break;
         }
-        const bool isTold = count > 0 && (sources[1].revents != 0 || sources[2].revents != 0);
-        if (isTold || count == 0) {
-            source.drain();
-            look(reader, !isTold);
+        const eNews news = source.take();
+        if (news != eNews::eNone) {
+            look(reader, news == eNews::eSlowPoll);
         }
         stopWhenDue();
     }
@@ -129,17 +127,12 @@ bool Keeper::isDue() const {
     return m_options.restart && !hasSameValues(m_wanted, m_started);
 }
 
-// How long nothing is to be done but what comes in.
-std::chrono::milliseconds Keeper::patience() const {
-    auto until = Clock::now() + kSlowPoll;
+// Until when nothing is to be done but what comes in.
+Keeper::Clock::time_point Keeper::deadline(Clock::time_point nextPoll) const {
     if (m_killTime) {
-        until = std::min(until, *m_killTime);
-    } else if (isDue()) {
-        until = std::min(until, m_start + kShortestRun);
+        return std::min(nextPoll, *m_killTime);
     }
-    const auto left =
-        std::chrono::duration_cast<std::chrono::milliseconds>(until - Clock::now()).count();
-    return std::chrono::milliseconds(std::max<long long>(left + 1, 0));
+    return isDue() ? std::min(nextPoll, m_start + kShortestRun) : nextPoll;
 }
 
 }  // namespace vqreg

@@ -29,7 +29,7 @@ std::vector<std::string> environmentOf(const Key& key, const std::string& prefix
 // Looks after a program while the values of its key change.
 class Keeper {
 public:
-    using Clock = std::chrono::steady_clock;
+    using Clock = ChangeSource::Clock;
 
     Keeper(std::vector<std::string> words, const RunOptions& options, Key key)
         : m_program(std::move(words)),
@@ -48,7 +48,7 @@ private:
     void takeSignals();
     void stopWhenDue();
     void noteEnd(int code);
-    std::chrono::milliseconds patience() const;
+    Clock::time_point deadline(Clock::time_point nextPoll) const;
 
     Program m_program;
     const RunOptions& m_options;
