@@ -43,8 +43,10 @@ protected:
         return all;
     }
     Arguments service(const Arguments& options, const std::string& script = kService) const {
-        return running(options, {"/bin/sh", "-c", script});
+        return running(options, {"/bin/sh", "-c", script, endPath()});
     }
+    // What the script has as $0: it may wait until there is such a file.
+    std::string endPath() const { return file.directory() + "/end"; }
     CommandResult finished(const Arguments& options, const Arguments& program) const {
         return vqtest::runVqreg(running(options, program));
     }
@@ -372,6 +374,67 @@ TEST_F(Run, TheEndIsTheEndAlsoInTheMiddleOfARestart) {
     EXPECT_EQ(process.line(), "term 1");
     process.signal(SIGTERM);
     EXPECT_EQ(process.finish(), (CommandResult{7, "term 2\n", ""}));
+}
+
+// Also for one that takes its time, and hears of new values meanwhile.
+TEST_F(Run, WhatIsToldToEndIsNotStartedAgain) {
+    makeLarge();
+    VqregProcess process(service({"--restart"},
+                                 "trap 'echo term; read line; exit 8' TERM; echo start\n"
+                                 "while :; do sleep 0.02; done"));
+    EXPECT_EQ(process.line(), "start");
+    andSeenBy(process.pid(), [] {});  // it might be started again at once from here on
+    process.signal(SIGTERM);
+    EXPECT_EQ(process.line(), "term");
+    andReadBy(process.pid(), [&] { change({"set", "App", "Port", "81"}); });
+    EXPECT_EQ(process.finish(), (CommandResult{8, "", ""}));
+}
+
+// An interruption is the end of some programs only.
+TEST_F(Run, WhatOutlivesAnInterruptionIsStartedAgainAfterTheGrace) {
+    VqregProcess process(service({"--restart", "--grace", "2"}));
+    EXPECT_EQ(process.line(), "start 80");
+    const auto begin = std::chrono::steady_clock::now();
+    process.signal(SIGINT);
+    EXPECT_EQ(process.line(), "int");
+    change({"set", "App", "Port", "81"});
+    EXPECT_EQ(process.line(), "term");
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::seconds(2));
+    EXPECT_EQ(process.line(), "start 81");
+}
+
+// Units send it to have the settings read again.
+TEST_F(Run, AHangUpThatSomebodySendsIsNoEnd) {
+    VqregProcess process(service({"--restart"},
+                                 "trap 'echo hup' HUP; trap 'echo term; n=1' TERM; n=0\n"
+                                 "echo start $PORT; while [ $n = 0 ]; do sleep 0.02; done\n"
+                                 "while [ ! -e \"$0\" ]; do sleep 0.02; done"));
+    EXPECT_EQ(process.line(), "start 80");
+    change({"set", "App", "Port", "81"});
+    EXPECT_EQ(process.line(), "term");
+    process.signal(SIGHUP);
+    EXPECT_EQ(process.line(), "hup");
+    std::ofstream(endPath()) << "";
+    EXPECT_EQ(process.line(), "start 81");
+}
+
+// Nobody else tells its program of it.
+TEST_F(Run, EndsWithItsTerminal) {
+    TerminalProcess process(VQREG_COMMAND_PATH, service({"--restart"}, "echo $$; exec sleep 1000"));
+    const pid_t program = std::stoi(process.expect("\n"));
+    process.hangUp();
+    ASSERT_TRUE(vqtest::waitUntil([&] { return ::kill(program, 0) != 0; }));
+    EXPECT_EQ(vqtest::waitForProcess(process.pid()), 128 + SIGHUP);
+}
+
+TEST_F(Run, WhatIsStoppedEndsWithTheCommand) {
+    VqregProcess process(
+        service({"--restart"}, "trap 'echo term; exit 5' TERM; echo $$; kill -STOP $$"));
+    const std::string table = "/proc/" + process.line() + "/status";
+    ASSERT_TRUE(vqtest::waitUntil(
+        [&] { return vqtest::readFile(table).find("(stopped)") != std::string::npos; }));
+    process.signal(SIGTERM);
+    EXPECT_EQ(process.finish(), (CommandResult{5, "term\n", ""}));
 }
 
 // The streams end when nobody has them any more.

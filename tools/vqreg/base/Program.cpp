@@ -72,13 +72,13 @@ int errorFrom(const FileHandle& pipe) {
 }
 
 // In the child.
-[[noreturn]] void execute(Call& call, pid_t parent, const sigset_t& mask, int pipe) {
+[[noreturn]] void execute(Call& call, pid_t parent, const SignalInbox& inbox, int pipe) {
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (::getppid() != parent) {
         ::_exit(128 + SIGKILL);  // it has died before that was said
     }
     giveBackOutputSignals();
-    sigprocmask(SIG_SETMASK, &mask, nullptr);
+    inbox.giveBack();
     call.execute();
     const int error = errno;
     [[maybe_unused]] const ssize_t written = ::write(pipe, &error, sizeof error);
@@ -96,7 +96,7 @@ void Program::become(const std::vector<std::string>& variables) const {
     throw startFault(name(), error);
 }
 
-void Program::start(const std::vector<std::string>& variables, const sigset_t& mask) {
+void Program::start(const std::vector<std::string>& variables, const SignalInbox& inbox) {
     Call call(m_words, variables);
     int ends[2];
     if (::pipe2(ends, O_CLOEXEC) != 0) {
@@ -107,7 +107,7 @@ void Program::start(const std::vector<std::string>& variables, const sigset_t& m
     const pid_t parent = ::getpid();
     m_pid = ::fork();
     if (m_pid == 0) {
-        execute(call, parent, mask, writeEnd.get());
+        execute(call, parent, inbox, writeEnd.get());
     }
     if (m_pid < 0) {
         throw unavailable(fmt::format("fork: {}", std::strerror(errno)));

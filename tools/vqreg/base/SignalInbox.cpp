@@ -38,20 +38,34 @@ int openInbox(sigset_t& before) {
     return fd;
 }
 
+// What the caller has this process ignore, the child ignores as well.
+bool isIgnored(int signal) {
+    struct sigaction action {};
+    sigaction(signal, nullptr, &action);
+    return action.sa_handler == SIG_IGN;
+}
+
 }  // namespace
 
 SignalInbox::SignalInbox() : m_inbox(openInbox(m_before)) {}
-
-SignalInbox::~SignalInbox() {
-    sigprocmask(SIG_SETMASK, &m_before, nullptr);
-}
 
 std::optional<SignalInbox::Letter> SignalInbox::next() {
     signalfd_siginfo info{};
     if (::read(m_inbox.get(), &info, sizeof info) != sizeof info) {
         return std::nullopt;
     }
-    return Letter{static_cast<int>(info.ssi_signo), info.ssi_code == SI_KERNEL};
+    const int signal = static_cast<int>(info.ssi_signo);
+    const bool isFromKernel = info.ssi_code == SI_KERNEL;
+    // Of its end a terminal tells the first process of its session alone.
+    const bool isEndOfTerminal = signal == SIGHUP && isFromKernel;
+    const bool isFinal = (signal == SIGTERM || isEndOfTerminal) && !isIgnored(signal);
+    const bool isInterruption = (signal == SIGINT || signal == SIGQUIT) && !isIgnored(signal);
+    return Letter{signal, isFromKernel && !(isEndOfTerminal && ::getsid(0) == ::getpid()),
+                  isFinal || isInterruption, isFinal};
+}
+
+void SignalInbox::giveBack() const {
+    sigprocmask(SIG_SETMASK, &m_before, nullptr);
 }
 
 std::optional<int> signalNumber(const std::string& text) {

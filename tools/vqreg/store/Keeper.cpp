@@ -55,7 +55,7 @@ int Keeper::run(ChangeSource& source, KeyReader& reader) {
 }
 
 void Keeper::start() {
-    m_program.start(m_environment, m_inbox.maskBefore());
+    m_program.start(m_environment, m_inbox);
     m_started = m_wanted;
     m_start = Clock::now();
     m_killTime.reset();
@@ -88,17 +88,26 @@ void Keeper::takeSignals() {
             }
             continue;
         }
-        const bool endsMost = letter->signal == SIGTERM || letter->signal == SIGINT ||
-                              letter->signal == SIGQUIT || letter->signal == SIGHUP;
-        m_isToEnd = m_isToEnd || (endsMost && m_killTime);
-        if (!letter->isFromKernel) {
+        if (letter->asksForEnd) {
+            noteRequest(letter->isFinal);
+        }
+        if (!letter->hasReachedChild) {
             m_program.signal(letter->signal);
+        }
+        if (letter->isFinal) {
+            m_program.signal(SIGCONT);  // one that is stopped would not see it
         }
     }
 }
 
+// Programs end at SIGTERM: it is how they are stopped here. An interruption some of them outlive.
+void Keeper::noteRequest(bool isFinal) {
+    const auto until = isFinal ? Clock::time_point::max() : Clock::now() + grace();
+    m_endUntil = std::max(until, m_endUntil.value_or(until));
+}
+
 void Keeper::noteEnd(int code) {
-    if (m_killTime && !m_isToEnd) {
+    if (m_killTime && !m_endUntil) {
         start();
     } else {
         m_exitCode = code;
@@ -114,12 +123,11 @@ void Keeper::stopWhenDue() {
             m_program.signal(SIGKILL);
             *m_killTime = Clock::time_point::max();
         }
-    } else if (isDue() && now >= m_start + kShortestRun) {
-        m_isToEnd = false;
-        m_killTime = now + std::chrono::duration_cast<Clock::duration>(
-                               std::chrono::duration<double>(m_options.graceSeconds));
+    } else if (isDue() && now >= nextStop()) {
+        m_endUntil.reset();
+        m_killTime = now + grace();
         m_program.signal(SIGTERM);
-        m_program.signal(SIGCONT);  // one that is stopped would not see it
+        m_program.signal(SIGCONT);
     }
 }
 
@@ -127,12 +135,21 @@ bool Keeper::isDue() const {
     return m_options.restart && !hasSameValues(m_wanted, m_started);
 }
 
+Keeper::Clock::time_point Keeper::nextStop() const {
+    return std::max(m_start + kShortestRun, m_endUntil.value_or(m_start));
+}
+
+Keeper::Clock::duration Keeper::grace() const {
+    return std::chrono::duration_cast<Clock::duration>(
+        std::chrono::duration<double>(m_options.graceSeconds));
+}
+
 // Until when nothing is to be done but what comes in.
 Keeper::Clock::time_point Keeper::deadline(Clock::time_point nextPoll) const {
     if (m_killTime) {
         return std::min(nextPoll, *m_killTime);
     }
-    return isDue() ? std::min(nextPoll, m_start + kShortestRun) : nextPoll;
+    return isDue() ? std::min(nextPoll, nextStop()) : nextPoll;
 }
 
 }  // namespace vqreg

@@ -45,7 +45,10 @@ private:
     void start();
     void look(KeyReader& reader, bool isSlowPoll);
     bool isDue() const;
+    Clock::time_point nextStop() const;
+    Clock::duration grace() const;
     void takeSignals();
+    void noteRequest(bool isFinal);
     void stopWhenDue();
     void noteEnd(int code);
     Clock::time_point deadline(Clock::time_point nextPoll) const;
@@ -59,7 +62,8 @@ private:
     std::vector<std::string> m_environment;  // of what is wanted
     Clock::time_point m_start;
     std::optional<Clock::time_point> m_killTime;  // while it is being stopped
-    bool m_isToEnd = false;  // somebody has asked for that while it is being stopped
+    // Somebody has asked for the end, and it is not clear before then that it is not to come.
+    std::optional<Clock::time_point> m_endUntil;
     std::optional<int> m_exitCode;
 };
 
