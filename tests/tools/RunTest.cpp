@@ -437,6 +437,59 @@ TEST_F(Run, WhatIsStoppedEndsWithTheCommand) {
     EXPECT_EQ(process.finish(), (CommandResult{5, "term\n", ""}));
 }
 
+// What it ignores for itself, a program ignores as well, but must not keep it from hearing of its end.
+TEST_F(Run, EndsAsTheProgramDoesWhereTheEndOfChildrenIsIgnored) {
+    const auto ignored = [&](const Arguments& command) {
+        Arguments all = {"--ignore-signal=CHLD"};
+        all.insert(all.end(), command.begin(), command.end());
+        return vqtest::ChildProcess("/usr/bin/env", all).finish();
+    };
+    const Arguments look = {"grep", "SigIgn", "/proc/self/status"};
+    Arguments command = running({"--restart"}, look);
+    command.insert(command.begin(), VQREG_COMMAND_PATH);
+    EXPECT_EQ(ignored(command), ignored(look));
+}
+
+// Of a container it is often the first process, which inherits those whose parents have ended.
+TEST_F(Run, LeavesNoDeadProcessesWhenItIsTheFirstOne) {
+    const Arguments namespaces = {"--pid", "--fork", "--mount-proc", "--kill-child"};
+    const auto unshare = [&](const Arguments& command) {
+        Arguments all = namespaces;
+        all.insert(all.end(), command.begin(), command.end());
+        return vqtest::ChildProcess("/usr/bin/unshare", all).finish();
+    };
+    if (unshare({"true"}).status != 0) {
+        GTEST_SKIP() << "no namespaces can be made here";
+    }
+    Arguments command = service({"--signal", "HUP"},
+                                "for i in 1 2 3; do (sleep 0.02 & echo $!); done >\"$0\"\n"
+                                "for i in $(seq 200); do\n"
+                                "    left=0; for pid in $(cat \"$0\"); do\n"
+                                "        [ ! -e /proc/$pid ] || left=1; done\n"
+                                "    [ $left = 1 ] || exit 7; sleep 0.02; done");
+    command.insert(command.begin(), VQREG_COMMAND_PATH);
+    EXPECT_EQ(unshare(command), (CommandResult{7, "", ""}));
+}
+
+TEST_F(Run, NoLateSignalChangesHowItEnds) {
+    for (int i = 0; i < 20; ++i) {
+        VqregProcess process(
+            service({"--restart"}, "trap 'exit 9' TERM; echo start; while :; do sleep 0.02; done"));
+        EXPECT_EQ(process.line(), "start");
+        siginfo_t end{};
+        const auto hasEnded = [&] {
+            process.signal(SIGTERM);
+            return ::waitid(P_PID, static_cast<id_t>(process.pid()), &end,
+                            WEXITED | WNOHANG | WNOWAIT) != 0 ||
+                   end.si_pid != 0;
+        };
+        for (int times = 0; times < 100000 && !hasEnded(); ++times) {
+            std::this_thread::sleep_for(std::chrono::microseconds(20));
+        }
+        ASSERT_EQ(process.finish(), (CommandResult{9, "", ""}));
+    }
+}
+
 // The streams end when nobody has them any more.
 TEST_F(Run, NoProgramIsLeftWhenTheCommandIsKilled) {
     for (const Arguments& options : {Arguments{"--restart"}, {"--signal", "HUP"}}) {

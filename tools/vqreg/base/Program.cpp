@@ -126,13 +126,17 @@ void Program::signal(int number) const {
     }
 }
 
+// The first process of a container inherits those of others, which want to be waited for as well.
 std::optional<int> Program::reap() {
+    std::optional<int> code;
     int status = 0;
-    if (!isRunning() || ::waitpid(m_pid, &status, WNOHANG) != m_pid) {
-        return std::nullopt;
+    for (pid_t pid = 0; (pid = ::waitpid(-1, &status, WNOHANG)) > 0;) {
+        if (pid == m_pid) {
+            m_pid = -1;
+            code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+        }
     }
-    m_pid = -1;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    return code;
 }
 
 }  // namespace vqreg

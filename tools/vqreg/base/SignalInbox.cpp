@@ -47,7 +47,12 @@ bool isIgnored(int signal) {
 
 }  // namespace
 
-SignalInbox::SignalInbox() : m_inbox(openInbox(m_before)) {}
+// Where SIGCHLD is ignored, the system keeps the end of a child from its parent.
+SignalInbox::SignalInbox() : m_inbox(openInbox(m_before)) {
+    struct sigaction action {};
+    action.sa_handler = SIG_DFL;
+    sigaction(SIGCHLD, &action, &m_childBefore);
+}
 
 std::optional<SignalInbox::Letter> SignalInbox::next() {
     signalfd_siginfo info{};
@@ -65,6 +70,7 @@ std::optional<SignalInbox::Letter> SignalInbox::next() {
 }
 
 void SignalInbox::giveBack() const {
+    sigaction(SIGCHLD, &m_childBefore, nullptr);
     sigprocmask(SIG_SETMASK, &m_before, nullptr);
 }
 

@@ -37,6 +37,7 @@ public:
 
 private:
     sigset_t m_before{};
+    struct sigaction m_childBefore {};
     const FileHandle m_inbox;
 };
 
