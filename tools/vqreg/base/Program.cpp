@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstring>
 
 #include "tools/vqreg/base/ExitCode.h"
@@ -17,6 +18,11 @@
 namespace vqreg {
 
 namespace {
+
+// Of what a program is started with, where the stack has no limit; and what the system adds to it: the
+// path of the program, and the interpreter of a script.
+constexpr std::size_t kMost = 6 << 20;
+constexpr std::size_t kAdded = 2 * PATH_MAX;
 
 // What execvpe takes. Made before a fork: afterwards no memory may be asked for.
 class Call {
@@ -33,6 +39,17 @@ public:
         }
         m_wordPointers = pointersOf(m_words);
         m_environmentPointers = pointersOf(m_environment);
+    }
+
+    // The system counts the texts and a pointer to each.
+    std::size_t size() const {
+        std::size_t size = 0;
+        for (const auto* texts : {&m_words, &m_environment}) {
+            for (const std::string& text : *texts) {
+                size += text.size() + 1 + sizeof(char*);
+            }
+        }
+        return size;
     }
 
     // Returns only when that fails, with errno.
@@ -118,6 +135,11 @@ void Program::start(const std::vector<std::string>& variables, const SignalInbox
         m_pid = -1;
         throw startFault(name(), error);
     }
+}
+
+bool Program::fits(const std::vector<std::string>& variables) const {
+    const std::size_t limit = std::min(static_cast<std::size_t>(::sysconf(_SC_ARG_MAX)), kMost);
+    return Call(m_words, variables).size() + kAdded <= limit;
 }
 
 void Program::signal(int number) const {

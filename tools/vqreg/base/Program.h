@@ -24,6 +24,8 @@ public:
 
     // Likewise, as a child, which dies with this process. It must not run yet.
     void start(const std::vector<std::string>& variables, const SignalInbox& inbox);
+    // Whether the system would start it with so much.
+    bool fits(const std::vector<std::string>& variables) const;
     bool isRunning() const { return m_pid > 0; }
     void signal(int number) const;
 

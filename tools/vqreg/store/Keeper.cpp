@@ -1,6 +1,7 @@
 #include "tools/vqreg/store/Keeper.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <poll.h>
 
 #include <algorithm>
@@ -11,18 +12,36 @@
 #include "tools/vqreg/terminal/Output.h"
 #include "tools/vqreg/text/Difference.h"
 #include "tools/vqreg/text/Environment.h"
+#include "tools/vqreg/text/Shown.h"
 
 namespace vqreg {
 
 namespace {
 
-// However fast the values change, a program runs for so long before it is started again.
-constexpr auto kShortestRun = std::chrono::seconds(1);
+// However fast the values change, a program has so long before it hears of it again: before it is ready
+// for signals, most of them are its end.
+constexpr auto kLeastPause = std::chrono::seconds(1);
+constexpr std::size_t kMostNames = 3;
 
 bool hasSameValues(const Key& one, const Key& other) {
     return std::ranges::equal(one.values, other.values, [](const auto& left, const auto& right) {
         return left.first == right.first && left.second.sameData(right.second);
     });
+}
+
+// For who reads the journal: "Port" has changed.
+std::string changeOf(const Key& before, const Key& after) {
+    std::vector<std::string> names;
+    for (const Change& change : difference(before, after)) {
+        if (change.path.empty() && !change.isOfKey()) {
+            names.push_back('"' + printable(change.value().name) + '"');
+        }
+    }
+    const std::size_t more = names.size() - std::min(names.size(), kMostNames);
+    names.resize(names.size() - more);
+    return fmt::format("{}{} {} changed", fmt::join(names, ", "),
+                       more > 0 ? fmt::format(" and {} more", more) : "",
+                       names.size() + more == 1 ? "has" : "have");
 }
 
 }  // namespace
@@ -49,7 +68,7 @@ int Keeper::run(ChangeSource& source, KeyReader& reader) {
         if (news != eNews::eNone) {
             look(reader, news == eNews::eSlowPoll);
         }
-        stopWhenDue();
+        act();
     }
     return *m_exitCode;
 }
@@ -57,7 +76,7 @@ int Keeper::run(ChangeSource& source, KeyReader& reader) {
 void Keeper::start() {
     m_program.start(m_environment, m_inbox);
     m_started = m_wanted;
-    m_start = Clock::now();
+    m_told = Clock::now();
     m_killTime.reset();
 }
 
@@ -69,11 +88,16 @@ void Keeper::look(KeyReader& reader, bool isSlowPoll) {
     }
     m_known = std::move(*now);
     if (!m_options.restart) {
-        m_program.signal(*signalNumber(m_options.signal));
+        m_isSignalDue = true;
         return;
     }
     try {
-        m_environment = environmentOf(m_known, m_options.prefix);
+        std::vector<std::string> environment = environmentOf(m_known, m_options.prefix);
+        if (!m_program.fits(environment)) {
+            throw CommandError(eExit::eWrongKind,
+                               "the values are more than the system starts a program with");
+        }
+        m_environment = std::move(environment);
         m_wanted = m_known;
     } catch (const CommandError& error) {
         note(fmt::format("{}; {} goes on as it is", error.what(), m_program.name()));
@@ -114,29 +138,44 @@ void Keeper::noteEnd(int code) {
     }
 }
 
-void Keeper::stopWhenDue() {
-    const auto now = Clock::now();
+void Keeper::act() {
     if (m_killTime) {
-        if (now >= *m_killTime) {
-            note(fmt::format("{} has not ended {} s after SIGTERM, and is killed", m_program.name(),
-                             m_options.graceSeconds));
-            m_program.signal(SIGKILL);
-            *m_killTime = Clock::time_point::max();
-        }
-    } else if (isDue() && now >= nextStop()) {
-        m_endUntil.reset();
-        m_killTime = now + grace();
-        m_program.signal(SIGTERM);
-        m_program.signal(SIGCONT);
+        killWhenDue();
+    } else if (isDue() && Clock::now() >= nextAct()) {
+        tell();
+    }
+}
+
+void Keeper::tell() {
+    if (!m_options.restart) {
+        m_program.signal(*signalNumber(m_options.signal));
+        m_isSignalDue = false;
+        m_told = Clock::now();
+        return;
+    }
+    note(fmt::format("{}; {} is started again", changeOf(m_started, m_wanted), m_program.name()));
+    m_endUntil.reset();
+    m_killTime = Clock::now() + grace();
+    m_program.signal(SIGTERM);
+    m_program.signal(SIGCONT);
+}
+
+void Keeper::killWhenDue() {
+    if (Clock::now() >= *m_killTime) {
+        note(fmt::format("{} has not ended {} s after SIGTERM, and is killed", m_program.name(),
+                         m_options.graceSeconds));
+        m_program.signal(SIGKILL);
+        *m_killTime = Clock::time_point::max();
     }
 }
 
 bool Keeper::isDue() const {
-    return m_options.restart && !hasSameValues(m_wanted, m_started);
+    return m_options.restart ? !hasSameValues(m_wanted, m_started) : m_isSignalDue;
 }
 
-Keeper::Clock::time_point Keeper::nextStop() const {
-    return std::max(m_start + kShortestRun, m_endUntil.value_or(m_start));
+Keeper::Clock::time_point Keeper::nextAct() const {
+    const auto next = m_told + kLeastPause;
+    return m_options.restart ? std::max(next, m_endUntil.value_or(next)) : next;
 }
 
 Keeper::Clock::duration Keeper::grace() const {
@@ -149,7 +188,7 @@ Keeper::Clock::time_point Keeper::deadline(Clock::time_point nextPoll) const {
     if (m_killTime) {
         return std::min(nextPoll, *m_killTime);
     }
-    return isDue() ? std::min(nextPoll, nextStop()) : nextPoll;
+    return isDue() ? std::min(nextPoll, nextAct()) : nextPoll;
 }
 
 }  // namespace vqreg

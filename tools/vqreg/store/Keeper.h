@@ -45,11 +45,13 @@ private:
     void start();
     void look(KeyReader& reader, bool isSlowPoll);
     bool isDue() const;
-    Clock::time_point nextStop() const;
+    Clock::time_point nextAct() const;
     Clock::duration grace() const;
     void takeSignals();
     void noteRequest(bool isFinal);
-    void stopWhenDue();
+    void act();
+    void tell();
+    void killWhenDue();
     void noteEnd(int code);
     Clock::time_point deadline(Clock::time_point nextPoll) const;
 
@@ -60,7 +62,8 @@ private:
     Key m_wanted;                            // the same, unless that makes no environment
     Key m_started;                           // as the program has it
     std::vector<std::string> m_environment;  // of what is wanted
-    Clock::time_point m_start;
+    bool m_isSignalDue = false;
+    Clock::time_point m_told;  // when the program last got news: its start, or a signal
     std::optional<Clock::time_point> m_killTime;  // while it is being stopped
     // Somebody has asked for the end, and it is not clear before then that it is not to come.
     std::optional<Clock::time_point> m_endUntil;
