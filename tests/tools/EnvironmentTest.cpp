@@ -189,8 +189,35 @@ TEST_F(ExportEnvironment, TwoValuesOfOneVariableAreRefusedByName) {
 }
 
 TEST_F(ExportEnvironment, VariablesThatSteerOtherProgramsWantAPrefix) {
-    for (const std::string name : {"Path", "LD_PRELOAD", "ld library path", "Bash Env",
-                                   "PythonPath", "IFS", "Env", "Perl5Opt", "Notify-Socket"}) {
+    for (const std::string name : {"Path",
+                                   "LD_PRELOAD",
+                                   "ld library path",
+                                   "Bash Env",
+                                   "PythonPath",
+                                   "IFS",
+                                   "Env",
+                                   "Perl5Opt",
+                                   "Notify-Socket",
+                                   "Openssl Conf",
+                                   "GIO extra modules",
+                                   "Gtk Modules",
+                                   "QT_PLUGIN_PATH",
+                                   "Dotnet Startup Hooks",
+                                   "Https Proxy",
+                                   "Editor",
+                                   "Pager",
+                                   "LessOpen",
+                                   "ZDotDir",
+                                   "Php Ini Scan Dir",
+                                   "krb5 config",
+                                   "SslKeyLogFile",
+                                   "lc all",
+                                   "Posixly Correct",
+                                   "TMOUT",
+                                   "Vqreg Sync",
+                                   "Credentials Directory",
+                                   "Watchdog USec",
+                                   "XDG data dirs"}) {
         SCOPED_TRACE(name);
         store(name, "x");
         const CommandResult result = run({"export", "--env", "App"});
