@@ -38,7 +38,8 @@ directories_are_made() {
 # What a unit gets from EnvironmentFile= is what is in the store.
 files_for_units_are_read_as_they_are_meant() {
     local texts=('' ' ' ' both ends	' '\' '\\' 'ends in \' '"' "'" "a\"b'c\`d" '$HOME ${HOME} $$ $(echo gone)'
-        '`echo gone`' '\n\t\x41' '#comment' ';comment' 'a=b' '%n %h %%' '~/x' $'\x01\x1b[31m\x7f' 'grüß € 🐧')
+        '`echo gone`' '\n\t\x41' '#comment' ';comment' 'a=b' '%n %h %%' '~/x' $'\x01\x1b[31m\x7f' 'grüß € 🐧'
+        $'\ufeff' $'\ufefffirst' $'in\ufeffside')
     local i wanted=() found=()
     for i in "${!texts[@]}"; do
         vqreg set -t string Texts "T$i" -- "${texts[$i]}" 2>/dev/null

@@ -78,8 +78,7 @@ char32_t characterAt(std::string_view text, std::size_t at) {
 
 // The service manager takes no file that has one of the code points which stand for nothing.
 bool isNoCharacter(char32_t character) {
-    return (character >= 0xFDD0 && character <= 0xFDEF) || (character & 0xFFFE) == 0xFFFE ||
-           character == 0xFEFF;
+    return (character >= 0xFDD0 && character <= 0xFDEF) || (character & 0xFFFE) == 0xFFFE;
 }
 
 bool isForUnits(const std::string& text) {
@@ -126,10 +125,12 @@ std::string environmentText(const std::vector<Variable>& variables) {
     std::string text;
     for (const Variable& variable : variables) {
         if (!isForUnits(variable.text)) {
-            throw CommandError(eExit::eWrongKind,
-                               fmt::format("the text of the value \"{}\" is not UTF-8, which "
-                                           "EnvironmentFile= of a unit needs",
-                                           printable(variable.value)));
+            throw CommandError(
+                eExit::eWrongKind,
+                fmt::format("the text of the value \"{}\" is not UTF-8 or has a code "
+                            "point that is no character, and EnvironmentFile= of a "
+                            "unit takes no such text",
+                            printable(variable.value)));
         }
         text += variable.name + "=\"";
         for (const char c : variable.text) {
