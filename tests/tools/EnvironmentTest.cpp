@@ -62,11 +62,11 @@ protected:
     std::string linesPath() const { return file.directory() + "/lines.env"; }
 
     // What a program gets that a shell starts after it has read the lines.
-    Variables readBy(const std::string& shell) const {
+    Variables readBy(const std::string& shell, const std::string& way) const {
         const CommandResult result =
-            vqtest::ChildProcess(
-                "/usr/bin/env",
-                {"-i", shell, "-c", "set -a; . \"$1\"; exec /usr/bin/env -0", shell, linesPath()})
+            vqtest::ChildProcess("/usr/bin/env",
+                                 {"-i", shell, "-c", "set -a; " + way + "; exec /usr/bin/env -0",
+                                  shell, linesPath()})
                 .finish();
         EXPECT_EQ(result.status, 0) << shell << ": " << result.err;
         EXPECT_EQ(result.err, "") << shell;
@@ -86,7 +86,8 @@ protected:
         EXPECT_EQ(vqtest::EnvironmentFile(lines).variables(), expected);
         for (const char* const shell : {"/bin/dash", "/bin/bash", "/bin/zsh"}) {
             if (std::ifstream(shell).good()) {
-                EXPECT_EQ(readBy(shell), expected) << shell;
+                EXPECT_EQ(readBy(shell, ". \"$1\""), expected) << shell;
+                EXPECT_EQ(readBy(shell, "eval \"$(cat \"$1\")\""), expected) << shell;
             }
         }
     }

@@ -82,11 +82,28 @@ the_service_follows_its_settings() {
     [ "$(systemctl show -P Result appd)" = success ] || complain "appd did not end well"
 }
 
+# The program is ready when it says so, and not its keeper.
+readiness_is_told_by_the_program() {
+    service ready Type=notify NotifyAccess=all TimeoutStartSec=20 \
+        "ExecStart=/usr/local/bin/vqreg run --signal HUP App -- /bin/sh -c 'systemd-notify --ready && exec sleep 1000'"
+    sed -i '/^Type=oneshot$/d' /run/systemd/system/ready.service
+    systemctl start ready || complain "readiness is not heard: $(cat /run/ready.said)"
+    systemctl stop ready
+}
+
 old_files_are_removed() {
     local old=/velquist/etc/Velquist.cfg01234567-89ab-4cde-8f01-23456789abcd
     touch -d '1 hour ago' "$old"
     systemctl start vqreg-clean.service || complain "vqreg-clean fails"
     [ ! -e "$old" ] || complain "vqreg-clean leaves old files"
+    # As its comment says for a store in /etc.
+    sed -e '/^ConditionPathIsDirectory=/d' -e 's|^ReadWritePaths=.*|ReadWritePaths=/etc|' \
+        -e 's|^ExecStart=vqreg|ExecStart=vqreg --file /etc/Velquist.cfg|' \
+        /run/systemd/system/vqreg-clean.service >/run/systemd/system/clean-etc.service
+    old=/etc/${old##*/}
+    touch -d '1 hour ago' "$old"
+    systemctl start clean-etc.service || complain "vqreg-clean fails in /etc"
+    [ ! -e "$old" ] || complain "vqreg-clean leaves old files in /etc"
     systemctl start vqreg-clean.timer || complain "the timer cannot be started"
     [ -n "$(systemctl show -P NextElapseUSecRealtime vqreg-clean.timer)" ] || complain "the timer has no time"
 }
@@ -152,7 +169,7 @@ the_end_of_a_service_removes_objects() {
 }
 
 for check in directories_are_made files_for_units_are_read_as_they_are_meant the_service_follows_its_settings \
-    old_files_are_removed options_do_what_is_said_of_them the_end_of_a_service_removes_objects; do
+    readiness_is_told_by_the_program old_files_are_removed options_do_what_is_said_of_them the_end_of_a_service_removes_objects; do
     before=$failures
     $check || complain "$check"
     [ "$before" != "$failures" ] || echo "ok: $check"

@@ -76,7 +76,9 @@ void defineRun(CLI::App& command, Context& context) {
         "The variables are those of \"vqreg export --env\"; sub keys are not looked at. Without\n"
         "--restart and --signal, COMMAND takes the place of vqreg. Otherwise signals are passed "
         "on,\n"
-        "it dies with vqreg, and its exit code, or 128 and the number of its signal, is vqreg's.");
+        "it dies with vqreg unless it changes its user, and its exit code, or 128 and the number "
+        "of\n"
+        "its signal, is vqreg's.");
     command.callback([&context, options] { runProgram(context, *options); });
 }
 
