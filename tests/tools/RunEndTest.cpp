@@ -95,6 +95,20 @@ TEST_F(RunEnd, WhatOutlivesAnInterruptionIsStartedAgainAfterTheGrace) {
     EXPECT_EQ(process.line(), "start 81");
 }
 
+// As in the background of a script: what the program does not hear is no request to anybody.
+TEST_F(RunEnd, AnInterruptionThatIsIgnoredPutsNothingOff) {
+    Arguments arguments = {"--ignore-signal=INT", VQREG_COMMAND_PATH};
+    for (const std::string& word : service({"--restart", "--grace", "1000"})) {
+        arguments.push_back(word);
+    }
+    vqtest::ChildProcess process("/usr/bin/env", arguments);
+    EXPECT_EQ(process.line(), "start 80");
+    process.signal(SIGINT);
+    change({"set", "App", "Port", "81"});
+    EXPECT_EQ(process.line(), "term");
+    EXPECT_EQ(process.line(), "start 81");
+}
+
 // Units send it to have the settings read again.
 TEST_F(RunEnd, AHangUpThatSomebodySendsIsNoEnd) {
     VqregProcess process(service({"--restart"},
