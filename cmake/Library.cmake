@@ -29,7 +29,7 @@ target_link_libraries(vqreg_objects PUBLIC Threads::Threads vqreg_sanitizer_runt
 
 # What the command has from them: lines as text, and looking at shared objects. It needs nothing else
 # of the library, and nothing of it is exported.
-set(files_of_command "/(RegLib/text/[A-Za-z]+|portable/(FileLink|FileLocks|FileSystem|ObjectName))\\.cpp")
+set(files_of_command "/(RegLib/text/[A-Za-z]+|portable/(FileLink|FileLocks|FileNews|FileSystem|ObjectName))\\.cpp")
 set(VQREGLIB_OBJECTS_OF_COMMAND
     "$<FILTER:$<TARGET_OBJECTS:vqreg_objects>,INCLUDE,${files_of_command}>")
 # These are one object for each file, for the sake of that choice, and so are all in what is installed

@@ -132,6 +132,12 @@ TEST_F(Containers, LoseChangesWithSharedMemoryOfTheirOwn) {
     expectLosses(*inside);
 }
 
+TEST_F(Containers, LoseChangesWithNamesOfTheirOwnForCommonMemory) {
+    const auto inside = agentIn({"--mount"}, "mount -t tmpfs tmpfs /dev/shm");
+    ASSERT_EQ(inside->open(store.path()), REGLIB_OK);
+    expectLosses(*inside);
+}
+
 TEST_F(Containers, LoseChangesWhereTheFileHasAnotherPath) {
     const std::string other = store.directory() + ".other";
     const auto inside = agentIn({"--mount"}, "mkdir $1.other; mount --bind $1 $1.other");

@@ -7,6 +7,7 @@
 #include <fstream>
 
 #include "support/TempStore.h"
+#include "support/Untold.h"
 #include "tools/VqregProcess.h"
 
 using vqtest::CommandResult;
@@ -104,6 +105,29 @@ TEST_F(WatchTest, ShowsARemovedFileAsEmpty) {
     VqregProcess watch(watching({"Sub"}));
     EXPECT_EQ("+ [Velquist/Sub] \"a\"=string:b", watch.line());
     ASSERT_EQ(0, ::unlink(store.path().c_str()));
+    EXPECT_EQ("- [Velquist/Sub] \"a\"=string:b", watch.line());
+}
+
+TEST_F(WatchTest, SeesChangesWhereTheSystemTellsOfNone) {
+    if (!vqtest::mayRunUntold()) {
+        GTEST_SKIP() << "no namespaces of users can be made here";
+    }
+    std::vector<std::string> arguments = vqtest::untold(VQREG_COMMAND_PATH);
+    for (const std::string& word : watching({"Sub"})) {
+        arguments.push_back(word);
+    }
+    vqtest::ChildProcess watch(vqtest::kUntold, arguments);
+    EXPECT_EQ("+ [Velquist/Sub] \"a\"=string:b", watch.line());
+    ASSERT_EQ(0, change({"set", "Sub", "a", "-t", "string", "c"}));
+    EXPECT_EQ("~ [Velquist/Sub] \"a\"=string:b -> string:c", watch.line());
+}
+
+// It never writes, so it brings nothing back.
+TEST_F(WatchTest, NobodyIsWarnedOfIt) {
+    VqregProcess watch(watching({"Sub"}));
+    EXPECT_EQ("+ [Velquist/Sub] \"a\"=string:b", watch.line());
+    EXPECT_EQ(runVqreg({"--file", store.path(), "rm", "-f", "Sub", "a"}),
+              (CommandResult{0, "", ""}));
     EXPECT_EQ("- [Velquist/Sub] \"a\"=string:b", watch.line());
 }
 

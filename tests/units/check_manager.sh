@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# check_manager.sh EXAMPLES VQREG LIBRARY
+# check_manager.sh --outside EXAMPLES VQREG LIBRARY AGENT
 #
 # Starts a service manager as the first process of a pid namespace, with an IPC and a network namespace, a
 # /run, a /dev/shm and a cgroup of its own, and gives it the examples: the service follows its settings,
@@ -9,6 +9,7 @@ set -euo pipefail
 examples=$2
 vqreg=$3
 library=$4
+agent=$5
 here=$(cd "$(dirname "$0")" && pwd)
 
 # An /etc of the manager's own is there already. Programs lie where ProtectHome= and PrivateTmp= hide
@@ -24,6 +25,7 @@ prepare() {
     mkdir -p /run/lock /run/systemd/system
     cp "$vqreg" /usr/local/bin/vqreg
     cp "$library" "/usr/local/lib/$(basename "$library" | sed 's/\(\.so\.[0-9]*\).*/\1/')"
+    cp "$agent" /usr/local/bin/agent
     ldconfig
     cp "$here/inside.sh" /usr/local/bin/inside
     cp "$examples"/*.service "$examples"/*.timer /run/systemd/system
@@ -47,7 +49,6 @@ skip() {
 if [ "$1" = --prepare ]; then
     prepare
 fi
-# outside: check_manager.sh --outside EXAMPLES VQREG LIBRARY
 [ -x /lib/systemd/systemd ] || skip "systemd is not installed"
 [ "$(id -u)" = 0 ] || skip "only root can run a service manager"
 hierarchy=$(sed -n 's/^[^ ]* \([^ ]*\) cgroup2 .*/\1/p' /proc/self/mounts | head -1)
@@ -68,7 +69,7 @@ log=$(mktemp)
 (
     echo "$BASHPID" >"$group/cgroup.procs" || exit 77
     exec unshare --pid --fork --mount --ipc --uts --net --cgroup --mount-proc --kill-child \
-        "$0" --prepare "$examples" "$vqreg" "$library"
+        "$0" --prepare "$examples" "$vqreg" "$library" "$agent"
 ) >"$log" 2>&1 </dev/null &
 manager=$!
 

@@ -66,6 +66,8 @@ check_logs() {
     echo other >"$logs/other.Log"
     touch -d '15 days ago' "$logs/$old" "$logs/other.Log"
     touch -d '13 days ago' "$logs/$new"
+    chown 64001:64001 "$logs/$old" "$logs/$new"
+    chmod 600 "$logs/$old"
     cp "$examples/velquist.logrotate" "$work/logrotate"
     chmod 644 "$work/logrotate"
     logrotate --debug --state "$work/state" "$work/logrotate" >"$work/said" 2>&1 ||
@@ -75,6 +77,12 @@ check_logs() {
         "$logs/$old" "$logs/$new" >"$work/state"
     logrotate --state "$work/state" "$work/logrotate" || fail "logrotate fails"
     [ "$(cd "$logs" && echo *)" = "$new other.Log" ] || fail "logs left: $(ls "$logs")"
+    # It has the rights of the group and no others.
+    touch -d '15 days ago' "$logs/$old"
+    chmod 755 "$logs"
+    printf 'logrotate state -- version 2\n"%s" 2020-1-1-0:0:0\n' "$logs/$old" >"$work/state"
+    ! logrotate --state "$work/state" "$work/logrotate" >"$work/said" 2>&1 || fail "logrotate does not fail"
+    [ -e "$logs/$old" ] || fail "logs are removed with the rights of root"
 }
 
 if has systemd-analyze; then check_units; fi

@@ -38,7 +38,8 @@ directories_are_made() {
 # What a unit gets from EnvironmentFile= is what is in the store.
 files_for_units_are_read_as_they_are_meant() {
     local texts=('' ' ' ' both ends	' '\' '\\' 'ends in \' '"' "'" "a\"b'c\`d" '$HOME ${HOME} $$ $(echo gone)'
-        '`echo gone`' '\n\t\x41' '#comment' ';comment' 'a=b' '%n %h %%' '~/x' $'\x01\x1b[31m\x7f' 'grüß € 🐧')
+        '`echo gone`' '\n\t\x41' '#comment' ';comment' 'a=b' '%n %h %%' '~/x' $'\x01\x1b[31m\x7f' 'grüß € 🐧'
+        $'\ufeff' $'\ufefffirst' $'in\ufeffside')
     local i wanted=() found=()
     for i in "${!texts[@]}"; do
         vqreg set -t string Texts "T$i" -- "${texts[$i]}" 2>/dev/null
@@ -81,11 +82,28 @@ the_service_follows_its_settings() {
     [ "$(systemctl show -P Result appd)" = success ] || complain "appd did not end well"
 }
 
+# The program is ready when it says so, and not its keeper.
+readiness_is_told_by_the_program() {
+    service ready Type=notify NotifyAccess=all TimeoutStartSec=20 \
+        "ExecStart=/usr/local/bin/vqreg run --signal HUP App -- /bin/sh -c 'systemd-notify --ready && exec sleep 1000'"
+    sed -i '/^Type=oneshot$/d' /run/systemd/system/ready.service
+    systemctl start ready || complain "readiness is not heard: $(cat /run/ready.said)"
+    systemctl stop ready
+}
+
 old_files_are_removed() {
     local old=/velquist/etc/Velquist.cfg01234567-89ab-4cde-8f01-23456789abcd
     touch -d '1 hour ago' "$old"
     systemctl start vqreg-clean.service || complain "vqreg-clean fails"
     [ ! -e "$old" ] || complain "vqreg-clean leaves old files"
+    # As its comment says for a store in /etc.
+    sed -e '/^ConditionPathIsDirectory=/d' -e 's|^ReadWritePaths=.*|ReadWritePaths=/etc|' \
+        -e 's|^ExecStart=vqreg|ExecStart=vqreg --file /etc/Velquist.cfg|' \
+        /run/systemd/system/vqreg-clean.service >/run/systemd/system/clean-etc.service
+    old=/etc/${old##*/}
+    touch -d '1 hour ago' "$old"
+    systemctl start clean-etc.service || complain "vqreg-clean fails in /etc"
+    [ ! -e "$old" ] || complain "vqreg-clean leaves old files in /etc"
     systemctl start vqreg-clean.timer || complain "the timer cannot be started"
     [ -n "$(systemctl show -P NextElapseUSecRealtime vqreg-clean.timer)" ] || complain "the timer has no time"
 }
@@ -104,13 +122,38 @@ with() {
     [ "$status" = 0 ] || [ "$(vqreg get App Port)" = 80 ] || complain "$*: something has changed"
 }
 
+# with_another_store LINE...: a service with these options changes one that nobody else sees.
+with_another_store() {
+    local name=option$((++number))
+    vqreg set App Port 80
+    service "$name" "$@" 'ExecStart=/usr/local/bin/vqreg --timeout 5 set App Port 90'
+    systemctl start "$name" || complain "$*: $(cat "/run/$name.said")"
+    [ "$(vqreg get App Port)" = 80 ] || complain "$*: it is the same store"
+    [ "$(vqreg --file /run/root/etc/Velquist.cfg get App Port)" = 90 ] || complain "$*: there is no other store"
+}
+
+is_open() {
+    vqreg info | grep -q '^open in  *[0-9]'
+}
+
+# A root for services: what the system has, without a store.
+make_root() {
+    local each
+    mkdir -p /run/root/{etc,usr,dev,proc,sys,run,tmp,velquist}
+    for each in bin lib lib32 lib64 libx32; do
+        [ ! -L "/$each" ] || cp -P "/$each" /run/root
+    done
+    cp /etc/ld.so.cache /run/root/etc
+}
+
 # While somebody has the store open.
 options_do_what_is_said_of_them() {
-    vqreg watch --initial >/run/watched &
-    local watcher=$! option
-    until_true test -s /run/watched
+    agent 3>/run/answer < <(printf 'open\t/velquist/etc/Velquist.cfg\tVelquist\n' && sleep 1000) &
+    local opener=$! option
+    until_true is_open
+    make_root
     for option in ProtectHome=yes PrivateTmp=yes PrivateDevices=yes PrivateNetwork=yes PrivateUsers=yes \
-        NoNewPrivileges=yes CapabilityBoundingSet= ProtectKernelTunables=yes ProtectKernelLogs=yes \
+        NoNewPrivileges=yes CapabilityBoundingSet= ProtectKernelTunables=yes ProtectKernelModules=yes ProtectKernelLogs=yes \
         ProtectControlGroups=yes ProtectClock=yes ProtectHostname=yes ProtectProc=invisible ProcSubset=pid \
         RestrictNamespaces=yes RestrictRealtime=yes RestrictSUIDSGID=yes RestrictAddressFamilies=AF_UNIX \
         LockPersonality=yes MemoryDenyWriteExecute=yes SystemCallArchitectures=native \
@@ -125,21 +168,47 @@ options_do_what_is_said_of_them() {
     with 3 InaccessiblePaths=/dev/shm
     with 3 ReadOnlyPaths=/dev/shm
     with 31 'SystemCallFilter=~@ipc' # killed by SIGSYS
-    kill "$watcher"
-    wait "$watcher" || true
+    with 3 'SystemCallFilter=~@ipc' SystemCallErrorNumber=EPERM
+    with_another_store RootDirectory=/run/root BindReadOnlyPaths=/usr
+    with 0 RootDirectory=/run/root BindReadOnlyPaths=/usr BindPaths=/velquist/etc
+    with 0 TemporaryFileSystem=/dev/shm # nobody hears of it, see ContainersTest.cpp
+    kill "$opener"
+    wait "$opener" || true
     with 0 PrivateIPC=yes # nobody else has it open
+}
+
+has_opened() {
+    grep -qs '^00000000' "/run/$1.answer"
+}
+
+# Who comes first with memory of his own keeps all others away.
+private_memory_keeps_others_out() {
+    cat >/run/first.sh <<'SCRIPT'
+{ printf 'open\t/velquist/etc/Velquist.cfg\tVelquist\n'; exec sleep 1000; } | /usr/local/bin/agent 3>/run/first.answer
+SCRIPT
+    service first PrivateIPC=yes 'ExecStart=/bin/sh /run/first.sh'
+    systemctl start --no-block first
+    until_true has_opened first
+    local status=0
+    vqreg --timeout 5 set App Port 81 2>/dev/null || status=$?
+    [ "$status" = 3 ] || complain "the store can be opened: $status"
+    systemctl stop first
+    vqreg set App Port 80 || complain "the store cannot be opened afterwards"
 }
 
 # A service that stops takes its user's objects away.
 the_end_of_a_service_removes_objects() {
-    local remove
-    for remove in yes no; do
+    local remove options
+    for remove in yes no dynamic; do
         rm -f /dev/shm/*
-        service "remove-$remove" User=appd Group=velquist "RemoveIPC=$remove" \
+        options=(User=appd Group=velquist "RemoveIPC=$remove")
+        [ "$remove" != dynamic ] ||
+            options=(DynamicUser=yes SupplementaryGroups=velquist ReadWritePaths=/velquist/etc)
+        service "remove-$remove" "${options[@]}" \
             'ExecStart=/usr/local/bin/vqreg set App Port 91'
         systemctl start "remove-$remove" || complain "remove-$remove: $(cat "/run/remove-$remove.said")"
         case $remove:$(find /dev/shm -name 'CPLock.*' | wc -l) in
-            yes:0 | no:[1-9]) ;;
+            yes:0 | dynamic:0 | no:[1-9]) ;;
             *) complain "RemoveIPC=$remove: $(ls /dev/shm)" ;;
         esac
         vqreg set App Port 80 || complain "RemoveIPC=$remove: the store cannot be changed any more"
@@ -147,7 +216,8 @@ the_end_of_a_service_removes_objects() {
 }
 
 for check in directories_are_made files_for_units_are_read_as_they_are_meant the_service_follows_its_settings \
-    old_files_are_removed options_do_what_is_said_of_them the_end_of_a_service_removes_objects; do
+    readiness_is_told_by_the_program old_files_are_removed options_do_what_is_said_of_them \
+    private_memory_keeps_others_out the_end_of_a_service_removes_objects; do
     before=$failures
     $check || complain "$check"
     [ "$before" != "$failures" ] || echo "ok: $check"

@@ -45,10 +45,10 @@ Loop::Loop(const BrowseRequest& request, const Signals& signals)
     : m_request(request),
       m_signals(signals),
       m_follower(storeFile(request.store)),
-      m_events(m_follower.file()),
       m_browser(rootName(request.store), rootPath(request.store)),
       m_status(m_follower.file()) {
     checkStore(request.store, request.key);
+    (void)m_news.open(m_follower.file());  // without it, the slow poll is left
     readFile(false);
     m_browser.go(splitPath(request.key));
     refreshStatus(true);
@@ -79,7 +79,7 @@ void Loop::wait() {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(next - Clock::now());
     std::array<pollfd, 4> sources = {
         pollfd{STDIN_FILENO, POLLIN, 0}, pollfd{m_signals.fd(), POLLIN, 0},
-        pollfd{m_hasNews ? -1 : m_events.fd(), POLLIN, 0}, pollfd{m_writer.fd(), POLLIN, 0}};
+        pollfd{m_hasNews ? -1 : m_news.descriptor(), POLLIN, 0}, pollfd{m_writer.fd(), POLLIN, 0}};
     ::poll(sources.data(), sources.size(), static_cast<int>(std::max<long>(0, left.count())));
 }
 
@@ -123,9 +123,7 @@ bool Loop::takeKeys(Screen& screen) {
 // However fast the file changes, most of the time is left for the keys.
 void Loop::takeEvents() {
     const Clock::time_point now = Clock::now();
-    if (!m_hasNews && m_events.fd() >= 0) {
-        m_hasNews = m_events.takeNews();
-    }
+    m_hasNews = m_hasNews || m_news.take();
     if (m_hasNews && now >= m_nextReading) {
         m_hasNews = false;
         readFile(false);

@@ -5,12 +5,12 @@
 #include <chrono>
 #include <optional>
 
+#include "portable/FileNews.h"
 #include "tools/browse/Browser.h"
 #include "tools/browse/Screen.h"
 #include "tools/browse/Signals.h"
 #include "tools/browse/Status.h"
 #include "tools/browse/Writer.h"
-#include "tools/vqreg/store/DirectoryEvents.h"
 #include "tools/vqreg/store/StoreFollower.h"
 #include "tools/vqreg/usage/BrowseRequest.h"
 
@@ -39,7 +39,7 @@ private:
     const BrowseRequest m_request;
     const Signals& m_signals;
     StoreFollower m_follower;
-    DirectoryEvents m_events;
+    VQRegLib::CFileNews m_news;
     Browser m_browser;
     Status m_status;
     Writer m_writer;

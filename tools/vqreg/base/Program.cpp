@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstring>
 
 #include "tools/vqreg/base/ExitCode.h"
@@ -17,6 +18,11 @@
 namespace vqreg {
 
 namespace {
+
+// Of what a program is started with, where the stack has no limit; and what the system adds to it: the
+// path of the program, and the interpreter of a script.
+constexpr std::size_t kMost = 6 << 20;
+constexpr std::size_t kAdded = 2 * PATH_MAX;
 
 // What execvpe takes. Made before a fork: afterwards no memory may be asked for.
 class Call {
@@ -33,6 +39,17 @@ public:
         }
         m_wordPointers = pointersOf(m_words);
         m_environmentPointers = pointersOf(m_environment);
+    }
+
+    // The system counts the texts and a pointer to each.
+    std::size_t size() const {
+        std::size_t size = 0;
+        for (const auto* texts : {&m_words, &m_environment}) {
+            for (const std::string& text : *texts) {
+                size += text.size() + 1 + sizeof(char*);
+            }
+        }
+        return size;
     }
 
     // Returns only when that fails, with errno.
@@ -72,13 +89,13 @@ int errorFrom(const FileHandle& pipe) {
 }
 
 // In the child.
-[[noreturn]] void execute(Call& call, pid_t parent, const sigset_t& mask, int pipe) {
+[[noreturn]] void execute(Call& call, pid_t parent, const SignalInbox& inbox, int pipe) {
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (::getppid() != parent) {
         ::_exit(128 + SIGKILL);  // it has died before that was said
     }
     giveBackOutputSignals();
-    sigprocmask(SIG_SETMASK, &mask, nullptr);
+    inbox.giveBack();
     call.execute();
     const int error = errno;
     [[maybe_unused]] const ssize_t written = ::write(pipe, &error, sizeof error);
@@ -96,7 +113,7 @@ void Program::become(const std::vector<std::string>& variables) const {
     throw startFault(name(), error);
 }
 
-void Program::start(const std::vector<std::string>& variables, const sigset_t& mask) {
+void Program::start(const std::vector<std::string>& variables, const SignalInbox& inbox) {
     Call call(m_words, variables);
     int ends[2];
     if (::pipe2(ends, O_CLOEXEC) != 0) {
@@ -107,7 +124,7 @@ void Program::start(const std::vector<std::string>& variables, const sigset_t& m
     const pid_t parent = ::getpid();
     m_pid = ::fork();
     if (m_pid == 0) {
-        execute(call, parent, mask, writeEnd.get());
+        execute(call, parent, inbox, writeEnd.get());
     }
     if (m_pid < 0) {
         throw unavailable(fmt::format("fork: {}", std::strerror(errno)));
@@ -120,19 +137,28 @@ void Program::start(const std::vector<std::string>& variables, const sigset_t& m
     }
 }
 
+bool Program::fits(const std::vector<std::string>& variables) const {
+    const std::size_t limit = std::min(static_cast<std::size_t>(::sysconf(_SC_ARG_MAX)), kMost);
+    return Call(m_words, variables).size() + kAdded <= limit;
+}
+
 void Program::signal(int number) const {
     if (isRunning()) {
         ::kill(m_pid, number);
     }
 }
 
+// The first process of a container inherits those of others, which want to be waited for as well.
 std::optional<int> Program::reap() {
+    std::optional<int> code;
     int status = 0;
-    if (!isRunning() || ::waitpid(m_pid, &status, WNOHANG) != m_pid) {
-        return std::nullopt;
+    for (pid_t pid = 0; (pid = ::waitpid(-1, &status, WNOHANG)) > 0;) {
+        if (pid == m_pid) {
+            m_pid = -1;
+            code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+        }
     }
-    m_pid = -1;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    return code;
 }
 
 }  // namespace vqreg

@@ -2,12 +2,13 @@
 #ifndef TOOLS_VQREG_BASE_PROGRAM_H
 #define TOOLS_VQREG_BASE_PROGRAM_H
 
-#include <signal.h>
 #include <sys/types.h>
 
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "tools/vqreg/base/SignalInbox.h"
 
 namespace vqreg {
 
@@ -21,8 +22,10 @@ public:
     // Puts it in the place of this process. Throws eNotFound or eNotExecutable.
     [[noreturn]] void become(const std::vector<std::string>& variables) const;
 
-    // Likewise, as a child with `mask` of signals, which dies with this process. It must not run yet.
-    void start(const std::vector<std::string>& variables, const sigset_t& mask);
+    // Likewise, as a child, which dies with this process. It must not run yet.
+    void start(const std::vector<std::string>& variables, const SignalInbox& inbox);
+    // Whether the system would start it with so much.
+    bool fits(const std::vector<std::string>& variables) const;
     bool isRunning() const { return m_pid > 0; }
     void signal(int number) const;
 

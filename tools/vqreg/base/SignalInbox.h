@@ -11,30 +11,33 @@
 
 namespace vqreg {
 
-// While it lives, the signals that may be meant for a child are kept for reading, and SIGCHLD is. Not
-// those of job control: the terminal sends them to all of its group, and this process stops with it.
-// To be made in the only thread that does not block all signals.
+// From here on, the signals that may be meant for a child are kept for reading, and SIGCHLD is. Not those
+// of job control: the terminal sends them to all of its group, and this process stops with it.
+// To be made once, in the only thread that does not block all signals. They stay kept to the end of the
+// process, so that none changes how it ends.
 class SignalInbox {
 public:
     // Throws eUnavailable.
     SignalInbox();
-    ~SignalInbox();
     SignalInbox(const SignalInbox&) = delete;
     SignalInbox& operator=(const SignalInbox&) = delete;
 
     struct Letter {
         int signal;
-        bool isFromKernel;  // from the keys of a terminal, for example, which the child has got too
+        bool hasReachedChild;  // with this process: from the keys of a terminal, for example
+        bool asksForEnd;       // perhaps not of all programs, see isFinal
+        bool isFinal;          // no program is there to stay after it
     };
 
     int descriptor() const { return m_inbox.get(); }
     std::optional<Letter> next();
 
-    // What a child shall have as its own.
-    const sigset_t& maskBefore() const { return m_before; }
+    // In a child, which shall have what the caller has given to this process. Between fork and exec.
+    void giveBack() const;
 
 private:
     sigset_t m_before{};
+    struct sigaction m_childBefore {};
     const FileHandle m_inbox;
 };
 

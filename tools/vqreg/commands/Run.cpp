@@ -1,5 +1,6 @@
 // vqreg run: a program with the values of a key as its environment.
 #include <memory>
+#include <optional>
 
 #include "tools/vqreg/base/ExitCode.h"
 #include "tools/vqreg/base/Program.h"
@@ -27,12 +28,13 @@ void runProgram(Context& context, const RunOptions& options) {
         }
         Program(context.program).become(variables);
     }
-    StoreSession store(context.store);
-    const Path path = store.tidied(splitPath(options.key));
     // First of all: what happens from here on is told or read.
-    ChangeSource source(store.session(), storeFile(context.store));
+    ChangeSource source(storeFile(context.store));
+    std::optional<StoreSession> store(context.store);
+    const Path path = store->tidied(splitPath(options.key));
+    Keeper keeper(context.program, options, store->loadValues(path));
+    store.reset();  // nobody who deletes something need fear one that only follows
     KeyReader reader(context.store, path);
-    Keeper keeper(context.program, options, store.loadValues(path));
     context.exitCode = keeper.run(source, reader);
 }
 
@@ -74,7 +76,9 @@ void defineRun(CLI::App& command, Context& context) {
         "The variables are those of \"vqreg export --env\"; sub keys are not looked at. Without\n"
         "--restart and --signal, COMMAND takes the place of vqreg. Otherwise signals are passed "
         "on,\n"
-        "it dies with vqreg, and its exit code, or 128 and the number of its signal, is vqreg's.");
+        "it dies with vqreg unless it changes its user, and its exit code, or 128 and the number "
+        "of\n"
+        "its signal, is vqreg's.");
     command.callback([&context, options] { runProgram(context, *options); });
 }
 

@@ -29,25 +29,30 @@ void print(const std::vector<Change>& changes, const Context& context, bool json
     Output::standard().flush();
 }
 
-void runWatch(Context& context, const WatchOptions& options) {
+// The session ends with this: nobody who deletes something need fear one that only follows.
+Path tidiedAndKnown(const Context& context, const std::string& key) {
     StoreSession session(context.store);
-    const Path path = session.tidied(splitPath(options.key));
-    // First of all: what happens from here on is told or read.
-    ChangeSignals signals(session.session(), storeFile(context.store));
-    KeyReader reader(context.store, path);
-    Key known = reader.read(false).value_or(Key());
+    Path path = session.tidied(splitPath(key));
     if (!session.hasKey(path)) {
         note(nameOfKey(path) + " does not exist yet");
     }
+    return path;
+}
+
+void runWatch(Context& context, const WatchOptions& options) {
+    const Path path = tidiedAndKnown(context, options.key);
+    // First of all: what happens from here on is told or read.
+    ChangeSignals signals(storeFile(context.store));
+    KeyReader reader(context.store, path);
+    Key known = reader.read(false).value_or(Key());
     if (options.initial) {
         print(difference(Key(), known, path), context, options.json);
     }
-    for (;;) {
-        const ChangeSignals::eNews news = signals.wait(kSlowPoll);
-        if (news == ChangeSignals::eNews::eEnd) {
-            return;
+    while (const std::optional<eNews> news = signals.wait()) {
+        if (*news == eNews::eNone) {
+            continue;
         }
-        std::optional<Key> now = reader.read(news == ChangeSignals::eNews::eNothing);
+        std::optional<Key> now = reader.read(*news == eNews::eSlowPoll);
         if (now) {
             print(difference(known, *now, path), context, options.json);
             known = std::move(*now);

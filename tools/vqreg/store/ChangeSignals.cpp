@@ -1,11 +1,16 @@
 #include "tools/vqreg/store/ChangeSignals.h"
 
+#include <fmt/format.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
+#include <cstdint>
+#include <cstring>
+
+#include "tools/vqreg/base/ExitCode.h"
 
 namespace vqreg {
 
@@ -15,15 +20,22 @@ int g_ended = -1;
 
 void endWait(int /*signal*/) {
     const int error = errno;
-    raiseEvent(g_ended);
+    const std::uint64_t one = 1;
+    [[maybe_unused]] const ssize_t written = ::write(g_ended, &one, sizeof one);
     errno = error;
+}
+
+int openEvent() {
+    const int fd = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    if (fd < 0) {
+        throw unavailable(fmt::format("eventfd: {}", std::strerror(errno)));
+    }
+    return fd;
 }
 
 }  // namespace
 
-ChangeSignals::ChangeSignals(VQRegLib::CRegLib& session, const std::string& file)
-    : m_ended(checkedDescriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "eventfd")),
-      m_source(session, file) {
+ChangeSignals::ChangeSignals(const std::string& file) : m_ended(openEvent()), m_source(file) {
     g_ended = m_ended.get();
     for (const int signal : {SIGINT, SIGTERM}) {
         struct sigaction action {};
@@ -37,21 +49,15 @@ ChangeSignals::~ChangeSignals() {
     std::signal(SIGTERM, SIG_DFL);
 }
 
-ChangeSignals::eNews ChangeSignals::wait(std::chrono::milliseconds limit) {
-    const auto news = m_source.descriptors();
+std::optional<eNews> ChangeSignals::wait() {
     pollfd sources[] = {{m_ended.get(), POLLIN, 0},
                         {STDOUT_FILENO, 0, 0},  // only for its end
-                        news[0],
-                        news[1]};
-    const int count = ::poll(sources, std::size(sources), static_cast<int>(limit.count()));
-    if (count <= 0) {
-        return eNews::eNothing;
+                        {m_source.descriptor(), POLLIN, 0}};
+    const int count = ::poll(sources, std::size(sources), millisecondsUntil(m_source.nextPoll()));
+    if (count > 0 && (sources[0].revents != 0 || sources[1].revents != 0)) {
+        return std::nullopt;
     }
-    if (sources[0].revents != 0 || sources[1].revents != 0) {
-        return eNews::eEnd;
-    }
-    m_source.drain();
-    return eNews::eChange;
+    return m_source.take();
 }
 
 }  // namespace vqreg

@@ -1,69 +1,34 @@
 #include "tools/vqreg/store/ChangeSource.h"
 
-#include <fmt/format.h>
-#include <sys/eventfd.h>
-#include <sys/inotify.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstdint>
-#include <cstring>
-#include <filesystem>
-
-#include "tools/vqreg/base/ExitCode.h"
+#include <algorithm>
 
 namespace vqreg {
 
 namespace {
 
-// An empty pipe of events; only that there were some matters.
-void drainOne(int fd) {
-    alignas(inotify_event) char buffer[4096];
-    while (::read(fd, buffer, sizeof buffer) > 0) {
-    }
-}
+constexpr auto kSlowPoll = std::chrono::seconds(1);
 
 }  // namespace
 
-void raiseEvent(int fd) {
-    const std::uint64_t one = 1;
-    [[maybe_unused]] const ssize_t written = ::write(fd, &one, sizeof one);
+ChangeSource::ChangeSource(const std::string& file) : m_nextPoll(Clock::now() + kSlowPoll) {
+    (void)m_file.open(file);
 }
 
-int checkedDescriptor(int fd, const char* what) {
-    if (fd < 0) {
-        throw CommandError(eExit::eUnavailable, fmt::format("{}: {}", what, std::strerror(errno)));
+// The descriptor is readable for the neighbours of the file as well: they must not put off the poll.
+eNews ChangeSource::take() {
+    const bool isTold = m_file.take();
+    const Clock::time_point now = Clock::now();
+    if (!isTold && now < m_nextPoll) {
+        return eNews::eNone;
     }
-    return fd;
+    m_nextPoll = now + kSlowPoll;
+    return isTold ? eNews::eChange : eNews::eSlowPoll;
 }
 
-void ChangeSource::Handler::OnRegistryChange() {
-    raiseEvent(m_fd);
-}
-
-ChangeSource::ChangeSource(VQRegLib::CRegLib& session, const std::string& file)
-    : m_session(session),
-      m_notified(checkedDescriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "eventfd")),
-      m_directory(checkedDescriptor(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK), "inotify")),
-      m_handler(m_notified.get()) {
-    const std::string directory = std::filesystem::path(file).parent_path().string();
-    checkedDescriptor(::inotify_add_watch(m_directory.get(), directory.c_str(),
-                                          IN_MOVED_TO | IN_MOVED_FROM | IN_CLOSE_WRITE | IN_DELETE),
-                      directory.c_str());
-    m_session.SetRegistryChangeHandler(&m_handler);
-}
-
-ChangeSource::~ChangeSource() {
-    m_session.ClrRegistryChangeHandler(&m_handler);
-}
-
-std::array<pollfd, 2> ChangeSource::descriptors() const {
-    return {pollfd{m_notified.get(), POLLIN, 0}, pollfd{m_directory.get(), POLLIN, 0}};
-}
-
-void ChangeSource::drain() {
-    drainOne(m_notified.get());
-    drainOne(m_directory.get());
+int millisecondsUntil(ChangeSource::Clock::time_point time) {
+    const auto left =
+        std::chrono::ceil<std::chrono::milliseconds>(time - ChangeSource::Clock::now());
+    return static_cast<int>(std::max<long long>(left.count(), 0));
 }
 
 }  // namespace vqreg

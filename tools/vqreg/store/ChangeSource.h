@@ -1,55 +1,44 @@
-// Everything that may tell of a change of a store's file, as descriptors.
+// When to look at a store's file again.
 #ifndef TOOLS_VQREG_STORE_CHANGESOURCE_H
 #define TOOLS_VQREG_STORE_CHANGESOURCE_H
 
-#include <VQRegLib.h>
-#include <poll.h>
-
-#include <array>
 #include <chrono>
 #include <string>
 
-#include "tools/vqreg/base/FileHandle.h"
+#include "portable/FileNews.h"
 
 namespace vqreg {
 
-// How often one looks at the file all the same.
-constexpr auto kSlowPoll = std::chrono::seconds(1);
-
-// The library's notification and the changes in the file's directory.
-class ChangeSource {
-public:
-    // Throws CommandError where the system has no more handles for it.
-    ChangeSource(VQRegLib::CRegLib& session, const std::string& file);
-    ~ChangeSource();
-    ChangeSource(const ChangeSource&) = delete;
-    ChangeSource& operator=(const ChangeSource&) = delete;
-
-    // One of them is readable when there may be news.
-    std::array<pollfd, 2> descriptors() const;
-    // From here on only what happens later is news.
-    void drain();
-
-private:
-    class Handler : public VQRegLib::CRegistryChangeHandler {
-    public:
-        explicit Handler(int fd) : m_fd(fd) {}
-        void OnRegistryChange() override;
-
-    private:
-        const int m_fd;
-    };
-
-    VQRegLib::CRegLib& m_session;
-    const FileHandle m_notified;
-    const FileHandle m_directory;
-    Handler m_handler;
+enum class eNews {
+    eNone,
+    eChange,    // the system has told of one
+    eSlowPoll,  // nobody has for a while, which is not always so because there was none
 };
 
-// A descriptor, or a CommandError that says what cannot be had.
-int checkedDescriptor(int fd, const char* what);
-// What an eventfd is for.
-void raiseEvent(int fd);
+// Every new text is another file in the place of the old one: so who only follows a store needs no
+// session of the library, and nobody's announcements.
+class ChangeSource {
+public:
+    using Clock = std::chrono::steady_clock;
+
+    // Where the system has nothing that tells of changes, the slow poll is left.
+    explicit ChangeSource(const std::string& file);
+
+    // Readable when there may be news; or -1, of which poll takes no notice.
+    int descriptor() const { return m_file.descriptor(); }
+    // When there is something to do, whatever the descriptor says.
+    Clock::time_point nextPoll() const { return m_nextPoll; }
+
+    // What there is to do now. Never waits.
+    eNews take();
+
+private:
+    VQRegLib::CFileNews m_file;
+    Clock::time_point m_nextPoll;
+};
+
+// Until a point of time, as poll counts it: a part of a millisecond is one.
+int millisecondsUntil(ChangeSource::Clock::time_point time);
 
 }  // namespace vqreg
 

@@ -29,7 +29,7 @@ std::vector<std::string> environmentOf(const Key& key, const std::string& prefix
 // Looks after a program while the values of its key change.
 class Keeper {
 public:
-    using Clock = std::chrono::steady_clock;
+    using Clock = ChangeSource::Clock;
 
     Keeper(std::vector<std::string> words, const RunOptions& options, Key key)
         : m_program(std::move(words)),
@@ -45,10 +45,15 @@ private:
     void start();
     void look(KeyReader& reader, bool isSlowPoll);
     bool isDue() const;
+    Clock::time_point nextAct() const;
+    Clock::duration grace() const;
     void takeSignals();
-    void stopWhenDue();
+    void noteRequest(bool isFinal);
+    void act();
+    void tell();
+    void killWhenDue();
     void noteEnd(int code);
-    std::chrono::milliseconds patience() const;
+    Clock::time_point deadline(Clock::time_point nextPoll) const;
 
     Program m_program;
     const RunOptions& m_options;
@@ -57,9 +62,11 @@ private:
     Key m_wanted;                            // the same, unless that makes no environment
     Key m_started;                           // as the program has it
     std::vector<std::string> m_environment;  // of what is wanted
-    Clock::time_point m_start;
+    bool m_isSignalDue = false;
+    Clock::time_point m_told;  // when the program last got news: its start, or a signal
     std::optional<Clock::time_point> m_killTime;  // while it is being stopped
-    bool m_isToEnd = false;  // somebody has asked for that while it is being stopped
+    // Somebody has asked for the end, and it is not clear before then that it is not to come.
+    std::optional<Clock::time_point> m_endUntil;
     std::optional<int> m_exitCode;
 };
 

@@ -1,11 +1,13 @@
 #include "tools/vqreg/store/Returning.h"
 
+#include <poll.h>
+
 #include <algorithm>
 #include <chrono>
 #include <iterator>
 
+#include "portable/FileNews.h"
 #include "tools/vqreg/base/FileText.h"
-#include "tools/vqreg/store/DirectoryEvents.h"
 #include "tools/vqreg/terminal/Output.h"
 #include "tools/vqreg/text/ConfigText.h"
 #include "tools/vqreg/text/Model.h"
@@ -16,7 +18,7 @@ namespace vqreg {
 namespace {
 
 // Between two looks at most: what is missed is found with the next one.
-constexpr auto kLongestWait = std::chrono::milliseconds(250);
+constexpr std::chrono::milliseconds kLongestWait{250};
 
 // None while the file is missing or cannot be understood.
 Key topOf(const std::string& file) {
@@ -57,7 +59,8 @@ std::vector<Change> waitForReturn(const std::string& file, const Path& above,
     std::copy_if(changes.begin(), changes.end(), std::back_inserter(deleted),
                  [](const Change& change) { return change.kind == Change::eKind::eDeleted; });
     const auto end = Clock::now() + std::chrono::duration<double>(seconds);
-    const DirectoryEvents events(file);
+    VQRegLib::CFileNews news;
+    (void)news.open(file);  // without it, the time alone counts
     for (;;) {
         const Key top = topOf(file);
         const Key* const base = findKey(top, above);
@@ -68,7 +71,9 @@ std::vector<Change> waitForReturn(const std::string& file, const Path& above,
         if (!returned.empty() || left.count() <= 0 || deleted.empty()) {
             return returned;
         }
-        events.wait(std::min(left, std::chrono::milliseconds(kLongestWait)));
+        pollfd source = {news.descriptor(), POLLIN, 0};
+        ::poll(&source, 1, static_cast<int>(std::min(left, kLongestWait).count()));
+        (void)news.take();
     }
 }
 

@@ -10,6 +10,7 @@
 #include "tools/vqreg/base/ExitCode.h"
 #include "tools/vqreg/text/DataText.h"
 #include "tools/vqreg/text/JsonData.h"
+#include "tools/vqreg/text/OthersVariables.h"
 #include "tools/vqreg/text/Shown.h"
 
 namespace vqreg {
@@ -17,43 +18,6 @@ namespace vqreg {
 namespace {
 
 constexpr std::string_view kNameOfEmpty = "DEFAULT";
-
-// Whoever may write a store, which is everybody, would choose with one of these what runs in the place
-// of a program, or beside it. The list cannot be complete: a prefix is what keeps all of them away.
-constexpr std::string_view kSteering[] = {"CDPATH",
-                                          "CLASSPATH",
-                                          "ENV",
-                                          "GCONV_PATH",
-                                          "GETCONF_DIR",
-                                          "HOME",
-                                          "HOSTALIASES",
-                                          "IFS",
-                                          "JDK_JAVA_OPTIONS",
-                                          "JAVA_TOOL_OPTIONS",
-                                          "LOCPATH",
-                                          "NLSPATH",
-                                          "PATH",
-                                          "PROMPT_COMMAND",
-                                          "PS4",
-                                          "SHELL",
-                                          "SHELLOPTS",
-                                          "TMPDIR",
-                                          "XDG_CONFIG_HOME",
-                                          "_JAVA_OPTIONS",
-                                          "XDG_RUNTIME_DIR",
-                                          "NOTIFY_SOCKET",
-                                          "WATCHDOG_PID",
-                                          "WATCHDOG_USEC"};
-constexpr std::string_view kSteeringFamilies[] = {"BASH",  "DBUS_",   "GIT_",   "GLIBC_",
-                                                  "LD_",   "LISTEN_", "LUA_",   "MALLOC_",
-                                                  "NODE_", "PERL",    "PYTHON", "RUBY"};
-
-// Shells change these by themselves, or let nobody set them: what a file says does not stay.
-constexpr std::string_view kOfShells[] = {
-    "_",        "ARGC",    "DIRSTACK",   "EGID",    "EPOCHREALTIME", "EPOCHSECONDS", "EUID",
-    "FUNCNAME", "GID",     "GROUPS",     "HISTCMD", "LINENO",        "OLDPWD",       "OPTARG",
-    "OPTERR",   "OPTIND",  "PIPESTATUS", "PPID",    "PWD",           "RANDOM",       "SECONDS",
-    "SHLVL",    "SRANDOM", "TTYIDLE",    "UID",     "USERNAME"};
 
 bool isLetter(char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_';
@@ -92,19 +56,11 @@ std::string variableName(const std::string& value, const std::string& prefix) {
 }
 
 void checkOwn(const Variable& variable) {
-    const std::string& name = variable.name;
-    const bool isSteering = std::ranges::find(kSteering, name) != std::end(kSteering) ||
-                            std::ranges::any_of(kSteeringFamilies, [&](std::string_view family) {
-                                return name.starts_with(family);
-                            });
-    const bool isOfShells = std::ranges::find(kOfShells, name) != std::end(kOfShells);
-    if (isSteering || isOfShells) {
-        throw CommandError(
-            eExit::eWrongKind,
-            fmt::format(
-                "the value \"{}\" would be the variable {}, {}; give it a --prefix",
-                printable(variable.value), name,
-                isSteering ? "which steers other programs" : "which shells keep for themselves"));
+    if (const auto others = othersOf(variable.name)) {
+        throw CommandError(eExit::eWrongKind,
+                           fmt::format("the value \"{}\" would be the variable {}, {}; give it a "
+                                       "--prefix",
+                                       printable(variable.value), variable.name, *others));
     }
 }
 
@@ -122,8 +78,7 @@ char32_t characterAt(std::string_view text, std::size_t at) {
 
 // The service manager takes no file that has one of the code points which stand for nothing.
 bool isNoCharacter(char32_t character) {
-    return (character >= 0xFDD0 && character <= 0xFDEF) || (character & 0xFFFE) == 0xFFFE ||
-           character == 0xFEFF;
+    return (character >= 0xFDD0 && character <= 0xFDEF) || (character & 0xFFFE) == 0xFFFE;
 }
 
 bool isForUnits(const std::string& text) {
@@ -170,10 +125,12 @@ std::string environmentText(const std::vector<Variable>& variables) {
     std::string text;
     for (const Variable& variable : variables) {
         if (!isForUnits(variable.text)) {
-            throw CommandError(eExit::eWrongKind,
-                               fmt::format("the text of the value \"{}\" is not UTF-8, which "
-                                           "EnvironmentFile= of a unit needs",
-                                           printable(variable.value)));
+            throw CommandError(
+                eExit::eWrongKind,
+                fmt::format("the text of the value \"{}\" is not UTF-8 or has a code "
+                            "point that is no character, and EnvironmentFile= of a "
+                            "unit takes no such text",
+                            printable(variable.value)));
         }
         text += variable.name + "=\"";
         for (const char c : variable.text) {
