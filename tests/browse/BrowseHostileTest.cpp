@@ -1,4 +1,6 @@
 // What "vqreg browse" makes of names and data that are not meant for a terminal.
+#include <algorithm>
+
 #include "browse/BrowseStore.h"
 
 using namespace vqtest::browse;
@@ -108,4 +110,24 @@ TEST_F(BrowseHostile, TakesTypedCharactersOfAllKinds) {
         "e \xe6\x97\xa5");
     EXPECT_THAT(file.read(), testing::HasSubstr("Gr\xc3\xb6\xc3\x9f"
                                                 "e \xe6\x97\xa5\n"));
+}
+
+TEST_F(BrowseHostile, AsksWithALongNameForWhatIsToBeKnown) {
+    VQRegLib::CRegLib other(file.path().c_str(), nullptr, VQRegLib::CRegLib::eLocationDefault,
+                            nullptr);
+    const std::string name = "Begin" + std::string(500, 'k') + "End";
+    file.write("[Velquist]\n[Velquist/" + name + "]\n\"a\"=string:x\n");
+    for (const unsigned short columns : std::initializer_list<unsigned short>{50, 80, 120}) {
+        Browsing browse = start({name}, {.rows = 14, .columns = columns});
+        browse.type("d");
+        browse.expect("[y/N]");
+        std::string question;
+        for (const std::string& row : browse.screen().rows()) {
+            question += row;
+        }
+        question.erase(std::remove(question.begin(), question.end(), ' '), question.end());
+        EXPECT_THAT(question, testing::HasSubstr("Deletethekey\"Begink"));
+        EXPECT_THAT(question, testing::HasSubstr("End\"with0keysand1valuebelowit?Itcomesback"));
+        EXPECT_THAT(question, testing::HasSubstr(std::to_string(::getpid()) + "(browse).[y/N]"));
+    }
 }

@@ -151,7 +151,7 @@ void Browser::tellEnd(int code, const std::string& message) {
         }
         return;
     }
-    m_dialog.askYes(message + "; go on all the same?", [this, work, again] {
+    m_dialog.askYes(message, "; go on all the same?", [this, work, again] {
         order({*again, work.again, work.isUndo});
     });
     m_message.clear();

@@ -181,6 +181,7 @@ void Browser::remove() {
     }
     Making again;
     std::string what;
+    std::string more;
     if (value) {
         what = nameOfValue(path, value->name);
         again = [path, name = value->name](const Key& root) {
@@ -191,7 +192,7 @@ void Browser::remove() {
         const Count count = countBelow(m_contents.key());
         what = nameOfKey(path);
         if (count.keys + count.values > 0) {
-            what += " with " + countText(count) + " below it";
+            more = " with " + countText(count) + " below it";
         }
         again = [path](const Key& root) {
             const auto now = keyAt(root, path);
@@ -200,7 +201,7 @@ void Browser::remove() {
     }
     // What is shown now is what the question is about.
     const Edit edit = *again(m_contents.root());
-    m_dialog.askYes("Delete " + what + "?" + m_returning, [this, edit, again] {
+    m_dialog.askYes("Delete " + what, more + "?" + m_returning, [this, edit, again] {
         order({edit, again});
     });
 }

@@ -143,6 +143,23 @@ std::wstring fittedEnd(std::string_view text, int columns) {
     return shown;
 }
 
+std::wstring fittedMiddle(std::string_view text, int columns) {
+    const std::vector<Glyph> glyphs = glyphsOf(text);
+    int left = columnsOf(glyphs);
+    if (left <= columns) {
+        return fitted(text, columns);
+    }
+    const int end = columns / 2;
+    std::wstring shown = fitted(text, columns - end);
+    for (const Glyph& glyph : glyphs) {
+        if (left <= end) {
+            shown += glyph.shown;
+        }
+        left -= glyph.columns;
+    }
+    return shown;
+}
+
 std::wstring padded(std::string_view text, int columns) {
     std::wstring shown = fitted(text, columns);
     const int used = ::wcswidth(shown.c_str(), shown.size());

@@ -191,7 +191,10 @@ void Screen::finish() {
 
 std::optional<Keystroke> Screen::read() {
     wint_t code = 0;
-    const int kind = ::get_wch(&code);
+    int kind = 0;
+    do {
+        kind = ::get_wch(&code);
+    } while (kind == KEY_CODE_YES && code == KEY_RESIZE);  // nobody has typed that
     if (kind == ERR) {
         return std::nullopt;
     }
