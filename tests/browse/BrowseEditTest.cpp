@@ -195,8 +195,12 @@ TEST_F(BrowseEdit, UndoesWhatItDidStepByStep) {
     browse.expect("a.example!");
     browse.type("r\x15Name\r");
     browse.expect("Name           string  a.example!");
-    browse.type("hdy");
+    browse.expect("done: rename");
+    browse.type("hd");
+    browse.expect("[y/N]");
+    browse.type("y");
     browse.expectNot("> Network");
+    browse.expect("done: delete");
     browse.type("aNew\rdy\r");
     browse.expect("a dword must be a number");
     browse.type(

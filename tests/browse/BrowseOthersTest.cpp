@@ -1,4 +1,6 @@
 // What "vqreg browse" does when others change the store meanwhile.
+#include <sys/stat.h>
+
 #include <filesystem>
 
 #include "browse/BrowseStore.h"
@@ -145,18 +147,54 @@ TEST_F(BrowseOthers, SaysWhenNothingIsLeftToUndo) {
     browse.expect("nothing is left to do");
 }
 
-TEST_F(BrowseOthers, LivesOnWithAMalformedOrMissingFile) {
-    Browsing browse = start();
+TEST_F(BrowseOthers, SaysAsLongAsTheFileIsMalformed) {
+    Browsing browse = start({}, kWide);
     browse.expect("> Network");
     file.write("[Velquist]\nnonsense\n");
-    browse.expect("the file is malformed, line 2:");
+    browse.expect("\nthe file is malformed, line 2:");
+    browse.expect("this is how it was before");
     browse.expect("> Network");
+    browse.type("j");
+    browse.expectNot("this is how it was before");
+    browse.expect("store.cfg | the file is malformed, line 2:");
+    file.write(kText);
+    browse.expect("{FILE | lock: free");
     file.write("[Velquist]\n\"New\"=dword:00000001\n");
     browse.expect("+ New");
+}
+
+TEST_F(BrowseOthers, SaysAsLongAsTheFileIsMissing) {
+    Browsing browse = start({"Network/Ports"}, kWide);
+    browse.expect("{      Ports");
     std::filesystem::remove(file.path());
-    browse.expect("the file is missing");
+    browse.expect("{FILE | the file is missing | lock");
+    browse.expect("{      Ports");
+    browse.type("j");
+    browse.expectNot("this is how it was before");
+    browse.expect("{FILE | the file is missing | lock");
     file.write(kText);
+    browse.expect("{FILE | lock: free");
+    browse.expect("   Sound");
+    file.write("");
+    browse.expect("{FILE | the file is empty | lock");
+    browse.expect("   Sound");
+}
+
+TEST_F(BrowseOthers, SaysWhatIsInThePlaceOfTheFileAndWaitsForNothing) {
+    Browsing browse = start({}, kWide);
     browse.expect("> Network");
+    const std::string pipe = file.path() + ".pipe";
+    ASSERT_EQ(0, ::mkfifo(pipe.c_str(), 0600));
+    std::filesystem::rename(pipe, file.path());
+    browse.expect("{FILE | the file is a special file, not a file | lock");
+    browse.type("j");
+    browse.expect("{  > Network");
+    std::filesystem::remove(file.path());
+    std::filesystem::create_directory(file.path());
+    browse.expect("{FILE | the file is a directory, not a file | lock");
+    std::filesystem::remove(file.path());
+    file.write(kText);
+    browse.expect("{FILE | lock: free");
 }
 
 TEST_F(BrowseOthers, NeverHasTheStoreOpenItself) {
@@ -169,4 +207,20 @@ TEST_F(BrowseOthers, NeverHasTheStoreOpenItself) {
     browse.expect("808012");
     EXPECT_EQ(1, run({"get", "Network", "Host"}).status);
     EXPECT_THAT(run({"info"}).out, testing::HasSubstr("no process in sight"));
+}
+
+TEST_F(BrowseOthers, MakesAKeyAgainWhereTheEditedValueHadIts) {
+    Browsing browse = start({"Network/Ports"}, kWide);
+    browse.type("\te1");
+    browse.expect("(dword): 80801");
+    make({"rm", "-r", "Network/Ports"});
+    browse.expect("changed meanwhile: the key \"Network/Ports\" is gone");
+    browse.type("\r");
+    browse.expect("the key \"Network/Ports\" is gone; go on all the same? [y/N]");
+    browse.type("y");
+    browse.expect("done: add the value \"Http\" of the key \"Network/Ports\"");
+    EXPECT_EQ(prints("80801\n"), run({"get", "Network/Ports", "Http"}));
+    browse.type("u");
+    browse.expect("done: undo: add");
+    EXPECT_EQ(1, run({"get", "Network/Ports", "Http"}).status);
 }

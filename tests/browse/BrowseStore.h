@@ -139,6 +139,9 @@ public:
     void expectAsBefore(const termios& modes) const {
         EXPECT_FALSE(m_screen.isAlternate());
         EXPECT_TRUE(m_screen.hasCursor());
+        // Pasted texts are told by the terminal no more.
+        EXPECT_LT(m_process.shown().rfind("\x1b[?2004h") + 1,
+                  m_process.shown().rfind("\x1b[?2004l") + 1);
         EXPECT_EQ(m_before.c_iflag, modes.c_iflag);
         EXPECT_EQ(m_before.c_oflag, modes.c_oflag);
         EXPECT_EQ(m_before.c_cflag, modes.c_cflag);

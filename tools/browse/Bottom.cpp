@@ -15,14 +15,16 @@ constexpr const char* kHints =
     "?:help  /:search  Enter:edit  a:add  K:key  r:rename  d:delete  u:undo  q:end";
 
 // Of a long path the end is seen, so that the rest is, too.
-void drawStatus(Screen& screen, const Status& status) {
+void drawStatus(Screen& screen, const Browser& browser, const Status& status) {
     constexpr int kShortestPath = 20;
     const int columns = screen.columns();
-    const int others = columnsOf(glyphsOf(status.text(), columns));
+    const std::string& fault = browser.fault();
+    const std::string more = (fault.empty() ? fault : " | " + fault) + status.text();
+    const int others = columnsOf(glyphsOf(more, columns));
     const std::wstring file = fittedEnd(status.file(), std::max(kShortestPath, columns - others));
     const int used = ::wcswidth(file.c_str(), file.size());
     screen.put(screen.rows() - 3, 0, file, eLook::eStatus);
-    screen.put(screen.rows() - 3, used, padded(status.text(), columns - used), eLook::eStatus);
+    screen.put(screen.rows() - 3, used, padded(more, columns - used), eLook::eStatus);
 }
 
 // A text of several lines. What comes last is not divided, and there is room for the cursor behind it.
@@ -76,7 +78,8 @@ void drawBottomLines(Screen& screen, const Browser& browser) {
     const Dialog& dialog = browser.dialog();
     if (!dialog.isOpen()) {
         screen.put(row, 0, fitted(browser.message(), columns), eLook::eMessage);
-        screen.put(row + 1, 0, fitted(kHints, columns));
+        const std::string keys = browser.isWriting() ? browser.waitText() : kHints;
+        screen.put(row + 1, 0, fitted(keys, columns));
         return;
     }
     const std::string& told = browser.message();
@@ -98,7 +101,7 @@ void drawBottomLines(Screen& screen, const Browser& browser) {
 }  // namespace
 
 void drawBottom(Screen& screen, const Browser& browser, const Status& status) {
-    drawStatus(screen, status);
+    drawStatus(screen, browser, status);
     drawBottomLines(screen, browser);
 }
 

@@ -73,7 +73,7 @@ bool Browser::acceptData(const Path& path, const std::optional<Value>& before, V
     const Making again = [path, wanted](const Key& root) -> std::optional<Edit> {
         const auto now = valueAt(root, path, wanted.name);
         return now && now->sameData(wanted) ? std::nullopt
-                                            : std::optional(setValue(path, now, wanted));
+                                            : rebased(setValue(path, now, wanted), root);
     };
     return order({setValue(path, before, wanted), again});
 }

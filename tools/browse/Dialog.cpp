@@ -20,6 +20,7 @@ void Dialog::askYes(const std::string& question, const std::string& rest,
         return true;
     });
     m_question->rest = rest;
+    m_question->isYes = true;
 }
 
 bool Dialog::take(const Keystroke& key) {

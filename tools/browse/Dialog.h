@@ -29,6 +29,7 @@ public:
 
     bool isOpen() const { return m_question.has_value(); }
     bool isText() const { return m_question && m_question->keys.empty(); }
+    bool isYes() const { return m_question && m_question->isYes; }
     const std::string& label() const { return m_question->label; }
     const std::string& rest() const { return m_question->rest; }
     const std::string& answers() const { return m_question->answers; }
@@ -36,6 +37,8 @@ public:
 
     // True when it has been given up.
     bool take(const Keystroke& key);
+    // Of the text that is typed; false for what is no part of a text.
+    bool takePart(const Keystroke& key) { return m_question->edit.take(key); }
 
 private:
     struct Question {
@@ -45,6 +48,7 @@ private:
         std::string keys;
         LineEdit edit;
         Answer answer;
+        bool isYes = false;
     };
 
     bool takeLetter(const Keystroke& key);

@@ -9,6 +9,8 @@
 #include <csignal>
 #include <cstddef>
 
+#include "tools/browse/TerminalType.h"
+
 namespace vqreg {
 
 namespace {
@@ -47,6 +49,9 @@ void rememberTerminal() {
         if (text) {
             ::tputs(text, 1, keep);
         }
+    }
+    for (const char letter : capability("BD")) {
+        keep(letter);  // pasted texts are not told any more
     }
     g_isRemembered = true;
     for (const int fault : kFaults) {

@@ -139,9 +139,11 @@ void Loop::takeEvents() {
 }
 
 void Loop::readFile(bool isSlowPoll) {
-    if (const auto text = m_follower.read(isSlowPoll)) {
-        m_browser.show(*text, m_follower.isMissing());
+    const auto text = m_follower.read(isSlowPoll);
+    if (text && !m_follower.isLost()) {
+        m_browser.show(*text);
     }
+    m_browser.setTrouble(m_follower.trouble());
 }
 
 void Loop::refreshStatus(bool isWanted) {

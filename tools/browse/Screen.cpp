@@ -64,68 +64,6 @@ Style styleOf(eLook look) {
     return {};
 }
 
-Keystroke specialKey(wint_t code) {
-    if (code > KEY_F0 && code <= KEY_F(63)) {
-        return {eKey::eFunction, 0, static_cast<int>(code - KEY_F0)};
-    }
-    switch (code) {
-        case KEY_UP:
-            return {eKey::eUp};
-        case KEY_DOWN:
-            return {eKey::eDown};
-        case KEY_LEFT:
-            return {eKey::eLeft};
-        case KEY_RIGHT:
-            return {eKey::eRight};
-        case KEY_PPAGE:
-            return {eKey::ePageUp};
-        case KEY_NPAGE:
-            return {eKey::ePageDown};
-        case KEY_HOME:
-            return {eKey::eHome};
-        case KEY_END:
-            return {eKey::eEnd};
-        case KEY_ENTER:
-            return {eKey::eEnter};
-        case KEY_BACKSPACE:
-            return {eKey::eBackspace};
-        case KEY_DC:
-            return {eKey::eDelete};
-        default:
-            return {};
-    }
-}
-
-Keystroke textKey(wint_t code) {
-    switch (code) {
-        case L'\r':
-        case L'\n':
-            return {eKey::eEnter};
-        case L'\t':
-            return {eKey::eTab};
-        case 0x1B:
-            return {eKey::eEscape};
-        case 0x08:
-        case 0x7F:
-            return {eKey::eBackspace};
-        default:
-            return {eKey::eText, static_cast<wchar_t>(code)};
-    }
-}
-
-// What terminals send that do not take their orders about the keys of the cursor.
-void defineKeys() {
-    struct Sequence {
-        const char* text;
-        int code;
-    };
-    for (const Sequence& each : {Sequence{"\x1b[A", KEY_UP}, Sequence{"\x1b[B", KEY_DOWN},
-                                 Sequence{"\x1b[C", KEY_RIGHT}, Sequence{"\x1b[D", KEY_LEFT},
-                                 Sequence{"\x1b[H", KEY_HOME}, Sequence{"\x1b[F", KEY_END}}) {
-        ::define_key(each.text, each.code);
-    }
-}
-
 SCREEN* g_screen = nullptr;
 
 }  // namespace
@@ -143,16 +81,18 @@ Screen::Screen(bool isColored) {
     ::noecho();
     ::nonl();
     ::keypad(stdscr, TRUE);
-    defineKeys();
+    m_keyboard.define();
     ::nodelay(stdscr, TRUE);
     ::intrflush(stdscr, FALSE);
     if (isColored && ::has_colors()) {
         startColors();
     }
     ::curs_set(0);
+    m_keyboard.tellPasted(true);
 }
 
 Screen::~Screen() {
+    m_keyboard.tellPasted(false);
     ::endwin();
     forgetTerminal();
     ::delscreen(g_screen);
@@ -189,18 +129,6 @@ void Screen::finish() {
     ::refresh();
 }
 
-std::optional<Keystroke> Screen::read() {
-    wint_t code = 0;
-    int kind = 0;
-    do {
-        kind = ::get_wch(&code);
-    } while (kind == KEY_CODE_YES && code == KEY_RESIZE);  // nobody has typed that
-    if (kind == ERR) {
-        return std::nullopt;
-    }
-    return kind == KEY_CODE_YES ? specialKey(code) : textKey(code);
-}
-
 void Screen::resize() {
     winsize size{};
     if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_row > 0 && size.ws_col > 0) {
@@ -209,12 +137,14 @@ void Screen::resize() {
 }
 
 void Screen::redraw() {
+    m_keyboard.tellPasted(true);
     ::clearok(stdscr, TRUE);
 }
 
 // The signal is blocked while the screen lives, and stops the process only where a shell can let it go
 // on.
 void Screen::suspend() {
+    m_keyboard.tellPasted(false);
     ::endwin();
     std::signal(SIGTSTP, SIG_DFL);
     sigset_t stop;
