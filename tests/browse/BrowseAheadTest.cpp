@@ -37,11 +37,14 @@ TEST_F(BrowseAhead, TakesTheKeysThatWaitOnceTheEditIsMade) {
     Browsing browse = start({"Network"}, kWide);
     browse.type("\te!\r");
     browse.expect("writing;");
-    browse.type("r\x15Name\r");
-    browse.expect("7 keys wait");
+    browse.type(
+        "je\x15"
+        "AB\r");
+    browse.expect("6 keys wait");
     holder.VQRegEndUpdate();
-    browse.expect("done: rename the value \"Host\"");
-    EXPECT_EQ(prints("a.example!\n"), run({"get", "Network", "Name"}));
+    browse.expect("done: set the value \"Key\"");
+    EXPECT_EQ(prints("a.example!\n"), run({"get", "Network", "Host"}));
+    EXPECT_EQ(prints("AB\n"), run({"get", "Network", "Key"}));
 }
 
 TEST_F(BrowseAhead, TakesNoAnswerThatWasTypedBeforeItsQuestion) {
@@ -73,6 +76,24 @@ TEST_F(BrowseAhead, DropsKeysThatWereMeantForWhatWasSeenBefore) {
         "dropped: "
         "others have changed the store");
     EXPECT_EQ(prints("Host\nIjk\nKey\nPorts/\n"), run({"ls", "Network"}));
+}
+
+TEST_F(BrowseAhead, AnswersKeysAtOnceWhileItWaits) {
+    Browsing browse = start({"Network"}, kWide);
+    browse.type("\te!\r");
+    browse.expect("waiting for the lock of FILE, held by process " + std::to_string(::getpid()) +
+                  " (browse)\n");
+    const auto begin = std::chrono::steady_clock::now();
+    constexpr int kKeys = 80;
+    for (int key = 1; key <= kKeys; ++key) {
+        browse.type("j");
+        browse.expect("; " + std::to_string(key) + " key");
+    }
+    // It must not wait for the writer's last words, a tenth of a second, with every key.
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(kKeys * 100));
+    browse.type(kEscape);
+    browse.expect("given up; nothing has been changed");
+    holder.VQRegEndUpdate();
 }
 
 class BrowsePaste : public BrowseTest {

@@ -38,6 +38,33 @@ TEST_F(BrowseHostile, ShowsWhatWouldMoveTheCursorAsCodes) {
 )");
 }
 
+TEST_F(BrowseHostile, ShowsWhatIsNotSeenAsCodes) {
+    std::string text = "[Velquist]\n";
+    for (const char* const character :
+         {"\xcd\x8f", "\xe1\x85\x9f", "\xe1\x85\xa0", "\xe1\x9e\xb4", "\xe1\xa0\x8b",
+          "\xe3\x85\xa4", "\xef\xb8\x8f", "\xef\xbe\xa0", "\xef\xbf\xb9"}) {
+        text += "\"a" + std::string(character) + "\"=dword:00000001\n";
+    }
+    file.write(text);
+    Browsing browse = start();
+    for (const char* const code : {"a\\xCD\\x8F ", "a\\xE1\\x85\\x9F ", "a\\xE1\\x85\\xA0 ",
+                                   "a\\xE1\\x9E\\xB4 ", "a\\xE1\\xA0\\x8B ", "a\\xE3\\x85\\xA4 ",
+                                   "a\\xEF\\xB8\\x8F ", "a\\xEF\\xBE\\xA0 ", "a\\xEF\\xBF\\xB9 "}) {
+        browse.expect(code);
+    }
+}
+
+TEST_F(BrowseHostile, ShowsTheEndOfALongPath) {
+    std::string path;
+    for (int level = 100; level < 140; ++level) {
+        path += (path.empty() ? "k" : "/k") + std::to_string(level);
+    }
+    file.write("[Velquist]\n[Velquist/" + path + "]\n");
+    Browsing browse = start({path});
+    browse.expect("/k137/k138/k139]");
+    EXPECT_THAT(browse.screen().rows().front(), testing::StartsWith("[\xe2\x80\xa6"));
+}
+
 TEST_F(BrowseHostile, KeepsWideAndCombinedCharactersInTheirColumns) {
     file.write(
         "[Velquist]\n"

@@ -19,6 +19,7 @@ TEST_F(BrowseOthers, ShowsAndMarksTheirChangesAsTheyHappen) {
     make({"set", "/", "Port", "81"});
     browse.expect("~ Port           dword   81");
     make({"mkkey", "Sound/Card"});
+    browse.expect("changed by others: + [Velquist/Sound/Card]");
     make({"set", "Sound", "Volume", "3"});
     browse.expect("Velquist/Sound] \"Volume\"");
     browse.expectScreen(R"(
@@ -107,13 +108,51 @@ TEST_F(BrowseOthers, DeletesNoMoreThanTheQuestionWasAbout) {
     browse.type("d");
     browse.expect("with 1 key and 3 values below it? [y/N]");
     make({"set", "Network/Ports", "Ssh", "22"});
-    browse.expect("> Network");
+    browse.expect("changed by others: + [Velquist/Network/Ports] \"Ssh\"");
     browse.type("y");
     browse.expect(
         "the value \"Ssh\" of the key \"Network/Ports\" is there now; go on all the same? [y/N]");
     browse.type("n");
     browse.expect("nothing has been changed");
     EXPECT_EQ(prints("22\n"), run({"get", "Network/Ports", "Ssh"}));
+}
+
+TEST_F(BrowseOthers, AsksWithTheNumberOfWhatIsLostBesides) {
+    Browsing browse = start({"Sound"}, kWide);
+    browse.type("KCard\r");
+    browse.expect("done: add the key \"Sound/Card\"");
+    make({"set", "Sound/Card", "a", "1"});
+    make({"set", "Sound/Card", "b", "1"});
+    make({"set", "Sound/Card/Below", "c", "1"});
+    browse.expect("[Velquist/Sound/Card/Below]");
+    browse.type("u");
+    browse.expect(
+        "the value \"a\" of the key \"Sound/Card\" is there now, and 3 more; go on all the same? "
+        "[y/N]");
+    browse.type("y");
+    browse.expect("done: undo: add");
+    EXPECT_EQ(prints(""), run({"ls", "Sound"}));
+}
+
+TEST_F(BrowseOthers, LeavesNoMarksOfWhatOneHasDeletedOrChangedOneself) {
+    Browsing browse = start({"Network/Ports"}, kWide);
+    browse.type("k");
+    browse.expect("{  v Network");
+    make({"mkkey", "Network/New"});
+    browse.expect("+      New");
+    make({"set", "Network", "Host", "b"});
+    browse.expect("~ Host");
+    browse.expect("\n~{  v Network");
+    browse.type("\te2\r");
+    browse.expect("│  {Host                     string  b2");
+    browse.type("h/New\r");
+    browse.expect("{      New");
+    browse.type("d");
+    browse.expect("[y/N]");
+    browse.type("y");
+    browse.expect("done: delete the key \"Network/New\"");
+    browse.expect("\n {  v Network");
+    browse.expect("\n v Velquist");
 }
 
 TEST_F(BrowseOthers, AsksBeforeItUndoesWhatTheyHaveChangedSince) {
@@ -142,7 +181,7 @@ TEST_F(BrowseOthers, SaysWhenNothingIsLeftToUndo) {
     browse.type("\te1\r");
     browse.expect("done: set");
     make({"set", "Network/Ports", "Http", "8080"});
-    browse.expect("dword   8080");
+    browse.expect("changed by others: ~ [Velquist/Network/Ports] \"Http\"");
     browse.type("u");
     browse.expect("nothing is left to do");
 }
@@ -204,6 +243,7 @@ TEST_F(BrowseOthers, NeverHasTheStoreOpenItself) {
     make({"rm", "Network", "Host"});
     browse.expect("changed by others: - [Velquist/Network] \"Host\"");
     browse.type("e2\r");
+    browse.expect("done: set");
     browse.expect("808012");
     EXPECT_EQ(1, run({"get", "Network", "Host"}).status);
     EXPECT_THAT(run({"info"}).out, testing::HasSubstr("no process in sight"));

@@ -151,7 +151,7 @@ TEST(BrowseEdits, NameTheFirstPlaceThatIsNotAsExpected) {
     EXPECT_EQ("the value \"Ports\" of the key \"Network\" is a sub key now",
               staleness(root, setValue({"Network"}, std::nullopt, http)));
     const Key seen = rootOf("[Velquist/Network]\n\"Host\"=string:a.example\n");
-    EXPECT_EQ("the key \"Network/Ports\" is there now",
+    EXPECT_EQ("the key \"Network/Ports\" is there now, and 1 more",
               staleness(root, deleteKey({"Network"}, *findKey(seen, {"Network"}))));
 }
 

@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 
 #include <chrono>
+#include <fstream>
 #include <functional>
 #include <optional>
 #include <sstream>
@@ -126,6 +127,15 @@ public:
         EXPECT_TRUE(waitFor([&](const std::string& all) { return '\n' + all == wanted; }))
             << "is shown:\n"
             << text() << "instead of:" << wanted;
+    }
+
+    /// The process that makes its edit; 0 for none.
+    pid_t writer() const {
+        const std::string pid = std::to_string(m_process.pid());
+        std::ifstream children("/proc/" + pid + "/task/" + pid + "/children");
+        pid_t child = 0;
+        children >> child;
+        return child;
     }
 
     /// Waits for the end, and looks whether the terminal is as it was.

@@ -76,7 +76,7 @@ void Browser::setHeight(std::size_t height) {
 
 void Browser::setOpeners(const std::string& openers) {
     m_returning =
-        openers.empty() ? openers : " It comes back with the next change of " + openers + ".";
+        openers.empty() ? openers : " comes back with the next change of " + openers + ".";
 }
 
 void Browser::type(const Keystroke& key) {
@@ -144,11 +144,14 @@ void Browser::take(const Keystroke& key) {
     m_contents.scroll(m_height);
 }
 
-bool Browser::order(Work work) {
+std::optional<std::string> Browser::refusalOf(const Work& work) const {
     // What others have put in the place of something that is brought back is asked about.
     const Key nothing;
-    const Key& root = work.isUndo ? nothing : m_contents.root();
-    if (const auto broken = refusal(m_rootName, root, work.edit)) {
+    return refusal(m_rootName, work.isUndo ? nothing : m_contents.root(), work.edit);
+}
+
+bool Browser::order(Work work) {
+    if (const auto broken = refusalOf(work)) {
         m_message = *broken;
         return false;
     }
@@ -194,7 +197,12 @@ void Browser::tellEnd(int code, const std::string& message) {
         return;
     }
     m_pending.clear();  // they were typed for what has not come to be
-    m_message = code < 0 ? kGivenUp : message;
+    m_message =
+        m_isCancelled && code < 0 ? kGivenUp
+        : code < 0
+            ? fmt::format(
+                  "the process that writes was ended by signal {}; nothing has been changed", -code)
+            : message;
     if (code != static_cast<int>(eExit::eNegative)) {
         return;
     }

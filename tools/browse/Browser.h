@@ -97,6 +97,8 @@ private:
 
     // False when it is refused, which is said.
     bool order(Work work);
+    std::optional<std::string> refusalOf(const Work& work) const;
+    bool orderRenaming(Work work);
 
     const std::string m_rootName;
     const Path m_rootPath;
@@ -112,7 +114,7 @@ private:
     std::vector<Edit> m_done;
     std::optional<std::pair<Path, Value>> m_edited;  // the value whose data are being typed
     std::size_t m_height = 1;
-    std::string m_returning;  // what is added to the question before a deletion
+    std::string m_returning;  // what is said of what is deleted; empty where it does not come back
     bool m_isShown = false;
     bool m_isHelpShown = false;
     bool m_isOver = false;

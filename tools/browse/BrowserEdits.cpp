@@ -149,7 +149,7 @@ void Browser::renameValueOf(const Path& path, const Value& value) {
                 const auto now = valueAt(root, path, value.name);
                 return now ? std::optional(renameValue(path, *now, name)) : std::nullopt;
             };
-            return order({renameValue(path, value, name), again});
+            return orderRenaming({renameValue(path, value, name), again});
         });
 }
 
@@ -168,8 +168,19 @@ void Browser::renameKeyAt(const Path& path) {
             m_message = nameOfKey(path) + " is gone";
             return true;
         }
-        return order({*edit, again});
+        return orderRenaming({*edit, again});
     });
+}
+
+// The old name is deleted, which others undo without knowing it.
+bool Browser::orderRenaming(Work work) {
+    if (m_returning.empty() || refusalOf(work)) {
+        return order(std::move(work));
+    }
+    const std::string what = work.edit.what;
+    m_dialog.askYes("R" + what.substr(1), "? The old name" + m_returning,
+                    [this, work] { order(work); });
+    return true;
 }
 
 void Browser::remove() {
@@ -201,9 +212,10 @@ void Browser::remove() {
     }
     // What is shown now is what the question is about.
     const Edit edit = *again(m_contents.root());
-    m_dialog.askYes("Delete " + what, more + "?" + m_returning, [this, edit, again] {
-        order({edit, again});
-    });
+    m_dialog.askYes("Delete " + what, more + "?" + (m_returning.empty() ? "" : " It" + m_returning),
+                    [this, edit, again] {
+                        order({edit, again});
+                    });
 }
 
 void Browser::undo() {

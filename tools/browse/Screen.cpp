@@ -3,6 +3,7 @@
 #define NCURSES_NOMACROS  // which have the names of everybody's functions
 #include <curses.h>
 #include <sys/ioctl.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -64,6 +65,35 @@ Style styleOf(eLook look) {
     return {};
 }
 
+// Nobody is to be able to stop the screen with a key: the program would not end either.
+void passEveryKey() {
+    termios modes{};
+    ::tcgetattr(STDIN_FILENO, &modes);
+    modes.c_iflag &= ~static_cast<tcflag_t>(IXON);
+    ::tcsetattr(STDIN_FILENO, TCSADRAIN, &modes);
+    ::def_prog_mode();
+}
+
+// Writing may take as long as the other end of a connection likes: while an object lives, what is blocked
+// otherwise ends the process.
+class Interruptible {
+public:
+    Interruptible() {
+        sigset_t endings;
+        sigemptyset(&endings);
+        for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
+            sigaddset(&endings, signal);
+        }
+        sigprocmask(SIG_UNBLOCK, &endings, &m_before);
+    }
+    ~Interruptible() { sigprocmask(SIG_SETMASK, &m_before, nullptr); }
+    Interruptible(const Interruptible&) = delete;
+    Interruptible& operator=(const Interruptible&) = delete;
+
+private:
+    sigset_t m_before{};
+};
+
 SCREEN* g_screen = nullptr;
 
 }  // namespace
@@ -80,6 +110,7 @@ Screen::Screen(bool isColored) {
     ::cbreak();
     ::noecho();
     ::nonl();
+    passEveryKey();
     ::keypad(stdscr, TRUE);
     m_keyboard.define();
     ::nodelay(stdscr, TRUE);
@@ -125,6 +156,7 @@ void Screen::setCursor(int row, int column) {
 }
 
 void Screen::finish() {
+    const Interruptible writing;
     ::curs_set(m_hasCursor ? 1 : 0);
     ::refresh();
 }
@@ -137,8 +169,15 @@ void Screen::resize() {
 }
 
 void Screen::redraw() {
-    m_keyboard.tellPasted(true);
     ::clearok(stdscr, TRUE);
+}
+
+void Screen::retake() {
+    if (!::isendwin()) {
+        ::endwin();  // so that the next picture begins with the modes
+    }
+    m_keyboard.tellPasted(true);
+    redraw();
 }
 
 // The signal is blocked while the screen lives, and stops the process only where a shell can let it go
@@ -154,7 +193,7 @@ void Screen::suspend() {
     sigprocmask(SIG_UNBLOCK, &stop, nullptr);  // here it stops
     sigprocmask(SIG_BLOCK, &stop, nullptr);
     resize();
-    redraw();
+    retake();
 }
 
 }  // namespace vqreg

@@ -48,6 +48,7 @@ public:
 
     void resize();   // to the terminal's size
     void redraw();   // with everything, at the next picture
+    void retake();   // after a stop, in which others may have used the terminal
     void suspend();  // gives the terminal back, stops, and takes it again when it goes on
 
 private:

@@ -134,7 +134,8 @@ std::string countOf(const Contents& contents) {
 void drawTitle(Screen& screen, const Browser& browser) {
     const std::string count = countOf(browser.contents());
     const int width = screen.columns() - static_cast<int>(count.size()) - 2;
-    screen.put(0, 0, padded("[" + placeText(browser) + "]", width), eLook::eTitle);
+    // Of a long path the end is seen, which tells where one is.
+    screen.put(0, 0, L"[" + fittedEnd(placeText(browser), width - 2) + L"]", eLook::eTitle);
     screen.put(0, width + 1, fitted(count, static_cast<int>(count.size())));
 }
 
