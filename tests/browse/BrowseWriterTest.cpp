@@ -42,7 +42,13 @@ TEST_F(BrowseWriter, IsNoOpenerOfItsOwnStore) {
     browse.type("\te!\r");
     browse.expect("waiting for the lock");
     const std::string self = std::to_string(::getpid()) + " (browse)";
-    browse.expect("for 3 s | open in: " + self + "}");
+    // The processes have been looked for again when the lock has been held longer than the wait.
+    const std::string held = "held by process " + self + ", for ";
+    EXPECT_TRUE(browse.waitFor([&](const std::string& all) {
+        const std::size_t at = all.find(held);
+        return at != std::string::npos && std::atoi(all.c_str() + at + held.size()) > 3 &&
+               all.find(" s | open in: " + self + "}", at) != std::string::npos;
+    })) << browse.text();
     holder.VQRegEndUpdate();
     browse.expect("done: set");
 }
@@ -62,6 +68,9 @@ TEST_F(BrowseWriter, IsToldToHaveBeenEndedByOthers) {
 }
 
 TEST_F(BrowseWriter, IsMissedOnlyWhereTheSystemMakesNone) {
+#if defined(__SANITIZE_ADDRESS__)
+    GTEST_SKIP() << "the sanitizer needs descriptors to look at an exception";
+#endif
     Browsing browse = start({"Network"}, kWide);
     browse.expect("Host");
     rlimit before{};

@@ -59,7 +59,7 @@ void restore(int signal) {
 // One that is ignored stays so.
 void catchOne(int signal) {
     struct sigaction& before = g_before[static_cast<std::size_t>(signal)];
-    if (::sigaction(signal, nullptr, &before) != 0 || before.sa_handler != SIG_DFL) {
+    if (::sigaction(signal, nullptr, &before) != 0 || before.sa_handler == SIG_IGN) {
         return;
     }
     struct sigaction action {};
