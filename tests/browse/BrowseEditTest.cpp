@@ -2,6 +2,7 @@
 #include "browse/BrowseStore.h"
 #include "support/Handlers.h"
 #include "support/ReadOnlyDirectory.h"
+#include "support/Wait.h"
 
 using namespace vqtest::browse;
 using vqtest::prints;
@@ -73,6 +74,8 @@ TEST_F(BrowseEdit, LeavesWhatIsGivenUpOrTheSame) {
     browse.type(kEscape);
     browse.expect("nothing has been changed");
     browse.expectNot("(dword):");
+    browse.type("c");
+    browse.expectNot("nothing has been changed");
     browse.type("e\r");
     browse.expect("nothing has been changed");
     EXPECT_EQ(kText, file.read());
@@ -187,6 +190,25 @@ TEST_F(BrowseEdit, AsksWithTheNamesOfThoseWhoBringItBack) {
     browse.expect(" of " + std::to_string(::getpid()) + " (browse). [y/N]");
 }
 
+TEST_F(BrowseEdit, AsksBeforeARenamingWhoseOldNameComesBack) {
+    VQRegLib::CRegLib other(file.path().c_str(), nullptr, VQRegLib::CRegLib::eLocationDefault,
+                            nullptr);
+    Browsing browse = start({"Network"}, {.rows = 14, .columns = 160});
+    browse.type("r2\r");
+    browse.expect("Rename the key \"Network\"? The old name comes back with the next change of " +
+                  std::to_string(::getpid()) + " (browse). [y/N]");
+    browse.type("n");
+    browse.expect("nothing has been changed");
+    EXPECT_EQ(kText, file.read());
+    browse.type("\tr\x15key\r");
+    browse.expect("the value \"Key\" of the key \"Network\" exists already");
+    browse.type("2\r");
+    browse.expect("Rename the value \"Host\" of the key \"Network\"? The old name comes back");
+    browse.type("y");
+    browse.expect("done: rename the value \"Host\"");
+    expectData("Network", "key2", "a.example");
+}
+
 TEST_F(BrowseEdit, UndoesWhatItDidStepByStep) {
     Browsing browse = start({"Network"});
     browse.type("u");
@@ -195,8 +217,12 @@ TEST_F(BrowseEdit, UndoesWhatItDidStepByStep) {
     browse.expect("a.example!");
     browse.type("r\x15Name\r");
     browse.expect("Name           string  a.example!");
-    browse.type("hdy");
+    browse.expect("done: rename");
+    browse.type("hd");
+    browse.expect("[y/N]");
+    browse.type("y");
     browse.expectNot("> Network");
+    browse.expect("done: delete");
     browse.type("aNew\rdy\r");
     browse.expect("a dword must be a number");
     browse.type(
@@ -225,7 +251,8 @@ TEST_F(BrowseEdit, SaysWhyNothingCanBeWritten) {
     browse.expect("does not exist");
     ASSERT_EQ(0, ::rename(away.c_str(), file.directory().c_str()));
     browse.type("e1\r");
-    browse.expect("80801");
+    browse.expect("done: set");
+    expectData("Network/Ports", "Http", "80801");
 }
 
 TEST_F(BrowseEdit, WaitsForTheLockAndCanBeGivenUp) {
@@ -240,7 +267,8 @@ TEST_F(BrowseEdit, WaitsForTheLockAndCanBeGivenUp) {
     browse.type("e1\r");
     browse.expect("waiting for the lock");
     holder.VQRegEndUpdate();
-    browse.expect("80801");
+    browse.expect("done: set");
+    expectData("Network/Ports", "Http", "80801");
 }
 
 TEST_F(BrowseEdit, SaysWhenTheLockIsNotObtainedInTime) {
@@ -254,7 +282,8 @@ TEST_F(BrowseEdit, SaysWhenTheLockIsNotObtainedInTime) {
     holder.VQRegEndUpdate();
     browse.expect("lock: free");
     browse.type("e1\r");
-    browse.expect("80801");
+    browse.expect("done: set");
+    expectData("Network/Ports", "Http", "80801");
 }
 
 TEST_F(BrowseEdit, TellsOthersUnlessItIsNotTo) {
@@ -266,7 +295,8 @@ TEST_F(BrowseEdit, TellsOthersUnlessItIsNotTo) {
     Browsing quiet = start({"--no-notify", "Network/Ports"});
     quiet.type("\te1\r");
     quiet.expect("done: set");
-    EXPECT_EQ(0, handler.calls());
+    EXPECT_FALSE(
+        vqtest::waitUntil([&] { return handler.calls() > 0; }, std::chrono::milliseconds(500)));
     vqtest::moveFileTime(file.path());
     Browsing browse = start({"Network/Ports"});
     browse.type("\te1\r");

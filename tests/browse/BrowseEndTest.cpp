@@ -1,8 +1,11 @@
 // However "vqreg browse" ends, the terminal is left as it was.
 #include <csignal>
 #include <filesystem>
+#include <fstream>
 
 #include "browse/BrowseStore.h"
+#include "portable/FileDescriptor.h"
+#include "support/Wait.h"
 
 using namespace vqtest::browse;
 using testing::HasSubstr;
@@ -16,6 +19,16 @@ protected:
         EXPECT_EQ(0u, browse.process().modes().c_lflag & static_cast<tcflag_t>(ICANON | ECHO));
         browse.process().signal(signal);
         browse.expectEnd(-signal);
+    }
+
+    // Whoever has to take notice of its end.
+    static bool isOver(pid_t pid) {
+        std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+        std::string number;
+        std::string name;
+        char state = 'Z';
+        stat >> number >> name >> state;
+        return state == 'Z' || state == 'X';
     }
 
     // What is said where there is no screen.
@@ -65,7 +78,44 @@ TEST_F(BrowseEnd, WithTheTerminal) {
     Browsing browse = start();
     browse.expect("> Network");
     browse.process().hangUp();
-    EXPECT_EQ(-SIGHUP, vqtest::waitForProcess(browse.process().pid()));
+    ASSERT_TRUE(browse.process().endsUnread());
+    EXPECT_EQ(-SIGHUP, browse.process().status());
+}
+
+TEST_F(BrowseEnd, BySignalsThatNobodySendsAPersonAtATerminal) {
+    for (const int signal : {SIGUSR1, SIGUSR2, SIGALRM, SIGVTALRM, SIGPROF, SIGXCPU, SIGTRAP, SIGIO,
+                             SIGPWR, SIGSTKFLT, SIGRTMIN, SIGRTMAX}) {
+        expectEndBy(signal);
+    }
+}
+
+TEST_F(BrowseEnd, ThoughAKeyHasStoppedTheTerminal) {
+    Browsing browse = start();
+    browse.expect("> Network");
+    browse.type("\x13j");
+    browse.expect("{  > Network");
+    browse.process().signal(SIGTERM);
+    browse.expectEnd(-SIGTERM);
+}
+
+TEST_F(BrowseEnd, ThoughNobodyTakesWhatItWrites) {
+    Browsing browse = start();
+    browse.expect("> Network");
+    const std::string name = "/proc/" + std::to_string(browse.process().pid()) + "/fd/0";
+    const VQRegLib::CFileDescriptor keys(::open(name.c_str(), O_RDONLY | O_NOCTTY | O_CLOEXEC));
+    // As long as it takes its keys, it has room for its pictures.
+    const auto takesKeys = [&] {
+        int waiting = 0;
+        return ::ioctl(keys.get(), FIONREAD, &waiting) == 0 && waiting == 0;
+    };
+    do {
+        browse.type("\x0c");
+    } while (vqtest::waitUntil(takesKeys, std::chrono::milliseconds(1500)));
+    browse.process().signal(SIGTERM);
+    ASSERT_TRUE(browse.process().endsUnread());
+    EXPECT_EQ(-SIGTERM, browse.process().status());
+    browse.waitFor([&](const std::string&) { return !browse.screen().isAlternate(); });
+    browse.expectAsBefore(browse.process().modes());
 }
 
 TEST_F(BrowseEnd, LeavesNoWriterBehind) {
@@ -75,8 +125,27 @@ TEST_F(BrowseEnd, LeavesNoWriterBehind) {
     Browsing browse = start();
     browse.type("\te5\r");
     browse.expect("waiting for the lock");
+    const pid_t writer = browse.writer();
+    ASSERT_GT(writer, 0);
     browse.process().signal(SIGTERM);
     browse.expectEnd(-SIGTERM);
+    EXPECT_TRUE(vqtest::waitUntil([&] { return isOver(writer); }));
+    holder.VQRegEndUpdate();
+    EXPECT_EQ(kText, file.read());
+}
+
+TEST_F(BrowseEnd, LeavesNoWriterBehindWhenItIsKilled) {
+    VQRegLib::CRegLib holder(file.path().c_str(), nullptr, VQRegLib::CRegLib::eLocationDefault,
+                             nullptr);
+    ASSERT_GE(holder.VQRegBeginUpdate(), 0);
+    Browsing browse = start();
+    browse.type("\te5\r");
+    browse.expect("writing;");
+    const pid_t writer = browse.writer();
+    ASSERT_GT(writer, 0);
+    browse.process().signal(SIGKILL);
+    ASSERT_TRUE(browse.process().endsUnread());
+    EXPECT_TRUE(vqtest::waitUntil([&] { return isOver(writer); }));
     holder.VQRegEndUpdate();
     EXPECT_EQ(kText, file.read());
 }
@@ -105,12 +174,23 @@ TEST_F(BrowseEnd, GivesTheTerminalBackWhileItIsStopped) {
 TEST_F(BrowseEnd, IsDrawnAgainAfterAStopFromElsewhere) {
     Browsing browse = start();
     browse.expect("> Network");
+    const termios own = browse.process().modes();
     browse.process().signal(SIGSTOP);
+    ASSERT_TRUE(browse.process().isStopped());
+    browse.process().setModes(browse.modesBefore());  // as a shell does
     const std::size_t before = browse.bytesShown();
     browse.process().signal(SIGCONT);
     EXPECT_TRUE(browse.waitFor([&](const std::string&) {
-        return browse.process().shown().find("> Network", before) != std::string::npos;
+        const std::string shown = browse.process().shown().substr(before);
+        const std::size_t screen = shown.find("\x1b[?1049h");
+        return screen != std::string::npos && shown.find("> Network", screen) != std::string::npos;
     }));
+    EXPECT_EQ(own.c_lflag, browse.process().modes().c_lflag);
+    EXPECT_EQ(own.c_iflag, browse.process().modes().c_iflag);
+    browse.type("j");
+    browse.expect("{  > Network");
+    browse.type("q");
+    browse.expectEnd(0);
 }
 
 TEST_F(BrowseEnd, AtOnceWhereThereIsNoTerminal) {

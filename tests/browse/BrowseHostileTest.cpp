@@ -1,4 +1,6 @@
 // What "vqreg browse" makes of names and data that are not meant for a terminal.
+#include <algorithm>
+
 #include "browse/BrowseStore.h"
 
 using namespace vqtest::browse;
@@ -34,6 +36,33 @@ TEST_F(BrowseHostile, ShowsWhatWouldMoveTheCursorAsCodes) {
 
 ?:help  /:search  Enter:edit  a:add  K:key  r:rename  d:delete  u:undo  q:end
 )");
+}
+
+TEST_F(BrowseHostile, ShowsWhatIsNotSeenAsCodes) {
+    std::string text = "[Velquist]\n";
+    for (const char* const character :
+         {"\xcd\x8f", "\xe1\x85\x9f", "\xe1\x85\xa0", "\xe1\x9e\xb4", "\xe1\xa0\x8b",
+          "\xe3\x85\xa4", "\xef\xb8\x8f", "\xef\xbe\xa0", "\xef\xbf\xb9"}) {
+        text += "\"a" + std::string(character) + "\"=dword:00000001\n";
+    }
+    file.write(text);
+    Browsing browse = start();
+    for (const char* const code : {"a\\xCD\\x8F ", "a\\xE1\\x85\\x9F ", "a\\xE1\\x85\\xA0 ",
+                                   "a\\xE1\\x9E\\xB4 ", "a\\xE1\\xA0\\x8B ", "a\\xE3\\x85\\xA4 ",
+                                   "a\\xEF\\xB8\\x8F ", "a\\xEF\\xBE\\xA0 ", "a\\xEF\\xBF\\xB9 "}) {
+        browse.expect(code);
+    }
+}
+
+TEST_F(BrowseHostile, ShowsTheEndOfALongPath) {
+    std::string path;
+    for (int level = 100; level < 140; ++level) {
+        path += (path.empty() ? "k" : "/k") + std::to_string(level);
+    }
+    file.write("[Velquist]\n[Velquist/" + path + "]\n");
+    Browsing browse = start({path});
+    browse.expect("/k137/k138/k139]");
+    EXPECT_THAT(browse.screen().rows().front(), testing::StartsWith("[\xe2\x80\xa6"));
 }
 
 TEST_F(BrowseHostile, KeepsWideAndCombinedCharactersInTheirColumns) {
@@ -108,4 +137,24 @@ TEST_F(BrowseHostile, TakesTypedCharactersOfAllKinds) {
         "e \xe6\x97\xa5");
     EXPECT_THAT(file.read(), testing::HasSubstr("Gr\xc3\xb6\xc3\x9f"
                                                 "e \xe6\x97\xa5\n"));
+}
+
+TEST_F(BrowseHostile, AsksWithALongNameForWhatIsToBeKnown) {
+    VQRegLib::CRegLib other(file.path().c_str(), nullptr, VQRegLib::CRegLib::eLocationDefault,
+                            nullptr);
+    const std::string name = "Begin" + std::string(500, 'k') + "End";
+    file.write("[Velquist]\n[Velquist/" + name + "]\n\"a\"=string:x\n");
+    for (const unsigned short columns : std::initializer_list<unsigned short>{50, 80, 120}) {
+        Browsing browse = start({name}, {.rows = 14, .columns = columns});
+        browse.type("d");
+        browse.expect("[y/N]");
+        std::string question;
+        for (const std::string& row : browse.screen().rows()) {
+            question += row;
+        }
+        question.erase(std::remove(question.begin(), question.end(), ' '), question.end());
+        EXPECT_THAT(question, testing::HasSubstr("Deletethekey\"Begink"));
+        EXPECT_THAT(question, testing::HasSubstr("End\"with0keysand1valuebelowit?Itcomesback"));
+        EXPECT_THAT(question, testing::HasSubstr(std::to_string(::getpid()) + "(browse).[y/N]"));
+    }
 }

@@ -1,4 +1,6 @@
 // What "vqreg browse" does when others change the store meanwhile.
+#include <sys/stat.h>
+
 #include <filesystem>
 
 #include "browse/BrowseStore.h"
@@ -17,6 +19,7 @@ TEST_F(BrowseOthers, ShowsAndMarksTheirChangesAsTheyHappen) {
     make({"set", "/", "Port", "81"});
     browse.expect("~ Port           dword   81");
     make({"mkkey", "Sound/Card"});
+    browse.expect("changed by others: + [Velquist/Sound/Card]");
     make({"set", "Sound", "Volume", "3"});
     browse.expect("Velquist/Sound] \"Volume\"");
     browse.expectScreen(R"(
@@ -105,13 +108,51 @@ TEST_F(BrowseOthers, DeletesNoMoreThanTheQuestionWasAbout) {
     browse.type("d");
     browse.expect("with 1 key and 3 values below it? [y/N]");
     make({"set", "Network/Ports", "Ssh", "22"});
-    browse.expect("> Network");
+    browse.expect("changed by others: + [Velquist/Network/Ports] \"Ssh\"");
     browse.type("y");
     browse.expect(
         "the value \"Ssh\" of the key \"Network/Ports\" is there now; go on all the same? [y/N]");
     browse.type("n");
     browse.expect("nothing has been changed");
     EXPECT_EQ(prints("22\n"), run({"get", "Network/Ports", "Ssh"}));
+}
+
+TEST_F(BrowseOthers, AsksWithTheNumberOfWhatIsLostBesides) {
+    Browsing browse = start({"Sound"}, kWide);
+    browse.type("KCard\r");
+    browse.expect("done: add the key \"Sound/Card\"");
+    make({"set", "Sound/Card", "a", "1"});
+    make({"set", "Sound/Card", "b", "1"});
+    make({"set", "Sound/Card/Below", "c", "1"});
+    browse.expect("[Velquist/Sound/Card/Below]");
+    browse.type("u");
+    browse.expect(
+        "the value \"a\" of the key \"Sound/Card\" is there now, and 3 more; go on all the same? "
+        "[y/N]");
+    browse.type("y");
+    browse.expect("done: undo: add");
+    EXPECT_EQ(prints(""), run({"ls", "Sound"}));
+}
+
+TEST_F(BrowseOthers, LeavesNoMarksOfWhatOneHasDeletedOrChangedOneself) {
+    Browsing browse = start({"Network/Ports"}, kWide);
+    browse.type("k");
+    browse.expect("{  v Network");
+    make({"mkkey", "Network/New"});
+    browse.expect("+      New");
+    make({"set", "Network", "Host", "b"});
+    browse.expect("~ Host");
+    browse.expect("\n~{  v Network");
+    browse.type("\te2\r");
+    browse.expect("│  {Host                     string  b2");
+    browse.type("h/New\r");
+    browse.expect("{      New");
+    browse.type("d");
+    browse.expect("[y/N]");
+    browse.type("y");
+    browse.expect("done: delete the key \"Network/New\"");
+    browse.expect("\n {  v Network");
+    browse.expect("\n v Velquist");
 }
 
 TEST_F(BrowseOthers, AsksBeforeItUndoesWhatTheyHaveChangedSince) {
@@ -140,23 +181,59 @@ TEST_F(BrowseOthers, SaysWhenNothingIsLeftToUndo) {
     browse.type("\te1\r");
     browse.expect("done: set");
     make({"set", "Network/Ports", "Http", "8080"});
-    browse.expect("dword   8080");
+    browse.expect("changed by others: ~ [Velquist/Network/Ports] \"Http\"");
     browse.type("u");
     browse.expect("nothing is left to do");
 }
 
-TEST_F(BrowseOthers, LivesOnWithAMalformedOrMissingFile) {
-    Browsing browse = start();
+TEST_F(BrowseOthers, SaysAsLongAsTheFileIsMalformed) {
+    Browsing browse = start({}, kWide);
     browse.expect("> Network");
     file.write("[Velquist]\nnonsense\n");
-    browse.expect("the file is malformed, line 2:");
+    browse.expect("\nthe file is malformed, line 2:");
+    browse.expect("this is how it was before");
     browse.expect("> Network");
+    browse.type("j");
+    browse.expectNot("this is how it was before");
+    browse.expect("store.cfg | the file is malformed, line 2:");
+    file.write(kText);
+    browse.expect("{FILE | lock: free");
     file.write("[Velquist]\n\"New\"=dword:00000001\n");
     browse.expect("+ New");
+}
+
+TEST_F(BrowseOthers, SaysAsLongAsTheFileIsMissing) {
+    Browsing browse = start({"Network/Ports"}, kWide);
+    browse.expect("{      Ports");
     std::filesystem::remove(file.path());
-    browse.expect("the file is missing");
+    browse.expect("{FILE | the file is missing | lock");
+    browse.expect("{      Ports");
+    browse.type("j");
+    browse.expectNot("this is how it was before");
+    browse.expect("{FILE | the file is missing | lock");
     file.write(kText);
+    browse.expect("{FILE | lock: free");
+    browse.expect("   Sound");
+    file.write("");
+    browse.expect("{FILE | the file is empty | lock");
+    browse.expect("   Sound");
+}
+
+TEST_F(BrowseOthers, SaysWhatIsInThePlaceOfTheFileAndWaitsForNothing) {
+    Browsing browse = start({}, kWide);
     browse.expect("> Network");
+    const std::string pipe = file.path() + ".pipe";
+    ASSERT_EQ(0, ::mkfifo(pipe.c_str(), 0600));
+    std::filesystem::rename(pipe, file.path());
+    browse.expect("{FILE | the file is a special file, not a file | lock");
+    browse.type("j");
+    browse.expect("{  > Network");
+    std::filesystem::remove(file.path());
+    std::filesystem::create_directory(file.path());
+    browse.expect("{FILE | the file is a directory, not a file | lock");
+    std::filesystem::remove(file.path());
+    file.write(kText);
+    browse.expect("{FILE | lock: free");
 }
 
 TEST_F(BrowseOthers, NeverHasTheStoreOpenItself) {
@@ -166,7 +243,24 @@ TEST_F(BrowseOthers, NeverHasTheStoreOpenItself) {
     make({"rm", "Network", "Host"});
     browse.expect("changed by others: - [Velquist/Network] \"Host\"");
     browse.type("e2\r");
+    browse.expect("done: set");
     browse.expect("808012");
     EXPECT_EQ(1, run({"get", "Network", "Host"}).status);
     EXPECT_THAT(run({"info"}).out, testing::HasSubstr("no process in sight"));
+}
+
+TEST_F(BrowseOthers, MakesAKeyAgainWhereTheEditedValueHadIts) {
+    Browsing browse = start({"Network/Ports"}, kWide);
+    browse.type("\te1");
+    browse.expect("(dword): 80801");
+    make({"rm", "-r", "Network/Ports"});
+    browse.expect("changed meanwhile: the key \"Network/Ports\" is gone");
+    browse.type("\r");
+    browse.expect("the key \"Network/Ports\" is gone; go on all the same? [y/N]");
+    browse.type("y");
+    browse.expect("done: add the value \"Http\" of the key \"Network/Ports\"");
+    EXPECT_EQ(prints("80801\n"), run({"get", "Network/Ports", "Http"}));
+    browse.type("u");
+    browse.expect("done: undo: add");
+    EXPECT_EQ(1, run({"get", "Network/Ports", "Http"}).status);
 }

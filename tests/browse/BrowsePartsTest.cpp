@@ -4,6 +4,7 @@
 #include <clocale>
 #include <string>
 
+#include "tools/browse/Browser.h"
 #include "tools/browse/CellText.h"
 #include "tools/browse/Contents.h"
 #include "tools/browse/Edits.h"
@@ -151,7 +152,7 @@ TEST(BrowseEdits, NameTheFirstPlaceThatIsNotAsExpected) {
     EXPECT_EQ("the value \"Ports\" of the key \"Network\" is a sub key now",
               staleness(root, setValue({"Network"}, std::nullopt, http)));
     const Key seen = rootOf("[Velquist/Network]\n\"Host\"=string:a.example\n");
-    EXPECT_EQ("the key \"Network/Ports\" is there now",
+    EXPECT_EQ("the key \"Network/Ports\" is there now, and 1 more",
               staleness(root, deleteKey({"Network"}, *findKey(seen, {"Network"}))));
 }
 
@@ -186,6 +187,28 @@ TEST(BrowseMarks, AreOnlyForWhatOthersHaveChanged) {
     EXPECT_EQ('-', contents.marks().ofKey({"network"}));
     EXPECT_EQ(' ', contents.marks().ofKey({"Sound"}));
     EXPECT_EQ(3u, others.size());
+}
+
+TEST(BrowseKeys, GiveUpAnEditThatHasNotBegunYet) {
+    Browser browser("Velquist", {"Velquist"});
+    browser.show(parseConfigText("[Velquist]\n\"Port\"=dword:00000050\n"));
+    const auto type = [&](const char* keys) {
+        for (; *keys != '\0'; ++keys) {
+            browser.type(*keys == '\r'   ? Keystroke{eKey::eEnter}
+                         : *keys == '\t' ? Keystroke{eKey::eTab}
+                                         : Keystroke{eKey::eText, static_cast<wchar_t>(*keys)});
+        }
+    };
+    type("\te1\r");
+    ASSERT_TRUE(browser.takeOrder());
+    type("e2\r");
+    browser.tellEnd(0, "");  // the next one is in order, and nobody has taken it
+    browser.type({eKey::eEscape});
+    EXPECT_FALSE(browser.takeOrder());
+    EXPECT_FALSE(browser.takeCancel());
+    EXPECT_EQ("given up; nothing has been changed", browser.message());
+    type("e3\r");
+    EXPECT_TRUE(browser.takeOrder());
 }
 
 TEST(BrowseRequests, ComeBackFromTheirArguments) {

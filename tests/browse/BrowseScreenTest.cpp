@@ -177,6 +177,40 @@ TEST_F(BrowseScreen, FollowsTheSizeOfTheTerminal) {
     browse.expect("> Network");
 }
 
+TEST_F(BrowseScreen, KeepsAQuestionAtEverySizeOfTheTerminal) {
+    Browsing browse = start({"Network"});
+    browse.type("\td");
+    browse.expect("Delete the value \"Host\" of the key \"Network\"? [y/N]");
+    for (unsigned short columns = 40; columns <= 120; ++columns) {
+        browse.resize({.rows = 14, .columns = columns});
+        // The title ends one column before the screen does.
+        ASSERT_TRUE(browse.waitFor([&](const std::string& all) {
+            return browse.screen().rows().front().size() + 1 == columns &&
+                   all.find("[y/N]") != std::string::npos;
+        })) << columns
+            << " columns:\n"
+            << browse.text();
+    }
+    EXPECT_EQ(kText, file.read());
+}
+
+TEST_F(BrowseScreen, KeepsHelpAndMessagesWhenTheSizeOfTheTerminalChanges) {
+    Browsing browse = start();
+    browse.type("z");
+    browse.expect("no such key");
+    browse.resize({.rows = 24, .columns = 90});
+    EXPECT_TRUE(browse.waitFor([&](const std::string& all) {
+        return browse.screen().rows().front().size() + 1 == 90 &&
+               all.find("no such key") != std::string::npos;
+    })) << browse.text();
+    browse.type("?");
+    browse.expect("a           add a value");
+    browse.resize({.rows = 24, .columns = 100});
+    EXPECT_TRUE(browse.waitFor(
+        [&](const std::string&) { return browse.screen().rows().front().size() + 1 == 100; }));
+    browse.expect("a           add a value");
+}
+
 TEST_F(BrowseScreen, TellsWhoHasTheStoreOpenAndWhoHoldsItsLock) {
     VQRegLib::CRegLib holder(file.path().c_str(), nullptr, VQRegLib::CRegLib::eLocationDefault,
                              nullptr);

@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 
 #include <chrono>
+#include <fstream>
 #include <functional>
 #include <optional>
 #include <sstream>
@@ -128,6 +129,15 @@ public:
             << text() << "instead of:" << wanted;
     }
 
+    /// The process that makes its edit; 0 for none.
+    pid_t writer() const {
+        const std::string pid = std::to_string(m_process.pid());
+        std::ifstream children("/proc/" + pid + "/task/" + pid + "/children");
+        pid_t child = 0;
+        children >> child;
+        return child;
+    }
+
     /// Waits for the end, and looks whether the terminal is as it was.
     void expectEnd(int status) {
         const TerminalResult result = m_process.finish();
@@ -139,6 +149,9 @@ public:
     void expectAsBefore(const termios& modes) const {
         EXPECT_FALSE(m_screen.isAlternate());
         EXPECT_TRUE(m_screen.hasCursor());
+        // Pasted texts are told by the terminal no more.
+        EXPECT_LT(m_process.shown().rfind("\x1b[?2004h") + 1,
+                  m_process.shown().rfind("\x1b[?2004l") + 1);
         EXPECT_EQ(m_before.c_iflag, modes.c_iflag);
         EXPECT_EQ(m_before.c_oflag, modes.c_oflag);
         EXPECT_EQ(m_before.c_cflag, modes.c_cflag);

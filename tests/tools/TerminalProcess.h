@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/ioctl.h>
+#include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -19,6 +20,7 @@
 #include <vector>
 
 #include "support/ChildProcess.h"
+#include "support/Wait.h"
 
 namespace vqtest {
 
@@ -133,6 +135,14 @@ public:
         return modes;
     }
 
+    void setModes(const termios& modes) const { ::tcsetattr(m_keyboard, TCSANOW, &modes); }
+
+    /// Waits until a signal has stopped the program.
+    bool isStopped() const {
+        siginfo_t info{};
+        return ::waitid(P_PID, static_cast<id_t>(m_pid), &info, WSTOPPED) == 0;
+    }
+
     const termios& modesAtFirst() const { return m_modesAtFirst; }
 
     /// As when a person makes the window larger or smaller.
@@ -162,6 +172,24 @@ public:
         closeOne(m_pipes[0]);
         return waitForEnd();
     }
+
+    /// Waits for the end without looking at what is shown. False when it does not come.
+    bool endsUnread(std::chrono::milliseconds limit = kDeadline) {
+        const auto hasEnded = [this] {
+            siginfo_t info{};
+            return ::waitid(P_PID, static_cast<id_t>(m_pid), &info, WEXITED | WNOHANG | WNOWAIT) ==
+                       0 &&
+                   info.si_pid == m_pid;
+        };
+        if (!waitUntil(hasEnded, limit)) {
+            return false;
+        }
+        m_result.status = waitForProcess(m_pid);
+        m_isReaped = true;
+        return true;
+    }
+    /// Of a program that has ended.
+    int status() const { return m_result.status; }
 
     /// Types Ctrl-C and waits for the end. The "^C" that the terminal shows for it is left out: the
     /// program is at work already then, so that its place is a matter of luck.

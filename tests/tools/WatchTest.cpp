@@ -1,13 +1,17 @@
 // vqreg watch.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <filesystem>
 #include <fstream>
 
+#include "portable/FileDescriptor.h"
 #include "support/TempStore.h"
 #include "support/Untold.h"
+#include "support/Wait.h"
 #include "tools/VqregProcess.h"
 
 using vqtest::CommandResult;
@@ -66,6 +70,28 @@ TEST_F(WatchTest, PrintsEachChange) {
     ASSERT_EQ(0, change({"rm", "-f", "-r", "Sub"}));
     EXPECT_EQ("- [Velquist/Sub]", watch.line());
     EXPECT_EQ("- [Velquist/Sub] \"c\"=string:x", watch.line());
+    watch.signal(SIGTERM);
+    EXPECT_EQ((CommandResult{0, "", ""}), watch.finish());
+}
+
+TEST_F(WatchTest, WaitsForNobodyWhoHasToWriteIntoAPipe) {
+    VqregProcess watch(watching({}));
+    EXPECT_EQ("+ [Velquist] \"Port\"=dword:00000050", watch.line());
+    EXPECT_EQ("+ [Velquist/Sub]", watch.line());
+    EXPECT_EQ("+ [Velquist/Sub] \"a\"=string:b", watch.line());
+    const std::string pipe = store.path() + ".pipe";
+    ASSERT_EQ(0, ::mkfifo(pipe.c_str(), 0600));
+    std::filesystem::rename(pipe, store.path());
+    // It can be opened for writing only while somebody has it for reading.
+    EXPECT_FALSE(vqtest::waitUntil(
+        [&] {
+            return VQRegLib::CFileDescriptor(
+                       ::open(store.path().c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC))
+                .isOpen();
+        },
+        std::chrono::milliseconds(1500)));
+    replace("[Velquist]\n\"Port\"=dword:00000051\n[Velquist/Sub]\n\"a\"=string:b\n");
+    EXPECT_EQ("~ [Velquist] \"Port\"=dword:00000050 -> dword:00000051", watch.line());
     watch.signal(SIGTERM);
     EXPECT_EQ((CommandResult{0, "", ""}), watch.finish());
 }

@@ -9,18 +9,20 @@ namespace vqreg {
 namespace {
 
 constexpr std::size_t kMostPending = 1000;
+constexpr const char* kGivenUp = "given up; nothing has been changed";
 
 }  // namespace
 
 Browser::Browser(std::string rootName, Path rootPath)
     : m_rootName(std::move(rootName)), m_rootPath(std::move(rootPath)) {}
 
-void Browser::show(const ConfigText& text, bool isMissing) {
+void Browser::show(const ConfigText& text) {
     if (const Finding* const fault = text.firstError()) {
-        m_message = fmt::format("the file is malformed, line {}: {}; this is how it was before",
-                                fault->line, fault->what);
+        m_malformed = fmt::format("the file is malformed, line {}: {}", fault->line, fault->what);
+        tellFault();
         return;
     }
+    m_malformed.clear();
     const Key* const found = findKey(text.top, m_rootPath);
     Key root = found ? *found : Key();
     root.name = m_rootPath.empty() ? "/" : m_rootPath.back();
@@ -33,8 +35,18 @@ void Browser::show(const ConfigText& text, bool isMissing) {
     } else {
         tellChanged(others);
     }
-    if (isMissing) {
-        m_message = "the file is missing";
+}
+
+void Browser::setTrouble(const std::string& trouble) {
+    if (m_trouble != trouble) {
+        m_trouble = trouble;
+        tellFault();
+    }
+}
+
+void Browser::tellFault() {
+    if (!fault().empty()) {
+        m_message = fault() + "; this is how it was before";
     }
 }
 
@@ -42,6 +54,9 @@ void Browser::tellChanged(const std::vector<Change>& others) {
     if (others.empty()) {
         return;
     }
+    // Keys are meant for what was seen when they were typed.
+    m_isDropped = m_isDropped || !m_pending.empty();
+    m_pending.clear();
     m_message = "changed by others: " + lineOf(others.front(), {m_contents.root().name});
     if (others.size() > 1) {
         m_message += fmt::format(" and {} more", others.size() - 1);
@@ -61,21 +76,53 @@ void Browser::setHeight(std::size_t height) {
 
 void Browser::setOpeners(const std::string& openers) {
     m_returning =
-        openers.empty() ? openers : " It comes back with the next change of " + openers + ".";
+        openers.empty() ? openers : " comes back with the next change of " + openers + ".";
 }
 
 void Browser::type(const Keystroke& key) {
     if (!isWriting() && !m_ordered) {
         take(key);
     } else if (key.key == eKey::eEscape) {
-        m_cancel = true;
-        m_pending.clear();
+        giveUp();
     } else if (m_pending.size() < kMostPending) {
         m_pending.push_back(key);
     }
 }
 
+void Browser::giveUp() {
+    m_pending.clear();
+    if (m_ordered) {
+        m_ordered.reset();
+        m_message = kGivenUp;
+    } else {
+        m_cancel = true;
+        m_isCancelled = true;
+    }
+}
+
+std::string Browser::waitText() const {
+    const std::size_t count = m_pending.size();
+    return "writing; Esc gives it up" +
+           (count == 0 ? std::string()
+                       : fmt::format("; {} key{} wait{}{}", count, count == 1 ? "" : "s",
+                                     count == 1 ? "s" : "",
+                                     count == kMostPending ? ", and no more are kept" : ""));
+}
+
+// No command, and no answer but a text.
+void Browser::takePasted(const Keystroke& key) {
+    if (!m_dialog.isText()) {
+        m_message = "a pasted text is taken only where a text is asked for";
+    } else if (!m_dialog.takePart(key)) {
+        m_message = "line ends and control characters of the pasted text are left out";
+    }
+}
+
 void Browser::take(const Keystroke& key) {
+    if (key.isPasted) {
+        takePasted(key);
+        return;
+    }
     if (m_isHelpShown) {
         m_isHelpShown = false;
         return;
@@ -97,11 +144,14 @@ void Browser::take(const Keystroke& key) {
     m_contents.scroll(m_height);
 }
 
-bool Browser::order(Work work) {
+std::optional<std::string> Browser::refusalOf(const Work& work) const {
     // What others have put in the place of something that is brought back is asked about.
     const Key nothing;
-    const Key& root = work.isUndo ? nothing : m_contents.root();
-    if (const auto broken = refusal(m_rootName, root, work.edit)) {
+    return refusal(m_rootName, work.isUndo ? nothing : m_contents.root(), work.edit);
+}
+
+bool Browser::order(Work work) {
+    if (const auto broken = refusalOf(work)) {
         m_message = *broken;
         return false;
     }
@@ -115,6 +165,8 @@ std::optional<Edit> Browser::takeOrder() {
     }
     m_writing = std::move(m_ordered);
     m_ordered.reset();
+    m_isCancelled = false;
+    m_isDropped = false;
     return m_writing->edit;
 }
 
@@ -123,6 +175,9 @@ void Browser::takePending() {
         const Keystroke key = m_pending.front();
         m_pending.pop_front();
         take(key);
+        if (m_dialog.isOpen() && m_dialog.isYes()) {
+            m_pending.clear();  // a yes is for a question that has been seen
+        }
     }
 }
 
@@ -134,12 +189,20 @@ void Browser::tellEnd(int code, const std::string& message) {
         code == 0 || (code < 0 && !staleness(m_contents.root(), undoing(work.edit)));
     if (isMade) {
         m_message = "done: " + work.edit.what;
+        if (m_isDropped) {
+            m_message += "; the keys typed meanwhile are dropped: others have changed the store";
+        }
         work.isUndo ? m_done.pop_back() : m_done.push_back(std::move(work.edit));
         takePending();
         return;
     }
     m_pending.clear();  // they were typed for what has not come to be
-    m_message = code < 0 ? "given up; nothing has been changed" : message;
+    m_message =
+        m_isCancelled && code < 0 ? kGivenUp
+        : code < 0
+            ? fmt::format(
+                  "the process that writes was ended by signal {}; nothing has been changed", -code)
+            : message;
     if (code != static_cast<int>(eExit::eNegative)) {
         return;
     }
@@ -151,7 +214,7 @@ void Browser::tellEnd(int code, const std::string& message) {
         }
         return;
     }
-    m_dialog.askYes(message + "; go on all the same?", [this, work, again] {
+    m_dialog.askYes(message, "; go on all the same?", [this, work, again] {
         order({*again, work.again, work.isUndo});
     });
     m_message.clear();

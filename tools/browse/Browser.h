@@ -24,7 +24,9 @@ public:
     Browser(std::string rootName, Path rootPath);
 
     // A text of the file. A malformed one changes nothing but what is said.
-    void show(const ConfigText& text, bool isMissing);
+    void show(const ConfigText& text);
+    // Why there is no such text of the file as it is now. Empty where there is.
+    void setTrouble(const std::string& trouble);
     void go(const Path& path) { m_contents.go({path, std::nullopt}); }
     void type(const Keystroke& key);
     void setHeight(std::size_t height);  // of the lists
@@ -35,6 +37,8 @@ public:
     // An edit that is to be made now; it is under way until its end is told. One after the other.
     std::optional<Edit> takeOrder();
     bool isWriting() const { return m_writing.has_value(); }
+    // What is told of the keys while an edit is under way.
+    std::string waitText() const;
     void tellWaiting(const std::string& message) { m_message = message; }
     // 0, or why nothing has been written: 1 when the store was not as expected any more. The text of
     // the file as it is now has to be shown before, with the changes of the edit.
@@ -47,6 +51,8 @@ public:
     const Contents& contents() const { return m_contents; }
     const Dialog& dialog() const { return m_dialog; }
     const std::string& message() const { return m_message; }
+    // Why what is shown is not what the file says now, as long as that is so.
+    const std::string& fault() const { return m_trouble.empty() ? m_malformed : m_trouble; }
     bool isHelpShown() const { return m_isHelpShown; }
     const std::string& rootName() const { return m_rootName; }
 
@@ -60,7 +66,9 @@ private:
     };
 
     void take(const Keystroke& key);
+    void takePasted(const Keystroke& key);
     void takePending();
+    void giveUp();
     bool takeMove(const Keystroke& key);
     bool takeSide(const Keystroke& key);
     bool takeEdit(const Keystroke& key);
@@ -84,16 +92,21 @@ private:
     void undo();
     void search();
     void searchNext(bool forward);
+    void tellFault();
     void tellChanged(const std::vector<Change>& others);
 
     // False when it is refused, which is said.
     bool order(Work work);
+    std::optional<std::string> refusalOf(const Work& work) const;
+    bool orderRenaming(Work work);
 
     const std::string m_rootName;
     const Path m_rootPath;
     Contents m_contents;
     Dialog m_dialog;
     std::string m_message;
+    std::string m_malformed;
+    std::string m_trouble;
     std::string m_searched;
     std::optional<Work> m_ordered;
     std::optional<Work> m_writing;
@@ -101,12 +114,14 @@ private:
     std::vector<Edit> m_done;
     std::optional<std::pair<Path, Value>> m_edited;  // the value whose data are being typed
     std::size_t m_height = 1;
-    std::string m_returning;  // what is added to the question before a deletion
+    std::string m_returning;  // what is said of what is deleted; empty where it does not come back
     bool m_isShown = false;
     bool m_isHelpShown = false;
     bool m_isOver = false;
     bool m_redraw = false;
     bool m_cancel = false;
+    bool m_isCancelled = false;  // the edit under way
+    bool m_isDropped = false;    // what was typed since it began
 };
 
 }  // namespace vqreg

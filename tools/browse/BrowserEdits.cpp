@@ -73,7 +73,7 @@ bool Browser::acceptData(const Path& path, const std::optional<Value>& before, V
     const Making again = [path, wanted](const Key& root) -> std::optional<Edit> {
         const auto now = valueAt(root, path, wanted.name);
         return now && now->sameData(wanted) ? std::nullopt
-                                            : std::optional(setValue(path, now, wanted));
+                                            : rebased(setValue(path, now, wanted), root);
     };
     return order({setValue(path, before, wanted), again});
 }
@@ -149,7 +149,7 @@ void Browser::renameValueOf(const Path& path, const Value& value) {
                 const auto now = valueAt(root, path, value.name);
                 return now ? std::optional(renameValue(path, *now, name)) : std::nullopt;
             };
-            return order({renameValue(path, value, name), again});
+            return orderRenaming({renameValue(path, value, name), again});
         });
 }
 
@@ -168,8 +168,19 @@ void Browser::renameKeyAt(const Path& path) {
             m_message = nameOfKey(path) + " is gone";
             return true;
         }
-        return order({*edit, again});
+        return orderRenaming({*edit, again});
     });
+}
+
+// The old name is deleted, which others undo without knowing it.
+bool Browser::orderRenaming(Work work) {
+    if (m_returning.empty() || refusalOf(work)) {
+        return order(std::move(work));
+    }
+    const std::string what = work.edit.what;
+    m_dialog.askYes("R" + what.substr(1), "? The old name" + m_returning,
+                    [this, work] { order(work); });
+    return true;
 }
 
 void Browser::remove() {
@@ -181,6 +192,7 @@ void Browser::remove() {
     }
     Making again;
     std::string what;
+    std::string more;
     if (value) {
         what = nameOfValue(path, value->name);
         again = [path, name = value->name](const Key& root) {
@@ -191,7 +203,7 @@ void Browser::remove() {
         const Count count = countBelow(m_contents.key());
         what = nameOfKey(path);
         if (count.keys + count.values > 0) {
-            what += " with " + countText(count) + " below it";
+            more = " with " + countText(count) + " below it";
         }
         again = [path](const Key& root) {
             const auto now = keyAt(root, path);
@@ -200,9 +212,10 @@ void Browser::remove() {
     }
     // What is shown now is what the question is about.
     const Edit edit = *again(m_contents.root());
-    m_dialog.askYes("Delete " + what + "?" + m_returning, [this, edit, again] {
-        order({edit, again});
-    });
+    m_dialog.askYes("Delete " + what, more + "?" + (m_returning.empty() ? "" : " It" + m_returning),
+                    [this, edit, again] {
+                        order({edit, again});
+                    });
 }
 
 void Browser::undo() {

@@ -22,13 +22,21 @@ struct Range {
 };
 
 // They change the direction of what follows or are not seen at all: a name could look like another.
-constexpr std::array<Range, 7> kUnseen = {{{0xAD, 0xAD},
-                                           {0x61C, 0x61C},
-                                           {0x200B, 0x200F},
-                                           {0x2028, 0x202E},
-                                           {0x2060, 0x206F},
-                                           {0xFEFF, 0xFEFF},
-                                           {0xE0000, 0xE0FFF}}};
+constexpr std::array<Range, 15> kUnseen = {{{0xAD, 0xAD},
+                                            {0x34F, 0x34F},
+                                            {0x61C, 0x61C},
+                                            {0x115F, 0x1160},
+                                            {0x17B4, 0x17B5},
+                                            {0x180B, 0x180F},
+                                            {0x200B, 0x200F},
+                                            {0x2028, 0x202E},
+                                            {0x2060, 0x206F},
+                                            {0x3164, 0x3164},
+                                            {0xFE00, 0xFE0F},
+                                            {0xFEFF, 0xFEFF},
+                                            {0xFFA0, 0xFFA0},
+                                            {0xFFF9, 0xFFFB},
+                                            {0xE0000, 0xE0FFF}}};
 
 bool isSeen(wchar_t character) {
     for (const Range& range : kUnseen) {
@@ -139,6 +147,23 @@ std::wstring fittedEnd(std::string_view text, int columns) {
             shown += glyph.shown;
         }
         used -= glyph.columns;
+    }
+    return shown;
+}
+
+std::wstring fittedMiddle(std::string_view text, int columns) {
+    const std::vector<Glyph> glyphs = glyphsOf(text);
+    int left = columnsOf(glyphs);
+    if (left <= columns) {
+        return fitted(text, columns);
+    }
+    const int end = columns / 2;
+    std::wstring shown = fitted(text, columns - end);
+    for (const Glyph& glyph : glyphs) {
+        if (left <= end) {
+            shown += glyph.shown;
+        }
+        left -= glyph.columns;
     }
     return shown;
 }

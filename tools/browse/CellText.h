@@ -25,8 +25,9 @@ int columnsOf(const std::vector<Glyph>& glyphs);
 
 // The text as it is shown, cut where it is wider, with a mark in the last column.
 std::wstring fitted(std::string_view text, int columns);
-// Likewise, cut at its beginning.
+// Likewise, cut at its beginning, and in its middle.
 std::wstring fittedEnd(std::string_view text, int columns);
+std::wstring fittedMiddle(std::string_view text, int columns);
 // Cut at its end, and with blanks up to that width.
 std::wstring padded(std::string_view text, int columns);
 

@@ -8,7 +8,8 @@
 namespace vqreg {
 
 std::vector<Change> Contents::replace(Key root, const std::vector<Change>& own) {
-    std::vector<Change> others = without(difference(m_tree.top(), root), own);
+    std::vector<Change> others = difference(m_tree.top(), root);
+    m_marks.remove(takeOwn(others, own));
     const Path here = path();
     const std::size_t row = m_values.chosen();
     const std::string name = row < m_list.size() ? m_list[row]->name : std::string();

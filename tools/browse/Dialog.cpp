@@ -5,19 +5,22 @@
 namespace vqreg {
 
 void Dialog::askText(const std::string& label, const std::string& text, Answer answer) {
-    m_question = Question{label, "", "", LineEdit(text), std::move(answer)};
+    m_question = Question{label, "", "", "", LineEdit(text), std::move(answer)};
 }
 
 void Dialog::askKey(const std::string& label, const std::string& answers, const std::string& keys,
                     Answer answer) {
-    m_question = Question{label, answers, keys, LineEdit(), std::move(answer)};
+    m_question = Question{label, "", answers, keys, LineEdit(), std::move(answer)};
 }
 
-void Dialog::askYes(const std::string& question, const std::function<void()>& yes) {
+void Dialog::askYes(const std::string& question, const std::string& rest,
+                    const std::function<void()>& yes) {
     askKey(question, " [y/N] ", "yY", [yes](const std::string&) {
         yes();
         return true;
     });
+    m_question->rest = rest;
+    m_question->isYes = true;
 }
 
 bool Dialog::take(const Keystroke& key) {

@@ -21,26 +21,34 @@ public:
     // `keys` are the letters of the answers, one of which `answer` gets as its text; `answers` tells them.
     void askKey(const std::string& label, const std::string& answers, const std::string& keys,
                 Answer answer);
-    // Everything but y is no.
-    void askYes(const std::string& question, const std::function<void()>& yes);
+    // Everything but y is no. The question may be long, because it has names in it; what comes behind it
+    // is to be seen all the same.
+    void askYes(const std::string& question, const std::string& rest,
+                const std::function<void()>& yes);
     void close() { m_question.reset(); }
 
     bool isOpen() const { return m_question.has_value(); }
     bool isText() const { return m_question && m_question->keys.empty(); }
+    bool isYes() const { return m_question && m_question->isYes; }
     const std::string& label() const { return m_question->label; }
+    const std::string& rest() const { return m_question->rest; }
     const std::string& answers() const { return m_question->answers; }
     const LineEdit& edit() const { return m_question->edit; }
 
     // True when it has been given up.
     bool take(const Keystroke& key);
+    // Of the text that is typed; false for what is no part of a text.
+    bool takePart(const Keystroke& key) { return m_question->edit.take(key); }
 
 private:
     struct Question {
         std::string label;
+        std::string rest;
         std::string answers;
         std::string keys;
         LineEdit edit;
         Answer answer;
+        bool isYes = false;
     };
 
     bool takeLetter(const Keystroke& key);

@@ -34,8 +34,9 @@ std::optional<Edit> rebased(const Edit& edit, const Key& root);
 // it would break, or a name that is taken already.
 std::optional<std::string> refusal(const std::string& rootName, const Key& root, const Edit& edit);
 
-// The first place that is not as the edit expects it, because somebody else has changed it, and how it
-// is now: 'the value "Http" of the key "Network/Ports" is "81" now'. None when all is as expected.
+// The first place that is not as the edit expects it, because somebody else has changed it, how it is
+// now, and how many more there are: 'the value "Http" of the key "Network/Ports" is "81" now, and 2
+// more'. None when all is as expected.
 std::optional<std::string> staleness(const Key& root, const Edit& edit);
 
 // "3 keys and 1 value"

@@ -6,6 +6,7 @@ namespace vqreg {
 
 enum class eKey {
     eText,      // a character; Ctrl with a letter is a character below blank
+    eByte,      // that is no character, or none of the user's encoding
     eFunction,  // F1 and so on
     eUp,
     eDown,
@@ -26,7 +27,8 @@ enum class eKey {
 struct Keystroke {
     eKey key = eKey::eOther;
     wchar_t character = 0;  // of a text
-    int number = 0;         // of a function key
+    int number = 0;         // of a function key, or the byte
+    bool isPasted = false;  // with other texts and with bytes; eOther stands for all else in it
 
     bool isText(wchar_t wanted) const { return key == eKey::eText && character == wanted; }
     bool isFunction(int wanted) const { return key == eKey::eFunction && number == wanted; }

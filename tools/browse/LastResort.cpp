@@ -1,6 +1,7 @@
 #include "tools/browse/LastResort.h"
 
 #include <curses.h>
+#include <poll.h>
 #include <term.h>
 #include <termios.h>
 #include <unistd.h>
@@ -8,6 +9,8 @@
 #include <array>
 #include <csignal>
 #include <cstddef>
+
+#include "tools/browse/TerminalType.h"
 
 namespace vqreg {
 
@@ -19,7 +22,15 @@ std::array<char, 512> g_farewell{};
 std::size_t g_size = 0;
 bool g_isRemembered = false;
 
-constexpr std::array<int, 6> kFaults = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGSYS};
+// All that end a process and can be caught, but for those of real time, which have no constant numbers.
+// The first four are blocked but while the picture is written.
+constexpr std::array<int, 20> kEndings = {
+    SIGTERM, SIGHUP,  SIGINT,  SIGQUIT, SIGSEGV, SIGBUS,    SIGFPE,  SIGILL, SIGABRT, SIGSYS,
+    SIGTRAP, SIGUSR1, SIGUSR2, SIGALRM, SIGPROF, SIGVTALRM, SIGXCPU, SIGIO,  SIGPWR,  SIGSTKFLT};
+
+// Also for what a stack that is full leads to.
+std::array<char, 64 * 1024> g_stack{};
+std::array<struct sigaction, _NSIG> g_before{};
 
 int keep(int byte) {
     if (g_size < g_farewell.size()) {
@@ -30,11 +41,47 @@ int keep(int byte) {
 
 void restore(int signal) {
     if (g_isRemembered) {
-        [[maybe_unused]] const ssize_t written = ::write(STDOUT_FILENO, g_farewell.data(), g_size);
+        // Where nobody takes what is written, that is thrown away to make room.
+        pollfd output{STDOUT_FILENO, POLLOUT, 0};
+        if (::poll(&output, 1, 0) == 0) {
+            ::tcflush(STDOUT_FILENO, TCOFLUSH);
+        }
+        if (::poll(&output, 1, 0) > 0) {
+            [[maybe_unused]] const ssize_t written =
+                ::write(STDOUT_FILENO, g_farewell.data(), g_size);
+        }
         ::tcsetattr(STDIN_FILENO, TCSANOW, &g_modes);
     }
     std::signal(signal, SIG_DFL);
     std::raise(signal);
+}
+
+// One that is ignored stays so.
+void catchOne(int signal) {
+    struct sigaction& before = g_before[static_cast<std::size_t>(signal)];
+    if (::sigaction(signal, nullptr, &before) != 0 || before.sa_handler == SIG_IGN) {
+        return;
+    }
+    struct sigaction action {};
+    action.sa_handler = restore;
+    action.sa_flags = SA_ONSTACK;
+    ::sigaction(signal, &action, nullptr);
+}
+
+void giveBackOne(int signal) {
+    struct sigaction present {};
+    if (::sigaction(signal, nullptr, &present) == 0 && present.sa_handler == restore) {
+        ::sigaction(signal, &g_before[static_cast<std::size_t>(signal)], nullptr);
+    }
+}
+
+void forEach(void (*what)(int signal)) {
+    for (const int signal : kEndings) {
+        what(signal);
+    }
+    for (int signal = SIGRTMIN; signal <= SIGRTMAX; ++signal) {
+        what(signal);
+    }
 }
 
 }  // namespace
@@ -48,17 +95,20 @@ void rememberTerminal() {
             ::tputs(text, 1, keep);
         }
     }
-    g_isRemembered = true;
-    for (const int fault : kFaults) {
-        std::signal(fault, restore);
+    for (const char letter : capability("BD")) {
+        keep(letter);  // pasted texts are not told any more
     }
+    g_isRemembered = true;
+    stack_t stack{};
+    stack.ss_sp = g_stack.data();
+    stack.ss_size = g_stack.size();
+    ::sigaltstack(&stack, nullptr);
+    forEach(catchOne);
 }
 
 void forgetTerminal() {
     g_isRemembered = false;
-    for (const int fault : kFaults) {
-        std::signal(fault, SIG_DFL);
-    }
+    forEach(giveBackOne);
 }
 
 }  // namespace vqreg

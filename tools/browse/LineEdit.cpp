@@ -9,7 +9,10 @@ namespace vqreg {
 bool LineEdit::take(const Keystroke& key) {
     switch (key.key) {
         case eKey::eText:
-            return key.character < L' ' ? takeControl(key.character) : insert(key.character);
+            return key.character < L' ' ? takeControl(key.character)
+                                        : insert(bytesOf(key.character));
+        case eKey::eByte:
+            return insert(std::string(1, static_cast<char>(key.number)));
         case eKey::eLeft:
             m_cursor = left();
             return true;
@@ -52,8 +55,7 @@ bool LineEdit::takeControl(wchar_t letter) {
     }
 }
 
-bool LineEdit::insert(wchar_t character) {
-    const std::string bytes = bytesOf(character);
+bool LineEdit::insert(const std::string& bytes) {
     m_text.insert(m_cursor, bytes);
     m_cursor += bytes.size();
     return !bytes.empty();

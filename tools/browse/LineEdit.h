@@ -8,7 +8,7 @@
 
 namespace vqreg {
 
-// Bytes that are no characters can be kept and removed; what is typed is characters.
+// What is typed is text; control characters can only be kept and removed.
 class LineEdit {
 public:
     explicit LineEdit(std::string text = {}) : m_text(std::move(text)), m_cursor(m_text.size()) {}
@@ -27,7 +27,7 @@ public:
 
 private:
     bool takeControl(wchar_t letter);
-    bool insert(wchar_t character);
+    bool insert(const std::string& bytes);
     void eraseTo(std::size_t other);
     std::size_t left() const;
     std::size_t right() const;

@@ -39,6 +39,12 @@ void checkStore(const StoreOptions& options, const std::string& key) {
     }
 }
 
+// "waiting for the lock of FILE, held by process 5 (x), for 2 s": the status line tells that, too, and
+// counts on.
+std::string withoutTime(const std::string& message) {
+    return message.substr(0, message.rfind(", for "));
+}
+
 }  // namespace
 
 Loop::Loop(const BrowseRequest& request, const Signals& signals)
@@ -91,7 +97,7 @@ std::optional<int> Loop::takeSignals(Screen& screen) {
         if (*signal == SIGTSTP) {
             screen.suspend();
         } else if (*signal == SIGCONT) {
-            screen.redraw();
+            screen.retake();
         } else {
             screen.resize();
         }
@@ -137,19 +143,27 @@ void Loop::takeEvents() {
 }
 
 void Loop::readFile(bool isSlowPoll) {
-    if (const auto text = m_follower.read(isSlowPoll)) {
-        m_browser.show(*text, m_follower.isMissing());
+    const auto text = m_follower.read(isSlowPoll);
+    if (text && !m_follower.isLost()) {
+        m_browser.show(*text);
     }
+    m_browser.setTrouble(m_follower.trouble());
 }
 
 void Loop::refreshStatus(bool isWanted) {
-    m_status.refresh(isWanted);
+    m_status.refresh(isWanted, m_writer.child());
     m_browser.setOpeners(m_status.openers());
 }
 
 void Loop::startWriter() {
-    if (const auto edit = m_browser.takeOrder()) {
+    const auto edit = m_browser.takeOrder();
+    if (!edit) {
+        return;
+    }
+    try {
         m_writer.start(m_request.store, *edit);
+    } catch (const CommandError& error) {
+        m_browser.tellEnd(static_cast<int>(error.code()), error.what());
     }
 }
 
@@ -158,16 +172,16 @@ void Loop::takeWriter() {
         return;
     }
     auto code = m_writer.take();
-    if (!code && !m_writer.message().empty()) {
+    if (!code && m_writer.hasSaidMore()) {
         // Its last words come just before its end: what is typed because of them is not for the wait.
         pollfd more{m_writer.fd(), POLLIN, 0};
         ::poll(&more, 1, kLastWords);
         code = m_writer.take();
+        if (!code) {
+            m_browser.tellWaiting(withoutTime(m_writer.message()));
+        }
     }
     if (!code) {
-        if (!m_writer.message().empty()) {
-            m_browser.tellWaiting(m_writer.message());
-        }
         return;
     }
     readFile(false);

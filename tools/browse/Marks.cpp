@@ -55,6 +55,24 @@ void Marks::add(const std::vector<Change>& changes) {
     }
 }
 
+void Marks::remove(const std::vector<Change>& own) {
+    for (const Change& change : own) {
+        const auto found = m_keys.find(foldedPath(change.path));
+        if (found == m_keys.end()) {
+            continue;
+        }
+        KeyMarks& marks = found->second;
+        if (!change.isOfKey()) {
+            marks.values.erase(folded(change.value().name));
+        } else if (change.kind == Change::eKind::eDeleted) {
+            marks = {};
+        }
+        if (!marks.isCreated && !marks.hasLost && marks.values.empty()) {
+            m_keys.erase(found);
+        }
+    }
+}
+
 char Marks::ofValue(const Path& path, const std::string& name) const {
     const auto key = m_keys.find(foldedPath(path));
     if (key == m_keys.end()) {
@@ -74,19 +92,23 @@ char Marks::ofKey(const Path& path) const {
     return isOwn && found->second.isCreated ? '+' : isOwn && found->second.hasLost ? '-' : '~';
 }
 
-std::vector<Change> without(std::vector<Change> changes, const std::vector<Change>& own) {
+std::vector<Change> takeOwn(std::vector<Change>& changes, const std::vector<Change>& own) {
     std::map<MarkedPlace, const Change*> places;
     for (const Change& change : own) {
         places[placeOf(change)] =
             &change;  // of a deletion and a creation the latter, which is the end
     }
-    if (!places.empty()) {
-        std::erase_if(changes, [&](const Change& change) {
-            const auto found = places.find(placeOf(change));
-            return found != places.end() && hasSameEnd(change, *found->second);
-        });
+    if (places.empty()) {
+        return {};
     }
-    return changes;
+    const auto first =
+        std::stable_partition(changes.begin(), changes.end(), [&](const Change& change) {
+            const auto found = places.find(placeOf(change));
+            return found == places.end() || !hasSameEnd(change, *found->second);
+        });
+    std::vector<Change> taken(first, changes.end());
+    changes.erase(first, changes.end());
+    return taken;
 }
 
 }  // namespace vqreg

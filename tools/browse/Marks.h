@@ -13,6 +13,8 @@ namespace vqreg {
 class Marks {
 public:
     void add(const std::vector<Change>& changes);
+    // What was changed by others before is one's own now.
+    void remove(const std::vector<Change>& own);
     void clear() { m_keys.clear(); }
     bool isEmpty() const { return m_keys.empty(); }
 
@@ -34,8 +36,8 @@ private:
     std::map<Path, KeyMarks> m_keys;  // by folded paths: what is below a key follows it
 };
 
-// The changes but for those that are in the other list.
-std::vector<Change> without(std::vector<Change> changes, const std::vector<Change>& own);
+// Leaves the changes that are not in the other list, and returns those that are.
+std::vector<Change> takeOwn(std::vector<Change>& changes, const std::vector<Change>& own);
 
 }  // namespace vqreg
 

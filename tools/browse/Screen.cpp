@@ -3,6 +3,7 @@
 #define NCURSES_NOMACROS  // which have the names of everybody's functions
 #include <curses.h>
 #include <sys/ioctl.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -64,67 +65,34 @@ Style styleOf(eLook look) {
     return {};
 }
 
-Keystroke specialKey(wint_t code) {
-    if (code > KEY_F0 && code <= KEY_F(63)) {
-        return {eKey::eFunction, 0, static_cast<int>(code - KEY_F0)};
-    }
-    switch (code) {
-        case KEY_UP:
-            return {eKey::eUp};
-        case KEY_DOWN:
-            return {eKey::eDown};
-        case KEY_LEFT:
-            return {eKey::eLeft};
-        case KEY_RIGHT:
-            return {eKey::eRight};
-        case KEY_PPAGE:
-            return {eKey::ePageUp};
-        case KEY_NPAGE:
-            return {eKey::ePageDown};
-        case KEY_HOME:
-            return {eKey::eHome};
-        case KEY_END:
-            return {eKey::eEnd};
-        case KEY_ENTER:
-            return {eKey::eEnter};
-        case KEY_BACKSPACE:
-            return {eKey::eBackspace};
-        case KEY_DC:
-            return {eKey::eDelete};
-        default:
-            return {};
-    }
+// Nobody is to be able to stop the screen with a key: the program would not end either.
+void passEveryKey() {
+    termios modes{};
+    ::tcgetattr(STDIN_FILENO, &modes);
+    modes.c_iflag &= ~static_cast<tcflag_t>(IXON);
+    ::tcsetattr(STDIN_FILENO, TCSADRAIN, &modes);
+    ::def_prog_mode();
 }
 
-Keystroke textKey(wint_t code) {
-    switch (code) {
-        case L'\r':
-        case L'\n':
-            return {eKey::eEnter};
-        case L'\t':
-            return {eKey::eTab};
-        case 0x1B:
-            return {eKey::eEscape};
-        case 0x08:
-        case 0x7F:
-            return {eKey::eBackspace};
-        default:
-            return {eKey::eText, static_cast<wchar_t>(code)};
+// Writing may take as long as the other end of a connection likes: while an object lives, what is blocked
+// otherwise ends the process.
+class Interruptible {
+public:
+    Interruptible() {
+        sigset_t endings;
+        sigemptyset(&endings);
+        for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
+            sigaddset(&endings, signal);
+        }
+        sigprocmask(SIG_UNBLOCK, &endings, &m_before);
     }
-}
+    ~Interruptible() { sigprocmask(SIG_SETMASK, &m_before, nullptr); }
+    Interruptible(const Interruptible&) = delete;
+    Interruptible& operator=(const Interruptible&) = delete;
 
-// What terminals send that do not take their orders about the keys of the cursor.
-void defineKeys() {
-    struct Sequence {
-        const char* text;
-        int code;
-    };
-    for (const Sequence& each : {Sequence{"\x1b[A", KEY_UP}, Sequence{"\x1b[B", KEY_DOWN},
-                                 Sequence{"\x1b[C", KEY_RIGHT}, Sequence{"\x1b[D", KEY_LEFT},
-                                 Sequence{"\x1b[H", KEY_HOME}, Sequence{"\x1b[F", KEY_END}}) {
-        ::define_key(each.text, each.code);
-    }
-}
+private:
+    sigset_t m_before{};
+};
 
 SCREEN* g_screen = nullptr;
 
@@ -142,17 +110,20 @@ Screen::Screen(bool isColored) {
     ::cbreak();
     ::noecho();
     ::nonl();
+    passEveryKey();
     ::keypad(stdscr, TRUE);
-    defineKeys();
+    m_keyboard.define();
     ::nodelay(stdscr, TRUE);
     ::intrflush(stdscr, FALSE);
     if (isColored && ::has_colors()) {
         startColors();
     }
     ::curs_set(0);
+    m_keyboard.tellPasted(true);
 }
 
 Screen::~Screen() {
+    m_keyboard.tellPasted(false);
     ::endwin();
     forgetTerminal();
     ::delscreen(g_screen);
@@ -185,17 +156,9 @@ void Screen::setCursor(int row, int column) {
 }
 
 void Screen::finish() {
+    const Interruptible writing;
     ::curs_set(m_hasCursor ? 1 : 0);
     ::refresh();
-}
-
-std::optional<Keystroke> Screen::read() {
-    wint_t code = 0;
-    const int kind = ::get_wch(&code);
-    if (kind == ERR) {
-        return std::nullopt;
-    }
-    return kind == KEY_CODE_YES ? specialKey(code) : textKey(code);
 }
 
 void Screen::resize() {
@@ -209,9 +172,18 @@ void Screen::redraw() {
     ::clearok(stdscr, TRUE);
 }
 
+void Screen::retake() {
+    if (!::isendwin()) {
+        ::endwin();  // so that the next picture begins with the modes
+    }
+    m_keyboard.tellPasted(true);
+    redraw();
+}
+
 // The signal is blocked while the screen lives, and stops the process only where a shell can let it go
 // on.
 void Screen::suspend() {
+    m_keyboard.tellPasted(false);
     ::endwin();
     std::signal(SIGTSTP, SIG_DFL);
     sigset_t stop;
@@ -221,7 +193,7 @@ void Screen::suspend() {
     sigprocmask(SIG_UNBLOCK, &stop, nullptr);  // here it stops
     sigprocmask(SIG_BLOCK, &stop, nullptr);
     resize();
-    redraw();
+    retake();
 }
 
 }  // namespace vqreg

@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-#include "tools/browse/Keystroke.h"
+#include "tools/browse/Keyboard.h"
 
 namespace vqreg {
 
@@ -44,13 +44,15 @@ public:
     void finish();
 
     // The next key that was typed; none when there is no more.
-    std::optional<Keystroke> read();
+    std::optional<Keystroke> read() { return m_keyboard.read(); }
 
     void resize();   // to the terminal's size
     void redraw();   // with everything, at the next picture
+    void retake();   // after a stop, in which others may have used the terminal
     void suspend();  // gives the terminal back, stops, and takes it again when it goes on
 
 private:
+    Keyboard m_keyboard;
     bool m_hasCursor = false;
 };
 

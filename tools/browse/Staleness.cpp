@@ -14,6 +14,25 @@ namespace {
 
 using eKind = Change::eKind;
 
+// The first one in words, and how many there are besides.
+class Differences {
+public:
+    // With so much more below it.
+    void add(const std::string& what, std::size_t below = 0) {
+        m_more += below + (m_first ? 1 : 0);
+        if (!m_first) {
+            m_first = what;
+        }
+    }
+    std::optional<std::string> text() const {
+        return m_more == 0 ? m_first : fmt::format("{}, and {} more", *m_first, m_more);
+    }
+
+private:
+    std::optional<std::string> m_first;
+    std::size_t m_more = 0;
+};
+
 // How the store is before an edit, at the places that the edit is about: by folded names, and the whole
 // of what is below a key that is to go.
 class Before {
@@ -29,27 +48,12 @@ public:
         }
     }
 
-    std::optional<std::string> firstDifference(const Key& root) const {
+    std::optional<std::string> differences(const Key& root) const {
+        Differences found;
         for (const auto& [path, place] : m_keys) {
-            if (const auto missing = missingHome(root, path, place)) {
-                return missing;
-            }
-            const Key* const key = findKey(root, path);
-            if (place.isKey && place.isThere != (key != nullptr)) {
-                return fmt::format("{} {}", nameOfKey(path), key ? "is there already" : "is gone");
-            }
-            for (const auto& [name, value] : place.values) {
-                if (auto difference = differenceOf(path, key, name, value)) {
-                    return difference;
-                }
-            }
-            if (place.isKey && place.isThere) {
-                if (auto more = firstUnknown(path, *key, place)) {
-                    return more;
-                }
-            }
+            find(root, path, place, found);
         }
-        return std::nullopt;
+        return found.text();
     }
 
 private:
@@ -70,6 +74,26 @@ private:
                 [](const auto& one, const auto& other) { return folded(one) < folded(other); });
         }
     };
+
+    void find(const Key& root, const Path& path, const Place& place, Differences& found) const {
+        if (const auto missing = missingHome(root, path, place)) {
+            found.add(*missing);
+            return;
+        }
+        const Key* const key = findKey(root, path);
+        if (place.isKey && place.isThere != (key != nullptr)) {
+            found.add(fmt::format("{} {}", nameOfKey(path), key ? "is there already" : "is gone"));
+            return;
+        }
+        for (const auto& [name, value] : place.values) {
+            if (const auto difference = differenceOf(path, key, name, value)) {
+                found.add(*difference);
+            }
+        }
+        if (place.isKey && place.isThere) {
+            findUnknown(path, *key, place, found);
+        }
+    }
 
     // What is created needs a key that is there, or is created with it.
     std::optional<std::string> missingHome(const Key& root, const Path& path,
@@ -114,21 +138,21 @@ private:
         return fmt::format("{} is {} {} now", what, typeName(now.type), shown(dataText(now)));
     }
 
-    std::optional<std::string> firstUnknown(const Path& path, const Key& key,
-                                            const Place& place) const {
+    void findUnknown(const Path& path, const Key& key, const Place& place,
+                     Differences& found) const {
         for (const auto& [name, value] : key.values) {
             if (!place.values.contains(name)) {
-                return nameOfValue(path, value.name) + " is there now";
+                found.add(nameOfValue(path, value.name) + " is there now");
             }
         }
         for (const auto& each : key.keys) {
             const Path below = joined(path, {each.second.name});
             const auto known = m_keys.find(below);
             if (known == m_keys.end() || !known->second.isKey) {
-                return nameOfKey(below) + " is there now";
+                const Count count = countBelow(each.second);
+                found.add(nameOfKey(below) + " is there now", count.keys + count.values);
             }
         }
-        return std::nullopt;
     }
 
     std::map<Path, Place, Less> m_keys;
@@ -137,7 +161,7 @@ private:
 }  // namespace
 
 std::optional<std::string> staleness(const Key& root, const Edit& edit) {
-    return Before(edit).firstDifference(root);
+    return Before(edit).differences(root);
 }
 
 }  // namespace vqreg

@@ -13,10 +13,11 @@ constexpr int kShareOfLooking = 20;  // the looking takes one of so many parts o
 
 }  // namespace
 
-void Status::refresh(bool isWanted) {
+void Status::refresh(bool isWanted, pid_t writer) {
     const Clock::time_point now = Clock::now();
     if (isWanted || now >= m_nextLook) {
-        const Openers openers = processesWith(m_file);
+        Openers openers = processesWith(m_file);
+        std::erase_if(openers.processes, [&](const OpenIn& each) { return each.pid == writer; });
         const bool hasAny = !openers.processes.empty() || openers.hidden > 0;
         m_allOpeners = openers.text();
         m_openers = hasAny ? m_allOpeners : std::string();

@@ -2,6 +2,8 @@
 #ifndef TOOLS_BROWSE_STATUS_H
 #define TOOLS_BROWSE_STATUS_H
 
+#include <sys/types.h>
+
 #include <chrono>
 #include <string>
 
@@ -13,7 +15,8 @@ class Status {
 public:
     explicit Status(std::string file) : m_file(std::move(file)) {}
 
-    void refresh(bool isWanted);
+    // But for a process that writes for this one; 0 for none.
+    void refresh(bool isWanted, pid_t writer);
     const std::string& file() const { return m_file; }
     const std::string& text() const { return m_text; }
     // Empty for none.

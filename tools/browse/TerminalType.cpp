@@ -37,6 +37,14 @@ void checkTerminal() {
     }
 }
 
+std::string capability(const char* name) {
+    // Not every version of curses takes the name of something that is not changed.
+    std::string copy = name;
+    const char* const text = ::tigetstr(copy.data());
+    const bool isThere = text && text != reinterpret_cast<const char*>(-1);
+    return isThere ? std::string(text) : std::string();
+}
+
 void forgetTerminalType() {
     ::del_curterm(cur_term);
 }

@@ -4,8 +4,8 @@
 
 #include <algorithm>
 #include <array>
-#include <cwchar>
 
+#include "tools/browse/Bottom.h"
 #include "tools/browse/CellText.h"
 #include "tools/vqreg/text/DataText.h"
 #include "tools/vqreg/text/Path.h"
@@ -18,9 +18,6 @@ constexpr int kFewestRows = 8;
 constexpr int kFewestColumns = 40;
 constexpr int kLinesBesides = 4;  // path above; status, message and keys below
 constexpr int kTypeWidth = 8;
-
-constexpr const char* kHints =
-    "?:help  /:search  Enter:edit  a:add  K:key  r:rename  d:delete  u:undo  q:end";
 
 constexpr std::array<const char*, 17> kHelp = {
     "Keys on the left, values of the chosen key on the right.",
@@ -137,7 +134,8 @@ std::string countOf(const Contents& contents) {
 void drawTitle(Screen& screen, const Browser& browser) {
     const std::string count = countOf(browser.contents());
     const int width = screen.columns() - static_cast<int>(count.size()) - 2;
-    screen.put(0, 0, padded("[" + placeText(browser) + "]", width), eLook::eTitle);
+    // Of a long path the end is seen, which tells where one is.
+    screen.put(0, 0, L"[" + fittedEnd(placeText(browser), width - 2) + L"]", eLook::eTitle);
     screen.put(0, width + 1, fitted(count, static_cast<int>(count.size())));
 }
 
@@ -148,63 +146,6 @@ void drawHelp(Screen& screen, const Layout& layout) {
             screen.put(line++, 0, fitted(text, screen.columns()));
         }
     }
-}
-
-// Of a long path the end is seen, so that the rest is, too.
-void drawStatus(Screen& screen, const Status& status) {
-    constexpr int kShortestPath = 20;
-    const int columns = screen.columns();
-    const int others = columnsOf(glyphsOf(status.text(), columns));
-    const std::wstring file = fittedEnd(status.file(), std::max(kShortestPath, columns - others));
-    const int used = ::wcswidth(file.c_str(), file.size());
-    screen.put(screen.rows() - 3, 0, file, eLook::eStatus);
-    screen.put(screen.rows() - 3, used, padded(status.text(), columns - used), eLook::eStatus);
-}
-
-// A long one begins on the line above. What may be answered is always seen.
-void drawQuestion(Screen& screen, const Dialog& dialog) {
-    const int columns = screen.columns();
-    const int row = screen.rows() - 2;
-    const int answersWidth = static_cast<int>(dialog.answers().size());
-    std::wstring text = fitted(dialog.label(), 2 * columns - answersWidth - 2);
-    text += fitted(dialog.answers(), answersWidth);
-    if (::wcswidth(text.c_str(), text.size()) >= columns) {
-        std::size_t split = 0;
-        for (; ::wcswidth(text.c_str(), split + 1) <= columns;) {
-            ++split;
-        }
-        screen.put(row - 1, 0, std::wstring(static_cast<std::size_t>(columns), L' '));
-        screen.put(row - 1, 0, text.substr(0, split), eLook::eTitle);
-        text.erase(0, split);
-    }
-    screen.put(row, 0, text, eLook::eTitle);
-    screen.setCursor(row, ::wcswidth(text.c_str(), text.size()));
-}
-
-// The line of the question or the message, and the last one: keys, or what is wrong with an answer.
-void drawBottom(Screen& screen, const Browser& browser) {
-    const int row = screen.rows() - 2;
-    const int columns = screen.columns();
-    const Dialog& dialog = browser.dialog();
-    if (!dialog.isOpen()) {
-        screen.put(row, 0, fitted(browser.message(), columns), eLook::eMessage);
-        screen.put(row + 1, 0, fitted(kHints, columns));
-        return;
-    }
-    const std::string& told = browser.message();
-    const char* const keys = dialog.isText() ? "Enter accepts, Esc gives up" : "Esc gives up";
-    screen.put(row + 1, 0, fitted(told.empty() ? keys : told, columns),
-               told.empty() ? eLook::ePlain : eLook::eMessage);
-    if (!dialog.isText()) {
-        drawQuestion(screen, dialog);
-        return;
-    }
-    const std::wstring label = fitted(dialog.label(), columns / 2);
-    const int at = std::max(0, ::wcswidth(label.c_str(), label.size()));
-    screen.put(row, 0, label, eLook::eTitle);
-    const LineEdit::Part part = dialog.edit().part(columns - at);
-    screen.put(row, at, part.shown);
-    screen.setCursor(row, at + part.cursor);
 }
 
 }  // namespace
@@ -231,8 +172,7 @@ void draw(Screen& screen, const Browser& browser, const Status& status) {
         drawKeys(screen, browser.contents(), layout);
         drawValues(screen, browser.contents(), layout);
     }
-    drawStatus(screen, status);
-    drawBottom(screen, browser);
+    drawBottom(screen, browser, status);
     screen.finish();
 }
 

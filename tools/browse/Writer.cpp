@@ -3,6 +3,7 @@
 #include <VQRegLib.h>
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -12,6 +13,7 @@
 #include <cstring>
 #include <exception>
 
+#include "tools/browse/LastResort.h"
 #include "tools/vqreg/base/ExitCode.h"
 #include "tools/vqreg/base/FileIdentity.h"
 #include "tools/vqreg/store/StoreSession.h"
@@ -32,6 +34,14 @@ void checkIsAsExpected(const StoreOptions& options, const Edit& edit) {
     }
 }
 
+// From here on, what gives the edit up would leave half of a file beside the store's.
+void keepWriting() {
+    sigset_t end;
+    sigemptyset(&end);
+    sigaddset(&end, SIGTERM);
+    sigprocmask(SIG_BLOCK, &end, nullptr);
+}
+
 // What takes long is done before the lock is taken, and need not be done again where the file is the
 // same one still.
 void write(const StoreOptions& options, const Edit& edit) {
@@ -39,6 +49,7 @@ void write(const StoreOptions& options, const Edit& edit) {
     const auto seen = FileIdentity::of(storeFile(options));
     checkIsAsExpected(options, edit);
     session.begin();
+    keepWriting();
     if (FileIdentity::of(storeFile(options)) != seen) {
         checkIsAsExpected(options, edit);
     }
@@ -61,8 +72,10 @@ int written(const StoreOptions& options, const Edit& edit) {
     return static_cast<int>(eExit::eUnavailable);
 }
 
-// What is typed is for the screen's process; stopped with it, the child would keep the lock.
-void leaveTerminal(int messages) {
+// What is typed is for the screen's process; stopped with it, the child would keep the lock. It ends with
+// it, too: nobody would know of what it writes.
+void leaveTerminal(int messages, pid_t parent) {
+    forgetTerminal();
     for (const int signal : {SIGINT, SIGQUIT, SIGHUP, SIGTSTP}) {
         std::signal(signal, SIG_IGN);
     }
@@ -70,6 +83,10 @@ void leaveTerminal(int messages) {
     sigset_t none;
     sigemptyset(&none);
     sigprocmask(SIG_SETMASK, &none, nullptr);
+    ::prctl(PR_SET_PDEATHSIG, SIGTERM);
+    if (::getppid() != parent) {
+        ::_exit(static_cast<int>(eExit::eUnavailable));
+    }
     const int nowhere = ::open("/dev/null", O_RDWR | O_CLOEXEC);
     ::dup2(nowhere, STDIN_FILENO);
     ::dup2(nowhere, STDOUT_FILENO);
@@ -94,27 +111,32 @@ void Writer::start(const StoreOptions& options, const Edit& edit) {
     const FileHandle messages(ends[1]);
     m_said.clear();
     m_message.clear();
+    const pid_t parent = ::getpid();
     const pid_t child = ::fork();
     if (child < 0) {
-        throw unavailable(fmt::format("a process: {}", std::strerror(errno)));
+        const int reason = errno;
+        m_messages.reset();
+        throw unavailable(fmt::format("a process: {}", std::strerror(reason)));
     }
     if (child == 0) {
-        leaveTerminal(messages.get());
+        leaveTerminal(messages.get(), parent);
         ::_exit(written(options, edit));
     }
     m_child = child;
 }
 
 std::optional<int> Writer::take() {
+    const std::size_t before = m_said.size();
     std::array<char, 4096> bytes{};
     ssize_t size = 0;
     while ((size = ::read(fd(), bytes.data(), bytes.size())) > 0) {
         m_said.append(bytes.data(), static_cast<std::size_t>(size));
     }
+    m_hasSaidMore = m_said.size() > before;
     const std::size_t end = m_said.find_last_of('\n');
     if (end != std::string::npos) {
-        const std::size_t before = end == 0 ? std::string::npos : m_said.rfind('\n', end - 1);
-        m_message = m_said.substr(before + 1, end - before - 1);
+        const std::size_t last = end == 0 ? std::string::npos : m_said.rfind('\n', end - 1);
+        m_message = m_said.substr(last + 1, end - last - 1);
         if (m_message.starts_with("vqreg: ")) {
             m_message.erase(0, 7);
         }
@@ -127,7 +149,7 @@ std::optional<int> Writer::take() {
     }
     m_child = 0;
     m_messages.reset();
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
 }
 
 void Writer::cancel() const {

@@ -31,19 +31,23 @@ public:
         return m_messages ? m_messages->get() : -1;
     }  // readable when there is something to take
 
-    // Takes what the child says, "waiting for the lock of ..."; the exit code once it has ended, -1 for
-    // one that was ended.
+    pid_t child() const { return m_child; }  // 0 for none
+
+    // Takes what the child says, "waiting for the lock of ..."; the exit code once it has ended, the
+    // negated number of the signal for one that was ended.
     std::optional<int> take();
+    bool hasSaidMore() const { return m_hasSaidMore; }  // at the last take
     // The last line that was said.
     const std::string& message() const { return m_message; }
 
-    void cancel() const;  // while it waits for the lock
+    void cancel() const;  // ends it while it waits for the lock, and not in the middle of writing
 
 private:
     pid_t m_child = 0;
     std::optional<FileHandle> m_messages;
     std::string m_said;
     std::string m_message;
+    bool m_hasSaidMore = false;
 };
 
 }  // namespace vqreg

@@ -19,19 +19,24 @@ public:
 
     // The text as it is now; none when it is the one of before. Where the file is missing, it may be
     // just being replaced: only if it still is at the next slow poll does that count as empty. A slow
-    // poll reads only a file that is another one, or has been written to.
+    // poll reads only a file that is another one, has been written to or could not be read. Nobody is waited
+    // for.
     std::optional<ConfigText> read(bool isSlowPoll);
 
     // Whether the last text was none at all: the file is missing or empty, which nobody wants.
     bool isLost() const { return m_text && m_text->empty(); }
 
-    // Whether the text that was read last is that of a file at all.
-    bool isMissing() const { return m_wasMissing; }
+    // Why the text that was read last is not that of the file as it is now: "the file is missing". Empty
+    // where it is.
+    std::string trouble() const;
 
 private:
+    bool isReadable(bool isThere);
+
     const std::string m_file;
     std::optional<FileIdentity> m_identity;
     std::optional<std::string> m_text;
+    std::string m_trouble;
     bool m_wasMissing = false;
 };
 
