@@ -29,7 +29,7 @@ constexpr std::array<int, 20> kEndings = {
     SIGTRAP, SIGUSR1, SIGUSR2, SIGALRM, SIGPROF, SIGVTALRM, SIGXCPU, SIGIO,  SIGPWR,  SIGSTKFLT};
 
 // Also for what a stack that is full leads to.
-std::array<char, 64 * 1024> g_stack{};
+std::array<char, 65536> g_stack{};
 std::array<struct sigaction, _NSIG> g_before{};
 
 int keep(int byte) {
