@@ -1,13 +1,21 @@
 // Programs that have a store open, and what they bring back.
+#include <sched.h>
+#include <sys/ipc.h>
+#include <sys/shm.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <fstream>
 #include <future>
 #include <nlohmann/json.hpp>
+#include <sstream>
+#include <string>
 
 #include "support/Agent.h"
+#include "support/ForkedChild.h"
 #include "support/OtherUser.h"
 #include "support/Wait.h"
 #include "tools/TerminalProcess.h"
@@ -24,6 +32,40 @@ const std::string kText =
     "[Velquist]\n[Velquist/Net]\n\"Name\"=string:eth0\n\"Port\"=dword:00000050\n";
 
 using Clock = std::chrono::steady_clock;
+
+// The segment of System V memory that a process maps; -1 for none.
+int segmentOf(pid_t pid) {
+    std::ifstream maps("/proc/" + std::to_string(pid) + "/maps");
+    for (std::string line; std::getline(maps, line);) {
+        if (line.find("/SYSV") != std::string::npos) {
+            std::istringstream fields(line);
+            std::string range, access, offset, device;
+            int number = -1;
+            fields >> range >> access >> offset >> device >> number;
+            return number;
+        }
+    }
+    return -1;
+}
+
+// In a new namespace. A number is a place, and how often the places have been gone through.
+bool attachSegmentOfNumber(int number) {
+    constexpr int kPlaces = 32768;
+    constexpr int kAttempts = 1000;
+    for (int place = 0; place < number % kPlaces; ++place) {
+        if (::shmget(IPC_PRIVATE, 1, IPC_CREAT | 0600) < 0) {
+            return false;
+        }
+    }
+    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+        const int made = ::shmget(IPC_PRIVATE, 1, IPC_CREAT | 0600);
+        if (made == number) {
+            return ::shmat(made, nullptr, 0) != reinterpret_cast<void*>(-1);
+        }
+        ::shmctl(made, IPC_RMID, nullptr);
+    }
+    return false;
+}
 
 }  // namespace
 
@@ -91,6 +133,32 @@ TEST_F(OpenStore, IsToldByInfo) {
     agent.waitExit();
     EXPECT_NE(run({"info"}).out.find("\nopen in        no process in sight\n"), std::string::npos);
     EXPECT_TRUE(nlohmann::json::parse(run({"info", "--json"}).out)["openIn"].empty());
+}
+
+// The segments of another IPC namespace, a container's for example, have the same numbers.
+TEST_F(OpenStore, IsNotTheSegmentOfTheSameNumberElsewhere) {
+    const int number = segmentOf(agent.pid());
+    ASSERT_GE(number, 0);
+    std::array<int, 2> ends{};
+    ASSERT_EQ(::pipe(ends.data()), 0);
+    vqtest::ForkedChild elsewhere([&] {
+        if (::unshare(CLONE_NEWIPC) != 0 || !attachSegmentOfNumber(number)) {
+            return 1;
+        }
+        (void)!::write(ends[1], "r", 1);
+        ::pause();
+        return 0;
+    });
+    ::close(ends[1]);
+    char byte = 0;
+    ASSERT_EQ(::read(ends[0], &byte, 1), 1) << "there is no such segment";
+    ::close(ends[0]);
+    EXPECT_EQ(segmentOf(elsewhere.pid()), number);
+    const std::string out = run({"info"}).out;
+    EXPECT_NE(out.find("\nopen in        " + std::to_string(agent.pid()) + " (agent)\n"),
+              std::string::npos)
+        << out;
+    elsewhere.kill();
 }
 
 // Every program looks into the default store once, for the level of its trace.

@@ -34,6 +34,15 @@ struct Mapping {
 
 using Wanted = std::function<bool(const Mapping&)>;
 
+// Numbers of segments mean something within one IPC namespace: in each the first one is 0.
+bool isInThisIpcNamespace(const std::string& process) {
+    struct stat own {};
+    struct stat its {};
+    return ::stat("/proc/self/ns/ipc", &own) == 0 &&
+           ::stat((process + "/ns/ipc").c_str(), &its) == 0 && own.st_dev == its.st_dev &&
+           own.st_ino == its.st_ino;
+}
+
 // `part` is in the line of every mapping that can be wanted, which most of what a process maps is not.
 std::size_t countMapped(const std::string& process, const std::string& part,
                         const Wanted& isWanted) {
@@ -59,7 +68,10 @@ struct Mappers {
     std::size_t mappings = 0;       // with those of this one
 };
 
-Mappers processesThatMap(const std::string& part, const Wanted& isWanted) {
+using Sought = std::function<bool(const std::string& process)>;
+
+Mappers processesThatMap(const std::string& part, const Wanted& isWanted,
+                         const Sought& isSought = nullptr) {
     Mappers found;
     std::error_code error;
     const std::filesystem::directory_iterator end;
@@ -69,9 +81,13 @@ Mappers processesThatMap(const std::string& part, const Wanted& isWanted) {
         pid_t pid = 0;
         const auto [stop, fault] = std::from_chars(name.data(), name.data() + name.size(), pid);
         const bool isProcess = fault == std::errc() && stop == name.data() + name.size();
-        const std::size_t count = isProcess ? countMapped(at->path().string(), part, isWanted) : 0;
+        const std::string process = at->path().string();
+        const std::size_t count = isProcess ? countMapped(process, part, isWanted) : 0;
+        if (count == 0 || (isSought && !isSought(process))) {
+            continue;
+        }
         found.mappings += count;
-        if (count > 0 && pid != ::getpid()) {
+        if (pid != ::getpid()) {
             found.processes.push_back({pid, programOf(pid)});
         }
     }
@@ -119,7 +135,8 @@ Openers processesWith(const std::string& file) {
     }
     const std::size_t before = attachments(*segment);
     const Mappers found = processesThatMap(
-        "/SYSV", [&](const Mapping& mapping) { return mapping.number == *segment; });
+        "/SYSV", [&](const Mapping& mapping) { return mapping.number == *segment; },
+        isInThisIpcNamespace);
     // Who comes or goes meanwhile is not hidden.
     const std::size_t all = std::min(before, attachments(*segment));
     return {found.processes, all - std::min(all, found.mappings)};
