@@ -30,7 +30,7 @@
  * **What others delete** stays in the memory of a process that has read it, and readable there, until that
  * process deletes it or ends; its next change of anything writes it again. A key that others have made a
  * value is out of reach for paths and open keys at once; where that is the root key or one above it, all
- * operations return #VQREG_E_INVALID_HANDLE.
+ * operations on keys and values return #VQREG_E_INVALID_HANDLE.
  *
  * **Threads.** Any number of threads may use one store, and one key of it. vqreg_close(),
  * vqreg_close_key() and vqreg_watch_close() need all others to be done with the object; a watch belongs

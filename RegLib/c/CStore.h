@@ -68,6 +68,9 @@ public:
 
 private:
     bool isRootGone();
+    [[nodiscard]] int openOrMake(std::string_view path, bool create,
+                                 std::shared_ptr<CSharedKey>& key);
+    [[nodiscard]] int removeEmpty(std::string_view path);
     [[nodiscard]] bool isStorable(std::string_view path) const;
     [[nodiscard]] int openEach(std::string_view path, bool create,
                                std::shared_ptr<CSharedKey>& key);

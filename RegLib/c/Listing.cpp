@@ -7,11 +7,11 @@
 #include <cstring>
 #include <new>
 
-#include "RegLib/base/CritSecGuard.h"
 #include "RegLib/base/Folding.h"
 #include "RegLib/c/CStore.h"
 #include "RegLib/c/Guarded.h"
 #include "RegLib/c/ReadValue.h"
+#include "RegLib/session/SessionLock.h"
 #include "RegLib/store/RegLibAccess.h"
 #include "RegLib/store/Store.h"
 
@@ -28,7 +28,10 @@ int nameAt(CRegLib& session, CRegKey& key, eListed what, int index, std::string&
 }  // namespace
 
 int listNames(CRegLib& session, CRegKey& key, eListed what, std::vector<std::string>& names) {
-    const CCritSecGuard guard(CRegLibAccess::store(session)->m_critSec, __LINE__);
+    const CSessionGuard guard(*CRegLibAccess::store(session), __LINE__);
+    if (!guard.isEntered()) {
+        return REGLIB_E_FAIL;
+    }
     names.clear();
     std::string name;
     for (int index = 0;; ++index) {

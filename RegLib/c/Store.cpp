@@ -4,10 +4,10 @@
 // be named by its path in every call, and what the file could not give back is refused.
 #include <new>
 
-#include "RegLib/base/CritSecGuard.h"
 #include "RegLib/c/CStore.h"
 #include "RegLib/c/Guarded.h"
 #include "RegLib/file/FileStore.h"
+#include "RegLib/session/SessionLock.h"
 #include "RegLib/store/RegLibAccess.h"
 #include "RegLib/text/KeyPath.h"
 #include "RegLib/text/Storable.h"
@@ -36,7 +36,10 @@ bool CStoreOfC::isStorable(std::string_view path) const {
 // store is open. Nobody deletes a key of them meanwhile: the handle of one that has gone would stand for the
 // top of the file.
 int CStoreOfC::openEach(std::string_view path, bool create, std::shared_ptr<CSharedKey>& key) {
-    const CCritSecGuard guard(CRegLibAccess::store(m_session)->m_critSec, __LINE__);
+    const CSessionGuard guard(*CRegLibAccess::store(m_session), __LINE__);
+    if (!guard.isEntered()) {
+        return VQREG_E_FAIL;
+    }
     std::shared_ptr<CSharedKey> above;
     CKeyPath names(path);
     for (std::string_view name; names.next(name);) {
@@ -53,8 +56,17 @@ int CStoreOfC::openEach(std::string_view path, bool create, std::shared_ptr<CSha
     return VQREG_OK;
 }
 
-// What exists is opened whatever it is called: files hold such keys. What is missing is made in one write.
 int CStoreOfC::open(std::string_view path, bool create, std::shared_ptr<CSharedKey>& key) {
+    const int result = openOrMake(path, create, key);
+    if (!isRootGone()) {
+        return result;
+    }
+    key.reset();
+    return VQREG_E_INVALID_HANDLE;
+}
+
+// What exists is opened whatever it is called: files hold such keys. What is missing is made in one write.
+int CStoreOfC::openOrMake(std::string_view path, bool create, std::shared_ptr<CSharedKey>& key) {
     const int found = openEach(path, false, key);
     if (found != REGLIB_E_KEY_NOT_FOUND || !create) {
         return found;
@@ -80,7 +92,21 @@ int CStoreOfC::open(std::string_view path, bool create, std::shared_ptr<CSharedK
 }
 
 int CStoreOfC::remove(std::string_view path) {
-    const CCritSecGuard guard(CRegLibAccess::store(m_session)->m_critSec, __LINE__);
+    const CSessionGuard guard(*CRegLibAccess::store(m_session), __LINE__);
+    if (!guard.isEntered()) {
+        return VQREG_E_FAIL;
+    }
+    const int result = removeEmpty(path);
+    if (isRootGone()) {
+        return VQREG_E_INVALID_HANDLE;
+    }
+    if (result >= 0) {
+        m_keys.drop(path);
+    }
+    return result;
+}
+
+int CStoreOfC::removeEmpty(std::string_view path) {
     const std::size_t slash = path.find_last_of("/\\");
     std::shared_ptr<CSharedKey> above;
     if (slash != std::string_view::npos) {
@@ -90,18 +116,15 @@ int CStoreOfC::remove(std::string_view path) {
         }
     }
     const std::string name(path.substr(slash + 1));  // all of a path without a slash
-    const int result = ofChange(
+    return ofChange(
         m_session.VQRegDeleteKey(above ? above->get() : *m_session.RootKey(), name.c_str()));
-    if (result >= 0) {
-        m_keys.drop(path);
-    }
-    return result;
 }
 
+// Where the lock cannot be waited for, what the operation has returned says so.
 bool CStoreOfC::isGone(const CRegKey& key) {
     CRegLibImpl* const store = CRegLibAccess::store(m_session);
-    const CCritSecGuard guard(store->m_critSec, __LINE__);
-    return store->isGone(key);
+    const CSessionGuard guard(*store, __LINE__);
+    return guard.isEntered() && store->isGone(key);
 }
 
 bool CStoreOfC::isRootGone() {

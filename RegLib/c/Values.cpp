@@ -2,10 +2,10 @@
 // to one function of a session and a key.
 #include <cstring>
 
-#include "RegLib/base/CritSecGuard.h"
 #include "RegLib/c/CStore.h"
 #include "RegLib/c/Guarded.h"
 #include "RegLib/c/ReadValue.h"
+#include "RegLib/session/SessionLock.h"
 #include "RegLib/store/RegLibAccess.h"
 #include "RegLib/store/Store.h"
 #include "RegLib/text/Storable.h"
@@ -92,7 +92,10 @@ struct CDelete {
     // Asks first: a value that was there and is "not found" could not be taken out of the file. No other
     // thread deletes it meanwhile.
     int operator()(CRegLib& session, CRegKey& key) const {
-        const CCritSecGuard guard(CRegLibAccess::store(session)->m_critSec, __LINE__);
+        const CSessionGuard guard(*CRegLibAccess::store(session), __LINE__);
+        if (!guard.isEntered()) {
+            return VQREG_E_FAIL;
+        }
         CRegLib::eDataType type = CRegLib::eNone;
         const int found = session.VQRegQueryValueType(key, name, type);
         return found < 0 ? found : ofChange(session.VQRegDeleteValue(key, name));

@@ -18,6 +18,7 @@
 #include "RegLib/base/Guarded.h"
 #include "RegLib/instance/Directory.h"
 #include "RegLib/instance/Notifier.h"
+#include "RegLib/session/SessionLock.h"
 #include "RegLib/text/KeyPath.h"
 #include "RegLib/trace/Trace.h"
 #include "VQRegLib.h"
@@ -28,38 +29,6 @@
 namespace VQRegLib {
 
 namespace {
-
-constexpr int kEnteringNaps = 200;
-constexpr unsigned long kEnteringNapMilliseconds = 1;
-
-// A thread that has an update on the same file through another store must not wait for the session
-// lock without end: its holder may be waiting for that update.
-// Not checked, as the next one is not: what enters only perhaps is checked where it is called.
-bool enterDuringUpdates(CRegLibImpl& store, int location)
-    TRY_ACQUIRE(true, store.m_critSec) NO_THREAD_SAFETY_ANALYSIS {
-    if (!store.isUpdatedElsewhere()) {
-        store.m_critSec.enter(location);
-        return true;
-    }
-    const CNoCancellation noCancellation;
-    for (int nap = 0; nap < kEnteringNaps; ++nap) {
-        if (store.m_critSec.tryEnter(location)) {
-            return true;
-        }
-        CPortable::Sleep(kEnteringNapMilliseconds);
-    }
-    return false;
-}
-
-// Enters the store's session lock.
-inline bool enter(CRegLibImpl& store, int location)
-    TRY_ACQUIRE(true, store.m_critSec) NO_THREAD_SAFETY_ANALYSIS {
-    if (CRegLibImpl::m_openUpdates.load(std::memory_order_relaxed) != 0) [[unlikely]] {
-        return enterDuringUpdates(store, location);
-    }
-    store.m_critSec.enter(location);
-    return true;
-}
 
 // Calls one operation of the store under its session lock, if there is a store and the caller gave
 // every text and pointer that the operation needs. No guard holds the lock: when a VQException
@@ -75,7 +44,7 @@ template <typename Operation>
     if (!argumentsGiven || !CRegLibImplDirectory::isUsable()) {
         return REGLIB_E_FAIL;
     }
-    if (!enter(*store, location)) [[unlikely]] {
+    if (!enterSession(*store, location)) [[unlikely]] {
         return REGLIB_E_FAIL;
     }
     const int result = guarded([&] { return operation(*store); });

@@ -30,7 +30,7 @@ public:
         std::error_code error;
         open(file, root, error);
         if (error) {
-            const bool isOfRoot = error == errc::not_storable && root.c_str();
+            const bool isOfRoot = error == errc::not_storable && file.is_whole() && root.c_str();
             detail::fail(error.value(), isOfRoot ? root.c_str() : "", {},
                          m_core ? m_core->why() : std::string());
         }

@@ -60,6 +60,14 @@ TEST_F(CFailures, ARootKeyThatOthersHaveMadeAValueIsToldByEveryCall) {
     EXPECT_EQ(vqreg_set_dword(below, "K", "V", 1), VQREG_E_INVALID_HANDLE);
     EXPECT_EQ(vqreg_has_key(below, "K"), VQREG_E_INVALID_HANDLE);
     EXPECT_EQ(vqreg_create_key(below, "New"), VQREG_E_INVALID_HANDLE);
+    EXPECT_EQ(vqreg_delete_key(below, "K"), VQREG_E_INVALID_HANDLE);
+    EXPECT_EQ(vqreg_delete_key(below, "None"), VQREG_E_INVALID_HANDLE);
+    EXPECT_EQ(vqreg_delete_value(below, "K", "V"), VQREG_E_INVALID_HANDLE);
+    vqreg_key* key = nullptr;
+    EXPECT_EQ(vqreg_open_key(below, "K", 0, &key), VQREG_E_INVALID_HANDLE);
+    EXPECT_EQ(key, nullptr);
+    EXPECT_EQ(vqreg_open_key(below, "New", 1, &key), VQREG_E_INVALID_HANDLE);
+    EXPECT_EQ(key, nullptr);
     EXPECT_EQ(file.read(), "[A]\n\"B\"=dword:00000001\n[Velquist]\n");
     vqreg_close(above);
     vqreg_close(below);

@@ -4,10 +4,22 @@
 #include <algorithm>
 #include <atomic>
 #include <thread>
+#include <vector>
 
 #include "c/CStoreFixture.h"
+#include "support/Handlers.h"
+#include "support/Wait.h"
 
 using CThreads = vqtest::CStoreTest;
+
+namespace {
+
+int ignoreValue(void* /*context*/, const char* /*name*/, vqreg_type /*type*/, const void* /*data*/,
+                size_t /*size*/) {
+    return 0;
+}
+
+}  // namespace
 
 // Keys come and go under the handles that belong to their paths.
 TEST_F(CThreads, UseTheSamePathsWhileTheKeyIsDeletedAndMade) {
@@ -118,4 +130,45 @@ TEST_F(CThreads, AListHasWhatIsThereAllTheTime) {
     isOver = true;
     changing.join();
     EXPECT_EQ(lacking, 0);
+}
+
+// The other thread holds the session lock of the other store, and waits for the update to end.
+TEST_F(CThreads, WithAnUpdateAreRefusedInAnotherStoreOfTheFileAndHangInNone) {
+    vqreg_store* const other = vqreg_open(file.path().c_str(), "Other", nullptr);
+    ASSERT_NE(other, nullptr);
+    ASSERT_EQ(vqreg_set_dword(other, "K", "V", 1), VQREG_OK);
+    vqreg_key* key = nullptr;
+    ASSERT_EQ(vqreg_open_key(other, "K", 0, &key), VQREG_OK);
+    ASSERT_EQ(vqreg_begin_update(store), VQREG_OK);
+    std::atomic<bool> hasBegun{false};
+    int ofOther = VQREG_E_FAIL;
+    std::thread thread([&] {
+        hasBegun = true;
+        ofOther = vqreg_set_dword(other, "K", "V", 2);
+    });
+    int looks = 0;
+    EXPECT_TRUE(vqtest::waitUntil([&] {
+        const std::vector<vqtest::ThreadInfo> all = vqtest::threads();
+        const auto awake = std::count_if(all.begin(), all.end(),
+                                         [](const auto& each) { return each.state != 'S'; });
+        looks = hasBegun && awake <= 1 ? looks + 1 : 0;
+        return looks == 5;
+    }));
+    ::alarm(60);  // instead of a wait without end
+    EXPECT_EQ(vqreg_set_dword(other, "K", "V", 3), VQREG_E_FAIL);
+    EXPECT_EQ(vqreg_key_set_dword(key, "V", 3), VQREG_E_FAIL);
+    EXPECT_EQ(vqreg_delete_value(other, "K", "V"), VQREG_E_FAIL);
+    EXPECT_EQ(vqreg_key_delete_value(key, "V"), VQREG_E_FAIL);
+    EXPECT_EQ(vqreg_create_key(other, "New/Key"), VQREG_E_FAIL);
+    EXPECT_EQ(vqreg_delete_key(other, "K"), VQREG_E_FAIL);
+    EXPECT_EQ(vqreg_visit_values(other, "K", ignoreValue, nullptr), VQREG_E_FAIL);
+    EXPECT_EQ(vqreg_end_update(store), VQREG_OK);
+    thread.join();
+    ::alarm(0);
+    EXPECT_EQ(ofOther, VQREG_OK);
+    std::uint32_t number = 0;
+    EXPECT_EQ(vqreg_get_dword(other, "K", "V", &number), VQREG_OK);
+    EXPECT_EQ(number, 2u);
+    vqreg_close_key(key);
+    vqreg_close(other);
 }

@@ -74,6 +74,7 @@ TEST_F(StoreLoss, OfTheRootKeyIsToldByEveryOperation) {
     EXPECT_EQ(other.wait(), 0);
     EXPECT_EQ(thrown([&] { below.key("K"); }), kGone);
     EXPECT_EQ(thrown([&] { below.create("New"); }), kGone);
+    EXPECT_EQ(thrown([&] { below.remove("K"); }), kGone);
     EXPECT_EQ(thrown([&] { below.root(); }), kGone);
     vqreg::Update update(below);
     update.set("K", "V", 1);

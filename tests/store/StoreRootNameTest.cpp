@@ -43,6 +43,8 @@ TEST_F(StoreRootName, AndAPathOfAFileThatHoldANulAreRefused) {
     EXPECT_EQ(thrown([&] { vqreg::Store{cut}; }), vqreg::errc::not_storable);
     EXPECT_EQ(textOf([&] { vqreg::Store{cut}; }),
               "the file cannot give back such a name or such data: the path or name holds a NUL");
+    EXPECT_EQ(textOf([&] { vqreg::Store(cut, "Good"); }),
+              "the file cannot give back such a name or such data: the path or name holds a NUL");
     std::error_code error;
     EXPECT_FALSE(vqreg::Store(cut, nullptr, error));
     EXPECT_EQ(error, vqreg::errc::not_storable);
