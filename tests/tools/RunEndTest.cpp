@@ -130,7 +130,8 @@ TEST_F(RunEnd, EndsWithItsTerminal) {
     const pid_t program = std::stoi(process.expect("\n"));
     process.hangUp();
     ASSERT_TRUE(vqtest::waitUntil([&] { return ::kill(program, 0) != 0; }));
-    EXPECT_EQ(vqtest::waitForProcess(process.pid()), 128 + SIGHUP);
+    ASSERT_TRUE(process.endsUnread());
+    EXPECT_EQ(process.status(), 128 + SIGHUP);
 }
 
 TEST_F(RunEnd, WhatIsStoppedEndsWithTheCommand) {
