@@ -20,7 +20,7 @@ class RunEnd : public vqtest::RunStore {};
 }  // namespace
 
 TEST_F(RunEnd, WhatDoesNotEndIsKilledAfterTheGrace) {
-    VqregProcess process(service({"--restart", "--grace", "0.3"},
+    VqregProcess process(service({"--restart", "--grace", "1.5"},
                                  "trap 'echo ignored' TERM; echo start $PORT\n"
                                  "while :; do sleep 0.02; done"));
     EXPECT_EQ(process.line(), "start 80");
@@ -31,7 +31,7 @@ TEST_F(RunEnd, WhatDoesNotEndIsKilledAfterTheGrace) {
     EXPECT_EQ(process.finish(),
               (CommandResult{-SIGKILL, "",
                              "vqreg: \"Port\" has changed; /bin/sh is started again\n"
-                             "vqreg: /bin/sh has not ended 0.3 s after SIGTERM, and is killed\n"}));
+                             "vqreg: /bin/sh has not ended 1.5 s after SIGTERM, and is killed\n"}));
 }
 
 TEST_F(RunEnd, WhatIsStoppedEndsToo) {

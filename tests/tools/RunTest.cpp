@@ -171,7 +171,7 @@ TEST_F(Run, SendsTheSignalForEachChange) {
 // Before it has said what it does with a signal, most signals are its end.
 TEST_F(Run, LetsAProgramStartBeforeItIsSentASignal) {
     VqregProcess process(service({"--signal", "HUP"},
-                                 "echo start; sleep 0.3; trap 'echo hup' HUP\n"
+                                 "echo start; sleep 0.1; trap 'echo hup' HUP\n"
                                  "while :; do sleep 0.02; done"));
     EXPECT_EQ(process.line(), "start");
     change({"set", "App", "Port", "81"});
