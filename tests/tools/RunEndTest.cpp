@@ -20,7 +20,7 @@ class RunEnd : public vqtest::RunStore {};
 }  // namespace
 
 TEST_F(RunEnd, WhatDoesNotEndIsKilledAfterTheGrace) {
-    VqregProcess process(service({"--restart", "--grace", "0.3"},
+    VqregProcess process(service({"--restart", "--grace", "1.5"},
                                  "trap 'echo ignored' TERM; echo start $PORT\n"
                                  "while :; do sleep 0.02; done"));
     EXPECT_EQ(process.line(), "start 80");
@@ -31,7 +31,7 @@ TEST_F(RunEnd, WhatDoesNotEndIsKilledAfterTheGrace) {
     EXPECT_EQ(process.finish(),
               (CommandResult{-SIGKILL, "",
                              "vqreg: \"Port\" has changed; /bin/sh is started again\n"
-                             "vqreg: /bin/sh has not ended 0.3 s after SIGTERM, and is killed\n"}));
+                             "vqreg: /bin/sh has not ended 1.5 s after SIGTERM, and is killed\n"}));
 }
 
 TEST_F(RunEnd, WhatIsStoppedEndsToo) {
@@ -130,7 +130,8 @@ TEST_F(RunEnd, EndsWithItsTerminal) {
     const pid_t program = std::stoi(process.expect("\n"));
     process.hangUp();
     ASSERT_TRUE(vqtest::waitUntil([&] { return ::kill(program, 0) != 0; }));
-    EXPECT_EQ(vqtest::waitForProcess(process.pid()), 128 + SIGHUP);
+    ASSERT_TRUE(process.endsUnread());
+    EXPECT_EQ(process.status(), 128 + SIGHUP);
 }
 
 TEST_F(RunEnd, WhatIsStoppedEndsWithTheCommand) {

@@ -171,7 +171,7 @@ TEST_F(Run, SendsTheSignalForEachChange) {
 // Before it has said what it does with a signal, most signals are its end.
 TEST_F(Run, LetsAProgramStartBeforeItIsSentASignal) {
     VqregProcess process(service({"--signal", "HUP"},
-                                 "echo start; sleep 0.3; trap 'echo hup' HUP\n"
+                                 "echo start; sleep 0.1; trap 'echo hup' HUP\n"
                                  "while :; do sleep 0.02; done"));
     EXPECT_EQ(process.line(), "start");
     change({"set", "App", "Port", "81"});
@@ -195,6 +195,7 @@ TEST_F(Run, NothingHappensWhenTheValuesStayWhatTheyAre) {
     makeLarge();
     VqregProcess process(service({"--signal", "HUP"}));
     EXPECT_EQ(process.line(), "start 80");
+    andSeenBy(process.pid(), [] {});  // it might be sent the signal at once from here on
     change({"set", "App", "Port", "80"});
     change({"notify"});
     andReadBy(process.pid(), [&] { change({"set", "Other", "Port", "1"}); });
@@ -204,6 +205,10 @@ TEST_F(Run, NothingHappensWhenTheValuesStayWhatTheyAre) {
         std::string text = file.read();
         replace(text.replace(text.find("\"Port\"=dword:00000050"), 6, "\"PORT\""));
     });
+    // A signal for one of these would come first.
+    andSeenBy(process.pid(), [] {});
+    process.signal(SIGUSR1);
+    EXPECT_EQ(process.line(), "usr1");
     change({"set", "App", "Port", "81"});
     EXPECT_EQ(process.line(), "hup");
     process.signal(SIGTERM);
