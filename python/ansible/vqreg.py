@@ -126,6 +126,7 @@ from ansible.module_utils.basic import AnsibleModule, missing_required_lib
 
 try:
     import vqreg
+    from vqreg.check import check_root
 except ImportError:
     IMPORT_FAILURE = traceback.format_exc()
 else:
@@ -276,6 +277,8 @@ def make(file, options, check_mode):
 def make_without_a_store(options):
     """What would happen in a store that is missing, or has no root key, and is not to be made for that."""
     path, name = options["key"], options["name"]
+    if options["root"] is not None:
+        check_root(options["root"])
     changed, after = options["state"] == "present", None
     if changed and name is not None:
         after = wanted(options["value"], options["type"], None)

@@ -194,14 +194,40 @@ def test_change_wakes_handlers(path: pathlib.Path) -> None:
         assert handler.value("K", "Message") == "second"
 
 
+def options(path: pathlib.Path, **given: object) -> dict[str, object]:
+    """What the module has after Ansible has looked at its arguments."""
+    return {"key": "K", "name": "n", "value": 1, "type": None, "state": "present", "recursive": False,
+            "file": str(path), "root": None, **given}
+
+
+@pytest.mark.parametrize("state", ["present", "absent"])
+@pytest.mark.parametrize("root", ["a]b", "", "/", "/a", "a//b", "<root>", "a\0b", "x" * 2046],
+                         ids=lambda text: ascii(text)[:20])
+def test_root_key_that_cannot_be_is_refused_in_check_mode_too(path: pathlib.Path, root: str,
+                                                              state: str) -> None:
+    with pytest.raises(ValueError) as really:
+        vqreg.Store(path, root=root)
+    path.write_text("[Velquist]\n")
+    for check in (True, False):
+        with pytest.raises(ValueError) as caught:
+            loaded().run(options(path, root=root, state=state), check)
+        assert str(caught.value) == str(really.value)
+    assert path.read_text() == "[Velquist]\n"
+
+
+@pytest.mark.parametrize("root", ["a/b", "a\\b", "x" * 2000], ids=lambda text: ascii(text)[:20])
+def test_root_key_may_be_any_other(path: pathlib.Path, root: str) -> None:
+    for check in (True, False):
+        assert loaded().run(options(path, root=root), check)["changed"] is True
+    assert loaded().run(options(path, root=root), True)["changed"] is False
+
+
 def test_change_is_in_the_file_when_handlers_are_told(path: pathlib.Path,
                                                       monkeypatch: pytest.MonkeyPatch) -> None:
     told: list[str] = []
     monkeypatch.setattr(vqreg.Store, "notify", lambda store: told.append(path.read_text()))
-    options: dict[str, object] = {"key": "K", "name": "n", "value": 1, "type": None, "state": "present",
-                                  "recursive": False, "file": str(path), "root": None}
     for check in (True, False, False):
-        loaded().run(options, check)
+        loaded().run(options(path), check)
     assert told == ['[Velquist]\n[Velquist/K]\n"n"=dword:00000001\n']
 
 
