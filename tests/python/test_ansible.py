@@ -148,7 +148,7 @@ def test_file_without_the_root_key_is_left_as_it_is_when_nothing_changes(path: p
                                                                          root: str | None) -> None:
     path.write_text(text)
     given = {"file": str(path), "key": "K", "name": "n", **({"root": root} if root else {})}
-    for check in (True, False):
+    for check in (True, False) if text else (True,):  # an empty one is opened, for who has it open may have more
         assert call(check, state="absent", **given)["changed"] is False
         assert path.read_text() == text
     answer = call(True, value=1, **given)
@@ -220,6 +220,16 @@ def test_root_key_may_be_any_other(path: pathlib.Path, root: str) -> None:
     for check in (True, False):
         assert loaded().run(options(path, root=root), check)["changed"] is True
     assert loaded().run(options(path, root=root), True)["changed"] is False
+
+
+@pytest.mark.parametrize("state", ["present", "absent"])
+def test_store_that_others_have_open_is_asked_though_its_file_was_emptied(path: pathlib.Path,
+                                                                          state: str) -> None:
+    with vqreg.Store(path) as store:
+        store["K", "n"] = 1
+        path.write_text("")
+        assert loaded().run(options(path, state=state), False)["changed"] is (state == "absent")
+        assert (("K", "n") in store) is (state == "present")
 
 
 def test_change_is_in_the_file_when_handlers_are_told(path: pathlib.Path,
