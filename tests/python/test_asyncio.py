@@ -131,7 +131,8 @@ def test_async_for_waits_while_the_directory_is_away(path: pathlib.Path) -> None
     async def main() -> vqreg.Change:
         with away(path) as (watch, bring_back):
             task = asyncio.create_task(watch.__anext__())
-            await asyncio.sleep(0.05)
+            while not watch._tasks and not task.done():  # until it waits
+                await asyncio.sleep(0)
             bring_back()
             return await asyncio.wait_for(task, PATIENCE / 2)
 
