@@ -59,7 +59,9 @@ options:
 attributes:
   check_mode:
     support: full
-    description: Tells what would be changed. A store or root key that is missing is not made.
+    description:
+      - Tells what would be changed. A store or root key that is missing is not made.
+      - An empty file counts as one without values, though programs that have the store open may have some.
   diff_mode:
     support: full
     description: Shows the value, or the key with everything below it, before and after.
@@ -126,6 +128,7 @@ from ansible.module_utils.basic import AnsibleModule, missing_required_lib
 
 try:
     import vqreg
+    from vqreg.check import check_root
 except ImportError:
     IMPORT_FAILURE = traceback.format_exc()
 else:
@@ -276,6 +279,8 @@ def make(file, options, check_mode):
 def make_without_a_store(options):
     """What would happen in a store that is missing, or has no root key, and is not to be made for that."""
     path, name = options["key"], options["name"]
+    if options["root"] is not None:
+        check_root(options["root"])
     changed, after = options["state"] == "present", None
     if changed and name is not None:
         after = wanted(options["value"], options["type"], None)
@@ -294,16 +299,26 @@ def has_root(file, root):
     return any((key.lower() + b"/").startswith(wanted) for key in keys)
 
 
+def can_be_opened(file, options, check_mode):
+    """Whether the opening of the store makes nothing that the task does not ask for."""
+    if options["state"] == "present" and not check_mode:
+        return True
+    if not os.path.exists(file):
+        return False
+    # An empty file says nothing about a store that others have open: its values are still there.
+    was_emptied = os.path.getsize(file) == 0
+    return has_root(file, options["root"]) or (was_emptied and not check_mode)
+
+
 def run(options, check_mode):
     file = vqreg.which(options["file"])
     reason = vqreg.why(options["file"])
     if reason:
         raise ValueError(reason)
-    may_be_made = options["state"] == "present" and not check_mode
-    if not may_be_made and not (os.path.exists(file) and has_root(file, options["root"])):
-        result = make_without_a_store(options)
-    else:
+    if can_be_opened(file, options, check_mode):
         result = make(options["file"], options, check_mode)
+    else:
+        result = make_without_a_store(options)
     return {"file": file, **result}
 
 

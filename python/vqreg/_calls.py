@@ -15,7 +15,11 @@ from .errors import failure
 
 @contextmanager
 def lock(handle: _c.StoreHandle) -> Iterator[None]:
-    """An update of the library. It ends in any case, also when the store is closed meanwhile."""
+    """An update of the library. It ends in any case, also when the store is closed meanwhile.
+
+    After an exception that comes between this and the block itself, it ends as soon as the exception is
+    forgotten, whose traceback keeps it.
+    """
     begun: list[int] = []
     try:
         begun.extend(map(_c.library.vqreg_begin_update, (handle,)))

@@ -24,8 +24,9 @@ def check_for(store: _c.StoreHandle | None, path: str, name: str | None, value: 
         raise NotStorableError(_c.E_NOT_STORABLE, f"{what}: {values.decoded(reason)}")
 
 
-def check_root(name: bytes) -> None:
+def check_root(root: str) -> None:
     """The same for the name of a root key."""
+    name = values.named("a key name", root)
     if not name:
         raise NotStorableError(_c.E_NOT_STORABLE, "the root key: a key name must not be empty")
     reason = _fault(None, b"/" + name)

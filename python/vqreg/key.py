@@ -21,7 +21,9 @@ class Key(MutableMapping[str, Value]):
 
     def __init__(self, store: Store, path: str) -> None:
         self._store = store
-        self.path = values.checked("a path", path).removeprefix("/")
+        values.checked("a path", path)
+        # The library takes one away, too: of two the second one would be lost, and another key be meant.
+        self.path = path if path.startswith("//") else path.removeprefix("/")
 
     def __getitem__(self, name: str) -> Value:
         return self._store[self.path, name]

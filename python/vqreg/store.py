@@ -44,8 +44,8 @@ class Store:
         result = ctypes.c_int()
         handle: _c.StoreHandle = _c.library.vqreg_open(path, name, ctypes.byref(result))
         if not handle:
-            if result.value == _c.E_NOT_STORABLE and name is not None:
-                check_root(name)  # says why
+            if result.value == _c.E_NOT_STORABLE and root is not None:
+                check_root(root)  # says why
             raise failure(result.value, "", path)
         self._handle = handle
 

@@ -153,12 +153,13 @@ class Watch:
         # A loop has one reader for a descriptor, and others may wait for the same changes.
         own = os.dup(_descriptor(handle))
         self._tasks.add(news)
+        # asyncio.wait_for would lose a cancellation that comes together with news.
+        end = loop.call_later(seconds, news.set)
         try:
             loop.add_reader(own, news.set)
-            await asyncio.wait_for(news.wait(), seconds)
-        except asyncio.TimeoutError:
-            pass
+            await news.wait()
         finally:
+            end.cancel()
             self._tasks.discard(news)
             loop.remove_reader(own)
             os.close(own)

@@ -55,12 +55,14 @@ wheel() {
     needs wheel python3-wheel
     work=$(mktemp -d "$(dirname "$library")/wheel-XXXXXX")
     trap 'rm -rf "$work"' EXIT
-    CC=false CXX=false "$project/scripts/wheel" "$work" >"$work/log" 2>&1 || fail "$(cat "$work/log")"
+    CC=false CXX=false env -u SOURCE_DATE_EPOCH "$project/scripts/wheel" "$work" >"$work/log" 2>&1 ||
+        fail "$(cat "$work/log")"
     local file=$work/vqreg-$VQREG_VERSION-py3-none-any.whl
     [ -e "$file" ] || fail "there is no ${file##*/}: $(ls "$work")"
     # Who builds it does not matter, and the time is that of the last change.
     local time
-    if time=$(git -C "$project" log -1 --format=%ct 2>/dev/null); then
+    # Without .git of its own, the sources may lie in a repository of something else.
+    if [ -e "$project/.git" ] && time=$(git -C "$project" log -1 --format=%ct 2>/dev/null); then
         (umask 077 && SOURCE_DATE_EPOCH=$time "$project/scripts/wheel" "$work/again" >"$work/log" 2>&1) ||
             fail "$(cat "$work/log")"
         cmp "$file" "$work/again/${file##*/}" || fail "the wheel is another one each time"

@@ -148,7 +148,7 @@ def test_file_without_the_root_key_is_left_as_it_is_when_nothing_changes(path: p
                                                                          root: str | None) -> None:
     path.write_text(text)
     given = {"file": str(path), "key": "K", "name": "n", **({"root": root} if root else {})}
-    for check in (True, False):
+    for check in (True, False) if text else (True,):  # an empty one is opened, for who has it open may have more
         assert call(check, state="absent", **given)["changed"] is False
         assert path.read_text() == text
     answer = call(True, value=1, **given)
@@ -194,14 +194,50 @@ def test_change_wakes_handlers(path: pathlib.Path) -> None:
         assert handler.value("K", "Message") == "second"
 
 
+def options(path: pathlib.Path, **given: object) -> dict[str, object]:
+    """What the module has after Ansible has looked at its arguments."""
+    return {"key": "K", "name": "n", "value": 1, "type": None, "state": "present", "recursive": False,
+            "file": str(path), "root": None, **given}
+
+
+@pytest.mark.parametrize("state", ["present", "absent"])
+@pytest.mark.parametrize("root", ["a]b", "", "/", "/a", "a//b", "<root>", "a\0b", "x" * 2046],
+                         ids=lambda text: ascii(text)[:20])
+def test_root_key_that_cannot_be_is_refused_in_check_mode_too(path: pathlib.Path, root: str,
+                                                              state: str) -> None:
+    with pytest.raises(ValueError) as really:
+        vqreg.Store(path, root=root)
+    path.write_text("[Velquist]\n")
+    for check in (True, False):
+        with pytest.raises(ValueError) as caught:
+            loaded().run(options(path, root=root, state=state), check)
+        assert str(caught.value) == str(really.value)
+    assert path.read_text() == "[Velquist]\n"
+
+
+@pytest.mark.parametrize("root", ["a/b", "a\\b", "x" * 2000], ids=lambda text: ascii(text)[:20])
+def test_root_key_may_be_any_other(path: pathlib.Path, root: str) -> None:
+    for check in (True, False):
+        assert loaded().run(options(path, root=root), check)["changed"] is True
+    assert loaded().run(options(path, root=root), True)["changed"] is False
+
+
+@pytest.mark.parametrize("state", ["present", "absent"])
+def test_store_that_others_have_open_is_asked_though_its_file_was_emptied(path: pathlib.Path,
+                                                                          state: str) -> None:
+    with vqreg.Store(path) as store:
+        store["K", "n"] = 1
+        path.write_text("")
+        assert loaded().run(options(path, state=state), False)["changed"] is (state == "absent")
+        assert (("K", "n") in store) is (state == "present")
+
+
 def test_change_is_in_the_file_when_handlers_are_told(path: pathlib.Path,
                                                       monkeypatch: pytest.MonkeyPatch) -> None:
     told: list[str] = []
     monkeypatch.setattr(vqreg.Store, "notify", lambda store: told.append(path.read_text()))
-    options: dict[str, object] = {"key": "K", "name": "n", "value": 1, "type": None, "state": "present",
-                                  "recursive": False, "file": str(path), "root": None}
     for check in (True, False, False):
-        loaded().run(options, check)
+        loaded().run(options(path), check)
     assert told == ['[Velquist]\n[Velquist/K]\n"n"=dword:00000001\n']
 
 

@@ -89,6 +89,29 @@ def test_task_that_waits_can_be_cancelled(store: vqreg.Store) -> None:
     asyncio.run(main())
 
 
+def test_task_that_is_woken_can_be_cancelled(store: vqreg.Store) -> None:
+    async def main() -> None:
+        watch = store.watch("K")
+        tasks: list[asyncio.Task[None]] = []
+
+        async def follow() -> None:
+            async for _ in watch:
+                for task in tasks:
+                    if task is not asyncio.current_task():
+                        task.cancel()
+                return
+
+        tasks += [asyncio.create_task(follow()) for _ in range(2)]
+        await asyncio.sleep(0)
+        store.create("K")
+        _, pending = await asyncio.wait(tasks, timeout=PATIENCE / 2)
+        for task in pending:
+            task.cancel()
+        assert not pending and sum(task.cancelled() for task in tasks) == 1
+
+    asyncio.run(main())
+
+
 def test_reader_of_a_loop_is_told(store: vqreg.Store) -> None:
     async def main() -> vqreg.Change | None:
         watch = store.watch("K")
@@ -108,7 +131,8 @@ def test_async_for_waits_while_the_directory_is_away(path: pathlib.Path) -> None
     async def main() -> vqreg.Change:
         with away(path) as (watch, bring_back):
             task = asyncio.create_task(watch.__anext__())
-            await asyncio.sleep(0.05)
+            while not watch._tasks and not task.done():  # until it waits
+                await asyncio.sleep(0)
             bring_back()
             return await asyncio.wait_for(task, PATIENCE / 2)
 

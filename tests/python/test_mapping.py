@@ -125,6 +125,24 @@ def test_path_may_begin_with_a_slash(store: vqreg.Store) -> None:
     assert "/A/B" in store and "/A\\B" in store and "//A" not in store
 
 
+@pytest.mark.parametrize("given", ["//", "//A", "///A"])
+def test_path_may_not_begin_with_two_slashes(store: vqreg.Store, path: pathlib.Path, given: str) -> None:
+    store["", "n"] = 1
+    store["A", "n"] = 1
+    before = path.read_bytes()
+    key = store.key(given)
+    assert not key.exists() and dict(key) == {} and key.subkeys() == []
+    key.clear()
+    with pytest.raises(vqreg.NotFoundError):
+        list(store.walk(given))
+    for recursive in (False, True):
+        with pytest.raises(vqreg.NotFoundError):
+            store.delete(given, recursive)
+    with pytest.raises(vqreg.NotStorableError, match="must not be empty"):
+        key["n"] = 2
+    assert path.read_bytes() == before
+
+
 def test_walk_goes_as_deep_as_a_path_may(store: vqreg.Store) -> None:
     names = ["x"] * 1000
     store.create("/".join(names))

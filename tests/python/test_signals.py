@@ -53,7 +53,7 @@ def test_of_an_alarm_leave_all_of_a_change_or_nothing(
         work = prepare(store)
         begun = time.monotonic()
         try:
-            alarm(took * i / ROUNDS + 0.000001 if took else PATIENCE)
+            alarm(took * (i - 1) / ROUNDS + 0.000001 if took else PATIENCE)
             work()
             took = took or time.monotonic() - begun
             alarm(0.000001)

@@ -4,13 +4,25 @@ import pathlib
 import select
 import threading
 import time
-from collections.abc import Callable
+from collections.abc import Callable, Iterator
+from contextlib import contextmanager
 
 import pytest
 import vqreg
 from support import PATIENCE, away, in_child, is_asleep, run, start, wait_for
 
 SET = "vqreg.Store(sys.argv[1])['Network/Ports', 'Http'] = int(sys.argv[2])"
+
+
+@contextmanager
+def taken_meanwhile(watch: vqreg.Watch) -> Iterator[list[vqreg.Change]]:
+    """What the watch gives to a thread that waits for it when the block begins."""
+    changes: list[vqreg.Change] = []
+    thread = threading.Thread(target=lambda: changes.append(next(watch)), daemon=True)
+    thread.start()
+    wait_for(lambda: is_asleep(thread))
+    yield changes
+    thread.join(PATIENCE / 2)
 
 
 def test_tells_path_name_before_and_after(store: vqreg.Store, path: pathlib.Path) -> None:
@@ -98,31 +110,25 @@ def test_waits_while_the_file_is_malformed(store: vqreg.Store, path: pathlib.Pat
     path.write_text("[Velquist]\nnonsense\n")
     with pytest.raises(vqreg.MalformedError, match=f"{path}:2:1: "):
         watch.poll()
-    mender = threading.Timer(0.05, path.write_text,
-                             ['[Velquist]\n[Velquist/K]\n"n"=dword:00000002\n'])
-    mender.start()
-    assert next(watch) == ("K", "n", 1, 2, True)
-    mender.join()
+    with taken_meanwhile(watch) as changes:
+        path.write_text('[Velquist]\n[Velquist/K]\n"n"=dword:00000002\n')
+    assert changes == [("K", "n", 1, 2, True)]
 
 
 def test_waits_while_the_directory_is_away(path: pathlib.Path) -> None:
     with away(path) as (watch, bring_back):
-        bringer = threading.Timer(0.05, bring_back)
-        begin = time.monotonic()
-        bringer.start()
-        assert next(watch) == ("K", "n", 1, 2, True)
-        assert time.monotonic() - begin < PATIENCE / 2
-        bringer.join()
+        with taken_meanwhile(watch) as changes:
+            bring_back()
+        assert changes == [("K", "n", 1, 2, True)]
 
 
 @pytest.mark.parametrize("timeout", [math.inf, 1e8, 1e300, None], ids=str)
 def test_waits_as_long_as_one_likes(store: vqreg.Store, path: pathlib.Path,
                                     timeout: float | None) -> None:
     watch = store.watch("K", timeout=timeout)
-    setter = threading.Timer(0.05, store.create, "K")
-    setter.start()
-    assert next(watch).path == "K"
-    setter.join()
+    with taken_meanwhile(watch) as changes:
+        store.create("K")
+    assert [change.path for change in changes] == ["K"]
 
 
 def test_cannot_be_used_when_it_is_closed(store: vqreg.Store) -> None:
