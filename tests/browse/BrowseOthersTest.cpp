@@ -219,6 +219,22 @@ TEST_F(BrowseOthers, SaysAsLongAsTheFileIsMissing) {
     browse.expect("   Sound");
 }
 
+TEST_F(BrowseOthers, SaysNoMoreOfAFaultOnceTheFileIsAsBefore) {
+    Browsing browse = start({}, kWide);
+    browse.expect("> Network");
+    file.write("[Velquist]\nnonsense\n");
+    browse.expect("line 2: ");
+    browse.expect("this is how it was before");
+    file.write(kText);
+    browse.expect("{FILE | lock: free");
+    browse.expectNot("this is how it was before");
+    std::filesystem::remove(file.path());
+    browse.expect("\nthe file is missing; this is how it was before");
+    file.write(kText);
+    browse.expect("{FILE | lock: free");
+    browse.expectNot("this is how it was before");
+}
+
 TEST_F(BrowseOthers, SaysWhatIsInThePlaceOfTheFileAndWaitsForNothing) {
     Browsing browse = start({}, kWide);
     browse.expect("> Network");
