@@ -118,7 +118,9 @@ protected:
 
 TEST_F(BrowsePaste, IsTextWhateverItsLineEnds) {
     Browsing browse = start({"Network"});
-    EXPECT_THAT(browse.process().shown(), HasSubstr("\x1b[?2004h"));
+    EXPECT_TRUE(browse.waitFor([&](const std::string&) {
+        return browse.process().shown().find("\x1b[?2004h") != std::string::npos;
+    }));
     browse.type("\te\x15" + pasted("one\rjdy\r\x01two\x1b[A"));
     browse.expect("Host (string): onejdytwo\n");
     browse.expect("line ends and control characters of the pasted text are left out");

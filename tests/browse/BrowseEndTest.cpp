@@ -9,6 +9,7 @@
 
 using namespace vqtest::browse;
 using testing::HasSubstr;
+using testing::Not;
 
 class BrowseEnd : public BrowseTest {
 protected:
@@ -167,6 +168,24 @@ TEST_F(BrowseEnd, GivesTheTerminalBackWhileItIsStopped) {
     const std::string again = shell.expect("> Network");
     EXPECT_THAT(again, HasSubstr("\x1b[?1049h"));
     shell.expect("q:end");
+    shell.type("q");
+    shell.expect("ENDED 0");
+}
+
+// The terminal is the shell's then.
+TEST_F(BrowseEnd, LeavesTheTerminalAloneWhenItGoesOnInTheBackground) {
+    const std::string script = std::string(VQREG_COMMAND_PATH) + " --file " + file.path() +
+                               " browse; echo STOPPED; bg; wait %1; echo STILL; read line; fg; "
+                               "echo ENDED $?";
+    vqtest::TerminalProcess shell("/bin/sh", {"-mc", script}, environment(), {.rows = 14});
+    shell.expect("> Network");
+    shell.expect("\x1b[?2004h");
+    shell.type("\x1a");
+    shell.expect("STOPPED");
+    EXPECT_THAT(shell.expect("STILL"), Not(HasSubstr("\x1b[?")));
+    shell.type("\n");
+    shell.expect("> Network");
+    shell.expect("\x1b[?2004h");
     shell.type("q");
     shell.expect("ENDED 0");
 }

@@ -9,6 +9,7 @@
 #include <csignal>
 #include <cstdio>
 #include <string>
+#include <utility>
 
 #include "tools/browse/LastResort.h"
 #include "tools/browse/TerminalType.h"
@@ -119,7 +120,6 @@ Screen::Screen(bool isColored) {
         startColors();
     }
     ::curs_set(0);
-    m_keyboard.tellPasted(true);
 }
 
 Screen::~Screen() {
@@ -159,6 +159,15 @@ void Screen::finish() {
     const Interruptible writing;
     ::curs_set(m_hasCursor ? 1 : 0);
     ::refresh();
+    // Not before, which in the background stops the process: the terminal may be somebody else's.
+    if (!std::exchange(m_tellsPasted, true)) {
+        m_keyboard.tellPasted(true);
+    }
+}
+
+// Curses would set the terminal to its keys, though not yet to the rest.
+std::optional<Keystroke> Screen::read() {
+    return ::isendwin() ? std::nullopt : m_keyboard.read();
 }
 
 void Screen::resize() {
@@ -176,7 +185,7 @@ void Screen::retake() {
     if (!::isendwin()) {
         ::endwin();  // so that the next picture begins with the modes
     }
-    m_keyboard.tellPasted(true);
+    m_tellsPasted = false;
     redraw();
 }
 
