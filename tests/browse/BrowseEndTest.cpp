@@ -1,4 +1,6 @@
 // However "vqreg browse" ends, the terminal is left as it was.
+#include <poll.h>
+
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -30,6 +32,27 @@ protected:
         char state = 'Z';
         stat >> number >> name >> state;
         return state == 'Z' || state == 'X';
+    }
+
+    // Leaves no room for what the program writes, which waits for keys.
+    static void fillTerminal(pid_t pid) {
+        const std::string name = "/proc/" + std::to_string(pid) + "/fd/1";
+        const VQRegLib::CFileDescriptor terminal(
+            ::open(name.c_str(), O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+        const std::string text(4096, ' ');
+        pollfd room{terminal.get(), POLLOUT, 0};
+        // What is written goes on its way only then, and leaves room again.
+        while (::poll(&room, 1, 300) > 0) {
+            [[maybe_unused]] const ssize_t size = ::write(terminal.get(), text.data(), text.size());
+        }
+    }
+
+    static void expectEndWithoutRoom(Browsing& browse) {
+        browse.process().signal(SIGTERM);
+        ASSERT_TRUE(browse.process().endsUnread());
+        EXPECT_EQ(-SIGTERM, browse.process().status());
+        browse.waitFor([&](const std::string&) { return !browse.screen().isAlternate(); });
+        browse.expectAsBefore(browse.process().modes());
     }
 
     // What is said where there is no screen.
@@ -112,11 +135,26 @@ TEST_F(BrowseEnd, ThoughNobodyTakesWhatItWrites) {
     do {
         browse.type("\x0c");
     } while (vqtest::waitUntil(takesKeys, std::chrono::milliseconds(1500)));
-    browse.process().signal(SIGTERM);
-    ASSERT_TRUE(browse.process().endsUnread());
-    EXPECT_EQ(-SIGTERM, browse.process().status());
-    browse.waitFor([&](const std::string&) { return !browse.screen().isAlternate(); });
-    browse.expectAsBefore(browse.process().modes());
+    expectEndWithoutRoom(browse);
+}
+
+TEST_F(BrowseEnd, ThoughNobodyTakesWhatWasWrittenBefore) {
+    Browsing browse = start();
+    browse.expect("> Network");
+    fillTerminal(browse.process().pid());
+    expectEndWithoutRoom(browse);
+}
+
+TEST_F(BrowseEnd, ThoughNobodyTakesWhatAStopWrites) {
+    for (const int signal : {SIGTSTP, SIGCONT}) {
+        Browsing browse = start();
+        browse.expect("> Network");
+        const pid_t pid = browse.process().pid();
+        fillTerminal(pid);
+        browse.process().signal(signal);
+        EXPECT_TRUE(vqtest::waitUntil([&] { return !isPending(pid, signal); }));
+        expectEndWithoutRoom(browse);
+    }
 }
 
 TEST_F(BrowseEnd, LeavesNoWriterBehind) {

@@ -24,21 +24,6 @@ protected:
         return static_cast<std::size_t>(std::distance(begin(files), end(files)));
     }
 
-    // The first word that /proc tells of a process under such a name; empty when it is gone.
-    static std::string statusOf(pid_t pid, const std::string& name) {
-        std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-        std::string word;
-        while (status >> word && word != name + ":") {
-        }
-        status >> word;
-        return status ? word : "";
-    }
-
-    static bool isAskedToEnd(pid_t pid) {
-        const std::string signals = statusOf(pid, "ShdPnd");
-        return !signals.empty() && (std::stoull(signals, nullptr, 16) >> (SIGTERM - 1) & 1) != 0;
-    }
-
     // False when it had ended before.
     static bool stop(pid_t pid) {
         if (pid <= 0 || ::kill(pid, SIGSTOP) != 0) {
@@ -142,7 +127,7 @@ TEST_F(BrowseWriter, IsNotEndedWhileItWritesTheFile) {
     }
     ASSERT_GT(writer, 0);
     browse.type(kEscape);
-    EXPECT_TRUE(vqtest::waitUntil([&] { return isAskedToEnd(writer); }));
+    EXPECT_TRUE(vqtest::waitUntil([&] { return isPending(writer, SIGTERM); }));
     ASSERT_EQ(0, ::kill(writer, SIGCONT));
     browse.expect("done: set");
     EXPECT_LE(filesInDirectory(), files + 1);  // the backup

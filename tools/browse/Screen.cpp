@@ -123,8 +123,8 @@ Screen::Screen(bool isColored) {
 }
 
 Screen::~Screen() {
-    m_keyboard.tellPasted(false);
-    ::endwin();
+    makeRoom();
+    giveBack();
     forgetTerminal();
     ::delscreen(g_screen);
     g_screen = nullptr;
@@ -181,8 +181,15 @@ void Screen::redraw() {
     ::clearok(stdscr, TRUE);
 }
 
+void Screen::giveBack() {
+    const Interruptible writing;
+    m_keyboard.tellPasted(false);
+    ::endwin();
+}
+
 void Screen::retake() {
     if (!::isendwin()) {
+        const Interruptible writing;
         ::endwin();  // so that the next picture begins with the modes
     }
     m_tellsPasted = false;
@@ -192,8 +199,7 @@ void Screen::retake() {
 // The signal is blocked while the screen lives, and stops the process only where a shell can let it go
 // on.
 void Screen::suspend() {
-    m_keyboard.tellPasted(false);
-    ::endwin();
+    giveBack();
     std::signal(SIGTSTP, SIG_DFL);
     sigset_t stop;
     sigemptyset(&stop);

@@ -52,6 +52,8 @@ public:
     void suspend();  // gives the terminal back, stops, and takes it again when it goes on
 
 private:
+    void giveBack();
+
     Keyboard m_keyboard;
     bool m_hasCursor = false;
     bool m_tellsPasted = false;
