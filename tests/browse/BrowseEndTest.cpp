@@ -35,8 +35,12 @@ protected:
     }
 
     // Leaves no room for what the program writes, which waits for keys.
-    static void fillTerminal(pid_t pid) {
-        const std::string name = "/proc/" + std::to_string(pid) + "/fd/1";
+    static void fillTerminal(Browsing& browse) {
+        // What it writes last, behind its first picture.
+        EXPECT_TRUE(browse.waitFor([&](const std::string&) {
+            return browse.process().shown().find("\x1b[?2004h") != std::string::npos;
+        }));
+        const std::string name = "/proc/" + std::to_string(browse.process().pid()) + "/fd/1";
         const VQRegLib::CFileDescriptor terminal(
             ::open(name.c_str(), O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
         const std::string text(4096, ' ');
@@ -141,7 +145,7 @@ TEST_F(BrowseEnd, ThoughNobodyTakesWhatItWrites) {
 TEST_F(BrowseEnd, ThoughNobodyTakesWhatWasWrittenBefore) {
     Browsing browse = start();
     browse.expect("> Network");
-    fillTerminal(browse.process().pid());
+    fillTerminal(browse);
     expectEndWithoutRoom(browse);
 }
 
@@ -150,7 +154,7 @@ TEST_F(BrowseEnd, ThoughNobodyTakesWhatAStopWrites) {
         Browsing browse = start();
         browse.expect("> Network");
         const pid_t pid = browse.process().pid();
-        fillTerminal(pid);
+        fillTerminal(browse);
         browse.process().signal(signal);
         EXPECT_TRUE(vqtest::waitUntil([&] { return !isPending(pid, signal); }));
         expectEndWithoutRoom(browse);

@@ -121,8 +121,10 @@ TEST_F(BrowseOthers, AsksWithTheNumberOfWhatIsLostBesides) {
     Browsing browse = start({"Sound"}, kWide);
     browse.type("KCard\r");
     browse.expect("done: add the key \"Sound/Card\"");
-    make({"set", "Sound/Card", "a", "1"});
-    make({"set", "Sound/Card", "b", "1"});
+    for (const char* const name : {"a", "b"}) {
+        make({"set", "Sound/Card", name, "1"});
+        browse.expect("others: + [Velquist/Sound/Card] \"" + std::string(name) + "\"");
+    }
     make({"set", "Sound/Card/Below", "c", "1"});
     browse.expect("[Velquist/Sound/Card/Below]");
     browse.type("u");
