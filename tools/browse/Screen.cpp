@@ -103,6 +103,8 @@ Screen::Screen(bool isColored) {
     checkTerminal();
     rememberTerminal();
     forgetTerminalType();
+    // Else curses ignores the signal while it draws, and one that has come and waits to be read is lost.
+    std::signal(SIGTSTP, [](int) {});
     g_screen = ::newterm(nullptr, stdout, stdin);
     if (!g_screen) {
         throw unavailable("the terminal cannot be used as a screen");
