@@ -1,4 +1,6 @@
 // However "vqreg browse" ends, the terminal is left as it was.
+#include <poll.h>
+
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -9,6 +11,7 @@
 
 using namespace vqtest::browse;
 using testing::HasSubstr;
+using testing::Not;
 
 class BrowseEnd : public BrowseTest {
 protected:
@@ -29,6 +32,31 @@ protected:
         char state = 'Z';
         stat >> number >> name >> state;
         return state == 'Z' || state == 'X';
+    }
+
+    // Leaves no room for what the program writes, which waits for keys.
+    static void fillTerminal(Browsing& browse) {
+        // What it writes last, behind its first picture.
+        EXPECT_TRUE(browse.waitFor([&](const std::string&) {
+            return browse.process().shown().find("\x1b[?2004h") != std::string::npos;
+        }));
+        const std::string name = "/proc/" + std::to_string(browse.process().pid()) + "/fd/1";
+        const VQRegLib::CFileDescriptor terminal(
+            ::open(name.c_str(), O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+        const std::string text(4096, ' ');
+        pollfd room{terminal.get(), POLLOUT, 0};
+        // What is written goes on its way only then, and leaves room again.
+        while (::poll(&room, 1, 300) > 0) {
+            [[maybe_unused]] const ssize_t size = ::write(terminal.get(), text.data(), text.size());
+        }
+    }
+
+    static void expectEndWithoutRoom(Browsing& browse) {
+        browse.process().signal(SIGTERM);
+        ASSERT_TRUE(browse.process().endsUnread());
+        EXPECT_EQ(-SIGTERM, browse.process().status());
+        browse.waitFor([&](const std::string&) { return !browse.screen().isAlternate(); });
+        browse.expectAsBefore(browse.process().modes());
     }
 
     // What is said where there is no screen.
@@ -111,11 +139,26 @@ TEST_F(BrowseEnd, ThoughNobodyTakesWhatItWrites) {
     do {
         browse.type("\x0c");
     } while (vqtest::waitUntil(takesKeys, std::chrono::milliseconds(1500)));
-    browse.process().signal(SIGTERM);
-    ASSERT_TRUE(browse.process().endsUnread());
-    EXPECT_EQ(-SIGTERM, browse.process().status());
-    browse.waitFor([&](const std::string&) { return !browse.screen().isAlternate(); });
-    browse.expectAsBefore(browse.process().modes());
+    expectEndWithoutRoom(browse);
+}
+
+TEST_F(BrowseEnd, ThoughNobodyTakesWhatWasWrittenBefore) {
+    Browsing browse = start();
+    browse.expect("> Network");
+    fillTerminal(browse);
+    expectEndWithoutRoom(browse);
+}
+
+TEST_F(BrowseEnd, ThoughNobodyTakesWhatAStopWrites) {
+    for (const int signal : {SIGTSTP, SIGCONT}) {
+        Browsing browse = start();
+        browse.expect("> Network");
+        const pid_t pid = browse.process().pid();
+        fillTerminal(browse);
+        browse.process().signal(signal);
+        EXPECT_TRUE(vqtest::waitUntil([&] { return !isPending(pid, signal); }));
+        expectEndWithoutRoom(browse);
+    }
 }
 
 TEST_F(BrowseEnd, LeavesNoWriterBehind) {
@@ -167,6 +210,24 @@ TEST_F(BrowseEnd, GivesTheTerminalBackWhileItIsStopped) {
     const std::string again = shell.expect("> Network");
     EXPECT_THAT(again, HasSubstr("\x1b[?1049h"));
     shell.expect("q:end");
+    shell.type("q");
+    shell.expect("ENDED 0");
+}
+
+// The terminal is the shell's then.
+TEST_F(BrowseEnd, LeavesTheTerminalAloneWhenItGoesOnInTheBackground) {
+    const std::string script = std::string(VQREG_COMMAND_PATH) + " --file " + file.path() +
+                               " browse; echo STOPPED; bg; wait %1; echo STILL; read line; fg; "
+                               "echo ENDED $?";
+    vqtest::TerminalProcess shell("/bin/sh", {"-mc", script}, environment(), {.rows = 14});
+    shell.expect("> Network");
+    shell.expect("\x1b[?2004h");
+    shell.type("\x1a");
+    shell.expect("STOPPED");
+    EXPECT_THAT(shell.expect("STILL"), Not(HasSubstr("\x1b[?")));
+    shell.type("\n");
+    shell.expect("> Network");
+    shell.expect("\x1b[?2004h");
     shell.type("q");
     shell.expect("ENDED 0");
 }

@@ -144,7 +144,8 @@ TEST_F(BrowseHostile, AsksWithALongNameForWhatIsToBeKnown) {
                             nullptr);
     const std::string name = "Begin" + std::string(500, 'k') + "End";
     file.write("[Velquist]\n[Velquist/" + name + "]\n\"a\"=string:x\n");
-    for (const unsigned short columns : std::initializer_list<unsigned short>{50, 80, 120}) {
+    // In less, the beginning of the name depends on how many digits the process has.
+    for (const unsigned short columns : std::initializer_list<unsigned short>{52, 80, 120}) {
         Browsing browse = start({name}, {.rows = 14, .columns = columns});
         browse.type("d");
         browse.expect("[y/N]");

@@ -121,8 +121,10 @@ TEST_F(BrowseOthers, AsksWithTheNumberOfWhatIsLostBesides) {
     Browsing browse = start({"Sound"}, kWide);
     browse.type("KCard\r");
     browse.expect("done: add the key \"Sound/Card\"");
-    make({"set", "Sound/Card", "a", "1"});
-    make({"set", "Sound/Card", "b", "1"});
+    for (const char* const name : {"a", "b"}) {
+        make({"set", "Sound/Card", name, "1"});
+        browse.expect("others: + [Velquist/Sound/Card] \"" + std::string(name) + "\"");
+    }
     make({"set", "Sound/Card/Below", "c", "1"});
     browse.expect("[Velquist/Sound/Card/Below]");
     browse.type("u");
@@ -217,6 +219,22 @@ TEST_F(BrowseOthers, SaysAsLongAsTheFileIsMissing) {
     file.write("");
     browse.expect("{FILE | the file is empty | lock");
     browse.expect("   Sound");
+}
+
+TEST_F(BrowseOthers, SaysNoMoreOfAFaultOnceTheFileIsAsBefore) {
+    Browsing browse = start({}, kWide);
+    browse.expect("> Network");
+    file.write("[Velquist]\nnonsense\n");
+    browse.expect("line 2: ");
+    browse.expect("this is how it was before");
+    file.write(kText);
+    browse.expect("{FILE | lock: free");
+    browse.expectNot("this is how it was before");
+    std::filesystem::remove(file.path());
+    browse.expect("\nthe file is missing; this is how it was before");
+    file.write(kText);
+    browse.expect("{FILE | lock: free");
+    browse.expectNot("this is how it was before");
 }
 
 TEST_F(BrowseOthers, SaysWhatIsInThePlaceOfTheFileAndWaitsForNothing) {

@@ -51,6 +51,22 @@ struct Size {
     unsigned short columns = 80;
 };
 
+// The first word that /proc tells of a process under such a name; empty when it is gone.
+inline std::string statusOf(pid_t pid, const std::string& name) {
+    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+    std::string word;
+    while (status >> word && word != name + ":") {
+    }
+    status >> word;
+    return status ? word : "";
+}
+
+// Whether the process has been sent a signal that it has not taken yet.
+inline bool isPending(pid_t pid, int signal) {
+    const std::string signals = statusOf(pid, "ShdPnd");
+    return !signals.empty() && (std::stoull(signals, nullptr, 16) >> (signal - 1) & 1) != 0;
+}
+
 // The program at its terminal.
 class Browsing {
 public:

@@ -22,7 +22,9 @@ void Browser::show(const ConfigText& text) {
         tellFault();
         return;
     }
-    m_malformed.clear();
+    if (!std::exchange(m_malformed, {}).empty()) {
+        tellFault();
+    }
     const Key* const found = findKey(text.top, m_rootPath);
     Key root = found ? *found : Key();
     root.name = m_rootPath.empty() ? "/" : m_rootPath.back();
@@ -44,9 +46,12 @@ void Browser::setTrouble(const std::string& trouble) {
     }
 }
 
+// Where there is none any more, what was said of it is taken back.
 void Browser::tellFault() {
-    if (!fault().empty()) {
-        m_message = fault() + "; this is how it was before";
+    const std::string now = fault().empty() ? "" : fault() + "; this is how it was before";
+    const std::string before = std::exchange(m_toldFault, now);
+    if (!now.empty() || m_message == before) {
+        m_message = now;
     }
 }
 

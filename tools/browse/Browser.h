@@ -107,6 +107,7 @@ private:
     std::string m_message;
     std::string m_malformed;
     std::string m_trouble;
+    std::string m_toldFault;  // the message about one of these two
     std::string m_searched;
     std::optional<Work> m_ordered;
     std::optional<Work> m_writing;

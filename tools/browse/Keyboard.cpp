@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cwchar>
+#include <string_view>
 
 #include "tools/browse/TerminalType.h"
 #include "tools/vqreg/base/FileHandle.h"
@@ -14,6 +15,8 @@ namespace vqreg {
 namespace {
 
 enum : int { KeyPasteBegin = KEY_MAX + 1, KeyPasteEnd };
+
+constexpr std::string_view kPasteEnd = "\x1b[201~";
 
 Keystroke specialKey(int code) {
     if (code > KEY_F0 && code <= KEY_F(63)) {
@@ -81,13 +84,16 @@ void Keyboard::define() {
     for (const Sequence& each :
          {Sequence{"\x1b[A", KEY_UP}, Sequence{"\x1b[B", KEY_DOWN}, Sequence{"\x1b[C", KEY_RIGHT},
           Sequence{"\x1b[D", KEY_LEFT}, Sequence{"\x1b[H", KEY_HOME}, Sequence{"\x1b[F", KEY_END},
-          Sequence{"\x1b[200~", KeyPasteBegin}, Sequence{"\x1b[201~", KeyPasteEnd}}) {
+          Sequence{"\x1b[200~", KeyPasteBegin}, Sequence{kPasteEnd.data(), KeyPasteEnd}}) {
         ::define_key(each.text, each.code);
     }
 }
 
 void Keyboard::tellPasted(bool isWanted) {
-    m_isPasting = false;
+    if (m_isPasting) {
+        takeBytes(true);
+        m_isPasting = false;
+    }
     writeAll(STDOUT_FILENO, capability(isWanted ? "BE" : "BD"));
 }
 
@@ -121,10 +127,15 @@ void Keyboard::take(int code) {
     }
 }
 
-// The rest of a character may come later, unless this is the end.
+// The rest of a character may come later, unless this is the end. So may that of the mark behind what is
+// pasted: curses waits for it only as long as for the rest of a key.
 void Keyboard::takeBytes(bool isEnd) {
     constexpr auto kIncomplete = static_cast<std::size_t>(-2);
     while (!m_bytes.empty()) {
+        if (m_isPasting && !isEnd && kPasteEnd.starts_with(m_bytes)) {
+            takePasteEnd();
+            return;
+        }
         std::mbstate_t state{};
         wchar_t character = 0;
         const std::size_t size = std::mbrtowc(&character, m_bytes.data(), m_bytes.size(), &state);
@@ -134,6 +145,13 @@ void Keyboard::takeBytes(bool isEnd) {
         const bool isCharacter = size <= m_bytes.size();
         add(isCharacter ? textKey(character) : byteKey(m_bytes.front()));
         m_bytes.erase(0, isCharacter && size > 0 ? size : 1);
+    }
+}
+
+void Keyboard::takePasteEnd() {
+    if (m_bytes == kPasteEnd) {
+        m_bytes.clear();
+        m_isPasting = false;
     }
 }
 

@@ -25,10 +25,11 @@ public:
 private:
     void take(int code);
     void takeBytes(bool isEnd);
+    void takePasteEnd();
     void add(Keystroke key);
 
     std::deque<Keystroke> m_keys;
-    std::string m_bytes;  // of a character that has begun
+    std::string m_bytes;  // of a character, or of a mark, that has begun
     bool m_isPasting = false;
 };
 

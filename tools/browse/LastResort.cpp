@@ -39,14 +39,15 @@ int keep(int byte) {
     return byte;
 }
 
+bool hasRoom() {
+    pollfd output{STDOUT_FILENO, POLLOUT, 0};
+    return ::poll(&output, 1, 0) > 0;
+}
+
 void restore(int signal) {
     if (g_isRemembered) {
-        // Where nobody takes what is written, that is thrown away to make room.
-        pollfd output{STDOUT_FILENO, POLLOUT, 0};
-        if (::poll(&output, 1, 0) == 0) {
-            ::tcflush(STDOUT_FILENO, TCOFLUSH);
-        }
-        if (::poll(&output, 1, 0) > 0) {
+        makeRoom();
+        if (hasRoom()) {
             [[maybe_unused]] const ssize_t written =
                 ::write(STDOUT_FILENO, g_farewell.data(), g_size);
         }
@@ -85,6 +86,12 @@ void forEach(void (*what)(int signal)) {
 }
 
 }  // namespace
+
+void makeRoom() {
+    if (!hasRoom()) {
+        ::tcflush(STDOUT_FILENO, TCOFLUSH);
+    }
+}
 
 void rememberTerminal() {
     ::tcgetattr(STDIN_FILENO, &g_modes);

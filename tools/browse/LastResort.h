@@ -10,6 +10,10 @@ namespace vqreg {
 void rememberTerminal();
 void forgetTerminal();
 
+// Where nobody takes what has been written, that is thrown away for what gives the terminal back. May be
+// called in the handler of a signal.
+void makeRoom();
+
 }  // namespace vqreg
 
 #endif  // TOOLS_BROWSE_LASTRESORT_H

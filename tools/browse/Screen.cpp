@@ -9,6 +9,7 @@
 #include <csignal>
 #include <cstdio>
 #include <string>
+#include <utility>
 
 #include "tools/browse/LastResort.h"
 #include "tools/browse/TerminalType.h"
@@ -102,6 +103,8 @@ Screen::Screen(bool isColored) {
     checkTerminal();
     rememberTerminal();
     forgetTerminalType();
+    // Else curses ignores the signal while it draws, and one that has come and waits to be read is lost.
+    std::signal(SIGTSTP, [](int) {});
     g_screen = ::newterm(nullptr, stdout, stdin);
     if (!g_screen) {
         throw unavailable("the terminal cannot be used as a screen");
@@ -119,12 +122,11 @@ Screen::Screen(bool isColored) {
         startColors();
     }
     ::curs_set(0);
-    m_keyboard.tellPasted(true);
 }
 
 Screen::~Screen() {
-    m_keyboard.tellPasted(false);
-    ::endwin();
+    makeRoom();
+    giveBack();
     forgetTerminal();
     ::delscreen(g_screen);
     g_screen = nullptr;
@@ -159,6 +161,15 @@ void Screen::finish() {
     const Interruptible writing;
     ::curs_set(m_hasCursor ? 1 : 0);
     ::refresh();
+    // Not before, which in the background stops the process: the terminal may be somebody else's.
+    if (!std::exchange(m_tellsPasted, true)) {
+        m_keyboard.tellPasted(true);
+    }
+}
+
+// Curses would set the terminal to its keys, though not yet to the rest.
+std::optional<Keystroke> Screen::read() {
+    return ::isendwin() ? std::nullopt : m_keyboard.read();
 }
 
 void Screen::resize() {
@@ -172,19 +183,25 @@ void Screen::redraw() {
     ::clearok(stdscr, TRUE);
 }
 
+void Screen::giveBack() {
+    const Interruptible writing;
+    m_keyboard.tellPasted(false);
+    ::endwin();
+}
+
 void Screen::retake() {
     if (!::isendwin()) {
+        const Interruptible writing;
         ::endwin();  // so that the next picture begins with the modes
     }
-    m_keyboard.tellPasted(true);
+    m_tellsPasted = false;
     redraw();
 }
 
 // The signal is blocked while the screen lives, and stops the process only where a shell can let it go
 // on.
 void Screen::suspend() {
-    m_keyboard.tellPasted(false);
-    ::endwin();
+    giveBack();
     std::signal(SIGTSTP, SIG_DFL);
     sigset_t stop;
     sigemptyset(&stop);

@@ -43,8 +43,8 @@ public:
     void setCursor(int row, int column);  // seen only where it is set
     void finish();
 
-    // The next key that was typed; none when there is no more.
-    std::optional<Keystroke> read() { return m_keyboard.read(); }
+    // The next key that was typed; none when there is no more, nor between a stop and the next picture.
+    std::optional<Keystroke> read();
 
     void resize();   // to the terminal's size
     void redraw();   // with everything, at the next picture
@@ -52,8 +52,11 @@ public:
     void suspend();  // gives the terminal back, stops, and takes it again when it goes on
 
 private:
+    void giveBack();
+
     Keyboard m_keyboard;
     bool m_hasCursor = false;
+    bool m_tellsPasted = false;
 };
 
 }  // namespace vqreg
