@@ -366,13 +366,11 @@ public:
     ///         common codes: the update has not begun then
     int VQRegBeginUpdate();
 
-    /// Ends an update. The end of the outermost one writes the file if anything has changed, or if an
-    /// earlier change of this process could not be written: whoever makes the same update again until it
-    /// succeeds has then written it.
-    /// @return `REGLIB_OK`; `REGLIB_E_FILE_OPEN` when the file cannot be written: the update has
-    ///         ended all the same, and its changes stay in this process's memory as after any such
-    ///         failure; `REGLIB_E_FAIL` without an update of this thread, or when memory is short;
-    ///         `REGLIB_E_NOT_INITIALIZED`
+    /// Ends an update. The end of the outermost one writes the file if anything has changed, or an earlier
+    /// change of this process could not be written: an update made again until it succeeds is written.
+    /// @return `REGLIB_OK`; `REGLIB_E_FILE_OPEN` when the file cannot be written: the update has ended all
+    ///         the same, and its changes stay in this process's memory as after any such failure;
+    ///         `REGLIB_E_FAIL` without an update of this thread or memory; `REGLIB_E_NOT_INITIALIZED`
     int VQRegEndUpdate();
 
     /// Makes every process, this one included, read the file again at its next operation: for who has
