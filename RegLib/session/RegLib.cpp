@@ -23,7 +23,6 @@
 #include "RegLib/trace/Trace.h"
 #include "VQRegLib.h"
 #include "portable/NoCancellation.h"
-#include "portable/Portable.h"
 #include "portable/ThreadAnnotations.h"
 
 namespace VQRegLib {
