@@ -61,7 +61,8 @@ int Store::write() {
     if (isRefused()) {
         return REGLIB_E_FAIL;
     }
-    if (m_files.isHidden()) {
+    m_isUnwritten = m_files.isHidden();
+    if (m_isUnwritten) {
         return REGLIB_E_NOT_FOUND;
     }
     const std::string text = m_tree.text();
@@ -94,6 +95,7 @@ int Store::beginUpdate() {
     return REGLIB_OK;
 }
 
+// What an earlier writing could not write is written by the next update, too, whatever that changes.
 int Store::endUpdate() {
     if (m_updates == 0) {
         return REGLIB_E_FAIL;
@@ -104,7 +106,7 @@ int Store::endUpdate() {
     m_file.updating = nullptr;
     const bool isChanged = m_isChanged;
     m_isChanged = false;
-    return isChanged ? write() : REGLIB_OK;
+    return isChanged || m_isUnwritten ? write() : REGLIB_OK;
 }
 
 int Store::reload() {

@@ -103,6 +103,7 @@ private:
     bool m_hasSeenValue = false;  // in a text that was read or written
     int m_updates = 0;            // depth of the update
     bool m_isChanged = false;     // in the update
+    bool m_isUnwritten = false;   // the last writing has failed
     std::map<unsigned long, Handle> m_handles;
     unsigned long m_nextId = 1;
     Key m_rootKey;  // after what it uses when it goes
