@@ -9,6 +9,17 @@ namespace vqtest {
 
 using namespace VQRegLib;  // the result codes, and the nodes
 
+namespace {
+
+void appendDumpLine(std::string& dump, int depth, bool isKey, int type, std::string_view name,
+                    std::string_view line) {
+    dump.append(std::to_string(depth)).append(isKey ? " key " : " value ");
+    dump.append(std::to_string(type)).append(" {").append(name).append("} ");
+    dump.append(line).append("\n");
+}
+
+}  // namespace
+
 std::string inLowerCase(std::string_view name) {
     std::string lower(name);
     for (char& byte : lower) {
@@ -170,15 +181,8 @@ void PlainTree::appendText(const PlainNode& key, std::string& text) {
     }
 }
 
-std::string dumpLine(int depth, bool isKey, int type, std::string_view name,
-                     std::string_view line) {
-    std::string result = std::to_string(depth) + (isKey ? " key " : " value ");
-    result.append(std::to_string(type)).append(" {").append(name).append("} ");
-    return result.append(line).append("\n");
-}
-
 void PlainTree::appendDump(const PlainNode& top, int depth, std::string& dump) {
-    dump += dumpLine(depth, top.isKey, top.type, top.name, top.line);
+    appendDumpLine(dump, depth, top.isKey, top.type, top.name, top.line);
     for (const auto& [name, child] : top.children) {
         if (top.isKey) {
             appendDump(*child, depth + 1, dump);
@@ -202,7 +206,7 @@ std::string dumpOf(const CTree& tree, const CKeyOrValue& top) {
     std::string result;
     tree.forEachShown(top, [&](const CKeyOrValue& at, unsigned long depth) {
         const CKeyOrValue* const parent = tree.parentOf(at);
-        const std::string name(tree.nameOf(at));
+        const std::string_view name = tree.nameOf(at);
         const bool isFound = &at == &top || (tree.findChild(*parent, name) == &at &&
                                              tree.findChild(*parent, name) == &at);
         CKeyOrValue& node = tree.node(at.m_number);
@@ -212,10 +216,9 @@ std::string dumpOf(const CTree& tree, const CKeyOrValue& top) {
             throw std::logic_error("another number than in the line " + std::string(at.line()));
         }
         if (!isFound) {
-            throw std::logic_error("cannot find " + name);
+            throw std::logic_error("cannot find " + std::string(name));
         }
-        result +=
-            dumpLine(static_cast<int>(depth), at.isKey(), at.type(), tree.nameOf(at), at.line());
+        appendDumpLine(result, static_cast<int>(depth), at.isKey(), at.type(), name, at.line());
     });
     return result;
 }

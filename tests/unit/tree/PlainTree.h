@@ -74,9 +74,6 @@ private:
     std::deque<PlainNode> m_nodes;  // handles may stand for nodes that are in the tree no more
 };
 
-/// The same line for a node of a tree.
-std::string dumpLine(int depth, bool isKey, int type, std::string_view name, std::string_view line);
-
 /// All of a tree, or what is below a node of it, as PlainTree::dump. Finds each node by its name, too.
 std::string dumpOf(const VQRegLib::CTree& tree, const VQRegLib::CKeyOrValue& top);
 std::string dumpOf(const VQRegLib::CTree& tree);
