@@ -3,24 +3,40 @@
 #include <sys/types.h>
 #include <unistd.h>
 
+#include <cstdlib>
+#include <fstream>
+#include <string>
+
+#include "power/Disk.h"
 #include "support/Torture.h"
 
 namespace {
 
 using vqtorture::Run;
 
+// A relative path would be looked up in the working directory at every access.
 void holds(Run& run) {
+    vqtorture::require(run.directory().starts_with('/'), "no absolute path: " + run.directory());
     run.add("turns", static_cast<double>(run.count()));
     run.highest("largest", static_cast<double>(run.seed() % 1000));
 }
 
-void fails(Run& run) {
-    run.add("turns");
-    throw vqtorture::Violation("seed " + std::to_string(run.seed()) + " does not hold");
+// What the test of the driver changes from one run to the next.
+bool isSet(const char* variable) {
+    return std::getenv(variable) != nullptr;
 }
 
-void cannot(Run&) {
-    throw vqtorture::CannotRun("nobody can");
+void fails(Run& run) {
+    run.add("turns");
+    vqtorture::require(isSet("TORTURE_SELF_MENDED"),
+                       "seed " + std::to_string(run.seed()) + " does not hold");
+}
+
+void cannot(Run& run) {
+    if (!isSet("TORTURE_SELF_ALLOWED")) {
+        throw vqtorture::CannotRun("nobody can");
+    }
+    run.add("turns");
 }
 
 [[noreturn]] void sleepForLong() {
@@ -29,15 +45,55 @@ void cannot(Run&) {
     }
 }
 
-void hangs(Run&) {
+void alone(Run&) {
     sleepForLong();
 }
 
-// In a session of its own, so that the signal to the check's group does not reach it.
+// In a session of its own, so that the signal to the check's group does not reach it; and one more, whose
+// parent is gone.
 void leaves(Run&) {
     if (::fork() == 0) {
         ::setsid();
-        sleepForLong();
+        if (::fork() == 0) {
+            sleepForLong();
+        }
+        ::_exit(0);
+    }
+}
+
+// Who puts back what the check has changed begins when the check is no more, and takes a moment.
+void leaveWhoPutsBack(const char* file) {
+    const pid_t check = ::getpid();
+    if (::fork() == 0) {
+        ::setsid();
+        while (::getppid() == check) {
+            ::usleep(10'000);
+        }
+        ::usleep(200'000);
+        std::ofstream(file) << "put back\n";
+        ::_exit(0);
+    }
+}
+
+void hangs(Run& run) {
+    const char* const file = std::getenv("TORTURE_SELF_FILE");
+    vqtorture::require(file != nullptr, "TORTURE_SELF_FILE is not set");
+    leaves(run);
+    leaveWhoPutsBack(file);
+    sleepForLong();
+}
+
+// Where the outer file system lay there are zeroes. Only the first time a disk may be one that this machine
+// does not allow.
+void damaged(Run& run) {
+    vqtorture::Disk disk(run, {"ext4", "", "mkfs.ext4 -q -F", 8});
+    disk.cutPower();
+    std::fstream(run.directory() + "/outer.image", std::ios::in | std::ios::out | std::ios::binary)
+        << std::string(1 << 20, '\0');
+    try {
+        disk.start();
+    } catch (const vqtorture::CannotRun&) {
+        vqtorture::require(false, "a disk that is lost passes for one that is not allowed");
     }
 }
 
@@ -45,9 +101,13 @@ void leaves(Run&) {
 
 int main(int argc, char** argv) {
     return vqtorture::runOneOf({{"holds", holds},
+                                {"pair", holds},
                                 {"fails", fails},
                                 {"cannot", cannot},
+                                {"alone", alone},
+                                {"waits", hangs},
                                 {"hangs", hangs},
-                                {"leaves", leaves}},
+                                {"leaves", leaves},
+                                {"damaged", damaged}},
                                argc, argv);
 }

@@ -76,8 +76,12 @@ void Disk::cutPower() {
 void Disk::start() {
     m_inner.reset();
     m_outer.reset();
-    m_outer.emplace(m_outerImage, m_outerDirectory, "ext4", "");
-    m_inner.emplace(m_image, m_directory, m_fileSystem.type, m_fileSystem.options);
+    try {
+        m_outer.emplace(m_outerImage, m_outerDirectory, "ext4", "");
+        m_inner.emplace(m_image, m_directory, m_fileSystem.type, m_fileSystem.options);
+    } catch (const CannotRun& reason) {  // but it could before
+        throw Violation(std::string("after the power cut: ") + reason.what());
+    }
 }
 
 }  // namespace vqtorture

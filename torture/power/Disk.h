@@ -41,7 +41,8 @@ public:
 
     void cutPower();
 
-    /// Ends every use of it, and mounts it again as a machine does that starts.
+    /// Ends every use of it, and mounts it again as a machine does that starts. @throws Violation when
+    /// it cannot be mounted
     void start();
 
 private:

@@ -4,10 +4,12 @@ import os
 import pathlib
 import random
 import sys
+import time
 
 import processes
-from checks import CHECKS, OWN
-from results import Results
+from checks import CHECKS
+from plan import chosen, length, pieces
+from results import Results, all_figures, identity
 
 PROJECT = pathlib.Path(__file__).resolve().parent.parent.parent
 
@@ -20,47 +22,23 @@ def arguments():
     form = parser.add_mutually_exclusive_group()
     form.add_argument("--quick", action="store_true", help="within five minutes; the default")
     form.add_argument("--long", action="store_true",
-                      help="the whole of it, for hours; goes on where it was stopped")
+                      help="the whole of it, for hours; goes on where it was stopped, once it "
+                           "has run again what failed")
     form.add_argument("--count", type=int, metavar="N", help="one run of N with exactly the seed")
     parser.add_argument("--seed", type=int, metavar="S", help="printed when it is not given")
     parser.add_argument("--results", type=pathlib.Path, metavar="FILE",
                         help="of the long form; otherwise in the build")
     parser.add_argument("--fresh", action="store_true", help="forgets what the results file has")
     parser.add_argument("--list", action="store_true", help="names all checks and their counts")
-    parser.add_argument("check", nargs="*", metavar="CHECK", help="its name, or the first part of it")
-    return parser.parse_args()
-
-
-def chosen(options):
-    """The checks that are asked for; those of the driver's own test only by name."""
-    everything = CHECKS + OWN
-    if not options.check:
-        checks = CHECKS
-    else:
-        checks = []
-        for name in options.check:
-            found = [check for check in everything
-                     if check.name == name or check.name.startswith(name + ".")]
-            if not found:
-                sys.exit(f"no such check: {name} (--list names them)")
-            checks += [check for check in found if check not in checks]
-    if options.sanitizer:
-        checks = [check for check in checks if options.sanitizer in check.sanitizers]
-    return checks
+    parser.add_argument("check", nargs="*", metavar="CHECK",
+                        help="its name, or the first part of several names")
+    options = parser.parse_args()
+    options.programs = options.programs.resolve()  # stores are looked for at every access
+    return options
 
 
 def command(options, check):
     return [str(options.programs / "private_root"), str(options.programs / check.program)]
-
-
-def pieces(options, check, seed, done):
-    """Seed and count of each piece that is left."""
-    if options.count:
-        return [(seed, options.count)]
-    whole = check.long if options.long else check.quick
-    starts = range(0, whole, check.piece)
-    return [(seed + i, min(check.piece, whole - start))
-            for i, start in enumerate(starts) if i >= done]
 
 
 def repeat_command(options, check, seed, count):
@@ -68,30 +46,55 @@ def repeat_command(options, check, seed, count):
     return f"scripts/torture{sanitizer} {check.name} --seed {seed} --count {count}"
 
 
-def run_check(options, check, results, seed):
-    """Runs what is left of a check. False when something did not hold."""
-    record = results.of(check, seed)
+def run_pieces(options, check, results, left):
+    """Keeps what becomes of each, until one cannot run."""
     places = options.programs.parent / "places"
-    for piece_seed, count in pieces(options, check, record["seed"], record["pieces"]):
-        outcome = processes.run_piece(command(options, check), check, piece_seed, count, places)
-        results.keep(check, piece_seed, count, outcome)
+    for seed, count in left:
+        outcome = processes.run_piece(command(options, check), check, seed, count, places)
+        results.keep(check, seed, count, outcome)
         if outcome.reason:
             print(f"FAILED  {check.name}: {outcome.reason.strip()}\n"
-                  f"        again: {repeat_command(options, check, piece_seed, count)}", flush=True)
+                  f"        again: {repeat_command(options, check, seed, count)}", flush=True)
         if outcome.cannot:
             break
-    report(check, record)
-    return not record["failures"]
 
 
-def report(check, record):
-    if record.get("cannot"):
-        print(f"CANNOT  {check.name}: {record['cannot']}", flush=True)
+def run_failed_pieces(options, check, record, results):
+    for failure in list(record["failures"]):
+        print(f"AGAIN   {check.name}, which failed: "
+              f"{repeat_command(options, check, failure['seed'], failure['count'])}", flush=True)
+        run_pieces(options, check, results, [(failure["seed"], failure["count"])])
+
+
+def report(options, check, record):
+    if record.get("cannot") and not record["failures"]:
+        print(f"LEFT OUT: torture {check.name}, because it cannot run: {record['cannot']}", flush=True)
         return
     figures = ", ".join(f"{name.replace('_', ' ')} {number:,.10g}"
-                        for name, (_, number) in sorted(record["figures"].items()))
+                        for name, (_, number) in sorted(all_figures(record).items()))
     state = "FAILED " if record["failures"] else "ok     "
-    print(f"{state} {check.name} ({check.title}): {figures}; {record['seconds']:.0f} s", flush=True)
+    seed = f"seed {record['seed']}, " if options.long else ""
+    print(f"{state} {check.name} ({check.title}): {figures}; {seed}{record['seconds']:.0f} s", flush=True)
+    for failure in record["held_again"]:
+        print(f"        failed once and held when it was run again: "
+              f"{repeat_command(options, check, failure['seed'], failure['count'])}", flush=True)
+
+
+def run(options, tasks, results):
+    """What has failed before comes first: a mend is what most people wait for."""
+    for check, record in tasks:
+        run_failed_pieces(options, check, record, results)
+    for check, record in tasks:
+        run_pieces(options, check, results, pieces(options, check, record))
+        report(options, check, record)
+
+
+def summary(records, seconds):
+    failed = sum(bool(record["failures"]) for record in records)
+    cannot = sum(bool(record.get("cannot") and not record["failures"]) for record in records)
+    text = f"{len(records) - failed - cannot} of {len(records)} checks hold"
+    text += f", {cannot} could not run" if cannot else ""
+    return f"{text}; {seconds:.0f} s."
 
 
 def print_list():
@@ -99,24 +102,38 @@ def print_list():
         print(f"{check.name:32} {check.title} ({check.quick:,} quick, {check.long:,} long)")
 
 
+def open_results(options):
+    """Of the long form alone; the others forget."""
+    if not options.long:
+        return Results(None)
+    sanitizer = f"-{options.sanitizer}" if options.sanitizer else ""
+    path = options.results or options.programs.parent / f"results{sanitizer}.json"
+    return Results(path, identity(options.programs), options.fresh)
+
+
 def main():
     options = arguments()
     if options.list:
         print_list()
         return 0
+    begin = time.monotonic()
     seed = options.seed if options.seed is not None else random.randrange(1 << 32)
-    path = None
-    if options.long:
-        sanitizer = f"-{options.sanitizer}" if options.sanitizer else ""
-        path = options.results or options.programs.parent / f"results{sanitizer}.json"
-    results = Results(path, options.fresh)
+    checks = chosen(options)
+    results = open_results(options)
     processes.adopt_orphans()
-    checks = [check for check in chosen(options)
-              if options.count or (check.long if options.long else check.quick)]
+    processes.end_in_order()
+    tasks = [(check, results.of(check, seed)) for check in checks]
     print(f"Seed {seed}, {len(checks)} checks.", flush=True)
-    held = [run_check(options, check, results, seed) for check in checks]
-    print(f"{sum(held)} of {len(held)} checks hold.")
-    return 0 if all(held) else 1
+    if options.long:
+        print("What has begun before goes on with the seed it began with.")
+        print(length(options, tasks), flush=True)
+    try:
+        run(options, tasks, results)
+    finally:
+        processes.end_all(None)  # a signal may have come where a piece was being ended
+    records = [record for _, record in tasks]
+    print(summary(records, time.monotonic() - begin))
+    return 1 if any(record["failures"] for record in records) else 0
 
 
 if __name__ == "__main__":

@@ -116,8 +116,15 @@ CHECKS = [
 # What the test of the driver looks at.
 OWN = [
     Check("self.holds", "ends well", quick=10, long=50, piece=20),
+    Check("self.holds.also", "shares the first part of its name", quick=10, long=50, piece=20,
+          on_disk=True),
+    Check("self.pair.quick", "is in both forms", quick=10, long=50, piece=20),
+    Check("self.pair.long", "is in the long form only", quick=0, long=50, piece=20),
     Check("self.fails", "finds something", quick=10, long=20, piece=10),
     Check("self.cannot", "is not allowed", quick=1, long=1, piece=1),
-    Check("self.hangs", "does not end", quick=1, long=1, piece=1, limit=1),
+    Check("self.hangs", "does not end", quick=1, long=1, piece=1, limit=3),
+    Check("self.waits", "does not end for long", quick=1, long=1, piece=1, limit=600),
+    Check("self.alone", "does not end for long, and has started nobody", quick=1, long=1, piece=1, limit=600),
     Check("self.leaves", "leaves a process behind", quick=1, long=1, piece=1),
+    Check("self.damaged", "has a disk that cannot be mounted after a power cut", quick=1, long=1, piece=1),
 ]

@@ -6,13 +6,18 @@ import pathlib
 import shutil
 import signal
 import subprocess
+import sys
 import tempfile
 import time
 
+LIBC = ctypes.CDLL(None, use_errno=True)
+PR_SET_PDEATHSIG = 1
 PR_SET_CHILD_SUBREAPER = 36
 CANNOT_RUN = 77
 # Below the temporary directory that private_root makes, which is in memory and goes with the process.
 IN_MEMORY = "/tmp/torture"
+# For those who put back what a program has changed on the machine, and begin when it has ended.
+SECONDS_TO_END = 2
 
 
 @dataclasses.dataclass
@@ -26,8 +31,29 @@ class Outcome:
 
 def adopt_orphans():
     """From now on what the pieces leave behind are children of this process."""
-    if ctypes.CDLL(None, use_errno=True).prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0) != 0:
+    if LIBC.prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0) != 0:
         raise OSError(ctypes.get_errno(), "prctl")
+
+
+def end_in_order():
+    """A signal that ends this process ends what it has started first; a second one cannot hinder that."""
+    numbers = [number for number in (signal.SIGHUP, signal.SIGINT, signal.SIGTERM)
+               if signal.getsignal(number) != signal.SIG_IGN]
+
+    def end(number, _):
+        for each in numbers:
+            signal.signal(each, signal.SIG_IGN)
+        sys.exit(128 + number)
+
+    for number in numbers:
+        signal.signal(number, end)
+
+
+def end_with(driver):
+    """In a program that begins: it ends with the driver, also when nobody is left to end it."""
+    LIBC.prctl(PR_SET_PDEATHSIG, signal.SIGKILL, 0, 0, 0)
+    if os.getppid() != driver:
+        os._exit(1)
 
 
 def children():
@@ -45,8 +71,24 @@ def is_alive(pid):
     return state not in "ZX"
 
 
-def end_all():
-    """Kills what is left and waits for it. How many were alive."""
+def await_end_of_all():
+    """Waits, not for long, until what is left has ended by itself."""
+    end = time.monotonic() + SECONDS_TO_END
+    while time.monotonic() < end:
+        try:
+            pid, _ = os.waitpid(-1, os.WNOHANG)
+        except ChildProcessError:
+            return
+        if pid == 0:
+            time.sleep(0.01)
+
+
+def end_all(process):
+    """Ends the program, and kills what does not end after it. How many of these were alive."""
+    if process is not None and process.poll() is None:
+        process.kill()
+        process.wait()
+    await_end_of_all()
     alive = 0
     while True:
         left = children()
@@ -75,6 +117,24 @@ def read_figures(text):
     return figures
 
 
+def run_program(arguments, limit):
+    """Its status, or None after so many seconds; how many processes it left; what it and they said."""
+    driver = os.getpid()
+    process = None
+    with tempfile.TemporaryFile("w+") as out, tempfile.TemporaryFile("w+") as err:
+        try:
+            process = subprocess.Popen(arguments, stdin=subprocess.DEVNULL, stdout=out, stderr=err,
+                                       preexec_fn=lambda: end_with(driver))
+            status = process.wait(limit)
+        except subprocess.TimeoutExpired:
+            status = None
+        finally:
+            left = end_all(process)
+        out.seek(0)
+        err.seek(0)
+        return status, left, out.read(), err.read()
+
+
 def run_piece(command, check, seed, count, places):
     """Runs a piece with a directory of its own, which is removed afterwards."""
     directory = IN_MEMORY
@@ -83,20 +143,9 @@ def run_piece(command, check, seed, count, places):
         directory = tempfile.mkdtemp(dir=places)
     start = time.monotonic()
     try:
-        with tempfile.TemporaryFile("w+") as out, tempfile.TemporaryFile("w+") as err:
-            process = subprocess.Popen(
-                [*command, check.check, "--seed", str(seed), "--count", str(count),
-                 "--directory", directory], stdin=subprocess.DEVNULL, stdout=out, stderr=err)
-            try:
-                status = process.wait(check.limit)
-            except subprocess.TimeoutExpired:
-                status = None
-                process.kill()
-                process.wait()
-            left = end_all()
-            out.seek(0)
-            err.seek(0)
-            return judge(check, status, left, out.read(), err.read(), time.monotonic() - start)
+        result = run_program([*command, check.check, "--seed", str(seed), "--count", str(count),
+                              "--directory", directory], check.limit)
+        return judge(check, *result, time.monotonic() - start)
     finally:
         if directory != IN_MEMORY:
             shutil.rmtree(directory, ignore_errors=True)

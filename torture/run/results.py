@@ -1,6 +1,16 @@
 """What has been done and found, kept in a file so that a long run can go on where it was stopped."""
+import hashlib
 import json
 import os
+
+
+def identity(programs):
+    """Of the programs and the libraries beside them: what others have done proves nothing of these."""
+    digest = hashlib.sha1()
+    for file in sorted([*programs.iterdir(), *(programs.parent / "lib").glob("*.so")]):
+        if file.is_file():
+            digest.update(file.name.encode() + b"\0" + file.read_bytes())
+    return digest.hexdigest()[:12]
 
 
 def merge(figures, more):
@@ -13,30 +23,60 @@ def merge(figures, more):
             figures[name][1] += number
 
 
-class Results:
-    """A file with, for each check, the seed it began with, how many pieces are done, and figures."""
+def all_figures(record):
+    """Also of the pieces that failed."""
+    figures = {}
+    for part in [record, *record["failures"]]:
+        merge(figures, part["figures"])
+    return figures
 
-    def __init__(self, path, fresh=False):
+
+class Results:
+    """A file with, for each check, the programs and the seed it began with, how many pieces are done,
+    which of them failed, and figures."""
+
+    def __init__(self, path, build="", fresh=False):
         self.path = path
+        self.build = build
         self.checks = {}
         if path is not None and path.exists() and not fresh:
             self.checks = json.loads(path.read_text(encoding="utf-8"))
 
     def of(self, check, seed):
-        return self.checks.setdefault(check.name, {
-            "seed": seed, "pieces": 0, "count": 0, "seconds": 0, "figures": {}, "failures": []})
+        """A check's record: a new one when there is none that these programs made in such pieces."""
+        record = self.checks.get(check.name)
+        wanted = {"build": self.build, "piece": check.piece}
+        if record is None or any(record.get(name) != value for name, value in wanted.items()):
+            if record is not None:
+                print(f"{check.name} begins anew: what is kept of it is of another build", flush=True)
+            record = self.checks[check.name] = {
+                **wanted, "seed": seed, "pieces": 0, "count": 0, "seconds": 0, "figures": {},
+                "failures": [], "held_again": []}
+        return record
 
     def keep(self, check, seed, count, outcome):
+        """A piece that could not run stays to be done."""
         record = self.checks[check.name]
-        record["pieces"] += 1
-        record["seconds"] += outcome.seconds
-        merge(record["figures"], outcome.figures)
-        if outcome.reason:
-            record["failures"].append({"seed": seed, "count": count, "reason": outcome.reason})
-        elif not outcome.cannot:
-            record["count"] += count
         record["cannot"] = outcome.cannot
+        if not outcome.cannot:
+            record["seconds"] += outcome.seconds
+            self.keep_piece(record, seed, count, outcome)
         self.write()
+
+    @staticmethod
+    def keep_piece(record, seed, count, outcome):
+        """A piece that had failed has been run again: this is what holds of it now."""
+        before = [failure for failure in record["failures"]
+                  if (failure["seed"], failure["count"]) == (seed, count)]
+        record["failures"] = [failure for failure in record["failures"] if failure not in before]
+        record["pieces"] += 0 if before else 1
+        if outcome.reason:
+            record["failures"].append({"seed": seed, "count": count, "reason": outcome.reason,
+                                       "figures": outcome.figures})
+        else:
+            merge(record["figures"], outcome.figures)
+            record["count"] += count
+            record["held_again"] += before
 
     def write(self):
         """The file is whole at any moment: a long run may be killed."""
