@@ -63,6 +63,9 @@ void act(const Operation& operation, const std::string& path, Report& report) {
         if (hasThrown) {
             scene.session.reset();  // nobody else can enter it
         }
+        if (operation.healed) {
+            operation.healed(scene);
+        }
         comeOn(scene);
         if (operation.finish) {
             operation.finish(scene);

@@ -62,6 +62,12 @@ Watched& watchedOf(Scene& scene) {
     return *static_cast<Watched*>(scene.more.get());
 }
 
+void collectUntilTold(Scene& scene, const char* name) {
+    Watched& watched = watchedOf(scene);
+    require(watched.collect() == VQREG_OK, "the watch does not work");
+    watched.requireTold(name);
+}
+
 void openStore(Scene& scene) {
     scene.more = std::make_shared<Watched>(scene.path);
 }
@@ -74,9 +80,8 @@ Operation aWatch() {
         Watched& watched = watchedOf(scene);
         const bool isNew = !watched.watch;
         require(!isNew || watched.open() == VQREG_OK, "a watch cannot be opened");
-        require(watched.collect() == VQREG_OK, "the watch does not work");
         if (!isNew) {
-            watched.requireTold("A");
+            collectUntilTold(scene, "A");
         }
     };
     return made;
@@ -90,12 +95,8 @@ Operation aLookForChanges() {
                 "there is nothing to look for");
     };
     made.act = [](Scene& scene) { return watchedOf(scene).collect(); };
-    made.finish = [](Scene& scene) {
-        Watched& watched = watchedOf(scene);
-        require(watched.collect() == VQREG_OK, "the watch does not work");
-        watched.requireTold("Number");
-        watched.requireTold("A");
-    };
+    made.healed = [](Scene& scene) { collectUntilTold(scene, "Number"); };
+    made.finish = [](Scene& scene) { collectUntilTold(scene, "A"); };
     return made;
 }
 

@@ -60,7 +60,8 @@ struct Operation {
     bool hasThreads = false;                   ///< it takes a tenth of a second and more
     std::function<void(Scene&)> prepare = {};  ///< what is done while everything works
     std::function<int(Scene&)> act = {};
-    /// After comeOn(), when everything works. @throws when something is missing
+    // When everything works again, before comeOn() and after it. They throw when something is missing.
+    std::function<void(Scene&)> healed = {};
     std::function<void(Scene&)> finish = {};
 };
 
