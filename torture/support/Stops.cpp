@@ -18,6 +18,11 @@ std::string Stop::words() const {
            (thread == 0 ? "" : ", thread " + std::to_string(thread));
 }
 
+// The calls of one number are dealt out one after the other, and those of other numbers begin elsewhere.
+std::uint64_t Stop::lot() const {
+    return 2 * std::uint64_t{turn} + (isEnd ? 1 : 0) + 7 * number + 3 * thread;
+}
+
 bool StopWalk::step() {
     if (!m_child.step()) {
         return false;
@@ -42,11 +47,8 @@ bool StopWalk::isCreation() const {
     return (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
 }
 
-// The calls of one number are dealt out one after the other, and those of other numbers begin elsewhere.
 bool Part::has(const Stop& stop, std::size_t offset) const {
-    const std::uint64_t place =
-        2 * std::uint64_t{stop.turn} + (stop.isEnd ? 1 : 0) + 7 * stop.number + 3 * stop.thread;
-    return (place + offset) % m_parts == m_number;
+    return (stop.lot() + offset) % m_parts == m_number;
 }
 
 void Places::see(const Stop& stop) {

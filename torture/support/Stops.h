@@ -31,6 +31,9 @@ struct Stop {
 
     auto operator<=>(const Stop&) const = default;
     std::string words() const;
+
+    /// A number of it, by which places are dealt out.
+    std::uint64_t lot() const;
 };
 
 /// Goes through the stops of a child.
