@@ -317,7 +317,7 @@ CPMutex::CPMutex(int /*shared*/, int /*owned*/, const CSharedPath& path, int /*c
                  int /*recursive*/)
     : m_shared(nullptr) {
     const std::string name = objectName(kLockKind, path);
-    m_error = CSharedFile::make(name, sizeof(CHolderNote));
+    m_error = path.error() != 0 ? path.error() : CSharedFile::make(name, sizeof(CHolderNote));
     m_shared = CMutexRegistry::instance().join(name);
 }
 

@@ -6,6 +6,7 @@
 #include "portable/ObjectName.h"
 
 #include <array>
+#include <cerrno>
 #include <climits>
 #include <cstdint>
 #include <cstdio>
@@ -17,13 +18,20 @@ namespace {
 
 constexpr std::size_t kLongestName = NAME_MAX;
 
-std::string absolutePath(const std::string& path) {
+// Whoever is told these finds no file at the path, whatever its lock is called.
+bool isOfThePath(int error) {
+    return error == ENOENT || error == ENOTDIR || error == EACCES || error == ELOOP ||
+           error == ENAMETOOLONG;
+}
+
+std::string absolutePath(const std::string& path, int& error) {
     const std::size_t slash = path.rfind('/');
     const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash + 1);
     const std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
     char resolved[PATH_MAX];
     if (!realpath(directory.c_str(), resolved)) {
-        return path;  // no such directory: no file can be there either
+        error = isOfThePath(errno) ? 0 : errno;
+        return path;
     }
     std::string result(resolved);
     if (result.back() != '/') {
@@ -61,7 +69,7 @@ void multiplyByPrime(Words& words) {
 
 }  // namespace
 
-CSharedPath::CSharedPath(const std::string& path) : m_text(absolutePath(path)) {}
+CSharedPath::CSharedPath(const std::string& path) : m_text(absolutePath(path, m_error)) {}
 
 std::string objectName(const std::string& kind, const CSharedPath& path) {
     std::string whole = kind + "." + encoded(path.text());

@@ -25,7 +25,12 @@ public:
     CSharedPath(const char* path) : CSharedPath(std::string(path)) {}
     const std::string& text() const { return m_text; }
 
+    // Why the directory could not be resolved, as an errno: no memory, or a disk that fails. The text may
+    // be another one than everybody else's then, and so would be the objects.
+    int error() const { return m_error; }
+
 private:
+    int m_error = 0;  // before the text, which sets it
     std::string m_text;
 };
 

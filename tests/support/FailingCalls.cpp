@@ -131,6 +131,7 @@ VQ_FAILING(ssize_t, getrandom, -1, 0, (void* bytes, size_t size, unsigned int fl
            (bytes, size, flags))
 VQ_FAILING(ssize_t, readlink, -1, 0, (const char* path, char* text, size_t size),
            (path, text, size))
+VQ_FAILING(char*, realpath, nullptr, nullptr, (const char* path, char* resolved), (path, resolved))
 VQ_FAILING(ssize_t, process_vm_readv, -1, 0,
            (pid_t pid, const struct iovec* here, unsigned long countHere, const struct iovec* there,
             unsigned long countThere, unsigned long flags),

@@ -106,11 +106,21 @@ public:
         return !m_isEnded;
     }
 
+    pid_t stopped() const { return m_stopped; }  ///< the thread that is at the stop
+
+    /// At a stop: what the kernel tells of it.
+    __ptrace_syscall_info stop() const {
+        __ptrace_syscall_info info{};
+        if (::ptrace(PTRACE_GET_SYSCALL_INFO, m_stopped, sizeof info, &info) <= 0) {
+            info.op = PTRACE_SYSCALL_INFO_NONE;
+        }
+        return info;
+    }
+
     /// At a stop: whether that is the beginning of a system call, and then which.
     bool isEntering(std::uint64_t& number, std::uint64_t& firstArgument) const {
-        __ptrace_syscall_info info{};
-        if (::ptrace(PTRACE_GET_SYSCALL_INFO, m_stopped, sizeof info, &info) <= 0 ||
-            info.op != PTRACE_SYSCALL_INFO_ENTRY) {
+        const __ptrace_syscall_info info = stop();
+        if (info.op != PTRACE_SYSCALL_INFO_ENTRY) {
             return false;
         }
         number = info.entry.nr;

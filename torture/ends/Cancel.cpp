@@ -12,8 +12,10 @@
 #include "ends/Checks.h"
 #include "support/ForkedChild.h"
 #include "support/Handlers.h"
+#include "support/OldSemaphores.h"
 #include "support/Sessions.h"
 #include "support/SteppedChild.h"
+#include "support/Stops.h"
 #include "support/TempStore.h"
 #include "support/Wait.h"
 
@@ -179,12 +181,14 @@ public:
     CancelledChild(const Run& run, const Operation& operation)
         : m_file(run.directory()),
           m_child([&](auto begin) { return cancelInChild(m_file, operation, *m_order, begin); },
-                  SteppedChild::eAllThreads) {}
+                  SteppedChild::eAllThreads),
+          m_walk(m_child) {}
 
     SteppedChild& child() { return m_child; }
+    StopWalk& walk() { return m_walk; }
 
     // On to the next stop within the operation.
-    bool step() { return m_child.step() && !m_order->isAtEnd; }
+    bool step() { return m_walk.step() && !m_order->isAtEnd; }
 
     // Of a thread that stands where it has been left.
     void cancel() {
@@ -197,36 +201,37 @@ private:
     vqtest::TempStore m_file;
     vqtest::Common<Order> m_order;
     SteppedChild m_child;
+    StopWalk m_walk;
 };
 
-int countStops(const Run& run, const Operation& operation) {
+void seeAll(const Run& run, const Operation& operation, Places& places) {
+    removeOldSemaphores();
     CancelledChild cancelled(run, operation);
     int stops = 0;
     while (cancelled.step()) {
+        places.see(cancelled.walk().at());
         ++stops;
     }
     const int status = cancelled.child().finish();
     require(status == eHolds, std::string(operation.name) + " ends with " + std::to_string(status));
     require(stops > 2, std::string(operation.name) + " is not stepped through");
-    return stops;
 }
 
-void cancelOnce(Run& run, const Operation& operation, int stop) {
+bool cancelAt(Run& run, const Operation& operation, const Stop& stop, Places& places) {
+    removeOldSemaphores();
     CancelledChild cancelled(run, operation);
-    bool isAlive = true;
-    for (int i = 0; i < stop && isAlive; ++i) {
-        isAlive = cancelled.step();
-    }
+    const bool isThere =
+        places.goTo(stop, cancelled.walk(), [&cancelled] { return cancelled.step(); });
     const vqtest::SteppedChildGuard guard(cancelled.child(), kPatienceSeconds);
-    if (isAlive) {
+    if (isThere) {
         cancelled.cancel();
         run.add("cancellations");
     }
     const int status = cancelled.child().finish();
-    const std::string where =
-        operation.name + std::string(", cancelled at stop ") + std::to_string(stop);
+    const std::string where = operation.name + std::string(", cancelled at ") + stop.words();
     require(!guard.isTooLate(), where + ": somebody waits");
     require(status == eHolds, where + ": ends with " + std::to_string(status));
+    return isThere;
 }
 
 }  // namespace
@@ -235,21 +240,14 @@ void cancelAtCalls(Run& run) {
     if (!SteppedChild::isPermitted()) {
         throw CannotRun("a process may not trace its child here");
     }
-    std::vector<std::pair<const Operation*, int>> places;
+    std::size_t offset = 0;
     for (const Operation& operation : kOperations) {
-        const int stops = countStops(run, operation);
-        for (int stop = 1; stop <= stops; ++stop) {
-            places.emplace_back(&operation, stop);
-        }
+        Places places(Part(kPartsOfPlaces, run.seed()), offset++);
+        seeAll(run, operation, places);
+        places.visitEach(run, run.count(),
+                         [&](const Stop& stop) { return cancelAt(run, operation, stop, places); });
     }
-    run.highest("places", static_cast<double>(places.size()));
-    const std::uint64_t size = places.size();
-    const std::uint64_t offset = run.below(size);
-    for (std::uint64_t i = 0; i < run.count(); ++i) {
-        const std::uint64_t step = run.count() < size ? i * size / run.count() : i;
-        const auto& [operation, stop] = places[(offset + step) % size];
-        cancelOnce(run, *operation, stop);
-    }
+    endPart(run);
 }
 
 }  // namespace vqtorture

@@ -7,7 +7,7 @@
 namespace vqtorture {
 
 void clearHandlersWhileTheyRun(Run& run);
-void cancelAtCalls(Run& run);
+void cancelAtCalls(Run& run);  ///< a tenth of all places, by the seed; count: how often each
 void useWhileUnwinding(Run& run);
 void forkBesideBusyThreads(Run& run);
 void executeFromBusyProcess(Run& run);

@@ -15,7 +15,13 @@ void failSyncedFiles(Run& run);
 void failSyncedPairs(Run& run);
 void dieAtSyncedFiles(Run& run);
 
-void failCalls(Run& run);  ///< count: rounds over the system calls
+// count: rounds over the system calls.
+void failCalls(Run& run);
+void failSyncedCalls(Run& run);  ///< with VQREG_SYNC=1
+void failTracedCalls(Run& run);  ///< with a log that is written to
+
+/// Before the first store of the process, which looks at it once.
+void askForSync();
 
 }  // namespace vqtorture
 

@@ -13,6 +13,8 @@
 #include <cstddef>
 #include <exception>
 #include <filesystem>
+#include <iterator>
+#include <sstream>
 #include <system_error>
 #include <utility>
 
@@ -168,6 +170,12 @@ void FaultedChild::resume(pid_t thread, int signal) const {
     ::ptrace(PTRACE_SYSCALL, thread, nullptr, signal);
 }
 
+std::size_t FaultedChild::failures(const std::string& name) const {
+    std::istringstream names(m_failed);
+    return static_cast<std::size_t>(
+        std::count(std::istream_iterator<std::string>(names), {}, name));
+}
+
 // True when it has come to the end mark.
 bool FaultedChild::runUntilMark() {
     if (m_atMark != 0) {
@@ -224,26 +232,36 @@ bool FaultedChild::onSystemCall(pid_t thread) {
 }
 
 bool FaultedChild::onEntry(pid_t thread, const __ptrace_syscall_info& info) {
-    std::uint64_t arguments[6];
-    std::copy(std::begin(info.entry.args), std::end(info.entry.args), arguments);
     if (info.entry.nr == static_cast<std::uint64_t>(kMark)) {
-        m_isArmed = arguments[0] == kBegin;
-        return arguments[0] == kEnd;
+        m_isArmed = info.entry.args[0] == kBegin;
+        return info.entry.args[0] == kEnd;
     }
-    const bool isOpenToFaults =
-        m_isArmed && !isSafeLook(thread, info) && !isUnlocking(thread, info);
-    const SystemCall* const call =
-        isOpenToFaults ? plausibleFaults(info.entry.nr, arguments) : nullptr;
+    const SystemCall* const call = m_isArmed ? faultyCall(thread, info) : nullptr;
     const Plan* const plan = call ? planOf(m_calls++) : nullptr;
     if (plan) {
         const Fault& fault = call->faults[plan->choice % call->faults.size()];
         if (!isDisturbance(fault) || m_failedCalls < kMostDisturbances) {
             ++m_failedCalls;
             m_failed += std::string(call->name) + " ";
+            if (fault.error == EIO || fault.error == ENOSPC || fault.error == EDQUOT) {
+                m_ofDisk.insert(call->name);
+            }
             put(thread, fault, info);
         }
     }
     return false;
+}
+
+// Null for one that cannot fail; one that nobody has judged is noted.
+const SystemCall* FaultedChild::faultyCall(pid_t thread, const __ptrace_syscall_info& info) {
+    std::uint64_t arguments[6];
+    std::copy(std::begin(info.entry.args), std::end(info.entry.args), arguments);
+    const KnownCall known = knownCall(info.entry.nr, arguments);
+    if (!known.isKnown()) {
+        m_unknown.insert(std::to_string(info.entry.nr) + "(" + std::to_string(arguments[0]) + ", " +
+                         std::to_string(arguments[1]) + ", ...)");
+    }
+    return isSafeLook(thread, info) || isUnlocking(thread, info) ? nullptr : known.call;
 }
 
 const Plan* FaultedChild::planOf(std::size_t call) const {

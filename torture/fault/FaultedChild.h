@@ -15,12 +15,15 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
 #include "fault/Plan.h"
 
 namespace vqtorture {
+
+struct SystemCall;
 
 class FaultedChild {
 public:
@@ -48,9 +51,12 @@ public:
     std::size_t failedCalls() const { return m_failedCalls; }
     /// The names of those that failed, with a blank behind each.
     const std::string& failed() const { return m_failed; }
-    bool hasFailed(const std::string& name) const {
-        return m_failed.find(name + " ") != std::string::npos;
-    }
+    std::size_t failures(const std::string& name) const;
+    bool hasFailed(const std::string& name) const { return failures(name) != 0; }
+    /// Whether the disk itself has told of an error by it.
+    bool hasDiskFailed(const std::string& name) const { return m_ofDisk.count(name) != 0; }
+    /// Those between the marks that nobody has judged, with their numbers.
+    const std::set<std::string>& unknownCalls() const { return m_unknown; }
 
 private:
     // What is to be done where a call of a thread ends.
@@ -65,6 +71,7 @@ private:
     bool onSystemCall(pid_t thread);
     bool onEntry(pid_t thread, const __ptrace_syscall_info& info);
     void onExit(pid_t thread);
+    const SystemCall* faultyCall(pid_t thread, const __ptrace_syscall_info& info);
     const Plan* planOf(std::size_t call) const;
     void put(pid_t thread, const Fault& fault, const __ptrace_syscall_info& info);
     void shorten(pid_t thread, const __ptrace_syscall_info& info, Pending& pending);
@@ -79,6 +86,8 @@ private:
     std::size_t m_calls = 0;
     std::size_t m_failedCalls = 0;
     std::string m_failed;
+    std::set<std::string> m_ofDisk;
+    std::set<std::string> m_unknown;
     std::map<pid_t, Pending> m_pending;
 };
 

@@ -172,11 +172,6 @@ bool dieAt(const Operation& operation, Place place, std::size_t at, bool isAfter
     return status != 0;
 }
 
-// Before the first store of the process, which looks at it once.
-void askForSync() {
-    ::setenv("VQREG_SYNC", "1", 1);
-}
-
 // At each of its calls until it makes no more.
 void dieEverywhere(const Operation& operation, Place place, bool isAfterwards, bool isAlone,
                    vqtest::Agent& witness, Run& run) {
@@ -193,6 +188,10 @@ void dieEverywhere(const Operation& operation, Place place, bool isAfterwards, b
 }
 
 }  // namespace
+
+void askForSync() {
+    ::setenv("VQREG_SYNC", "1", 1);
+}
 
 void failFiles(Run& run) {
     quietTrace();

@@ -14,8 +14,16 @@ struct SystemCall {
     std::vector<Fault> faults;
 };
 
-/// How a call can fail; null for one that cannot, or whose failures are left out.
-const SystemCall* plausibleFaults(std::uint64_t number, const std::uint64_t (&arguments)[6]);
+/// What is known of a call: how it can fail, or why its failures are left out. A call of which neither is
+/// known has been judged by nobody.
+struct KnownCall {
+    const SystemCall* call = nullptr;
+    const char* leftOutBecause = nullptr;
+
+    bool isKnown() const { return call || leftOutBecause; }
+};
+
+KnownCall knownCall(std::uint64_t number, const std::uint64_t (&arguments)[6]);
 
 }  // namespace vqtorture
 

@@ -9,6 +9,8 @@ int main(int argc, char** argv) {
                                 {"synced_files", vqtorture::failSyncedFiles},
                                 {"synced_pairs", vqtorture::failSyncedPairs},
                                 {"synced_deaths", vqtorture::dieAtSyncedFiles},
-                                {"calls", vqtorture::failCalls}},
+                                {"calls", vqtorture::failCalls},
+                                {"synced_calls", vqtorture::failSyncedCalls},
+                                {"traced_calls", vqtorture::failTracedCalls}},
                                argc, argv);
 }

@@ -9,8 +9,10 @@
 namespace vqtorture {
 
 void killAtRandom(Run& run);
+// Of these a run has a part of all places, by its seed, and goes through it as often as its count says.
 void killAtCalls(Run& run);
 void killAgain(Run& run);
+void killInMending(Run& run);
 void stopAtCalls(Run& run);
 
 /// What is thrown in `action` says where it was.

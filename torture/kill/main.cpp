@@ -6,6 +6,7 @@ int main(int argc, char** argv) {
     return runOneOf({{"random", killAtRandom},
                      {"calls", killAtCalls},
                      {"again", killAgain},
+                     {"mending", killInMending},
                      {"stop", stopAtCalls}},
                     argc, argv);
 }

@@ -14,6 +14,11 @@ class Check:
     limit: int = 120        # seconds that a piece may take
     privileged: bool = False  # it mounts or changes users: root only
     sanitizers: tuple = ()  # which of "address" and "thread" it makes sense with, besides none
+    parts: int = 1          # so many pieces, one after the other, have all places between them
+
+    def __post_init__(self):
+        if self.long // self.piece % self.parts:
+            raise ValueError(f"{self.name}: the long form does not have all places")
 
     @property
     def program(self):
@@ -29,14 +34,17 @@ CHECKS = [
           limit=300),
     Check("kill.random.disk", "killed at random, on the disk", quick=90, long=5000, piece=500,
           on_disk=True, limit=300),
-    Check("kill.calls", "killed at every system call", quick=150, long=5000, piece=1000,
-          limit=300),
-    Check("kill.again", "killed again in the start that follows", quick=100, long=20000, piece=1000),
-    Check("kill.stop", "stopped at every system call", quick=80, long=3000, piece=150,
-          limit=300),
+    # Of all places a piece has the part that its seed says, and visits each as often as its count says.
+    Check("kill.calls", "killed at every system call", quick=1, long=30, piece=3, limit=300, parts=10),
+    Check("kill.again", "killed at every system call, and again in the start that follows",
+          quick=1, long=80, piece=8, limit=300, parts=10),
+    Check("kill.mending", "killed at every system call of a replacement, and again at every one of the "
+          "mending", quick=1, long=60, piece=1, parts=60),
+    Check("kill.stop", "stopped at every system call", quick=1, long=30, piece=3, limit=600, parts=10),
     Check("ends.handlers", "handlers removed while they run", quick=3000, long=100_000, piece=5000,
           sanitizers=("address", "thread")),
-    Check("ends.cancel", "threads cancelled at every system call", quick=150, long=5000, piece=500),
+    Check("ends.cancel", "threads cancelled at every system call", quick=1, long=50, piece=5,
+          parts=10),
     Check("ends.unwinding", "operations of destructors", quick=500, long=20_000, piece=2000,
           sanitizers=("address", "thread")),
     Check("ends.fork", "forked beside busy threads", quick=150, long=2000, piece=200,
@@ -96,6 +104,10 @@ CHECKS = [
     Check("fault.calls", "every system call fails, once and for good", quick=1, long=112, piece=1),
     Check("fault.calls.disk", "the same with the store on the disk", quick=0, long=14, piece=1,
           on_disk=True),
+    Check("fault.synced_calls", "every system call fails, once and for good, with VQREG_SYNC=1",
+          quick=1, long=14, piece=1),
+    Check("fault.traced_calls", "every system call fails, once and for good, with a log", quick=1,
+          long=14, piece=1),
     Check("memory.operations", "no memory in every operation", quick=1, long=8, piece=1,
           sanitizers=("address",)),
     Check("memory.first", "no memory for what a process does first", quick=1, long=8, piece=1,

@@ -4,6 +4,7 @@
 #define VQTORTURE_OPERATIONS_H
 
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -32,6 +33,7 @@ struct Scene {
     std::vector<std::string> names;
     std::string name;
     vqtest::Handler handler;
+    std::shared_ptr<void> more;  ///< what else the operation needs
 };
 
 /// What an operation does with the session.
@@ -58,6 +60,9 @@ struct Operation {
     bool hasThreads = false;                   ///< it takes a tenth of a second and more
     std::function<void(Scene&)> prepare = {};  ///< what is done while everything works
     std::function<int(Scene&)> act = {};
+    // When everything works again, before comeOn() and after it. They throw when something is missing.
+    std::function<void(Scene&)> healed = {};
+    std::function<void(Scene&)> finish = {};
 };
 
 /// Those that change something, and those that read a change.

@@ -36,6 +36,11 @@ void Run::highest(const std::string& name, double number) {
     }
 }
 
+double Run::sum(const std::string& name) const {
+    const auto found = m_sums.find(name);
+    return found == m_sums.end() ? 0 : found->second;
+}
+
 void Run::printFigures() const {
     for (const auto& [name, number] : m_sums) {
         std::printf("figure sum %s %.15g\n", name.c_str(), number);

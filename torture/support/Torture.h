@@ -47,6 +47,9 @@ public:
     /// Adds to a figure of this name; the figures of several runs are added, too.
     void add(const std::string& name, double number = 1) { m_sums[name] += number; }
 
+    /// What has been added so far.
+    double sum(const std::string& name) const;
+
     /// Of several runs, too, the highest number remains.
     void highest(const std::string& name, double number);
 

@@ -82,6 +82,16 @@ TEST_F(StoreCalls, AChangeFailsWithoutALockAndSaysWhy) {
     EXPECT_EQ(setNumber(*store, key, "v", 2), REGLIB_OK);
 }
 
+// Its lock and its block would be others than those of everybody else.
+TEST_F(StoreCalls, AStoreWhosePathCannotBeMadeOutIsNotOpened) {
+    for (const int error : {ENOMEM, EIO}) {
+        const FailingCall unknown("realpath", error);
+        EXPECT_THROW(open(), VQException) << error;
+        EXPECT_GT(unknown.count(), 0);
+    }
+    EXPECT_NE(open(), nullptr);
+}
+
 TEST_F(StoreCalls, NothingIsReadOrWrittenWithoutABlock) {
     removeBlock();
     const std::string before = file.read();
