@@ -48,21 +48,32 @@ double threadsOf(pid_t process) {
     return entriesOf(fileOf(process, "task"));
 }
 
-double entriesOf(const std::string& directory, const std::string& except) {
-    return countEntries(directory, [&](const std::string& name) {
-        return !name.starts_with(except) || name == except;
-    });
+double segments() {
+    std::ifstream table("/proc/sysvipc/shm");
+    double lines = 0;
+    for (std::string line; std::getline(table, line);) {
+        ++lines;
+    }
+    return lines - 1;
 }
 
-double entriesThatBegin(const std::string& directory, const std::string& beginning) {
-    return countEntries(directory,
-                        [&](const std::string& name) { return name.starts_with(beginning); });
+double entriesOf(const std::string& directory) {
+    return countEntries(directory, [](const std::string&) { return true; });
+}
+
+double entriesBeside(const std::string& file) {
+    const fs::path path(file);
+    const std::string name = path.filename().string();
+    return countEntries(path.parent_path().string(), [&](const std::string& entry) {
+        return entry != name && entry != name + ".bak";
+    });
 }
 
 void Usage::requireFlat(Run& run, const std::string& name, double share, double more) const {
     const std::vector<double>& samples = m_samples.at(name);
     const auto quarter = static_cast<std::ptrdiff_t>(samples.size() / 4);
     require(quarter > 2, "too few samples of " + name);
+    require(*std::min_element(samples.begin(), samples.end()) > 0, name + " cannot be looked at");
     const double first = *std::max_element(samples.begin(), samples.begin() + quarter);
     const double last = *std::max_element(samples.end() - quarter, samples.end());
     run.highest(name + "_first", first);
