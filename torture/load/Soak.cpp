@@ -191,7 +191,9 @@ public:
             m_usage.requireFlat(m_run, std::string(who) + "_descriptors", 0, 4);
             m_usage.requireFlat(m_run, std::string(who) + "_tasks", 0, 2);
         }
-        m_usage.requireFlat(m_run, "objects", 0.25, 10);
+        // Those of processes that have just died are still there.
+        m_usage.requireFlat(m_run, "semaphores", 0.25, 10);
+        m_usage.requireFlat(m_run, "objects", 0, 0);
         m_usage.requireFlat(m_run, "segments", 0, 2);
         m_run.add("temporary_files_left", m_left);
         report();
@@ -233,7 +235,8 @@ private:
             m_usage.note(std::string(who) + "_descriptors", descriptorsOf(process));
             m_usage.note(std::string(who) + "_tasks", threadsOf(process));
         }
-        m_usage.note("objects", entriesOf("/dev/shm"));
+        m_usage.note("semaphores", semaphores());
+        m_usage.note("objects", otherObjects());
         m_usage.note("segments", segments());
     }
 

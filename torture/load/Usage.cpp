@@ -11,6 +11,16 @@ namespace vqtorture {
 
 namespace {
 
+constexpr char kObjects[] = "/dev/shm";
+
+bool isSemaphore(const std::string& name) {
+    return name.starts_with("sem.");
+}
+
+bool isAny(const std::string& /*name*/) {
+    return true;
+}
+
 std::string fileOf(pid_t process, const char* name) {
     return "/proc/" + std::to_string(process) + "/" + name;
 }
@@ -41,11 +51,11 @@ double memoryOf(pid_t process) {
 }
 
 double descriptorsOf(pid_t process) {
-    return entriesOf(fileOf(process, "fd"));
+    return countEntries(fileOf(process, "fd"), isAny);
 }
 
 double threadsOf(pid_t process) {
-    return entriesOf(fileOf(process, "task"));
+    return countEntries(fileOf(process, "task"), isAny);
 }
 
 double segments() {
@@ -57,8 +67,12 @@ double segments() {
     return lines - 1;
 }
 
-double entriesOf(const std::string& directory) {
-    return countEntries(directory, [](const std::string&) { return true; });
+double semaphores() {
+    return countEntries(kObjects, isSemaphore);
+}
+
+double otherObjects() {
+    return countEntries(kObjects, [](const std::string& name) { return !isSemaphore(name); });
 }
 
 double entriesBeside(const std::string& file) {

@@ -21,9 +21,11 @@ double threadsOf(pid_t process);
 /// System V memory, of everybody; -1 where that cannot be read.
 double segments();
 
-double entriesOf(const std::string& directory);
+/// Named objects of everybody. Those of the library that are no semaphores belong to stores.
+double semaphores();
+double otherObjects();
 
-/// Of the directory of a store's file, without the file and its backup.
+/// How many files are in the directory of a store's file, without that and its backup.
 double entriesBeside(const std::string& file);
 
 /// Samples of several numbers in the order of their times.

@@ -201,7 +201,7 @@ Gen<Verb> verb() {
          {6, Verb::eEditFile},      {1, Verb::eCutFile},      {1, Verb::eRemoveFile},
          {1, Verb::eWriteBackup},   {1, Verb::eRemoveBackup}, {1, Verb::eHideDirectory},
          {2, Verb::eShowDirectory}, {2, Verb::eBeginScope},   {2, Verb::eEndScope},
-         {2, Verb::eDropScope},     {2, Verb::eRegister},     {1, Verb::eUnregister},
+         {2, Verb::eDropScope},     {2, Verb::eRegister},     {2, Verb::eUnregister},
          {1, Verb::eNotify},        {2, Verb::eWatch}});
 }
 
@@ -239,7 +239,7 @@ Gen<int> numberFor(Verb verb) {
         case Verb::eDropScope:
         case Verb::eRegister:
         case Verb::eUnregister:
-            return from(0, static_cast<int>(kChangeHandlers) + 1);
+            return rc::gen::weightedElement<int>({{5, 0}, {1, 1}, {1, 2}});
         case Verb::eEditFile:
             return from(0, 10);
         case Verb::eCutFile:
