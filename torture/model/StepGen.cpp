@@ -202,7 +202,7 @@ Gen<Verb> verb() {
          {1, Verb::eWriteBackup},   {1, Verb::eRemoveBackup}, {1, Verb::eHideDirectory},
          {2, Verb::eShowDirectory}, {2, Verb::eBeginScope},   {2, Verb::eEndScope},
          {2, Verb::eDropScope},     {2, Verb::eRegister},     {2, Verb::eUnregister},
-         {1, Verb::eNotify},        {2, Verb::eWatch}});
+         {1, Verb::eNotify},        {1, Verb::eWatch}});
 }
 
 bool takesPath(Verb verb) {
