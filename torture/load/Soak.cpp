@@ -1,6 +1,7 @@
 // For long: processes that live from beginning to end use everything of the library, in a storm of signals
 // and forks, beside others that are killed and stopped all the time. What they use of memory, descriptors,
-// threads, objects and files must be in the last quarter what it was in the first.
+// threads, objects and System V memory must be in the last quarter what it was in the first. Files that
+// are only there for a change are left by who is killed, one by each, and by nobody else.
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -181,6 +182,7 @@ public:
         requireEnd(*m_threads, "the process of many threads");
         requireEnd(*m_children, "the process of many children");
         requireAllCounted(m_world->ledger, m_path, false);
+        requireNothingLeft("one that ends");
     }
 
     void judge() {
@@ -189,11 +191,11 @@ public:
             m_usage.requireFlat(m_run, std::string(who) + "_descriptors", 0, 4);
             m_usage.requireFlat(m_run, std::string(who) + "_tasks", 0, 2);
         }
-        m_usage.requireFlat(m_run, "objects", 0.25, 10);
-        m_usage.requireFlat(m_run, "files", 0, 1);
-        const double left = entriesThatBegin(m_run.directory(), "store.cfg") - 2;
-        m_run.add("temporary_files_left", left);
-        require(left <= m_kills, "more temporary files are left than processes were killed");
+        // Those of processes that have just died are still there.
+        m_usage.requireFlat(m_run, "semaphores", 0.25, 10);
+        m_usage.requireFlat(m_run, "objects", 0, 0);
+        m_usage.requireFlat(m_run, "segments", 0, 2);
+        m_run.add("temporary_files_left", m_left);
         report();
     }
 
@@ -212,8 +214,10 @@ private:
     void disturb() {
         std::unique_ptr<ForkedChild>& one = m_fodder[m_run.below(kFodder)];
         if (m_run.below(4) == 0) {
+            requireNothingLeft("one that lives");
             one->kill();
             ++m_kills;
+            noteLeftByOne();
             one = start([this] { return beFodder(*m_world, m_path); });
         } else {
             ::kill(one->pid(), SIGSTOP);
@@ -231,9 +235,35 @@ private:
             m_usage.note(std::string(who) + "_descriptors", descriptorsOf(process));
             m_usage.note(std::string(who) + "_tasks", threadsOf(process));
         }
-        m_usage.note("objects", entriesOf("/dev/shm"));
-        m_usage.note("files", entriesOf(m_run.directory()) -
-                                  entriesThatBegin(m_run.directory(), "store.cfg"));
+        m_usage.note("semaphores", semaphores());
+        m_usage.note("objects", otherObjects());
+        m_usage.note("segments", segments());
+    }
+
+    // In an update nobody else has a file of a moment, so what is there has been left.
+    double countLeft() const {
+        Common<double> count;
+        const auto counter = spawn([&] {
+            const auto session = vqtest::openSession(m_path);
+            const VQRegLib::CRegUpdate update(*session);
+            *count = entriesBeside(m_path);
+            return update.result() < 0 ? 1 : 0;
+        });
+        requireEnd(*counter, "who counts what is left");
+        return *count;
+    }
+
+    void requireNothingLeft(const char* who) const {
+        const double left = countLeft();
+        require(left == m_left, std::string(who) + " has left " + std::to_string(left - m_left) +
+                                    " temporary files");
+    }
+
+    void noteLeftByOne() {
+        const double left = countLeft();
+        require(left <= m_left + 1, "one that was killed has left " +
+                                        std::to_string(left - m_left) + " temporary files");
+        m_left = left;
     }
 
     void report() {
@@ -252,6 +282,7 @@ private:
     Common<World> m_world;
     Usage m_usage;
     double m_kills = 0;
+    double m_left = 0;  // temporary files, by those who were killed
     std::unique_ptr<ForkedChild> m_threads;
     std::unique_ptr<ForkedChild> m_children;
     std::array<std::unique_ptr<ForkedChild>, kFodder> m_fodder;

@@ -11,6 +11,16 @@ namespace vqtorture {
 
 namespace {
 
+constexpr char kObjects[] = "/dev/shm";
+
+bool isSemaphore(const std::string& name) {
+    return name.starts_with("sem.");
+}
+
+bool isAny(const std::string& /*name*/) {
+    return true;
+}
+
 std::string fileOf(pid_t process, const char* name) {
     return "/proc/" + std::to_string(process) + "/" + name;
 }
@@ -41,28 +51,43 @@ double memoryOf(pid_t process) {
 }
 
 double descriptorsOf(pid_t process) {
-    return entriesOf(fileOf(process, "fd"));
+    return countEntries(fileOf(process, "fd"), isAny);
 }
 
 double threadsOf(pid_t process) {
-    return entriesOf(fileOf(process, "task"));
+    return countEntries(fileOf(process, "task"), isAny);
 }
 
-double entriesOf(const std::string& directory, const std::string& except) {
-    return countEntries(directory, [&](const std::string& name) {
-        return !name.starts_with(except) || name == except;
+double segments() {
+    std::ifstream table("/proc/sysvipc/shm");
+    double lines = 0;
+    for (std::string line; std::getline(table, line);) {
+        ++lines;
+    }
+    return lines - 1;
+}
+
+double semaphores() {
+    return countEntries(kObjects, isSemaphore);
+}
+
+double otherObjects() {
+    return countEntries(kObjects, [](const std::string& name) { return !isSemaphore(name); });
+}
+
+double entriesBeside(const std::string& file) {
+    const fs::path path(file);
+    const std::string name = path.filename().string();
+    return countEntries(path.parent_path().string(), [&](const std::string& entry) {
+        return entry != name && entry != name + ".bak";
     });
-}
-
-double entriesThatBegin(const std::string& directory, const std::string& beginning) {
-    return countEntries(directory,
-                        [&](const std::string& name) { return name.starts_with(beginning); });
 }
 
 void Usage::requireFlat(Run& run, const std::string& name, double share, double more) const {
     const std::vector<double>& samples = m_samples.at(name);
     const auto quarter = static_cast<std::ptrdiff_t>(samples.size() / 4);
     require(quarter > 2, "too few samples of " + name);
+    require(*std::min_element(samples.begin(), samples.end()) > 0, name + " cannot be looked at");
     const double first = *std::max_element(samples.begin(), samples.begin() + quarter);
     const double last = *std::max_element(samples.end() - quarter, samples.end());
     run.highest(name + "_first", first);

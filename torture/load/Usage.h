@@ -18,16 +18,23 @@ double memoryOf(pid_t process);
 double descriptorsOf(pid_t process);
 double threadsOf(pid_t process);
 
-/// Of one directory; names that begin with `except` and are longer do not count.
-double entriesOf(const std::string& directory, const std::string& except = "/");
-double entriesThatBegin(const std::string& directory, const std::string& beginning);
+/// System V memory, of everybody; -1 where that cannot be read.
+double segments();
+
+/// Named objects of everybody. Those of the library that are no semaphores belong to stores.
+double semaphores();
+double otherObjects();
+
+/// How many files are in the directory of a store's file, without that and its backup.
+double entriesBeside(const std::string& file);
 
 /// Samples of several numbers in the order of their times.
 class Usage {
 public:
     void note(const std::string& name, double number) { m_samples[name].push_back(number); }
 
-    /// The highest number of the last quarter may be so much above that of the first.
+    /// The highest number of the last quarter may be so much above that of the first. None of them is 0,
+    /// which says that nothing could be looked at.
     /// @throws Violation otherwise
     void requireFlat(Run& run, const std::string& name, double share, double more) const;
 

@@ -168,7 +168,7 @@ private:
                                       .fields;
     }
 
-    // In an update no sessions are opened and closed, and other processes only read: they would wait.
+    // While a process has an update others would wait for its end, where they do not only read.
     bool mayTake(const Step& one) {
         for (const char* name : kFileNames) {
             const File& file = m_files.of(name);
@@ -176,12 +176,29 @@ private:
                 continue;
             }
             const bool isOwn = file.updatingProcess == one.process;
-            if (one.verb == Verb::eOpenSession || one.verb == Verb::eCloseSession ||
-                (!isOwn && (!onlyReads(one) || !file.text || m_files.isHidden()))) {
+            if (isOwn ? isForbiddenInUpdate(one) : isOn(file, one) && !isReading(file, one)) {
                 return false;
             }
         }
         return true;
+    }
+
+    bool isOn(const File& file, const Step& one) {
+        const int store =
+            one.verb == Verb::eOpenSession
+                ? one.number
+                : m_expected.at(static_cast<std::size_t>(one.process))->storeOf(one.session);
+        return store != kNoStore &&
+               &m_files.of(kStoreNames.at(static_cast<std::size_t>(store)).file) == &file;
+    }
+
+    bool isReading(const File& file, const Step& one) const {
+        if (one.verb == Verb::eOpenSession) {
+            const StoreName& name = kStoreNames.at(static_cast<std::size_t>(one.number));
+            return m_models.at(static_cast<std::size_t>(one.process))
+                ->findsRootKey(name.file, name.root);
+        }
+        return onlyReads(one) && file.text && !m_files.isHidden();
     }
 
     void compareFiles(const Step& one, Outcome& outcome) {

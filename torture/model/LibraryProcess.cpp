@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <filesystem>
 #include <system_error>
 #include <utility>
 
@@ -51,6 +52,16 @@ std::string LibraryProcess::dumpOf(Session& session) const {
     checked(::dup2(kept, STDOUT_FILENO));
     ::close(kept);
     return contentOf(m_printed);
+}
+
+vqtest::Fields LibraryProcess::lookWhoIsTold(
+    Session& session, const char* file,
+    const std::array<Handler, kChangeHandlers>& handlers) const {
+    const std::string path = m_directory + "/" + file;
+    if (!session.RootKey() || !std::filesystem::exists(path)) {
+        return {"nobody"};
+    }
+    return model::lookWhoIsTold(session, path, handlers);
 }
 
 }  // namespace vqtorture::model

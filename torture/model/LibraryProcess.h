@@ -2,10 +2,12 @@
 #ifndef VQTORTURE_MODEL_LIBRARY_PROCESS_H
 #define VQTORTURE_MODEL_LIBRARY_PROCESS_H
 
+#include <array>
 #include <memory>
 #include <string>
 
 #include "VQRegLib.h"
+#include "model/Watching.h"
 
 namespace vqtorture::model {
 
@@ -13,6 +15,8 @@ class LibraryProcess {
 public:
     using Session = VQRegLib::CRegLib;
     using Key = VQRegLib::CRegKey;
+    using Update = VQRegLib::CRegUpdate;
+    using Handler = CountingHandler;
 
     /// @param directory  where the files are
     explicit LibraryProcess(std::string directory);
@@ -22,6 +26,8 @@ public:
 
     std::unique_ptr<Session> open(const char* file, const char* root, int* result) const;
     std::string dumpOf(Session& session) const;
+    vqtest::Fields lookWhoIsTold(Session& session, const char* file,
+                                 const std::array<Handler, kChangeHandlers>& handlers) const;
 
 private:
     std::string m_directory;

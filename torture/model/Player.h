@@ -30,16 +30,21 @@ constexpr std::array<std::array<int, 6>, 6> kIndexOrders = {{{0, 1, 2, 3, 4, 5},
                                                              {3, 0, 4, 1, 5, 2},
                                                              {0, 0, 2147483647, 1, 3, 2}}};
 
+constexpr int kNoStore = -1;
+
 /// More than any table of the library begins with.
 constexpr int kCrowd = 80;
 
-/// One process. `Api` has the types `Session` and `Key`, which look like CRegLib and CRegKey, opens a
-/// session (`open`) and catches what a dump prints (`dumpOf`).
+/// One process. `Api` has the types `Session`, `Key` and `Update`, which look like CRegLib, CRegKey and
+/// CRegUpdate, and change handlers (`Handler`); it opens a session (`open`), catches what a dump prints
+/// (`dumpOf`), and tries which handlers of a store are called (`lookWhoIsTold`).
 template <typename Api>
 class Player {
 public:
     using Session = typename Api::Session;
     using Key = typename Api::Key;
+    using Update = typename Api::Update;
+    using Handler = typename Api::Handler;
 
     explicit Player(Api& api) : m_api(api) {
         for (auto& handle : m_handles) {
@@ -60,6 +65,9 @@ public:
     Player(const Player&) = delete;
     Player& operator=(const Player&) = delete;
 
+    /// The number of the store that a session has been opened on, or kNoStore.
+    int storeOf(int session) const { return m_stores.at(static_cast<std::size_t>(session)); }
+
     /// Takes a step that does not concern the files.
     Seen play(const Step& step) {
         m_seen.clear();
@@ -74,7 +82,7 @@ public:
         } else if (session == nullptr) {
             m_seen.push_back("no session");
         } else if (step.verb == Verb::eCloseSession) {
-            session.reset();
+            close(step, session);
         } else {
             playIn(*session, step);
         }
@@ -84,11 +92,22 @@ public:
 private:
     void open(const Step& step, std::unique_ptr<Session>& session) {
         const StoreName& name = kStoreNames.at(static_cast<std::size_t>(step.number));
-        session.reset();
+        close(step, session);
         int result = 77;
         session = m_api.open(name.file, name.root, &result);
+        m_stores.at(static_cast<std::size_t>(step.session)) = step.number;
         m_seen.push_back("result " + std::to_string(result));
         see(session->RootKey());
+    }
+
+    // A session outlives its CRegUpdate objects.
+    void close(const Step& step, std::unique_ptr<Session>& session) {
+        auto& scopes = m_scopes.at(static_cast<std::size_t>(step.session));
+        while (!scopes.empty()) {
+            scopes.pop_back();
+        }
+        session.reset();
+        m_stores.at(static_cast<std::size_t>(step.session)) = kNoStore;
     }
 
     void playIn(Session& session, const Step& step) {
@@ -111,6 +130,17 @@ private:
             case Verb::eReload:
                 code(session.VQRegReload());
                 break;
+            case Verb::eBeginScope:
+            case Verb::eEndScope:
+            case Verb::eDropScope:
+                playScope(session, step);
+                break;
+            case Verb::eRegister:
+            case Verb::eUnregister:
+            case Verb::eNotify:
+            case Verb::eWatch:
+                playHandler(session, step);
+                break;
             case Verb::eCreateKey:
                 createKey(session, step);
                 break;
@@ -123,6 +153,43 @@ private:
                 break;
             default:
                 playOnKey(session, step);
+        }
+    }
+
+    void playScope(Session& session, const Step& step) {
+        auto& scopes = m_scopes.at(static_cast<std::size_t>(step.session));
+        if (step.verb == Verb::eBeginScope) {
+            scopes.push_back(std::make_unique<Update>(session));
+            code(scopes.back()->result());
+            return;
+        }
+        if (scopes.empty()) {
+            m_seen.push_back("no scope");
+            return;
+        }
+        const auto place = static_cast<std::size_t>(step.number) % scopes.size();
+        if (step.verb == Verb::eEndScope) {
+            code(scopes[place]->end());
+            code(scopes[place]->result());
+        } else {
+            scopes.erase(scopes.begin() + static_cast<std::ptrdiff_t>(place));
+        }
+    }
+
+    void playHandler(Session& session, const Step& step) {
+        const auto number = static_cast<std::size_t>(step.number);
+        Handler* const handler = number < kChangeHandlers ? &m_changeHandlers[number] : nullptr;
+        if (step.verb == Verb::eRegister) {
+            session.SetRegistryChangeHandler(handler);
+        } else if (step.verb == Verb::eUnregister) {
+            session.ClrRegistryChangeHandler(handler);
+        } else if (step.verb == Verb::eNotify) {
+            code(session.SendRegistryChangeNotification());
+        } else {
+            const auto store = static_cast<std::size_t>(storeOf(step.session));
+            const Seen told =
+                m_api.lookWhoIsTold(session, kStoreNames.at(store).file, m_changeHandlers);
+            m_seen.insert(m_seen.end(), told.begin(), told.end());
         }
     }
 
@@ -284,7 +351,10 @@ private:
     }
 
     Api& m_api;
+    std::array<Handler, kChangeHandlers> m_changeHandlers;
     std::array<std::unique_ptr<Session>, kSessions> m_sessions;
+    std::array<int, kSessions> m_stores = {kNoStore, kNoStore, kNoStore};
+    std::array<std::vector<std::unique_ptr<Update>>, kSessions> m_scopes;
     std::array<std::unique_ptr<Key>, static_cast<std::size_t>(kHandles)> m_handles;
     std::vector<Key*> m_vect;
     std::vector<std::string> m_vectNames;

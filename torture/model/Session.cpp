@@ -25,10 +25,58 @@ int ModelSession::ParseKeyPath(const char* path, std::vector<std::string>& names
     return REGLIB_OK;
 }
 
+void ModelSession::SetRegistryChangeHandler(const ModelHandler* handler) {
+    if (m_store && handler != nullptr) {
+        m_store->changeHandlers().insert(handler);
+    }
+}
+
+void ModelSession::ClrRegistryChangeHandler(const ModelHandler* handler) {
+    if (m_store) {
+        m_store->changeHandlers().erase(handler);
+    }
+}
+
+bool ModelSession::isRegistered(const ModelHandler& handler) const {
+    return m_store && m_store->changeHandlers().count(&handler) != 0;
+}
+
+int ModelUpdate::end() {
+    if (m_session != nullptr) {
+        m_result = m_session->VQRegEndUpdate();
+        m_session = nullptr;
+    }
+    return m_result;
+}
+
 // `result` says nothing of a store that could not be opened.
 std::unique_ptr<ModelSession> ModelProcess::open(const char* file, const char* root, int* result) {
     *result = REGLIB_OK;
     return std::make_unique<ModelSession>(storeOf(file, root));
+}
+
+// Of a store with a handler all are told that its file has changed, those of other stores are not.
+vqtest::Fields ModelProcess::lookWhoIsTold(
+    const ModelSession& session, const char* file,
+    const std::array<ModelHandler, kChangeHandlers>& handlers) const {
+    if (session.RootKey() == nullptr || m_files.isHidden() || !m_files.of(file).text) {
+        return {"nobody"};
+    }
+    vqtest::Fields told;
+    for (const ModelHandler& handler : handlers) {
+        told.emplace_back(session.isRegistered(handler) ? "told" : "not told");
+    }
+    return told;
+}
+
+bool ModelProcess::findsRootKey(const char* file, const char* root) const {
+    const File& opened = m_files.of(file);
+    if (m_files.isHidden() || !opened.text) {
+        return false;
+    }
+    Tree tree;
+    return tree.merge(*opened.text) < 0 ||
+           !Store::needsKey(tree.top(), root != nullptr ? root : "Velquist");
 }
 
 std::shared_ptr<Store> ModelProcess::storeOf(const std::string& file, const char* root) {

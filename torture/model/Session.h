@@ -2,6 +2,7 @@
 #ifndef VQTORTURE_MODEL_SESSION_H
 #define VQTORTURE_MODEL_SESSION_H
 
+#include <array>
 #include <map>
 #include <memory>
 #include <string>
@@ -10,6 +11,8 @@
 #include "model/Store.h"
 
 namespace vqtorture::model {
+
+class ModelHandler {};
 
 class ModelSession {
 public:
@@ -56,6 +59,13 @@ public:
     int VQRegBeginUpdate() { return call(&Store::beginUpdate); }
     int VQRegEndUpdate() { return call(&Store::endUpdate); }
     int VQRegReload() { return call(&Store::reload); }
+
+    void SetRegistryChangeHandler(const ModelHandler* handler);
+    void ClrRegistryChangeHandler(const ModelHandler* handler);
+    /// Tells nobody of anything that a caller sees at once.
+    static int SendRegistryChangeNotification() { return VQRegLib::REGLIB_OK; }
+    bool isRegistered(const ModelHandler& handler) const;
+
     int VQRegDestroyKeyVect(std::vector<Key*>& keys);
     int ParseKeyPath(const char* path, std::vector<std::string>& names);
 
@@ -70,16 +80,45 @@ private:
     std::shared_ptr<Store> m_store;
 };
 
+/// What CRegUpdate is: an update that ends once, at the latest with the object.
+class ModelUpdate {
+public:
+    explicit ModelUpdate(ModelSession& session)
+        : m_session(&session), m_result(session.VQRegBeginUpdate()) {
+        if (m_result < 0) {
+            m_session = nullptr;
+        }
+    }
+    ~ModelUpdate() { end(); }
+    ModelUpdate(const ModelUpdate&) = delete;
+    ModelUpdate& operator=(const ModelUpdate&) = delete;
+
+    int result() const { return m_result; }
+    int end();
+
+private:
+    ModelSession* m_session;  // null where there is nothing to end
+    int m_result;
+};
+
 /// A process of the model: sessions that name file and root key alike share a store.
 class ModelProcess {
 public:
     using Session = ModelSession;
     using Key = model::Key;
+    using Update = ModelUpdate;
+    using Handler = ModelHandler;
 
     ModelProcess(Files& files, int number) : m_files(files), m_number(number) {}
 
     std::unique_ptr<ModelSession> open(const char* file, const char* root, int* result);
     static std::string dumpOf(ModelSession& session) { return session.dump(); }
+    vqtest::Fields lookWhoIsTold(const ModelSession& session, const char* file,
+                                 const std::array<ModelHandler, kChangeHandlers>& handlers) const;
+
+    /// Whether the opening of a session finds its root key in the file, so that it makes nothing. A
+    /// malformed file counts as well: there is no store then.
+    bool findsRootKey(const char* file, const char* root) const;
 
 private:
     std::shared_ptr<Store> storeOf(const std::string& file, const char* root);

@@ -7,12 +7,13 @@ namespace vqtorture::model {
 namespace {
 
 constexpr std::array<const char*, kVerbs> kVerbNames = {
-    "open session", "close session", "create key",  "delete key",   "set string",    "set dword",
-    "set binary",   "delete value",  "query type",  "query",        "enum keys",     "enum values",
-    "look at",      "drop",          "parse",       "create vect",  "destroy vect",  "dump",
-    "begin",        "end",           "reload",      "crowd",        "write file",    "append to",
-    "edit",         "cut",           "remove file", "write backup", "remove backup", "hide files",
-    "show files"};
+    "open session", "close session", "create key", "delete key",  "set string",   "set dword",
+    "set binary",   "delete value",  "query type", "query",       "enum keys",    "enum values",
+    "look at",      "drop",          "parse",      "create vect", "destroy vect", "dump",
+    "begin",        "end",           "reload",     "crowd",       "begin scope",  "end scope",
+    "drop scope",   "register",      "unregister", "notify",      "watch",        "write file",
+    "append to",    "edit",          "cut",        "remove file", "write backup", "remove backup",
+    "hide files",   "show files"};
 
 // Texts of a page would hide what matters.
 constexpr std::size_t kShown = 300;
@@ -50,8 +51,34 @@ std::string edited(const std::string& text, const Step& step) {
     return result.erase(at, end == std::string::npos ? end : end + 1 - at);
 }
 
+bool isForbiddenInUpdate(const Step& step) {
+    switch (step.verb) {
+        case Verb::eOpenSession:
+        case Verb::eCloseSession:
+        case Verb::eRegister:
+        case Verb::eUnregister:
+        case Verb::eWatch:
+            return true;
+        default:
+            return false;
+    }
+}
+
 bool onlyReads(const Step& step) {
     switch (step.verb) {
+        case Verb::eCreateKey:
+        case Verb::eCreateVect:
+            return !step.flag;
+        case Verb::eCloseSession:
+        case Verb::eDrop:
+        case Verb::eDestroyVect:
+        case Verb::eEnd:
+        case Verb::eEndScope:
+        case Verb::eDropScope:
+        case Verb::eRegister:
+        case Verb::eUnregister:
+        case Verb::eNotify:
+        case Verb::eWatch:
         case Verb::eQueryType:
         case Verb::eQuery:
         case Verb::eEnumKeys:

@@ -34,7 +34,14 @@ enum class Verb {
     eBegin,
     eEnd,
     eReload,
-    eCrowd,  // `number`: what is done with each of many names
+    eCrowd,       // `number`: what is done with each of many names
+    eBeginScope,  // of a CRegUpdate
+    eEndScope,    // with its end(); `number`: of which one
+    eDropScope,   // destroys one
+    eRegister,    // `number`: which change handler, or none
+    eUnregister,  // likewise
+    eNotify,
+    eWatch,  // which change handlers are told that the file has changed
     // What is done to the files. `key`: which file; `data`: what is written; `number`: where it is cut.
     eWriteFile,
     eAppendFile,
@@ -71,6 +78,7 @@ constexpr std::array<StoreName, 12> kStoreNames = {{{"a.cfg", nullptr},
 constexpr int kProcesses = 3;
 constexpr int kSessions = 3;
 constexpr int kHandles = 3;
+constexpr std::size_t kChangeHandlers = 2;
 constexpr int kFiles = 2;
 constexpr std::array<const char*, kFiles> kFileNames = {"a.cfg", "b.cfg"};
 
@@ -93,10 +101,15 @@ struct Step {
 
 bool concernsFiles(const Step& step);
 
+/// Whether the step opens or closes a session, or registers or removes a change handler, which nobody does
+/// in an update.
+bool isForbiddenInUpdate(const Step& step);
+
 /// What an eEditFile makes of a text.
 std::string edited(const std::string& text, const Step& step);
 
-/// Whether the step can only look: it never changes a key, a value or a file that is there.
+/// Whether the step cannot change a file that is there, and so waits for nobody who does. Openings of
+/// sessions are not among them, though many are so.
 bool onlyReads(const Step& step);
 
 vqtest::Fields toFields(const Step& step);

@@ -190,17 +190,19 @@ Gen<std::string> fileText() {
 
 Gen<Verb> verb() {
     return rc::gen::weightedElement<Verb>(
-        {{5, Verb::eOpenSession},  {1, Verb::eCloseSession}, {22, Verb::eCreateKey},
-         {9, Verb::eDeleteKey},    {10, Verb::eSetString},   {6, Verb::eSetDword},
-         {4, Verb::eSetBinary},    {8, Verb::eDeleteValue},  {3, Verb::eQueryType},
-         {12, Verb::eQuery},       {5, Verb::eEnumKeys},     {5, Verb::eEnumValues},
-         {1, Verb::eLook},         {1, Verb::eDrop},         {1, Verb::eParse},
-         {4, Verb::eCreateVect},   {1, Verb::eDestroyVect},  {4, Verb::eDump},
-         {3, Verb::eBegin},        {3, Verb::eEnd},          {8, Verb::eReload},
-         {2, Verb::eCrowd},        {5, Verb::eWriteFile},    {2, Verb::eAppendFile},
-         {6, Verb::eEditFile},     {1, Verb::eCutFile},      {1, Verb::eRemoveFile},
-         {1, Verb::eWriteBackup},  {1, Verb::eRemoveBackup}, {1, Verb::eHideDirectory},
-         {2, Verb::eShowDirectory}});
+        {{5, Verb::eOpenSession},   {1, Verb::eCloseSession}, {22, Verb::eCreateKey},
+         {9, Verb::eDeleteKey},     {10, Verb::eSetString},   {6, Verb::eSetDword},
+         {4, Verb::eSetBinary},     {8, Verb::eDeleteValue},  {3, Verb::eQueryType},
+         {12, Verb::eQuery},        {5, Verb::eEnumKeys},     {5, Verb::eEnumValues},
+         {1, Verb::eLook},          {1, Verb::eDrop},         {1, Verb::eParse},
+         {4, Verb::eCreateVect},    {1, Verb::eDestroyVect},  {4, Verb::eDump},
+         {3, Verb::eBegin},         {3, Verb::eEnd},          {8, Verb::eReload},
+         {2, Verb::eCrowd},         {5, Verb::eWriteFile},    {2, Verb::eAppendFile},
+         {6, Verb::eEditFile},      {1, Verb::eCutFile},      {1, Verb::eRemoveFile},
+         {1, Verb::eWriteBackup},   {1, Verb::eRemoveBackup}, {1, Verb::eHideDirectory},
+         {2, Verb::eShowDirectory}, {2, Verb::eBeginScope},   {2, Verb::eEndScope},
+         {2, Verb::eDropScope},     {2, Verb::eRegister},     {2, Verb::eUnregister},
+         {1, Verb::eNotify},        {1, Verb::eWatch}});
 }
 
 bool takesPath(Verb verb) {
@@ -233,6 +235,11 @@ Gen<int> numberFor(Verb verb) {
                 {{5, from(0, 7)}, {1, from(0, static_cast<int>(kStoreNames.size()))}});
         case Verb::eSetDword:
             return rc::gen::element(0, 1, 10, 31, -1, 0x7FFFFFFF);
+        case Verb::eEndScope:
+        case Verb::eDropScope:
+        case Verb::eRegister:
+        case Verb::eUnregister:
+            return rc::gen::weightedElement<int>({{5, 0}, {1, 1}, {1, 2}});
         case Verb::eEditFile:
             return from(0, 10);
         case Verb::eCutFile:

@@ -141,7 +141,6 @@ std::shared_ptr<Record> Store::enroll(Node& node, const std::string& name) {
     return record;
 }
 
-// Whether findKey would make a key.
 bool Store::needsKey(const Node& start, const std::string& path) {
     const Node* node = &start;
     for (const std::string& name : namesOfPath(path)) {

@@ -5,6 +5,7 @@
 
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -21,6 +22,8 @@ struct Record {
     std::string fullName = {};
     int references = 0;
 };
+
+class ModelHandler;
 
 class Key {
 public:
@@ -72,6 +75,11 @@ public:
     int reload();
     std::string dump() const { return m_tree.dump(); }
 
+    std::set<const ModelHandler*>& changeHandlers() { return m_changeHandlers; }
+
+    /// Whether a path leads to a key that would have to be made.
+    static bool needsKey(const Node& start, const std::string& path);
+
     /// Forgets a handle.
     void unregister(unsigned long id) { m_handles.erase(id); }
 
@@ -88,7 +96,6 @@ private:
     Node* nodeOf(const Key& key) const;
     int keyNode(const Key& key, Node*& node);
     int findValue(const Key& key, const std::string& name, Node*& node, Node*& value);
-    static bool needsKey(const Node& start, const std::string& path);
     int findKey(Node& start, const std::string& path, Key& key, int create);
     int set(Key& key, const std::string& name, const std::string& line, DataType type);
     static Node* childAt(const Node& node, int index, bool isKey);
@@ -106,6 +113,7 @@ private:
     bool m_isUnwritten = false;   // the last writing has failed
     std::map<unsigned long, Handle> m_handles;
     unsigned long m_nextId = 1;
+    std::set<const ModelHandler*> m_changeHandlers;
     Key m_rootKey;  // after what it uses when it goes
 };
 

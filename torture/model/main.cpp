@@ -3,6 +3,21 @@
 //
 // `alone` has one process, whose stores share nothing but the file where they are named differently;
 // `together` has three.
+//
+// While a process has an update, begun by a call or by a CRegUpdate, it goes on with all its stores: with
+// others of the same file, too, whose changes are refused. It opens and closes no session then, and neither
+// registers nor removes a change handler: the header says that nobody may.
+// Other processes look meanwhile, and open and close what is there; what would wait for the end of the
+// update is left out.
+//
+// A notification changes nothing. Whom it reaches is looked at where that can be told for certain: the
+// time of a file is moved until one handler of the store has been called, and of the others those that are
+// registered with it have been called as well, and no others.
+//
+// Left out, because it has no one order: several threads of a process, how often a handler is called, and
+// what it does itself when it is (ends.handlers, load.*). So are null texts, a lack of memory (memory.*),
+// forks (ends.fork), and VQREG_SYNC=1 (power.*). What vqreg.h and VQRegStore.h make of these calls is not
+// part of the sequences either.
 #include <rapidcheck.h>
 #include <unistd.h>
 

@@ -2,12 +2,15 @@
 // Whoever then opens the store has it, and excludes all others, or is refused, and the trace log tells what
 // is in the way and whose it is. Nobody waits, and nothing of anybody else's is touched.
 #include <sys/file.h>
+#include <sys/types.h>
 
+#include <algorithm>
 #include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "objects/Objects.h"
 #include "objects/Plants.h"
@@ -47,10 +50,17 @@ private:
     const std::string m_path;
 };
 
-void requireMessage(const std::string& object) {
+// A line of that process.
+void requireMessage(const std::string& object, pid_t process) {
     const std::string user = "of user " + std::to_string(kOther);
-    require(!linesWith("\"" + object + "\"", user).empty(),
-            "no line tells that \"" + object + "\" is " + user);
+    const std::vector<std::string> lines = linesWith("\"" + object + "\"", user);
+    require(std::any_of(lines.begin(), lines.end(),
+                        [process](const std::string& line) {
+                            const auto parts = vqtest::parseTraceLine(line);
+                            return parts && parts->pid == process;
+                        }),
+            "no line of process " + std::to_string(process) + " tells that \"" + object + "\" is " +
+                user);
 }
 
 // Opens the store and changes it a few times; kRefused where it cannot be had, or not be changed.
@@ -70,36 +80,47 @@ int use(const std::string& path, Ledger& ledger) {
     return 0;
 }
 
-// Two users at once. Whether it is refused to root.
-bool useTogether(const std::string& path, Ledger& ledger) {
+void judge(const Plant& plant, bool isRefused, bool isRoot) {
+    const bool isExpected =
+        plant.answer == Answer::eRefused || (plant.answer == Answer::eUsedByRoot && !isRoot);
+    const std::string who = isRoot ? "root" : "another user";
+    require(isRefused == isExpected, who + (isRefused ? " is refused it" : " has used it"));
+}
+
+// Two users at once. To how many it is refused, who say so.
+int useTogether(const std::string& path, const Plant& plant, const std::string& object,
+                Ledger& ledger) {
     const auto root = spawn([&] { return use(path, ledger); }, kSeconds);
     const auto owner = spawn([&] { return use(path, ledger); }, kSeconds, kOwner);
+    int refusals = 0;
     for (ForkedChild* const one : {root.get(), owner.get()}) {
         const int status = one->wait();
         require(status == 0 || status == kRefused,
                 "an opening ended with " + std::to_string(status));
+        judge(plant, status == kRefused, one == root.get());
+        if (status == kRefused) {
+            requireMessage(object, one->pid());
+            ++refusals;
+        }
     }
-    return root->wait() == kRefused;
+    return refusals;
 }
 
 void plantStoreObject(Run& run, const Plant& plant, std::string (*objectOf)(const std::string&)) {
     const std::string path = newPlace(run);
+    const std::string object = objectOf(path);
     const Victim victim(path);
     makeCounter(path);
     removeObjects(path);
-    layPlant(plant, objectOf(path), victim.path());
+    layPlant(plant, object, victim.path());
     Common<Ledger> ledger;
-    const bool isRefused = useTogether(path, *ledger);
-    if (isRefused) {
-        requireMessage(objectOf(path));
-    }
+    run.add("refused", useTogether(path, plant, object, *ledger));
     victim.requireUntouched();
     removeObjects(path);
     requireAllCounted(*ledger, path, ledger->refused == 0);
     const auto after = spawn([&] { return use(path, *ledger); }, kSeconds);
     requireEnd(*after, "an opening with the plant gone");
     run.add("plants");
-    run.add("refused", isRefused ? 1 : 0);
     run.highest("longest_wait_ms", ledger->longestMilliseconds);
     removePlace(path);
 }
@@ -140,11 +161,9 @@ void plantSemaphore(Run& run, const Plant& plant) {
     const int status = registrant->wait();
     require(status == 0 || status == kRefused,
             "a registration ended with " + std::to_string(status));
+    require(status == kRefused || plant.answer != Answer::eRefused, "it is used as a semaphore");
     if (status == kRefused) {
-        require(!linesWith("\"" + vqtest::semaphoreName(registrant->pid()) + "\"",
-                           "of user " + std::to_string(kOther))
-                     .empty(),
-                "no line tells whose the semaphore is");
+        requireMessage(vqtest::semaphoreName(registrant->pid()), registrant->pid());
     }
     victim.requireUntouched();
     std::filesystem::remove_all(object);
@@ -215,7 +234,7 @@ void holdBlock(Run& run) {
     const auto opener = spawn([&] { return use(path, *ledger); }, kSeconds);
     require(opener->wait() == kRefused, "a block that cannot be made is had");
     run.highest("longest_wait_for_a_held_block_ms", ledger->longestMilliseconds);
-    requireMessage(blockOf(path));
+    requireMessage(blockOf(path), opener->pid());
     holder->kill();
     const auto next = spawn([&] { return use(path, *ledger); }, kSeconds);
     requireEnd(*next, "who opens a block that is no longer held");

@@ -15,8 +15,11 @@
 
 namespace vqtorture {
 
+enum class Answer { eRefused, eUsed, eUsedByRoot };
+
 struct Plant {
     const char* name;
+    Answer answer;  ///< of who finds it in the place of a lock or a block
     bool (*lay)(const std::string& object, const std::string& victim);
 };
 
@@ -28,37 +31,37 @@ inline bool makeFile(const std::string& path, mode_t mode) {
 }
 
 constexpr std::array<Plant, 9> kPlants = {{
-    {"a link",
+    {"a link", Answer::eRefused,
      [](const std::string& object, const std::string& victim) {
          return ::symlink(victim.c_str(), object.c_str()) == 0;
      }},
-    {"a link to nothing",
+    {"a link to nothing", Answer::eRefused,
      [](const std::string& object, const std::string& victim) {
          return ::symlink((victim + ".made").c_str(), object.c_str()) == 0;
      }},
-    {"a FIFO",
+    {"a FIFO", Answer::eRefused,
      [](const std::string& object, const std::string&) {
          return ::mkfifo(object.c_str(), 0666) == 0 && ::chmod(object.c_str(), 0666) == 0;
      }},
-    {"a directory",
+    {"a directory", Answer::eRefused,
      [](const std::string& object, const std::string&) {
          return ::mkdir(object.c_str(), 0777) == 0 && ::chmod(object.c_str(), 0777) == 0;
      }},
-    {"a socket",
+    {"a socket", Answer::eRefused,
      [](const std::string& object, const std::string&) {
          return ::mknod(object.c_str(), S_IFSOCK | 0666, 0) == 0;
      }},
-    {"an empty file",
+    {"an empty file", Answer::eUsed,
      [](const std::string& object, const std::string&) { return makeFile(object, 0666); }},
-    {"a file of a GiB",
+    {"a file of a GiB", Answer::eUsed,
      [](const std::string& object, const std::string&) {
          return makeFile(object, 0666) && vqtest::makeGiant(object);
      }},
-    {"foreign content",
+    {"foreign content", Answer::eUsed,
      [](const std::string& object, const std::string&) {
          return makeFile(object, 0666) && vqtest::fillWithGarbage(object);
      }},
-    {"a closed file",
+    {"a closed file", Answer::eUsedByRoot,
      [](const std::string& object, const std::string&) { return makeFile(object, 0); }},
 }};
 

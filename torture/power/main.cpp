@@ -1,6 +1,7 @@
 // The power is cut while a store is being changed: what is in its file afterwards? Without VQREG_SYNC=1
 // a complete text, on ext4 and xfs; on btrfs it is counted and not judged. With it a complete text
-// everywhere, and not an older one than the last change that was acknowledged before.
+// everywhere, and not an older one than the last change that was acknowledged before. Where it is judged the
+// store can be opened and changed.
 #include <unistd.h>
 
 #include <algorithm>
@@ -84,7 +85,9 @@ void cutOnce(Run& run, Disk& disk, const Cut& cut) {
     bystander.kill();
     disk.start();
     look(run, cut, file, writer.progress(), acknowledged);
-    require(cut.isSynced ? isUsable(file) : true, "the store can be changed afterwards");
+    const bool isChangeable = isUsable(file);
+    run.add("unusable", isChangeable ? 0 : 1);
+    require(isChangeable || !(cut.isSynced || cut.isJudged), "the store can be changed afterwards");
 }
 
 // Both ways and all three kinds of replacement in turn.
