@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+
 TEST(Sample, TellsWhatIsLarger) {
+    EXPECT_EQ(std::getenv("SAMPLE_IS_DISTURBED"), nullptr);
     EXPECT_TRUE(isLarger(2, 1));
     EXPECT_FALSE(isLarger(1, 1));
     EXPECT_FALSE(isLarger(1, 2));
