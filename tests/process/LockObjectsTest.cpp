@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "VQRegLib.h"
@@ -48,7 +49,18 @@ protected:
     }
 
     void moveAway(const std::string& kind) const {
-        std::filesystem::rename(object(kind), object(kind) + ".away");
+        std::filesystem::rename(object(kind), object(kind) + kAway);
+    }
+
+    static bool hasOneThatIsAway(const Agent& agent) {
+        const std::string files = "/proc/" + std::to_string(agent.pid()) + "/fd";
+        for (const auto& entry : std::filesystem::directory_iterator(files)) {
+            std::error_code gone;
+            if (std::filesystem::read_symlink(entry, gone).string().ends_with(kAway)) {
+                return true;
+            }
+        }
+        return false;
     }
 
     // Of the lock's file, of the block's, and of the block.
@@ -83,6 +95,7 @@ protected:
         EXPECT_EQ(two.get(".", "C"), Value::ofDword(5)) << "all share one stamp again";
     }
 
+    static constexpr char kAway[] = ".away";
     static constexpr std::size_t kBeforeStamp = 64;
     TempStore store;
     Agent one{VQREG_AGENT_PATH};
@@ -123,6 +136,7 @@ TEST_F(LockObjects, ARemovedBlockIsMadeAgainAndNoChangeIsLost) {
 TEST_F(LockObjects, MovedAwayTheyAreMissedWithinASecond) {
     moveAway("CPLock");
     moveAway("CPBlock");
+    EXPECT_TRUE(hasOneThatIsAway(one));
     Agent fresh(VQREG_AGENT_PATH);
     ASSERT_EQ(fresh.open(store.path()), REGLIB_OK);
     ASSERT_EQ(fresh.set(".", "B", 2u), REGLIB_OK);
@@ -131,6 +145,8 @@ TEST_F(LockObjects, MovedAwayTheyAreMissedWithinASecond) {
     }
     ASSERT_EQ(one.set(".", "A", 3u), REGLIB_OK);
     ASSERT_EQ(two.set(".", "C", 4u), REGLIB_OK);
+    EXPECT_FALSE(hasOneThatIsAway(one)) << "neither lock nor block";
+    EXPECT_FALSE(hasOneThatIsAway(two));
     EXPECT_EQ(fresh.get(".", "A"), Value::ofDword(3)) << "all share one stamp again";
     EXPECT_EQ(fresh.get(".", "C"), Value::ofDword(4));
     EXPECT_EQ(store.read(),
