@@ -37,6 +37,7 @@ def room_of(file):
 
 def limit():
     os.setsid()
+    signal.signal(signal.SIGHUP, signal.SIG_DFL)  # nohup leaves it ignored, which tests of signals notice
     os.nice(5)
     resource.setrlimit(resource.RLIMIT_FSIZE, (ENDLESS_FILE, ENDLESS_FILE))
     resource.setrlimit(resource.RLIMIT_CORE, (0, 0))

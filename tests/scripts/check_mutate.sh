@@ -31,7 +31,9 @@ outcome() {
 project=$1
 mutate --list || fail "--list fails"
 [ "$(wc -l <"$work/log")" -eq 7 ] || fail "not the seven places of the sample"
+trap '' HUP # as nohup does
 ! mutate || fail "it is content with survivors"
+! grep -q "^Left out" "$work/log" || fail "its tests have other signals than any program"
 outcome killed "return one > other;" "> becomes >="
 outcome killed "while (count < last) {" "< becomes <="
 outcome killed "++count;" "change goes"

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <cstdlib>
 
 TEST(Sample, TellsWhatIsLarger) {
@@ -14,4 +15,8 @@ TEST(Sample, TellsWhatIsLarger) {
 TEST(Sample, Counts) {
     EXPECT_EQ(countUpTo(3), 3);
     EXPECT_EQ(countUpTo(0), 0);
+}
+
+TEST(Sample, HasTheSignalsOfAnyProgram) {
+    EXPECT_EQ(std::signal(SIGHUP, SIG_DFL), SIG_DFL);
 }
