@@ -62,6 +62,9 @@ TEST(ForkWait, EndsWhileAnotherThreadKeepsOpeningSessions) {
 
 // Whoever opens a store may wait for the very lock that the forking thread holds.
 TEST(ForkWait, IsOverAfterTwoHundredMilliseconds) {
+    if (sizeof(void*) != 8) {
+        GTEST_SKIP() << "the library calls other functions here";
+    }
     using VQRegLib::CPMutex;
     const vqtest::TempStore file;
     const auto first = vqtest::openSession(file.directory() + "/first.cfg");

@@ -84,7 +84,7 @@ TEST_F(FileNews, GoOnInADirectoryThatTakesThePlace) {
     EXPECT_FALSE(news.take());
     file.write("one\n");
     EXPECT_TRUE(news.take());
-    replace(away + "/store.cfg");
+    replace(away + file.path().substr(file.path().rfind('/')));
     EXPECT_FALSE(news.take()) << "it is another file now";
     fs::remove_all(away);
 }
