@@ -251,8 +251,7 @@ int CSharedState::replace(const std::string& temporary) {
 }
 
 bool CSharedState::recoverAbsent() {
-    if (!m_pMutex->isHeldHere() || CFileOps::current().exists(m_file.path()) ||
-        !m_pMutex->isMarked()) {
+    if (CFileOps::current().exists(m_file.path()) || !m_pMutex->isMarked()) {
         return true;
     }
     const bool isRecovered = m_file.recover();

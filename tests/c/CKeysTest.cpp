@@ -202,6 +202,22 @@ TEST_F(CKeys, AreThereOrNot) {
     EXPECT_STREQ(vqreg_version(), VQREG_VERSION);
 }
 
+TEST_F(CKeys, OfPathsThatWereDeletedAreNotKept) {
+    const std::string longName(500, 'x');
+    const auto makeAndDelete = [&](int from) {
+        for (int i = from; i < from + 200; ++i) {
+            const std::string name = longName + std::to_string(i);
+            ASSERT_EQ(vqreg_set_dword(store, name.c_str(), "V", 1), VQREG_OK);
+            ASSERT_EQ(vqreg_delete_value(store, name.c_str(), "V"), VQREG_OK);
+            ASSERT_EQ(vqreg_delete_key(store, name.c_str()), VQREG_OK);
+        }
+    };
+    makeAndDelete(0);
+    const std::size_t before = ::mallinfo2().uordblks;
+    makeAndDelete(200);  // the library itself keeps something of each
+    EXPECT_LT(::mallinfo2().uordblks, before + 250'000);
+}
+
 // Programs ask for optional settings all their life.
 TEST_F(CKeys, AskingForOnesThatAreMissingTakesNoMemory) {
     ASSERT_EQ(vqreg_set_dword(store, "Network/Ports", "V", 1), VQREG_OK);

@@ -13,7 +13,9 @@
 
 #include "VQRegLib.h"
 #include "support/Agent.h"
+#include "support/ObjectAttacks.h"
 #include "support/OtherUser.h"
+#include "support/Sessions.h"
 #include "support/TempStore.h"
 
 using namespace VQRegLib;
@@ -163,6 +165,28 @@ TEST(OtherUsers, ShareTheStoreOfANarrowUmask) {
     EXPECT_EQ(owner.set(".", "Value", 3u), REGLIB_OK);
     EXPECT_EQ(reader.get(".", "Value"), Value::ofDword(3));
     EXPECT_EQ(other.get(".", "Value"), Value::ofDword(3));
+}
+
+// Everybody may: its content is as much theirs.
+TEST(OtherUsers, WriteIntoTheFileAndAreRead) {
+    const TempStore store;
+    ASSERT_EQ(::chmod(store.directory().c_str(), 0777), 0);
+    const auto session = vqtest::openSession(store.path());
+    ASSERT_EQ(vqtest::setNumber(*session, "A", 1), REGLIB_OK);
+    ASSERT_EQ(session->VQRegReload(), REGLIB_OK);
+    ASSERT_EQ(vqtest::numberOf(*session, "A"), 1) << "a reading, which opens the file to everybody";
+    const int written = vqtest::asNobody([&] {
+                            std::ofstream(store.path(), std::ios::app) << "\"B\"=dword:00000002\n";
+                            return store.read().find("\"B\"") != std::string::npos ? 0 : 1;
+                        })->wait();
+    if (written == vqtest::kNoAttacker) {
+        GTEST_SKIP() << "a process may not become another user here";
+    }
+    ASSERT_EQ(written, 0);
+    EXPECT_EQ(vqtest::numberOf(*session, "B"), -1) << "nobody has told of it";
+    EXPECT_EQ(session->VQRegReload(), REGLIB_OK);
+    EXPECT_EQ(vqtest::numberOf(*session, "A"), 1);
+    EXPECT_EQ(vqtest::numberOf(*session, "B"), 2);
 }
 
 // The kernel lets nobody link another user's file (fs.protected_hardlinks), so the names are

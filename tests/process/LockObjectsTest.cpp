@@ -4,16 +4,21 @@
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/resource.h>
+#include <sys/shm.h>
 #include <unistd.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <system_error>
+#include <vector>
 
 #include "VQRegLib.h"
 #include "support/Agent.h"
 #include "support/ForkedChild.h"
+#include "support/ObjectAttacks.h"
 #include "support/TempStore.h"
 #include "support/Wait.h"
 
@@ -35,9 +40,42 @@ protected:
         ASSERT_EQ(two.get(".", "A"), Value::ofDword(1));
     }
 
+    std::string object(const std::string& kind) const {
+        return "/dev/shm/" + kind + "." + vqtest::encodedPath(store.path());
+    }
+
     void remove(const std::string& kind) const {
-        ASSERT_TRUE(
-            std::filesystem::remove("/dev/shm/" + kind + "." + vqtest::encodedPath(store.path())));
+        ASSERT_TRUE(std::filesystem::remove(object(kind)));
+    }
+
+    void moveAway(const std::string& kind) const {
+        std::filesystem::rename(object(kind), object(kind) + kAway);
+    }
+
+    static bool hasOneThatIsAway(const Agent& agent) {
+        const std::string files = "/proc/" + std::to_string(agent.pid()) + "/fd";
+        for (const auto& entry : std::filesystem::directory_iterator(files)) {
+            std::error_code gone;
+            if (std::filesystem::read_symlink(entry, gone).string().ends_with(kAway)) {
+                return true;
+            }
+        }
+        return false;
+    }
+
+    // Of the lock's file, of the block's, and of the block.
+    std::vector<std::string> words() const {
+        std::string bytes =
+            vqtest::readFile(object("CPLock")) + vqtest::readFile(object("CPBlock"));
+        const auto* const stamp =
+            reinterpret_cast<const char*>(vqtest::attachStamp(object("CPBlock")));
+        bytes.append(stamp - kBeforeStamp, kBeforeStamp + sizeof(std::uint64_t));
+        ::shmdt(stamp - kBeforeStamp);
+        std::vector<std::string> result;
+        for (std::size_t at = 0; at < bytes.size(); at += sizeof(std::uint64_t)) {
+            result.push_back(bytes.substr(at, sizeof(std::uint64_t)));
+        }
+        return result;
     }
 
     // Whoever changes something finds the new objects at once, a reader within a second.
@@ -57,6 +95,8 @@ protected:
         EXPECT_EQ(two.get(".", "C"), Value::ofDword(5)) << "all share one stamp again";
     }
 
+    static constexpr char kAway[] = ".away";
+    static constexpr std::size_t kBeforeStamp = 64;
     TempStore store;
     Agent one{VQREG_AGENT_PATH};
     Agent two{VQREG_AGENT_PATH};
@@ -90,6 +130,43 @@ TEST_F(LockObjects, ARemovedLockIsMadeAgainAndNoChangeIsLost) {
 TEST_F(LockObjects, ARemovedBlockIsMadeAgainAndNoChangeIsLost) {
     remove("CPBlock");
     expectOneStoreAgain();
+}
+
+// Unlike one that is removed, an object that is moved away keeps its name: it is looked for once a second.
+TEST_F(LockObjects, MovedAwayTheyAreMissedWithinASecond) {
+    moveAway("CPLock");
+    moveAway("CPBlock");
+    EXPECT_TRUE(hasOneThatIsAway(one));
+    Agent fresh(VQREG_AGENT_PATH);
+    ASSERT_EQ(fresh.open(store.path()), REGLIB_OK);
+    ASSERT_EQ(fresh.set(".", "B", 2u), REGLIB_OK);
+    for (Agent* const agent : {&one, &two}) {
+        EXPECT_TRUE(waitUntil([&] { return agent->get(".", "B") == Value::ofDword(2); }));
+    }
+    ASSERT_EQ(one.set(".", "A", 3u), REGLIB_OK);
+    ASSERT_EQ(two.set(".", "C", 4u), REGLIB_OK);
+    EXPECT_FALSE(hasOneThatIsAway(one)) << "neither lock nor block";
+    EXPECT_FALSE(hasOneThatIsAway(two));
+    EXPECT_EQ(fresh.get(".", "A"), Value::ofDword(3)) << "all share one stamp again";
+    EXPECT_EQ(fresh.get(".", "C"), Value::ofDword(4));
+    EXPECT_EQ(store.read(),
+              "[Velquist]\n\"A\"=dword:00000003\n\"B\"=dword:00000002\n\"C\"=dword:00000004\n");
+}
+
+// Stamp and number, which are one, move on with a change, whatever that is and whoever makes it.
+TEST_F(LockObjects, TellWhoReadsThemNothingButThatTheFileHasChanged) {
+    const std::vector<std::string> before = words();
+    ASSERT_EQ(two.set(".", "Long", std::string(2000, 'x')), REGLIB_OK);
+    const std::vector<std::string> after = words();
+    ASSERT_EQ(after.size(), before.size());
+    std::vector<std::string> moved;
+    for (std::size_t at = 0; at < after.size(); ++at) {
+        if (after[at] != before[at]) {
+            moved.push_back(after[at]);
+        }
+    }
+    ASSERT_EQ(moved.size(), 2u);
+    EXPECT_EQ(moved[0], moved[1]);
 }
 
 TEST_F(OwnLock, WithoutADescriptorForItNothingIsChanged) {

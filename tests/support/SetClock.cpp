@@ -3,6 +3,7 @@
 namespace vqtest {
 
 std::atomic<std::time_t> g_now{0};
+std::atomic<std::time_t> g_once{0};
 
 }  // namespace vqtest
 
@@ -10,7 +11,8 @@ std::atomic<std::time_t> g_now{0};
 extern "C" std::time_t __wrap_time(std::time_t* out);
 
 extern "C" std::time_t __wrap_time(std::time_t* out) {
-    const std::time_t now = vqtest::g_now.load();
+    const std::time_t once = vqtest::g_once.exchange(0);
+    const std::time_t now = once != 0 ? once : vqtest::g_now.load();
     if (out) {
         *out = now;
     }

@@ -9,6 +9,9 @@ namespace vqtest {
 
 extern std::atomic<std::time_t> g_now;
 
+/// What the next look alone tells; 0 for g_now.
+extern std::atomic<std::time_t> g_once;
+
 }  // namespace vqtest
 
 #endif  // VQTEST_SET_CLOCK_H

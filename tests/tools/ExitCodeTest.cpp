@@ -180,6 +180,16 @@ TEST_F(ExitCode, HolderIsNamedWhileTheLockIsWaitedFor) {
     EXPECT_EQ(file.read(), "[Velquist]\n\"V\"=string:y\n");
 }
 
+TEST_F(ExitCode, HolderIsNamedByInfo) {
+    file.write(kText);
+    const LockHolder holder(file.path());
+    const std::regex line("\nlock           held by process " + std::to_string(holder.pid()) +
+                          " \\(.+\\), for \\d+ s\n");
+    const auto result = run({"info"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_TRUE(std::regex_search(result.out, line)) << result.out;
+}
+
 TEST_F(ExitCode, WhoOnlyReadsWaitsForNobody) {
     file.write(kText);
     const LockHolder holder(file.path());

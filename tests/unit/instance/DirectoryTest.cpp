@@ -14,6 +14,7 @@
 #include "RegLib/store/Store.h"
 #include "VQRegLib.h"
 #include "portable/Mutex.h"
+#include "support/ForkedChild.h"
 #include "support/TempStore.h"
 #include "support/Threads.h"
 #include "support/TraceLog.h"
@@ -47,6 +48,31 @@ std::vector<std::string> lifeOf(const TraceLog& log, const std::string& path) {
     return lines;
 }
 
+// What a fork handler of the program finds that the library's have run before. Who does not hold a
+// recursive mutex is refused to leave it.
+bool g_isHeldAtFork = false;
+
+void lookAtFork() {
+    g_isHeldAtFork = pthread_mutex_unlock(&g_mutexGlobals) == 0;
+    if (g_isHeldAtFork) {
+        pthread_mutex_lock(&g_mutexGlobals);
+    }
+}
+
+// Before the library has any handler: those of before a fork run in the opposite order.
+[[maybe_unused]] const int g_registered = pthread_atfork(lookAtFork, nullptr, nullptr);
+
+bool isCreationLockFree() {
+    bool isFree = false;
+    std::thread([&] {
+        isFree = pthread_mutex_trylock(&g_mutexGlobals) == 0;
+        if (isFree) {
+            pthread_mutex_unlock(&g_mutexGlobals);
+        }
+    }).join();
+    return isFree;
+}
+
 }  // namespace
 
 TEST(Directory, TuplesAreTheTextsAsGiven) {
@@ -73,6 +99,15 @@ TEST(Directory, ItsCreationLockIsRecursive) {
     EXPECT_EQ(pthread_mutex_trylock(&g_mutexGlobals), 0);
     pthread_mutex_unlock(&g_mutexGlobals);
     pthread_mutex_unlock(&g_mutexGlobals);
+}
+
+// Nobody makes a directory in the middle of a fork.
+TEST(Directory, ItsCreationLockIsHeldWhileTheProcessForks) {
+    ASSERT_NE(get_reglibImplDirectory(), nullptr);
+    vqtest::ForkedChild child([] { return isCreationLockFree() ? 0 : 1; });
+    EXPECT_TRUE(g_isHeldAtFork);
+    EXPECT_TRUE(isCreationLockFree());
+    EXPECT_EQ(child.wait(), 0) << "it is not left in the child";
 }
 
 TEST(Directory, StoresAreSharedAndCounted) {

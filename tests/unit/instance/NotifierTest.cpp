@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -12,9 +13,11 @@
 #include "RegLib/instance/Directory.h"
 #include "RegLib/instance/Notifier.h"
 #include "RegLib/text/NotificationName.h"
+#include "portable/Mutex.h"
 #include "portable/NamedObjects.h"
 #include "portable/Semaphore.h"
 #include "support/ForkedChild.h"
+#include "support/Threads.h"
 #include "support/WatchedStore.h"
 
 using namespace VQRegLib;
@@ -65,6 +68,22 @@ TEST_F(Notifier, MayBeStoppedBeforeItWasStarted) {
     directory().StopRegistryChangeNotifierThread();
     EXPECT_EQ(countThreads("RegChgNotif"), 0);
     EXPECT_FALSE(vqtest::hasSemaphore());
+}
+
+// Its semaphore may be replaced meanwhile, by whoever has the directory's lock.
+TEST_F(Notifier, IsNotStoppedWhileTheDirectoryIsInUse) {
+    const vqtest::TempStore other;
+    CPMutex lock(1, 0, other.path(), 1, 1);
+    ASSERT_EQ(lock.wait(CPMutex::kInfinite, nullptr), CPMutex::eOwned);
+    std::unique_ptr<CRegLib> made;
+    {
+        const vqtest::CallElsewhere making([&] { made = vqtest::openSession(other.path()); });
+        EXPECT_TRUE(making.waits()) << "for the lock of the file, which it has to make";
+        const vqtest::CallElsewhere stop([] { directory().StopRegistryChangeNotifierThread(); });
+        EXPECT_TRUE(stop.waits());
+        lock.release();
+    }
+    EXPECT_NE(made->RootKey(), nullptr);
 }
 
 TEST_F(Notifier, OfAParentIsNotStoppedByAForkedChild) {

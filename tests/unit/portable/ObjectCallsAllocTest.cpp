@@ -151,6 +151,19 @@ TEST(BlockCalls, WithoutAClockEachLookCountsAlone) {
     EXPECT_FALSE(block.isCurrent());
 }
 
+TEST(BlockCalls, WhatHasNotChangedSinceTheLastLookIsNotReadAgain) {
+    SKIP_UNLESS_WRAPPED();
+    const vqtest::TempStore store;
+    CPSharedMemory block(store.path(), 8);
+    EXPECT_TRUE(vqtest::waitUntil([&] {
+        const bool isSeen = block.isCurrent();
+        const FailingCall unread("pread", EIO);
+        return isSeen && block.isCurrent();
+    }));
+    std::ofstream(VQRegLib::objectPath("CPBlock", store.path()), std::ios::binary) << "other";
+    EXPECT_FALSE(block.isCurrent());
+}
+
 TEST_P(LockRefused, IsNotTakenAndTellsWhy) {
     SKIP_UNLESS_WRAPPED();
     const vqtest::TempStore store;

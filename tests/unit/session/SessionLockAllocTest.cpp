@@ -20,6 +20,7 @@ using vqtest::isFree;
 namespace {
 
 thread_local int t_naps = 0;
+thread_local long t_nanoseconds = 0;  // of all of them
 
 }  // namespace
 
@@ -28,6 +29,7 @@ extern "C" int __real_nanosleep(const timespec* time, timespec* left);
 extern "C" int __wrap_nanosleep(const timespec* time, timespec* left);
 extern "C" int __wrap_nanosleep(const timespec* time, timespec* left) {
     ++t_naps;
+    t_nanoseconds += time->tv_sec * 1'000'000'000 + time->tv_nsec;
     return __real_nanosleep(time, left);
 }
 // NOLINTEND(bugprone-reserved-identifier)
@@ -74,8 +76,10 @@ TEST(SessionLockInAnUpdate, IsAskedForWithNapsAndThenGivenUp) {
     isHeld.wait(false);
     ASSERT_EQ(writer.VQRegBeginUpdate(), REGLIB_OK);
     t_naps = 0;
+    t_nanoseconds = 0;
     EXPECT_EQ(session.VQRegReload(), REGLIB_E_FAIL);
     EXPECT_EQ(t_naps, 200);
+    EXPECT_EQ(t_nanoseconds, 200'000'000);
     EXPECT_EQ(writer.VQRegEndUpdate(), REGLIB_OK);
     isOver = true;
     isOver.notify_one();

@@ -67,6 +67,18 @@ TEST_F(RollOver, StartsANewFileAtMidnight) {
     EXPECT_THAT(linesOf(kFile16), ElementsAre("***", "after", "long after"));
 }
 
+// As a thread finds that has waited to open the file of a new day, and that another one has opened meanwhile.
+TEST_F(RollOver, WhoHasNothingToOpenAnyMoreLeavesTheNextDayToAll) {
+    write("before");
+    g_once = kMidnight;
+    write("same");
+    EXPECT_EQ(g_once, 0);
+    g_now = kMidnight;
+    write("after");
+    EXPECT_THAT(linesOf(kFile15), ElementsAre("***", "before", "same"));
+    EXPECT_THAT(linesOf(kFile16), ElementsAre("***", "after"));
+}
+
 TEST_F(RollOver, KeepsTheFileAsTheMinutesPass) {
     g_now = kMidnight;
     for (const std::time_t minutes : {0, 1, 2, 59, 60, 1439}) {
