@@ -7,6 +7,8 @@
 #include <string_view>
 
 #include "RegLib/c/SharedKey.h"
+#include "RegLib/session/SessionLock.h"
+#include "RegLib/store/RegLibAccess.h"
 #include "VQRegLib.h"
 #include "vqreg.h"
 
@@ -61,6 +63,14 @@ public:
                 return VQREG_E_INVALID_HANDLE;  // a new one would be gone, too
             }
         }
+    }
+
+    // Calls something that no other thread of the process comes into. A change is made, and its key looked
+    // at, in one: the key may go right afterwards, which is no failure of what has been done.
+    template <typename Call>
+    [[nodiscard]] int undisturbed(Call&& call) {
+        const CSessionGuard guard(*CRegLibAccess::store(m_session), __LINE__);
+        return guard.isEntered() ? call() : VQREG_E_FAIL;
     }
 
     // Null, "" and "/" are the root key; one "/" in front of others is allowed.

@@ -36,24 +36,22 @@ bool CStoreOfC::isStorable(std::string_view path) const {
 // store is open. Nobody deletes a key of them meanwhile: the handle of one that has gone would stand for the
 // top of the file.
 int CStoreOfC::openEach(std::string_view path, bool create, std::shared_ptr<CSharedKey>& key) {
-    const CSessionGuard guard(*CRegLibAccess::store(m_session), __LINE__);
-    if (!guard.isEntered()) {
-        return VQREG_E_FAIL;
-    }
-    std::shared_ptr<CSharedKey> above;
-    CKeyPath names(path);
-    for (std::string_view name; names.next(name);) {
-        auto below = std::make_shared<CSharedKey>(m_session);
-        const int result =
-            m_session.VQRegCreateKey(above ? &above->get() : nullptr, std::string(name).c_str(),
-                                     below->get(), create ? 1 : 0);
-        if (result < 0) {
-            return result;
+    return undisturbed([&] {
+        std::shared_ptr<CSharedKey> above;
+        CKeyPath names(path);
+        for (std::string_view name; names.next(name);) {
+            auto below = std::make_shared<CSharedKey>(m_session);
+            const int result =
+                m_session.VQRegCreateKey(above ? &above->get() : nullptr, std::string(name).c_str(),
+                                         below->get(), create ? 1 : 0);
+            if (result < 0) {
+                return result;
+            }
+            above = std::move(below);
         }
-        above = std::move(below);
-    }
-    key = std::move(above);
-    return VQREG_OK;
+        key = std::move(above);
+        return VQREG_OK;
+    });
 }
 
 int CStoreOfC::open(std::string_view path, bool create, std::shared_ptr<CSharedKey>& key) {
@@ -92,18 +90,16 @@ int CStoreOfC::openOrMake(std::string_view path, bool create, std::shared_ptr<CS
 }
 
 int CStoreOfC::remove(std::string_view path) {
-    const CSessionGuard guard(*CRegLibAccess::store(m_session), __LINE__);
-    if (!guard.isEntered()) {
-        return VQREG_E_FAIL;
-    }
-    const int result = removeEmpty(path);
-    if (isRootGone()) {
-        return VQREG_E_INVALID_HANDLE;
-    }
-    if (result >= 0) {
-        m_keys.drop(path);
-    }
-    return result;
+    return undisturbed([&] {
+        const int result = removeEmpty(path);
+        if (isRootGone()) {
+            return VQREG_E_INVALID_HANDLE;
+        }
+        if (result >= 0) {
+            m_keys.drop(path);
+        }
+        return result;
+    });
 }
 
 int CStoreOfC::removeEmpty(std::string_view path) {

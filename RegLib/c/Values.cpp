@@ -5,9 +5,6 @@
 #include "RegLib/c/CStore.h"
 #include "RegLib/c/Guarded.h"
 #include "RegLib/c/ReadValue.h"
-#include "RegLib/session/SessionLock.h"
-#include "RegLib/store/RegLibAccess.h"
-#include "RegLib/store/Store.h"
 #include "RegLib/text/Storable.h"
 
 using namespace VQRegLib;
@@ -16,6 +13,7 @@ namespace {
 
 // Reads. A key that has gone meanwhile is read again, so nothing is given before it is known to be there.
 struct CRead {
+    static constexpr bool kChanges = false;
     const char* name;
     CReadValue& value;
 
@@ -53,6 +51,7 @@ struct CGet {
 };
 
 struct CSet {
+    static constexpr bool kChanges = true;
     const char* name;
     CRegLib::eDataType type;
     const void* data;
@@ -86,17 +85,13 @@ private:
 };
 
 struct CDelete {
+    static constexpr bool kChanges = true;
     const char* name;
 
     bool isGiven() const { return name != nullptr; }
 
-    // Asks first: a value that was there and is "not found" could not be taken out of the file. No other
-    // thread deletes it meanwhile.
+    // Asks first: a value that was there and is "not found" could not be taken out of the file.
     int operator()(CRegLib& session, CRegKey& key) const {
-        const CSessionGuard guard(*CRegLibAccess::store(session), __LINE__);
-        if (!guard.isEntered()) {
-            return VQREG_E_FAIL;
-        }
         CRegLib::eDataType type = CRegLib::eNone;
         const int found = session.VQRegQueryValueType(key, name, type);
         return found < 0 ? found : ofChange(session.VQRegDeleteValue(key, name));
@@ -112,6 +107,15 @@ bool isWorthAKey(const Operation&) {
     return true;
 }
 
+template <typename Operation, typename Call>
+int callFor(CStoreOfC& store, Call&& call) {
+    if constexpr (Operation::kChanges) {
+        return store.undisturbed(call);
+    } else {
+        return call();
+    }
+}
+
 template <typename Operation>
 int atPath(vqreg_store* store, const char* path, const Operation& operation) {
     if (!store || !operation.isGiven()) {
@@ -122,8 +126,10 @@ int atPath(vqreg_store* store, const char* path, const Operation& operation) {
         if (!isWorthAKey(operation)) {
             return VQREG_E_NOT_STORABLE;
         }
-        return store->m_store->withKey(path, kCreates, [&](CRegKey& key) {
-            return operation(store->m_store->session(), key);
+        CStoreOfC& of = *store->m_store;
+        return callFor<Operation>(of, [&] {
+            return of.withKey(path, kCreates,
+                              [&](CRegKey& key) { return operation(of.session(), key); });
         });
     });
 }
@@ -134,8 +140,10 @@ int atKey(vqreg_key* key, const Operation& operation) {
         return VQREG_E_FAIL;
     }
     return guardedForC([&] {
-        return key->use(
-            [&](CRegKey& handle) { return operation(key->m_store->session(), handle); });
+        CStoreOfC& of = *key->m_store;
+        return callFor<Operation>(of, [&] {
+            return key->use([&](CRegKey& handle) { return operation(of.session(), handle); });
+        });
     });
 }
 

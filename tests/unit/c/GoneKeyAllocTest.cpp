@@ -134,3 +134,43 @@ TEST_F(GoneKey, ThatIsMadeAnewHasTheWholeBuffer) {
     EXPECT_EQ(size, sizeof "a long text");
     EXPECT_EQ(type, VQREG_STRING);
 }
+
+TEST_F(GoneKey, IsNoFailureOfADeletionThatWasMade) {
+    ASSERT_EQ(vqreg_set_dword(store, "K", "V", 1), VQREG_OK);
+    int removed = VQREG_E_FAIL;
+    const int result = callWhile([&] { removed = vqreg_delete_key(store, "K"); },
+                                 [&] { return vqreg_delete_value(store, "K", "V"); });
+    EXPECT_EQ(removed, VQREG_OK);
+    EXPECT_EQ(result, VQREG_OK);
+}
+
+TEST_F(GoneKey, ThatIsMadeAnewKeepsItsValue) {
+    ASSERT_EQ(vqreg_set_dword(store, "K", "V", 1), VQREG_OK);
+    const int result = callWhile(
+        [&] {
+            EXPECT_EQ(vqreg_delete_key(store, "K"), VQREG_OK);
+            EXPECT_EQ(vqreg_set_dword(store, "K", "V", 2), VQREG_OK);
+        },
+        [&] { return vqreg_delete_value(store, "K", "V"); });
+    EXPECT_EQ(result, VQREG_OK);
+    std::uint32_t number = 0;
+    EXPECT_EQ(vqreg_get_dword(store, "K", "V", &number), VQREG_OK) << "it was deleted once";
+    EXPECT_EQ(number, 2u);
+}
+
+TEST_F(GoneKey, IsNoFailureOfAChangeThroughAnOpenKey) {
+    ASSERT_EQ(vqreg_set_dword(store, "K", "V", 1), VQREG_OK);
+    vqreg_key* key = nullptr;
+    ASSERT_EQ(vqreg_open_key(store, "K", 0, &key), VQREG_OK);
+    EXPECT_EQ(callWhile([&] { removeKey(); }, [&] { return vqreg_key_set_dword(key, "V", 2); }),
+              VQREG_OK);
+    EXPECT_EQ(vqreg_key_set_dword(key, "V", 3), VQREG_E_INVALID_HANDLE);
+    vqreg_close_key(key);
+    ASSERT_EQ(vqreg_set_dword(store, "K", "V", 1), VQREG_OK);
+    ASSERT_EQ(vqreg_open_key(store, "K", 0, &key), VQREG_OK);
+    EXPECT_EQ(callWhile([&] { EXPECT_EQ(vqreg_delete_key(store, "K"), VQREG_OK); },
+                        [&] { return vqreg_key_delete_value(key, "V"); }),
+              VQREG_OK);
+    EXPECT_EQ(vqreg_key_delete_value(key, "V"), VQREG_E_INVALID_HANDLE);
+    vqreg_close_key(key);
+}
