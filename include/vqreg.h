@@ -112,8 +112,10 @@ VQREG_EXPORT const char* vqreg_version(void);
  * @return the store, for vqreg_close(); null when there is none */
 VQREG_EXPORT vqreg_store* vqreg_open(const char* file, const char* root, int* result);
 
-/** Closes a store. It stays open until its keys and watches are closed as well. An update that has not been
- * ended then is not written. Null is ignored. */
+/** Closes a store. It stays open until its keys and watches are closed as well. An update that was begun
+ * through it and not ended is over, if the thread that began it closes the store: nothing of it is written,
+ * nor what could not be written before, unless it is part of one that was begun through another #vqreg_store.
+ * Null is ignored. */
 VQREG_EXPORT void vqreg_close(vqreg_store* store);
 
 /** The path of a store's file, behind the symbolic links that led to it. Valid until the store is closed. */
@@ -153,7 +155,7 @@ VQREG_EXPORT size_t vqreg_why_not_storable(const vqreg_store* store, const char*
 
 /** Begins an update: the changes up to its end become one write of the file, and other processes see all
  * of them or none. Other threads of the process that use the store wait, and so does whoever wants to
- * change it. Updates nest; the thread that began one ends it.
+ * change it. Updates nest; the thread that began one ends it, through the same store.
  * @return #VQREG_OK, or the update has not begun */
 VQREG_EXPORT int vqreg_begin_update(vqreg_store* store);
 

@@ -24,6 +24,11 @@ public:
     const char* file() const;                               // behind its links
     const std::string& rootPath() const { return m_root; }  // names with "/" between them
 
+    // Updates of the session; those that were begun here and not ended can be dropped.
+    [[nodiscard]] int beginUpdate();
+    [[nodiscard]] int endUpdate();
+    void dropUpdates() { VQRegLib::dropUpdates(store(), m_updateNumber, m_updates); }
+
     // Opens the key of a path below the root key: an own handle for each call. With `create`, a path that
     // the file cannot give back is refused.
     [[nodiscard]] int open(std::string_view path, bool create, std::shared_ptr<CSharedKey>& key);
@@ -69,7 +74,7 @@ public:
     // at, in one: the key may go right afterwards, which is no failure of what has been done.
     template <typename Call>
     [[nodiscard]] int undisturbed(Call&& call) {
-        const CSessionGuard guard(*CRegLibAccess::store(m_session), __LINE__);
+        const CSessionGuard guard(store(), __LINE__);
         return guard.isEntered() ? call() : VQREG_E_FAIL;
     }
 
@@ -77,6 +82,7 @@ public:
     static std::string_view pathOf(const char* given);
 
 private:
+    CRegLibImpl& store() const { return *CRegLibAccess::store(m_session); }
     bool isRootGone();
     [[nodiscard]] int openOrMake(std::string_view path, bool create,
                                  std::shared_ptr<CSharedKey>& key);
@@ -88,6 +94,9 @@ private:
     const std::string m_root;
     CRegLib m_session;
     CKeysByPath m_keys;  // after the session, which they need to their end
+    // Guarded by the session lock, which an update holds.
+    int m_updates = 0;                 // begun here and not ended, as a part of
+    std::uint32_t m_updateNumber = 0;  // this outermost one
 };
 
 }  // namespace VQRegLib

@@ -3,6 +3,7 @@
 #define REGLIB_SESSION_SESSIONLOCK_H
 
 #include <atomic>
+#include <cstdint>
 
 #include "RegLib/store/Store.h"
 #include "portable/ThreadAnnotations.h"
@@ -23,6 +24,9 @@ inline bool enterSession(CRegLibImpl& store, int location)
     store.m_critSec.enter(location);
     return true;
 }
+
+// Drops so many levels of the update of that number, if the calling thread is in it.
+void dropUpdates(CRegLibImpl& store, std::uint32_t number, int levels);
 
 // Holds the lock for a scope, if it could be entered.
 class CSessionGuard {

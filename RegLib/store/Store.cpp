@@ -97,6 +97,12 @@ int CRegLibImpl::VQRegReload() {
     return REGLIB_E_FAIL;
 }
 
+std::uint32_t CRegLibImpl::updateNumber() const {
+    return 0;
+}
+
+void CRegLibImpl::dropUpdate() {}
+
 // The watcher ends without m_watcherLock: one of its handlers may be waiting for that. Until then
 // it stays known, so that the handler may remove others.
 void CRegLibImpl::DeleteRegWatcherThread() {

@@ -92,6 +92,13 @@ public:
     // Makes every process read the store's file again at its next operation.
     [[nodiscard]] virtual int VQRegReload();
 
+    // Tells the outermost update from those before and after it; 0 without one.
+    virtual std::uint32_t updateNumber() const;
+
+    // Ends an update as VQRegEndUpdate, but that nothing is written: what the outermost one has changed is
+    // out of the tree at the next operation, and with it what could not be written before.
+    virtual void dropUpdate();
+
     // Unregisters a record and clears it; the caller deletes it. Throws VQException when there is
     // no memory for its empty names.
     void clearKeyInfo(CRegKeyImpl* record);
