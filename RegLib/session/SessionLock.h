@@ -15,6 +15,12 @@ namespace VQRegLib {
 // Not checked, as the next one is not: what enters only perhaps is checked where it is called.
 bool enterDuringUpdates(CRegLibImpl& store, int location) TRY_ACQUIRE(true, store.m_critSec);
 
+// Whether the calling thread is such a one.
+inline bool isInUpdateElsewhere(const CRegLibImpl& store) {
+    return CRegLibImpl::m_openUpdates.load(std::memory_order_relaxed) != 0 &&
+           store.isUpdatedElsewhere();
+}
+
 // Enters the store's session lock.
 inline bool enterSession(CRegLibImpl& store, int location)
     TRY_ACQUIRE(true, store.m_critSec) NO_THREAD_SAFETY_ANALYSIS {

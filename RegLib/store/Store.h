@@ -112,6 +112,9 @@ public:
                                          std::vector<std::string>& names, int create);
     [[nodiscard]] int VQRegDestroyKeyVect(std::vector<CRegKey*>& keys);
 
+    // The same for who cannot have m_critSec: they go with the next ones, or with the store.
+    void destroyLater(std::vector<CRegKey*>& keys);
+
     // Ends the watcher, if any.
     void DeleteRegWatcherThread();
     bool hasWatcher();
@@ -134,6 +137,9 @@ public:
     CPCritSec m_watcherLock;
     bool m_hasWatcherEnded GUARDED_BY(m_watcherLock) = false;  // the store is being destroyed
 
+    CPCritSec m_lateKeysLock{"", 1};
+    std::vector<CRegKey*> m_lateKeys GUARDED_BY(m_lateKeysLock);  // owned: to be destroyed
+
 protected:
     // Clears every record in the table, and deletes those that no handle reaches.
     void clearAllRecords(bool callHook);
@@ -142,6 +148,7 @@ private:
     [[nodiscard]] int openKeys(CRegKey* parent, std::vector<std::string>& names, int create,
                                std::vector<std::unique_ptr<CRegKey>>& keys);
     void findStoredSpelling(CRegKey* parent, std::string& name);
+    void destroyLateKeys();
 };
 
 }  // namespace VQRegLib
