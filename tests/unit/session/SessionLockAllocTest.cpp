@@ -3,6 +3,7 @@
 #include <time.h>
 
 #include <atomic>
+#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -10,6 +11,7 @@
 #include "RegLib/instance/Directory.h"
 #include "RegLib/store/Store.h"
 #include "VQRegLib.h"
+#include "VQRegStore.h"
 #include "support/FailingCopies.h"
 #include "support/TempStore.h"
 #include "support/Threads.h"
@@ -21,6 +23,7 @@ using vqtest::isFree;
 namespace {
 
 thread_local int t_naps = 0;
+thread_local std::function<void()> t_atNap;
 
 }  // namespace
 
@@ -29,6 +32,9 @@ extern "C" int __real_nanosleep(const timespec* time, timespec* left);
 extern "C" int __wrap_nanosleep(const timespec* time, timespec* left);
 extern "C" int __wrap_nanosleep(const timespec* time, timespec* left) {
     ++t_naps;
+    if (t_atNap) {
+        t_atNap();
+    }
     return __real_nanosleep(time, left);
 }
 // NOLINTEND(bugprone-reserved-identifier)
@@ -57,6 +63,7 @@ namespace {
 class SessionLockInAnUpdate : public testing::Test {
 protected:
     void SetUp() override {
+        ASSERT_TRUE(opened);
         ASSERT_EQ(session.VQRegCreateKeyVect(nullptr, "a/b/c", keys, names, 1), REGLIB_OK);
         handles = store.m_handles.size();
         holder = std::thread([this] {
@@ -71,6 +78,7 @@ protected:
         t_naps = 0;
     }
     void TearDown() override {
+        t_atNap = nullptr;
         leave();
         EXPECT_EQ(writer.VQRegEndUpdate(), REGLIB_OK);
     }
@@ -92,6 +100,7 @@ protected:
     CRegLib writer{otherName.c_str(), nullptr, CRegLib::eLocationDefault, nullptr};
     CRegLibImpl& store = *get_reglibImplDirectory()->acquireRegLibImpl(
         file.path().c_str(), nullptr, CRegLib::eLocationDefault, nullptr);
+    const vqreg::Store opened{file.path()};
     std::vector<CRegKey*> keys;
     std::vector<std::string> names;
     std::size_t handles = 0;
@@ -124,4 +133,22 @@ TEST_F(SessionLockInAnUpdate, IsNotWaitedForByKeysWhichGoWithTheNextOnes) {
 // Who looks for leaks finds none.
 TEST_F(SessionLockInAnUpdate, IsNotWaitedForByKeysWhichGoWithTheStore) {
     EXPECT_EQ(session.VQRegDestroyKeyVect(keys), REGLIB_OK);
+}
+
+// It is asked for twice to see whether the root key is there, for its handle, and to look at it.
+TEST_F(SessionLockInAnUpdate, ThatCannotBeHadLeavesNoRootKeyWithoutAHandle) {
+    if (sizeof(void*) != 8) {
+        GTEST_SKIP() << "the library calls other functions here";
+    }
+    t_atNap = [this] {
+        if (t_naps == 601) {
+            leave();
+        }
+    };
+    std::error_code error;
+    EXPECT_FALSE(opened.root(error));
+    EXPECT_EQ(error, vqreg::errc::fail);
+    EXPECT_EQ(t_naps, 600);
+    leave();
+    EXPECT_EQ(opened.root().get<int>("V"), std::nullopt);
 }
