@@ -76,7 +76,10 @@ class Watch:
         self.close()
 
     def fileno(self) -> int:
-        """Readable when there may be a change; for select, poll and event loops. Do not read from it."""
+        """Readable when there may be a change; for select, poll and event loops. Do not read from it.
+
+        It is not told when a directory above the file's own is replaced, which the next `poll` finds.
+        """
         return _descriptor(self._open())
 
     def poll(self) -> Change | None:
