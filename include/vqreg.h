@@ -347,7 +347,8 @@ typedef struct vqreg_change {
  * A watch has a copy of the file's tree and reads the file at each change: of a large store have few, and
  * look at the paths. It tells what is in the file, where a key or value may be gone that this process can
  * still read (see above), and what was edited by hand, which queries give after vqreg_reload() only. Writing
- * into the file without closing it, and truncate(2), are not noticed.
+ * into the file without closing it, and truncate(2), are not noticed. A watch that begins while the
+ * file is missing tells what changes in the first one that it finds.
  * @param path    need not exist
  * @param result  may be null; receives #VQREG_OK, #VQREG_E_NOT_STORABLE, #VQREG_E_BAD_FORMAT,
  *                #VQREG_E_FILE_OPEN, or #VQREG_E_FAIL, also when the system has no descriptor or no

@@ -223,6 +223,21 @@ TEST_F(CWatch, GoesOnWhereADirectoryAboveIsReplaced) {
     vqreg_close(std::exchange(store, nullptr));
 }
 
+// A file that is missing when a watch begins is no change either, when it comes back.
+TEST_F(CWatch, ThatBeginsWithoutAFileTellsWhatChangesInTheFirstOne) {
+    ASSERT_EQ(vqreg_set_dword(store, "K", "V", 1), VQREG_OK);
+    const std::string text = file.read();
+    ASSERT_EQ(::unlink(file.path().c_str()), 0);
+    start("");
+    EXPECT_EQ(changes(), Texts{});
+    file.write(text);
+    EXPECT_TRUE(isReadable(5000));
+    EXPECT_EQ(changes(), Texts{});
+    EXPECT_EQ(last, 0);
+    ASSERT_EQ(vqreg_set_dword(store, "K", "V", 2), VQREG_OK);
+    EXPECT_EQ(changes(), Texts{"K|V 1 2"});
+}
+
 // The line of a key may have more behind its bracket than its name.
 TEST_F(CWatch, OfTheRootKeyIsOfTheNameThatItWasGiven) {
     vqreg_close(store);
