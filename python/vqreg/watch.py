@@ -164,8 +164,10 @@ class Watch:
         finally:
             end.cancel()
             self._tasks.discard(news)
-            loop.remove_reader(own)
-            os.close(own)
+            try:
+                loop.remove_reader(own)
+            finally:  # not every loop has readers
+                os.close(own)
 
     def _open(self) -> _c.WatchHandle:
         handle = self._handle

@@ -1,7 +1,9 @@
 """Watches in the loop of asyncio."""
 import asyncio
+import os
 import pathlib
 import time
+from typing import NoReturn
 
 import pytest
 import vqreg
@@ -167,3 +169,23 @@ def test_async_for_leaves_the_readers_of_others(store: vqreg.Store) -> None:
         assert loop.remove_reader(watch) and news.is_set()
 
     asyncio.run(main())
+
+
+class WithoutReaders(asyncio.SelectorEventLoop):
+    """A loop that watches no descriptors of its tasks."""
+
+    def add_reader(self, *_: object) -> NoReturn:
+        raise NotImplementedError
+
+    def remove_reader(self, *_: object) -> NoReturn:
+        raise NotImplementedError
+
+
+def test_loop_without_readers_is_told_and_leaves_no_descriptor(store: vqreg.Store) -> None:
+    watch = store.watch("K", timeout=PATIENCE)
+    loop = WithoutReaders()
+    before = os.listdir("/proc/self/fd")
+    with pytest.raises(NotImplementedError):
+        loop.run_until_complete(watch.__anext__())
+    assert os.listdir("/proc/self/fd") == before and not watch._tasks
+    loop.close()
