@@ -2,6 +2,7 @@
 import asyncio
 import os
 import pathlib
+import threading
 import time
 from typing import NoReturn
 
@@ -169,6 +170,34 @@ def test_async_for_leaves_the_readers_of_others(store: vqreg.Store) -> None:
         assert loop.remove_reader(watch) and news.is_set()
 
     asyncio.run(main())
+
+
+@pytest.mark.parametrize("elsewhere", [False, True])
+def test_task_is_woken_for_what_poll_leaves(store: vqreg.Store, elsewhere: bool) -> None:
+    store.create("K")
+
+    def look(watch: vqreg.Watch) -> vqreg.Change | None:
+        store.key("K").update(a=1, b=2)
+        return watch.poll()
+
+    async def main() -> list[vqreg.Change | None]:
+        watch = store.watch("K", timeout=PATIENCE)
+        task = asyncio.create_task(watch.__anext__())
+        while not watch._tasks:  # until it waits
+            await asyncio.sleep(0)
+        if elsewhere:
+            # The loop does nothing meanwhile.
+            thread = threading.Thread(target=lambda: changes.append(look(watch)))
+            changes: list[vqreg.Change | None] = []
+            thread.start()
+            thread.join()
+            polled = changes[0]
+        else:
+            polled = look(watch)
+        return [polled, await asyncio.wait_for(task, PATIENCE / 2)]
+
+    first, second = asyncio.run(main())
+    assert first is not None and second is not None and (first.name, second.name) == ("a", "b")
 
 
 class WithoutReaders(asyncio.SelectorEventLoop):
