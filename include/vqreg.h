@@ -156,6 +156,9 @@ VQREG_EXPORT size_t vqreg_why_not_storable(const vqreg_store* store, const char*
 /** Begins an update: the changes up to its end become one write of the file, and other processes see all
  * of them or none. Other threads of the process that use the store wait, and so does whoever wants to
  * change it. Updates nest; the thread that began one ends it, through the same store.
+ *
+ * In an update open no store, and close no other one, nor the last key or watch of one that is closed already:
+ * that waits for a thread that is opening a store, and that one may be waiting for the update.
  * @return #VQREG_OK, or the update has not begun */
 VQREG_EXPORT int vqreg_begin_update(vqreg_store* store);
 

@@ -22,15 +22,20 @@ def lock(handle: _c.StoreHandle) -> Iterator[None]:
     """
     begun: list[int] = []
     try:
+        _c.updates.begin(id(begun))
         begun.extend(map(_c.library.vqreg_begin_update, (handle,)))
         if begun[0] < 0:
             raise failure(begun[0], "", _c.file_of(handle))
         yield
     finally:
-        if begun and begun[0] >= 0:
-            ended: int = _c.library.vqreg_end_update(handle)
-            if ended < 0:
-                raise failure(ended, "", _c.file_of(handle))
+        ended = _c.OK
+        try:
+            if begun and begun[0] >= 0:
+                ended = _c.library.vqreg_end_update(handle)
+        finally:
+            _c.updates.end(id(begun))
+        if ended < 0:
+            raise failure(ended, "", _c.file_of(handle))
 
 
 class Calls:
