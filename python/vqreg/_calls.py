@@ -18,7 +18,8 @@ def lock(handle: _c.StoreHandle) -> Iterator[None]:
     """An update of the library. It ends in any case, also when the store is closed meanwhile.
 
     After an exception that comes between this and the block itself, it ends as soon as the exception is
-    forgotten, whose traceback keeps it.
+    forgotten, whose traceback keeps it. The thread itself has to forget it: another one would wait for the
+    very update that it is to end.
     """
     begun: list[int] = []
     try:
