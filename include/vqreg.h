@@ -112,8 +112,10 @@ VQREG_EXPORT const char* vqreg_version(void);
  * @return the store, for vqreg_close(); null when there is none */
 VQREG_EXPORT vqreg_store* vqreg_open(const char* file, const char* root, int* result);
 
-/** Closes a store. It stays open until its keys and watches are closed as well. An update that has not been
- * ended then is not written. Null is ignored. */
+/** Closes a store. It stays open until its keys and watches are closed as well. An update that was begun
+ * through it and not ended is over, if the thread that began it closes the store: nothing of it is written,
+ * nor what could not be written before, unless it is part of one that was begun through another #vqreg_store.
+ * Null is ignored. */
 VQREG_EXPORT void vqreg_close(vqreg_store* store);
 
 /** The path of a store's file, behind the symbolic links that led to it. Valid until the store is closed. */
@@ -153,7 +155,10 @@ VQREG_EXPORT size_t vqreg_why_not_storable(const vqreg_store* store, const char*
 
 /** Begins an update: the changes up to its end become one write of the file, and other processes see all
  * of them or none. Other threads of the process that use the store wait, and so does whoever wants to
- * change it. Updates nest; the thread that began one ends it.
+ * change it. Updates nest; the thread that began one ends it, through the same store.
+ *
+ * In an update open no store, and close no other one, nor the last key or watch of one that is closed already:
+ * that waits for a thread that is opening a store, and that one may be waiting for the update.
  * @return #VQREG_OK, or the update has not begun */
 VQREG_EXPORT int vqreg_begin_update(vqreg_store* store);
 
@@ -345,7 +350,8 @@ typedef struct vqreg_change {
  * A watch has a copy of the file's tree and reads the file at each change: of a large store have few, and
  * look at the paths. It tells what is in the file, where a key or value may be gone that this process can
  * still read (see above), and what was edited by hand, which queries give after vqreg_reload() only. Writing
- * into the file without closing it, and truncate(2), are not noticed.
+ * into the file without closing it, and truncate(2), are not noticed. A watch that begins while the
+ * file is missing tells what changes in the first one that it finds.
  * @param path    need not exist
  * @param result  may be null; receives #VQREG_OK, #VQREG_E_NOT_STORABLE, #VQREG_E_BAD_FORMAT,
  *                #VQREG_E_FILE_OPEN, or #VQREG_E_FAIL, also when the system has no descriptor or no
@@ -363,7 +369,8 @@ VQREG_EXPORT int vqreg_watch_fd(const vqreg_watch* watch);
  * @param change  receives the change, which the watch owns; null without one
  * @return 1 with a change; 0 when there is none; #VQREG_E_BAD_FORMAT while the file is malformed,
  *         #VQREG_E_FILE_OPEN while it cannot be read, #VQREG_E_FAIL: ask again when the descriptor is
- *         readable. While the file's directory is missing the descriptor is not: ask again later */
+ *         readable. While the file's directory is missing the descriptor is not: ask again later. Nor does it
+ *         become so when a directory above that one is replaced, which the next call finds */
 VQREG_EXPORT int vqreg_watch_next(vqreg_watch* watch, const vqreg_change** change);
 
 /** Ends a watch and closes its descriptor. Null is ignored. */

@@ -43,6 +43,24 @@ int CFileNews::watchDirectory() {
     return m_watch < 0 ? errno : 0;
 }
 
+// When one above it is replaced, nobody tells. The kernel gives a directory that is watched already the same
+// number again. Where that is refused now, the directory may still be the one that was watched.
+bool CFileNews::followPath() {
+    const int before = m_watch;
+    const int error = watchDirectory();
+    if (m_watch == before) {
+        return false;
+    }
+    if (error != 0 && error != ENOENT && error != ENOTDIR) {
+        m_watch = before;
+        return false;
+    }
+    if (before >= 0) {
+        (void)::inotify_rm_watch(m_fd, before);  // it has gone, or is another path's
+    }
+    return m_watch >= 0;
+}
+
 void CFileNews::close() {
     if (m_fd >= 0) {
         ::close(m_fd);
@@ -54,7 +72,7 @@ void CFileNews::close() {
 // When there were more events than the kernel keeps, any of them may have been about the file.
 bool CFileNews::take() {
     alignas(inotify_event) char buffer[4096];
-    bool isNews = false;
+    bool isNews = followPath();  // first: what it drops is told of as well
     ssize_t size = 0;
     while ((size = ::read(m_fd, buffer, sizeof buffer)) > 0) {
         for (const char* at = buffer; at < buffer + size;) {

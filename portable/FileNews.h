@@ -24,12 +24,14 @@ public:
     // The directory has gone or been replaced, and what is in its place cannot be watched yet: `take` tries.
     bool isBlind() const { return m_watch < 0; }
 
-    // Whether there was any news of the file since the last call, as far as can be told. The descriptor
+    // Whether there was any news of the file since the last call, as far as can be told; that a directory
+    // above its own was replaced makes the descriptor readable for nobody, and is found here. The descriptor
     // is quiet afterwards. Never waits.
     [[nodiscard]] bool take();
 
 private:
     [[nodiscard]] int watchDirectory();
+    [[nodiscard]] bool followPath();
 
     int m_fd = -1;
     int m_watch = -1;  // the kernel's number of what is watched

@@ -7,6 +7,8 @@
 #include <string_view>
 
 #include "RegLib/c/SharedKey.h"
+#include "RegLib/session/SessionLock.h"
+#include "RegLib/store/RegLibAccess.h"
 #include "VQRegLib.h"
 #include "vqreg.h"
 
@@ -21,6 +23,11 @@ public:
     CRegLib& session() { return m_session; }
     const char* file() const;                               // behind its links
     const std::string& rootPath() const { return m_root; }  // names with "/" between them
+
+    // Updates of the session; those that were begun here and not ended can be dropped.
+    [[nodiscard]] int beginUpdate();
+    [[nodiscard]] int endUpdate();
+    void dropUpdates() { VQRegLib::dropUpdates(store(), m_updateNumber, m_updates); }
 
     // Opens the key of a path below the root key: an own handle for each call. With `create`, a path that
     // the file cannot give back is refused.
@@ -63,10 +70,19 @@ public:
         }
     }
 
+    // Calls something that no other thread of the process comes into. A change is made, and its key looked
+    // at, in one: the key may go right afterwards, which is no failure of what has been done.
+    template <typename Call>
+    [[nodiscard]] int undisturbed(Call&& call) {
+        const CSessionGuard guard(store(), __LINE__);
+        return guard.isEntered() ? call() : VQREG_E_FAIL;
+    }
+
     // Null, "" and "/" are the root key; one "/" in front of others is allowed.
     static std::string_view pathOf(const char* given);
 
 private:
+    CRegLibImpl& store() const { return *CRegLibAccess::store(m_session); }
     bool isRootGone();
     [[nodiscard]] int openOrMake(std::string_view path, bool create,
                                  std::shared_ptr<CSharedKey>& key);
@@ -78,6 +94,9 @@ private:
     const std::string m_root;
     CRegLib m_session;
     CKeysByPath m_keys;  // after the session, which they need to their end
+    // Guarded by the session lock, which an update holds.
+    int m_updates = 0;                 // begun here and not ended, as a part of
+    std::uint32_t m_updateNumber = 0;  // this outermost one
 };
 
 }  // namespace VQRegLib

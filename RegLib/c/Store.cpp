@@ -19,7 +19,7 @@ CStoreOfC::CStoreOfC(const char* file, const char* root)
       m_session(file, root, CRegLib::eLocationDefault, nullptr) {}
 
 const char* CStoreOfC::file() const {
-    return CRegLibAccess::store(m_session)->m_pszFileName;
+    return store().m_pszFileName;
 }
 
 std::string_view CStoreOfC::pathOf(const char* given) {
@@ -36,24 +36,22 @@ bool CStoreOfC::isStorable(std::string_view path) const {
 // store is open. Nobody deletes a key of them meanwhile: the handle of one that has gone would stand for the
 // top of the file.
 int CStoreOfC::openEach(std::string_view path, bool create, std::shared_ptr<CSharedKey>& key) {
-    const CSessionGuard guard(*CRegLibAccess::store(m_session), __LINE__);
-    if (!guard.isEntered()) {
-        return VQREG_E_FAIL;
-    }
-    std::shared_ptr<CSharedKey> above;
-    CKeyPath names(path);
-    for (std::string_view name; names.next(name);) {
-        auto below = std::make_shared<CSharedKey>(m_session);
-        const int result =
-            m_session.VQRegCreateKey(above ? &above->get() : nullptr, std::string(name).c_str(),
-                                     below->get(), create ? 1 : 0);
-        if (result < 0) {
-            return result;
+    return undisturbed([&] {
+        std::shared_ptr<CSharedKey> above;
+        CKeyPath names(path);
+        for (std::string_view name; names.next(name);) {
+            auto below = std::make_shared<CSharedKey>(m_session);
+            const int result =
+                m_session.VQRegCreateKey(above ? &above->get() : nullptr, std::string(name).c_str(),
+                                         below->get(), create ? 1 : 0);
+            if (result < 0) {
+                return result;
+            }
+            above = std::move(below);
         }
-        above = std::move(below);
-    }
-    key = std::move(above);
-    return VQREG_OK;
+        key = std::move(above);
+        return VQREG_OK;
+    });
 }
 
 int CStoreOfC::open(std::string_view path, bool create, std::shared_ptr<CSharedKey>& key) {
@@ -91,19 +89,34 @@ int CStoreOfC::openOrMake(std::string_view path, bool create, std::shared_ptr<CS
     return made < 0 ? made : ended;
 }
 
-int CStoreOfC::remove(std::string_view path) {
-    const CSessionGuard guard(*CRegLibAccess::store(m_session), __LINE__);
-    if (!guard.isEntered()) {
-        return VQREG_E_FAIL;
-    }
-    const int result = removeEmpty(path);
-    if (isRootGone()) {
-        return VQREG_E_INVALID_HANDLE;
-    }
+int CStoreOfC::beginUpdate() {
+    const int result = m_session.VQRegBeginUpdate();
     if (result >= 0) {
-        m_keys.drop(path);
+        m_updates = store().updateNumber() == m_updateNumber ? m_updates + 1 : 1;
+        m_updateNumber = store().updateNumber();
     }
     return result;
+}
+
+// Counted before it ends: afterwards another thread may be in one.
+int CStoreOfC::endUpdate() {
+    return undisturbed([&] {
+        m_updates -= m_updates > 0 && store().updateNumber() == m_updateNumber ? 1 : 0;
+        return m_session.VQRegEndUpdate();
+    });
+}
+
+int CStoreOfC::remove(std::string_view path) {
+    return undisturbed([&] {
+        const int result = removeEmpty(path);
+        if (isRootGone()) {
+            return VQREG_E_INVALID_HANDLE;
+        }
+        if (result >= 0) {
+            m_keys.drop(path);
+        }
+        return result;
+    });
 }
 
 int CStoreOfC::removeEmpty(std::string_view path) {
@@ -122,9 +135,8 @@ int CStoreOfC::removeEmpty(std::string_view path) {
 
 // Where the lock cannot be waited for, what the operation has returned says so.
 bool CStoreOfC::isGone(const CRegKey& key) {
-    CRegLibImpl* const store = CRegLibAccess::store(m_session);
-    const CSessionGuard guard(*store, __LINE__);
-    return guard.isEntered() && store->isGone(key);
+    const CSessionGuard guard(store(), __LINE__);
+    return guard.isEntered() && store().isGone(key);
 }
 
 bool CStoreOfC::isRootGone() {
@@ -156,6 +168,9 @@ vqreg_store* vqreg_open(const char* file, const char* root, int* result) {
 }
 
 void vqreg_close(vqreg_store* store) {
+    if (store) {
+        store->m_store->dropUpdates();
+    }
     delete store;
 }
 
@@ -175,11 +190,12 @@ int callSession(vqreg_store* store, Operation operation) {
 }  // namespace
 
 int vqreg_begin_update(vqreg_store* store) {
-    return callSession(store, &CRegLib::VQRegBeginUpdate);
+    return store ? guardedForC([&] { return store->m_store->beginUpdate(); }) : VQREG_E_FAIL;
 }
 
 int vqreg_end_update(vqreg_store* store) {
-    return ofChange(callSession(store, &CRegLib::VQRegEndUpdate));
+    return store ? guardedForC([&] { return ofChange(store->m_store->endUpdate()); })
+                 : VQREG_E_FAIL;
 }
 
 int vqreg_reload(vqreg_store* store) {

@@ -5,27 +5,22 @@
 #include "RegLib/c/CStore.h"
 #include "RegLib/c/Guarded.h"
 #include "RegLib/c/ReadValue.h"
-#include "RegLib/session/SessionLock.h"
-#include "RegLib/store/RegLibAccess.h"
-#include "RegLib/store/Store.h"
 #include "RegLib/text/Storable.h"
 
 using namespace VQRegLib;
 
 namespace {
 
-// Gives data to a caller by the protocol of sizes; null asks for the size.
-int give(std::string_view data, void* buffer, size_t* size) {
-    const std::size_t room = buffer ? *size : data.size();
-    *size = data.size();
-    if (room < data.size()) {
-        return VQREG_E_BUFFER_TOO_SMALL;
-    }
-    if (buffer && !data.empty()) {
-        std::memcpy(buffer, data.data(), data.size());
-    }
-    return VQREG_OK;
-}
+// Reads. A key that has gone meanwhile is read again, so nothing is given before it is known to be there.
+struct CRead {
+    static constexpr bool kChanges = false;
+    const char* name;
+    CReadValue& value;
+
+    bool isGiven() const { return name != nullptr; }
+
+    int operator()(CRegLib& session, CRegKey& key) const { return value.read(session, key, name); }
+};
 
 struct CGet {
     const char* name;
@@ -34,24 +29,29 @@ struct CGet {
     void* buffer;
     size_t* size;
 
-    bool isGiven() const { return name && size; }
-
-    int operator()(CRegLib& session, CRegKey& key) const {
-        CReadValue value;
-        const int result = value.read(session, key, name);
-        if (result < 0) {
-            return result;
-        }
+    // By the protocol of sizes, in which null asks for the size. Once: what the caller gave as the room is the
+    // size of the data afterwards.
+    int give(const CReadValue& value) const {
         if (type) {
             *type = static_cast<vqreg_type>(value.type());
         } else if (value.type() != static_cast<CRegLib::eDataType>(wanted)) {
             return VQREG_E_BAD_TYPE;
         }
-        return give(value.data(), buffer, size);
+        const std::string_view data = value.data();
+        const std::size_t room = buffer ? *size : data.size();
+        *size = data.size();
+        if (room < data.size()) {
+            return VQREG_E_BUFFER_TOO_SMALL;
+        }
+        if (buffer && !data.empty()) {
+            std::memcpy(buffer, data.data(), data.size());
+        }
+        return VQREG_OK;
     }
 };
 
 struct CSet {
+    static constexpr bool kChanges = true;
     const char* name;
     CRegLib::eDataType type;
     const void* data;
@@ -85,17 +85,13 @@ private:
 };
 
 struct CDelete {
+    static constexpr bool kChanges = true;
     const char* name;
 
     bool isGiven() const { return name != nullptr; }
 
-    // Asks first: a value that was there and is "not found" could not be taken out of the file. No other
-    // thread deletes it meanwhile.
+    // Asks first: a value that was there and is "not found" could not be taken out of the file.
     int operator()(CRegLib& session, CRegKey& key) const {
-        const CSessionGuard guard(*CRegLibAccess::store(session), __LINE__);
-        if (!guard.isEntered()) {
-            return VQREG_E_FAIL;
-        }
         CRegLib::eDataType type = CRegLib::eNone;
         const int found = session.VQRegQueryValueType(key, name, type);
         return found < 0 ? found : ofChange(session.VQRegDeleteValue(key, name));
@@ -111,6 +107,15 @@ bool isWorthAKey(const Operation&) {
     return true;
 }
 
+template <typename Operation, typename Call>
+int callFor(CStoreOfC& store, Call&& call) {
+    if constexpr (Operation::kChanges) {
+        return store.undisturbed(call);
+    } else {
+        return call();
+    }
+}
+
 template <typename Operation>
 int atPath(vqreg_store* store, const char* path, const Operation& operation) {
     if (!store || !operation.isGiven()) {
@@ -121,8 +126,10 @@ int atPath(vqreg_store* store, const char* path, const Operation& operation) {
         if (!isWorthAKey(operation)) {
             return VQREG_E_NOT_STORABLE;
         }
-        return store->m_store->withKey(path, kCreates, [&](CRegKey& key) {
-            return operation(store->m_store->session(), key);
+        CStoreOfC& of = *store->m_store;
+        return callFor<Operation>(of, [&] {
+            return of.withKey(path, kCreates,
+                              [&](CRegKey& key) { return operation(of.session(), key); });
         });
     });
 }
@@ -133,8 +140,10 @@ int atKey(vqreg_key* key, const Operation& operation) {
         return VQREG_E_FAIL;
     }
     return guardedForC([&] {
-        return key->use(
-            [&](CRegKey& handle) { return operation(key->m_store->session(), handle); });
+        CStoreOfC& of = *key->m_store;
+        return callFor<Operation>(of, [&] {
+            return key->use([&](CRegKey& handle) { return operation(of.session(), handle); });
+        });
     });
 }
 
@@ -147,6 +156,18 @@ CSet setString(const char* name, const char* text) {
 }
 CSet setBinary(const char* name, const void* bytes, size_t size) {
     return {name, CRegLib::eBinary, bytes, size};
+}
+
+int getAt(vqreg_store* store, const char* path, const CGet& get) {
+    CReadValue value;
+    const int result = get.size ? atPath(store, path, CRead{get.name, value}) : VQREG_E_FAIL;
+    return result < 0 ? result : get.give(value);
+}
+
+int getAt(vqreg_key* key, const CGet& get) {
+    CReadValue value;
+    const int result = get.size ? atKey(key, CRead{get.name, value}) : VQREG_E_FAIL;
+    return result < 0 ? result : get.give(value);
 }
 
 // A number has one size, which its caller does not say.
@@ -170,24 +191,24 @@ int getAny(vqreg_type* type, Get&& get) {
 
 int vqreg_get_dword(vqreg_store* store, const char* path, const char* name, uint32_t* number) {
     return getDword(number, [&](size_t* size) {
-        return atPath(store, path, CGet{name, nullptr, VQREG_DWORD, number, size});
+        return getAt(store, path, CGet{name, nullptr, VQREG_DWORD, number, size});
     });
 }
 
 int vqreg_get_string(vqreg_store* store, const char* path, const char* name, char* text,
                      size_t* size) {
-    return atPath(store, path, CGet{name, nullptr, VQREG_STRING, text, size});
+    return getAt(store, path, CGet{name, nullptr, VQREG_STRING, text, size});
 }
 
 int vqreg_get_binary(vqreg_store* store, const char* path, const char* name, void* bytes,
                      size_t* size) {
-    return atPath(store, path, CGet{name, nullptr, VQREG_BINARY, bytes, size});
+    return getAt(store, path, CGet{name, nullptr, VQREG_BINARY, bytes, size});
 }
 
 int vqreg_get(vqreg_store* store, const char* path, const char* name, vqreg_type* type, void* data,
               size_t* size) {
     return getAny(type, [&] {
-        return atPath(store, path, CGet{name, type, VQREG_NONE, data, size});
+        return getAt(store, path, CGet{name, type, VQREG_NONE, data, size});
     });
 }
 
@@ -210,20 +231,20 @@ int vqreg_delete_value(vqreg_store* store, const char* path, const char* name) {
 
 int vqreg_key_get_dword(vqreg_key* key, const char* name, uint32_t* number) {
     return getDword(number, [&](size_t* size) {
-        return atKey(key, CGet{name, nullptr, VQREG_DWORD, number, size});
+        return getAt(key, CGet{name, nullptr, VQREG_DWORD, number, size});
     });
 }
 
 int vqreg_key_get_string(vqreg_key* key, const char* name, char* text, size_t* size) {
-    return atKey(key, CGet{name, nullptr, VQREG_STRING, text, size});
+    return getAt(key, CGet{name, nullptr, VQREG_STRING, text, size});
 }
 
 int vqreg_key_get_binary(vqreg_key* key, const char* name, void* bytes, size_t* size) {
-    return atKey(key, CGet{name, nullptr, VQREG_BINARY, bytes, size});
+    return getAt(key, CGet{name, nullptr, VQREG_BINARY, bytes, size});
 }
 
 int vqreg_key_get(vqreg_key* key, const char* name, vqreg_type* type, void* data, size_t* size) {
-    return getAny(type, [&] { return atKey(key, CGet{name, type, VQREG_NONE, data, size}); });
+    return getAny(type, [&] { return getAt(key, CGet{name, type, VQREG_NONE, data, size}); });
 }
 
 int vqreg_key_set_dword(vqreg_key* key, const char* name, uint32_t number) {

@@ -7,6 +7,7 @@
 //
 // A file that is missing for a moment, as it is where no file system can replace it in one step, is no
 // change, and neither is one that somebody has removed: the next change of any process brings it back whole.
+// Where it is missing at the beginning, the first one that is found is what later ones are compared with.
 #include <memory>
 
 #include "RegLib/c/CStore.h"
@@ -29,9 +30,7 @@ struct vqreg_watch {
     CDifference m_given;      // the caller has pointers into this one
     vqreg_change m_change{};  // and to this
 
-    CPlaceInTree place() const {
-        return m_tree ? CPlaceInTree{m_tree.get(), findKey(*m_tree, m_fullPath)} : CPlaceInTree{};
-    }
+    CPlaceInTree placeIn(const CTree& tree) const { return {&tree, findKey(tree, m_fullPath)}; }
 
     // Reads the file, and appends what has changed since the last reading.
     [[nodiscard]] int look() {
@@ -45,8 +44,9 @@ struct vqreg_watch {
             return result;
         }
         std::deque<CDifference> found;
-        const CPlaceInTree now{tree.get(), findKey(*tree, m_fullPath)};
-        findDifferences(place(), now, m_path, found);
+        if (m_tree) {
+            findDifferences(placeIn(*m_tree), placeIn(*tree), m_path, found);
+        }
         m_differences.swap(found);
         m_tree = std::move(tree);
         m_isNews = false;
@@ -70,9 +70,7 @@ int startWatch(vqreg_watch& watch, vqreg_store* store, const char* path) {
     if (watch.m_news.open(watch.m_store->file()) != 0) {
         return VQREG_E_FAIL;
     }
-    const int result = watch.look();
-    watch.m_differences.clear();
-    return result;
+    return watch.look();
 }
 
 vqreg_data dataOf(const CValueState& state) {

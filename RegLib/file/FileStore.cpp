@@ -116,6 +116,7 @@ CRegLibImplFile::~CRegLibImplFile() {
     delete m_pRootKey;
     m_pRootKey = nullptr;
     m_pRootKeyImpl = nullptr;
+    m_openUpdates -= m_updateDepth > 0 ? 1 : 0;  // one that nobody has ended
     m_shared.closeLock();
     std::free(m_pszFileName);
     m_pszFileName = nullptr;

@@ -64,6 +64,8 @@ public:
     bool isUpdatedElsewhere() const override;
     void dropInheritedUpdate() override;
     bool isGone(const CRegKey& key) const override;
+    std::uint32_t updateNumber() const override { return isUpdating() ? m_updateNumber : 0; }
+    void dropUpdate() override;
 
     // VQRegCreateKey without taking a reference for the caller.
     [[nodiscard]] int VQRegFindKey(CRegKey* parent, const char* subKey, CRegKey& key, int create,
@@ -117,6 +119,7 @@ private:
     [[nodiscard]] int takeLock(unsigned long milliseconds);
 
     [[nodiscard]] int commitChange();
+    void forgetUpdate();
     [[nodiscard]] int refuseDuringOthersUpdate() const;
     [[nodiscard]] int readAnew();
     void freeGoneNodes();
@@ -161,13 +164,14 @@ private:
     CConfigFile m_file{this};
     CSharedState m_shared{this, m_file};
 
-    int m_updateDepth = 0;           // updates begun and not ended; with the lock held
-    bool m_isUpdatePending = false;  // the tree has changes that the end of the update will write
-    bool m_isUnwritten = false;      // it has changes that could not be written
-    bool m_isTreeAhead = false;      // it has changes of an update that this process must not write
-    bool m_isFileMissing = false;    // the last time it was to be read, and could not be made
-    bool m_isReadCutShort = false;   // the last reading ended in an error: the tree is not whole
-    std::uint64_t m_textSize = 0;    // for which the next FileOpen for writing makes room
+    int m_updateDepth = 0;             // updates begun and not ended; with the lock held
+    std::uint32_t m_updateNumber = 0;  // of the last outermost one
+    bool m_isUpdatePending = false;    // the tree has changes that the end of the update will write
+    bool m_isUnwritten = false;        // it has changes that could not be written
+    bool m_isTreeAhead = false;     // it has changes of an update that this process must not write
+    bool m_isFileMissing = false;   // the last time it was to be read, and could not be made
+    bool m_isReadCutShort = false;  // the last reading ended in an error: the tree is not whole
+    std::uint64_t m_textSize = 0;   // for which the next FileOpen for writing makes room
 };
 
 }  // namespace VQRegLib

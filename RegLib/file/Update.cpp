@@ -16,7 +16,8 @@
 // A fork in the middle leaves the child with a tree that is ahead of the file and with a lock that is not
 // its own. It has no right to write those changes, and no way to take them back one by one: it marks the
 // tree as ahead, and the next operation reads the file into a second tree and takes out of the first
-// whatever that does not have (readAnew). Handles go on working, because their nodes are the old ones.
+// whatever that does not have (readAnew). Handles go on working, because their nodes are the old ones. An
+// update that is dropped ends in the same way.
 #include <utility>
 
 #include "RegLib/base/Guarded.h"
@@ -43,6 +44,7 @@ int CRegLibImplFile::VQRegBeginUpdate() {
         const int kept = Lock();  // once more, and kept
         if (kept >= 0 && m_updateDepth++ == 0) {
             ++m_openUpdates;
+            ++m_updateNumber;
             m_shared.noteHolding();
         }
         return kept;
@@ -93,18 +95,33 @@ int CRegLibImplFile::refuseDuringOthersUpdate() const {
     return isUpdatedElsewhere() ? REGLIB_E_FAIL : REGLIB_OK;
 }
 
-// A child of fork has the update of its parent in its tree, and the parent may yet fail to write it,
-// or write more: the child begins again from the file.
-void CRegLibImplFile::dropInheritedUpdate() {
-    if (m_updateDepth == 0) {
-        return;
-    }
+// What it has changed is in the tree, and not to be written: this process begins again from the file.
+void CRegLibImplFile::forgetUpdate() {
     m_updateDepth = 0;
     --m_openUpdates;
     m_isTreeAhead = std::exchange(m_isUpdatePending, false) || m_isTreeAhead;
     if (m_isTreeAhead) {
         m_shared.adopt(0);
     }
+}
+
+// An inner one is a part of the outermost one, whatever becomes of it.
+void CRegLibImplFile::dropUpdate() {
+    if (m_updateDepth == 1) {
+        forgetUpdate();
+    } else {
+        --m_updateDepth;
+    }
+    (void)Unlock();  // held here
+}
+
+// A child of fork has the update of its parent in its tree, and the parent may yet fail to write it,
+// or write more.
+void CRegLibImplFile::dropInheritedUpdate() {
+    if (m_updateDepth == 0) {
+        return;
+    }
+    forgetUpdate();
     m_shared.forgetInherited();
     m_critSec.forgetInherited();
 }

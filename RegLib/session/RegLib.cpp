@@ -61,6 +61,20 @@ void leaveAtEndOfUpdate(CRegLibImpl& store, int location) NO_THREAD_SAFETY_ANALY
     store.m_critSec.leave(location);
 }
 
+// For a thread for whose update the lock's holder may be waiting: there may be many keys, and each would
+// wait in vain.
+int destroyWithoutWaiting(CRegLibImpl& store, std::vector<CRegKey*>& keys) {
+    if (!store.m_critSec.tryEnter(__LINE__)) {
+        return guarded([&] {
+            store.destroyLater(keys);
+            return REGLIB_OK;
+        });
+    }
+    const int result = guarded([&] { return store.VQRegDestroyKeyVect(keys); });
+    store.m_critSec.leave(__LINE__);
+    return result;
+}
+
 // The name of a key as a trace line shows it.
 const char* fullName(const CRegKey& key) {
     return traceText(key.GetKeyFullName());
@@ -247,6 +261,9 @@ int CRegLib::VQRegCreateKeyVect(CRegKey* parent, const char* path, std::vector<C
 }
 
 int CRegLib::VQRegDestroyKeyVect(std::vector<CRegKey*>& keys) {
+    if (m_pImpl && CRegLibImplDirectory::isUsable() && isInUpdateElsewhere(*m_pImpl)) {
+        return destroyWithoutWaiting(*m_pImpl, keys);
+    }
     return delegate(m_pImpl, true, __LINE__,
                     [&](CRegLibImpl& store) { return store.VQRegDestroyKeyVect(keys); });
 }

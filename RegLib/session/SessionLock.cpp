@@ -27,4 +27,17 @@ bool enterDuringUpdates(CRegLibImpl& store, int location) NO_THREAD_SAFETY_ANALY
     return false;
 }
 
+// Each level has entered the lock once, which a thread that is not inside cannot leave.
+void dropUpdates(CRegLibImpl& store, std::uint32_t number, int levels) NO_THREAD_SAFETY_ANALYSIS {
+    const CNoCancellation noCancellation;
+    if (!store.m_critSec.tryEnter(__LINE__)) {
+        return;
+    }
+    for (; levels > 0 && number != 0 && store.updateNumber() == number; --levels) {
+        store.dropUpdate();
+        store.m_critSec.leave(__LINE__);
+    }
+    store.m_critSec.leave(__LINE__);
+}
+
 }  // namespace VQRegLib

@@ -3,6 +3,7 @@
 #define REGLIB_SESSION_SESSIONLOCK_H
 
 #include <atomic>
+#include <cstdint>
 
 #include "RegLib/store/Store.h"
 #include "portable/ThreadAnnotations.h"
@@ -14,6 +15,12 @@ namespace VQRegLib {
 // Not checked, as the next one is not: what enters only perhaps is checked where it is called.
 bool enterDuringUpdates(CRegLibImpl& store, int location) TRY_ACQUIRE(true, store.m_critSec);
 
+// Whether the calling thread is such a one.
+inline bool isInUpdateElsewhere(const CRegLibImpl& store) {
+    return CRegLibImpl::m_openUpdates.load(std::memory_order_relaxed) != 0 &&
+           store.isUpdatedElsewhere();
+}
+
 // Enters the store's session lock.
 inline bool enterSession(CRegLibImpl& store, int location)
     TRY_ACQUIRE(true, store.m_critSec) NO_THREAD_SAFETY_ANALYSIS {
@@ -23,6 +30,9 @@ inline bool enterSession(CRegLibImpl& store, int location)
     store.m_critSec.enter(location);
     return true;
 }
+
+// Drops so many levels of the update of that number, if the calling thread is in it.
+void dropUpdates(CRegLibImpl& store, std::uint32_t number, int levels);
 
 // Holds the lock for a scope, if it could be entered.
 class CSessionGuard {

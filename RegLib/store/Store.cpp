@@ -41,6 +41,7 @@ CRegLibImpl::CRegLibImpl(const char* name, const char* key, CRegLib::LOCATION /*
 CRegLibImpl::~CRegLibImpl() {
     REGLIB_TRACE(eTraceLife, "CRegLibImpl::~CRegLibImpl (0x%08X)\n", traceId(this));
     clearAllRecords(false);
+    destroyLateKeys();
 }
 
 void CRegLibImpl::setKeyInfo(CRegKey* key, const char* fullName, const char* keyName, void* node,
@@ -96,6 +97,12 @@ void CRegLibImpl::dropInheritedUpdate() {}
 int CRegLibImpl::VQRegReload() {
     return REGLIB_E_FAIL;
 }
+
+std::uint32_t CRegLibImpl::updateNumber() const {
+    return 0;
+}
+
+void CRegLibImpl::dropUpdate() {}
 
 // The watcher ends without m_watcherLock: one of its handlers may be waiting for that. Until then
 // it stays known, so that the handler may remove others.
@@ -237,7 +244,25 @@ void CRegLibImpl::findStoredSpelling(CRegKey* parent, std::string& name) {
     name = std::move(candidate);
 }
 
+void CRegLibImpl::destroyLater(std::vector<CRegKey*>& keys) {
+    const CCritSecGuard guard(m_lateKeysLock, __LINE__);
+    m_lateKeys.insert(m_lateKeys.end(), keys.begin(), keys.end());
+    keys.clear();
+}
+
+void CRegLibImpl::destroyLateKeys() {
+    std::vector<CRegKey*> keys;
+    {
+        const CCritSecGuard guard(m_lateKeysLock, __LINE__);
+        keys.swap(m_lateKeys);
+    }
+    for (CRegKey* const key : keys) {
+        delete key;
+    }
+}
+
 int CRegLibImpl::VQRegDestroyKeyVect(std::vector<CRegKey*>& keys) {
+    destroyLateKeys();
     for (CRegKey* const key : keys) {
         delete key;
     }

@@ -92,6 +92,13 @@ public:
     // Makes every process read the store's file again at its next operation.
     [[nodiscard]] virtual int VQRegReload();
 
+    // Tells the outermost update from those before and after it; 0 without one.
+    virtual std::uint32_t updateNumber() const;
+
+    // Ends an update as VQRegEndUpdate, but that nothing is written: what the outermost one has changed is
+    // out of the tree at the next operation, and with it what could not be written before.
+    virtual void dropUpdate();
+
     // Unregisters a record and clears it; the caller deletes it. Throws VQException when there is
     // no memory for its empty names.
     void clearKeyInfo(CRegKeyImpl* record);
@@ -104,6 +111,9 @@ public:
                                          std::vector<CRegKey*>& keys,
                                          std::vector<std::string>& names, int create);
     [[nodiscard]] int VQRegDestroyKeyVect(std::vector<CRegKey*>& keys);
+
+    // The same for who cannot have m_critSec: they go with the next ones, or with the store.
+    void destroyLater(std::vector<CRegKey*>& keys);
 
     // Ends the watcher, if any.
     void DeleteRegWatcherThread();
@@ -127,6 +137,9 @@ public:
     CPCritSec m_watcherLock;
     bool m_hasWatcherEnded GUARDED_BY(m_watcherLock) = false;  // the store is being destroyed
 
+    CPCritSec m_lateKeysLock{"", 1};
+    std::vector<CRegKey*> m_lateKeys GUARDED_BY(m_lateKeysLock);  // owned: to be destroyed
+
 protected:
     // Clears every record in the table, and deletes those that no handle reaches.
     void clearAllRecords(bool callHook);
@@ -135,6 +148,7 @@ private:
     [[nodiscard]] int openKeys(CRegKey* parent, std::vector<std::string>& names, int create,
                                std::vector<std::unique_ptr<CRegKey>>& keys);
     void findStoredSpelling(CRegKey* parent, std::string& name);
+    void destroyLateKeys();
 };
 
 }  // namespace VQRegLib

@@ -280,6 +280,9 @@ private:
             return result;
         }
         key = std::make_shared<OpenKey>(*m_session, path, std::move(checked));
+        if (!key->handle) {
+            return VQREG_E_FAIL;  // in this thread's update through another store
+        }
         const int filled = path.empty() ? kOk : fill(*key);
         result = lookAt(*key);
         result = result < 0 ? result : filled;

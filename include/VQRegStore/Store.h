@@ -124,8 +124,9 @@ public:
     /// exception. An `Update` that is committed in it has succeeded, and has forgotten its changes, before
     /// they are written.
     ///
-    /// Open no other store in it, and destroy no `Watch`: that waits for a function that may be waiting for
-    /// the store.
+    /// Open no other store in it, and destroy none, nor the last object of one: that waits for a thread that is
+    /// opening a store, and that one may be waiting for this one. Destroy no `Watch` either: that waits for its
+    /// function, which may be waiting, too.
     /// @return what the function returned
     /// @throws Error  `errc::file_open` when the file cannot be written: the changes stay in this process's
     ///                memory then, and go out with the next one that succeeds

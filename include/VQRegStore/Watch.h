@@ -61,7 +61,8 @@ public:
     /// The next change, in the order of paths and names; nothing when there is none. Never waits.
     /// @throws Error  `errc::bad_format` while the file is malformed, `errc::file_open` while it cannot be
     ///                read: ask again when the descriptor is readable. While the file's directory is missing
-    ///                it is not: ask again later
+    ///                it is not: ask again later. Nor does it become so when a directory above that one is
+    ///                replaced, which the next call finds
     std::optional<Change> next() {
         std::error_code error;
         std::optional<Change> change = next(error);

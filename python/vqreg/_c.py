@@ -7,6 +7,8 @@ than who started it.
 from __future__ import annotations
 
 import ctypes
+import threading
+from collections.abc import Callable
 from ctypes import POINTER, c_char_p, c_int, c_size_t, c_uint32, c_void_p
 from typing import NoReturn
 
@@ -38,6 +40,39 @@ def _load() -> ctypes.CDLL:
 library = _load()
 
 
+class Updates(threading.local):
+    """The updates that a thread is in, and what it is to close when they are over.
+
+    Closing waits for another thread that opens a store, which may be waiting for the end of such an update.
+    What the thread lets go of it may not even know: garbage is collected at any moment.
+    """
+
+    def __init__(self) -> None:
+        self._open: set[int] = set()
+        self._late: list[tuple[Callable[[int], None], int]] = []
+
+    def begin(self, number: int) -> None:
+        """Notes an update that is about to begin."""
+        self._open.add(number)
+
+    def end(self, number: int) -> None:
+        """Closes what has waited for it, unless the thread is in another one."""
+        self._open.discard(number)
+        while self._late and not self._open:
+            function, pointer = self._late.pop()
+            function(pointer)
+
+    def close(self, function: Callable[[int], None], pointer: int) -> None:
+        """Closes it now or then."""
+        if self._open:
+            self._late.append((function, pointer))
+        else:
+            function(pointer)
+
+
+updates = Updates()
+
+
 class Handle(c_void_p):
     """A pointer that one object owns. ctypes would give its number to copies and to other processes."""
 
@@ -50,7 +85,7 @@ class StoreHandle(Handle):
 
     def __del__(self) -> None:
         if self.value:
-            library.vqreg_close(self)
+            updates.close(library.vqreg_close, self.value)
 
 
 class WatchHandle(Handle):
@@ -60,7 +95,7 @@ class WatchHandle(Handle):
 
     def __del__(self) -> None:
         if self.value:
-            library.vqreg_watch_close(self)
+            updates.close(library.vqreg_watch_close, self.value)
 
 
 class Data(ctypes.Structure):

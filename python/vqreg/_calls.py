@@ -18,19 +18,25 @@ def lock(handle: _c.StoreHandle) -> Iterator[None]:
     """An update of the library. It ends in any case, also when the store is closed meanwhile.
 
     After an exception that comes between this and the block itself, it ends as soon as the exception is
-    forgotten, whose traceback keeps it.
+    forgotten, whose traceback keeps it. The thread itself has to forget it: another one would wait for the
+    very update that it is to end.
     """
     begun: list[int] = []
     try:
+        _c.updates.begin(id(begun))
         begun.extend(map(_c.library.vqreg_begin_update, (handle,)))
         if begun[0] < 0:
             raise failure(begun[0], "", _c.file_of(handle))
         yield
     finally:
-        if begun and begun[0] >= 0:
-            ended: int = _c.library.vqreg_end_update(handle)
-            if ended < 0:
-                raise failure(ended, "", _c.file_of(handle))
+        ended = _c.OK
+        try:
+            if begun and begun[0] >= 0:
+                ended = _c.library.vqreg_end_update(handle)
+        finally:
+            _c.updates.end(id(begun))
+        if ended < 0:
+            raise failure(ended, "", _c.file_of(handle))
 
 
 class Calls:

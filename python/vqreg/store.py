@@ -213,6 +213,9 @@ class Store:
         or nothing. When the store is closed in the block, the calls that follow raise, and what was changed
         before is written.
 
+        Open no `Store` in the block: that waits for another thread that is opening one, which may be waiting for
+        the end of the block. What is closed in it, or let go of, is closed at its end.
+
         VqregError is raised by a change in the block through a store that leads to the same file by another
         path, or has another root key, and by the end of the block in a child of fork: the lock is another's.
         """

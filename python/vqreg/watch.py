@@ -7,6 +7,7 @@ import os
 import select
 import threading
 import time
+from contextlib import suppress
 from types import TracebackType
 from typing import TYPE_CHECKING, NamedTuple, Optional
 
@@ -54,7 +55,8 @@ class Watch:
         self.timeout = timeout
         self._lock = threading.Lock()
         self._turn = threading.Lock()  # of the thread that waits
-        self._tasks: set[asyncio.Event] = set()  # of those that wait in a loop
+        # Of those that wait in a loop.
+        self._tasks: dict[asyncio.Event, asyncio.AbstractEventLoop] = {}
         self._file = _c.file_of(store)
         result = ctypes.c_int()
         handle: _c.WatchHandle = _c.library.vqreg_watch_open(store, values.named("a path", path),
@@ -76,26 +78,34 @@ class Watch:
         self.close()
 
     def fileno(self) -> int:
-        """Readable when there may be a change; for select, poll and event loops. Do not read from it."""
+        """Readable when there may be a change; for select, poll and event loops. Do not read from it.
+
+        It is not told when a directory above the file's own is replaced, which the next `poll` finds.
+        """
         return _descriptor(self._open())
 
     def poll(self) -> Change | None:
         """The next change, or None when there is none. Never waits.
 
+        Call it until it gives None: what it leaves wakes no other thread that waits in a loop over the watch.
         Raises `StoreError` while the file is malformed or cannot be read.
         """
         handle = self._open()
         found = _c.change_pointer()
         with self._lock:  # what is given belongs to the watch until the next call
             result: int = _c.library.vqreg_watch_next(handle, found)
-            if result == 1:
-                given = found.contents
-                return Change(values.decoded(given.path),
-                              None if given.name is None else values.decoded(given.name),
-                              _value(given.before), _value(given.after), bool(given.is_present))
+            change = _change(found.contents) if result == 1 else None
         if result < 0:
             raise failure(result, "", self._file)
-        return None
+        if change is not None:
+            self._wake_tasks()
+        return change
+
+    def _wake_tasks(self) -> None:
+        """There may be more changes, which is news to nobody."""
+        for news, loop in list(self._tasks.items()):
+            with suppress(RuntimeError):  # of a loop that is closed
+                loop.call_soon_threadsafe(news.set)
 
     def __iter__(self) -> Watch:
         return self
@@ -136,8 +146,6 @@ class Watch:
         while True:
             change, longest = self._look()
             if change is not None:
-                for task in self._tasks:  # there may be more, which is news to nobody
-                    task.set()
                 return change
             left = end - time.monotonic()
             if left <= 0:
@@ -152,7 +160,7 @@ class Watch:
         news = asyncio.Event()
         # A loop has one reader for a descriptor, and others may wait for the same changes.
         own = os.dup(_descriptor(handle))
-        self._tasks.add(news)
+        self._tasks[news] = loop
         # asyncio.wait_for would lose a cancellation that comes together with news.
         end = loop.call_later(seconds, news.set)
         try:
@@ -160,9 +168,11 @@ class Watch:
             await news.wait()
         finally:
             end.cancel()
-            self._tasks.discard(news)
-            loop.remove_reader(own)
-            os.close(own)
+            self._tasks.pop(news, None)
+            try:
+                loop.remove_reader(own)
+            finally:  # not every loop has readers
+                os.close(own)
 
     def _open(self) -> _c.WatchHandle:
         handle = self._handle
@@ -183,6 +193,11 @@ class Watch:
 def _descriptor(handle: _c.WatchHandle) -> int:
     descriptor: int = _c.library.vqreg_watch_fd(handle)
     return descriptor
+
+
+def _change(given: _c.Change) -> Change:
+    return Change(values.decoded(given.path), None if given.name is None else values.decoded(given.name),
+                  _value(given.before), _value(given.after), bool(given.is_present))
 
 
 def _value(state: _c.Data) -> Value | None:

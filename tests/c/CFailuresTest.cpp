@@ -141,6 +141,24 @@ TEST_F(CFailures, AKeyThatOthersMakeAValueIsOutOfReach) {
     EXPECT_EQ(number("", "Net"), 5u);
 }
 
+// The memory still has its value.
+TEST_F(CFailures, ReadingAKeyThatIsOutOfReachGivesNothing) {
+    ASSERT_EQ(vqreg_set_string(store, "Net", "V", "text"), VQREG_OK);
+    vqreg_key* key = nullptr;
+    ASSERT_EQ(vqreg_open_key(store, "Net", 0, &key), VQREG_OK);
+    std::ofstream(file.path()) << "[Velquist]\n\"Net\"=dword:00000005\n";
+    ASSERT_EQ(vqreg_reload(store), VQREG_OK);
+    char room[16] = "before";
+    size_t size = sizeof room;
+    vqreg_type type = VQREG_STRING;
+    EXPECT_EQ(vqreg_key_get_string(key, "V", room, &size), VQREG_E_INVALID_HANDLE);
+    EXPECT_EQ(vqreg_key_get(key, "V", &type, room, &size), VQREG_E_INVALID_HANDLE);
+    EXPECT_STREQ(room, "before");
+    EXPECT_EQ(size, sizeof room);
+    EXPECT_EQ(type, VQREG_NONE);
+    vqreg_close_key(key);
+}
+
 TEST_F(CFailures, AnEditedFileIsReadAgainAfterAReload) {
     ASSERT_EQ(vqreg_set_dword(store, "K", "V", 1), VQREG_OK);
     std::ofstream(file.path()) << "[Velquist]\n[Velquist/K]\n\"V\"=dword:00000009\n";

@@ -3,6 +3,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <utility>
 
 #include "c/CStoreFixture.h"
 #include "support/ForkedChild.h"
@@ -194,6 +195,47 @@ TEST_F(CWatch, GoesOnInADirectoryThatTakesThePlace) {
     EXPECT_TRUE(isReadable(5000));
     EXPECT_EQ(changes(), std::vector<std::string>{"K|V 2 3"});
     std::filesystem::remove_all(away);
+}
+
+// No event of the file's own directory tells of it.
+TEST_F(CWatch, GoesOnWhereADirectoryAboveIsReplaced) {
+    const std::string above = file.directory() + "/above";
+    const std::string path = above + "/below/store.cfg";
+    std::filesystem::create_directories(above + "/below");
+    vqreg_close(store);
+    store = vqreg_open(path.c_str(), nullptr, nullptr);
+    ASSERT_EQ(vqreg_set_dword(store, "K", "V", 1), VQREG_OK);
+    start("K");
+    std::filesystem::rename(above, above + ".away");
+    EXPECT_EQ(changes(), Texts{});
+    EXPECT_EQ(last, VQREG_E_FILE_OPEN) << "there is none";
+    std::filesystem::create_directories(above + "/below");
+    std::ofstream(path) << "[Velquist]\n[Velquist/K]\n\"V\"=dword:00000002\n";
+    EXPECT_EQ(changes(), Texts{"K|V 1 2"});
+    // At once.
+    std::filesystem::rename(above, above + ".older");
+    std::filesystem::rename(above + ".away", above);
+    EXPECT_EQ(changes(), Texts{"K|V 2 1"});
+    EXPECT_FALSE(isReadable(0)) << "quiet again";
+    std::ofstream(path) << "[Velquist]\n[Velquist/K]\n\"V\"=dword:00000003\n";
+    EXPECT_TRUE(isReadable(5000));
+    EXPECT_EQ(changes(), Texts{"K|V 1 3"});
+    vqreg_close(std::exchange(store, nullptr));
+}
+
+// A file that is missing when a watch begins is no change either, when it comes back.
+TEST_F(CWatch, ThatBeginsWithoutAFileTellsWhatChangesInTheFirstOne) {
+    ASSERT_EQ(vqreg_set_dword(store, "K", "V", 1), VQREG_OK);
+    const std::string text = file.read();
+    ASSERT_EQ(::unlink(file.path().c_str()), 0);
+    start("");
+    EXPECT_EQ(changes(), Texts{});
+    file.write(text);
+    EXPECT_TRUE(isReadable(5000));
+    EXPECT_EQ(changes(), Texts{});
+    EXPECT_EQ(last, 0);
+    ASSERT_EQ(vqreg_set_dword(store, "K", "V", 2), VQREG_OK);
+    EXPECT_EQ(changes(), Texts{"K|V 1 2"});
 }
 
 // The line of a key may have more behind its bracket than its name.

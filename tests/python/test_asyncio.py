@@ -1,7 +1,10 @@
 """Watches in the loop of asyncio."""
 import asyncio
+import os
 import pathlib
+import threading
 import time
+from typing import NoReturn
 
 import pytest
 import vqreg
@@ -167,3 +170,51 @@ def test_async_for_leaves_the_readers_of_others(store: vqreg.Store) -> None:
         assert loop.remove_reader(watch) and news.is_set()
 
     asyncio.run(main())
+
+
+@pytest.mark.parametrize("elsewhere", [False, True])
+def test_task_is_woken_for_what_poll_leaves(store: vqreg.Store, elsewhere: bool) -> None:
+    store.create("K")
+
+    def look(watch: vqreg.Watch) -> vqreg.Change | None:
+        store.key("K").update(a=1, b=2)
+        return watch.poll()
+
+    async def main() -> list[vqreg.Change | None]:
+        watch = store.watch("K", timeout=PATIENCE)
+        task = asyncio.create_task(watch.__anext__())
+        while not watch._tasks:  # until it waits
+            await asyncio.sleep(0)
+        if elsewhere:
+            # The loop does nothing meanwhile.
+            thread = threading.Thread(target=lambda: changes.append(look(watch)))
+            changes: list[vqreg.Change | None] = []
+            thread.start()
+            thread.join()
+            polled = changes[0]
+        else:
+            polled = look(watch)
+        return [polled, await asyncio.wait_for(task, PATIENCE / 2)]
+
+    first, second = asyncio.run(main())
+    assert first is not None and second is not None and (first.name, second.name) == ("a", "b")
+
+
+class WithoutReaders(asyncio.SelectorEventLoop):
+    """A loop that watches no descriptors of its tasks."""
+
+    def add_reader(self, *_: object) -> NoReturn:
+        raise NotImplementedError
+
+    def remove_reader(self, *_: object) -> NoReturn:
+        raise NotImplementedError
+
+
+def test_loop_without_readers_is_told_and_leaves_no_descriptor(store: vqreg.Store) -> None:
+    watch = store.watch("K", timeout=PATIENCE)
+    loop = WithoutReaders()
+    before = os.listdir("/proc/self/fd")
+    with pytest.raises(NotImplementedError):
+        loop.run_until_complete(watch.__anext__())
+    assert os.listdir("/proc/self/fd") == before and not watch._tasks
+    loop.close()

@@ -3,8 +3,9 @@ import pathlib
 import threading
 from collections.abc import Callable
 
+import pytest
 import vqreg
-from support import PATIENCE, is_asleep, start, wait_for
+from support import PATIENCE, is_asleep, run, start, wait_for
 
 
 def together(*work: Callable[[], None]) -> list[BaseException]:
@@ -107,3 +108,36 @@ def test_may_close_a_store_that_others_use(path: pathlib.Path) -> None:
             store.close()
 
         assert together(use, use, use, close) == []
+
+
+OPEN_BESIDE = """
+import threading, time
+sys.path.insert(0, sys.argv[2])
+from support import is_asleep, wait_for
+path = sys.argv[1]
+store, other = vqreg.Store(path), vqreg.Store(path, "Other")
+watch = vqreg.Store(path, "Watched").watch()
+beside = threading.Thread(target=vqreg.Store, args=(path, "New"))
+with store.locked():
+    store["K", "n"] = 1
+    beside.start()
+    # For the end of the block, and not for its turn in Python.
+    wait_for(lambda: all(time.sleep(0.002) is None and is_asleep(beside) for _ in range(5)))
+    descriptors = len(os.listdir("/proc/self/fd"))
+    other.close()
+    del other, watch
+    {inner}
+beside.join()
+assert len(os.listdir("/proc/self/fd")) < descriptors
+print(store["K", "n"])
+"""
+
+
+@pytest.mark.parametrize("inner", [
+    "pass",
+    "with store.locked(): pass",
+])
+def test_may_let_go_of_stores_and_watches_while_they_have_one_locked(path: pathlib.Path,
+                                                                    inner: str) -> None:
+    here = pathlib.Path(__file__).parent
+    assert run(OPEN_BESIDE.format(inner=inner), str(path), str(here)) == "1\n"

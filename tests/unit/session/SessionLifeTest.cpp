@@ -10,6 +10,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "RegLib/store/Store.h"
 #include "VQRegLib.h"
 #include "support/TempStore.h"
 
@@ -249,4 +250,15 @@ TEST(KeyVectors, AreLeftAloneWhenALevelIsMissing) {
     EXPECT_THAT(keys, ElementsAre(&key));
     EXPECT_THAT(names, ElementsAre("old"));
     EXPECT_EQ(store.read(), "[Velquist]\n[Velquist/a]\n");
+}
+
+// While there is one in the process, every operation looks further.
+TEST(Sessions, LeaveNoUpdateOpenThatTheyHaveNotEnded) {
+    const TempStore store;
+    auto session = open(store);
+    ASSERT_EQ(session->VQRegBeginUpdate(), REGLIB_OK);
+    ASSERT_EQ(session->VQRegBeginUpdate(), REGLIB_OK);
+    EXPECT_EQ(CRegLibImpl::m_openUpdates.load(), 1);
+    session.reset();
+    EXPECT_EQ(CRegLibImpl::m_openUpdates.load(), 0);
 }

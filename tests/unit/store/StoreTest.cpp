@@ -112,7 +112,9 @@ TEST(StoreWithoutUpdates, RefusesThemAndHasNone) {
     EXPECT_EQ(store.VQRegBeginUpdate(), REGLIB_E_FAIL);
     EXPECT_FALSE(store.isUpdating());
     EXPECT_FALSE(store.isUpdatedElsewhere());
+    EXPECT_EQ(store.updateNumber(), 0u);
     store.dropInheritedUpdate();
+    store.dropUpdate();
     EXPECT_EQ(store.VQRegEndUpdate(), REGLIB_E_FAIL);
     EXPECT_EQ(store.VQRegReload(), REGLIB_E_FAIL);
     EXPECT_EQ(CRegLibImpl::m_openUpdates.load(), 0);
