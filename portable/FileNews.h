@@ -28,6 +28,9 @@ public:
     // is quiet afterwards. Never waits.
     [[nodiscard]] bool take();
 
+    // What was taken could not be made use of: makes the descriptor readable, and it is news again.
+    void tellAgain();
+
 private:
     [[nodiscard]] int watchDirectory();
 

@@ -71,6 +71,10 @@ private:
     [[nodiscard]] int openOrMake(std::string_view path, bool create,
                                  std::shared_ptr<CSharedKey>& key);
     [[nodiscard]] int removeEmpty(std::string_view path);
+    // Calls the session, whose lock the caller holds. Without memory for a handle that leaves the lock
+    // entered once more, as VQRegLib.h says.
+    template <typename Call>
+    [[nodiscard]] int fillingHandle(Call&& call);
     [[nodiscard]] bool isStorable(std::string_view path) const;
     [[nodiscard]] int openEach(std::string_view path, bool create,
                                std::shared_ptr<CSharedKey>& key);
