@@ -94,10 +94,14 @@ struct vqreg_key {
     std::shared_ptr<VQRegLib::CStoreOfC> m_store;
     std::shared_ptr<VQRegLib::CSharedKey> m_key;  // null for the root key, which is the store's own
 
+    VQRegLib::CRegKey* handle() const {
+        return m_key ? &m_key->get() : m_store->session().RootKey();
+    }
+
     // Calls an operation with the key's handle; what it has done in a key that is gone counts for nothing.
     template <typename Use>
     [[nodiscard]] int use(Use&& use) const {
-        VQRegLib::CRegKey* const key = m_key ? &m_key->get() : m_store->session().RootKey();
+        VQRegLib::CRegKey* const key = handle();
         if (!key) {
             return VQREG_E_FAIL;
         }

@@ -222,6 +222,13 @@ int vqreg_open_key(vqreg_store* store, const char* path, int create, vqreg_key**
     });
 }
 
+// Only VQRegStore.h knows of it, which says the same.
+extern "C" VQREG_EXPORT CRegKey* vqreg_key_handle(vqreg_key* key);
+
+CRegKey* vqreg_key_handle(vqreg_key* key) {
+    return key->handle();
+}
+
 void vqreg_close_key(vqreg_key* key) {
     delete key;
 }
