@@ -2,7 +2,6 @@
 
 #include <unistd.h>
 
-#include <algorithm>
 #include <csignal>
 #include <cstring>
 #include <ctime>
@@ -132,12 +131,14 @@ void refuseEachOf(const Tried& tried, const Places& places, vqtest::Agent& witne
     }
 }
 
-void refuseAgain(const Tried& tried, Whose whose, bool isLasting, vqtest::Agent& witness,
+bool refuseAgain(const Tried& tried, Whose whose, bool isLasting, vqtest::Agent& witness,
                  Run& run) {
     Trial trial{tried, kNever, isLasting, whose, true, run.below(2) != 0};
     const Trial::Result usual = tryOnce(trial, witness, run, kFirstTurns + kTurns);
-    const long requests = usual.requests;
-    trial.at = static_cast<long>(run.below(static_cast<std::uint64_t>(std::max(requests, 1l))));
+    if (usual.requests == 0) {
+        return false;
+    }
+    trial.at = static_cast<long>(run.below(static_cast<std::uint64_t>(usual.requests)));
     const Trial::Result result = tryOnce(trial, witness, run, kFirstTurns + kTurns);
     const long more = result.liveBlocks - usual.liveBlocks;
     require(hasSanitizer() || more < kTurns,
@@ -145,6 +146,7 @@ void refuseAgain(const Tried& tried, Whose whose, bool isLasting, vqtest::Agent&
     run.add("requests_refused", static_cast<double>(result.refused) * (kFirstTurns + kTurns));
     run.add("trials");
     run.highest("blocks_more", static_cast<double>(more));
+    return true;
 }
 
 void prepareToRefuse() {

@@ -22,8 +22,8 @@ struct Places {
 void refuseEachOf(const Tried& tried, const Places& places, vqtest::Agent& witness, Run& run);
 
 /// Refuses one request of it, whichever `run` chooses, again and again in one process, which must not
-/// take more and more memory. @throws Violation
-void refuseAgain(const Tried& tried, Whose whose, bool isLasting, vqtest::Agent& witness, Run& run);
+/// take more and more memory. False when it makes none. @throws Violation
+bool refuseAgain(const Tried& tried, Whose whose, bool isLasting, vqtest::Agent& witness, Run& run);
 
 /// For each process that refuses: what its first exception costs, and its first look at the time zone, is
 /// none of the library's. What it tries is told when it is ended.

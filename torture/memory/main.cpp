@@ -123,9 +123,14 @@ void refuseAgainWithThreads(Run& run) {
     const std::vector<Tried> all = withThreads();
     const std::vector<Whose> every = everyWhose();
     for (std::uint64_t i = 0; i < run.count(); ++i) {
-        const Whose whose = every[run.below(every.size())];
-        refuseAgain(all[(run.seed() + i) % all.size()], whose, run.below(2) != 0, ready.witness,
-                    run);
+        const Tried& tried = all[(run.seed() + i) % all.size()];
+        const bool isLasting = run.below(2) != 0;
+        const std::size_t first = run.below(every.size());
+        bool isRefused = false;  // some make no requests at all
+        for (std::size_t k = 0; k < every.size() && !isRefused; ++k) {
+            const Whose whose = every[(first + k) % every.size()];
+            isRefused = refuseAgain(tried, whose, isLasting, ready.witness, run);
+        }
     }
 }
 

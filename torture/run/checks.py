@@ -106,7 +106,7 @@ CHECKS = [
           sanitizers=("address",)),
     Check("memory.store", "no memory in calls of VQRegStore.h", quick=1, long=32, piece=4,
           sanitizers=("address",)),
-    Check("memory.again", "the same place without memory again and again, with threads", quick=2,
+    Check("memory.again", "the same place without memory again and again, with threads", quick=0,
           long=500, piece=20, limit=300, sanitizers=("address",)),
     Check("memory.sequences", "no memory at random", quick=100, long=20_000, piece=500,
           sanitizers=("address",)),
