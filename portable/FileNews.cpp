@@ -93,4 +93,9 @@ bool CFileNews::take() {
     return isNews;
 }
 
+// The kernel tells of the end of a watch, after which the next take begins another one.
+void CFileNews::tellAgain() {
+    (void)::inotify_rm_watch(m_fd, m_watch);  // without one it takes another try anyhow
+}
+
 }  // namespace VQRegLib

@@ -29,6 +29,9 @@ public:
     // is quiet afterwards. Never waits.
     [[nodiscard]] bool take();
 
+    // What was taken could not be made use of: makes the descriptor readable, and it is news again.
+    void tellAgain();
+
 private:
     [[nodiscard]] int watchDirectory();
     [[nodiscard]] bool followPath();

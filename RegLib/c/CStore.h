@@ -87,6 +87,10 @@ private:
     [[nodiscard]] int openOrMake(std::string_view path, bool create,
                                  std::shared_ptr<CSharedKey>& key);
     [[nodiscard]] int removeEmpty(std::string_view path);
+    // Calls the session, whose lock the caller holds. Without memory for a handle that leaves the lock
+    // entered once more, as VQRegLib.h says.
+    template <typename Call>
+    [[nodiscard]] int fillingHandle(Call&& call);
     [[nodiscard]] bool isStorable(std::string_view path) const;
     [[nodiscard]] int openEach(std::string_view path, bool create,
                                std::shared_ptr<CSharedKey>& key);
@@ -109,10 +113,14 @@ struct vqreg_key {
     std::shared_ptr<VQRegLib::CStoreOfC> m_store;
     std::shared_ptr<VQRegLib::CSharedKey> m_key;  // null for the root key, which is the store's own
 
+    VQRegLib::CRegKey* handle() const {
+        return m_key ? &m_key->get() : m_store->session().RootKey();
+    }
+
     // Calls an operation with the key's handle; what it has done in a key that is gone counts for nothing.
     template <typename Use>
     [[nodiscard]] int use(Use&& use) const {
-        VQRegLib::CRegKey* const key = m_key ? &m_key->get() : m_store->session().RootKey();
+        VQRegLib::CRegKey* const key = handle();
         if (!key) {
             return VQREG_E_FAIL;
         }

@@ -12,6 +12,14 @@ namespace VQRegLib {
 
 namespace {
 
+// The C library's own memory is part of the process's.
+int codeOf(int error) {
+    return error == 0        ? REGLIB_OK
+           : error == ENOENT ? REGLIB_E_NOT_FOUND
+           : error == ENOMEM ? REGLIB_E_FAIL
+                             : REGLIB_E_FILE_OPEN;
+}
+
 class CReadFile {
 public:
     explicit CReadFile(const std::string& path)
@@ -25,9 +33,7 @@ public:
     CReadFile& operator=(const CReadFile&) = delete;
 
     std::FILE* get() const { return m_file; }
-    int result() const {
-        return m_file ? REGLIB_OK : m_error == ENOENT ? REGLIB_E_NOT_FOUND : REGLIB_E_FILE_OPEN;
-    }
+    int result() const { return codeOf(m_error); }
 
 private:
     std::FILE* m_file;
@@ -46,7 +52,7 @@ int readTree(const std::string& file, std::unique_ptr<CTree>& tree) {
     source.beQuiet();
     const CMergeResult merged = mergeText(*made, source);
     if (merged.readError != 0) {
-        return REGLIB_E_FILE_OPEN;
+        return codeOf(merged.readError);
     }
     if (merged.code != REGLIB_E_END_OF_FILE) {
         return merged.code;

@@ -32,6 +32,17 @@ bool CStoreOfC::isStorable(std::string_view path) const {
     return isStorablePath(m_root.size() + 2, path);  // with its brackets
 }
 
+// The handle is the only thing that is half done, and nobody gets it: so others may go on.
+template <typename Call>
+int CStoreOfC::fillingHandle(Call&& call) NO_THREAD_SAFETY_ANALYSIS {
+    try {
+        return call();
+    } catch (const VQException&) {
+        store().m_critSec.leave(__LINE__);
+        return VQREG_E_FAIL;
+    }
+}
+
 // Name by name, since a path that is opened at once leaves a record of its inner names for as long as the
 // store is open. Nobody deletes a key of them meanwhile: the handle of one that has gone would stand for the
 // top of the file.
@@ -41,9 +52,11 @@ int CStoreOfC::openEach(std::string_view path, bool create, std::shared_ptr<CSha
         CKeyPath names(path);
         for (std::string_view name; names.next(name);) {
             auto below = std::make_shared<CSharedKey>(m_session);
-            const int result =
-                m_session.VQRegCreateKey(above ? &above->get() : nullptr, std::string(name).c_str(),
-                                         below->get(), create ? 1 : 0);
+            const std::string text(name);
+            const int result = fillingHandle([&] {
+                return m_session.VQRegCreateKey(above ? &above->get() : nullptr, text.c_str(),
+                                                below->get(), create ? 1 : 0);
+            });
             if (result < 0) {
                 return result;
             }
@@ -129,8 +142,9 @@ int CStoreOfC::removeEmpty(std::string_view path) {
         }
     }
     const std::string name(path.substr(slash + 1));  // all of a path without a slash
-    return ofChange(
-        m_session.VQRegDeleteKey(above ? above->get() : *m_session.RootKey(), name.c_str()));
+    return ofChange(fillingHandle([&] {
+        return m_session.VQRegDeleteKey(above ? above->get() : *m_session.RootKey(), name.c_str());
+    }));
 }
 
 // Where the lock cannot be waited for, what the operation has returned says so.
@@ -222,6 +236,13 @@ int vqreg_open_key(vqreg_store* store, const char* path, int create, vqreg_key**
         *key = result < 0 ? nullptr : opened.release();
         return result;
     });
+}
+
+// Only VQRegStore.h knows of it, which says the same.
+extern "C" VQREG_EXPORT CRegKey* vqreg_key_handle(vqreg_key* key);
+
+CRegKey* vqreg_key_handle(vqreg_key* key) {
+    return key->handle();
 }
 
 void vqreg_close_key(vqreg_key* key) {

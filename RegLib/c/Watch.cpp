@@ -104,16 +104,16 @@ int vqreg_watch_next(vqreg_watch* watch, const vqreg_change** change) {
         return VQREG_E_FAIL;
     }
     *change = nullptr;
-    return guardedForC([&] {
+    const int result = guardedForC([&] {
         if (watch->m_differences.empty()) {
             // Before the look: what comes during it is news again.
             watch->m_isNews = watch->m_news.take() || watch->m_isNews;
             if (watch->m_news.isBlind()) {
                 return VQREG_E_FILE_OPEN;
             }
-            const int result = watch->m_isNews ? watch->look() : VQREG_OK;
-            if (result < 0 || watch->m_differences.empty()) {
-                return result;
+            const int looked = watch->m_isNews ? watch->look() : VQREG_OK;
+            if (looked < 0 || watch->m_differences.empty()) {
+                return looked;
             }
         }
         watch->m_given = std::move(watch->m_differences.front());
@@ -124,6 +124,11 @@ int vqreg_watch_next(vqreg_watch* watch, const vqreg_change** change) {
         *change = &watch->m_change;
         return 1;
     });
+    // Nothing else says when there is memory again.
+    if (result == VQREG_E_FAIL) {
+        watch->m_news.tellAgain();
+    }
+    return result;
 }
 
 void vqreg_watch_close(vqreg_watch* watch) {

@@ -79,11 +79,11 @@ std::string lineTooLong(std::size_t size) {
 }
 
 // Without a store, one with the usual root key is meant.
-std::string rootOf(const vqreg_store* store) {
-    return store ? store->m_store->rootPath() : g_szRootKeynameFile;
+std::string_view rootOf(const vqreg_store* store) {
+    return store ? std::string_view(store->m_store->rootPath()) : g_szRootKeynameFile;
 }
 
-std::string pathFault(const std::string& root, std::string_view path) {
+std::string pathFault(std::string_view root, std::string_view path) {
     if (path.empty()) {
         return {};
     }
@@ -164,36 +164,39 @@ const char* vqreg_strerror(int result) {
 
 namespace {
 
-// Makes a sentence and gives what fits of it.
+// Makes a sentence and gives what fits of it, or of another one where there is no memory for it.
 template <typename Sentence>
-size_t tell(char* text, size_t size, Sentence&& sentence) {
+size_t tell(char* text, size_t size, std::string_view withoutMemory, Sentence&& sentence) {
     std::string whole;
+    std::string_view told = withoutMemory;
     (void)guardedForC([&] {
         whole = sentence();
+        told = whole;
         return VQREG_OK;
     });
     if (text && size > 0) {
-        const std::size_t fitting = whole.size() < size ? whole.size() : size - 1;
-        std::memcpy(text, whole.data(), fitting);
+        const std::size_t fitting = told.size() < size ? told.size() : size - 1;
+        std::memcpy(text, told.data(), fitting);
         text[fitting] = '\0';
     }
-    return whole.size();
+    return told.size();
 }
 
 }  // namespace
 
 size_t vqreg_why(const char* file, char* text, size_t size) {
-    return tell(text, size, [&] { return whyNot(file); });
+    return tell(text, size, "", [&] { return whyNot(file); });
 }
 
 size_t vqreg_which(const char* file, char* path, size_t size) {
-    return tell(path, size, [&] { return storeFile(file); });
+    return tell(path, size, "", [&] { return storeFile(file); });
 }
 
 size_t vqreg_why_not_storable(const vqreg_store* store, const char* path, const char* name,
                               vqreg_type type, const void* data, size_t size, char* text,
                               size_t room) {
-    return tell(text, room, [&]() -> std::string {
+    // What can be stored takes no memory: so without any it cannot be.
+    return tell(text, room, "memory is short", [&]() -> std::string {
         if (!data && size > 0) {
             return "an argument is missing";
         }

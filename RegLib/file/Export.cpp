@@ -22,6 +22,7 @@ namespace VQRegLib {
 
 int CRegLibImplFile::ExportConfig() {
     REGLIB_TRACE(eTraceFlow, ">>>CRegLibImplFile::ExportConfig\n");
+    m_isUnwritten = true;  // also when memory runs out on the way
     // After a reading that an error cut short, the file may hold more than the tree.
     const int result = m_isReadCutShort ? REGLIB_E_FILE_OPEN : replaceText();
     m_isUnwritten = result < 0;

@@ -97,6 +97,7 @@ int CRegLibImplFile::walkPath(CKeyOrValue* node, std::string_view path, CRegKey&
                               int& exists) {
     int result = REGLIB_OK;
     bool changed = false;
+    const bool wasUnwritten = m_isUnwritten;
     CKeyPath rest(path);
     for (std::string_view name; rest.next(name);) {
         result = guarded([&] {
@@ -116,11 +117,15 @@ int CRegLibImplFile::walkPath(CKeyOrValue* node, std::string_view path, CRegKey&
                 exists = 0;
                 child = &m_tree->addKey(*node, name);
                 changed = true;
+                m_isUnwritten = true;  // where memory runs out, by a code or by an exception
             }
             issueHandle(*child, name, key);
             node = child;
             return REGLIB_OK;
         });
+    }
+    if (result != REGLIB_E_FAIL) {
+        m_isUnwritten = wasUnwritten;
     }
     return result >= 0 && changed ? commitChange() : result;
 }

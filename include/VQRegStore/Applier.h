@@ -195,17 +195,12 @@ private:
 
     int create(const std::string& path, Steps& done) {
         SharedKey key;
-        int result = m_core.open(path, false, key);
+        const int result = m_core.open(path, false, key);
         if (result != VQREG_E_KEY_NOT_FOUND) {
             return result;
         }
-        const auto all = static_cast<Steps::difference_type>(done.size());
-        noteMissing(path, done);
-        result = m_core.open(path, true, key);
-        if (result < 0) {
-            done.erase(done.begin() + all, done.end());
-        }
-        return result;
+        noteMissing(path, done);  // of which some may be made where the last one is not
+        return m_core.open(path, true, key);
     }
 
     // How to take back the making of a path: those of its keys that are missing, outermost first.

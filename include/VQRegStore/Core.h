@@ -17,6 +17,10 @@
 
 #include "VQRegStore/Value.h"
 
+/// The handle of VQRegLib.h that an open key of vqreg.h stands for, as long as that is open. For this header
+/// alone.
+extern "C" VQREG_EXPORT VQRegLib::CRegKey* vqreg_key_handle(vqreg_key* key);
+
 namespace vqreg {
 namespace detail {
 
@@ -33,29 +37,17 @@ struct CloseKey {
 
 using CheckedKey = std::unique_ptr<vqreg_key, CloseKey>;
 
-// An open key has two handles, each filled once, so that several threads may use them. Queries go through
-// the one of VQRegLib.h, which leaves its store under the store's lock, as others may be inside. All else
-// goes through that of vqreg.h, which also tells when others have made the key a value.
+// An open key. Queries go through the handle of VQRegLib.h that it stands for, all else through the key of
+// vqreg.h, which also tells when others have made it a value. Several threads may use both.
 struct OpenKey {
-    OpenKey(CRegLib& ofSession, std::string ofPath, CheckedKey ofC)
-        : session(ofSession), path(std::move(ofPath)), checked(std::move(ofC)) {
-        if (path.empty()) {
-            handle = session.RootKey();  // the store's own
-        } else {
-            own.reserve(1);
-            own.push_back(new CRegKey);
-            handle = own.front();
-        }
-    }
-    ~OpenKey() { (void)session.VQRegDestroyKeyVect(own); }
+    OpenKey(std::string ofPath, CheckedKey ofC)
+        : handle(::vqreg_key_handle(ofC.get())), path(std::move(ofPath)), checked(std::move(ofC)) {}
     OpenKey(const OpenKey&) = delete;
     OpenKey& operator=(const OpenKey&) = delete;
 
-    CRegLib& session;
-    CRegKey* handle = nullptr;
+    CRegKey* const handle;   // as long as the key
     const std::string path;  // below the root key
     const CheckedKey checked;
-    std::vector<CRegKey*> own;
 };
 
 using SharedKey = std::shared_ptr<OpenKey>;
@@ -268,8 +260,7 @@ private:
         forgotten = m_keys.extract(path);
     }
 
-    // Another thread may delete the key, and make it again, between the filling of the two handles: the
-    // first one tells, and both are opened again.
+    // Another thread may delete the key before it is looked at: it is opened again.
     int openNew(const std::string& path, bool create, SharedKey& key) {
         vqreg_key* opened = nullptr;
         int result =
@@ -279,25 +270,15 @@ private:
             forget(path);
             return result;
         }
-        key = std::make_shared<OpenKey>(*m_session, path, std::move(checked));
+        key = std::make_shared<OpenKey>(path, std::move(checked));
         if (!key->handle) {
             return VQREG_E_FAIL;  // in this thread's update through another store
         }
-        const int filled = path.empty() ? kOk : fill(*key);
         result = lookAt(*key);
-        result = result < 0 ? result : filled;
         if (result >= 0) {
             remember(path, key);
         }
         return result;
-    }
-
-    int fill(OpenKey& key) {
-        try {
-            return m_session->VQRegCreateKey(nullptr, key.path.c_str(), *key.handle, 0);
-        } catch (const VQException&) {
-            return VQREG_E_FAIL;
-        }
     }
 
     // Why these are no file and no root key; empty where they are. A root key stands at the top, and the

@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <csignal>
 #include <functional>
+#include <new>
 #include <thread>
 
 #include "VQRegStore/Store.h"
@@ -71,12 +72,16 @@ public:
         }
         return change;
     }
-    /// The same without an exception.
+    /// The same without an exception but `std::bad_alloc`, after which the change is given out again.
     std::optional<Change> next(std::error_code& error) {
-        const vqreg_change* found = nullptr;
-        const int result = ::vqreg_watch_next(m_watch.get(), &found);
+        const int result = m_watch && m_found ? 1 : ::vqreg_watch_next(m_watch.get(), &m_found);
         error = result < 0 ? detail::codeOf(result) : std::error_code();
-        return result == 1 ? std::optional<Change>(changeOf(*found)) : std::nullopt;
+        if (result != 1) {
+            return std::nullopt;
+        }
+        std::optional<Change> change(changeOf(*m_found));
+        m_found = nullptr;
+        return change;
     }
 
 private:
@@ -115,6 +120,7 @@ private:
 
     detail::SharedCore m_core;
     std::unique_ptr<vqreg_watch, Close> m_watch;
+    const vqreg_change* m_found = nullptr;  // which there was no memory to give out
 };
 
 /// Calls a function for each change of a key and of everything below it, on a thread of its own, one after
@@ -240,11 +246,13 @@ private:
             std::error_code known;
             while (!isOver) {
                 handOut(known);
-                pollfd sources[] = {{changes.descriptor(), POLLIN, 0},
-                                    {bell.descriptor(), POLLIN, 0}};
-                // Nothing tells that a missing directory is back.
+                pollfd sources[] = {{bell.descriptor(), POLLIN, 0},
+                                    {changes.descriptor(), POLLIN, 0}};
+                // Nothing tells that a missing directory is back, and the descriptor stays readable without
+                // memory.
                 const int patience = known ? 1000 : -1;
-                while (!isOver && ::poll(sources, 2, patience) < 0 && errno == EINTR) {
+                const nfds_t count = known == errc::fail ? 1 : 2;
+                while (!isOver && ::poll(sources, count, patience) < 0 && errno == EINTR) {
                 }
             }
         }
@@ -252,7 +260,7 @@ private:
         void handOut(std::error_code& known) {
             while (!isOver) {
                 std::error_code error;
-                const std::optional<Change> change = changes.next(error);
+                const std::optional<Change> change = next(error);
                 if (error != known && trouble) {
                     trouble(error);
                 }
@@ -261,6 +269,16 @@ private:
                     return;
                 }
                 function(*change);
+            }
+        }
+
+        // No exception is to end the program but the function's.
+        std::optional<Change> next(std::error_code& error) {
+            try {
+                return changes.next(error);
+            } catch (const std::bad_alloc&) {
+                error = errc::fail;
+                return std::nullopt;
             }
         }
 

@@ -1,5 +1,6 @@
 #include "memory/Allocations.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstddef>
@@ -59,7 +60,7 @@ bool isRefused() {
 
 }  // namespace
 
-Shortage::Shortage(long succeeding, bool isLasting, Whose whose) {
+Shortage::Shortage(long succeeding, bool isLasting, Whose whose) : m_succeeding(succeeding) {
     t_isCaller = true;
     g_refused.store(0);
     g_left.store(succeeding);
@@ -72,6 +73,10 @@ long Shortage::end() {
     g_isShort.store(false);
     t_isCaller = false;
     return g_refused.load();
+}
+
+long Shortage::granted() const {
+    return m_succeeding - std::max(g_left.load(), 0l);
 }
 
 Plenty::Plenty() {

@@ -23,6 +23,12 @@ public:
 
     /// Everything works again. How many requests were refused.
     long end();
+
+    /// How many were granted, as long as no other one has begun.
+    long granted() const;
+
+private:
+    const long m_succeeding;
 };
 
 /// Nothing of this thread is refused or counted while it lives. What it takes meanwhile it should also give

@@ -5,14 +5,13 @@
 #include <string>
 
 #include "memory/Allocations.h"
+#include "memory/Subject.h"
 #include "support/Agent.h"
-#include "support/Ground.h"
-#include "support/Operations.h"
 
 namespace vqtorture {
 
 struct Trial {
-    const Operation& operation;
+    const Tried& tried;
     long at;
     bool isLasting;
     Whose whose;
@@ -23,6 +22,7 @@ struct Trial {
 
     /// What it came to.
     struct Result {
+        long requests = 0;  ///< that were granted
         long refused = 0;
         long liveBlocks = 0;  ///< more than before
         char violation[600] = {};
@@ -32,9 +32,8 @@ struct Trial {
     void run(const std::string& below, vqtest::Agent& witness, Result& result) const;
 
 private:
-    int act(Scene& scene, bool& hasThrown) const;
-    int runShort(Scene& scene, Result& result, bool& hasThrown) const;
-    void runInScene(Ground& ground, Outcome& outcome, Result& result) const;
+    int runShort(Subject& subject, Result& result) const;
+    void runSubject(Ground& ground, Outcome& outcome, Result& result) const;
 };
 
 }  // namespace vqtorture

@@ -2,43 +2,15 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <cstdio>
-#include <cstring>
-#include <ctime>
 
-#include "memory/Trial.h"
-#include "support/ChildLife.h"
-#include "support/ForkedChild.h"
+#include "memory/Refusals.h"
 #include "support/Sequence.h"
-#include "support/Torture.h"
 #include "support/TraceLog.h"
-
-// NOLINTNEXTLINE(bugprone-reserved-identifier): the name that the sanitizer gives it
-extern "C" [[gnu::weak]] int __lsan_do_recoverable_leak_check();
 
 namespace vqtorture {
 
 namespace {
-
-// Without memory to read the trace level the library traces, and keeps an object for that.
-constexpr long kTraceObject = 1;
-
-constexpr long kNever = 1'000'000'000;
-
-char g_szTrial[300];
-
-// What was tried when the process was ended, which nothing may do.
-void tellTrial(int signal) {
-    (void)!::write(STDERR_FILENO, g_szTrial, std::strlen(g_szTrial));
-    ::signal(signal, SIG_DFL);
-    ::raise(signal);
-}
-
-void requireNoLeak() {
-    require(!__lsan_do_recoverable_leak_check || __lsan_do_recoverable_leak_check() == 0,
-            "memory is lost");
-}
 
 /// What is printed meanwhile goes nowhere.
 class Silence {
@@ -60,144 +32,104 @@ private:
     const int m_output;
 };
 
-Trial::Result runHere(const Trial& trial, vqtest::Agent& witness, const Run& run) {
-    Trial::Result result;
-    trial.run(run.directory(), witness, result);
-    return result;
-}
+/// What each check begins with.
+struct Ready {
+    Ready() : quiet(0, vqtest::TraceLog::Directory::eLeaveMissing), witness(VQREG_AGENT_PATH) {
+        prepareToRefuse();
+    }
 
-// In a child that goes with all that the library has made for good.
-Trial::Result runInChild(const Trial& trial, vqtest::Agent& witness, const Run& run) {
-    vqtest::Common<Trial::Result> result;
-    const pid_t self = ::getpid();
-    vqtest::ForkedChild child([&] {
-        vqtest::endWithParent(self);
-        try {
-            trial.run(run.directory(), witness, *result);
-            requireNoLeak();
-            return 0;
-        } catch (const std::exception& violation) {
-            std::strncpy(result->violation, violation.what(), sizeof result->violation - 1);
-            return 1;
+    const vqtest::TraceLog quiet;
+    vqtest::Agent witness;
+};
+
+void refuseInAll(const std::vector<Tried>& all, Places places, vqtest::Agent& witness, Run& run) {
+    for (places.turn = run.seed(); places.turn < run.seed() + run.count(); ++places.turn) {
+        for (const Tried& tried : all) {
+            refuseEachOf(tried, places, witness, run);
+            if (!places.isInChild) {
+                requireNoLeak();
+            }
         }
-    });
-    const int status = child.wait();
-    require(status == 0,
-            "the process ended with " + std::to_string(status) + ": " + result->violation);
-    return *result;
-}
-
-Trial::Result tryOnce(const Trial& trial, vqtest::Agent& witness, const Run& run) {
-    const std::string text = trial.text() + "\n";
-    std::strncpy(g_szTrial, text.c_str(), sizeof g_szTrial - 1);
-    try {
-        return trial.isInChild ? runInChild(trial, witness, run) : runHere(trial, witness, run);
-    } catch (const std::exception& violation) {
-        throw Violation(trial.text() + ": " + violation.what());
     }
 }
 
-bool hasSanitizer() {
-    return __lsan_do_recoverable_leak_check != nullptr;
-}
-
-// Where there are threads the C library keeps what ended ones had, for others. The sanitizer takes blocks
-// for itself, and looks for lost ones in its own way.
-void requireNoMoreBlocks(const Trial& trial, long blocks, long usual) {
-    const bool isCounted = !trial.operation.hasThreads && !hasSanitizer();
-    const long most = usual + (trial.isInChild ? kTraceObject : 0);
-    require(!isCounted || blocks <= most,
-            trial.text() + ": " + std::to_string(blocks - usual) + " blocks are lost");
-}
-
-// Refuses one request after the other, or each `step`th of them, until the operation makes no more.
-void refuseEach(Trial trial, long first, long step, vqtest::Agent& witness, Run& run) {
-    trial.at = kNever;
-    tryOnce(trial, witness, run);  // what is made once is made
-    const long usual = tryOnce(trial, witness, run).liveBlocks;
-    Trial::Result result;
-    result.refused = 1;
-    for (trial.at = first; result.refused != 0; trial.at += step) {
-        trial.witnessChanges = trial.at % 2 != 0;
-        result = tryOnce(trial, witness, run);
-        requireNoMoreBlocks(trial, result.liveBlocks, usual);
-        run.add("requests_refused", static_cast<double>(result.refused));
-        run.add("trials");
+// Whose requests may be refused where there are threads.
+std::vector<Whose> everyWhose() {
+    std::vector<Whose> all = {Whose::eCallers};
+    if (!hasSanitizer()) {
+        all.push_back(Whose::eEverybodys);
+        all.push_back(Whose::eOthers);
     }
-    run.highest("places", static_cast<double>(trial.at));
+    return all;
 }
 
-void refuseEachOf(const Operation& operation, Whose whose, bool isInChild, long first, long step,
-                  vqtest::Agent& witness, Run& run) {
-    for (const bool isLasting : {false, true}) {
-        refuseEach({operation, 0, isLasting, whose, isInChild, false}, first, step, witness, run);
+std::vector<Tried> withThreads() {
+    std::vector<Tried> all = ofSessions(watchingOperations());
+    for (const Tried& each : ofWatches()) {
+        all.push_back(each);
     }
-}
-
-// What the first exception of a process costs, and the first look at its time zone, is none of the
-// library's.
-void prepare() {
-    ::tzset();
-    try {
-        throw Violation("");
-    } catch (const Violation&) {
-        // and nothing else
-    }
-    ::signal(SIGABRT, tellTrial);
-    ::signal(SIGSEGV, tellTrial);
+    return all;
 }
 
 // Every operation in one process. Count: how many rounds; a round takes each fourth request.
 void refuseInOperations(Run& run) {
-    constexpr long kStep = 4;
-    prepare();
-    const vqtest::TraceLog quiet(0, vqtest::TraceLog::Directory::eLeaveMissing);
-    vqtest::Agent witness(VQREG_AGENT_PATH);
+    Ready ready;
     std::vector<Operation> all = changingOperations();
     for (const Operation& each : lookingOperations()) {
         all.push_back(each);
     }
     const Silence silence;
-    for (std::uint64_t turn = run.seed(); turn < run.seed() + run.count(); ++turn) {
-        for (const Operation& operation : all) {
-            refuseEachOf(operation, Whose::eEverybodys, false, static_cast<long>(turn % kStep),
-                         kStep, witness, run);
-            requireNoLeak();
-        }
-    }
+    refuseInAll(ofSessions(all), {.step = 4}, ready.witness, run);
+}
+
+// Every call of vqreg.h. Count: rounds, of each sixteenth request.
+void refuseInC(Run& run) {
+    Ready ready;
+    refuseInAll(ofC(), {.step = 16}, ready.witness, run);
+}
+
+// Every call of VQRegStore.h, in both forms. Count: rounds, of each sixteenth request.
+void refuseInStores(Run& run) {
+    Ready ready;
+    refuseInAll(ofStores(), {.step = 16}, ready.witness, run);
 }
 
 // What a process does first. Count: rounds, of each fourth request.
 void refuseAtFirst(Run& run) {
-    constexpr long kStep = 4;
-    prepare();
-    const vqtest::TraceLog quiet(0, vqtest::TraceLog::Directory::eLeaveMissing);
-    vqtest::Agent witness(VQREG_AGENT_PATH);
-    for (std::uint64_t turn = run.seed(); turn < run.seed() + run.count(); ++turn) {
-        for (const Operation& operation : changingOperations()) {
-            if (operation.use != SessionUse::eUses) {
-                refuseEachOf(operation, Whose::eEverybodys, true, static_cast<long>(turn % kStep),
-                             kStep, witness, run);
+    Ready ready;
+    std::vector<Tried> openings;
+    for (const auto& list : {ofSessions(changingOperations()), ofC(), ofStores()}) {
+        for (const Tried& each : list) {
+            if (each.operation.use != SessionUse::eUses) {
+                openings.push_back(each);
+                openings.back().operation.mayThrow = true;
             }
         }
     }
+    refuseInAll(openings, {.isInChild = true, .step = 4}, ready.witness, run);
 }
 
-// Registration, notification and their threads. Count: rounds, of each thirty-second request.
+// Registration, notification, watches, and their threads. Count: rounds, of each thirty-second request.
 void refuseWithThreads(Run& run) {
-    constexpr long kStep = 32;
-    prepare();
-    const vqtest::TraceLog quiet(0, vqtest::TraceLog::Directory::eLeaveMissing);
-    vqtest::Agent witness(VQREG_AGENT_PATH);
-    for (std::uint64_t turn = run.seed(); turn < run.seed() + run.count(); ++turn) {
-        for (const Operation& operation : watchingOperations()) {
-            for (const Whose whose : {Whose::eCallers, Whose::eEverybodys, Whose::eOthers}) {
-                if (hasSanitizer() && whose != Whose::eCallers) {
-                    break;  // it takes memory in each new thread, and ends the process without
-                }
-                refuseEachOf(operation, whose, true, static_cast<long>(turn % kStep), kStep,
-                             witness, run);
-            }
+    Ready ready;
+    for (const Whose whose : everyWhose()) {
+        refuseInAll(withThreads(), {whose, true, 32}, ready.witness, run);
+    }
+}
+
+// The same again and again. Count: operations.
+void refuseAgainWithThreads(Run& run) {
+    Ready ready;
+    const std::vector<Tried> all = withThreads();
+    const std::vector<Whose> every = everyWhose();
+    for (std::uint64_t i = 0; i < run.count(); ++i) {
+        const Tried& tried = all[(run.seed() + i) % all.size()];
+        const bool isLasting = run.below(2) != 0;
+        const std::size_t first = run.below(every.size());
+        bool isRefused = false;  // some make no requests at all
+        for (std::size_t k = 0; k < every.size() && !isRefused; ++k) {
+            const Whose whose = every[(first + k) % every.size()];
+            isRefused = refuseAgain(tried, whose, isLasting, ready.witness, run);
         }
     }
 }
@@ -205,12 +137,10 @@ void refuseWithThreads(Run& run) {
 // Operations in any order, with requests refused at random. Count: sequences.
 void refuseInSequences(Run& run) {
     constexpr int kOperations = 40;
-    prepare();
-    const vqtest::TraceLog quiet(0, vqtest::TraceLog::Directory::eLeaveMissing);
-    vqtest::Agent witness(VQREG_AGENT_PATH);
+    Ready ready;
     long refused = 0;
     for (std::uint64_t i = 0; i < run.count(); ++i) {
-        Sequence sequence(run.directory(), witness);
+        Sequence sequence(run.directory(), ready.witness);
         const auto oneIn = static_cast<std::uint32_t>(2 + run.below(60));
         const std::uint64_t seed = run.random()();
         for (int step = 0; step < kOperations; ++step) {
@@ -230,8 +160,11 @@ void refuseInSequences(Run& run) {
 
 int main(int argc, char** argv) {
     return vqtorture::runOneOf({{"operations", vqtorture::refuseInOperations},
+                                {"c", vqtorture::refuseInC},
+                                {"store", vqtorture::refuseInStores},
                                 {"first", vqtorture::refuseAtFirst},
                                 {"threads", vqtorture::refuseWithThreads},
+                                {"again", vqtorture::refuseAgainWithThreads},
                                 {"sequences", vqtorture::refuseInSequences}},
                                argc, argv);
 }

@@ -114,6 +114,12 @@ CHECKS = [
           sanitizers=("address",)),
     Check("memory.threads", "no memory for registration, notification and their threads", quick=1,
           long=64, piece=1, sanitizers=("address",)),
+    Check("memory.c", "no memory in calls of vqreg.h", quick=1, long=32, piece=4,
+          sanitizers=("address",)),
+    Check("memory.store", "no memory in calls of VQRegStore.h", quick=1, long=32, piece=4,
+          sanitizers=("address",)),
+    Check("memory.again", "the same place without memory again and again, with threads", quick=0,
+          long=500, piece=20, limit=300, sanitizers=("address",)),
     Check("memory.sequences", "no memory at random", quick=100, long=20_000, piece=500,
           sanitizers=("address",)),
     # Power cuts: with and without VQREG_SYNC=1, and with each way of replacing the file, in turn.

@@ -12,9 +12,6 @@ using namespace VQRegLib;
 
 namespace {
 
-constexpr unsigned kOwn = 0xA;
-constexpr unsigned kWitnesses = 0xB;
-
 bool isPublished(int code) {
     return code == REGLIB_OK || code == REGLIB_E_FAIL || code == REGLIB_E_FILE_OPEN;
 }
@@ -111,7 +108,8 @@ void Ground::judge(const Outcome& outcome, bool changes) {
     if (had || m_store.exists() || m_store.backupExists()) {
         require(
             isWhole(path(), passedTexts()) || (!m_store.exists() && isWhole(backup, passedTexts())),
-            "neither the file nor its backup holds a whole text");
+            "neither the file nor its backup holds a whole text; the file has\n" +
+                (m_store.exists() ? shortened(m_store.read()) : "gone"));
     }
     if (!outcome.mayBeOld) {
         if (outcome.code >= 0 && (had || m_operation.after != m_operation.found)) {

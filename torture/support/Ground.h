@@ -12,6 +12,10 @@
 
 namespace vqtorture {
 
+/// What is set when everything works again: A by the process of the operation, B by the witness.
+constexpr unsigned kOwn = 0xA;
+constexpr unsigned kWitnesses = 0xB;
+
 /// What became of an operation in which something failed.
 struct Outcome {
     int code = 0;

@@ -55,6 +55,13 @@ protected:
         CRegKey& root = *store.RootKey();
         ASSERT_EQ(setNumber(store, root, "check", ++number), REGLIB_OK);
         ASSERT_EQ(get(store, root, "check"), Value::ofDword(static_cast<std::uint32_t>(number)));
+        expectWritten(store);
+        ASSERT_THAT(file.files(), ElementsAre("store.cfg", "store.cfg.bak"));
+    }
+
+    // What a new store reads from the file is what this one has in memory.
+    void expectWritten(Store& store) const {
+        CRegKey& root = *store.RootKey();
         const auto other = open();
         CRegKey& otherRoot = *other->RootKey();
         ASSERT_EQ(valueNames(*other, otherRoot), valueNames(store, root));
@@ -62,7 +69,24 @@ protected:
         for (const std::string& name : valueNames(store, root)) {
             ASSERT_EQ(get(*other, otherRoot, name.c_str()), get(store, root, name.c_str()));
         }
-        ASSERT_THAT(file.files(), ElementsAre("store.cfg", "store.cfg.bak"));
+    }
+
+    // As tryAll; afterwards an empty update writes what the operation has left in memory.
+    void tryAllAndUpdate(const Operation& operation) {
+        bool failed = true;
+        for (long n = 0; failed; ++n) {
+            ASSERT_LT(n, kMostAllocations);
+            file.write("");
+            auto store = open();
+            prepare(*store);
+            failed = failingAt(n, [&] { (void)operation(*store); });
+            ASSERT_EQ(store->VQRegBeginUpdate(), REGLIB_OK);
+            ASSERT_EQ(store->VQRegEndUpdate(), REGLIB_OK);
+            expectWritten(*store);
+            if (HasFatalFailure()) {
+                FAIL() << "at allocation " << n;
+            }
+        }
     }
 
     // Tries the operation on a fresh copy of the store for each n until no allocation is left to
@@ -164,6 +188,30 @@ TEST_F(Operations, AFailedSetLeavesTheOldValueOrTheNew) {
         EXPECT_EQ(now, Value::ofText(changed ? "another text" : "x"));
         EXPECT_TRUE(code < 0 || changed == 1);
         return code;
+    });
+}
+
+TEST_F(Operations, WhatAChangeWithoutMemoryLeavesUnwrittenAnUpdateWrites) {
+    const std::string text(400, 't');
+    tryAllAndUpdate(
+        [&](Store& store) { return setText(store, *store.RootKey(), "Text", text.c_str()); });
+    tryAllAndUpdate([](Store& store) { return store.VQRegDeleteValue(*store.RootKey(), "Text"); });
+}
+
+TEST_F(Operations, WhatNewKeysWithoutMemoryLeaveUnwrittenAnUpdateWrites) {
+    tryAllAndUpdate([](Store& store) {
+        CRegKey key;
+        return createKey(store, "new/path/of/keys", key);
+    });
+}
+
+TEST_F(Operations, WhatAnUpdateWithoutMemoryLeavesUnwrittenTheNextOneWrites) {
+    tryAllAndUpdate([](Store& store) {
+        if (store.VQRegBeginUpdate() >= 0) {
+            (void)setNumber(store, *store.RootKey(), "a new number", 3);
+            (void)store.VQRegEndUpdate();
+        }
+        return REGLIB_OK;
     });
 }
 

@@ -1,0 +1,50 @@
+// Watches of the C interface without memory.
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <vqreg.h>
+
+#include <string>
+
+#include "support/FailingAllocation.h"
+#include "support/TempStore.h"
+
+namespace {
+
+bool isReadable(const vqreg_watch* watch) {
+    pollfd source{vqreg_watch_fd(watch), POLLIN, 0};
+    return ::poll(&source, 1, 0) == 1;
+}
+
+}  // namespace
+
+// Who waits for the descriptor would otherwise not ask again before there is another change.
+TEST(CWatchWithoutMemory, SaysThatAChangeIsLeft) {
+    bool hasFailed = true;
+    long n = 0;
+    for (; hasFailed; ++n) {
+        const vqtest::TempStore file;
+        vqreg_store* const store = vqreg_open(file.path().c_str(), nullptr, nullptr);
+        vqreg_watch* const watch = vqreg_watch_open(store, nullptr, nullptr);
+        ASSERT_NE(watch, nullptr);
+        ASSERT_EQ(vqreg_set_string(store, "Key", "V", std::string(100, 'x').c_str()), VQREG_OK);
+        const vqreg_change* change = nullptr;
+        int result = 0;
+        {
+            vqtest::FailingAllocation one(n);
+            result = vqreg_watch_next(watch, &change);
+            hasFailed = one.hasFailed();
+        }
+        if (result != 1) {
+            EXPECT_EQ(result, VQREG_E_FAIL) << n;
+            EXPECT_TRUE(isReadable(watch)) << n;
+            EXPECT_EQ(vqreg_watch_next(watch, &change), 1) << n;
+        }
+        EXPECT_STREQ(change->path, "Key") << n;
+        EXPECT_EQ(vqreg_watch_next(watch, &change), 1) << n << ": and the value";
+        EXPECT_EQ(vqreg_watch_next(watch, &change), 0) << n;
+        EXPECT_FALSE(isReadable(watch)) << n;
+        vqreg_watch_close(watch);
+        vqreg_close(store);
+    }
+    EXPECT_GT(n, 1) << "nothing is allocated here";
+}
