@@ -196,7 +196,11 @@ SCRIPT
     vqreg set App Port 80 || complain "the store cannot be opened afterwards"
 }
 
-# A service that stops takes its user's objects away.
+no_locks() {
+    [ -z "$(find /dev/shm -name 'CPLock.*')" ]
+}
+
+# A service that stops takes its user's objects away; a user made for it may go a moment later than it does.
 the_end_of_a_service_removes_objects() {
     local remove options
     for remove in yes no dynamic; do
@@ -207,10 +211,11 @@ the_end_of_a_service_removes_objects() {
         service "remove-$remove" "${options[@]}" \
             'ExecStart=/usr/local/bin/vqreg set App Port 91'
         systemctl start "remove-$remove" || complain "remove-$remove: $(cat "/run/remove-$remove.said")"
-        case $remove:$(find /dev/shm -name 'CPLock.*' | wc -l) in
-            yes:0 | dynamic:0 | no:[1-9]) ;;
-            *) complain "RemoveIPC=$remove: $(ls /dev/shm)" ;;
-        esac
+        if [ "$remove" != no ]; then
+            until_true no_locks
+        elif no_locks; then
+            complain "RemoveIPC=no: the lock has gone"
+        fi
         vqreg set App Port 80 || complain "RemoveIPC=$remove: the store cannot be changed any more"
     done
 }
