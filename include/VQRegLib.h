@@ -319,9 +319,9 @@ public:
     int VQRegCreateKeyVect(CRegKey* parent, const char* path, std::vector<CRegKey*>& keys,
                            std::vector<std::string>& names, int create);
 
-    /// Frees the keys that `VQRegCreateKeyVect` made and empties the vector. Null elements are
-    /// skipped. Safe while other threads use sessions of the store.
-    /// @return `REGLIB_OK`; `REGLIB_E_NOT_INITIALIZED`, with nothing freed
+    /// Frees the keys that `VQRegCreateKeyVect` made and empties the vector; in an update through another
+    /// store perhaps later, with the next ones. Null elements are skipped. Other threads may use the store.
+    /// @return `REGLIB_OK`; `REGLIB_E_NOT_INITIALIZED` and, without memory, `REGLIB_E_FAIL`: nothing is freed
     int VQRegDestroyKeyVect(std::vector<CRegKey*>& keys);
 
     /// Registers a change handler. It is called on a thread of the store, "FileWatch", when the

@@ -114,8 +114,8 @@ VQREG_EXPORT vqreg_store* vqreg_open(const char* file, const char* root, int* re
 
 /** Closes a store. It stays open until its keys and watches are closed as well. An update that was begun
  * through it and not ended is over, if the thread that began it closes the store: nothing of it is written,
- * nor what could not be written before, unless it is part of one that was begun through another #vqreg_store.
- * Null is ignored. */
+ * nor what could not be written before, unless one that was begun through another #vqreg_store is still open,
+ * of which it becomes a part, or the file is missing by then and is made anew. Null is ignored. */
 VQREG_EXPORT void vqreg_close(vqreg_store* store);
 
 /** The path of a store's file, behind the symbolic links that led to it. Valid until the store is closed. */
@@ -369,8 +369,9 @@ VQREG_EXPORT int vqreg_watch_fd(const vqreg_watch* watch);
  * @param change  receives the change, which the watch owns; null without one
  * @return 1 with a change; 0 when there is none; #VQREG_E_BAD_FORMAT while the file is malformed,
  *         #VQREG_E_FILE_OPEN while it cannot be read, #VQREG_E_FAIL: ask again when the descriptor is
- *         readable. While the file's directory is missing the descriptor is not: ask again later. Nor does it
- *         become so when a directory above that one is replaced, which the next call finds */
+ *         readable. While the file's directory is missing the descriptor is not, nor where the system has no
+ *         watch left: ask again later. Nor does it become so when a directory above that one is replaced,
+ *         which the next call finds */
 VQREG_EXPORT int vqreg_watch_next(vqreg_watch* watch, const vqreg_change** change);
 
 /** Ends a watch and closes its descriptor. Null is ignored. */

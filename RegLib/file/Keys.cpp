@@ -124,7 +124,7 @@ int CRegLibImplFile::walkPath(CKeyOrValue* node, std::string_view path, CRegKey&
             return REGLIB_OK;
         });
     }
-    if (result != REGLIB_E_FAIL) {
+    if (!changed || result >= 0) {
         m_isUnwritten = wasUnwritten;
     }
     return result >= 0 && changed ? commitChange() : result;

@@ -105,9 +105,11 @@ void CRegLibImplFile::forgetUpdate() {
     }
 }
 
-// An inner one is a part of the outermost one, whatever becomes of it.
+// An inner one is a part of the outermost one, whatever becomes of it. What could not be written before cannot
+// be told from what the update has changed.
 void CRegLibImplFile::dropUpdate() {
     if (m_updateDepth == 1) {
+        m_isUpdatePending = std::exchange(m_isUnwritten, false) || m_isUpdatePending;
         forgetUpdate();
     } else {
         --m_updateDepth;

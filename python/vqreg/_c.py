@@ -7,6 +7,7 @@ than who started it.
 from __future__ import annotations
 
 import ctypes
+import os
 import threading
 from collections.abc import Callable
 from ctypes import POINTER, c_char_p, c_int, c_size_t, c_uint32, c_void_p
@@ -70,7 +71,13 @@ class Updates(threading.local):
             function(pointer)
 
 
+    def forget(self) -> None:
+        """For a child of fork: the updates are its parent's, and it may close at once."""
+        self._open.clear()
+
+
 updates = Updates()
+os.register_at_fork(after_in_child=updates.forget)
 
 
 class Handle(c_void_p):

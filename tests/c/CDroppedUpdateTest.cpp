@@ -1,5 +1,7 @@
 // Closing a store of the C interface in an update, while the process has the same store open a second time.
+#include <filesystem>
 #include <thread>
+#include <utility>
 
 #include "c/CStoreFixture.h"
 #include "support/ForkedChild.h"
@@ -87,4 +89,26 @@ TEST_F(CDroppedUpdate, IsNoneOfAnotherHandle) {
     vqreg_close(closed);
     EXPECT_EQ(vqreg_end_update(store), VQREG_OK);
     EXPECT_EQ(numberElsewhere(), 5u);
+}
+
+// It cannot be told from the update's own changes, and is not written later on.
+TEST_F(CDroppedUpdate, TakesAlongWhatCouldNotBeWrittenBefore) {
+    for (const bool isChanged : {false, true}) {
+        set(store, 1);
+        const std::string away = file.directory() + ".away";
+        std::filesystem::rename(file.directory(), away);
+        EXPECT_LT(vqreg_set_dword(store, "K", "V", 7), 0);
+        std::filesystem::rename(away, file.directory());
+        closed = closed ? closed : open();
+        ASSERT_EQ(vqreg_begin_update(closed), VQREG_OK);
+        if (isChanged) {
+            set(closed, 2);
+        }
+        vqreg_close(std::exchange(closed, nullptr));
+        EXPECT_EQ(number("K", "V"), 1u);
+        const auto before = file.inode();
+        ASSERT_EQ(vqreg_begin_update(store), VQREG_OK);
+        EXPECT_EQ(vqreg_end_update(store), VQREG_OK);
+        EXPECT_EQ(file.inode(), before) << "there was nothing to be written";
+    }
 }

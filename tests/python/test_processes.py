@@ -121,6 +121,16 @@ def test_child_of_fork_has_no_lock_of_its_parents(store: vqreg.Store) -> None:
     assert store["K", "n"] == 2
 
 
+def test_child_of_fork_in_a_lock_closes_at_once(store: vqreg.Store) -> None:
+    def close_it() -> None:
+        before = os.listdir("/proc/self/fd")
+        store.watch().close()
+        assert os.listdir("/proc/self/fd") == before
+
+    with store.locked():
+        assert in_child(close_it) == 0
+
+
 def test_child_of_fork_opens_a_store_while_threads_use_theirs(store: vqreg.Store,
                                                               path: pathlib.Path) -> None:
     store["K", "n"] = 1

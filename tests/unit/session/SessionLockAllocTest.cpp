@@ -84,6 +84,9 @@ protected:
         t_atNap = nullptr;
         leave();
         EXPECT_EQ(writer.VQRegEndUpdate(), REGLIB_OK);
+        if (!keys.empty()) {
+            EXPECT_EQ(session.VQRegDestroyKeyVect(keys), REGLIB_OK);
+        }
     }
     ~SessionLockInAnUpdate() override { get_reglibImplDirectory()->releaseRegLibImpl(&store); }
 
