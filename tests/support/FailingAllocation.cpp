@@ -4,26 +4,23 @@
 #include <cstddef>
 #include <cstdlib>
 #include <new>
-#include <utility>
 
 namespace vqtest {
 
 namespace {
 
 constexpr long kOff = -1;
-long g_left = kOff;  // allocations that succeed before one fails
-bool g_failed = false;
+std::atomic<long> g_left{kOff};  // allocations that succeed before one fails, of whatever thread
+std::atomic<bool> g_failed{false};
 std::atomic<long> g_blocks{0};
 
 bool failsNow() {
-    if (g_left == kOff) {
+    long left = g_left;
+    while (left != kOff && !g_left.compare_exchange_weak(left, left > 0 ? left - 1 : kOff)) {
+    }
+    if (left != 0) {
         return false;
     }
-    if (g_left > 0) {
-        --g_left;
-        return false;
-    }
-    g_left = kOff;
     g_failed = true;
     return true;
 }
@@ -66,7 +63,7 @@ long allocatedBlocks() {
     return g_blocks;
 }
 
-UnlimitedAllocation::UnlimitedAllocation() : m_left(std::exchange(g_left, kOff)) {}
+UnlimitedAllocation::UnlimitedAllocation() : m_left(g_left.exchange(kOff)) {}
 
 UnlimitedAllocation::~UnlimitedAllocation() {
     g_left = m_left;
