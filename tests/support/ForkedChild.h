@@ -13,6 +13,8 @@
 #include <new>
 #include <system_error>
 
+#include "support/QuietFork.h"
+
 namespace vqtest {
 
 /// A copy of the test process that runs `body` and ends with its result as exit status. The
@@ -22,7 +24,7 @@ public:
     static constexpr int kThrew = 120;  ///< exit status after an exception
 
     template <typename Body>
-    explicit ForkedChild(Body body) : m_pid(::fork()) {
+    explicit ForkedChild(Body body) : m_pid(forkQuietly()) {
         if (m_pid < 0) {
             throw std::system_error(errno, std::generic_category(), "fork");
         }

@@ -15,6 +15,7 @@
 #include <system_error>
 
 #include "support/ChildLife.h"
+#include "support/QuietFork.h"
 
 namespace vqtest {
 
@@ -38,7 +39,7 @@ public:
     explicit SteppedChild(Body body, eThreads threads = eFirstThread)
         : m_hasAllThreads(threads == eAllThreads) {
         const pid_t parent = ::getpid();
-        m_pid = ::fork();
+        m_pid = forkQuietly();
         if (m_pid < 0) {
             throw std::system_error(errno, std::generic_category(), "fork");
         }
