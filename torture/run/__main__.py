@@ -7,9 +7,9 @@ import sys
 import time
 
 import processes
-from checks import CHECKS
+from checks import CHECKS, OWN
 from plan import chosen, length, pieces
-from results import Results, all_figures, identity
+from results import Results, all_figures, identities
 
 PROJECT = pathlib.Path(__file__).resolve().parent.parent.parent
 
@@ -108,7 +108,7 @@ def open_results(options):
         return Results(None)
     sanitizer = f"-{options.sanitizer}" if options.sanitizer else ""
     path = options.results or options.programs.parent / f"results{sanitizer}.json"
-    return Results(path, identity(options.programs), options.fresh)
+    return Results(path, identities(options.programs, CHECKS + OWN), options.fresh)
 
 
 def main():

@@ -4,13 +4,20 @@ import json
 import os
 
 
-def identity(programs):
-    """Of the programs and the libraries beside them: what others have done proves nothing of these."""
+def identity(programs, others):
+    """Of the programs but for the others, and of the libraries beside them: what others have done proves
+    nothing of these."""
     digest = hashlib.sha1()
     for file in sorted([*programs.iterdir(), *(programs.parent / "lib").glob("*.so")]):
-        if file.is_file():
+        if file.is_file() and file.name not in others:
             digest.update(file.name.encode() + b"\0" + file.read_bytes())
     return digest.hexdigest()[:12]
+
+
+def identities(programs, checks):
+    """{check's program: identity}, given all checks: none depends on the programs of others."""
+    names = {check.program for check in checks}
+    return {name: identity(programs, names - {name}) for name in names}
 
 
 def merge(figures, more):
@@ -35,9 +42,9 @@ class Results:
     """A file with, for each check, the programs and the seed it began with, how many pieces are done,
     which of them failed, and figures."""
 
-    def __init__(self, path, build="", fresh=False):
+    def __init__(self, path, builds=None, fresh=False):
         self.path = path
-        self.build = build
+        self.builds = builds or {}  # by the check's program
         self.checks = {}
         if path is not None and path.exists() and not fresh:
             self.checks = json.loads(path.read_text(encoding="utf-8"))
@@ -45,7 +52,7 @@ class Results:
     def of(self, check, seed):
         """A check's record: a new one when there is none that these programs made in such pieces."""
         record = self.checks.get(check.name)
-        wanted = {"build": self.build, "piece": check.piece}
+        wanted = {"build": self.builds.get(check.program, ""), "piece": check.piece}
         if record is None or any(record.get(name) != value for name, value in wanted.items()):
             if record is not None:
                 print(f"{check.name} begins anew: what is kept of it is of another build", flush=True)
