@@ -70,7 +70,6 @@ class Updates(threading.local):
         else:
             function(pointer)
 
-
     def forget(self) -> None:
         """For a child of fork: the updates are its parent's, and it may close at once."""
         self._open.clear()

@@ -154,15 +154,6 @@ private:
     CScene m_scene;
 };
 
-Tried triedOf(const CCall& call) {
-    Operation texts{call.name,   kStart,   call.isChangedBefore ? call.after : kStart,
-                    call.after,  call.use, call.root,
-                    call.between};
-    return {texts, [call](const Operation& operation, const std::string& path) {
-                return std::make_unique<CSubject>(operation, call, path);
-            }};
-}
-
 }  // namespace
 
 std::vector<CCall> otherCCalls() {
@@ -185,7 +176,7 @@ std::vector<Tried> ofC() {
     std::vector<Tried> all;
     for (const auto& list : {readingCCalls(), changingCCalls(), otherCCalls()}) {
         for (const CCall& each : list) {
-            all.push_back(triedOf(each));
+            all.push_back(triedOf<CSubject>(each));
         }
     }
     return all;

@@ -126,20 +126,11 @@ private:
     StoreScene m_scene;
 };
 
-Tried triedOf(const StoreCall& call) {
-    Operation texts{call.name,   kStart,   call.isChangedBefore ? call.after : kStart,
-                    call.after,  call.use, call.root,
-                    call.between};
-    texts.hasThreads = call.hasThreads;
-    return {texts, [call](const Operation& operation, const std::string& path) {
-                return std::make_unique<StoreSubject>(operation, call, path);
-            }};
-}
-
-std::vector<Tried> triedOf(const std::vector<StoreCall>& calls) {
+std::vector<Tried> allOf(const std::vector<StoreCall>& calls) {
     std::vector<Tried> all;
     for (const StoreCall& each : calls) {
-        all.push_back(triedOf(each));
+        all.push_back(triedOf<StoreSubject>(each));
+        all.back().operation.hasThreads = each.hasThreads;
     }
     return all;
 }
@@ -163,11 +154,11 @@ std::vector<Tried> ofStores() {
         all.insert(all.end(), list.begin(), list.end());
     }
     addChanges(all);
-    return triedOf(all);
+    return allOf(all);
 }
 
 std::vector<Tried> ofWatches() {
-    return triedOf(watchCalls());
+    return allOf(watchCalls());
 }
 
 }  // namespace vqtorture

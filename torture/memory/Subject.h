@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "memory/CallTexts.h"
 #include "support/Ground.h"
 #include "support/Operations.h"
 
@@ -36,6 +37,16 @@ struct Tried {
     Operation operation;
     std::function<std::unique_ptr<Subject>(const Operation&, const std::string& path)> subject;
 };
+
+/// A call of another interface, on a store that begins with kStart, and the Subject that makes it.
+template <typename Made, typename Call>
+Tried triedOf(const Call& call) {
+    const std::string& found = call.isChangedBefore ? call.after : kStart;
+    return {{call.name, kStart, found, call.after, call.use, call.root, call.between},
+            [call](const Operation& operation, const std::string& path) {
+                return std::make_unique<Made>(operation, call, path);
+            }};
+}
 
 /// Operations of VQRegLib.h.
 std::vector<Tried> ofSessions(const std::vector<Operation>& operations);
