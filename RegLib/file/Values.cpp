@@ -27,6 +27,9 @@ struct CDword {
         return isDwordLine(line, name, number);
     }
     std::string line(std::string_view name) const { return composeDwordLine(name, number); }
+    bool putInPlace(CTree& tree, CKeyOrValue& value) const {
+        return tree.setNumberInPlace(value, number);
+    }
 };
 
 struct CText {
@@ -38,6 +41,7 @@ struct CText {
         return isStringLine(line, name, text);
     }
     std::string line(std::string_view name) const { return composeStringLine(name, text); }
+    static bool putInPlace(CTree&, CKeyOrValue&) { return false; }
 };
 
 struct CBytes {
@@ -50,6 +54,7 @@ struct CBytes {
         return isBinaryLine(line, name, data, size);
     }
     std::string line(std::string_view name) const { return composeBinaryLine(name, data, size); }
+    static bool putInPlace(CTree&, CKeyOrValue&) { return false; }
 };
 
 }  // namespace
@@ -98,7 +103,7 @@ int CRegLibImplFile::changeValue(COperation& operation, CRegKey& key, const char
     CKeyOrValue* const value = operation.value();
     if (!value) {
         m_tree->addValue(*operation.key(), name, Data::kType, data.line(name));
-    } else {
+    } else if (!spelling.empty() || !data.putInPlace(*m_tree, *value)) {
         const std::string_view kept = spelling.empty() ? m_tree->nameOf(*value) : spelling;
         m_tree->setValue(*value, Data::kType, data.line(keepsSpelling ? kept : name));
     }

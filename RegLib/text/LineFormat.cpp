@@ -79,6 +79,7 @@ public:
         return true;
     }
     bool isAtEnd() const { return m_rest.empty(); }
+    std::size_t left() const { return m_rest.size(); }
 
 private:
     std::string_view m_rest;
@@ -103,11 +104,18 @@ constexpr std::uint64_t digitsOf(std::uint32_t value) {
     return __builtin_bswap64(halves + kOnes * '0' + isLetter * ('A' - '9' - 1));
 }
 
+constexpr std::size_t kNumberSize = 8;
+
+void writeDigits(std::uint32_t value, char* at) {
+    const std::uint64_t word = digitsOf(value);
+    static_assert(sizeof word == kNumberSize);
+    std::memcpy(at, &word, sizeof word);
+}
+
 template <typename Sink>
 bool putDwordLine(Sink& sink, std::string_view name, std::uint32_t value) {
-    char digits[8];
-    const std::uint64_t word = digitsOf(value);
-    std::memcpy(digits, &word, sizeof digits);
+    char digits[kNumberSize];
+    writeDigits(value, digits);
     return putStart(sink, name, kBeforeNumber) && sink.put(std::string_view(digits, sizeof digits));
 }
 
@@ -183,12 +191,21 @@ bool isBinaryLine(std::string_view line, std::string_view name, const unsigned c
     return size <= line.size() / 2 && putBinaryLine(sink, name, data, size) && sink.isAtEnd();
 }
 
+bool renumberDwordLine(char* line, std::size_t size, std::string_view name, std::uint32_t value) {
+    CComparing sink({line, size});
+    if (!putStart(sink, name, kBeforeNumber) || sink.left() != kNumberSize) {
+        return false;
+    }
+    writeDigits(value, line + size - kNumberSize);
+    return true;
+}
+
 std::size_t valueLineSize(std::size_t nameSize, CRegLib::eDataType type, std::size_t dataSize) {
     constexpr std::size_t kPunctuation = 4;  // two quotes, "=" and ":"
     const std::size_t start = nameSize + wordOfType(type).size() + kPunctuation;
     switch (type) {
         case CRegLib::eDword:
-            return start + 8;
+            return start + kNumberSize;
         case CRegLib::eBinary:
             return start + 2 * dataSize;
         default:

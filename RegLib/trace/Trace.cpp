@@ -9,7 +9,9 @@
 // threads that are being cancelled and between fork and exec. So one thread wins the opening, by exchanging
 // one word, and writes down day and minute of the attempt; whoever comes meanwhile uses the old file, or
 // waits a moment when there is none. A failed attempt is not repeated within its minute, or a full disk
-// would make every line try again.
+// would make every line try again. Day and minute are those of the local time, which takes longer than all
+// else that a line costs a process without a file, and a lock that all threads share: it is made out once in
+// a second.
 //
 // The winner must not close the old stream: another thread may be between reading the pointer and writing.
 // It puts the new file under the old one's descriptor instead (dup3). The stream object stays what it was,
@@ -121,12 +123,25 @@ bool CRegLibTrace::isSettled(const std::tm& now) const {
            (m_pFile.load() ? m_opened.isThere() : last.minute == now.tm_min);
 }
 
+// As isSettled, which it asks once in a second.
+bool CRegLibTrace::isSettledIn(std::time_t second) {
+    if (second == m_settledSecond.load() && (!m_pFile.load() || m_opened.isThere())) {
+        return true;
+    }
+    std::tm local{};
+    localtime_r(&second, &local);
+    if (!isSettled(local)) {
+        return false;
+    }
+    m_settledSecond.store(second);
+    return true;
+}
+
 // True for the one thread that is to open the file now. The others wait a little while nobody can
 // write yet, so that their lines are not lost.
 bool CRegLibTrace::claimOpening(std::tm* now) {
     for (int naps = 0; naps < kOpeningNaps; ++naps) {
-        getCurTime(now);
-        if (isSettled(*now) && (m_pFile.load() || !m_opening.load())) {
+        if (isSettledIn(std::time(nullptr)) && (m_pFile.load() || !m_opening.load())) {
             return false;
         }
         bool expected = false;
@@ -136,6 +151,7 @@ bool CRegLibTrace::claimOpening(std::tm* now) {
         }
         getCurTime(now);  // again: another thread may have been through since, and past midnight
         if (!isSettled(*now)) {
+            m_settledSecond.store(kNever);
             m_lastAttempt.store({now->tm_mday, now->tm_min});
             return true;
         }

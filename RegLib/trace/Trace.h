@@ -63,6 +63,7 @@ private:
     void setDirectory(const char* directory);
     static void afterForkInChild();
     bool isSettled(const std::tm& now) const;
+    bool isSettledIn(std::time_t second);
     bool claimOpening(std::tm* now);
     std::FILE* openFileOfDay(const std::tm& now) const;
     void writeHeader(std::FILE* file) const;
@@ -75,6 +76,8 @@ private:
     std::atomic<std::FILE*> m_pFile{nullptr};
     std::atomic<Attempt> m_lastAttempt{Attempt{0, 0}};
     static_assert(std::atomic<Attempt>::is_always_lock_free);
+    static constexpr std::int64_t kNever = -1;
+    std::atomic<std::int64_t> m_settledSecond{kNever};  // in which there was nothing to open
     char m_directory[256] = {};
     std::atomic<bool> m_opening{false};
     std::atomic<int> m_writers{0};     // threads that may be using m_pFile

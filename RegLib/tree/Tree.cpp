@@ -270,6 +270,19 @@ void CTree::setValue(CKeyOrValue& value, CRegLib::eDataType type, std::string_vi
     wasteNoText();
 }
 
+// Whether the line is read back as what it was made of depends on what stands before the number.
+bool CTree::setNumberInPlace(CKeyOrValue& value, std::uint32_t number) {
+    // All text is the tree's own memory, and nobody else looks at this line.
+    if (value.type() != CRegLib::eDword || value.m_nameAt != 1 ||
+        !renumberDwordLine(const_cast<char*>(value.m_line), value.m_lineSize, nameOf(value),
+                           number)) {
+        return false;
+    }
+    value.m_isDecoded = false;
+    m_isFileText = false;
+    return true;
+}
+
 std::uint32_t CTree::decoded(CKeyOrValue& value) const {
     std::string_view data;
     value.m_dword = dataOfLine(value.line(), data) < 0 ? 0 : scanHex(data, 8);

@@ -80,6 +80,10 @@ public:
     // The value keeps the spelling of its name, whatever the line says.
     void setValue(CKeyOrValue& value, CRegLib::eDataType type, std::string_view line);
 
+    // The same for a number that takes another one's place in its line, which needs no memory. False, and
+    // nothing has changed, where the line is not as it would be composed.
+    bool setNumberInPlace(CKeyOrValue& value, std::uint32_t number);
+
     // The number of a value of type eDword.
     std::uint32_t dwordOf(CKeyOrValue& value) const {
         return value.m_isDecoded ? value.m_dword : decoded(value);

@@ -7,7 +7,7 @@ namespace vqtorture {
 namespace {
 
 constexpr std::uint64_t kMoreTries = 10;
-constexpr std::uint64_t kOneIn = 50;  // places may not be met again
+constexpr std::uint64_t kOneIn = 25;  // places may not be met again
 constexpr std::uint64_t kNoCall = ~std::uint64_t{0};
 
 }  // namespace

@@ -29,6 +29,19 @@ std::vector<std::string> neighbours(const std::string& line) {
 
 }  // namespace
 
+TEST(LineComparison, OnlyTheLineOfANumberOfTheSameNameTakesAnotherNumber) {
+    for (const std::string name : {"", "Port", "a\"b", "=dword:"}) {
+        std::string line = composeDwordLine(name, 0x1F90);
+        EXPECT_TRUE(renumberDwordLine(line.data(), line.size(), name, 0xABCDEF01)) << line;
+        EXPECT_EQ(line, composeDwordLine(name, 0xABCDEF01));
+        EXPECT_FALSE(renumberDwordLine(line.data(), line.size(), name + "x", 1)) << line;
+        EXPECT_FALSE(renumberDwordLine(line.data(), line.size() - 1, name, 1)) << line;
+        EXPECT_EQ(line, composeDwordLine(name, 0xABCDEF01)) << "as it was";
+        std::string longer = line + "0";
+        EXPECT_FALSE(renumberDwordLine(longer.data(), longer.size(), name, 1)) << longer;
+    }
+}
+
 TEST(LineComparison, TellsTheLineOfANumberFromEveryOther) {
     for (const std::string name : {"", "Port", "a\"b", "=dword:"}) {
         for (const std::uint32_t number : {0u, 0x1F90u, 0xABCDEF01u, 0xFFFFFFFFu}) {

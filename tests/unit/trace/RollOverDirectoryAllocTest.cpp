@@ -1,4 +1,5 @@
-// The directory of the log: missing, full of something else, or long.
+// The directory of the log: missing, full of something else, or long. In an executable of its own, because it
+// replaces calls of the C library.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -28,6 +29,8 @@ struct Opened {
 };
 template struct Opened<&CRegLibTrace::setDirectory, &CRegLibTrace::m_directory>;
 
+int g_localTimes = 0;  // so often it was made out
+
 class RollOverDirectory : public RollOverFixture {};
 
 class RollOverWithoutDirectory : public RollOverFixture {
@@ -36,6 +39,29 @@ protected:
 };
 
 }  // namespace
+
+// NOLINTBEGIN(bugprone-reserved-identifier): the names that the linker gives them
+extern "C" {
+std::tm* __real_localtime_r(const std::time_t* time, std::tm* out);
+std::tm* __wrap_localtime_r(const std::time_t* time, std::tm* out);
+
+std::tm* __wrap_localtime_r(const std::time_t* time, std::tm* out) {
+    ++g_localTimes;
+    return __real_localtime_r(time, out);
+}
+}
+// NOLINTEND(bugprone-reserved-identifier)
+
+// Each takes a lock that all threads of the process share.
+TEST_F(RollOverWithoutDirectory, LinesOfOneSecondMakeOutTheLocalTimeOnce) {
+    write("lost");
+    ++g_now;
+    g_localTimes = 0;
+    for (int i = 0; i < 100; ++i) {
+        write("lost");
+    }
+    EXPECT_EQ(g_localTimes, 1);
+}
 
 TEST_F(RollOverWithoutDirectory, OpensNothing) {
     write("lost");

@@ -169,6 +169,37 @@ TEST_F(Tree, ReadsTheNumberOfALineAgainWhenItHasChanged) {
     EXPECT_EQ(tree.dwordOf(number), 0u);
 }
 
+TEST_F(Tree, PutsANumberInThePlaceOfAnother) {
+    CKeyOrValue& number = tree.addValue(key("Top"), "n", CRegLib::eDword, composeDwordLine("n", 7));
+    EXPECT_EQ(tree.dwordOf(number), 7u);
+    const char* const before = number.m_line;
+    EXPECT_TRUE(tree.setNumberInPlace(number, 0xFEDCBA98));
+    EXPECT_EQ(tree.dwordOf(number), 0xFEDCBA98u);
+    EXPECT_EQ(number.m_line, before);
+    EXPECT_EQ(textOf(tree), "[Top]\n\"n\"=dword:FEDCBA98\n");
+}
+
+TEST_F(Tree, KnowsThatItsTextIsNotTheFilesOnceANumberHasTakenAnothersPlace) {
+    CKeyOrValue& number = tree.addValue(key("Top"), "n", CRegLib::eDword, composeDwordLine("n", 7));
+    const std::string text = write();
+    ASSERT_TRUE(tree.setNumberInPlace(number, 8));
+    merge(text);
+    EXPECT_EQ(tree.dwordOf(number), 7u) << "the file's line counts";
+}
+
+TEST_F(Tree, PutsANumberIntoNoLineOfAnotherForm) {
+    for (const char* line :
+         {"\"n\"=dword:12", "\"n\"=dword:000000012", "\"N\"=dword:00000012",
+          " \"n\"=dword:00000012", "\"n\" =dword:0000012", "\"n\"=Dword:00000012"}) {
+        CKeyOrValue& number = tree.addValue(key("Top"), "n", CRegLib::eDword, line);
+        EXPECT_FALSE(tree.setNumberInPlace(number, 7)) << line;
+        EXPECT_EQ(number.line(), line);
+        tree.remove(number);
+    }
+    CKeyOrValue& text = tree.addValue(key("Top"), "n", CRegLib::eString, "\"n\"=dword:00000012");
+    EXPECT_FALSE(tree.setNumberInPlace(text, 7));
+}
+
 TEST_F(Tree, ChangesTheTypeOfAValueWithItsLine) {
     CKeyOrValue& changed = value(key("Top"), "v", "12");
     EXPECT_EQ(changed.type(), CRegLib::eString);
