@@ -179,7 +179,7 @@ TEST_F(Tree, PutsANumberInThePlaceOfAnother) {
     EXPECT_EQ(textOf(tree), "[Top]\n\"n\"=dword:FEDCBA98\n");
 }
 
-TEST_F(Tree, KnowsThatItsTextIsNotTheFilesOnceANumberHasTakenAnothersPlace) {
+TEST_F(Tree, TakesTheFilesNumberForOneThatWasPutInPlace) {
     CKeyOrValue& number = tree.addValue(key("Top"), "n", CRegLib::eDword, composeDwordLine("n", 7));
     const std::string text = write();
     ASSERT_TRUE(tree.setNumberInPlace(number, 8));
