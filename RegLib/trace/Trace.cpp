@@ -10,8 +10,8 @@
 // one word, and writes down day and minute of the attempt; whoever comes meanwhile uses the old file, or
 // waits a moment when there is none. A failed attempt is not repeated within its minute, or a full disk
 // would make every line try again. Day and minute are those of the local time, which takes longer than all
-// else that a line costs a process without a file, and a lock that all threads share: it is made out once in
-// a second.
+// else that a line costs a process without a file, and a lock that all threads share: it is made out once in a
+// second.
 //
 // The winner must not close the old stream: another thread may be between reading the pointer and writing.
 // It puts the new file under the old one's descriptor instead (dup3). The stream object stays what it was,
@@ -251,6 +251,9 @@ bool CRegLibTrace::write(const char* line) {
 }
 
 void CRegLibTrace::trace(const char* format, ...) {
+    if (!m_pFile.load() && !m_opening.load() && std::time(nullptr) == m_settledSecond.load()) {
+        return;  // most machines have no directory for the log
+    }
     const VQRegLib::CNoCancellation noCancellation;  // destructors write lines too
     char line[kLineSize] = {};
     bool isWritten = false;
