@@ -16,6 +16,7 @@
 #include "support/TempStore.h"
 #include "support/TinyFileSystem.h"
 #include "support/TraceLog.h"
+#include "support/Wait.h"
 
 using namespace VQRegLib;
 using testing::ElementsAre;
@@ -41,10 +42,13 @@ public:
     }
 };
 
-// Moves the local time of the process; the direction is that of the TZ variable, against the sun.
+// Moves the local time of the process, from the next second on, because a local time is good for its
+// second; the direction is that of the TZ variable, against the sun.
 void setZone(const char* zone) {
+    const std::time_t before = std::time(nullptr);
     ASSERT_EQ(::setenv("TZ", zone, 1), 0);
     ::tzset();
+    ASSERT_TRUE(vqtest::waitUntil([before] { return std::time(nullptr) != before; }));
 }
 
 int minuteNow() {
