@@ -251,8 +251,10 @@ bool CRegLibTrace::write(const char* line) {
 }
 
 void CRegLibTrace::trace(const char* format, ...) {
-    if (!m_pFile.load() && !m_opening.load() && std::time(nullptr) == m_settledSecond.load()) {
-        return;  // most machines have no directory for the log
+    // Most machines have no directory for the log. In this order: a second in which nothing is left to open is
+    // known once somebody has begun to open the file, and when he has ended the file is there or will not be.
+    if (std::time(nullptr) == m_settledSecond.load() && !m_opening.load() && !m_pFile.load()) {
+        return;
     }
     const VQRegLib::CNoCancellation noCancellation;  // destructors write lines too
     char line[kLineSize] = {};
