@@ -52,6 +52,10 @@ says "^round 1 \(plain, .*\): 2 tests, 1 skipped, 0 failed"
 says "^4 rounds, 8 tests, 4 skipped, 0 failures$"
 steady || fail "it is not content the second time"
 ! grep -q "^round" "$work/log" || fail "it repeats itself"
+# As a test leaves one that was killed.
+mkdir "$work/build/bin/left"
+steady || fail "a directory among the programs is too much for it"
+! grep -q "^round" "$work/log" || fail "a directory is a program to it"
 
 tests holds true never "exit 77"
 status=0
