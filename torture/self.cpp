@@ -5,9 +5,11 @@
 
 #include <cstdlib>
 #include <fstream>
+#include <memory>
 #include <string>
 
 #include "power/Disk.h"
+#include "support/Acknowledged.h"
 #include "support/Torture.h"
 
 namespace {
@@ -83,6 +85,20 @@ void hangs(Run& run) {
     sleepForLong();
 }
 
+// A long run counts more numbers than are known at a time: of the last ones each is told once.
+void tells(Run&) {
+    using vqtorture::kNumbersKnown;
+    const auto told = std::make_unique<vqtorture::Acknowledged>();
+    for (const std::uint32_t first : {1u, kNumbersKnown - 40, 2 * kNumbersKnown - 40}) {
+        for (std::uint32_t number = first; number < first + 80; ++number) {
+            vqtorture::require(told->add(number), "nobody was told of " + std::to_string(number));
+        }
+        vqtorture::require(!told->add(first + 40), "two were told of one number");
+    }
+    vqtorture::require(told->add(41), "who comes a turn too late passes for the second one");
+    vqtorture::require(!told->add(2 * kNumbersKnown), "who comes too late wipes out what is known");
+}
+
 // Where the outer file system lay there are zeroes. Only the first time a disk may be one that this machine
 // does not allow.
 void damaged(Run& run) {
@@ -108,6 +124,7 @@ int main(int argc, char** argv) {
                                 {"waits", hangs},
                                 {"hangs", hangs},
                                 {"leaves", leaves},
+                                {"tells", tells},
                                 {"damaged", damaged}},
                                argc, argv);
 }

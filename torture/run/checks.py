@@ -144,5 +144,6 @@ OWN = [
     Check("self.waits", "does not end for long", quick=1, long=1, piece=1, limit=600),
     Check("self.alone", "does not end for long, and has started nobody", quick=1, long=1, piece=1, limit=600),
     Check("self.leaves", "leaves a process behind", quick=1, long=1, piece=1),
+    Check("self.tells", "tells each number once", quick=1, long=1, piece=1),
     Check("self.damaged", "has a disk that cannot be mounted after a power cut", quick=1, long=1, piece=1),
 ]

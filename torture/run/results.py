@@ -4,20 +4,24 @@ import json
 import os
 
 
-def identity(programs, others):
-    """Of the programs but for the others, and of the libraries beside them: what others have done proves
-    nothing of these."""
-    digest = hashlib.sha1()
-    for file in sorted([*programs.iterdir(), *(programs.parent / "lib").glob("*.so")]):
-        if file.is_file() and file.name not in others:
-            digest.update(file.name.encode() + b"\0" + file.read_bytes())
-    return digest.hexdigest()[:12]
+def digests(programs):
+    """{file's name: digest}, of the programs and of the libraries beside them."""
+    files = [*programs.iterdir(), *(programs.parent / "lib").glob("*.so")]
+    return {file.name: hashlib.sha1(file.read_bytes()).digest() for file in sorted(files) if file.is_file()}
 
 
 def identities(programs, checks):
-    """{check's program: identity}, given all checks: none depends on the programs of others."""
+    """{check's program: identity}, given all checks: what others have done proves nothing of these
+    programs and libraries, but none depends on the programs of other checks."""
     names = {check.program for check in checks}
-    return {name: identity(programs, names - {name}) for name in names}
+    files = digests(programs)
+
+    def identity(program):
+        mine = [name.encode() + b"\0" + digest for name, digest in files.items()
+                if name == program or name not in names]
+        return hashlib.sha1(b"".join(mine)).hexdigest()[:12]
+
+    return {name: identity(name) for name in names}
 
 
 def merge(figures, more):

@@ -10,6 +10,7 @@
 #include <cstdio>
 
 #include "VQRegLib.h"
+#include "support/Acknowledged.h"
 #include "support/Children.h"
 #include "support/Torture.h"
 #include "support/WatchedStore.h"
@@ -17,12 +18,10 @@
 namespace vqtorture {
 
 constexpr char kCounter[] = "Counter";
-constexpr std::size_t kMostNumbers = 1u << 24;
-constexpr std::size_t kNumbersInWord = 64;
 
 /// Lives in memory that the processes share, in a Common.
 struct Ledger {
-    std::array<std::atomic<std::uint64_t>, kMostNumbers / kNumbersInWord> acknowledgedBits;
+    Acknowledged told;
     std::atomic<std::uint32_t> newest;  // the highest that is
     std::atomic<std::uint32_t> acknowledged;
     std::atomic<std::uint32_t> tried;
@@ -45,9 +44,7 @@ struct Ledger {
     }
 
     void acknowledge(std::uint32_t number) {
-        const std::uint64_t bit = std::uint64_t{1} << number % kNumbersInWord;
-        const std::size_t word = number % kMostNumbers / kNumbersInWord;
-        if ((acknowledgedBits[word].fetch_or(bit) & bit) != 0 && !mayRepeat) {
+        if (!told.add(number) && !mayRepeat) {
             noteFault("two were told that they had written a number", number, 0);
         }
         ++acknowledged;
