@@ -87,6 +87,8 @@ TEST_F(Run, NoDescriptorOfTheCommandReachesTheProgram) {
 }
 
 TEST_F(Run, EndsAsTheProgramDoes) {
+    // A directory of the caller's that this user may not enter is another way to fail.
+    ::setenv("PATH", "/usr/bin:/bin", 1);
     for (const Arguments& options : {Arguments{}, {"--restart"}, {"--signal", "sighup"}}) {
         EXPECT_EQ(finished(options, {"/bin/sh", "-c", "exit 42"}), (CommandResult{42, "", ""}));
         EXPECT_EQ(finished(options, {"no such program"}),

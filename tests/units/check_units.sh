@@ -85,7 +85,17 @@ check_logs() {
     [ -e "$logs/$old" ] || fail "logs are removed with the rights of root"
 }
 
+# Who is root only among his own processes has nobody to give a file to.
+has_users() {
+    touch "$work/given"
+    chown 64001:64001 "$work/given" 2>/dev/null && return 0
+    echo "left out: files cannot be given to another user here"
+    return 1
+}
+
 if has systemd-analyze; then check_units; fi
-if has systemd-sysusers && has systemd-tmpfiles; then check_directories; fi
-if has logrotate; then check_logs; fi
+if has_users; then
+    if has systemd-sysusers && has systemd-tmpfiles; then check_directories; fi
+    if has logrotate; then check_logs; fi
+fi
 [ "$ran" = 1 ] || exit 77

@@ -36,11 +36,15 @@ CHECKS = [
           on_disk=True, limit=300),
     # Of all places a piece has the part that its seed says, and visits each as often as its count says.
     Check("kill.calls", "killed at every system call", quick=1, long=30, piece=3, limit=300, parts=10),
+    Check("kill.calls.disk", "the same with the store on the disk", quick=0, long=10, piece=1, on_disk=True,
+          limit=300, parts=10),
     Check("kill.again", "killed at every system call, and again in the start that follows",
           quick=1, long=80, piece=8, limit=300, parts=10),
     Check("kill.mending", "killed at every system call of a replacement, and again at every one of the "
           "mending", quick=1, long=60, piece=1, parts=60),
     Check("kill.stop", "stopped at every system call", quick=1, long=30, piece=3, limit=600, parts=10),
+    Check("kill.stop.disk", "the same with the store on the disk", quick=0, long=10, piece=1, on_disk=True,
+          limit=600, parts=10),
     Check("ends.handlers", "handlers removed while they run", quick=3000, long=100_000, piece=5000,
           sanitizers=("address", "thread")),
     Check("ends.cancel", "threads cancelled at every system call", quick=1, long=50, piece=5,

@@ -246,14 +246,12 @@ TEST_F(StoreTrace, TellsWithFlowWhySystemObjectsCouldNotBeMade) {
 }
 
 TEST_F(StoreTrace, NamesTheObjectThatIsRefusedAndItsUser) {
-    constexpr int kUser = 65534;
+    constexpr uid_t kUser = 65534;
     for (const std::string kind : {"CPLock", "CPBlock"}) {
         const std::string object = VQRegLib::objectPath(kind, file.path());
         ASSERT_EQ(::mkdir(object.c_str(), 0777), 0);
-        if (::geteuid() == 0) {
-            ASSERT_EQ(::chown(object.c_str(), kUser, kUser), 0);
-        }
-        const std::string user = std::to_string(::geteuid() == 0 ? kUser : ::geteuid());
+        const bool isGiven = ::chown(object.c_str(), kUser, kUser) == 0;
+        const std::string user = std::to_string(isGiven ? kUser : ::geteuid());
         setLevel(1);
         EXPECT_THROW(open(), VQException);
         EXPECT_THAT(lines(), ElementsAre("(Error) CRegLibImplFile::Lock (0x@), \"" + object +
