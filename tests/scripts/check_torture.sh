@@ -90,6 +90,12 @@ ends_by() {
     [ "$3" = self.alone ] || expect_put_back "SIG$1"
 }
 
+# The long form can say how long it takes.
+PYTHONPATH=$project/torture/run /usr/bin/python3 -B -c '
+import checks, measured
+unknown = {check.name for check in checks.CHECKS + checks.OWN[:1]} - measured.SECONDS.keys()
+assert not unknown, f"nobody has measured {unknown}"' || fail "not every check is measured"
+
 torture self.holds --seed 7
 expect 0 "ok      self.holds" "turns 10" "largest 7" "1 of 1 checks hold; "
 [[ $said =~ \;\ [0-9]+\ s\.$ ]] || fail "no seconds at the end of: $said"
