@@ -36,11 +36,26 @@ public:
         m_location = location;
     }
 
+    // Enters if nobody is inside and the thread is no new one, which needs neither waiting nor a call.
+    [[nodiscard]] bool tryEnterAtOnce(int location) TRY_ACQUIRE(true) {
+        if (knownThreadNumber() == 0 || !tryTake()) {
+            return false;
+        }
+        m_depth = 1;
+        m_location = location;
+        return true;
+    }
+
     // By a thread that is not inside: changes nothing.
     void leave(int location) RELEASE() {
-        if (!isInside()) {
-            return;
+        if (isInside()) {
+            leaveEntered(location);
         }
+    }
+
+    // By a thread that has entered, as it knows. In a child of fork that has forgotten it meanwhile nobody
+    // is inside, and nobody is afterwards.
+    void leaveEntered(int location) RELEASE() {
         m_location = -location;  // negative: left from there
         if (--m_depth == 0) {
             release();

@@ -21,6 +21,11 @@ inline std::uint64_t currentThreadNumber() {
     return number != 0 ? number : numberThisThread();
 }
 
+// The same for who has no time for a call: 0 until currentThreadNumber was asked for.
+inline std::uint64_t knownThreadNumber() {
+    return t_threadNumber;
+}
+
 }  // namespace VQRegLib
 
 #endif  // PORTABLE_THREADNUMBER_H

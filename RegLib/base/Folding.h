@@ -25,11 +25,14 @@ inline std::uint64_t loadTail(const char* at, std::size_t size) {
         return loadWord<std::uint32_t>(at) | std::uint64_t{loadWord<std::uint32_t>(at + size - 4)}
                                                  << (8 * (size - 4));
     }
-    if (size >= 2) {
-        return loadWord<std::uint16_t>(at) | std::uint64_t{loadWord<std::uint16_t>(at + size - 2)}
-                                                 << (8 * (size - 2));
+    if (size == 0) {
+        return 0;
     }
-    return size == 1 ? static_cast<unsigned char>(*at) : 0;
+    // The first, the middle and the last one, which of one or two bytes are the same in part.
+    const auto byte = [at](std::size_t of) {
+        return std::uint64_t{static_cast<unsigned char>(at[of])} << (8 * of);
+    };
+    return byte(0) | byte(size / 2) | byte(size - 1);
 }
 
 // Adds 0x20 to each byte from A to Z. A sum of seven bits and a constant carries into the eighth bit
@@ -43,29 +46,31 @@ constexpr std::uint64_t foldedWord(std::uint64_t word) {
     return word | isLetter >> 2;
 }
 
-// The last word of a text that is no multiple of eight bytes long, of which `left` bytes are left at
-// `at`: where the text is long enough, some bytes before them are in it again, which takes one load.
-inline std::uint64_t loadLast(const char* at, std::size_t left, std::size_t size) {
-    return size >= 8 ? loadWord<std::uint64_t>(at + left - 8) : loadTail(at, left);
+// A text of at most 16 bytes as two words: its first eight bytes and its last eight, which may be the same
+// ones in part. Of fewer than eight bytes both words are in the first one, with zeroes behind them.
+struct CTwoWords {
+    std::uint64_t first;
+    std::uint64_t last;
+};
+constexpr std::size_t kTwoWords = 16;
+
+inline CTwoWords loadTwoWords(const char* at, std::size_t size) {
+    if (size >= 8) {
+        return {loadWord<std::uint64_t>(at), loadWord<std::uint64_t>(at + size - 8)};
+    }
+    return {loadTail(at, size), 0};
 }
 
-// Calls `use` with the words of a text, folded, one after the other. The last one may begin with bytes that
-// the one before it has ended with.
-template <typename Use>
-[[gnu::always_inline]] inline void forEachFoldedWord(std::string_view text, Use&& use) {
-    const std::size_t size = text.size();
-    std::size_t at = 0;
-    for (; size - at >= 8; at += 8) {
-        use(foldedWord(loadWord<std::uint64_t>(text.data() + at)));
-    }
-    if (at < size) {
-        use(foldedWord(loadLast(text.data() + at, size - at, size)));
-    }
+constexpr CTwoWords folded(const CTwoWords& words) {
+    return {foldedWord(words.first), foldedWord(words.last)};
 }
 
 // Most names are asked for as they were created.
-inline bool isSameWord(std::uint64_t one, std::uint64_t other) {
-    return one == other || foldedWord(one) == foldedWord(other);
+constexpr bool isSameFolded(const CTwoWords& one, const CTwoWords& other) {
+    const auto isSame = [](const CTwoWords& left, const CTwoWords& right) {
+        return ((left.first ^ right.first) | (left.last ^ right.last)) == 0;
+    };
+    return isSame(one, other) || isSame(folded(one), folded(other));
 }
 
 // Whether two names are the same once they are folded.
@@ -76,13 +81,12 @@ inline bool isSameName(std::string_view name, std::string_view other) {
     const char* at = name.data();
     const char* from = other.data();
     std::size_t left = name.size();
-    for (; left >= 8; at += 8, from += 8, left -= 8) {
-        if (!isSameWord(loadWord<std::uint64_t>(at), loadWord<std::uint64_t>(from))) {
+    for (; left > kTwoWords; at += kTwoWords, from += kTwoWords, left -= kTwoWords) {
+        if (!isSameFolded(loadTwoWords(at, kTwoWords), loadTwoWords(from, kTwoWords))) {
             return false;
         }
     }
-    return left == 0 ||
-           isSameWord(loadLast(at, left, name.size()), loadLast(from, left, name.size()));
+    return isSameFolded(loadTwoWords(at, left), loadTwoWords(from, left));
 }
 
 // The order of names: of their folded bytes, a shorter one before those that begin with it.

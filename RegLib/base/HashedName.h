@@ -2,6 +2,7 @@
 #ifndef REGLIB_BASE_HASHEDNAME_H
 #define REGLIB_BASE_HASHEDNAME_H
 
+#include <bit>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -10,11 +11,34 @@
 
 namespace VQRegLib {
 
+// The halves of the product, one over the other.
+inline std::uint64_t foldedProduct(std::uint64_t one, std::uint64_t other) {
+#ifdef __SIZEOF_INT128__
+    __extension__ using CProduct = unsigned __int128;
+    const CProduct product = CProduct{one} * other;
+    return static_cast<std::uint64_t>(product >> 64) ^ static_cast<std::uint64_t>(product);
+#else
+    // By its four parts: nobody compares it with that of another kind of machine.
+    const std::uint64_t low = one & 0xFFFFFFFF;
+    const std::uint64_t otherLow = other & 0xFFFFFFFF;
+    return (low * otherLow ^ (one >> 32) * (other >> 32)) +
+           std::rotl(low * (other >> 32) ^ (one >> 32) * otherLow, 32);
+#endif
+}
+
 // A name, as somebody wrote it, and a hash that all its spellings have. The text is the caller's: this is
 // for arguments.
 class CHashedName {
 public:
-    CHashedName(std::string_view name) : m_text(name), m_hash(hashOf(name)) {}
+    [[gnu::always_inline]] CHashedName(std::string_view name)
+        : m_text(name), m_hash((origin() + name.size()) * kFactor) {
+        std::size_t before = 0;
+        if (name.size() > kTwoWords) [[unlikely]] {
+            before = addAllButTheEnd();
+        }
+        m_end = loadTwoWords(name.data() + before, name.size() - before);
+        add(m_end);
+    }
     CHashedName(const std::string& name) : CHashedName(std::string_view(name)) {}
     CHashedName(const char* name) : CHashedName(std::string_view(name)) {}
 
@@ -23,23 +47,36 @@ public:
     // Differs from one process to another: what users put into a file cannot be made to collide.
     std::uint64_t hash() const { return m_hash; }
 
+    // Whether the other name is this one once both are folded.
+    bool isSame(std::string_view other) const {
+        if (m_text.size() > kTwoWords) [[unlikely]] {
+            return isSameName(m_text, other);
+        }
+        return m_text.size() == other.size() &&
+               isSameFolded(m_end, loadTwoWords(other.data(), other.size()));
+    }
+
 private:
-    static constexpr std::uint64_t kFactor =
-        0x9E3779B97F4A7C15;  // odd, and its bits look like chance
+    // Odd, and their bits look like chance.
+    static constexpr std::uint64_t kFactor = 0x9E3779B97F4A7C15;
+    static constexpr std::uint64_t kSecret = 0xD6E8FEB86659FD93;
 
     // Where the library lies in memory is drawn anew for each process.
     static const char m_anchor;
+    static std::uint64_t origin() { return reinterpret_cast<std::uintptr_t>(&m_anchor); }
 
-    static std::uint64_t hashOf(std::string_view name) {
-        std::uint64_t hash = (reinterpret_cast<std::uintptr_t>(&m_anchor) + name.size()) * kFactor;
-        forEachFoldedWord(name, [&](std::uint64_t word) {
-            hash = (hash ^ word) * kFactor;
-            hash ^= hash >> 29;
-        });
-        return hash;
+    // A product of two factors of which neither is known outside: no pair of words makes up for what
+    // another pair has changed.
+    void add(const CTwoWords& words) {
+        const CTwoWords small = folded(words);
+        m_hash = foldedProduct(small.first ^ kSecret ^ origin(), small.last ^ m_hash);
     }
 
+    // The bytes of a long name before its last words: how many.
+    std::size_t addAllButTheEnd();
+
     std::string_view m_text;
+    CTwoWords m_end;  // of the text, or all of it
     std::uint64_t m_hash;
 };
 

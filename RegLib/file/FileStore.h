@@ -115,6 +115,7 @@ private:
     std::unique_ptr<CRegKey> createRootKey(const char* root);
 
     friend class CStoreLock;
+    friend class CLookUp;
     friend class COperation;
     [[nodiscard]] int takeLock(unsigned long milliseconds);
 

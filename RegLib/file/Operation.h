@@ -34,34 +34,16 @@ private:
 };
 
 // An operation begins by bringing the tree up to date, which it cannot forget: that is its
-// construction, and the code of it comes before all others. It goes on by looking things up. One that
-// finds that it has to change something asks for the lock, and when it gets it now, it looks things
-// up once more: the tree may have been brought up to date again.
-class COperation {
+// construction, and the code of it comes before all others. It goes on by looking things up. What only
+// looks things up is no more than this, and no part of it is in memory.
+class CLookUp {
 public:
     using CKeyOrValue = CRegLibImplFile::CKeyOrValue;
 
-    explicit COperation(CRegLibImplFile& store, eUnwinding unwinding = eUnwinding::eRelease)
+    explicit CLookUp(CRegLibImplFile& store, eUnwinding unwinding = eUnwinding::eRelease)
         : m_store(store), m_result(store.ImportConfig(unwinding)) {}
 
     int result() const { return m_result; }
-
-    // Runs a piece of the operation that looks things up: without the lock, and where it returns
-    // kNeedsLock, again with it. REGLIB_E_FILE_OPEN when the lock cannot be had, REGLIB_E_FAIL
-    // without memory, or while the thread has an update through another store on the file.
-    template <typename Piece>
-    [[nodiscard]] int change(Piece&& piece) {
-        int result = piece();
-        if (result == kNeedsLock) {
-            result = lockForChange();
-            if (result >= 0) {
-                result = piece();
-            }
-        }
-        return result;
-    }
-    static constexpr int kNeedsLock = 1;  // no result code is positive
-    bool isLocked() const { return m_lock.has_value() || m_store.isUpdating(); }
 
     // Finds the handle's key. REGLIB_E_INVALID_HANDLE, REGLIB_E_NOT_A_KEY.
     [[nodiscard]] int findKey(const CRegKey& key) {
@@ -82,7 +64,7 @@ public:
         if (result < 0) {
             return result;
         }
-        m_value = m_store.m_tree->findChild(*m_key, std::string_view(name));
+        m_value = m_store.m_tree->findNamed(*m_key, name);
         return m_value && m_value->isKey() ? REGLIB_E_NOT_A_VALUE : REGLIB_OK;
     }
 
@@ -95,14 +77,42 @@ public:
     CKeyOrValue* key() const { return m_key; }
     CKeyOrValue* value() const { return m_value; }
 
+protected:
+    CRegLibImplFile& m_store;
+    int m_result;
+
+private:
+    CKeyOrValue* m_key = nullptr;
+    CKeyOrValue* m_value = nullptr;
+};
+
+// One that finds that it has to change something asks for the lock, and when it gets it now, it looks
+// things up once more: the tree may have been brought up to date again.
+class COperation : public CLookUp {
+public:
+    using CLookUp::CLookUp;
+
+    // Runs a piece of the operation that looks things up: without the lock, and where it returns
+    // kNeedsLock, again with it. REGLIB_E_FILE_OPEN when the lock cannot be had, REGLIB_E_FAIL
+    // without memory, or while the thread has an update through another store on the file.
+    template <typename Piece>
+    [[nodiscard]] int change(Piece&& piece) {
+        int result = piece();
+        if (result == kNeedsLock) {
+            result = lockForChange();
+            if (result >= 0) {
+                result = piece();
+            }
+        }
+        return result;
+    }
+    static constexpr int kNeedsLock = 1;  // no result code is positive
+    bool isLocked() const { return m_lock.has_value() || m_store.isUpdating(); }
+
 private:
     [[nodiscard]] int lockForChange();
 
-    CRegLibImplFile& m_store;
     std::optional<CStoreLock> m_lock;
-    int m_result;
-    CKeyOrValue* m_key = nullptr;
-    CKeyOrValue* m_value = nullptr;
 };
 
 }  // namespace VQRegLib

@@ -146,10 +146,10 @@ int CRegLibImplFile::VQRegQueryValue(CRegKey& key, const char* valueName, CRegLi
     type = CRegLib::eNone;
     int result = REGLIB_OK;
     try {
-        COperation operation(*this, eUnwinding::eKeepLock);
-        result = operation.findExistingValue(key, valueName);
+        CLookUp found(*this, eUnwinding::eKeepLock);
+        result = found.findExistingValue(key, valueName);
         if (result >= 0) {
-            CKeyOrValue& value = *operation.value();
+            CKeyOrValue& value = *found.value();
             type = value.type();
             const CDataBuffer room{buffer, buffer ? *size : 0, size};
             result = type == CRegLib::eDword ? giveNumber(m_tree->dwordOf(value), room)
@@ -166,10 +166,10 @@ int CRegLibImplFile::VQRegQueryValueType(CRegKey& key, const char* valueName,
                                          CRegLib::eDataType& type) {
     type = CRegLib::eNone;
     return guarded([&] {
-        COperation operation(*this);
-        const int result = operation.findExistingValue(key, valueName);
+        CLookUp found(*this);
+        const int result = found.findExistingValue(key, valueName);
         if (result >= 0) {
-            type = operation.value()->type();
+            type = found.value()->type();
         }
         return result;
     });

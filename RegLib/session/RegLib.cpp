@@ -80,6 +80,22 @@ const char* fullName(const CRegKey& key) {
     return traceText(key.GetKeyFullName());
 }
 
+// A query with all that is seldom needed. It stands apart from the one below, which is called a million
+// times a second and keeps nothing for it.
+[[gnu::noinline]] int query(const CRegLib& session, CRegLibImpl* impl, CRegKey& key,
+                            const char* valueName, CRegLib::eDataType& type, unsigned char* buffer,
+                            unsigned long* size) {
+    REGLIB_TRACE(eTraceFlow, "CRegLib::VQRegQueryValue (0x%08X), ValueName \"%s\"\n",
+                 traceId(&session), traceText(valueName));
+    const bool given = valueName && size;
+    if (impl && !given) {
+        type = CRegLib::eNone;
+    }
+    return delegate(impl, given, __LINE__, [&](CRegLibImpl& store) {
+        return store.VQRegQueryValue(key, valueName, type, buffer, size);
+    });
+}
+
 }  // namespace
 
 CRegLib::CRegLib(const char* name, const char* key, LOCATION location, int* result)
@@ -199,15 +215,17 @@ int CRegLib::VQRegQueryValueType(CRegKey& key, const char* valueName, eDataType&
 
 int CRegLib::VQRegQueryValue(CRegKey& key, const char* valueName, eDataType& type,
                              unsigned char* buffer, unsigned long* size) {
-    REGLIB_TRACE(eTraceFlow, "CRegLib::VQRegQueryValue (0x%08X), ValueName \"%s\"\n", traceId(this),
-                 traceText(valueName));
-    const bool given = valueName && size;
-    if (m_pImpl && !given) {
-        type = eNone;
+    CRegLibImpl* const store = m_pImpl;
+    const bool isAtOnce = store && valueName && size && !traceFor(eTraceFlow) &&
+                          CRegLibImplDirectory::isUsable() &&
+                          tryEnterSessionAtOnce(*store, __LINE__);
+    if (!isAtOnce) [[unlikely]] {
+        return query(*this, m_pImpl, key, valueName, type, buffer, size);
     }
-    return delegate(m_pImpl, given, __LINE__, [&](CRegLibImpl& store) {
-        return store.VQRegQueryValue(key, valueName, type, buffer, size);
-    });
+    const int result =
+        guarded([&] { return store->VQRegQueryValue(key, valueName, type, buffer, size); });
+    store->m_critSec.leaveEntered(__LINE__);
+    return result;
 }
 
 int CRegLib::VQRegEnumKeys(CRegKey& key, int index, std::string& name) {

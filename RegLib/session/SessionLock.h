@@ -31,6 +31,13 @@ inline bool enterSession(CRegLibImpl& store, int location)
     return true;
 }
 
+// The same where nothing stands in the way and nothing has to be called: as most operations begin.
+inline bool tryEnterSessionAtOnce(CRegLibImpl& store, int location)
+    TRY_ACQUIRE(true, store.m_critSec) NO_THREAD_SAFETY_ANALYSIS {
+    return CRegLibImpl::m_openUpdates.load(std::memory_order_relaxed) == 0 &&
+           store.m_critSec.tryEnterAtOnce(location);
+}
+
 // Drops so many levels of the update of that number, if the calling thread is in it.
 void dropUpdates(CRegLibImpl& store, std::uint32_t number, int levels);
 

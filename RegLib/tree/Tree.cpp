@@ -71,6 +71,10 @@ std::size_t CTree::countOfKind(const CKeyOrValue& parent, bool isKey) const {
     return isKey ? children.keys.size() : children.values.size();
 }
 
+CKeyOrValue* CTree::findNamed(const CKeyOrValue& parent, const char* name) const {
+    return findChild(parent, CHashedName(name));
+}
+
 CKeyOrValue* CTree::childOfKind(const CKeyOrValue& parent, bool isKey, int index) const {
     const CChildren& children = m_children[parent.m_children];
     const CSiblings& siblings = isKey ? children.keys : children.values;

@@ -57,10 +57,13 @@ public:
         const NodeNumber found =
             m_index.find(CNameIndex::hashOf(parent, name.hash()), [&](NodeNumber number) {
                 const CKeyOrValue& of = node(number);
-                return of.m_parent == parent.m_number && isSameName(nameOf(of), name.text());
+                return of.m_parent == parent.m_number && name.isSame(nameOf(of));
             });
         return found != 0 ? &node(found) : nullptr;
     }
+
+    // The same by a call: what finds a value is not made a part of each operation.
+    CKeyOrValue* findNamed(const CKeyOrValue& parent, const char* name) const;
 
     // The index-th sub key, or value; null past the last one and for an index below 0.
     CKeyOrValue* childOfKind(const CKeyOrValue& parent, bool isKey, int index) const;

@@ -4,6 +4,8 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cstring>
 #include <memory>
 #include <random>
 #include <string>
@@ -24,16 +26,24 @@ std::string foldedByBytes(std::string_view text) {
     return folded;
 }
 
-// The last word may repeat bytes of the one before it.
+// Both words may have some bytes of the text.
 std::string foldedByWords(std::string_view text) {
-    std::string folded;
-    forEachFoldedWord(text, [&](std::uint64_t word) {
-        const bool isRepeating = text.size() >= 8 && folded.size() + 8 > text.size();
-        folded.resize(isRepeating ? text.size() - 8 : folded.size());
-        folded.append(reinterpret_cast<const char*>(&word), sizeof word);
-    });
-    EXPECT_EQ(folded.substr(text.size()), std::string(folded.size() - text.size(), '\0'));
-    return folded.substr(0, text.size());
+    std::string all;
+    do {
+        const std::size_t size = std::min(text.size(), kTwoWords);
+        const CTwoWords words = folded(loadTwoWords(text.data(), size));
+        std::string piece(kTwoWords, '\0');
+        if (size >= 8) {
+            std::memcpy(piece.data() + size - 8, &words.last, 8);
+        } else {
+            EXPECT_EQ(words.last, 0u);
+        }
+        std::memcpy(piece.data(), &words.first, 8);
+        EXPECT_EQ(piece.substr(size), std::string(kTwoWords - size, '\0'));
+        all += piece.substr(0, size);
+        text.remove_prefix(size);
+    } while (!text.empty());
+    return all;
 }
 
 int sign(int number) {

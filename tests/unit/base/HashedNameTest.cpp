@@ -33,3 +33,29 @@ TEST(HashedName, FoldsLettersOfAsciiAndNoOtherByte) {
     EXPECT_NE(CHashedName("@").hash(), CHashedName("`").hash());
     EXPECT_NE(CHashedName("\xC4").hash(), CHashedName("\xE4").hash());
 }
+
+// As a chain of words would that are multiplied one after the other, whatever it begins with.
+TEST(HashedName, NoWordMakesUpForAChangeInTheOneBefore) {
+    for (const std::size_t size : {16u, 32u, 48u}) {
+        const std::string name(size, 'n');
+        std::string other = name;
+        other[size - 16 + 7] ^= '\x80';
+        other[size - 16 + 8 + 7] ^= '\x80';
+        other[size - 16 + 8 + 4] ^= '\x04';
+        EXPECT_NE(CHashedName(name).hash(), CHashedName(other).hash()) << size;
+    }
+}
+
+TEST(HashedName, IsTheSameAsItsOtherSpellingsAndAsNoOtherName) {
+    for (std::size_t size = 0; size <= 50; ++size) {
+        const std::string name(size, 'N');
+        EXPECT_TRUE(CHashedName(name).isSame(name));
+        EXPECT_TRUE(CHashedName(name).isSame(std::string(size, 'n')));
+        EXPECT_FALSE(CHashedName(name).isSame(name + 'n'));
+        for (std::size_t at = 0; at < size; ++at) {
+            std::string other(size, 'n');
+            other[at] = 'm';
+            EXPECT_FALSE(CHashedName(name).isSame(other)) << size << " " << at;
+        }
+    }
+}
