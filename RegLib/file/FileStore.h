@@ -103,7 +103,10 @@ public:
 
     // The node under which a handle is registered; null when it is not.
     CKeyOrValue* nodeOf(const CRegKey& key) const {
-        auto* const node = static_cast<CKeyOrValue*>(m_handles.nodeOf(CRegKeyAccess::id(key)));
+        const CRegKeyImpl* const record = CRegKeyAccess::record(key);
+        const bool isKnown = record && record->m_pRegLibImpl == this && record->m_node;
+        auto* const node = static_cast<CKeyOrValue*>(
+            isKnown ? record->m_node : m_handles.nodeOf(CRegKeyAccess::id(key)));
         return node && node->m_state != CKeyOrValue::eGone ? node : nullptr;
     }
 

@@ -74,6 +74,7 @@ void CHandleTable::retire(std::uint32_t id) {
     if (!entry) {
         return;
     }
+    entry->record->m_node = nullptr;
     *entry = Entry();
     --m_size;
     const std::size_t at = id / kChunkIds;

@@ -8,9 +8,9 @@
 #include <utility>
 #include <vector>
 
-namespace VQRegLib {
+#include "RegLib/store/KeyRecord.h"
 
-class CRegKeyImpl;
+namespace VQRegLib {
 
 // Handle ids, from 1 upwards and not given out twice in the first 2^32 openings, with the node and the
 // record that each stands for. Owns neither nodes nor records.
@@ -65,9 +65,10 @@ public:
     void orphan(IsGone&& isGone) {
         for (const std::unique_ptr<Chunk>& chunk : m_chunks) {
             for (std::uint32_t at = 0; chunk && at < kChunkIds; ++at) {
-                void*& node = chunk->entries[at].node;
-                if (node && isGone(node)) {
-                    node = nullptr;
+                Entry& entry = chunk->entries[at];
+                if (entry.node && isGone(entry.node)) {
+                    entry.node = nullptr;
+                    entry.record->m_node = nullptr;
                 }
             }
         }

@@ -67,6 +67,7 @@ void CRegKeyImplFile::SetKeyInfo(CRegLibImpl* owner, const char* fullName, const
 
 void CRegKeyImplFile::ClearKeyInfo() {
     m_pRegLibImpl = nullptr;
+    m_node = nullptr;
     replaceText(m_pszFullName, "", eThrowPoint::eClearFullName);
     replaceText(m_pszKeyName, "", eThrowPoint::eClearKeyName);
     m_ulHandleId = 0;

@@ -27,6 +27,9 @@ public:
     virtual void ClearKeyInfo() = 0;
 
     CRegLibImpl* m_pRegLibImpl;
+    // What the owner's table has under the id, for whoever cannot wait for a look into it; null when that
+    // has to be asked.
+    void* m_node = nullptr;
     std::uint32_t m_ulHandleId;
     char* m_pszKeyName;   // owned, from strdup
     char* m_pszFullName;  // owned, from strdup

@@ -52,6 +52,7 @@ void CRegLibImpl::setKeyInfo(CRegKey* key, const char* fullName, const char* key
 void CRegLibImpl::setKeyInfo(CRegKeyImpl* record, const char* fullName, const char* keyName,
                              void* node, std::uint32_t* handleId) {
     const std::uint32_t id = m_handles.nextId();
+    record->m_node = nullptr;
     CRegKeyImpl* const replaced = m_handles.enroll(node, record);
     if (replaced && replaced != record && replaced->m_lRefCount.load() < 0) {
         // Its registration had failed and no handle reaches it.
@@ -64,6 +65,7 @@ void CRegLibImpl::setKeyInfo(CRegKeyImpl* record, const char* fullName, const ch
         m_handles.clearPendingNode();
         throw;
     }
+    record->m_node = node;
     if (handleId) {
         *handleId = id;
     }

@@ -54,12 +54,14 @@ public:
     // Null when there is none. Every query is little else than this.
     [[gnu::always_inline]] CKeyOrValue* findChild(const CKeyOrValue& parent,
                                                   const CHashedName& name) const {
-        const NodeNumber found =
-            m_index.find(CNameIndex::hashOf(parent, name.hash()), [&](NodeNumber number) {
-                const CKeyOrValue& of = node(number);
-                return of.m_parent == parent.m_number && name.isSame(nameOf(of));
-            });
-        return found != 0 ? &node(found) : nullptr;
+        CKeyOrValue* found = nullptr;
+        m_index.find(CNameIndex::hashOf(parent, name.hash()), [&](NodeNumber number) {
+            CKeyOrValue& of = node(number);
+            const bool isIt = of.m_parent == parent.m_number && name.isSame(nameOf(of));
+            found = isIt ? &of : nullptr;
+            return isIt;
+        });
+        return found;
     }
 
     // The same by a call: what finds a value is not made a part of each operation.
