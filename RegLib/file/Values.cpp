@@ -15,6 +15,8 @@ namespace VQRegLib {
 
 namespace {
 
+using CKeyOrValue = CRegLibImplFile::CKeyOrValue;
+
 // The data of a value: whether a line says them already, and the line that does. Numbers keep the
 // stored spelling of the name in the line; texts and bytes take the caller's. Files in the field
 // depend on both.
@@ -23,8 +25,8 @@ struct CDword {
     static constexpr bool kKeepsSpelling = true;
     std::uint32_t number;
 
-    bool isIn(std::string_view line, std::string_view name) const {
-        return isDwordLine(line, name, number);
+    bool isIn(CTree& tree, CKeyOrValue& value, const char* /*name*/) const {
+        return tree.isLineOf(value, number);
     }
     std::string line(std::string_view name) const { return composeDwordLine(name, number); }
     bool putInPlace(CTree& tree, CKeyOrValue& value) const {
@@ -37,8 +39,8 @@ struct CText {
     static constexpr bool kKeepsSpelling = false;
     std::string_view text;
 
-    bool isIn(std::string_view line, std::string_view name) const {
-        return isStringLine(line, name, text);
+    bool isIn(CTree&, CKeyOrValue& value, const char* name) const {
+        return isStringLine(value.line(), name, text);
     }
     std::string line(std::string_view name) const { return composeStringLine(name, text); }
     static bool putInPlace(CTree&, CKeyOrValue&) { return false; }
@@ -50,8 +52,8 @@ struct CBytes {
     const unsigned char* data;
     std::size_t size;
 
-    bool isIn(std::string_view line, std::string_view name) const {
-        return isBinaryLine(line, name, data, size);
+    bool isIn(CTree&, CKeyOrValue& value, const char* name) const {
+        return isBinaryLine(value.line(), name, data, size);
     }
     std::string line(std::string_view name) const { return composeBinaryLine(name, data, size); }
     static bool putInPlace(CTree&, CKeyOrValue&) { return false; }
@@ -81,10 +83,9 @@ int CRegLibImplFile::changeValue(COperation& operation, CRegKey& key, const char
     if (opened < 0) {
         return opened;
     }
-    const CKeyOrValue* const old = operation.value();
+    CKeyOrValue* const old = operation.value();
     const bool keepsSpelling = old && Data::kKeepsSpelling;
-    const bool isSame = old && old->m_eDataType == Data::kType &&
-                        data.isIn(old->line(), keepsSpelling ? m_tree->nameOf(*old) : name);
+    const bool isSame = old && old->m_eDataType == Data::kType && data.isIn(*m_tree, *old, name);
     if (!isSame && !operation.isLocked()) {
         return COperation::kNeedsLock;
     }

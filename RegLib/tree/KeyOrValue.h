@@ -39,11 +39,17 @@ public:
     std::uint32_t m_children = 0;  // its lists, 0 while there was never a child
     union {
         std::uint32_t m_ulKeyHandleID = 0;  // of a key: the last one registered for it
-        std::uint32_t m_dword;              // of a value, when m_isDecoded
+        std::uint32_t m_dword;              // of a value that has been decoded
     };
     std::int8_t m_iIsKey = 0;  // 1 for a key, 0 for a value
     std::uint8_t m_eDataType = CRegLib::eNone;
-    bool m_isDecoded = false;  // m_dword is the value's number
+
+    enum eNumber : std::uint8_t {
+        eNotDecoded,
+        eDecoded,    // m_dword is the value's number
+        eAsComposed  // and its line is as one is composed for that number
+    };
+    eNumber m_eNumber = eNotDecoded;
 
     enum eState : std::uint8_t {
         eInTree,
