@@ -198,12 +198,12 @@ void CRegLibImplFile::freeGoneNodes() {
 
 int CRegLibImplFile::VQRegEnumKeys(CRegKey& key, int index, std::string& name) {
     return guarded([&] {
-        COperation operation(*this);
-        const int result = operation.findKey(key);
+        CLookUp found(*this);
+        const int result = found.findKey(key);
         if (result < 0) {
             return result;
         }
-        const CKeyOrValue* const child = m_tree->childOfKind(*operation.key(), true, index);
+        const CKeyOrValue* const child = m_tree->childOfKind(*found.key(), true, index);
         if (!child) {
             return REGLIB_E_NO_MORE_ITEMS;
         }

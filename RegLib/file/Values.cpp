@@ -197,12 +197,12 @@ int CRegLibImplFile::VQRegDeleteValue(CRegKey& key, const char* valueName) {
 int CRegLibImplFile::VQRegEnumValues(CRegKey& key, int index, std::string& name,
                                      CRegLib::eDataType& type) {
     return guarded([&] {
-        COperation operation(*this);
-        const int result = operation.findKey(key);
+        CLookUp found(*this);
+        const int result = found.findKey(key);
         if (result < 0) {
             return result;
         }
-        const CKeyOrValue* const child = m_tree->childOfKind(*operation.key(), false, index);
+        const CKeyOrValue* const child = m_tree->childOfKind(*found.key(), false, index);
         if (!child) {
             return REGLIB_E_NO_MORE_ITEMS;
         }

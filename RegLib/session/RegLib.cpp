@@ -51,6 +51,23 @@ template <typename Operation>
     return result;
 }
 
+// The same for what is called a million times a second: where nothing stands in the way. Otherwise
+// `inFull` is called, a function that stands apart and has the operation once more: what is seldom needed
+// costs a query nothing then, not even a register.
+template <typename Operation, typename InFull>
+[[nodiscard, gnu::always_inline]] inline int delegateAtOnce(CRegLibImpl* store, bool argumentsGiven,
+                                                            int location, Operation&& operation,
+                                                            InFull&& inFull) {
+    const bool isAtOnce = store && argumentsGiven && CRegLibImplDirectory::isUsable() &&
+                          tryEnterSessionAtOnce(*store, location);
+    if (!isAtOnce) [[unlikely]] {
+        return inFull();
+    }
+    const int result = guarded([&] { return operation(*store); });
+    store->m_critSec.leaveEntered(location);
+    return result;
+}
+
 // From the begin of an update to its end the session lock stays entered, by one entering that the end
 // leaves: no function has both.
 void enterUntilEndOfUpdate(CRegLibImpl& store, int location) NO_THREAD_SAFETY_ANALYSIS {
@@ -80,11 +97,9 @@ const char* fullName(const CRegKey& key) {
     return traceText(key.GetKeyFullName());
 }
 
-// A query with all that is seldom needed. It stands apart from the one below, which is called a million
-// times a second and keeps nothing for it.
-[[gnu::noinline]] int query(const CRegLib& session, CRegLibImpl* impl, CRegKey& key,
-                            const char* valueName, CRegLib::eDataType& type, unsigned char* buffer,
-                            unsigned long* size) {
+[[gnu::noinline]] int queryInFull(const CRegLib& session, CRegLibImpl* impl, CRegKey& key,
+                                  const char* valueName, CRegLib::eDataType& type,
+                                  unsigned char* buffer, unsigned long* size) {
     REGLIB_TRACE(eTraceFlow, "CRegLib::VQRegQueryValue (0x%08X), ValueName \"%s\"\n",
                  traceId(&session), traceText(valueName));
     const bool given = valueName && size;
@@ -93,6 +108,13 @@ const char* fullName(const CRegKey& key) {
     }
     return delegate(impl, given, __LINE__, [&](CRegLibImpl& store) {
         return store.VQRegQueryValue(key, valueName, type, buffer, size);
+    });
+}
+
+[[gnu::noinline]] int enumValuesInFull(CRegLibImpl* impl, CRegKey& key, int index,
+                                       std::string& name, CRegLib::eDataType& type) {
+    return delegate(impl, true, __LINE__, [&](CRegLibImpl& store) {
+        return store.VQRegEnumValues(key, index, name, type);
     });
 }
 
@@ -215,17 +237,12 @@ int CRegLib::VQRegQueryValueType(CRegKey& key, const char* valueName, eDataType&
 
 int CRegLib::VQRegQueryValue(CRegKey& key, const char* valueName, eDataType& type,
                              unsigned char* buffer, unsigned long* size) {
-    CRegLibImpl* const store = m_pImpl;
-    const bool isAtOnce = store && valueName && size && !traceFor(eTraceFlow) &&
-                          CRegLibImplDirectory::isUsable() &&
-                          tryEnterSessionAtOnce(*store, __LINE__);
-    if (!isAtOnce) [[unlikely]] {
-        return query(*this, m_pImpl, key, valueName, type, buffer, size);
-    }
-    const int result =
-        guarded([&] { return store->VQRegQueryValue(key, valueName, type, buffer, size); });
-    store->m_critSec.leaveEntered(__LINE__);
-    return result;
+    return delegateAtOnce(
+        m_pImpl, valueName && size && !traceFor(eTraceFlow), __LINE__,
+        [&](CRegLibImpl& store) {
+            return store.VQRegQueryValue(key, valueName, type, buffer, size);
+        },
+        [&] { return queryInFull(*this, m_pImpl, key, valueName, type, buffer, size); });
 }
 
 int CRegLib::VQRegEnumKeys(CRegKey& key, int index, std::string& name) {
@@ -234,9 +251,10 @@ int CRegLib::VQRegEnumKeys(CRegKey& key, int index, std::string& name) {
 }
 
 int CRegLib::VQRegEnumValues(CRegKey& key, int index, std::string& name, eDataType& type) {
-    return delegate(m_pImpl, true, __LINE__, [&](CRegLibImpl& store) {
-        return store.VQRegEnumValues(key, index, name, type);
-    });
+    return delegateAtOnce(
+        m_pImpl, true, __LINE__,
+        [&](CRegLibImpl& store) { return store.VQRegEnumValues(key, index, name, type); },
+        [&] { return enumValuesInFull(m_pImpl, key, index, name, type); });
 }
 
 CRegKey* CRegLib::RootKey() const {
