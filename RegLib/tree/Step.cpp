@@ -22,9 +22,12 @@
 #include "RegLib/tree/Step.h"
 
 #include <algorithm>
+#include <bit>
+#include <cstdint>
 #include <cstring>
 #include <memory>
 
+#include "RegLib/base/Folding.h"
 #include "RegLib/text/LineFormat.h"
 #include "RegLib/text/LineSplitter.h"
 
@@ -40,6 +43,41 @@ constexpr int kMostDifferences = 64;
 
 bool isBefore(CTreeText::CPlace one, CTreeText::CPlace other) {
     return one.piece != other.piece ? one.piece < other.piece : one.offset < other.offset;
+}
+
+// So many bytes at the beginning of two texts are the same.
+std::size_t equalBytes(const char* one, const char* other, std::size_t size) {
+    std::size_t at = 0;
+    while (at + kStride <= size && std::memcmp(one + at, other + at, kStride) == 0) {
+        at += kStride;
+    }
+    for (; at + sizeof(std::uint64_t) <= size; at += sizeof(std::uint64_t)) {
+        const std::uint64_t difference =
+            loadWord<std::uint64_t>(one + at) ^ loadWord<std::uint64_t>(other + at);
+        if (difference != 0) {
+            return at + static_cast<std::size_t>(std::countr_zero(difference)) / 8;
+        }
+    }
+    while (at < size && one[at] == other[at]) {
+        ++at;
+    }
+    return at;
+}
+
+// Where the last key line of a text begins; npos when it has none.
+std::size_t lastKeyLine(std::string_view text) {
+    std::size_t end = text.size();
+    while (end > 0) {
+        const void* const bracket = ::memrchr(text.data(), '[', end);
+        if (!bracket) {
+            break;
+        }
+        end = static_cast<std::size_t>(static_cast<const char*>(bracket) - text.data());
+        if (end == 0 || text[end - 1] == '\n') {
+            return end;
+        }
+    }
+    return std::string_view::npos;
 }
 
 bool isPlain(std::string_view line) {
@@ -118,13 +156,7 @@ std::size_t CStep::equalSize(std::string_view block) const {
     }
     const std::string_view old = m_text.from(m_place);
     const std::size_t most = std::min(block.size(), old.size());
-    std::size_t at = 0;
-    while (at + kStride <= most && std::memcmp(&block[at], &old[at], kStride) == 0) {
-        at += kStride;
-    }
-    while (at < most && block[at] == old[at]) {
-        ++at;
-    }
+    const std::size_t at = equalBytes(block.data(), old.data(), most);
     return at == most ? at : block.substr(0, at).rfind('\n') + 1;
 }
 
@@ -262,11 +294,10 @@ CKeyOrValue* CStep::currentKey() const {
                                   ? std::string_view()
                                   : m_text.pieces()[m_place.piece].substr(0, m_place.offset);
     for (std::size_t piece = m_place.piece;; before = m_text.pieces()[--piece]) {
-        const std::size_t found = before.rfind("\n[");
-        const bool isFirst = found == std::string_view::npos;
-        if (!isFirst || before.starts_with('[')) {
+        const std::size_t found = lastKeyLine(before);
+        if (found != std::string_view::npos) {
             std::string_view path;
-            std::string_view rest = before.substr(isFirst ? 0 : found + 1);
+            const std::string_view rest = before.substr(found);
             // Of no key: the path is empty then, which is the root's.
             (void)parseKeyLine(rest.substr(0, rest.find('\n')), path);
             CKeyOrValue* at = &m_tree.root();
