@@ -128,6 +128,42 @@ TEST(CritSec, IsTriedWithoutWaiting) {
     EXPECT_TRUE(isFree(critSec));
 }
 
+TEST(CritSec, IsEnteredAtOnceOnlyByAKnownThreadThatFindsNobody) {
+    CPCritSec critSec("", 1);
+    std::thread([&] {
+        EXPECT_FALSE(critSec.tryEnterAtOnce(__LINE__)) << "a thread without a number";
+        critSec.enter(__LINE__);
+        EXPECT_FALSE(critSec.tryEnterAtOnce(__LINE__)) << "not again";
+        critSec.leaveEntered(__LINE__);
+        EXPECT_TRUE(critSec.tryEnterAtOnce(__LINE__));
+        EXPECT_FALSE(isFree(critSec));
+        critSec.enter(__LINE__);
+        critSec.leaveEntered(__LINE__);
+        EXPECT_FALSE(isFree(critSec)) << "entered twice and left once";
+        critSec.leaveEntered(__LINE__);
+    }).join();
+    EXPECT_TRUE(isFree(critSec));
+    critSec.enter(__LINE__);
+    critSec.leave(__LINE__);
+    const OtherHolder holder(critSec);
+    EXPECT_FALSE(critSec.tryEnterAtOnce(__LINE__));
+}
+
+TEST(CritSec, IsFreeForAllWhenItsHolderLeavesWhatWasForgotten) {
+    CPCritSec critSec("", 1);
+    critSec.enter(__LINE__);
+    critSec.forgetInherited();
+    critSec.leaveEntered(__LINE__);
+    EXPECT_TRUE(isFree(critSec));
+    critSec.enter(__LINE__);
+    EXPECT_FALSE(isFree(critSec));
+    critSec.enter(__LINE__);
+    critSec.leave(__LINE__);
+    EXPECT_FALSE(isFree(critSec));
+    critSec.leave(__LINE__);
+    EXPECT_TRUE(isFree(critSec));
+}
+
 TEST(CritSec, OnlyItsHolderLeavesIt) {
     CPCritSec critSec("", 1);
     {

@@ -104,6 +104,21 @@ TEST_F(HandleTable, OrphansAllIdsOfANodeAndKeepsTheirRecords) {
     EXPECT_EQ(table.size(), 3u);
 }
 
+TEST_F(HandleTable, ARecordForgetsANodeThatGoesOrAnIdThatIsRetired) {
+    for (int at = 0; at < 3; ++at) {
+        table.enroll(&nodes[at], &records[at]);
+        records[at].m_node = &nodes[at];
+        table.advance();
+    }
+    orphan(nodes[0]);
+    table.retire(2);
+    EXPECT_EQ(records[0].m_node, nullptr);
+    EXPECT_EQ(records[1].m_node, nullptr);
+    EXPECT_EQ(records[2].m_node, &nodes[2]);
+    records[2].ClearKeyInfo();
+    EXPECT_EQ(records[2].m_node, nullptr);
+}
+
 TEST_F(HandleTable, AReplacedEntryIsNoLongerOfItsFirstNode) {
     table.enroll(&nodes[0], &records[0]);
     table.enroll(&nodes[1], &records[1]);
