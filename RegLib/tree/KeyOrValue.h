@@ -44,12 +44,12 @@ public:
     std::int8_t m_iIsKey = 0;  // 1 for a key, 0 for a value
     std::uint8_t m_eDataType = CRegLib::eNone;
 
-    enum eNumber : std::uint8_t {
+    enum eDecoding : std::uint8_t {
         eNotDecoded,
         eDecoded,    // m_dword is the value's number
         eAsComposed  // and its line is as one is composed for that number
     };
-    eNumber m_eNumber = eNotDecoded;
+    eDecoding m_decoding = eNotDecoded;
 
     enum eState : std::uint8_t {
         eInTree,

@@ -149,7 +149,7 @@ void CTree::useLine(CKeyOrValue& value, std::string_view line, std::string_view 
     }
     nameWithin(value, line, name);
     value.m_eDataType = static_cast<std::uint8_t>(type);
-    value.m_eNumber = CKeyOrValue::eNotDecoded;
+    value.m_decoding = CKeyOrValue::eNotDecoded;
 }
 
 // What may fail comes first; a parent that got its lists in vain keeps them.
@@ -268,7 +268,7 @@ void CTree::setValue(CKeyOrValue& value, CRegLib::eDataType type, std::string_vi
         m_namesApart.erase(value.m_number);
     }
     value.m_eDataType = static_cast<std::uint8_t>(type);
-    value.m_eNumber = CKeyOrValue::eNotDecoded;
+    value.m_decoding = CKeyOrValue::eNotDecoded;
     m_isFileText = false;
     m_isFaithful = m_isFaithful && isReadBack(value);
     wasteNoText();
@@ -283,7 +283,7 @@ bool CTree::setNumberInPlace(CKeyOrValue& value, std::uint32_t number) {
         return false;
     }
     value.m_dword = number;
-    value.m_eNumber = CKeyOrValue::eAsComposed;
+    value.m_decoding = CKeyOrValue::eAsComposed;
     m_isFileText = false;
     return true;
 }
@@ -291,9 +291,9 @@ bool CTree::setNumberInPlace(CKeyOrValue& value, std::uint32_t number) {
 std::uint32_t CTree::decoded(CKeyOrValue& value) const {
     std::string_view data;
     value.m_dword = dataOfLine(value.line(), data) < 0 ? 0 : scanHex(data, 8);
-    value.m_eNumber = isDwordLine(value.line(), nameOf(value), value.m_dword)
-                          ? CKeyOrValue::eAsComposed
-                          : CKeyOrValue::eDecoded;
+    value.m_decoding = isDwordLine(value.line(), nameOf(value), value.m_dword)
+                           ? CKeyOrValue::eAsComposed
+                           : CKeyOrValue::eDecoded;
     return value.m_dword;
 }
 

@@ -91,12 +91,12 @@ public:
 
     // The number of a value of type eDword.
     std::uint32_t dwordOf(CKeyOrValue& value) const {
-        return value.m_eNumber != CKeyOrValue::eNotDecoded ? value.m_dword : decoded(value);
+        return value.m_decoding != CKeyOrValue::eNotDecoded ? value.m_dword : decoded(value);
     }
 
     // Whether such a value's line is the one that would be composed for the number, under its own name.
     bool isLineOf(CKeyOrValue& value, std::uint32_t number) const {
-        return dwordOf(value) == number && value.m_eNumber == CKeyOrValue::eAsComposed;
+        return dwordOf(value) == number && value.m_decoding == CKeyOrValue::eAsComposed;
     }
 
     // Takes a node out of the tree, with all below it. It may be a displaced one.
