@@ -143,3 +143,21 @@ TEST(Guarantees, NameTestsAndChecksThatExist) {
         }
     }
 }
+
+// In the table of the checks the last column says what has been seen.
+TEST(Guarantees, HaveAFigureForEachCheck) {
+    const Document page = vqtest::readDocument(projectPath() / "docs/guarantees.md");
+    int rows = 0;
+    bool isInside = false;
+    for (const std::string& line : page.lines()) {
+        if (isInside && line.starts_with("|") && !line.starts_with("|---")) {
+            const std::vector<std::string> cells = cellsOf(line);
+            ++rows;
+            EXPECT_EQ(cells.size(), 3u) << line;
+            EXPECT_TRUE(std::regex_search(cells.back(), std::regex("[0-9]"))) << line;
+        }
+        isInside =
+            line.starts_with("| promise | check | seen |") || (isInside && line.starts_with("|"));
+    }
+    EXPECT_GE(rows, 17);
+}
