@@ -53,6 +53,7 @@ int deleteOnce(Stores& stores) {
     vqtest::CRegKey key;
     const bool isDone = session.VQRegCreateKey(nullptr, "Sub/Deep", key, 1) == REGLIB_OK &&
                         session.VQRegDeleteValue(*session.RootKey(), "A") == REGLIB_OK &&
+                        session.VQRegDeleteKey(*session.RootKey(), "Sub/Deep") == REGLIB_OK &&
                         session.VQRegDeleteKey(*session.RootKey(), "Sub") == REGLIB_OK;
     return isDone ? vqtest::setNumber(session, "A", 2) : -1;
 }
