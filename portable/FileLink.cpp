@@ -28,7 +28,10 @@ std::string trustedLink(const std::string& path) {
         return std::string();
     }
     const ssize_t size = ::readlinkat(link.get(), "", text, sizeof text);
-    return size > 0 ? std::string(text, static_cast<std::size_t>(size)) : std::string();
+    if (size < 0) {
+        return {};
+    }
+    return {text, static_cast<std::size_t>(size)};
 }
 
 }  // namespace

@@ -9,7 +9,10 @@ namespace VQRegLib {
 // The directory in which a path is: "." for a bare name.
 inline std::string directoryOfPath(const std::string& path) {
     const std::size_t slash = path.rfind('/');
-    return slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
+    if (slash == std::string::npos) {
+        return ".";
+    }
+    return path.substr(0, slash == 0 ? 1 : slash);
 }
 
 }  // namespace VQRegLib

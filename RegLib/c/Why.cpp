@@ -53,9 +53,11 @@ std::string textFault(const std::string& file) {
         return {};
     }
     const std::optional<CTextFault> fault = firstFault(text);
-    return fault ? file + ':' + std::to_string(fault->line) + ':' + std::to_string(fault->column) +
-                       ": " + fault->what
-                 : std::string();
+    if (!fault) {
+        return {};
+    }
+    return file + ':' + std::to_string(fault->line) + ':' + std::to_string(fault->column) + ": " +
+           fault->what;
 }
 
 std::string whyNot(const char* name) {
@@ -68,9 +70,11 @@ std::string whyNot(const char* name) {
 }
 
 std::string badCharacter(const char* what, const std::optional<CBadCharacter>& found) {
-    return found ? std::string(what) + " must not hold " + found->name + ": byte " +
-                       std::to_string(found->at + 1)
-                 : std::string();
+    if (!found) {
+        return {};
+    }
+    return std::string(what) + " must not hold " + found->name + ": byte " +
+           std::to_string(found->at + 1);
 }
 
 std::string lineTooLong(std::size_t size) {

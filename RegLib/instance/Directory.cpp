@@ -141,7 +141,8 @@ void CRegLibImplDirectory::dropInheritedUpdates() {
 }
 
 std::string CRegLibImplDirectory::getTuple(const char* name, const char* key) {
-    std::string tuple = name ? std::string("FILE:") + name : std::string("REG:");
+    std::string tuple = name ? "FILE:" : "REG:";
+    tuple += name ? name : "";
     tuple += ':';
     tuple += key ? key : "<DEFAULT>";
     return tuple;

@@ -134,7 +134,6 @@ void CTree::takeName(CKeyOrValue& key, const CTree& other, const CKeyOrValue& fr
     const bool isApart = from.m_nameAt == CKeyOrValue::kNameApart;
     nameInLine(key, line,
                isApart ? other.nameOf(from) : line.substr(from.m_nameAt, from.m_nameSize));
-    m_isFaithful = m_isFaithful && isReadBack(key);  // it may be the line of a key below this one
 }
 
 bool CTree::hasHandlesBelow(const CKeyOrValue& top) const {

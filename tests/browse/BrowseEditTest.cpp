@@ -1,4 +1,6 @@
 // What "vqreg browse" changes in a store.
+#include <memory>
+
 #include "browse/BrowseStore.h"
 #include "support/Handlers.h"
 #include "support/ReadOnlyDirectory.h"
@@ -207,6 +209,17 @@ TEST_F(BrowseEdit, AsksBeforeARenamingWhoseOldNameComesBack) {
     browse.type("y");
     browse.expect("done: rename the value \"Host\"");
     expectData("Network", "key2", "a.example");
+}
+
+TEST_F(BrowseEdit, AsksOnlyWhileThereIsAProgramThatBringsItBack) {
+    auto other = std::make_unique<VQRegLib::CRegLib>(file.path().c_str(), nullptr,
+                                                     VQRegLib::CRegLib::eLocationDefault, nullptr);
+    Browsing browse = start({"Network"});
+    browse.expect("open in: " + std::to_string(::getpid()));
+    other.reset();
+    browse.type("r2\r");
+    browse.expect("done: rename the key \"Network\"");
+    expectData("Network2/Ports", "Http", "8080");
 }
 
 TEST_F(BrowseEdit, UndoesWhatItDidStepByStep) {

@@ -79,9 +79,11 @@ void Browser::setHeight(std::size_t height) {
     m_contents.scroll(m_height);
 }
 
-void Browser::setOpeners(const std::string& openers) {
-    m_returning =
-        openers.empty() ? openers : " comes back with the next change of " + openers + ".";
+// As it is now: whoever is asked must not be told of a program that has ended since the status was drawn, or
+// of none where one has begun.
+std::string Browser::returning() const {
+    const std::string openers = m_openers ? m_openers() : std::string();
+    return openers.empty() ? openers : " comes back with the next change of " + openers + ".";
 }
 
 void Browser::type(const Keystroke& key) {

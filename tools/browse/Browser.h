@@ -31,8 +31,9 @@ public:
     void type(const Keystroke& key);
     void setHeight(std::size_t height);  // of the lists
 
-    // The processes that have the store open: they bring back what is deleted. Empty for none.
-    void setOpeners(const std::string& openers);
+    // Names the processes that have the store open: they bring back what is deleted. Empty for none.
+    using Openers = std::function<std::string()>;
+    void setOpeners(Openers openers) { m_openers = std::move(openers); }
 
     // An edit that is to be made now; it is under way until its end is told. One after the other.
     std::optional<Edit> takeOrder();
@@ -99,6 +100,8 @@ private:
     bool order(Work work);
     std::optional<std::string> refusalOf(const Work& work) const;
     bool orderRenaming(Work work);
+    // What is said of what is deleted; empty where it does not come back.
+    std::string returning() const;
 
     const std::string m_rootName;
     const Path m_rootPath;
@@ -115,7 +118,7 @@ private:
     std::vector<Edit> m_done;
     std::optional<std::pair<Path, Value>> m_edited;  // the value whose data are being typed
     std::size_t m_height = 1;
-    std::string m_returning;  // what is said of what is deleted; empty where it does not come back
+    Openers m_openers;
     bool m_isShown = false;
     bool m_isHelpShown = false;
     bool m_isOver = false;

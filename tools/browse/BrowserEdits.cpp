@@ -174,11 +174,12 @@ void Browser::renameKeyAt(const Path& path) {
 
 // The old name is deleted, which others undo without knowing it.
 bool Browser::orderRenaming(Work work) {
-    if (m_returning.empty() || refusalOf(work)) {
+    const std::string returning = refusalOf(work) ? std::string() : this->returning();
+    if (returning.empty()) {
         return order(std::move(work));
     }
     const std::string what = work.edit.what;
-    m_dialog.askYes("R" + what.substr(1), "? The old name" + m_returning,
+    m_dialog.askYes("R" + what.substr(1), "? The old name" + returning,
                     [this, work] { order(work); });
     return true;
 }
@@ -212,7 +213,8 @@ void Browser::remove() {
     }
     // What is shown now is what the question is about.
     const Edit edit = *again(m_contents.root());
-    m_dialog.askYes("Delete " + what, more + "?" + (m_returning.empty() ? "" : " It" + m_returning),
+    const std::string returning = this->returning();
+    m_dialog.askYes("Delete " + what, more + "?" + (returning.empty() ? "" : " It" + returning),
                     [this, edit, again] {
                         order({edit, again});
                     });

@@ -57,6 +57,10 @@ Loop::Loop(const BrowseRequest& request, const Signals& signals)
     (void)m_news.open(m_follower.file());  // without it, the slow poll is left
     readFile(false);
     m_browser.go(splitPath(request.key));
+    m_browser.setOpeners([this] {
+        refreshStatus(true);
+        return m_status.openers();
+    });
     refreshStatus(true);
 }
 
@@ -152,7 +156,6 @@ void Loop::readFile(bool isSlowPoll) {
 
 void Loop::refreshStatus(bool isWanted) {
     m_status.refresh(isWanted, m_writer.child());
-    m_browser.setOpeners(m_status.openers());
 }
 
 void Loop::startWriter() {
