@@ -1,13 +1,21 @@
-// No memory for what a semaphore needs to go with its owner. In an executable of its own, because it replaces
-// what registers that.
+// How a semaphore goes with its owner: no memory for what that needs, and an exit that comes while it is being
+// owned. In an executable of its own, because it replaces calls of the C library.
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <sys/file.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
+#include <filesystem>
+#include <thread>
+#include <utility>
 
 #include "portable/Semaphore.h"
+#include "support/ForkedChild.h"
 #include "support/SemaphoreFixture.h"
+#include "support/Wait.h"
 
 using VQRegLib::CPSemaphore;
 using vqtest::SemaphoreOf;
@@ -16,6 +24,10 @@ namespace {
 
 bool g_hasRoomAtExit = true;
 bool g_hasRoomAtFork = true;
+
+thread_local bool t_isHeldBeforeItsLock = false;
+std::atomic<bool> g_isInside{false};
+std::atomic<bool> g_mayLeave{false};
 
 class SemaphoreHandlers : public vqtest::SemaphoreTest {
 protected:
@@ -31,6 +43,16 @@ int __wrap_atexit(void (*handler)());
 int __real_pthread_atfork(void (*before)(), void (*inParent)(), void (*inChild)());
 int __wrap_pthread_atfork(void (*before)(), void (*inParent)(), void (*inChild)());
 
+int __real_flock(int fd, int operation);
+int __wrap_flock(int fd, int operation);
+
+int __wrap_flock(int fd, int operation) {
+    if (std::exchange(t_isHeldBeforeItsLock, false)) {
+        g_isInside = true;
+        vqtest::waitUntil([] { return g_mayLeave.load(); });
+    }
+    return __real_flock(fd, operation);
+}
 int __wrap_atexit(void (*handler)()) {
     return g_hasRoomAtExit ? __real_atexit(handler) : -1;
 }
@@ -39,6 +61,29 @@ int __wrap_pthread_atfork(void (*before)(), void (*inParent)(), void (*inChild)(
 }
 }
 // NOLINTEND(bugprone-reserved-identifier)
+
+TEST_F(SemaphoreHandlers, OneThatAThreadOwnsWhileTheProcessExitsGoesAllTheSame) {
+    vqtest::ForkedChild program([&] {
+        static auto* const semaphore = new SemaphoreOf(name);
+        static auto* const file = new std::string(path);
+        static std::thread* owning = nullptr;
+        // Before the library's, so that it runs after that.
+        std::atexit([] {
+            g_mayLeave = true;
+            owning->join();
+            ::_exit(std::filesystem::exists(*file) ? 1 : 0);
+        });
+        owning = new std::thread([] {
+            t_isHeldBeforeItsLock = true;
+            semaphore->own();
+        });
+        vqtest::waitUntil([] { return g_isInside.load(); });
+        std::exit(2);
+        return 3;
+    });
+    EXPECT_EQ(program.wait(), 0);
+    EXPECT_FALSE(std::filesystem::exists(path));
+}
 
 // One that stayed behind would be woken by every sender; one that a child kept would never go.
 TEST_F(SemaphoreHandlers, NobodyOwnsOneThatWouldNotGoWithItsOwner) {
