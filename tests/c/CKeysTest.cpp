@@ -70,6 +70,35 @@ TEST_F(CKeys, APathMeansTheKeyThatIsThereNow) {
     EXPECT_EQ(this->number("A/B", "V"), 2u);
 }
 
+// Which forgets the handle that belongs to the path; this one still has its own.
+TEST_F(CKeys, APathMeansTheKeyThatIsThereNowWhoeverHasDeletedTheOneBefore) {
+    vqreg_store* const other = open();
+    ASSERT_NE(other, nullptr);
+    const auto remake = [&](const char* name, std::uint32_t to) {
+        ASSERT_EQ(vqreg_has_key(store, "K"), VQREG_OK) << name;
+        ASSERT_EQ(vqreg_delete_value(other, "K", name), VQREG_OK) << name;
+        ASSERT_EQ(vqreg_delete_key(other, "K"), VQREG_OK) << name;
+        ASSERT_EQ(vqreg_set_dword(other, "K", "V", to), VQREG_OK) << name;
+    };
+    ASSERT_EQ(vqreg_set_dword(store, "K", "V", 1), VQREG_OK);
+    remake("V", 2);
+    EXPECT_EQ(number("K", "V"), 2u);
+    remake("V", 3);
+    EXPECT_EQ(vqreg_set_dword(store, "K", "V", 4), VQREG_OK);
+    EXPECT_EQ(number("K", "V"), 4u);
+    remake("V", 5);
+    char** names = nullptr;
+    size_t count = 0;
+    ASSERT_EQ(vqreg_list_values(store, "K", &names, &count), VQREG_OK);
+    EXPECT_EQ(taken(names, count), std::vector<std::string>{"V"});
+    remake("V", 6);
+    EXPECT_EQ(vqreg_delete_value(store, "K", "V"), VQREG_OK);
+    EXPECT_EQ(vqreg_delete_key(other, "K"), VQREG_OK);
+    EXPECT_EQ(vqreg_delete_value(store, "K", "V"), VQREG_E_KEY_NOT_FOUND);
+    EXPECT_EQ(vqreg_has_key(store, "K"), VQREG_E_KEY_NOT_FOUND);
+    vqreg_close(other);
+}
+
 TEST_F(CKeys, AreNotWhereAValueIs) {
     ASSERT_EQ(vqreg_set_dword(store, "", "V", 1), VQREG_OK);
     EXPECT_EQ(vqreg_create_key(store, "V"), VQREG_E_NOT_A_KEY);
@@ -272,6 +301,21 @@ TEST_F(CKeys, TheVisitOfAnOpenOneEndsWhenTheVisitorSaysSo) {
     EXPECT_EQ(vqreg_key_visit_keys(key, onKey, &names), 17);
     EXPECT_EQ(vqreg_key_visit_values(key, onValue, &names), -17);
     EXPECT_EQ(names, "A C ");
+    vqreg_close_key(key);
+}
+
+TEST_F(CKeys, ThatAreMissingAreNotVisited) {
+    std::string names;
+    EXPECT_EQ(vqreg_visit_keys(store, "K", addName, &names), VQREG_E_KEY_NOT_FOUND);
+    EXPECT_EQ(vqreg_visit_values(store, "K", addValueName, &names), VQREG_E_KEY_NOT_FOUND);
+    ASSERT_EQ(vqreg_set_dword(store, "K/L", "V", 1), VQREG_OK);
+    vqreg_key* key = nullptr;
+    ASSERT_EQ(vqreg_open_key(store, "K/L", 0, &key), VQREG_OK);
+    ASSERT_EQ(vqreg_delete_value(store, "K/L", "V"), VQREG_OK);
+    ASSERT_EQ(vqreg_delete_key(store, "K/L"), VQREG_OK);
+    EXPECT_EQ(vqreg_key_visit_keys(key, addName, &names), VQREG_E_INVALID_HANDLE);
+    EXPECT_EQ(vqreg_key_visit_values(key, addValueName, &names), VQREG_E_INVALID_HANDLE);
+    EXPECT_EQ(names, "");
     vqreg_close_key(key);
 }
 

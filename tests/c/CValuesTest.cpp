@@ -160,6 +160,12 @@ TEST_F(CValues, NullArgumentsAreRefused) {
     char text[8] = "kept";
     EXPECT_EQ(vqreg_key_get_string(key, "A", text, nullptr), VQREG_E_FAIL);
     EXPECT_STREQ(text, "kept");
+    EXPECT_EQ(vqreg_key_get_dword(key, nullptr, &number), VQREG_E_FAIL);
+    EXPECT_EQ(vqreg_key_set_string(key, "A", nullptr), VQREG_E_FAIL);
+    EXPECT_EQ(vqreg_key_set_dword(nullptr, "A", 1), VQREG_E_FAIL);
+    EXPECT_EQ(vqreg_key_delete_value(key, nullptr), VQREG_E_FAIL);
+    EXPECT_EQ(vqreg_key_delete_value(nullptr, "A"), VQREG_E_FAIL);
+    EXPECT_EQ(this->text("", "A"), "text");
     vqreg_close_key(key);
 }
 

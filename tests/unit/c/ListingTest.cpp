@@ -49,24 +49,29 @@ protected:
         CFileStoreProbe(*m_store).moveStamp();
     }
 
-    /// The names when the second text takes the first one's place after the first look.
-    std::vector<std::string> listedWhile(eListed what, const std::string& first,
-                                         const std::string& second) {
-        std::vector<std::string> names = {"of another list"};
+    /// Lists when the second text takes the first one's place after the first look.
+    int listWhile(eListed what, const std::string& first, const std::string& second) {
         writeElsewhere(first);
         bool hasChanged = false;
         const CAfterReading files([&] {
             writeElsewhere(second);
             hasChanged = true;
         });
-        EXPECT_EQ(listNames(m_session, *m_session.RootKey(), what, names), REGLIB_OK);
+        const int result = listNames(m_session, *m_session.RootKey(), what, m_names);
         EXPECT_TRUE(hasChanged);
-        return names;
+        return result;
+    }
+
+    std::vector<std::string> listedWhile(eListed what, const std::string& first,
+                                         const std::string& second) {
+        EXPECT_EQ(listWhile(what, first, second), REGLIB_OK);
+        return m_names;
     }
 
     const TempStore file;
 
 private:
+    std::vector<std::string> m_names = {"of another list"};
     CRegLib m_session{file.path().c_str(), nullptr, CRegLib::eLocationDefault, nullptr};
     CRegLibImplFile* const m_store =
         static_cast<CRegLibImplFile*>(get_reglibImplDirectory()->acquireRegLibImpl(
@@ -88,6 +93,11 @@ TEST_F(Listing, NamesAKeyOnceBeforeWhichAnotherOneComes) {
     EXPECT_THAT(
         listedWhile(eListed::eKeys, "[Velquist]\n" + some, "[Velquist]\n[Velquist/A]\n" + some),
         ElementsAre("b", "c"));
+}
+
+TEST_F(Listing, OfAFileThatIsMalformedMeanwhileSaysSo) {
+    const std::string some = "[Velquist]\n\"b\"=dword:00000001\n";
+    EXPECT_EQ(listWhile(eListed::eValues, some, some + "nonsense\n"), REGLIB_E_BAD_FORMAT);
 }
 
 TEST_F(Listing, NamesWhatComesBehind) {

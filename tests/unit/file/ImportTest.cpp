@@ -227,6 +227,15 @@ TEST_F(Import, DoesNotMakeAMissingFileAnewWhoseBackupCannotComeBack) {
     EXPECT_EQ(file.read(), text);
 }
 
+TEST_F(Import, MakesTheFileAnewWhereADeadWriterHasLeftNoBackupEither) {
+    setText(*store, root, "a", "x");
+    ASSERT_EQ(std::remove(file.path().c_str()), 0);
+    ASSERT_EQ(std::remove(file.backupPath().c_str()), 0);
+    probe.markReplacing();
+    EXPECT_EQ(get(*store, root, "a"), Value::ofText("x"));
+    EXPECT_EQ(file.read(), "[Velquist]\n\"a\"=string:x\n");
+}
+
 TEST_F(Import, FailsWhenTheFileCannotBeOpened) {
     setText(*store, root, "a", "x");
     probe.moveStamp();
