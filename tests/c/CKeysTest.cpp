@@ -281,6 +281,8 @@ TEST_F(CKeys, AnOpenOneIsVisited) {
     EXPECT_EQ(vqreg_key_visit_keys(key, addName, &names), VQREG_OK);
     EXPECT_EQ(vqreg_key_visit_values(key, addValueName, &names), VQREG_OK);
     EXPECT_EQ(names, "A B C ");
+    EXPECT_EQ(vqreg_visit_keys(store, "", addName, &names), VQREG_OK);
+    EXPECT_EQ(names, "A B C K ") << "as by the path";
     EXPECT_EQ(vqreg_key_visit_keys(nullptr, addName, &names), VQREG_E_FAIL);
     EXPECT_EQ(vqreg_key_visit_values(key, nullptr, &names), VQREG_E_FAIL);
     vqreg_close_key(key);
