@@ -91,6 +91,20 @@ TEST_F(CDroppedUpdate, IsNoneOfAnotherHandle) {
     EXPECT_EQ(numberElsewhere(), 5u);
 }
 
+// Updates end from the innermost one on, through whichever handle; what was begun here counts no more.
+TEST_F(CDroppedUpdate, IsNoLaterOneThatEndedThroughTheSameHandle) {
+    ASSERT_EQ(vqreg_begin_update(closed), VQREG_OK);
+    ASSERT_EQ(vqreg_end_update(store), VQREG_OK);
+    ASSERT_EQ(vqreg_begin_update(store), VQREG_OK);
+    ASSERT_EQ(vqreg_begin_update(store), VQREG_OK);
+    ASSERT_EQ(vqreg_end_update(closed), VQREG_OK) << "an inner one";
+    set(store, 6);
+    vqreg_close(closed);
+    EXPECT_EQ(numberElsewhere(), 0u);
+    EXPECT_EQ(vqreg_end_update(store), VQREG_OK);
+    EXPECT_EQ(numberElsewhere(), 6u);
+}
+
 // It cannot be told from the update's own changes, and is not written later on.
 TEST_F(CDroppedUpdate, TakesAlongWhatCouldNotBeWrittenBefore) {
     for (const bool isChanged : {false, true}) {

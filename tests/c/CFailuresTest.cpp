@@ -73,6 +73,21 @@ TEST_F(CFailures, ARootKeyThatOthersHaveMadeAValueIsToldByEveryCall) {
     vqreg_close(below);
 }
 
+// The end of the update would write over it.
+TEST_F(CFailures, AKeyIsNotMadeInAnUpdateOfTheFileThroughAnotherStore) {
+    vqreg_store* const other = vqreg_open(file.path().c_str(), "Other", nullptr);
+    ASSERT_NE(other, nullptr);
+    const std::string before = file.read();
+    ASSERT_EQ(vqreg_begin_update(other), VQREG_OK);
+    EXPECT_EQ(vqreg_create_key(store, "New/Key"), VQREG_E_FAIL);
+    EXPECT_EQ(vqreg_set_dword(store, "New/Key", "V", 1), VQREG_E_FAIL);
+    EXPECT_EQ(vqreg_has_key(store, "New"), VQREG_E_KEY_NOT_FOUND);
+    EXPECT_EQ(vqreg_end_update(other), VQREG_OK);
+    EXPECT_EQ(file.read(), before);
+    EXPECT_EQ(vqreg_create_key(store, "New/Key"), VQREG_OK);
+    vqreg_close(other);
+}
+
 TEST_F(CFailures, AnUpdateThatIsTriedAgainIsWritten) {
     ASSERT_EQ(vqreg_set_dword(store, "K", "V", 1), VQREG_OK);
     takeDirectoryAway();

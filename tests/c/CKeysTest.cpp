@@ -70,6 +70,35 @@ TEST_F(CKeys, APathMeansTheKeyThatIsThereNow) {
     EXPECT_EQ(this->number("A/B", "V"), 2u);
 }
 
+// Which forgets the handle that belongs to the path; this one still has its own.
+TEST_F(CKeys, APathMeansTheKeyThatIsThereNowWhoeverHasDeletedTheOneBefore) {
+    vqreg_store* const other = open();
+    ASSERT_NE(other, nullptr);
+    const auto remake = [&](const char* name, std::uint32_t to) {
+        ASSERT_EQ(vqreg_has_key(store, "K"), VQREG_OK) << name;
+        ASSERT_EQ(vqreg_delete_value(other, "K", name), VQREG_OK) << name;
+        ASSERT_EQ(vqreg_delete_key(other, "K"), VQREG_OK) << name;
+        ASSERT_EQ(vqreg_set_dword(other, "K", "V", to), VQREG_OK) << name;
+    };
+    ASSERT_EQ(vqreg_set_dword(store, "K", "V", 1), VQREG_OK);
+    remake("V", 2);
+    EXPECT_EQ(number("K", "V"), 2u);
+    remake("V", 3);
+    EXPECT_EQ(vqreg_set_dword(store, "K", "V", 4), VQREG_OK);
+    EXPECT_EQ(number("K", "V"), 4u);
+    remake("V", 5);
+    char** names = nullptr;
+    size_t count = 0;
+    ASSERT_EQ(vqreg_list_values(store, "K", &names, &count), VQREG_OK);
+    EXPECT_EQ(taken(names, count), std::vector<std::string>{"V"});
+    remake("V", 6);
+    EXPECT_EQ(vqreg_delete_value(store, "K", "V"), VQREG_OK);
+    EXPECT_EQ(vqreg_delete_key(other, "K"), VQREG_OK);
+    EXPECT_EQ(vqreg_delete_value(store, "K", "V"), VQREG_E_KEY_NOT_FOUND);
+    EXPECT_EQ(vqreg_has_key(store, "K"), VQREG_E_KEY_NOT_FOUND);
+    vqreg_close(other);
+}
+
 TEST_F(CKeys, AreNotWhereAValueIs) {
     ASSERT_EQ(vqreg_set_dword(store, "", "V", 1), VQREG_OK);
     EXPECT_EQ(vqreg_create_key(store, "V"), VQREG_E_NOT_A_KEY);
@@ -141,6 +170,71 @@ TEST_F(CKeys, AndWatchesKeepTheirStoreOpen) {
     EXPECT_EQ(number("K", "V"), 9u);
 }
 
+namespace {
+
+// Deletes what stands behind the value that it is shown first, and gives another's name to a key.
+struct CReplacing {
+    vqreg_store* store;
+    std::string seen;
+
+    static int onValue(void* context, const char* name, vqreg_type /*type*/, const void* /*data*/,
+                       size_t /*size*/) {
+        auto& of = *static_cast<CReplacing*>(context);
+        of.seen += name;
+        if (of.seen.size() > 1) {
+            return VQREG_OK;
+        }
+        EXPECT_EQ(vqreg_delete_value(of.store, "K", "b"), VQREG_OK);
+        EXPECT_EQ(vqreg_delete_value(of.store, "K", "c"), VQREG_OK);
+        EXPECT_EQ(vqreg_create_key(of.store, "K/c"), VQREG_OK);
+        return VQREG_OK;
+    }
+};
+
+// Takes the key away in which the value is that it is shown.
+int deleteAll(void* context, const char* /*name*/, vqreg_type /*type*/, const void* /*data*/,
+              size_t /*size*/) {
+    auto* const store = static_cast<vqreg_store*>(context);
+    EXPECT_EQ(vqreg_delete_value(store, "K", "a"), VQREG_OK);
+    EXPECT_EQ(vqreg_delete_value(store, "K", "b"), VQREG_OK);
+    EXPECT_EQ(vqreg_delete_key(store, "K"), VQREG_OK);
+    return VQREG_OK;
+}
+
+}  // namespace
+
+TEST_F(CKeys, AVisitorIsNotShownWhatIsNoValueAnyMore) {
+    for (const bool isOpen : {false, true}) {
+        (void)vqreg_delete_key(store, "K/c");
+        for (const char* const name : {"a", "b", "c", "d"}) {
+            ASSERT_EQ(vqreg_set_dword(store, "K", name, 1), VQREG_OK);
+        }
+        vqreg_key* key = nullptr;
+        ASSERT_EQ(vqreg_open_key(store, "K", 0, &key), VQREG_OK);
+        CReplacing visitor{store, ""};
+        EXPECT_EQ(isOpen ? vqreg_key_visit_values(key, CReplacing::onValue, &visitor)
+                         : vqreg_visit_values(store, "K", CReplacing::onValue, &visitor),
+                  VQREG_OK);
+        EXPECT_EQ(visitor.seen, "ad");
+        vqreg_close_key(key);
+    }
+}
+
+TEST_F(CKeys, AVisitEndsWithTheKeyThatItIsIn) {
+    for (const bool isOpen : {false, true}) {
+        ASSERT_EQ(vqreg_set_dword(store, "K", "a", 1), VQREG_OK);
+        ASSERT_EQ(vqreg_set_dword(store, "K", "b", 1), VQREG_OK);
+        vqreg_key* key = nullptr;
+        ASSERT_EQ(vqreg_open_key(store, "K", 0, &key), VQREG_OK);
+        if (isOpen) {
+            EXPECT_EQ(vqreg_key_visit_values(key, deleteAll, store), VQREG_E_INVALID_HANDLE);
+        } else {
+            EXPECT_EQ(vqreg_visit_values(store, "K", deleteAll, store), VQREG_E_KEY_NOT_FOUND);
+        }
+        vqreg_close_key(key);
+    }
+}
+
 TEST_F(CKeys, AStoreKnowsItsFile) {
     EXPECT_STREQ(vqreg_file(store), file.path().c_str());
     const std::string link = file.directory() + "/link.cfg";
@@ -187,9 +281,89 @@ TEST_F(CKeys, AnOpenOneIsVisited) {
     EXPECT_EQ(vqreg_key_visit_keys(key, addName, &names), VQREG_OK);
     EXPECT_EQ(vqreg_key_visit_values(key, addValueName, &names), VQREG_OK);
     EXPECT_EQ(names, "A B C ");
+    EXPECT_EQ(vqreg_visit_keys(store, "", addName, &names), VQREG_OK);
+    EXPECT_EQ(names, "A B C K ") << "as by the path";
     EXPECT_EQ(vqreg_key_visit_keys(nullptr, addName, &names), VQREG_E_FAIL);
     EXPECT_EQ(vqreg_key_visit_values(key, nullptr, &names), VQREG_E_FAIL);
     vqreg_close_key(key);
+}
+
+TEST_F(CKeys, TheVisitOfAnOpenOneEndsWhenTheVisitorSaysSo) {
+    ASSERT_EQ(vqreg_create_key(store, "A"), VQREG_OK);
+    ASSERT_EQ(vqreg_create_key(store, "B"), VQREG_OK);
+    ASSERT_EQ(vqreg_set_dword(store, "", "C", 1), VQREG_OK);
+    ASSERT_EQ(vqreg_set_dword(store, "", "D", 1), VQREG_OK);
+    vqreg_key* key = nullptr;
+    ASSERT_EQ(vqreg_open_key(store, "", 0, &key), VQREG_OK);
+    const auto onKey = [](void* context, const char* name) { return addName(context, name) + 17; };
+    const auto onValue = [](void* context, const char* name, vqreg_type, const void*, size_t) {
+        return addName(context, name) - 17;
+    };
+    std::string names;
+    EXPECT_EQ(vqreg_key_visit_keys(key, onKey, &names), 17);
+    EXPECT_EQ(vqreg_key_visit_values(key, onValue, &names), -17);
+    EXPECT_EQ(names, "A C ");
+    vqreg_close_key(key);
+}
+
+TEST_F(CKeys, ThatAreMissingAreNotVisited) {
+    std::string names;
+    EXPECT_EQ(vqreg_visit_keys(store, "K", addName, &names), VQREG_E_KEY_NOT_FOUND);
+    EXPECT_EQ(vqreg_visit_values(store, "K", addValueName, &names), VQREG_E_KEY_NOT_FOUND);
+    ASSERT_EQ(vqreg_set_dword(store, "K/L", "V", 1), VQREG_OK);
+    vqreg_key* key = nullptr;
+    ASSERT_EQ(vqreg_open_key(store, "K/L", 0, &key), VQREG_OK);
+    ASSERT_EQ(vqreg_delete_value(store, "K/L", "V"), VQREG_OK);
+    ASSERT_EQ(vqreg_delete_key(store, "K/L"), VQREG_OK);
+    EXPECT_EQ(vqreg_key_visit_keys(key, addName, &names), VQREG_E_INVALID_HANDLE);
+    EXPECT_EQ(vqreg_key_visit_values(key, addValueName, &names), VQREG_E_INVALID_HANDLE);
+    EXPECT_EQ(names, "");
+    vqreg_close_key(key);
+}
+
+TEST_F(CKeys, NeedTheirArguments) {
+    ASSERT_EQ(vqreg_create_key(store, "K"), VQREG_OK);
+    std::string names;
+    EXPECT_EQ(vqreg_visit_keys(nullptr, "", addName, &names), VQREG_E_FAIL);
+    EXPECT_EQ(vqreg_visit_keys(store, "", nullptr, &names), VQREG_E_FAIL);
+    EXPECT_EQ(vqreg_visit_values(nullptr, "", addValueName, &names), VQREG_E_FAIL);
+    EXPECT_EQ(vqreg_visit_values(store, "", nullptr, &names), VQREG_E_FAIL);
+    EXPECT_EQ(vqreg_key_visit_values(nullptr, addValueName, &names), VQREG_E_FAIL);
+    EXPECT_EQ(names, "");
+    char* text = nullptr;
+    char** list = &text;
+    size_t count = 7;
+    EXPECT_EQ(vqreg_list_keys(nullptr, "", &list, &count), VQREG_E_FAIL);
+    EXPECT_EQ(list, nullptr) << "to be freed in any case";
+    EXPECT_EQ(count, 7u);
+    EXPECT_EQ(vqreg_list_values(store, "", nullptr, &count), VQREG_E_FAIL);
+    auto* key = reinterpret_cast<vqreg_key*>(&text);
+    EXPECT_EQ(vqreg_open_key(nullptr, "K", 0, &key), VQREG_E_FAIL);
+    EXPECT_EQ(key, nullptr) << "to be closed in any case";
+    EXPECT_EQ(vqreg_open_key(store, "K", 0, nullptr), VQREG_E_FAIL);
+    EXPECT_EQ(vqreg_delete_key(nullptr, "K"), VQREG_E_FAIL);
+    EXPECT_EQ(vqreg_begin_update(nullptr), VQREG_E_FAIL);
+    EXPECT_EQ(vqreg_end_update(nullptr), VQREG_E_FAIL);
+    EXPECT_EQ(vqreg_has_key(store, "K"), VQREG_OK);
+}
+
+// The look at a key asks for a value without a name.
+TEST_F(CKeys, AreThereWhateverHasNoNameInThem) {
+    file.write("[Velquist]\n[Velquist/A]\n\"\"=dword:00000001\n[Velquist/B]\n[Velquist/B//C]\n");
+    ASSERT_EQ(vqreg_reload(store), VQREG_OK);
+    EXPECT_EQ(vqreg_has_key(store, "A"), VQREG_OK);
+    EXPECT_EQ(vqreg_has_key(store, "B"), VQREG_OK);
+}
+
+TEST_F(CKeys, OfAMalformedFileAreNotSaidToBeThere) {
+    ASSERT_EQ(vqreg_create_key(store, "K"), VQREG_OK);
+    const std::string text = file.read();
+    file.write(text + "nonsense\n");
+    ASSERT_EQ(vqreg_reload(store), VQREG_OK);
+    EXPECT_EQ(vqreg_has_key(store, "K"), VQREG_E_BAD_FORMAT);
+    EXPECT_EQ(vqreg_create_key(store, "K"), VQREG_E_BAD_FORMAT);
+    file.write(text);
+    EXPECT_EQ(vqreg_has_key(store, "K"), VQREG_OK);
 }
 
 TEST_F(CKeys, AreThereOrNot) {

@@ -139,6 +139,8 @@ TEST_F(CThreads, WithAnUpdateAreRefusedInAnotherStoreOfTheFileAndHangInNone) {
     ASSERT_EQ(vqreg_set_dword(other, "K", "V", 1), VQREG_OK);
     vqreg_key* key = nullptr;
     ASSERT_EQ(vqreg_open_key(other, "K", 0, &key), VQREG_OK);
+    vqreg_key* root = nullptr;
+    ASSERT_EQ(vqreg_open_key(other, "", 0, &root), VQREG_OK);
     ASSERT_EQ(vqreg_begin_update(store), VQREG_OK);
     std::atomic<bool> hasBegun{false};
     int ofOther = VQREG_E_FAIL;
@@ -162,13 +164,17 @@ TEST_F(CThreads, WithAnUpdateAreRefusedInAnotherStoreOfTheFileAndHangInNone) {
     EXPECT_EQ(vqreg_create_key(other, "New/Key"), VQREG_E_FAIL);
     EXPECT_EQ(vqreg_delete_key(other, "K"), VQREG_E_FAIL);
     EXPECT_EQ(vqreg_visit_values(other, "K", ignoreValue, nullptr), VQREG_E_FAIL);
+    std::uint32_t number = 7;
+    EXPECT_EQ(vqreg_get_dword(other, "", "V", &number), VQREG_E_FAIL);
+    EXPECT_EQ(vqreg_key_get_dword(root, "V", &number), VQREG_E_FAIL);
+    EXPECT_EQ(number, 7u);
     EXPECT_EQ(vqreg_end_update(store), VQREG_OK);
     thread.join();
     ::alarm(0);
     EXPECT_EQ(ofOther, VQREG_OK);
-    std::uint32_t number = 0;
     EXPECT_EQ(vqreg_get_dword(other, "K", "V", &number), VQREG_OK);
     EXPECT_EQ(number, 2u);
+    vqreg_close_key(root);
     vqreg_close_key(key);
     vqreg_close(other);
 }

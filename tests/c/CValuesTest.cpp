@@ -1,6 +1,7 @@
 // Values through the C interface.
 #include <array>
 
+#include "VQRegLib.h"
 #include "c/CStoreFixture.h"
 
 using CValues = vqtest::CStoreTest;
@@ -82,6 +83,37 @@ TEST_F(CValues, OfAnyTypeComeWithTheirType) {
     EXPECT_EQ(type, VQREG_DWORD) << "told for whoever wants to make a buffer";
 }
 
+TEST_F(CValues, WithoutBytesLeaveTheBufferAlone) {
+    ASSERT_EQ(vqreg_set_binary(store, "K", "None", nullptr, 0), VQREG_OK);
+    char room[] = "kept";
+    size_t size = sizeof room;
+    EXPECT_EQ(vqreg_get_binary(store, "K", "None", room, &size), VQREG_OK);
+    EXPECT_EQ(size, 0u);
+    EXPECT_STREQ(room, "kept");
+}
+
+// Sessions of C++ take what no file gives back, for as long as the process lives.
+TEST_F(CValues, LongerThanALineComeWhole) {
+    const std::string longText(5000, 'x');
+    VQRegLib::CRegLib session(file.path().c_str(), nullptr, VQRegLib::CRegLib::eLocationDefault,
+                              nullptr);
+    ASSERT_EQ(session.VQRegSetValue(*session.RootKey(), "Long", longText.c_str()), 0);
+    std::string room(longText.size() + 1, '-');
+    size_t size = room.size() - 1;
+    EXPECT_EQ(vqreg_get_string(store, "", "Long", room.data(), &size), VQREG_E_BUFFER_TOO_SMALL);
+    EXPECT_EQ(size, room.size());
+    EXPECT_EQ(room, std::string(room.size(), '-'));
+    EXPECT_EQ(vqreg_get_string(store, "", "Long", room.data(), &size), VQREG_OK);
+    EXPECT_EQ(room.c_str(), longText);
+    std::string seen;
+    const auto onValue = [](void* context, const char*, vqreg_type, const void* data, size_t) {
+        *static_cast<std::string*>(context) = static_cast<const char*>(data);
+        return 0;
+    };
+    EXPECT_EQ(vqreg_visit_values(store, "", onValue, &seen), VQREG_OK);
+    EXPECT_EQ(seen, longText);
+}
+
 TEST_F(CValues, ThatTheFileCannotGiveBackAreRefusedBeforeAKeyIsMade) {
     const std::string before = file.read();
     EXPECT_EQ(vqreg_set_string(store, "New", "Text", "two\nlines"), VQREG_E_NOT_STORABLE);
@@ -122,6 +154,19 @@ TEST_F(CValues, NullArgumentsAreRefused) {
     EXPECT_EQ(vqreg_set_binary(store, "", "A", nullptr, 1), VQREG_E_FAIL);
     EXPECT_EQ(vqreg_delete_value(store, "", nullptr), VQREG_E_FAIL);
     EXPECT_EQ(vqreg_key_get_dword(nullptr, "A", &number), VQREG_E_FAIL);
+    ASSERT_EQ(vqreg_set_string(store, "", "A", "text"), VQREG_OK);
+    vqreg_key* key = nullptr;
+    ASSERT_EQ(vqreg_open_key(store, "", 0, &key), VQREG_OK);
+    char text[8] = "kept";
+    EXPECT_EQ(vqreg_key_get_string(key, "A", text, nullptr), VQREG_E_FAIL);
+    EXPECT_STREQ(text, "kept");
+    EXPECT_EQ(vqreg_key_get_dword(key, nullptr, &number), VQREG_E_FAIL);
+    EXPECT_EQ(vqreg_key_set_string(key, "A", nullptr), VQREG_E_FAIL);
+    EXPECT_EQ(vqreg_key_set_dword(nullptr, "A", 1), VQREG_E_FAIL);
+    EXPECT_EQ(vqreg_key_delete_value(key, nullptr), VQREG_E_FAIL);
+    EXPECT_EQ(vqreg_key_delete_value(nullptr, "A"), VQREG_E_FAIL);
+    EXPECT_EQ(this->text("", "A"), "text");
+    vqreg_close_key(key);
 }
 
 TEST_F(CValues, OfAnUpdateAreWrittenAtItsEnd) {

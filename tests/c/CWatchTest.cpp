@@ -1,5 +1,6 @@
 // Watches of the C interface: what has changed, whoever has changed it.
 #include <poll.h>
+#include <sys/resource.h>
 
 #include <filesystem>
 #include <fstream>
@@ -96,6 +97,10 @@ TEST_F(CWatch, OfTheRootKeyHasPathsBelowIt) {
     ASSERT_EQ(vqreg_set_dword(store, "", "A", 1), VQREG_OK);
     ASSERT_EQ(vqreg_set_dword(store, "B/C", "D", 2), VQREG_OK);
     EXPECT_EQ(changes(), (Texts{"|A - 1", "+B", "+B/C", "B/C|D - 2"}));
+    ASSERT_EQ(vqreg_delete_value(store, "B/C", "D"), VQREG_OK);
+    ASSERT_EQ(vqreg_delete_key(store, "B/C"), VQREG_OK);
+    ASSERT_EQ(vqreg_delete_key(store, "B"), VQREG_OK);
+    EXPECT_EQ(changes(), (Texts{"B/C|D 2 -", "-B/C", "-B"}));
 }
 
 TEST_F(CWatch, OfAKeyThatIsMissingSeesItComeAndGo) {
@@ -177,6 +182,23 @@ TEST_F(CWatch, ThatCannotBeIsRefused) {
     EXPECT_EQ(vqreg_watch_fd(nullptr), -1);
     start("");
     EXPECT_EQ(vqreg_watch_next(watch, nullptr), VQREG_E_FAIL);
+}
+
+TEST_F(CWatch, ForWhichThereIsNoDescriptorIsRefused) {
+    const int lowest = ::dup(STDERR_FILENO);
+    ASSERT_GE(lowest, 0);
+    ::close(lowest);
+    rlimit before{};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+    rlimit none = before;
+    none.rlim_cur = static_cast<rlim_t>(lowest);
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+    int result = VQREG_OK;
+    EXPECT_EQ(vqreg_watch_open(store, "", &result), nullptr);
+    EXPECT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+    EXPECT_EQ(result, VQREG_E_FAIL);
+    start("");
+    EXPECT_EQ(vqreg_watch_fd(watch), lowest) << "nothing is left of the first one";
 }
 
 // A directory of that name may be another one from one moment to the next.

@@ -1,6 +1,10 @@
 // What the C interface tells people.
 #include <sys/stat.h>
 
+#include <cerrno>
+#include <cstdio>
+#include <fstream>
+
 #include "c/CStoreFixture.h"
 #include "support/ForkedChild.h"
 
@@ -60,6 +64,22 @@ TEST_F(CWhy, NamesWhatIsInThePlaceOfFileOrDirectory) {
     EXPECT_EQ(whyOf(""), "an empty path is no store");
 }
 
+TEST_F(CWhy, TellsWhatTheSystemSaysOfAPathThatItCannotFollow) {
+    const std::string tooLong = file.directory() + '/' + std::string(300, 'x');
+    EXPECT_EQ(whyOf(tooLong), tooLong + ": " + std::strerror(ENAMETOOLONG));
+    EXPECT_EQ(whyOf(tooLong + "/store.cfg"),
+              tooLong + "/store.cfg: " + std::strerror(ENAMETOOLONG));
+}
+
+TEST_F(CWhy, WithoutANameIsOfTheUsualFile) {
+    EXPECT_EQ(vqreg_why(nullptr, nullptr, 0), 0u);
+    std::ofstream("/etc/Velquist.cfg") << "nonsense\n";
+    char text[100] = "";
+    vqreg_why(nullptr, text, sizeof text);
+    EXPECT_STREQ(text, "/etc/Velquist.cfg:1:1: neither a key nor a value begins here");
+    std::remove("/etc/Velquist.cfg");
+}
+
 TEST_F(CWhy, NamesMissingPermissions) {
     if (::geteuid() == 0 && vqtest::ForkedChild([] { return ::seteuid(65534); }).wait() != 0) {
         GTEST_SKIP() << "a process may not become another user here";
@@ -93,6 +113,8 @@ TEST_F(CWhy, GivesWhatFitsIntoTheBuffer) {
     EXPECT_EQ(length, std::strlen("/missing/store.cfg: the directory /missing does not exist"));
     EXPECT_STREQ(text, "/missin");
     EXPECT_EQ(vqreg_why("/missing/store.cfg", nullptr, 0), length);
+    EXPECT_EQ(vqreg_why("/missing/store.cfg", text, 0), length);
+    EXPECT_STREQ(text, "/missin") << "no room, no NUL";
 }
 
 TEST_F(CWhy, AStoreThatCannotBeOpenedIsNull) {

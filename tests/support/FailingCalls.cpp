@@ -3,6 +3,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <pthread.h>
+#include <semaphore.h>
 #include <sys/ipc.h>
 #include <sys/mman.h>
 #include <sys/shm.h>
@@ -13,6 +14,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstdarg>
 #include <cstdio>
 
@@ -26,6 +28,7 @@ struct Room {
     bool isKnown = false;
     unsigned long forAll = 0;
     unsigned long forRoot = 0;
+    unsigned long blockSize = 0;
 };
 Room g_room;
 
@@ -64,8 +67,8 @@ int descriptorsHandedOn() {
     return g_handedOn.load();
 }
 
-KnownRoom::KnownRoom(unsigned long forAll, unsigned long forRoot) {
-    g_room = {true, forAll, forRoot};
+KnownRoom::KnownRoom(unsigned long forAll, unsigned long forRoot, unsigned long blockSize) {
+    g_room = {true, forAll, forRoot, blockSize};
 }
 
 KnownRoom::~KnownRoom() {
@@ -131,6 +134,11 @@ VQ_FAILING(ssize_t, getrandom, -1, 0, (void* bytes, size_t size, unsigned int fl
            (bytes, size, flags))
 VQ_FAILING(ssize_t, readlink, -1, 0, (const char* path, char* text, size_t size),
            (path, text, size))
+VQ_FAILING(ssize_t, readlinkat, -1, 0, (int directory, const char* path, char* text, size_t size),
+           (directory, path, text, size))
+VQ_FAILING(int, kill, -1, 0, (pid_t pid, int signal), (pid, signal))
+VQ_FAILING(int, sem_init, -1, 0, (sem_t * semaphore, int shared, unsigned int value),
+           (semaphore, shared, value))
 VQ_FAILING(char*, realpath, nullptr, nullptr, (const char* path, char* resolved), (path, resolved))
 VQ_FAILING(ssize_t, process_vm_readv, -1, 0,
            (pid_t pid, const struct iovec* here, unsigned long countHere, const struct iovec* there,
@@ -151,7 +159,7 @@ int __wrap_fstatvfs(int fd, struct statvfs* room) {
     }
     result = __real_fstatvfs(fd, room);
     if (vqtest::g_room.isKnown) {
-        room->f_frsize = 4096;
+        room->f_frsize = vqtest::g_room.blockSize;
         room->f_blocks = 1000;
         room->f_bavail = vqtest::g_room.forAll;
         room->f_bfree = vqtest::g_room.forRoot;

@@ -35,10 +35,11 @@ private:
 /// How many descriptors were opened so far that a program started meanwhile would have got.
 int descriptorsHandedOn();
 
-/// While it lives, every file system has room for so many blocks of 4 KiB: for everybody, and for root.
+/// While it lives, every file system has room for so many blocks: for everybody, and for root. One whose
+/// blocks have no size does not tell how large it is.
 class KnownRoom {
 public:
-    KnownRoom(unsigned long forAll, unsigned long forRoot);
+    KnownRoom(unsigned long forAll, unsigned long forRoot, unsigned long blockSize = 4096);
     ~KnownRoom();
     KnownRoom(const KnownRoom&) = delete;
     KnownRoom& operator=(const KnownRoom&) = delete;

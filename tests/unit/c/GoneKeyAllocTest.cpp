@@ -135,6 +135,15 @@ TEST_F(GoneKey, ThatIsMadeAnewHasTheWholeBuffer) {
     EXPECT_EQ(type, VQREG_STRING);
 }
 
+TEST_F(GoneKey, ThatIsNotMadeAnewIsNotFound) {
+    ASSERT_EQ(vqreg_set_dword(store, "K", "V", 1), VQREG_OK);
+    std::uint32_t number = 7;
+    EXPECT_EQ(
+        callWhile([&] { removeKey(); }, [&] { return vqreg_get_dword(store, "K", "V", &number); }),
+        VQREG_E_KEY_NOT_FOUND);
+    EXPECT_EQ(number, 7u);
+}
+
 TEST_F(GoneKey, IsNoFailureOfADeletionThatWasMade) {
     ASSERT_EQ(vqreg_set_dword(store, "K", "V", 1), VQREG_OK);
     int removed = VQREG_E_FAIL;

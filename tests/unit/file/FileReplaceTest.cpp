@@ -98,6 +98,8 @@ TEST_F(FileReplace, OpeningTellsTheNameEvenWhenItFails) {
     std::string name;
     EXPECT_EQ(store->FileOpen(CRegLibImplFile::eRead, &name), REGLIB_E_FILE_OPEN);
     EXPECT_EQ(name, file.path());
+    EXPECT_EQ(store->FileOpen(CRegLibImplFile::eWrite, nullptr), REGLIB_E_FILE_OPEN)
+        << "and nobody need ask for it";
     EXPECT_EQ(store->FileOpen(CRegLibImplFile::eWrite, &name), REGLIB_E_FILE_OPEN);
     EXPECT_EQ(name.size(), file.path().size() + 36);
     EXPECT_EQ(name.substr(0, file.path().size()), file.path());

@@ -209,6 +209,33 @@ TEST_F(Import, SucceedsWhenTheMissingFileCannotBeMade) {
     EXPECT_NE(probe.localStamp(), probe.sharedStamp());
 }
 
+// A writer has died between its two renames: what is missing is not a store without values.
+TEST_F(Import, DoesNotMakeAMissingFileAnewWhoseBackupCannotComeBack) {
+    setText(*store, root, "a", "x");
+    ASSERT_EQ(std::rename(file.path().c_str(), file.backupPath().c_str()), 0);
+    const std::string text = file.readBackup();
+    probe.markReplacing();
+    FileOpsFake files;
+    files.fail(FileCall::eLink, EPERM);
+    files.fail(FileCall::eRename, EACCES);
+    EXPECT_EQ(get(*store, root, "a"), Value::failure(REGLIB_E_FILE_OPEN));
+    EXPECT_EQ(setText(*store, root, "b", "y"), REGLIB_E_FILE_OPEN);
+    EXPECT_FALSE(file.exists());
+    EXPECT_EQ(file.readBackup(), text);
+    files.heal();
+    EXPECT_EQ(get(*store, root, "a"), Value::ofText("x"));
+    EXPECT_EQ(file.read(), text);
+}
+
+TEST_F(Import, MakesTheFileAnewWhereADeadWriterHasLeftNoBackupEither) {
+    setText(*store, root, "a", "x");
+    ASSERT_EQ(std::remove(file.path().c_str()), 0);
+    ASSERT_EQ(std::remove(file.backupPath().c_str()), 0);
+    probe.markReplacing();
+    EXPECT_EQ(get(*store, root, "a"), Value::ofText("x"));
+    EXPECT_EQ(file.read(), "[Velquist]\n\"a\"=string:x\n");
+}
+
 TEST_F(Import, FailsWhenTheFileCannotBeOpened) {
     setText(*store, root, "a", "x");
     probe.moveStamp();

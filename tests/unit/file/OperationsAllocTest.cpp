@@ -1,6 +1,8 @@
 // Every operation, with the n-th allocation failing, for every n.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <functional>
@@ -9,6 +11,7 @@
 #include <set>
 #include <string>
 
+#include "portable/ObjectName.h"
 #include "support/FailingAllocation.h"
 #include "support/StoreFixture.h"
 
@@ -334,4 +337,23 @@ TEST_F(Operations, AKeyThatTheStoreSetOutToMakeIsToldAsNewAlsoWithoutMemory) {
         isSeen = isSeen || (code == REGLIB_E_FAIL && !isMade && exists == 0);
     }
     EXPECT_TRUE(isSeen) << "no allocation of the new node has failed";
+}
+
+// Whoever tells of the refused lock needs memory; the caller learns of the lock without it.
+TEST_F(Operations, AChangeFailsWithoutALock) {
+    const std::string lock = VQRegLib::objectPath("CPLock", file.path());
+    bool failed = true;
+    for (long n = 0; failed; ++n) {
+        ASSERT_LT(n, kMostAllocations);
+        file.write("");
+        auto store = open();
+        prepare(*store);
+        ASSERT_EQ(::unlink(lock.c_str()), 0);
+        ASSERT_EQ(::mkdir(lock.c_str(), 0777), 0);
+        int code = REGLIB_OK;
+        failed = failingAt(n, [&] { code = setNumber(*store, *store->RootKey(), "new", 1); });
+        ASSERT_EQ(::rmdir(lock.c_str()), 0);
+        ASSERT_TRUE(code == REGLIB_E_FILE_OPEN || code == REGLIB_E_FAIL) << n << " " << code;
+        ASSERT_NO_FATAL_FAILURE(expectSound(*store)) << n;
+    }
 }

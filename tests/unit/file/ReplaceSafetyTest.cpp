@@ -359,6 +359,21 @@ TEST_F(ReplaceSafety, ALostTextWithAGoodBackupIsTold) {
     EXPECT_THAT(log.texts(TraceLog::Addresses::eReplace), Contains(line).Times(2));
 }
 
+// Somebody who does not take the lock, as an editor does not, puts it there after the look.
+TEST_F(OpenReplaceSafety, AFileThatComesBackMeanwhileIsNotReplacedByItsBackup) {
+    ASSERT_EQ(setText(*store, root, "a", "w"), REGLIB_OK);
+    ASSERT_EQ(setText(*store, root, "a", "x"), REGLIB_OK);
+    const std::string backup = file.readBackup();
+    probe.markReplacing();
+    FileOpsFake files;
+    files.fail(FileCall::eExists, ENOENT);
+    EXPECT_EQ(get(*store, root, "a"), Value::ofText("x"));
+    EXPECT_THAT(files.calls(), Contains("link store.cfg.bak store.cfg"));
+    EXPECT_EQ(files.count(FileCall::eRename), 0);
+    EXPECT_EQ(file.read(), kOneValue);
+    EXPECT_EQ(file.readBackup(), backup);
+}
+
 // Where a file may not be linked, a file that a dead writer took away comes back by a rename.
 TEST_F(OpenReplaceSafety, TheBackupComesBackWhereItCannotBeLinked) {
     ASSERT_EQ(setText(*store, root, "a", "x"), REGLIB_OK);

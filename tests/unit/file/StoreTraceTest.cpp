@@ -261,6 +261,22 @@ TEST_F(StoreTrace, NamesTheObjectThatIsRefusedAndItsUser) {
     }
 }
 
+// Once in a minute: whoever asks again and again does not fill the disk.
+TEST_F(StoreTrace, NamesTheRefusedLockOfAStoreInUseOnce) {
+    const auto store = open();
+    const std::string lock = VQRegLib::objectPath("CPLock", file.path());
+    ASSERT_EQ(::unlink(lock.c_str()), 0);
+    ASSERT_EQ(::mkdir(lock.c_str(), 0777), 0);
+    EXPECT_EQ(setText(*store, *store->RootKey(), "a", "x"), REGLIB_E_FILE_OPEN);
+    EXPECT_THAT(lines(), Contains("(Error) CRegLibImplFile::Lock (0x@), \"" + lock +
+                                  "\" cannot be used, errno " + std::to_string(EISDIR) +
+                                  ", it is of user " + std::to_string(::geteuid())));
+    EXPECT_EQ(setText(*store, *store->RootKey(), "a", "x"), REGLIB_E_FILE_OPEN);
+    EXPECT_THAT(lines(), Not(Contains(HasSubstr("cannot be used"))));
+    ASSERT_EQ(::rmdir(lock.c_str()), 0);
+    EXPECT_EQ(setText(*store, *store->RootKey(), "a", "x"), REGLIB_OK);
+}
+
 // Each of them would lose what the other one changes.
 TEST_F(StoreTrace, TellsWhoHasTheLockOfAnOlderLibrary) {
     open();

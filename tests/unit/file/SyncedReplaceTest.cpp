@@ -83,6 +83,31 @@ TEST_F(SyncedReplace, WhereTheCopyCannotBeMadeTheRenamesKeepTheOldText) {
     EXPECT_THAT(file.files(), ElementsAre("store.cfg", "store.cfg.bak"));
 }
 
+// What stands in the backup's place cannot be replaced; the text takes its own all the same.
+TEST_F(SyncedReplace, ACopyThatCannotBecomeTheBackupIsNotLeftLyingAbout) {
+    std::filesystem::remove(file.backupPath());
+    std::filesystem::create_directory(file.backupPath());
+    FileOpsFake files;
+    files.fail(FileCall::eLink, EPERM);
+    files.fail(FileCall::eExchange, EINVAL);
+    EXPECT_EQ(setText(*store, root, "a", "x"), REGLIB_OK);
+    EXPECT_THAT(files.calls(), Contains("rename store.cfg+.bak store.cfg.bak"));
+    EXPECT_THAT(files.calls(), Contains("unlink store.cfg+.bak"));
+    EXPECT_EQ(file.read(), kOneValue);
+    EXPECT_THAT(file.files(), ElementsAre("store.cfg", "store.cfg.bak"));
+}
+
+TEST_F(SyncedReplace, WithoutMemoryForACopyTheRenamesKeepTheOldText) {
+    FileOpsFake files;
+    files.fail(FileCall::eLink, EPERM);
+    files.fail(FileCall::eExchange, EINVAL);
+    files.throwNoMemory(FileCall::eCopy);
+    EXPECT_EQ(setText(*store, root, "a", "x"), REGLIB_OK);
+    EXPECT_EQ(file.read(), kOneValue);
+    EXPECT_EQ(file.readBackup(), "[Velquist]\n");
+    EXPECT_THAT(file.files(), ElementsAre("store.cfg", "store.cfg.bak"));
+}
+
 TEST_F(SyncedReplace, ATextThatDoesNotReachTheDiskTakesNobodysPlace) {
     setText(*store, root, "a", "x");
     const std::string backup = file.readBackup();

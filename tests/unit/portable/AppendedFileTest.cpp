@@ -10,6 +10,7 @@
 #include <fstream>
 #include <string>
 
+#include "support/ForkedChild.h"
 #include "support/TempStore.h"
 
 using VQRegLib::CAppendedFile;
@@ -69,6 +70,27 @@ TEST_F(AppendedFile, IsNoLinkNoFifoAndHasOneName) {
     EXPECT_EQ(open("missing/log"), nullptr);
 }
 
+TEST_F(AppendedFile, ThatAUserHasMadeIsForEverybodyToo) {
+    fs::permissions(m_place.directory(), fs::perms::all);
+    vqtest::ForkedChild child([&] {
+        if (::seteuid(65534) != 0) {
+            return 77;  // one who has nobody else to be
+        }
+        ::umask(0077);
+        const bool isMade = open("log") != nullptr;
+        return ::seteuid(0) == 0 && isMade ? 0 : 1;
+    });
+    const int status = child.wait();
+    if (status == 77) {
+        GTEST_SKIP() << "only root can be another user";
+    }
+    EXPECT_EQ(status, 0);
+    struct stat log {};
+    ASSERT_EQ(::stat(pathOf("log").c_str(), &log), 0);
+    EXPECT_EQ(log.st_uid, 65534u);
+    EXPECT_EQ(log.st_mode & 07777u, 0666u);
+}
+
 TEST_F(AppendedFile, OfAnotherUserMustBeOpenToEverybodyAndStaysAsItIs) {
     std::ofstream(pathOf("log")) << "of another\n";
     if (::chown(pathOf("log").c_str(), 65534, 65534) != 0) {
@@ -110,4 +132,8 @@ TEST_F(AppendedFile, IsNotThereWhenItsNumberIsAnothersNow) {
     EXPECT_FALSE(m_opened.isThere());
     EXPECT_FALSE(m_opened.isThereFor(m_file));
     std::fclose(other);
+    std::FILE* const device = std::fopen("/dev/null", "w");
+    ASSERT_EQ(::dup2(fileno(device), fileno(m_file)), fileno(m_file));
+    EXPECT_FALSE(m_opened.isThere()) << "another disk's may have the same number";
+    std::fclose(device);
 }

@@ -16,6 +16,8 @@
 #include "portable/AppendedFile.h"
 #include "portable/FileLink.h"
 #include "portable/FileOps.h"
+#include "portable/FilePlace.h"
+#include "portable/ObjectName.h"
 #include "portable/Portable.h"
 #include "support/FailingCalls.h"
 #include "support/ForkedChild.h"
@@ -88,6 +90,18 @@ TEST_F(FileCalls, AFileSystemThatDoesNotTellItsSizeIsWrittenTo) {
     const File file(m_files.createForWriting(path.c_str(), 1ull << 60));
     EXPECT_NE(file, nullptr);
     EXPECT_EQ(silent.count(), 1);
+}
+
+TEST_F(FileCalls, AFileSystemOfNoBlocksOrOfBlocksWithoutASizeIsWrittenTo) {
+    {
+        const FailingCall empty("fstatvfs", 0);
+        const File file(m_files.createForWriting((m_store.directory() + "/1").c_str(), 1ull << 60));
+        EXPECT_NE(file, nullptr) << "as the kernel's own file systems tell it";
+        EXPECT_EQ(empty.count(), 1);
+    }
+    const vqtest::KnownRoom room(0, 0, 0);
+    const File file(m_files.createForWriting((m_store.directory() + "/2").c_str(), 1ull << 60));
+    EXPECT_NE(file, nullptr);
 }
 
 TEST_F(FileCalls, WhatIsKeptForRootIsRoomForRootAlone) {
@@ -208,6 +222,45 @@ TEST_F(FileCalls, ALinkThatCannotBeLookedAtIsNotFollowed) {
         const FailingCall refused(function, EACCES);
         EXPECT_EQ(VQRegLib::fileBehindLinks(link), link) << function;
         EXPECT_GT(refused.count(), 0) << function;
+    }
+}
+
+TEST_F(FileCalls, WhatTakesTheLinksPlaceWhileItIsLookedAtIsNotFollowed) {
+    const std::string link = m_store.directory() + "/link";
+    fs::create_symlink("other", link);
+    {
+        const FailingCall wasLink("readlink", 0, 0, 1);  // at the first look the file was a link
+        EXPECT_EQ(VQRegLib::fileBehindLinks(m_store.path()), m_store.path());
+        EXPECT_EQ(wasLink.count(), 1);
+    }
+    const FailingCall refused("readlinkat", ENOENT);
+    EXPECT_EQ(VQRegLib::fileBehindLinks(link), link);
+    EXPECT_EQ(refused.count(), 1);
+}
+
+TEST_F(FileCalls, ADirectoryThatMayNotBeSearchedIsTold) {
+    using VQRegLib::eFilePlace;
+    EXPECT_EQ(VQRegLib::filePlace(m_store.path()), eFilePlace::eFine);
+    {
+        const FailingCall closed("stat", EACCES);
+        EXPECT_EQ(VQRegLib::filePlace(m_store.path()), eFilePlace::eClosedDirectory);
+    }
+    const FailingCall failing("stat", EIO);
+    EXPECT_EQ(VQRegLib::filePlace(m_store.path()), eFilePlace::eNoPath);
+    EXPECT_EQ(errno, EIO);
+}
+
+TEST_F(FileCalls, APathThatOthersCannotResolveEitherHasItsOwnText) {
+    using VQRegLib::CSharedPath;
+    for (const int error : {ENOENT, ENOTDIR, EACCES, ELOOP, ENAMETOOLONG}) {
+        const FailingCall refused("realpath", error);
+        const CSharedPath path("/tmp/./store.cfg");
+        EXPECT_EQ(path.error(), 0) << error;
+        EXPECT_EQ(path.text(), "/tmp/./store.cfg");
+    }
+    for (const int error : {ENOMEM, EIO}) {
+        const FailingCall refused("realpath", error);
+        EXPECT_EQ(CSharedPath("/tmp/./store.cfg").error(), error) << "others may resolve it";
     }
 }
 

@@ -2,8 +2,11 @@
 // its own, because it replaces what notes that.
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <sys/file.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <string>
 #include <thread>
 
 #include "portable/Mutex.h"
@@ -15,6 +18,8 @@ using namespace VQRegLib;
 namespace {
 
 bool g_isShort = false;
+std::string g_replacedObject;  // is removed whenever somebody has waited for its lock
+bool g_hasWaited = false;
 int g_destructors = 0;
 
 }  // namespace
@@ -23,11 +28,22 @@ int g_destructors = 0;
 extern "C" {
 int __real_pthread_setspecific(pthread_key_t key, const void* value);
 int __wrap_pthread_setspecific(pthread_key_t key, const void* value);
+int __real_flock(int fd, int operation);
+int __wrap_flock(int fd, int operation);
 int __real___cxa_thread_atexit(void (*destructor)(void*), void* object, void* library);
 int __wrap___cxa_thread_atexit(void (*destructor)(void*), void* object, void* library);
 
 int __wrap_pthread_setspecific(pthread_key_t key, const void* value) {
     return g_isShort ? ENOMEM : __real_pthread_setspecific(key, value);
+}
+int __wrap_flock(int fd, int operation) {
+    g_hasWaited = !g_replacedObject.empty() && !g_hasWaited;
+    if (g_hasWaited) {
+        ::unlink(g_replacedObject.c_str());
+        errno = EWOULDBLOCK;
+        return -1;
+    }
+    return __real_flock(fd, operation);
 }
 int __wrap___cxa_thread_atexit(void (*destructor)(void*), void* object, void* library) {
     ++g_destructors;
@@ -49,6 +65,19 @@ TEST(MutexShortage, WhatCannotBeNotedForTheEndOfTheThreadIsNotTaken) {
     }).join();
     EXPECT_EQ(mutex.wait(0, nullptr), CPMutex::eOwned) << "it went with its thread";
     EXPECT_EQ(g_destructors, 0) << "each may be the end of a process without memory";
+}
+
+TEST(MutexShortage, AnObjectThatIsReplacedAgainAndAgainIsGivenUp) {
+    const vqtest::TempStore file;
+    const CSharedPath path(file.path().c_str());
+    CPMutex mutex(1, 0, path, 1, 1);
+    g_replacedObject = objectPath(kLockKind, path);
+    EXPECT_EQ(mutex.wait(CPMutex::kInfinite, nullptr), CPMutex::eFailed);
+    EXPECT_EQ(mutex.error(), EAGAIN);
+    EXPECT_FALSE(mutex.isHeldHere());
+    g_replacedObject.clear();
+    EXPECT_EQ(mutex.wait(CPMutex::kInfinite, nullptr), CPMutex::eOwned);
+    EXPECT_TRUE(mutex.isStillHeld());
 }
 
 TEST(MutexShortage, WhatIsMadeForAMutexThatCannotBeMadeIsGivenBack) {

@@ -16,6 +16,7 @@
 #include "portable/ObjectName.h"
 #include "support/ForkedChild.h"
 #include "support/TempStore.h"
+#include "support/Threads.h"
 #include "support/TinyFileSystem.h"
 #include "support/Wait.h"
 
@@ -187,6 +188,26 @@ TEST_F(MutexObject, RemovedWhileItIsFreeItIsMadeAgainByTheNext) {
     EXPECT_EQ(old.wait(0, nullptr), CPMutex::eOwned);
 }
 
+TEST_F(MutexObject, WhoWaitsWhileItIsRemovedTakesTheOneThatIsMadeAgain) {
+    CPMutex mutex(1, 0, m_path, 1, 1);
+    const int old = ::open(m_object.c_str(), O_RDWR | O_CLOEXEC);
+    ASSERT_EQ(::flock(old, LOCK_EX), 0);
+    {
+        vqtest::CallElsewhere waiting([&] {
+            EXPECT_EQ(mutex.wait(CPMutex::kInfinite, nullptr), CPMutex::eOwned);
+            EXPECT_TRUE(mutex.isStillHeld());
+            EXPECT_EQ(mutex.release(), 0);
+        });
+        EXPECT_TRUE(waiting.waits());
+        fs::remove(m_object);
+        ::flock(old, LOCK_UN);
+        EXPECT_TRUE(waiting.returns());
+    }
+    EXPECT_TRUE(fs::exists(m_object));
+    EXPECT_EQ(::flock(old, LOCK_EX | LOCK_NB), 0) << "the removed one is still held";
+    ::close(old);
+}
+
 TEST_F(MutexObject, ItsDescriptorMayBeClosedByTheProgramAndBecomeAnotherFile) {
     CPMutex mutex(1, 0, m_path, 1, 1);
     ASSERT_EQ(mutex.wait(0, nullptr), CPMutex::eOwned);
@@ -200,6 +221,8 @@ TEST_F(MutexObject, ItsDescriptorMayBeClosedByTheProgramAndBecomeAnotherFile) {
         ASSERT_EQ(::flock(descriptors.back(), LOCK_SH), 0);
     }
     EXPECT_FALSE(mutex.isStillHeld());
+    mutex.noteHolding();
+    EXPECT_EQ(fs::file_size(stranger), 0u) << "the program's own files stay as they are";
     EXPECT_EQ(mutex.release(), 0);
     const int other = ::open(stranger.c_str(), O_RDWR);
     EXPECT_NE(::flock(other, LOCK_EX | LOCK_NB), 0) << "the program's own locks stay";

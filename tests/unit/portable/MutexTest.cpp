@@ -1,7 +1,9 @@
 // The mutex that all processes share, seen by the threads of one process.
 #include "portable/Mutex.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -12,6 +14,7 @@
 #include <thread>
 #include <vector>
 
+#include "portable/ObjectName.h"
 #include "support/TempStore.h"
 #include "support/Wait.h"
 
@@ -240,6 +243,26 @@ TEST_F(Mutex, ItsDestructorReleasesEveryWait) {
     EXPECT_EQ(mutex->wait(CPMutex::kInfinite, nullptr), CPMutex::eOwned);
     mutex.reset();
     EXPECT_EQ(tryElsewhere(), CPMutex::eOwned);
+}
+
+TEST_F(Mutex, ItsDestructorLeavesItToAnotherThreadThatHoldsIt) {
+    auto mutex = open();
+    std::atomic<bool> isHeld{false};
+    std::atomic<bool> mayEnd{false};
+    std::thread holder([&] {
+        isHeld = mutex->wait(0, nullptr) == CPMutex::eOwned;
+        waitUntil([&] { return mayEnd.load(); });
+    });
+    ASSERT_TRUE(waitUntil([&] { return isHeld.load(); }));
+    mutex.reset();
+    const int file = ::open(VQRegLib::objectPath(VQRegLib::kLockKind, m_store.path()).c_str(),
+                            O_RDWR | O_CLOEXEC);
+    EXPECT_NE(::flock(file, LOCK_EX | LOCK_NB), 0) << "other processes could take it";
+    EXPECT_EQ(tryElsewhere(), CPMutex::eTimeout);
+    mayEnd = true;
+    holder.join();
+    EXPECT_EQ(tryElsewhere(), CPMutex::eOwned);
+    ::close(file);
 }
 
 TEST_F(Mutex, ItsDestructorKeepsTheWaitsThroughOtherObjects) {

@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
+#include <sys/mount.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -13,6 +14,7 @@
 #include <vector>
 
 #include "portable/Semaphore.h"
+#include "support/TraceLog.h"
 #include "support/Wait.h"
 
 namespace fs = std::filesystem;
@@ -162,4 +164,21 @@ TEST_F(NamedObjects, AMarkTellsWhetherNamesHaveComeOrGone) {
     ASSERT_TRUE(vqtest::waitUntil(isSettled));
     std::ofstream("/dev/shm/sem.vqtest-mark-1") << "x";
     EXPECT_TRUE(CNamesMark::now().isUnchangedSince(mark)) << "its content is another";
+}
+
+// As a container shows it that has a directory of its own in that place.
+TEST_F(NamedObjects, AMarkOfAnotherDirectoryOfTheSameDiskIsLikeNone) {
+    ASSERT_TRUE(vqtest::inPrivateRoot()) << "tests that mount must run under private_root";
+    const std::string other = "/dev/shm/vqtest-directory";
+    fs::create_directory(other);
+    CNamesMark mark;
+    ASSERT_TRUE(vqtest::waitUntil([&] {
+        mark = CNamesMark::now();
+        return mark.isUnchangedSince(mark);
+    }));
+    ASSERT_EQ(::mount(other.c_str(), "/dev/shm", nullptr, MS_BIND, nullptr), 0);
+    EXPECT_FALSE(CNamesMark::now().isUnchangedSince(mark));
+    ASSERT_EQ(::umount2("/dev/shm", MNT_DETACH), 0);
+    EXPECT_TRUE(CNamesMark::now().isUnchangedSince(mark));
+    fs::remove(other);
 }

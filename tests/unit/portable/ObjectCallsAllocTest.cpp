@@ -72,6 +72,32 @@ TEST(BlockCalls, ASegmentThatCannotBeAttachedIsReplaced) {
     EXPECT_FALSE(first.isCurrent());
 }
 
+TEST(BlockCalls, ABlockThatAnotherOneHasMadeMeanwhileIsUsed) {
+    SKIP_UNLESS_WRAPPED();
+    const vqtest::TempStore store;
+    CPSharedMemory first(store.path(), 8);
+    ASSERT_EQ(first.error(), 0);
+    const FailingCall refused("shmat", EINVAL, 0, 1);  // found under the lock only
+    const CPSharedMemory second(store.path(), 8);
+    EXPECT_EQ(refused.count(), 1);
+    EXPECT_EQ(second.error(), 0);
+    EXPECT_EQ(second.isCreator(), 0);
+    EXPECT_EQ(second.tag(), first.tag());
+    EXPECT_TRUE(first.isCurrent());
+}
+
+TEST(BlockCalls, OneThatCouldNotBeOpenedIsNeverCurrent) {
+    SKIP_UNLESS_WRAPPED();
+    const vqtest::TempStore store;
+    const CPSharedMemory first(store.path(), 8);
+    const FailingCall refused("open", EMFILE, 0, 2);
+    CPSharedMemory second(store.path(), 8);
+    EXPECT_EQ(second.getAddress(), nullptr);
+    EXPECT_FALSE(second.isCurrent());
+    EXPECT_EQ(refused.count(), 2);
+    EXPECT_FALSE(second.isCurrent()) << "its file is there, but nothing of it is attached";
+}
+
 TEST(BlockCalls, ABlockOfAnotherSizeIsReplaced) {
     const vqtest::TempStore store;
     CPSharedMemory first(store.path(), 8);

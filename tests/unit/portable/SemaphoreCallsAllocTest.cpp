@@ -49,7 +49,7 @@ INSTANTIATE_TEST_SUITE_P(Calls, SemaphoreRefused,
                          testing::Values(Refused{"open", EMFILE}, Refused{"open", ENFILE, 1},
                                          Refused{"posix_fallocate", ENOSPC}, Refused{"fstat", EIO},
                                          Refused{"mmap", ENOMEM}, Refused{"fchmod", EPERM},
-                                         Refused{"linkat", EDQUOT}),
+                                         Refused{"linkat", EDQUOT}, Refused{"sem_init", ENOSYS}),
                          vqtest::nameOfRefused);
 
 TEST_F(SemaphoreCalls, OneThatIsThereMayBeRefusedToo) {
@@ -109,6 +109,33 @@ TEST_F(SemaphoreCalls, AnOwnerWhoseFileCannotBeLookedAtTriesAgain) {
     EXPECT_EQ(blind.count(), 1);
 }
 
+TEST_F(SemaphoreCalls, AnOwnerWhoseFileLosesItsNameMeanwhileTriesAgain) {
+    SKIP_UNLESS_WRAPPED();
+    SemaphoreOf semaphore(name);
+    {
+        const FailingCall nameless("fstat", 0, 0, 1);  // says that it has no links
+        EXPECT_FALSE(semaphore.own(1));
+        EXPECT_EQ(semaphore.error(), ESTALE);
+    }
+    SemaphoreOf again(name);
+    const FailingCall nameless("fstat", 0, 0, 1);
+    EXPECT_TRUE(again.own(2));
+    EXPECT_EQ(nameless.count(), 1);
+}
+
+TEST_F(SemaphoreCalls, WhatCannotBeLookedAtKeepsItsName) {
+    SKIP_UNLESS_WRAPPED();
+    const SemaphoreOf semaphore(name);
+    {
+        const FailingCall blind("fstat", EIO);
+        (void)CPSemaphore::removeIfOwnerless(name);
+        EXPECT_EQ(blind.count(), 1);
+    }
+    EXPECT_TRUE(std::filesystem::exists(path));
+    EXPECT_TRUE(CPSemaphore::removeIfOwnerless(name));
+    EXPECT_FALSE(std::filesystem::exists(path));
+}
+
 TEST_F(SemaphoreCalls, AnOwnerTakesTheFileThatTheNameMeans) {
     const SemaphoreOf replaced(name);
     SemaphoreOf semaphore(name);
@@ -133,6 +160,29 @@ TEST_F(SemaphoreCalls, OneWhoseAgeCannotBeToldStays) {
         EXPECT_GT(blind.count(), 0) << function;
     }
     EXPECT_TRUE(std::filesystem::remove(file));
+}
+
+TEST_F(SemaphoreCalls, OneOfAProcessOfAnotherUserStays) {
+    SKIP_UNLESS_WRAPPED();
+    const std::string numbered = name + "-999999999";
+    const SemaphoreOf semaphore(numbered);
+    {
+        const FailingCall another("kill", EPERM);
+        const FailingCall old("statx", 0);
+        EXPECT_FALSE(CPSemaphore::removeIfAbandoned(numbered));
+        EXPECT_EQ(another.count(), 1);
+    }
+    EXPECT_TRUE(std::filesystem::remove(path + "-999999999"));
+}
+
+TEST_F(SemaphoreCalls, WhereNoTimeOfBirthIsKnownTheLastChangeTellsItsAge) {
+    SKIP_UNLESS_WRAPPED();
+    const std::string ofNobody = name + "-0";
+    const SemaphoreOf semaphore(ofNobody);
+    EXPECT_FALSE(CPSemaphore::removeIfAbandoned(ofNobody)) << "just made";
+    const FailingCall old("statx", 0);  // no birth, and last changed in 1970
+    EXPECT_TRUE(CPSemaphore::removeIfAbandoned(ofNobody));
+    EXPECT_FALSE(std::filesystem::exists(path + "-0"));
 }
 
 TEST_F(SemaphoreCalls, WaitingForItToBeFreeEndsWhenTheSystemHasNoLocks) {

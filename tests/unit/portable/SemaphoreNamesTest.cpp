@@ -1,8 +1,10 @@
 // What a semaphore's name tells of it, and what may lie under one.
 #include <gtest/gtest.h>
 #include <semaphore.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -51,6 +53,12 @@ TEST_F(SemaphoreNames, WhatIsNoFileIsNotRemovedForAnOwner) {
     SemaphoreOf directory(name);
     EXPECT_FALSE(directory.own(2));
     EXPECT_TRUE(fs::is_directory(path));
+    fs::remove(path);
+    ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
+    SemaphoreOf fifo(name);
+    EXPECT_EQ(fifo.error(), EINVAL);
+    EXPECT_FALSE(fifo.own(2));
+    EXPECT_TRUE(fs::is_fifo(path));
 }
 
 TEST_F(SemaphoreNames, ALinkIsNoSemaphoreThatHasLostItsOwner) {
@@ -70,6 +78,26 @@ TEST_F(SemaphoreNames, AFileOfAnotherSizeMakesRoomForAnOwner) {
     EXPECT_TRUE(semaphore.own(2));
     EXPECT_EQ(fs::file_size(path), sizeof(sem_t));
     EXPECT_TRUE(semaphore.isOwner());
+}
+
+TEST_F(SemaphoreNames, WhatWasNoSemaphoreMayBeGoneWhenItIsToBeOwned) {
+    std::ofstream(path) << "short";
+    SemaphoreOf semaphore(name);
+    ASSERT_EQ(semaphore.error(), EINVAL);
+    fs::remove(path);
+    EXPECT_TRUE(semaphore.own(2));
+    EXPECT_TRUE(semaphore.isOwner());
+}
+
+TEST_F(SemaphoreNames, WhatOthersHavePutInPlaceOfAUselessFileIsOwned) {
+    std::ofstream(path) << "short";
+    SemaphoreOf semaphore(name);
+    ASSERT_EQ(semaphore.error(), EINVAL);
+    fs::remove(path);
+    SemaphoreOf others(name);
+    EXPECT_TRUE(semaphore.own(2));
+    others.release();
+    EXPECT_TRUE(semaphore.wait(0, nullptr)) << "it was made anew";
 }
 
 TEST_F(SemaphoreNames, AWaitEndsWhenItsCallerIsToldToEnd) {

@@ -6,6 +6,7 @@
 #include <semaphore.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -114,6 +115,42 @@ TEST_F(SemaphoreOwner, AProgramMayCloseTheDescriptorAndUseItsNumber) {
     });
     EXPECT_EQ(program.wait(), 0) << "this descriptor of the program was closed in its child";
     EXPECT_TRUE(CPSemaphore::removeIfOwnerless(name));
+}
+
+TEST_F(SemaphoreOwner, AProgramMayUseTheNumberForAnotherFileOfTheSameDirectory) {
+    const std::string other = path + "-other";
+    ForkedChild program([&] {
+        SemaphoreOf semaphore(name);
+        if (!semaphore.own() || ::close_range(3, ~0u, 0) != 0) {
+            return 1;
+        }
+        const int own = ::open(other.c_str(), O_RDWR | O_CREAT, 0600);
+        while (::dup(own) < 32) {
+        }
+        std::exit(semaphore.isOwner() ? 2 : 0);
+        return 0;
+    });
+    EXPECT_EQ(program.wait(), 0) << "it takes the other file for its own";
+    EXPECT_TRUE(fs::remove(other));
+    EXPECT_TRUE(CPSemaphore::removeIfOwnerless(name)) << "it was not owned at the end";
+}
+
+TEST_F(SemaphoreOwner, AChildThatHasRunNoForkHandlersTakesNothingAlong) {
+    SemaphoreOf semaphore(name);
+    ForkedChild owner([&] {
+        if (!semaphore.own()) {
+            return 1;
+        }
+        const pid_t child = ::_Fork();
+        if (child == 0) {
+            std::exit(semaphore.isOwner() ? 2 : 0);
+        }
+        int status = -1;
+        while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
+        }
+        return status != 0 ? 3 : semaphore.isOwner() ? 0 : 4;
+    });
+    EXPECT_EQ(owner.wait(), 0);
 }
 
 TEST_F(SemaphoreOwner, IsOwnerlessAfterItsOwnersDeath) {

@@ -1,6 +1,7 @@
 #include "portable/SharedFile.h"
 
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -54,6 +55,28 @@ TEST_F(SharedFile, IsNotInPlaceWhenItsDescriptorIsAnothers) {
     EXPECT_FALSE(file.isInPlace());
     file.close();
     EXPECT_EQ(::close(descriptor), 0) << "it was left alone";
+}
+
+TEST_F(SharedFile, IsNotInPlaceWhenItsDescriptorIsThatOfAnotherObject) {
+    CSharedFile other;
+    ASSERT_EQ(other.open(m_name + ".other", 8), 0);
+    const int descriptor = file.descriptor();
+    ASSERT_EQ(::dup2(other.descriptor(), descriptor), descriptor);
+    EXPECT_FALSE(file.isOurs());
+    EXPECT_FALSE(file.isInPlace());
+    file.close();
+    EXPECT_EQ(::close(descriptor), 0) << "it was left alone";
+    fs::remove(path + ".other");
+}
+
+TEST_F(SharedFile, IsNotNamedByAPathThatMeansAFileOfAnotherDisk) {
+    const int unnamed = ::memfd_create("file", MFD_CLOEXEC);
+    CSharedFile other;
+    other.keep(unnamed, path);
+    EXPECT_TRUE(other.isOurs());
+    EXPECT_FALSE(other.isNamed());
+    EXPECT_FALSE(other.isInPlace());
+    ::close(unnamed);
 }
 
 TEST_F(SharedFile, MovedAwayItIsMissedWithinASecond) {

@@ -1,12 +1,14 @@
 // Which calls of a session enter the session lock of their store.
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "RegLib/instance/Directory.h"
+#include "RegLib/session/SessionLock.h"
 #include "RegLib/store/Store.h"
 #include "VQRegLib.h"
 #include "support/Handlers.h"
@@ -113,4 +115,25 @@ TEST_F(SessionLock, IsNotNeededForHandlers) {
     });
     EXPECT_TRUE(elsewhere.returns());
     store.m_critSec.leave(__LINE__);
+}
+
+TEST_F(SessionLock, IsLeftByItsThreadOnlyWhenUpdatesAreDropped) {
+    ASSERT_EQ(session.VQRegBeginUpdate(), REGLIB_OK);
+    ASSERT_EQ(session.VQRegBeginUpdate(), REGLIB_OK);
+    ASSERT_EQ(session.VQRegSetValue(root, "n", 1ul), REGLIB_OK);
+    const std::uint32_t number = store.updateNumber();
+    const CallElsewhere elsewhere([&] { dropUpdates(store, number, 2); });
+    EXPECT_TRUE(elsewhere.returns()) << "it waits for nobody";
+    dropUpdates(store, number + 1, 2);
+    dropUpdates(store, 0, 2);
+    dropUpdates(store, number, 0);
+    EXPECT_EQ(store.updateNumber(), number);
+    EXPECT_FALSE(vqtest::isFree(store.m_critSec));
+    EXPECT_EQ(session.VQRegQueryValueType(root, "n", type), REGLIB_OK);
+    dropUpdates(store, number, 3);
+    EXPECT_FALSE(store.isUpdating());
+    EXPECT_TRUE(vqtest::isFree(store.m_critSec)) << "it was entered by two levels";
+    EXPECT_LT(session.VQRegQueryValueType(root, "n", type), 0);
+    dropUpdates(store, 0, 1);
+    EXPECT_TRUE(vqtest::isFree(store.m_critSec)) << "there is none to drop";
 }

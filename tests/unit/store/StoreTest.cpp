@@ -112,6 +112,7 @@ TEST(StoreWithoutUpdates, RefusesThemAndHasNone) {
     EXPECT_EQ(store.VQRegBeginUpdate(), REGLIB_E_FAIL);
     EXPECT_FALSE(store.isUpdating());
     EXPECT_FALSE(store.isUpdatedElsewhere());
+    EXPECT_FALSE(store.isGone(CRegKey())) << "only an update can have let go of a key";
     EXPECT_EQ(store.updateNumber(), 0u);
     store.dropInheritedUpdate();
     store.dropUpdate();

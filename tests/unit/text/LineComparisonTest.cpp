@@ -42,6 +42,23 @@ TEST(LineComparison, OnlyTheLineOfANumberOfTheSameNameTakesAnotherNumber) {
     }
 }
 
+TEST(LineComparison, ALineThatIsOnlyLikeThatOfANumberKeepsItsDigits) {
+    const std::string line = composeDwordLine("Port", 0x1F90);
+    const std::size_t digits = line.size() - 8;
+    for (std::size_t at = 0; at < digits; ++at) {
+        std::string other = line;
+        other[at] = static_cast<char>(other[at] ^ 0x20);
+        const std::string before = other;
+        EXPECT_FALSE(renumberDwordLine(other.data(), other.size(), "Port", 1)) << before;
+        EXPECT_EQ(other, before);
+    }
+    for (std::size_t size = 0; size < line.size(); ++size) {
+        std::string other = line;
+        EXPECT_FALSE(renumberDwordLine(other.data(), size, "Port", 1)) << size;
+        EXPECT_EQ(other, line) << size;
+    }
+}
+
 TEST(LineComparison, TellsTheLineOfANumberFromEveryOther) {
     for (const std::string name : {"", "Port", "a\"b", "=dword:"}) {
         for (const std::uint32_t number : {0u, 0x1F90u, 0xABCDEF01u, 0xFFFFFFFFu}) {

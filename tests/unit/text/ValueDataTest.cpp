@@ -142,6 +142,17 @@ TEST(ValueData, WithoutABufferOnlyTheSizeIsTold) {
     EXPECT_EQ(size, 0u);
 }
 
+// Who asks for a size need not say that there is no room.
+TEST(ValueData, WithoutAPlaceForTheDataTheRoomDoesNotMatter) {
+    for (const unsigned long room : {4ul, 100ul}) {
+        unsigned long size = 77;
+        EXPECT_EQ(giveNumber(7, {nullptr, room, &size}), REGLIB_OK);
+        EXPECT_EQ(size, 4ul);
+        EXPECT_EQ(giveText("abc", {nullptr, room, &size}), REGLIB_OK);
+        EXPECT_EQ(size, 4ul);
+    }
+}
+
 TEST(ValueData, TheDataBeginsBehindTheFirstColonEvenInAName) {
     Answer answer(40);
     answer.give("\"a:b\"=string:c", CRegLib::eString);

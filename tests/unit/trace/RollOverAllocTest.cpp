@@ -71,8 +71,9 @@ TEST_F(RollOver, StartsANewFileAtMidnight) {
 TEST_F(RollOver, WhoHasNothingToOpenAnyMoreLeavesTheNextDayToAll) {
     write("before");
     g_once = kMidnight;
-    write("same");
+    trace().openTraceFile();
     EXPECT_EQ(g_once, 0);
+    write("same");
     g_now = kMidnight;
     write("after");
     EXPECT_THAT(linesOf(kFile15), ElementsAre("***", "before", "same"));
@@ -134,6 +135,23 @@ TEST_F(RollOver, HasNoFileOpenWhenTheFileOfTheNewDayCannotBeOpened) {
     g_now = kMidnight + kDay;
     write("kept");
     EXPECT_THAT(openLogs(), ElementsAre(kDirectory + "RegLibTrace-261117.Log"));
+}
+
+TEST_F(RollOver, MissesADescriptorThatIsClosedWithinASecond) {
+    write("before");
+    write("same second");
+    ::close(descriptorOf(kFile15));
+    write("after");
+    EXPECT_THAT(linesOf(kFile15), ElementsAre("***", "before", "same second", "***", "after"));
+}
+
+TEST_F(RollOver, LeavesADescriptorThatIsTheProgramsNowOpenAtItsEnd) {
+    write("before");
+    const int descriptor = descriptorOf(kFile15);
+    ASSERT_EQ(::dup2(0, descriptor), descriptor);
+    delete &trace();
+    EXPECT_EQ(VQRegLib::g_pregLibTrace.load(), nullptr);
+    EXPECT_EQ(::close(descriptor), 0);
 }
 
 TEST_F(RollOver, NeedsNoDescriptorMoreThanItHas) {

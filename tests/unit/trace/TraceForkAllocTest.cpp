@@ -9,6 +9,7 @@
 #include <atomic>
 #include <chrono>
 #include <thread>
+#include <utility>
 
 #include "RegLib/trace/Trace.h"
 #include "support/ForkedChild.h"
@@ -34,8 +35,24 @@ std::atomic<bool> mayLeave{false};
 std::atomic<bool> isFinished{true};
 std::atomic<bool> isForking{false};
 
+// What it may do there besides, or in the middle of a line as a signal handler.
+std::atomic<bool> g_writesAtFork{false};
+void (*g_inLine)() = nullptr;
+
+// The naps of the thread that forks, from before the library's handler to after it.
+thread_local bool t_countsNaps = false;
+std::atomic<int> g_naps{0};
+
+void beginToCountNaps() {
+    t_countsNaps = true;
+}
+
 void waitForTheOtherThread() {
     isForking = true;
+    if (g_writesAtFork.exchange(false)) {
+        g_pregLibTrace.load()->trace("handler\n");
+    }
+    t_countsNaps = false;
     waitUntil([] { return isFinished.load(); });
 }
 
@@ -44,6 +61,7 @@ protected:
     TraceFork() {
         pthread_atfork(waitForTheOtherThread, nullptr, nullptr);  // before those of the library
         CRegLibTrace::createInstance();
+        pthread_atfork(beginToCountNaps, nullptr, nullptr);  // after them, and so called first
         trace().trace("first\n");
     }
 
@@ -66,13 +84,22 @@ protected:
 // NOLINTBEGIN(bugprone-reserved-identifier): the names that the linker gives them
 extern "C" tm* __real_localtime_r(const time_t*, tm*);
 extern "C" tm* __wrap_localtime_r(const time_t*, tm*);
+extern "C" int __real_nanosleep(const timespec*, timespec*);
+extern "C" int __wrap_nanosleep(const timespec*, timespec*);
 extern "C" tm* __wrap_localtime_r(const time_t* time, tm* out) {
+    if (g_inLine) {
+        std::exchange(g_inLine, nullptr)();
+    }
     if (isHeldHere) {
         isInside = true;
         waitUntil([] { return mayLeave.load(); });
         isInside = false;
     }
     return __real_localtime_r(time, out);
+}
+extern "C" int __wrap_nanosleep(const timespec* time, timespec* left) {
+    g_naps += t_countsNaps ? 1 : 0;
+    return __real_nanosleep(time, left);
 }
 // NOLINTEND(bugprone-reserved-identifier)
 
@@ -114,6 +141,22 @@ TEST_F(TraceFork, LinesOfTheForkingThreadAreWritten) {
     EXPECT_EQ(forkAndTrace(), 0);
     trace().trace("parent\n");
     EXPECT_THAT(m_log.texts(), ElementsAre("first", "child", "parent"));
+}
+
+TEST_F(TraceFork, OfASignalHandlerDoesNotWaitForTheLineThatItInterrupts) {
+    static int status = -1;
+    g_inLine = [] { status = forkAndTrace(); };
+    trace().trace("parent\n");
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(g_naps, 0);
+    EXPECT_THAT(m_log.texts(), ElementsAre("first", "child", "parent"));
+}
+
+TEST_F(TraceFork, ALineOfAForkHandlerDoesNotWaitForItsOwnFork) {
+    g_writesAtFork = true;
+    EXPECT_EQ(forkAndTrace(), 0);
+    EXPECT_EQ(g_naps, 0);
+    EXPECT_THAT(m_log.texts(), ElementsAre("first", "handler", "child"));
 }
 
 // The line waits for the fork, and the program's fork waits for the thread with the line.

@@ -118,3 +118,23 @@ TEST(Siblings, AreLookedAtSeldomWhenOneIsSought) {
     EXPECT_EQ(siblings.countBefore(isBefore), kCount - 11);
     EXPECT_LT(looks, 300u);
 }
+
+TEST(Siblings, HaveNoRoomForARunBeyondOneArray) {
+    CSiblings siblings;
+    const std::size_t most = siblings.roomForRun();
+    EXPECT_FALSE(siblings.makeRoom(most + 1));
+    ASSERT_TRUE(siblings.makeRoom(most - 1));
+    siblings.appendRun(1, most - 1);
+    EXPECT_EQ(siblings.roomForRun(), 1u);
+    EXPECT_FALSE(siblings.makeRoom(2));
+    EXPECT_TRUE(siblings.makeRoom(1));
+    siblings.append(static_cast<NodeNumber>(most));
+    EXPECT_FALSE(siblings.makeRoom(1));
+    siblings.append(static_cast<NodeNumber>(most + 1));
+    EXPECT_EQ(siblings.roomForRun(), 0u);
+    EXPECT_FALSE(siblings.makeRoom(0)) << "they are in more than one";
+    ASSERT_EQ(siblings.size(), most + 1);
+    for (std::size_t index = 0; index <= most; ++index) {
+        ASSERT_EQ(siblings.at(index), index + 1);
+    }
+}
