@@ -40,10 +40,10 @@ bool hasRoom(int fd, std::uint64_t size) {
     return blocks < room.f_bavail || (blocks < room.f_bfree && geteuid() == 0);
 }
 
-std::FILE* failWith(int fd, int error) {
+COpenFile failWith(int fd, int error) {
     ::close(fd);
     errno = error;
-    return nullptr;
+    return {};
 }
 
 constexpr mode_t kModeForAll = 0666;
@@ -60,8 +60,8 @@ bool isRegular(int fd) {
     return ::fstat(fd, &status) == 0 && isRegular(status);
 }
 
-bool isForAll(const struct stat& status) {
-    return (status.st_mode & kModeBits) == kModeForAll;
+bool isForAll(mode_t mode) {
+    return (mode & kModeBits) == kModeForAll;
 }
 
 // fchmodat2, which does not follow a link; the C library may be older than the kernel.
@@ -156,51 +156,60 @@ void CFileOps::replace(CFileOps* fileOps) {
     g_pReplacement.store(fileOps, std::memory_order_release);
 }
 
-std::FILE* CFileOps::openForReading(const char* path) {
+COpenFile CFileOps::openForReading(const char* path) {
     const int fd = openWithoutWaiting(path);
     if (fd < 0) {
-        return nullptr;
+        return {};
     }
-    if (!isRegular(fd)) {
+    struct stat status {};
+    if (::fstat(fd, &status) != 0 || !isRegular(status)) {
         return failWith(fd, errno);
     }
-    std::FILE* const file = fdopen(fd, "r");
-    if (!file) {
-        return failWith(fd, errno);
-    }
-    std::setvbuf(file, nullptr, _IONBF, 0);
-    return file;
+    return {fd, status};
 }
 
-// Made by fopen, which knows what it has opened: fdopen would have to ask.
-std::FILE* CFileOps::createForWriting(const char* path, std::uint64_t size) {
-    std::FILE* const file = std::fopen(path, "wxe");
-    if (!file) {
-        return nullptr;
+COpenFile CFileOps::createForWriting(const char* path, std::uint64_t size) {
+    const int fd = ::open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kModeForAll);
+    if (fd < 0) {
+        return {};
     }
-    if (!hasRoom(::fileno(file), size)) {
-        std::fclose(file);
+    if (!hasRoom(fd, size)) {
         ::unlink(path);
-        errno = ENOSPC;
-        return nullptr;
+        return failWith(fd, ENOSPC);
     }
-    std::setvbuf(file, nullptr, _IONBF, 0);
-    return file;
+    return {fd, {}};
 }
 
-std::size_t CFileOps::read(void* buffer, std::size_t size, std::FILE* file) {
-    return std::fread(buffer, 1, size, file);
+// Where the system gives less than it was asked for, and what it has given is as much as there was when the
+// file was opened, the text has ended: nobody has to ask once more. Some file systems tell a size that is
+// none; there it ends where there is nothing left.
+std::size_t CFileOps::read(void* buffer, std::size_t size, COpenFile& file) {
+    errno = 0;
+    std::size_t total = 0;
+    while (total < size) {
+        const ssize_t got =
+            ::read(file.descriptor(), static_cast<char*>(buffer) + total, size - total);
+        if (got < 0 && errno == EINTR) {
+            errno = 0;
+            continue;
+        }
+        if (got <= 0) {
+            break;
+        }
+        total += static_cast<std::size_t>(got);
+        file.advance(static_cast<std::size_t>(got));
+        if (total < size && file.position() == file.size()) {
+            break;
+        }
+    }
+    return total;
 }
 
-std::size_t CFileOps::write(const void* data, std::size_t size, std::FILE* file) {
-    return std::fwrite(data, 1, size, file);
-}
-
-std::size_t CFileOps::writePieces(std::span<const std::string_view> pieces, std::FILE* file) {
+std::size_t CFileOps::writePieces(std::span<const std::string_view> pieces, const COpenFile& file) {
     std::size_t total = 0;
     std::size_t done = 0;
     while (!pieces.empty()) {
-        const ssize_t written = CBatch(pieces, done).write(::fileno(file));
+        const ssize_t written = CBatch(pieces, done).write(file.descriptor());
         if (written < 0) {
             break;
         }
@@ -210,12 +219,8 @@ std::size_t CFileOps::writePieces(std::span<const std::string_view> pieces, std:
     return total;
 }
 
-int CFileOps::flush(std::FILE* file) {
-    return std::fflush(file);
-}
-
-int CFileOps::close(std::FILE* file) {
-    return std::fclose(file);
+int CFileOps::close(COpenFile file) {
+    return file.close();
 }
 
 // The name is looked up twice. Whoever may exchange what it means in between cannot gain by it: he can
@@ -229,18 +234,14 @@ int CFileOps::makeWritableForAll(const char* path, bool* holdsText) {
     if (holdsText) {
         *holdsText = status.st_size > 0;
     }
-    if (isForAll(status) || changeMode(path, kModeForAll) == 0) {
+    if (isForAll(status.st_mode) || changeMode(path, kModeForAll) == 0) {
         return 0;
     }
     return errno == ENOSYS || errno == EPERM ? changeModeThroughProc(path, kModeForAll) : -1;
 }
 
-int CFileOps::makeWritableForAll(std::FILE* file) {
-    struct stat status {};
-    if (::fstat(::fileno(file), &status) != 0 || !isRegular(status)) {
-        return -1;
-    }
-    return isForAll(status) ? 0 : ::fchmod(::fileno(file), kModeForAll);
+int CFileOps::makeWritableForAll(const COpenFile& file) {
+    return isForAll(file.mode()) ? 0 : ::fchmod(file.descriptor(), kModeForAll);
 }
 
 int CFileOps::unlink(const char* path) {
@@ -259,12 +260,12 @@ int CFileOps::exchange(const char* path, const char* other) {
     return ::renameat2(AT_FDCWD, path, AT_FDCWD, other, RENAME_EXCHANGE);
 }
 
-int CFileOps::sendOut(std::FILE* file) {
-    return sendData(::fileno(file));
+int CFileOps::sendOut(const COpenFile& file) {
+    return sendData(file.descriptor());
 }
 
-int CFileOps::syncData(std::FILE* file) {
-    return syncDescriptor(::fileno(file));
+int CFileOps::syncData(const COpenFile& file) {
+    return syncDescriptor(file.descriptor());
 }
 
 int CFileOps::syncNames(const char* path) {
@@ -300,9 +301,12 @@ void CFileOps::readModificationTime(const char* path, std::time_t& seconds) cons
     }
 }
 
-std::size_t CFileOps::sizeOf(std::FILE* file) const {
+std::size_t CFileOps::sizeOf(const COpenFile& file) const {
     struct stat status {};
-    return ::fstat(::fileno(file), &status) == 0 ? static_cast<std::size_t>(status.st_size) : 0;
+    if (file.position() <= file.size() || ::fstat(file.descriptor(), &status) != 0) {
+        return file.size();
+    }
+    return static_cast<std::size_t>(status.st_size);
 }
 
 bool CFileOps::holdsText(const char* path) const {

@@ -1,7 +1,7 @@
 #include "RegLib/c/FileTree.h"
 
 #include <cerrno>
-#include <cstdio>
+#include <utility>
 
 #include "RegLib/file/FileSource.h"
 #include "RegLib/text/KeyPath.h"
@@ -12,7 +12,7 @@ namespace VQRegLib {
 
 namespace {
 
-// The C library's own memory is part of the process's.
+// What the kernel has no memory for is no fault of the file.
 int codeOf(int error) {
     return error == 0        ? REGLIB_OK
            : error == ENOENT ? REGLIB_E_NOT_FOUND
@@ -26,24 +26,24 @@ public:
         : m_file(CFileOps::current().openForReading(path.c_str())), m_error(m_file ? 0 : errno) {}
     ~CReadFile() {
         if (m_file) {
-            (void)CFileOps::current().close(m_file);  // nothing was written
+            (void)CFileOps::current().close(std::move(m_file));  // nothing was written
         }
     }
     CReadFile(const CReadFile&) = delete;
     CReadFile& operator=(const CReadFile&) = delete;
 
-    std::FILE* get() const { return m_file; }
+    COpenFile& get() { return m_file; }
     int result() const { return codeOf(m_error); }
 
 private:
-    std::FILE* m_file;
+    COpenFile m_file;
     int m_error;
 };
 
 }  // namespace
 
 int readTree(const std::string& file, std::unique_ptr<CTree>& tree) {
-    const CReadFile opened(file);
+    CReadFile opened(file);
     if (opened.result() < 0) {
         return opened.result();
     }
@@ -71,7 +71,7 @@ const CKeyOrValue* findKey(const CTree& tree, std::string_view path) {
 }
 
 bool readText(const std::string& file, std::string& text) {
-    const CReadFile opened(file);
+    CReadFile opened(file);
     if (opened.result() < 0) {
         return false;
     }

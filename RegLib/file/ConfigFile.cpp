@@ -97,8 +97,7 @@ int CConfigFile::finishOpen(bool isReading, const char* name, int error) {
 }
 
 bool CConfigFile::close() {
-    std::FILE* const file = std::exchange(m_pFile, nullptr);
-    return !file || CFileOps::current().close(file) == 0;
+    return !m_pFile || CFileOps::current().close(std::exchange(m_pFile, {})) == 0;
 }
 
 bool CConfigFile::writeOut() const {
@@ -129,7 +128,7 @@ int CConfigFile::bringNamesToDisk() const {
 }
 
 void CConfigFile::keepGlance(int result) {
-    m_glanced.keep(::fileno(m_pFile), m_path);
+    m_glanced.keep(m_pFile.descriptor(), m_path);
     m_glancedResult = result;
 }
 

@@ -3,9 +3,9 @@
 #define REGLIB_FILE_CONFIGFILE_H
 
 #include <cstdint>
-#include <cstdio>
 #include <string>
 
+#include "portable/OpenFile.h"
 #include "portable/SharedFile.h"
 
 namespace VQRegLib {
@@ -78,8 +78,8 @@ public:
     // but a power cut may bring the old one back.
     [[nodiscard]] int syncNames() { return m_isSynced ? bringNamesToDisk() : 0; }
 
-    bool isOpen() const { return m_pFile != nullptr; }
-    std::FILE* file() const { return m_pFile; }
+    bool isOpen() const { return static_cast<bool>(m_pFile); }
+    COpenFile& file() { return m_pFile; }
 
     // False when the file system knows neither links nor exchanges, and nothing has been done
     // but the old backup has gone.
@@ -114,7 +114,7 @@ private:
     const void* const m_traced;
     std::string m_path;
     std::string m_backup;
-    std::FILE* m_pFile = nullptr;
+    COpenFile m_pFile;
     bool m_isSynced = false;
     bool m_isTextSeen = false;  // in the file, a moment ago
     CSharedFile m_glanced;

@@ -1,6 +1,5 @@
 #include "RegLib/file/FileSource.h"
 
-#include <algorithm>
 #include <cerrno>
 
 #include "RegLib/trace/Trace.h"
@@ -9,16 +8,15 @@
 namespace VQRegLib {
 
 std::size_t CFileSource::read(char* to, std::size_t size) {
-    errno = 0;
     const std::size_t got = CFileOps::current().read(to, size, m_file);
-    if (got < size && std::ferror(m_file)) {
-        m_error = std::max(errno, 1);
+    if (got < size) {
+        m_error = errno;
     }
     return got;
 }
 
 void CFileSource::rewind() {
-    std::rewind(m_file);
+    m_file.rewind();
     m_error = 0;
 }
 

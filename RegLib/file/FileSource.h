@@ -2,15 +2,14 @@
 #ifndef REGLIB_FILE_FILESOURCE_H
 #define REGLIB_FILE_FILESOURCE_H
 
-#include <cstdio>
-
 #include "RegLib/tree/TextSource.h"
+#include "portable/OpenFile.h"
 
 namespace VQRegLib {
 
 class CFileSource : public CTextSource {
 public:
-    explicit CFileSource(std::FILE* file) : m_file(file) {}
+    explicit CFileSource(COpenFile& file) : m_file(file) {}
 
     std::size_t read(char* to, std::size_t size) override;
     int error() const override { return m_error; }
@@ -23,7 +22,7 @@ public:
     void beQuiet() { m_isQuiet = true; }
 
 private:
-    std::FILE* m_file;
+    COpenFile& m_file;
     int m_error = 0;
     bool m_isQuiet = false;
 };

@@ -4,6 +4,9 @@
 #include <cerrno>
 #include <new>
 #include <stdexcept>
+#include <utility>
+
+using VQRegLib::COpenFile;
 
 namespace vqtest {
 
@@ -91,19 +94,19 @@ bool FileOpsFake::fails(FileCall call, const std::string& text) {
     }
 }
 
-std::FILE* FileOpsFake::openForReading(const char* path) {
+COpenFile FileOpsFake::openForReading(const char* path) {
     return fails(FileCall::eOpenForReading, "openForReading " + shortName(path))
-               ? nullptr
+               ? COpenFile()
                : CFileOps::openForReading(path);
 }
 
-std::FILE* FileOpsFake::createForWriting(const char* path, std::uint64_t size) {
+COpenFile FileOpsFake::createForWriting(const char* path, std::uint64_t size) {
     return fails(FileCall::eCreateForWriting, "createForWriting " + shortName(path))
-               ? nullptr
+               ? COpenFile()
                : CFileOps::createForWriting(path, size);
 }
 
-std::size_t FileOpsFake::read(void* buffer, std::size_t size, std::FILE* file) {
+std::size_t FileOpsFake::read(void* buffer, std::size_t size, COpenFile& file) {
     bool broken = fails(FileCall::eRead, "read");
     std::size_t got = 0;
     if (!broken) {
@@ -112,42 +115,36 @@ std::size_t FileOpsFake::read(void* buffer, std::size_t size, std::FILE* file) {
         m_readableBytes -= m_breaksReading ? got : 0;
         broken = m_breaksReading && m_readableBytes == 0;
     }
-    if (broken) {
-        const int error = m_breaksReading ? m_readError : errno;
-        std::fputc(0, file);  // not open for writing: sets the error mark of the stream
-        errno = error;
+    if (broken && m_breaksReading) {
+        errno = m_readError;
     }
     return got;
 }
 
-std::size_t FileOpsFake::write(const void* data, std::size_t size, std::FILE* file) {
-    return fails(FileCall::eWrite, "write") ? 0 : CFileOps::write(data, size, file);
-}
-
-std::size_t FileOpsFake::writePieces(std::span<const std::string_view> pieces, std::FILE* file) {
+std::size_t FileOpsFake::writePieces(std::span<const std::string_view> pieces,
+                                     const COpenFile& file) {
     if (!fails(FileCall::eWrite, "write")) {
         return CFileOps::writePieces(pieces, file);
     }
     // As a disk that gets full: a part of it has arrived.
     const int error = errno;
-    const std::size_t size = pieces.empty() ? 0 : pieces.front().size() / 2;
-    const std::size_t written = size == 0 ? 0 : CFileOps::write(pieces.front().data(), size, file);
+    std::size_t written = 0;
+    if (!pieces.empty()) {
+        const std::string_view part = pieces.front().substr(0, pieces.front().size() / 2);
+        written = CFileOps::writePieces({&part, 1}, file);
+    }
     errno = error;
     return written;
 }
 
-int FileOpsFake::flush(std::FILE* file) {
-    return fails(FileCall::eFlush, "flush") ? EOF : CFileOps::flush(file);
-}
-
-int FileOpsFake::close(std::FILE* file) {
+int FileOpsFake::close(COpenFile file) {
     const bool failing = fails(FileCall::eClose, "close");
     const int error = errno;
-    const int result = CFileOps::close(file);
+    const int result = CFileOps::close(std::move(file));
     if (failing) {
         errno = error;
     }
-    return failing ? EOF : result;
+    return failing ? -1 : result;
 }
 
 int FileOpsFake::makeWritableForAll(const char* path, bool* holdsText) {
@@ -156,7 +153,7 @@ int FileOpsFake::makeWritableForAll(const char* path, bool* holdsText) {
                : CFileOps::makeWritableForAll(path, holdsText);
 }
 
-int FileOpsFake::makeWritableForAll(std::FILE* file) {
+int FileOpsFake::makeWritableForAll(const COpenFile& file) {
     return fails(FileCall::eMakeWritableForAll, "makeWritableForAll (opened)")
                ? -1
                : CFileOps::makeWritableForAll(file);
@@ -184,11 +181,11 @@ int FileOpsFake::exchange(const char* path, const char* other) {
                : CFileOps::exchange(path, other);
 }
 
-int FileOpsFake::sendOut(std::FILE* file) {
+int FileOpsFake::sendOut(const COpenFile& file) {
     return fails(FileCall::eSendOut, "sendOut") ? -1 : CFileOps::sendOut(file);
 }
 
-int FileOpsFake::syncData(std::FILE* file) {
+int FileOpsFake::syncData(const COpenFile& file) {
     return fails(FileCall::eSyncData, "syncData") ? -1 : CFileOps::syncData(file);
 }
 

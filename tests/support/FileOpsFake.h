@@ -18,7 +18,6 @@ enum class FileCall {
     eCreateForWriting,
     eRead,
     eWrite,
-    eFlush,
     eClose,
     eMakeWritableForAll,
     eUnlink,
@@ -59,22 +58,21 @@ public:
     int count(FileCall call) const;
     void clear();
 
-    std::FILE* openForReading(const char* path) override;
-    std::FILE* createForWriting(const char* path, std::uint64_t size) override;
-    std::size_t read(void* buffer, std::size_t size, std::FILE* file) override;
-    std::size_t write(const void* data, std::size_t size, std::FILE* file) override;
-    std::size_t writePieces(std::span<const std::string_view> pieces, std::FILE* file) override;
-    int flush(std::FILE* file) override;
-    int close(std::FILE* file) override;
+    VQRegLib::COpenFile openForReading(const char* path) override;
+    VQRegLib::COpenFile createForWriting(const char* path, std::uint64_t size) override;
+    std::size_t read(void* buffer, std::size_t size, VQRegLib::COpenFile& file) override;
+    std::size_t writePieces(std::span<const std::string_view> pieces,
+                            const VQRegLib::COpenFile& file) override;
+    int close(VQRegLib::COpenFile file) override;
     int makeWritableForAll(const char* path, bool* holdsText) override;
-    int makeWritableForAll(std::FILE* file) override;
+    int makeWritableForAll(const VQRegLib::COpenFile& file) override;
     int unlink(const char* path) override;
     int link(const char* path, const char* newPath) override;
     int rename(const char* path, const char* newPath) override;
     int exchange(const char* path, const char* other) override;
     bool exists(const char* path) override;
-    int sendOut(std::FILE* file) override;
-    int syncData(std::FILE* file) override;
+    int sendOut(const VQRegLib::COpenFile& file) override;
+    int syncData(const VQRegLib::COpenFile& file) override;
     int syncNames(const char* path) override;
     int copySynced(const char* path, const char* newPath) override;
 

@@ -5,6 +5,8 @@
 #include <csignal>
 #include <utility>
 
+using VQRegLib::COpenFile;
+
 namespace vqtorture {
 
 namespace {
@@ -87,36 +89,26 @@ auto FaultyFiles::perform(const char* name, const std::vector<Fault>& faults, Ca
     return result;
 }
 
-std::FILE* FaultyFiles::openForReading(const char* path) {
+COpenFile FaultyFiles::openForReading(const char* path) {
     return perform("open", kOpening, [&](const Fault* fault) {
-        return fault ? nullptr : CFileOps::openForReading(path);
+        return fault ? COpenFile() : CFileOps::openForReading(path);
     });
 }
 
-std::FILE* FaultyFiles::createForWriting(const char* path, std::uint64_t size) {
+COpenFile FaultyFiles::createForWriting(const char* path, std::uint64_t size) {
     return perform("create", kCreation, [&](const Fault* fault) {
-        return fault ? nullptr : CFileOps::createForWriting(path, size);
+        return fault ? COpenFile() : CFileOps::createForWriting(path, size);
     });
 }
 
-std::size_t FaultyFiles::read(void* buffer, std::size_t size, std::FILE* file) {
+std::size_t FaultyFiles::read(void* buffer, std::size_t size, COpenFile& file) {
     return perform("read", kReading, [&](const Fault* fault) {
-        if (!fault) {
-            return CFileOps::read(buffer, size, file);
-        }
-        const std::size_t got = CFileOps::read(buffer, partOf(size, fault->kind), file);
-        std::fputc(0, file);  // not open for writing: sets the error mark of the stream
-        return got;
+        return CFileOps::read(buffer, fault ? partOf(size, fault->kind) : size, file);
     });
 }
 
-std::size_t FaultyFiles::write(const void* data, std::size_t size, std::FILE* file) {
-    return perform("write", kWriting, [&](const Fault* fault) {
-        return CFileOps::write(data, fault ? partOf(size, fault->kind) : size, file);
-    });
-}
-
-std::size_t FaultyFiles::writePieces(std::span<const std::string_view> pieces, std::FILE* file) {
+std::size_t FaultyFiles::writePieces(std::span<const std::string_view> pieces,
+                                     const COpenFile& file) {
     return perform("write", kWriting, [&](const Fault* fault) {
         if (!fault) {
             return CFileOps::writePieces(pieces, file);
@@ -124,19 +116,18 @@ std::size_t FaultyFiles::writePieces(std::span<const std::string_view> pieces, s
         const std::size_t some = partOf(pieces.size(), fault->kind);
         const std::size_t whole =
             some > 1 ? CFileOps::writePieces(pieces.first(some - 1), file) : 0;
-        return some == 0 ? 0 : whole + CFileOps::write(pieces[some - 1].data(), 1, file);
+        if (some == 0) {
+            return std::size_t{0};
+        }
+        const std::string_view byte = pieces[some - 1].substr(0, 1);
+        return whole + CFileOps::writePieces({&byte, 1}, file);
     });
 }
 
-int FaultyFiles::flush(std::FILE* file) {
-    return perform("flush", kWriting,
-                   [&](const Fault* fault) { return fault ? EOF : CFileOps::flush(file); });
-}
-
-int FaultyFiles::close(std::FILE* file) {
+int FaultyFiles::close(COpenFile file) {
     return perform("close", kClosing, [&](const Fault* fault) {
-        const int result = CFileOps::close(file);
-        return fault ? EOF : result;
+        const int result = CFileOps::close(std::move(file));
+        return fault ? -1 : result;
     });
 }
 
@@ -146,7 +137,7 @@ int FaultyFiles::makeWritableForAll(const char* path, bool* holdsText) {
     });
 }
 
-int FaultyFiles::makeWritableForAll(std::FILE* file) {
+int FaultyFiles::makeWritableForAll(const COpenFile& file) {
     return perform("mode", kMode, [&](const Fault* fault) {
         return fault ? -1 : CFileOps::makeWritableForAll(file);
     });
@@ -183,12 +174,12 @@ int FaultyFiles::exchange(const char* path, const char* other) {
     });
 }
 
-int FaultyFiles::sendOut(std::FILE* file) {
+int FaultyFiles::sendOut(const COpenFile& file) {
     return perform("send", kWaiting,
                    [&](const Fault* fault) { return fault ? -1 : CFileOps::sendOut(file); });
 }
 
-int FaultyFiles::syncData(std::FILE* file) {
+int FaultyFiles::syncData(const COpenFile& file) {
     return perform("data", kWaiting,
                    [&](const Fault* fault) { return fault ? -1 : CFileOps::syncData(file); });
 }

@@ -35,8 +35,8 @@ public:
     }
     ~CInterruptedReading() override { CFileOps::replace(nullptr); }
 
-    std::FILE* openForReading(const char* path) override {
-        std::FILE* const opened = CFileOps::openForReading(path);
+    VQRegLib::COpenFile openForReading(const char* path) override {
+        VQRegLib::COpenFile opened = CFileOps::openForReading(path);
         if (m_meanwhile) {
             std::exchange(m_meanwhile, nullptr)();
         }

@@ -49,7 +49,7 @@ using Failure = std::pair<int, std::string>;
 // Tells of each opening of the file for reading before it happens, and of each rename.
 class TellingFiles : public FileOpsFake {
 public:
-    std::FILE* openForReading(const char* path) override {
+    VQRegLib::COpenFile openForReading(const char* path) override {
         atOpening();
         return FileOpsFake::openForReading(path);
     }

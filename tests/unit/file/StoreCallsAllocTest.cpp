@@ -50,7 +50,7 @@ class ReplacedMeanwhile : public FileOpsFake {
 public:
     explicit ReplacedMeanwhile(CFileStoreProbe& probe) : m_probe(probe) {}
 
-    int sendOut(std::FILE* written) override {
+    int sendOut(const VQRegLib::COpenFile& written) override {
         mark = m_probe.sharedStamp() + 1;
         m_probe.setSharedStamp(mark);
         return FileOpsFake::sendOut(written);

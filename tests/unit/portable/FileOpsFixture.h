@@ -8,8 +8,8 @@
 
 #include <cerrno>
 #include <cstdint>
-#include <cstdio>
 #include <string>
+#include <string_view>
 
 #include "portable/FileOps.h"
 #include "support/TempStore.h"
@@ -22,22 +22,26 @@ inline mode_t modeOf(const std::string& path) {
     return status.st_mode & 07777u;
 }
 
-inline bool isClosedOnExec(std::FILE* file) {
-    return (fcntl(fileno(file), F_GETFD) & FD_CLOEXEC) != 0;
+inline bool isClosedOnExec(const VQRegLib::COpenFile& file) {
+    return (fcntl(file.descriptor(), F_GETFD) & FD_CLOEXEC) != 0;
 }
 
 class FileOpsFixture : public testing::Test {
 protected:
     void expectUnreadable(const std::string& path, int error) {
         errno = 0;
-        EXPECT_EQ(m_ops.openForReading(path.c_str()), nullptr) << path;
+        EXPECT_FALSE(m_ops.openForReading(path.c_str())) << path;
         EXPECT_EQ(errno, error) << path;
     }
 
     void expectNotCreated(const std::string& path, std::uint64_t size, int error) {
         errno = 0;
-        EXPECT_EQ(m_ops.createForWriting(path.c_str(), size), nullptr) << path;
+        EXPECT_FALSE(m_ops.createForWriting(path.c_str(), size)) << path;
         EXPECT_EQ(errno, error) << path;
+    }
+
+    std::size_t write(std::string_view text, const VQRegLib::COpenFile& file) {
+        return m_ops.writePieces({&text, 1}, file);
     }
 
     vqtest::TempStore m_store;

@@ -16,6 +16,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <utility>
 
 #include "portable/FileDescriptor.h"
 #include "support/ForkedChild.h"
@@ -26,6 +27,7 @@ namespace fs = std::filesystem;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using VQRegLib::CFileOps;
+using VQRegLib::COpenFile;
 using vqtest::isClosedOnExec;
 using vqtest::modeOf;
 
@@ -56,15 +58,61 @@ bool forbid(unsigned number, int error) {
 
 TEST_F(FileOps, ReadsAFile) {
     m_store.write("text\n");
-    std::FILE* const file = m_ops.openForReading(m_path.c_str());
-    ASSERT_NE(file, nullptr);
+    COpenFile file = m_ops.openForReading(m_path.c_str());
+    ASSERT_TRUE(file);
     EXPECT_TRUE(isClosedOnExec(file));
     char buffer[16] = {};
     EXPECT_EQ(m_ops.read(buffer, 2, file), 2u);
-    EXPECT_EQ(lseek(fileno(file), 0, SEEK_CUR), 2) << "the file must not be buffered";
+    EXPECT_EQ(lseek(file.descriptor(), 0, SEEK_CUR), 2) << "the file must not be buffered";
     EXPECT_EQ(m_ops.read(buffer + 2, sizeof buffer - 2, file), 3u);
     EXPECT_STREQ(buffer, "text\n");
-    EXPECT_EQ(m_ops.close(file), 0);
+    EXPECT_EQ(m_ops.close(std::move(file)), 0);
+}
+
+TEST_F(FileOps, ReadsWhatHasComeSinceTheOpening) {
+    m_store.write("one\n");
+    COpenFile file = m_ops.openForReading(m_path.c_str());
+    ASSERT_TRUE(file);
+    std::ofstream(m_path, std::ios::app) << "two\n";
+    char buffer[16] = {};
+    EXPECT_EQ(m_ops.sizeOf(file), 4u);
+    EXPECT_EQ(m_ops.read(buffer, sizeof buffer, file), 8u);
+    EXPECT_EQ(errno, 0);
+    EXPECT_STREQ(buffer, "one\ntwo\n");
+    EXPECT_EQ(m_ops.sizeOf(file), 8u);
+    file.rewind();
+    EXPECT_EQ(m_ops.read(buffer, 4, file), 4u);
+    EXPECT_EQ(m_ops.close(std::move(file)), 0);
+}
+
+// Of a size that says nothing, as some file systems tell it.
+TEST_F(FileOps, ReadsUntilThereIsNoMore) {
+    const std::string status = vqtest::readFile("/proc/self/limits");
+    COpenFile file = m_ops.openForReading("/proc/self/limits");
+    ASSERT_TRUE(file);
+    std::string text(status.size() + 100, '\0');
+    EXPECT_EQ(m_ops.read(text.data(), text.size(), file), status.size());
+    EXPECT_EQ(errno, 0);
+    text.resize(status.size());
+    EXPECT_EQ(text, status);
+}
+
+TEST_F(FileOps, SaysWhyAReadingEnded) {
+    m_store.write("text\n");
+    COpenFile file = m_ops.openForReading(m_path.c_str());
+    ASSERT_TRUE(file);
+    EXPECT_EQ(m_ops.read(nullptr, 8, file), 0u);
+    EXPECT_EQ(errno, EFAULT);
+    EXPECT_EQ(m_ops.close(std::move(file)), 0);
+}
+
+TEST_F(FileOps, AClosingThatFailsIsSeen) {
+    m_store.write("");
+    COpenFile file = m_ops.openForReading(m_path.c_str());
+    ASSERT_TRUE(file);
+    ASSERT_EQ(::close(file.descriptor()), 0);
+    EXPECT_EQ(m_ops.close(std::move(file)), -1);
+    EXPECT_EQ(errno, EBADF);
 }
 
 TEST_F(FileOps, DoesNotReadThroughALink) {
@@ -79,10 +127,10 @@ TEST_F(FileOps, OpensAFileToEverybodyByItsPathAndWhenItIsOpen) {
     EXPECT_EQ(m_ops.makeWritableForAll(m_path.c_str(), nullptr), 0);
     EXPECT_EQ(modeOf(m_path), 0666u);
     ASSERT_EQ(::chmod(m_path.c_str(), 0600), 0);
-    std::FILE* const file = m_ops.openForReading(m_path.c_str());
-    ASSERT_NE(file, nullptr);
+    COpenFile file = m_ops.openForReading(m_path.c_str());
+    ASSERT_TRUE(file);
     EXPECT_EQ(m_ops.makeWritableForAll(file), 0);
-    EXPECT_EQ(m_ops.close(file), 0);
+    EXPECT_EQ(m_ops.close(std::move(file)), 0);
     EXPECT_EQ(modeOf(m_path), 0666u);
 }
 
@@ -200,7 +248,7 @@ TEST_F(FileOps, DoesNotReadASocket) {
     ASSERT_LT(m_path.size(), sizeof address.sun_path);
     m_path.copy(address.sun_path, sizeof address.sun_path - 1);
     ASSERT_EQ(bind(end.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-    EXPECT_EQ(m_ops.openForReading(m_path.c_str()), nullptr);
+    EXPECT_FALSE(m_ops.openForReading(m_path.c_str()));
 }
 
 TEST_F(FileOps, ARefusedFileIsNotLeftOpen) {

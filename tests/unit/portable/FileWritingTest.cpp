@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <utility>
 
 #include "support/TinyFileSystem.h"
 #include "unit/portable/FileOpsFixture.h"
@@ -17,6 +18,7 @@
 namespace fs = std::filesystem;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using VQRegLib::COpenFile;
 using vqtest::isClosedOnExec;
 using vqtest::modeOf;
 
@@ -28,25 +30,24 @@ class FileWriting : public vqtest::FileOpsFixture {};
 
 TEST_F(FileWriting, CreatesAFile) {
     const mode_t old = umask(027);
-    std::FILE* const file = m_ops.createForWriting(m_path.c_str(), 100);
+    COpenFile file = m_ops.createForWriting(m_path.c_str(), 100);
     umask(old);
-    ASSERT_NE(file, nullptr);
+    ASSERT_TRUE(file);
     EXPECT_TRUE(isClosedOnExec(file));
     EXPECT_EQ(modeOf(m_path), 0640u);
     EXPECT_EQ(m_store.read(), "");
-    EXPECT_EQ(m_ops.write("text", 4, file), 4u);
+    EXPECT_EQ(write("text", file), 4u);
     EXPECT_EQ(m_store.read(), "text") << "the file must not be buffered";
-    EXPECT_EQ(m_ops.flush(file), 0);
-    EXPECT_EQ(m_ops.close(file), 0);
+    EXPECT_EQ(m_ops.close(std::move(file)), 0);
 }
 
 TEST_F(FileWriting, CreatesAFileForAllWithoutAnUmask) {
     const mode_t old = umask(0);
-    std::FILE* const file = m_ops.createForWriting(m_path.c_str(), 0);
+    COpenFile file = m_ops.createForWriting(m_path.c_str(), 0);
     umask(old);
-    ASSERT_NE(file, nullptr);
+    ASSERT_TRUE(file);
     EXPECT_EQ(modeOf(m_path), 0666u);
-    EXPECT_EQ(m_ops.close(file), 0);
+    EXPECT_EQ(m_ops.close(std::move(file)), 0);
 }
 
 TEST_F(FileWriting, NeverTakesOverWhatExists) {
@@ -72,9 +73,9 @@ TEST_F(FileWriting, CreatesNothingWithoutRoom) {
     expectNotCreated(m_path, 65537, ENOSPC);
     expectNotCreated(m_path, std::uint64_t{1} << 40, ENOSPC);
     EXPECT_THAT(m_store.files(), IsEmpty());
-    std::FILE* const file = m_ops.createForWriting(m_path.c_str(), 30000);
-    ASSERT_NE(file, nullptr);
-    EXPECT_EQ(m_ops.close(file), 0);
+    COpenFile file = m_ops.createForWriting(m_path.c_str(), 30000);
+    ASSERT_TRUE(file);
+    EXPECT_EQ(m_ops.close(std::move(file)), 0);
 }
 
 TEST_F(FileWriting, CreatesNothingOnAFullDisk) {
@@ -87,15 +88,14 @@ TEST_F(FileWriting, CreatesNothingOnAFullDisk) {
 TEST_F(FileWriting, WhatItPromisedFits) {
     const vqtest::TinyFileSystem small(m_store.directory(), "size=64k");
     std::size_t size = 65536;
-    std::FILE* file = nullptr;
+    COpenFile file;
     while (!file && size > 0) {
         file = m_ops.createForWriting(m_path.c_str(), --size);
     }
-    ASSERT_NE(file, nullptr);
+    ASSERT_TRUE(file);
     const std::string text(size, 'x');
-    EXPECT_EQ(m_ops.write(text.data(), text.size(), file), text.size());
-    EXPECT_EQ(m_ops.flush(file), 0);
-    EXPECT_EQ(m_ops.close(file), 0);
+    EXPECT_EQ(write(text, file), text.size());
+    EXPECT_EQ(m_ops.close(std::move(file)), 0);
     EXPECT_GT(size, 32768u);
 }
 
@@ -106,19 +106,9 @@ TEST_F(FileWriting, CreatesNothingOnAReadOnlyDisk) {
 }
 
 TEST_F(FileWriting, AFailedWriteIsSeen) {
-    std::FILE* const file = std::fopen("/dev/full", "w");
-    ASSERT_NE(file, nullptr);
-    std::setvbuf(file, nullptr, _IONBF, 0);
+    const COpenFile file(::open("/dev/full", O_WRONLY | O_CLOEXEC), {});
+    ASSERT_TRUE(file);
     errno = 0;
-    EXPECT_LT(m_ops.write("text", 4, file), 4u);
+    EXPECT_EQ(write("text", file), 0u);
     EXPECT_EQ(errno, ENOSPC);
-    std::fclose(file);
-    std::FILE* const buffered = std::fopen("/dev/full", "w");
-    ASSERT_NE(buffered, nullptr);
-    EXPECT_EQ(m_ops.write("text", 4, buffered), 4u);
-    errno = 0;
-    EXPECT_EQ(m_ops.flush(buffered), EOF);
-    EXPECT_EQ(errno, ENOSPC);
-    m_ops.write("text", 4, buffered);
-    EXPECT_EQ(m_ops.close(buffered), EOF);
 }

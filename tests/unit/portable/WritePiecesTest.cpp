@@ -11,6 +11,7 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "portable/FileDescriptor.h"
@@ -19,6 +20,7 @@
 
 using VQRegLib::CFileDescriptor;
 using VQRegLib::CFileOps;
+using VQRegLib::COpenFile;
 
 namespace {
 
@@ -33,9 +35,9 @@ protected:
         m_pieces.assign(m_parts.begin(), m_parts.end());
     }
 
-    std::FILE* create() {
-        std::FILE* const file = m_ops.createForWriting(m_store.path().c_str(), 0);
-        EXPECT_NE(file, nullptr);
+    COpenFile create() {
+        COpenFile file = m_ops.createForWriting(m_store.path().c_str(), 0);
+        EXPECT_TRUE(file);
         return file;
     }
 
@@ -61,28 +63,29 @@ std::string readAll(int fd) {
 
 TEST_F(WritePieces, WritesThemOneAfterTheOther) {
     make(100);
-    std::FILE* const file = create();
+    COpenFile file = create();
     EXPECT_EQ(m_ops.writePieces(m_pieces, file), m_text.size());
-    EXPECT_EQ(m_ops.write("end", 3, file), 3u);
-    EXPECT_EQ(m_ops.close(file), 0);
+    const std::string_view end = "end";
+    EXPECT_EQ(m_ops.writePieces({&end, 1}, file), 3u);
+    EXPECT_EQ(m_ops.close(std::move(file)), 0);
     EXPECT_EQ(m_store.read(), m_text + "end");
 }
 
 TEST_F(WritePieces, NothingIsWrittenAtOnce) {
-    std::FILE* const file = create();
+    COpenFile file = create();
     EXPECT_EQ(m_ops.writePieces({}, file), 0u);
     make(1);
     EXPECT_EQ(m_ops.writePieces(m_pieces, file), 0u) << "an empty piece";
-    EXPECT_EQ(m_ops.close(file), 0);
+    EXPECT_EQ(m_ops.close(std::move(file)), 0);
     EXPECT_EQ(m_store.read(), "");
 }
 
 TEST_F(WritePieces, TakesMoreOfThemThanTheSystemDoes) {
     make(3 * IOV_MAX + 7);
     m_pieces.insert(m_pieces.begin(), IOV_MAX + 1, std::string_view());
-    std::FILE* const file = create();
+    COpenFile file = create();
     EXPECT_EQ(m_ops.writePieces(m_pieces, file), m_text.size());
-    EXPECT_EQ(m_ops.close(file), 0);
+    EXPECT_EQ(m_ops.close(std::move(file)), 0);
     EXPECT_EQ(m_store.read(), m_text);
 }
 
@@ -93,7 +96,7 @@ TEST_F(WritePieces, GoesOnWhereTheSystemStopsShort) {
     ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
     const CFileDescriptor reading(ends[0]);
     ::fcntl(ends[1], F_SETPIPE_SZ, 4096);
-    std::FILE* const file = ::fdopen(ends[1], "w");
+    COpenFile file(ends[1], {});
     struct sigaction interrupt {};
     struct sigaction before {};
     interrupt.sa_handler = [](int) {};
@@ -111,7 +114,7 @@ TEST_F(WritePieces, GoesOnWhereTheSystemStopsShort) {
     const std::size_t written = m_ops.writePieces(m_pieces, file);
     const itimerval never{};
     ::setitimer(ITIMER_REAL, &never, nullptr);
-    m_ops.close(file);
+    EXPECT_EQ(m_ops.close(std::move(file)), 0);
     reader.join();
     ::sigaction(SIGALRM, &before, nullptr);
     EXPECT_EQ(written, m_text.size());
@@ -125,11 +128,11 @@ TEST_F(WritePieces, AnErrorInTheMiddleIsSeen) {
     const auto limited = ::signal(SIGXFSZ, SIG_IGN);
     const rlimit small{1000, before.rlim_max};
     ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
-    std::FILE* const file = create();
+    COpenFile file = create();
     errno = 0;
     EXPECT_EQ(m_ops.writePieces(m_pieces, file), 1000u);
     EXPECT_EQ(errno, EFBIG);
-    EXPECT_EQ(m_ops.close(file), 0);
+    EXPECT_EQ(m_ops.close(std::move(file)), 0);
     ::setrlimit(RLIMIT_FSIZE, &before);
     ::signal(SIGXFSZ, limited);
     EXPECT_EQ(m_store.read(), m_text.substr(0, 1000));
