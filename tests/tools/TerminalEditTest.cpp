@@ -133,9 +133,12 @@ TEST_F(TerminalEdit, TellsWhereTheTextIsWhenInterrupted) {
     EXPECT_EQ(kTerminalText, file.read());
 }
 
+// The shell looks for what it has caught between two commands, and not while it reads: an interrupt that comes
+// just before the reading would wait for a line.
 TEST_F(TerminalEdit, LeavesInterruptsToTheEditor) {
     TerminalProcess command = edit(
-        "f() { trap 'echo caught' INT; echo ready; until [ \"$line\" ]; do read line; done; "
+        "f() { trap 'caught=1; echo caught' INT; echo ready; "
+        "until [ \"$caught\" ]; do sleep 0.02; done; read line; "
         "sed -i s/string:b/string:c/ \"$1\"; echo \"done\"; }; f");
     command.expect("ready\n");
     command.type(TerminalProcess::kInterrupt);
