@@ -27,8 +27,8 @@ public:
     }
     ~CAfterReading() override { CFileOps::replace(nullptr); }
 
-    int close(std::FILE* file) override {
-        const int result = CFileOps::close(file);
+    int close(VQRegLib::COpenFile file) override {
+        const int result = CFileOps::close(std::move(file));
         if (m_then) {
             std::exchange(m_then, nullptr)();
         }
