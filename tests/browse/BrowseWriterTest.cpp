@@ -110,7 +110,7 @@ TEST_F(BrowseWriter, IsMissedOnlyWhereTheSystemMakesNone) {
 // A file that is written in part would stay beside the store's.
 TEST_F(BrowseWriter, IsNotEndedWhileItWritesTheFile) {
     std::string text = "[Velquist]\n";
-    for (int number = 0; number < 200000; ++number) {
+    for (int number = 0; number < 60000; ++number) {
         text +=
             "\"v" + std::to_string(1000000 + number) + "\"=string:" + std::string(60, 'x') + "\n";
     }
@@ -120,7 +120,7 @@ TEST_F(BrowseWriter, IsNotEndedWhileItWritesTheFile) {
     browse.type("\t");
     pid_t writer = 0;
     std::string end = "x";
-    for (int attempt = 0; writer == 0 && attempt < 20; ++attempt) {
+    for (int attempt = 0; writer == 0 && attempt < 60; ++attempt) {
         browse.type("e!");
         browse.expect(end += '!');
         writer = stopWhileWriting(browse);

@@ -1,6 +1,5 @@
 // Watches of the C interface: what has changed, whoever has changed it.
 #include <poll.h>
-#include <sys/resource.h>
 
 #include <filesystem>
 #include <fstream>
@@ -182,23 +181,6 @@ TEST_F(CWatch, ThatCannotBeIsRefused) {
     EXPECT_EQ(vqreg_watch_fd(nullptr), -1);
     start("");
     EXPECT_EQ(vqreg_watch_next(watch, nullptr), VQREG_E_FAIL);
-}
-
-TEST_F(CWatch, ForWhichThereIsNoDescriptorIsRefused) {
-    const int lowest = ::dup(STDERR_FILENO);
-    ASSERT_GE(lowest, 0);
-    ::close(lowest);
-    rlimit before{};
-    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
-    rlimit none = before;
-    none.rlim_cur = static_cast<rlim_t>(lowest);
-    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
-    int result = VQREG_OK;
-    EXPECT_EQ(vqreg_watch_open(store, "", &result), nullptr);
-    EXPECT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
-    EXPECT_EQ(result, VQREG_E_FAIL);
-    start("");
-    EXPECT_EQ(vqreg_watch_fd(watch), lowest) << "nothing is left of the first one";
 }
 
 // A directory of that name may be another one from one moment to the next.

@@ -1,12 +1,35 @@
-// Watches of the C interface without memory.
+// Watches of the C interface without memory, and without a descriptor. In an executable of its own, because it
+// replaces a call of the system.
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sys/inotify.h>
 #include <vqreg.h>
 
+#include <cerrno>
 #include <string>
 
 #include "support/FailingAllocation.h"
 #include "support/TempStore.h"
+
+namespace {
+
+bool g_isRefused = false;
+
+}  // namespace
+
+extern "C" {
+
+int __real_inotify_init1(int flags);
+int __wrap_inotify_init1(int flags);
+int __wrap_inotify_init1(int flags) {
+    if (g_isRefused) {
+        errno = EMFILE;
+        return -1;
+    }
+    return __real_inotify_init1(flags);
+}
+
+}  // extern "C"
 
 namespace {
 
@@ -54,4 +77,20 @@ TEST(CWatchWithoutMemory, SaysThatAChangeIsLeft) {
         vqreg_close(store);
     }
     EXPECT_GT(n, 1) << "nothing is allocated here";
+}
+
+TEST(CWatchWithoutDescriptor, IsRefused) {
+    const vqtest::TempStore file;
+    vqreg_store* const store = vqreg_open(file.path().c_str(), nullptr, nullptr);
+    ASSERT_NE(store, nullptr);
+    int result = VQREG_OK;
+    g_isRefused = true;
+    EXPECT_EQ(vqreg_watch_open(store, "", &result), nullptr);
+    g_isRefused = false;
+    EXPECT_EQ(result, VQREG_E_FAIL);
+    vqreg_watch* const watch = vqreg_watch_open(store, "", &result);
+    EXPECT_NE(watch, nullptr);
+    EXPECT_EQ(result, VQREG_OK);
+    vqreg_watch_close(watch);
+    vqreg_close(store);
 }

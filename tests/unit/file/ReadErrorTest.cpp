@@ -66,6 +66,16 @@ TEST_F(ReadError, EveryOperationReadsAgainUntilAWholeReadingSucceeds) {
     EXPECT_EQ(files.count(FileCall::eOpenForReading), 3);
 }
 
+// A disk that fails may take its time to say so.
+TEST_F(ReadError, EndsAComparisonWithoutASecondReading) {
+    const auto store = open();
+    CFileStoreProbe(*store).moveStamp();
+    FileOpsFake files;
+    files.breakReadingAfter(kBeforeB, EIO);
+    EXPECT_EQ(get(*store, *store->RootKey(), "b"), Value::ofText("y"));
+    EXPECT_EQ(files.count(FileCall::eRead), 1);
+}
+
 TEST_F(ReadError, NothingIsWrittenUntilAWholeReadingSucceeds) {
     const auto store = open();
     CRegKey& root = *store->RootKey();
