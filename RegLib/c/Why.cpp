@@ -69,12 +69,9 @@ std::string whyNot(const char* name) {
     return place.empty() ? textFault(file) : place;
 }
 
-std::string badCharacter(const char* what, const std::optional<CBadCharacter>& found) {
-    if (!found) {
-        return {};
-    }
-    return std::string(what) + " must not hold " + found->name + ": byte " +
-           std::to_string(found->at + 1);
+std::string badCharacter(const char* what, const CBadCharacter& found) {
+    return std::string(what) + " must not hold " + found.name + ": byte " +
+           std::to_string(found.at + 1);
 }
 
 std::string lineTooLong(std::size_t size) {
@@ -97,7 +94,7 @@ std::string pathFault(std::string_view root, std::string_view path) {
             return name.empty() ? "a key name must not be empty" : "a key must not be named <root>";
         }
         if (const auto bad = badCharacterInKeyName(name)) {
-            return badCharacter("a key name", bad);
+            return badCharacter("a key name", *bad);
         }
     }
     const std::size_t size = root.size() + 3 + path.size();  // brackets and a slash
@@ -106,12 +103,12 @@ std::string pathFault(std::string_view root, std::string_view path) {
 
 std::string valueFault(std::string_view name, CRegLib::eDataType type, std::string_view data) {
     if (const auto bad = badCharacterInValueName(name)) {
-        return badCharacter("a value name", bad);
+        return badCharacter("a value name", *bad);
     }
     const auto bad =
         type == CRegLib::eString ? badCharacterInText(data) : std::optional<CBadCharacter>();
     if (bad) {
-        return badCharacter("a text", bad);
+        return badCharacter("a text", *bad);
     }
     const std::size_t size = valueLineSize(name.size(), type, data.size());
     return size <= kLongestLine ? std::string() : lineTooLong(size);

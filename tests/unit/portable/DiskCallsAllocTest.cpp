@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "portable/FileNews.h"
+#include "portable/FileOps.h"
 #include "portable/FileSync.h"
 #include "support/TempStore.h"
 
@@ -91,6 +92,20 @@ TEST_F(DiskCalls, ACopyIsWholeAfterSignals) {
         EXPECT_EQ(vqtest::readFile(copy), text) << function;
         fs::remove(copy);
     }
+}
+
+TEST_F(DiskCalls, AReadingIsWholeAfterSignalsAndSaysWhyItIsNot) {
+    std::string read(text.size() + 10, '\0');
+    COpenFile file = CFileOps::current().openForReading(store.path().c_str());
+    fail("read", EINTR, 3);
+    EXPECT_EQ(CFileOps::current().read(read.data(), read.size(), file), text.size());
+    EXPECT_EQ(errno, 0);
+    EXPECT_EQ(g_times, 0);
+    EXPECT_EQ(read.substr(0, text.size()), text);
+    file.rewind();
+    fail("read", EIO, 1);
+    EXPECT_EQ(CFileOps::current().read(read.data(), read.size(), file), 0u);
+    EXPECT_EQ(errno, EIO);
 }
 
 TEST_F(DiskCalls, ACopyThatFailsIsNotLeftLyingAbout) {
