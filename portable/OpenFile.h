@@ -3,10 +3,8 @@
 #define PORTABLE_OPENFILE_H
 
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cstddef>
-#include <utility>
 
 #include "portable/FileDescriptor.h"
 
@@ -16,10 +14,10 @@ namespace VQRegLib {
 class COpenFile {
 public:
     COpenFile() = default;  // none
-    COpenFile(int fd, const struct stat& status)
-        : m_descriptor(fd),
-          m_mode(status.st_mode),
-          m_size(static_cast<std::size_t>(status.st_size)) {}
+    COpenFile(int fd, const struct stat& status);
+    ~COpenFile();
+    COpenFile(COpenFile&& other) noexcept;
+    COpenFile& operator=(COpenFile&& other) noexcept;
 
     explicit operator bool() const { return m_descriptor.isOpen(); }
     int descriptor() const { return m_descriptor.get(); }
@@ -29,13 +27,10 @@ public:
     // How much has been read of it since its beginning.
     std::size_t position() const { return m_position; }
     void advance(std::size_t bytes) { m_position += bytes; }
-    void rewind() {
-        (void)::lseek(m_descriptor.get(), 0, SEEK_SET);  // a regular file
-        m_position = 0;
-    }
+    void rewind();
 
     // 0, or -1 with errno: the descriptor is gone in any case.
-    [[nodiscard]] int close() { return ::close(m_descriptor.release()); }
+    [[nodiscard]] int close();
 
 private:
     CFileDescriptor m_descriptor{-1};
