@@ -14,6 +14,8 @@ if(VQREGLIB_SANITIZE)
     target_compile_options(vqreg_sanitizers INTERFACE -fsanitize=${VQREGLIB_SANITIZE}
                            -fno-sanitize-recover=all -fno-omit-frame-pointer)
     target_link_options(vqreg_sanitizer_runtime INTERFACE -fsanitize=${VQREGLIB_SANITIZE})
+    # Tests that only link the runtime cannot see that from the compiler's own macros.
+    target_compile_definitions(vqreg_test_sanitizers INTERFACE VQTEST_SANITIZED)
     if(VQREGLIB_FUZZ)
         target_compile_options(vqreg_sanitizers INTERFACE -fsanitize=fuzzer-no-link
             -fsanitize-coverage-ignorelist=${PROJECT_SOURCE_DIR}/fuzz/standard_library.txt)

@@ -24,7 +24,7 @@ using vqtest::TempStore;
 
 namespace {
 
-#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+#ifdef __SANITIZE_THREAD__
 constexpr std::size_t kOfSanitizer = 40;  // it gets memory and looks after its threads as it likes
 #else
 constexpr std::size_t kOfSanitizer = 0;

@@ -32,7 +32,7 @@ inline bool areOthersAsleep() {
 /// that is forked while another thread is allocating could wait for ever when it allocates. So the fork
 /// waits until the others sleep; where a test keeps them at work, not for long.
 inline pid_t forkQuietly() {
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(VQTEST_SANITIZED) && !defined(__SANITIZE_THREAD__)
     constexpr int kLooks = 4;  // a thread may sleep for a moment on its way
     int asleep = 0;
     waitUntil(
