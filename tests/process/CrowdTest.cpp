@@ -1,8 +1,6 @@
 // Many writers, writers that are killed, and forked ones.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <csignal>
@@ -13,12 +11,14 @@
 
 #include "VQRegLib.h"
 #include "support/Agent.h"
+#include "support/ForkedChild.h"
 #include "support/ModelStore.h"
 #include "support/TempStore.h"
 #include "support/Wait.h"
 
 using namespace VQRegLib;
 using vqtest::Agent;
+using vqtest::ForkedChild;
 using vqtest::ModelStore;
 using vqtest::TempStore;
 using vqtest::Value;
@@ -159,14 +159,9 @@ TEST(ForkedProcesses, GoOnWithTheSessionOfTheirParent) {
     CRegKey& root = *session.RootKey();
     ASSERT_EQ(session.VQRegSetValue(root, "Parent", 1ul), REGLIB_OK);
     for (unsigned long round = 1; round <= 3; ++round) {
-        const pid_t child = ::fork();
-        if (child == 0) {
-            const bool isSet = session.VQRegSetValue(root, "Child", round) == REGLIB_OK;
-            ::_exit(isSet ? 0 : 1);
-        }
-        int status = -1;
-        ASSERT_EQ(::waitpid(child, &status, 0), child);
-        EXPECT_EQ(status, 0);
+        ForkedChild child(
+            [&] { return session.VQRegSetValue(root, "Child", round) == REGLIB_OK ? 0 : 1; });
+        EXPECT_EQ(child.wait(), 0);
         std::uint32_t number = 0;
         unsigned long size = sizeof number;
         CRegLib::eDataType type = CRegLib::eNone;
@@ -181,18 +176,15 @@ TEST(ForkedProcesses, GoOnWithTheSessionOfTheirParent) {
 TEST(ForkedProcesses, WriteAtTheSameTime) {
     const TempStore store;
     CRegLib session(store.path().c_str(), nullptr, CRegLib::eLocationDefault, nullptr);
-    const pid_t child = ::fork();
-    const char* const name = child == 0 ? "Child" : "Parent";
-    bool isSet = true;
-    for (unsigned long number = 1; number <= kWrites; ++number) {
-        isSet = session.VQRegSetValue(*session.RootKey(), name, number) == REGLIB_OK && isSet;
-    }
-    if (child == 0) {
-        ::_exit(isSet ? 0 : 1);
-    }
-    int status = -1;
-    ASSERT_EQ(::waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
-    EXPECT_TRUE(isSet);
+    const auto write = [&session](const char* name) {
+        bool isSet = true;
+        for (unsigned long number = 1; number <= kWrites; ++number) {
+            isSet = session.VQRegSetValue(*session.RootKey(), name, number) == REGLIB_OK && isSet;
+        }
+        return isSet;
+    };
+    ForkedChild child([&] { return write("Child") ? 0 : 1; });
+    EXPECT_TRUE(write("Parent"));
+    EXPECT_EQ(child.wait(), 0);
     EXPECT_EQ(store.read(), "[Velquist]\n\"Child\"=dword:000000FA\n\"Parent\"=dword:000000FA\n");
 }

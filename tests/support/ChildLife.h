@@ -3,6 +3,7 @@
 #define VQTEST_CHILD_LIFE_H
 
 #include <sys/prctl.h>
+#include <sys/types.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -11,13 +12,19 @@ namespace vqtest {
 
 constexpr unsigned kChildSeconds = 60;
 
-/// In a child: it ends with the thread that forked it, also when that is killed, and after so many
-/// seconds at the latest.
-inline void endWithParent(pid_t parent, unsigned seconds = kChildSeconds) {
+/// In a child: it ends with the thread that forked it, also when that is killed.
+inline void followParent(pid_t parent) {
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-    if (::getppid() != parent) {
+    const pid_t now = ::getppid();
+    const bool isOutside = now == 0;  // of the child's namespace
+    if (now != parent && !isOutside) {
         ::_exit(1);
     }
+}
+
+/// The same, and after so many seconds at the latest.
+inline void endWithParent(pid_t parent, unsigned seconds = kChildSeconds) {
+    followParent(parent);
     ::signal(SIGALRM, SIG_DFL);
     ::alarm(seconds);
 }

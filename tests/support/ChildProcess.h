@@ -18,6 +18,8 @@
 #include <utility>
 #include <vector>
 
+#include "support/ChildLife.h"
+
 namespace vqtest {
 
 /// How a command ended and what it printed.
@@ -38,9 +40,12 @@ inline void PrintTo(const CommandResult& result, std::ostream* out) {
 /// Variables of the environment that a process gets besides those of the test.
 using Environment = std::vector<std::pair<std::string, std::string>>;
 
-/// Becomes another program; for a child that has its standard streams already.
-[[noreturn]] inline void executeProgram(std::string program, std::vector<std::string> arguments,
+/// Becomes another program, which ends with the thread that forked it; for a child that has its standard
+/// streams already.
+[[noreturn]] inline void executeProgram(pid_t parent, std::string program,
+                                        std::vector<std::string> arguments,
                                         const Environment& environment) {
+    followParent(parent);
     for (const auto& [name, value] : environment) {
         ::setenv(name.c_str(), value.c_str(), 1);
     }
@@ -78,6 +83,7 @@ public:
             ::pipe2(err, O_CLOEXEC) != 0) {
             throw std::system_error(errno, std::generic_category(), "pipe2");
         }
+        const pid_t parent = ::getpid();
         m_pid = ::fork();
         if (m_pid < 0) {
             throw std::system_error(errno, std::generic_category(), "fork");
@@ -86,7 +92,7 @@ public:
             ::dup2(in[0], 0);
             ::dup2(out[1], 1);
             ::dup2(err[1], 2);
-            executeProgram(program, arguments, environment);
+            executeProgram(parent, program, arguments, environment);
         }
         ::close(in[0]);
         ::close(out[1]);

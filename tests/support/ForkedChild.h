@@ -8,27 +8,32 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <exception>
 #include <new>
 #include <system_error>
 
+#include "support/ChildLife.h"
 #include "support/QuietFork.h"
 
 namespace vqtest {
 
-/// A copy of the test process that runs `body` and ends with its result as exit status. The
-/// destructor kills and reaps it. Fork before the test starts threads.
+/// A copy of the test process that runs `body` and ends with its result as exit status, or with the
+/// thread that made it. The destructor kills and reaps it. Fork before the test starts threads.
 class ForkedChild {
 public:
     static constexpr int kThrew = 120;  ///< exit status after an exception
 
     template <typename Body>
-    explicit ForkedChild(Body body) : m_pid(forkQuietly()) {
+    explicit ForkedChild(Body body) {
+        const pid_t parent = ::getpid();
+        m_pid = forkQuietly(std::chrono::milliseconds(20));
         if (m_pid < 0) {
             throw std::system_error(errno, std::generic_category(), "fork");
         }
         if (m_pid == 0) {
+            followParent(parent);
             int status = kThrew;
             try {
                 status = body();
@@ -65,7 +70,7 @@ public:
     }
 
 private:
-    pid_t m_pid;
+    pid_t m_pid = -1;
     bool m_isReaped = false;
     int m_status = 0;
 };

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdint>
 #include <exception>
@@ -39,7 +40,7 @@ public:
     explicit SteppedChild(Body body, eThreads threads = eFirstThread)
         : m_hasAllThreads(threads == eAllThreads) {
         const pid_t parent = ::getpid();
-        m_pid = forkQuietly();
+        m_pid = forkQuietly(std::chrono::milliseconds(500));
         if (m_pid < 0) {
             throw std::system_error(errno, std::generic_category(), "fork");
         }

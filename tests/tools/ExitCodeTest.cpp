@@ -6,6 +6,7 @@
 #include <fstream>
 #include <regex>
 
+#include "support/ChildLife.h"
 #include "support/OtherUser.h"
 #include "support/ReadOnlyDirectory.h"
 #include "tools/TerminalProcess.h"
@@ -29,11 +30,13 @@ namespace {
 class LockHolder {
 public:
     explicit LockHolder(const std::string& file) {
+        const pid_t parent = ::getpid();
         int ready[2];
         if (::pipe(ready) != 0 || (m_pid = ::fork()) < 0) {
             throw std::system_error(errno, std::generic_category(), "fork");
         }
         if (m_pid == 0) {
+            vqtest::followParent(parent);
             VQRegLib::CRegLib session(file.c_str(), nullptr, VQRegLib::CRegLib::eLocationDefault,
                                       nullptr);
             const char byte = session.VQRegBeginUpdate() < 0 ? 'n' : 'y';

@@ -71,6 +71,7 @@ public:
             }
         }
         auto [started, starting] = makePipe();
+        const pid_t parent = ::getpid();
         m_pid = ::fork();
         if (m_pid < 0) {
             throw std::system_error(errno, std::generic_category(), "fork");
@@ -80,7 +81,7 @@ public:
             for (int i = 0; i < 3; ++i) {
                 ::dup2(childEnds[static_cast<std::size_t>(i)], i);
             }
-            executeProgram(program, arguments, environment);
+            executeProgram(parent, program, arguments, environment);
         }
         for (std::size_t i = 0; i < 3; ++i) {
             if (!atTerminal[i]) {

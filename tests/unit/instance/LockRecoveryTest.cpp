@@ -1,7 +1,6 @@
 // What is left when a process dies with the lock of a store in its hands.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -11,6 +10,7 @@
 
 #include "RegLib/file/FileStore.h"
 #include "VQRegLib.h"
+#include "support/ForkedChild.h"
 #include "support/StoreFixture.h"
 #include "support/TempStore.h"
 
@@ -33,8 +33,7 @@ protected:
     void dieWithLock(const std::function<void(const CFileStoreProbe&)>& work) {
         int ready[2];
         ASSERT_EQ(::pipe(ready), 0);
-        const pid_t child = ::fork();
-        if (child == 0) {
+        vqtest::ForkedChild child([&]() -> int {
             CRegLibImplFile other(store.path().c_str(), nullptr, CRegLib::eLocationDefault,
                                   nullptr);
             other.Lock();
@@ -43,15 +42,12 @@ protected:
             for (;;) {
                 ::pause();
             }
-        }
+        });
         ::close(ready[1]);
         char byte = 'x';
         EXPECT_EQ(::read(ready[0], &byte, 1), 1);
         ::close(ready[0]);
-        ASSERT_EQ(::kill(child, SIGKILL), 0);
-        int status = 0;
-        ASSERT_EQ(::waitpid(child, &status, 0), child);
-        EXPECT_TRUE(WIFSIGNALED(status));
+        EXPECT_EQ(child.kill(), -SIGKILL);
     }
 
     int query(const char* name, unsigned& number) {

@@ -17,6 +17,7 @@
 #include <string>
 
 #include "VQRegLib.h"
+#include "support/ChildLife.h"
 #include "support/TempStore.h"
 #include "support/TraceLog.h"
 
@@ -153,8 +154,10 @@ constexpr int kNoFilter = 3;
 
 // The wait status of a child that does `work` without system calls.
 int runWithoutSystemCalls(const std::function<bool()>& work) {
+    const pid_t parent = ::getpid();
     const pid_t child = ::fork();
     if (child == 0) {
+        vqtest::endWithParent(parent);
         work();  // the first time may look things up, like the number of the process
         if (!forbidSystemCalls()) {
             ::_exit(kNoFilter);
