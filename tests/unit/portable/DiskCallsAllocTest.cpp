@@ -22,6 +22,7 @@ namespace {
 std::string_view g_function;  // that fails so many times, with that errno
 int g_times = 0;
 int g_error = 0;
+int g_readings = 0;
 
 bool failsNow(std::string_view function) {
     if (g_function != function || g_times == 0) {
@@ -55,6 +56,7 @@ extern "C" {
 ssize_t __real_read(int fd, void* data, size_t size);
 ssize_t __wrap_read(int fd, void* data, size_t size);
 ssize_t __wrap_read(int fd, void* data, size_t size) {
+    ++g_readings;
     return failsNow("read") ? -1 : __real_read(fd, data, size);
 }
 
@@ -106,6 +108,18 @@ TEST_F(DiskCalls, AReadingIsWholeAfterSignalsAndSaysWhyItIsNot) {
     fail("read", EIO, 1);
     EXPECT_EQ(CFileOps::current().read(read.data(), read.size(), file), 0u);
     EXPECT_EQ(errno, EIO);
+}
+
+// Its size was seen when it was opened.
+TEST_F(DiskCalls, AFileThatStaysAsItIsIsReadWithOneCall) {
+    std::string read(text.size() + 10, '\0');
+    COpenFile file = CFileOps::current().openForReading(store.path().c_str());
+    for (int turn = 1; turn <= 2; ++turn) {
+        const int before = g_readings;
+        EXPECT_EQ(CFileOps::current().read(read.data(), read.size(), file), text.size());
+        EXPECT_EQ(g_readings - before, 1) << turn;
+        file.rewind();
+    }
 }
 
 TEST_F(DiskCalls, ACopyThatFailsIsNotLeftLyingAbout) {

@@ -6,6 +6,7 @@
 #include <time.h>
 
 #include <cerrno>
+#include <cstddef>
 #include <utility>
 #include <vector>
 
@@ -21,6 +22,8 @@ namespace {
 
 using Time = std::pair<long, long>;  // seconds, nanoseconds
 
+constexpr std::size_t kMostWaits = 10;
+
 Time g_now;
 std::vector<Time> g_limits;  // of the waits so far
 CTerminateWait* g_ended = nullptr;
@@ -35,13 +38,16 @@ extern "C" int __wrap_clock_gettime(clockid_t /*clock*/, timespec* time) {
     return 0;
 }
 
-// It lasts as long as it may, and nobody posts.
+// It lasts as long as it may, and nobody posts; but there is an end to waits that are none.
 extern "C" int __wrap_sem_clockwait(sem_t* /*semaphore*/, clockid_t clock, const timespec* until) {
     EXPECT_EQ(clock, CLOCK_MONOTONIC);
     g_now = {static_cast<long>(until->tv_sec), static_cast<long>(until->tv_nsec)};
     g_limits.push_back(g_now);
     if (g_ended) {
         g_ended->terminate();
+    }
+    if (g_limits.size() > kMostWaits) {
+        return 0;
     }
     errno = ETIMEDOUT;
     return -1;
