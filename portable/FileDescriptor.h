@@ -6,6 +6,8 @@
 
 #include <utility>
 
+#include "portable/NoCancellation.h"
+
 namespace VQRegLib {
 
 class CFileDescriptor {
@@ -13,6 +15,7 @@ public:
     explicit CFileDescriptor(int fd) : m_fd(fd) {}
     ~CFileDescriptor() {
         if (m_fd >= 0) {
+            const CNoCancellation noCancellation;  // no thread can end in a destructor
             ::close(m_fd);
         }
     }

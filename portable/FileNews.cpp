@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "portable/NoCancellation.h"
 #include "portable/PathParts.h"
 
 namespace VQRegLib {
@@ -63,6 +64,7 @@ bool CFileNews::followPath() {
 
 void CFileNews::close() {
     if (m_fd >= 0) {
+        const CNoCancellation noCancellation;  // the destructor calls this
         ::close(m_fd);
         m_fd = -1;
     }

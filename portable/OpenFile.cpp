@@ -2,6 +2,8 @@
 
 #include <unistd.h>
 
+#include "portable/NoCancellation.h"
+
 namespace VQRegLib {
 
 COpenFile::COpenFile(int fd, const struct stat& status)
@@ -17,6 +19,7 @@ void COpenFile::rewind() {
 }
 
 int COpenFile::close() {
+    const CNoCancellation noCancellation;  // destructors call this
     return ::close(m_descriptor.release());
 }
 

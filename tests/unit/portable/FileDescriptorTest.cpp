@@ -2,7 +2,15 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
+#include <sys/stat.h>
 #include <unistd.h>
+
+#include <atomic>
+#include <optional>
+#include <thread>
+
+#include "portable/OpenFile.h"
 
 TEST(FileDescriptor, ClosesWhatItOwns) {
     int fd = -1;
@@ -25,4 +33,19 @@ TEST(FileDescriptor, KeepsOpenWhatItHasReleased) {
     }
     EXPECT_GE(fcntl(fd, F_GETFD), 0);
     close(fd);
+}
+
+TEST(FileDescriptor, IsClosedByAThreadThatHasBeenCancelledAndGoesOn) {
+    std::atomic<bool> isClosed{false};
+    std::thread([&] {
+        std::optional<VQRegLib::CFileDescriptor> file(open("/dev/null", O_RDONLY | O_CLOEXEC));
+        VQRegLib::COpenFile other(open("/dev/null", O_RDONLY | O_CLOEXEC), {});
+        const int fd = file->get();
+        pthread_cancel(pthread_self());
+        file.reset();
+        const int result = other.close();
+        pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+        isClosed = result == 0 && fcntl(fd, F_GETFD) == -1;
+    }).join();
+    EXPECT_TRUE(isClosed);
 }
