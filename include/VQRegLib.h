@@ -120,7 +120,8 @@ private:
 };
 
 /// Derive from this class to be told of changes to a store's file, and register the object with
-/// `CRegLib::SetRegistryChangeHandler`. The library keeps the address only and never deletes it.
+/// `CRegLib::SetRegistryChangeHandler`. The library keeps the address only and never deletes it; it
+/// may call the object until that is removed or the last session of its store has gone.
 class VQREGLIB_EXPORT CRegistryChangeHandler {
 public:
     CRegistryChangeHandler();
@@ -341,8 +342,7 @@ public:
     void SetRegistryChangeHandler(CRegistryChangeHandler* handler);
 
     /// Removes a change handler. When the call returns, the handler is not running and will not be
-    /// called any more (called from a handler itself, it returns at once). Null, or a handler that
-    /// is not registered, is ignored. The handlers of a store go with its last session.
+    /// called any more (from inside a handler it returns at once). What is not registered is ignored.
     void ClrRegistryChangeHandler(CRegistryChangeHandler* handler);
 
     /// Begins an update: the changes up to its end become one write of the file, and other

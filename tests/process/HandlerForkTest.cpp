@@ -153,7 +153,7 @@ TEST_F(HandlerFork, AChildMayHaveTheNumberOfItsParent) {
         ForkedChild first([&] {
             session = openSession(file.path());
             Handler handler;
-            session->SetRegistryChangeHandler(&handler);
+            handler.watch(session);
             if (::getpid() != 1 || !waitWatchers(1) || ::unshare(CLONE_NEWPID) != 0) {
                 return 2;
             }
@@ -164,7 +164,7 @@ TEST_F(HandlerFork, AChildMayHaveTheNumberOfItsParent) {
                 session.reset();
                 const auto own = openSession(file.path(), "Other");
                 Handler ofChild;
-                own->SetRegistryChangeHandler(&ofChild);
+                ofChild.watch(own);
                 if (!waitWatchers(1)) {
                     return 4;
                 }

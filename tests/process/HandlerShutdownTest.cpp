@@ -51,7 +51,7 @@ TEST_F(HandlerShutdown, WaitsForARoundThatHasBegun) {
     std::atomic<bool> mayReturn{false};
     Handler handler([&] { waitUntil([&] { return mayReturn.load(); }); });
     Handler another([&] { waitUntil([&] { return mayReturn.load(); }); });
-    session->SetRegistryChangeHandler(&handler);
+    handler.watch(session);
     watch(another);
     announceChange();
     ASSERT_TRUE(waitUntil([&] { return handler.begun() + another.begun() == 1; }));
@@ -75,7 +75,7 @@ TEST_F(HandlerShutdown, EndsAWatcherThatIsAboutToCall) {
         std::atomic<bool> isClosed{false};
         std::atomic<bool> wasLate{false};
         Handler handler([&] { wasLate = wasLate || isClosed; });
-        own->SetRegistryChangeHandler(&handler);
+        handler.watch(own);
         ASSERT_TRUE(waitWatchers(1));
         moveFileTime(file.path());
         own->SendRegistryChangeNotification();
@@ -123,7 +123,7 @@ TEST_F(HandlerShutdown, TheRestOfTheProcessGoesOnMeanwhile) {
     TempStore otherFile;
     auto other = openSession(otherFile.path());
     Handler handler;
-    other->SetRegistryChangeHandler(&handler);
+    handler.watch(other);
     EXPECT_TRUE(waitWatchers(2));
     moveFileTime(otherFile.path());
     EXPECT_EQ(other->SendRegistryChangeNotification(), REGLIB_OK);
@@ -139,7 +139,7 @@ TEST_F(HandlerShutdown, AHandlerMayCloseTheLastSessionOfItsStore) {
     const auto sender = openSession(file.path(), "Sender");
     Handler closing([&] { session.reset(); });
     Handler another([&] { session.reset(); });
-    session->SetRegistryChangeHandler(&closing);
+    closing.watch(session);
     watch(another);
     moveFileTime(file.path());
     sender->SendRegistryChangeNotification();
@@ -158,7 +158,7 @@ TEST_F(HandlerShutdown, AHandlerMayCloseTheLastSessionOfAnotherStore) {
     TempStore otherFile;
     auto other = openSession(otherFile.path());
     Handler ofOther;
-    other->SetRegistryChangeHandler(&ofOther);
+    ofOther.watch(other);
     Handler handler([&] { other.reset(); });
     watch(handler, 2);
     announceChange();
@@ -193,7 +193,7 @@ TEST_F(HandlerShutdown, AHandlerMayClearAnotherWhileTheLastSessionIsClosed) {
         }),
         Handler()};
     second = &handlers[1];  // the round comes to it after the first one
-    session->SetRegistryChangeHandler(second);
+    second->watch(session);
     watch(handlers[0]);
     announceChange();
     ASSERT_TRUE(handlers[0].waitBegun(1));
@@ -234,13 +234,13 @@ TEST_F(HandlerShutdown, RegisteringWhileAHandlerRegistersDoesNotBlock) {
         waitUntil([&] { return isRegistering.load(); });
         session->SetRegistryChangeHandler(&fromInside);
         session->ClrRegistryChangeHandler(&fromInside);
-        session->SetRegistryChangeHandler(&fromInside);
+        fromInside.watch(session);
     });
     watch(handler);
     announceChange();
     ASSERT_TRUE(handler.waitBegun(1));
     const CallElsewhere registering([&] {
-        session->SetRegistryChangeHandler(&fromOutside);
+        fromOutside.watch(session);
         session->ClrRegistryChangeHandler(&handler);
     });
     EXPECT_TRUE(registering.waits());

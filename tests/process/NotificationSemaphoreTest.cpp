@@ -223,7 +223,7 @@ TEST_F(NotificationSemaphore, AForeignFileUnderTheOwnNameLeavesTheHandlerUncalle
     announceChange();
     std::filesystem::remove(semaphoreFile());
     Handler other;
-    session->SetRegistryChangeHandler(&other);  // tries again
+    other.watch(session);  // tries again
     announceChange();
     EXPECT_TRUE(other.waitCalls(1));
     EXPECT_TRUE(handler.waitCalls(1));

@@ -15,6 +15,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -30,6 +31,22 @@ namespace vqtest {
 class Handler : public VQRegLib::CRegistryChangeHandler {
 public:
     explicit Handler(std::function<void()> action = {}) : m_action(std::move(action)) {}
+    ~Handler() override {
+        for (const auto* session : m_sessions) {
+            if (*session) {
+                (*session)->ClrRegistryChangeHandler(this);
+            }
+        }
+    }
+    Handler(const Handler&) = delete;
+    Handler& operator=(const Handler&) = delete;
+
+    /// Registers itself until it goes. A session that outlives its handler may be about to call it:
+    /// another process can send a notification at any time.
+    void watch(const std::unique_ptr<VQRegLib::CRegLib>& session) {
+        session->SetRegistryChangeHandler(this);
+        m_sessions.push_back(&session);
+    }
 
     void OnRegistryChange() override {
         ++m_begun;
@@ -50,6 +67,7 @@ public:
 
 private:
     std::function<void()> m_action;
+    std::vector<const std::unique_ptr<VQRegLib::CRegLib>*> m_sessions;
     std::atomic<int> m_begun{0};
     std::atomic<int> m_calls{0};
 };

@@ -27,7 +27,7 @@ protected:
 
     /// Registers a handler and waits until the thread has seen the file.
     void watch(Handler& handler, long watchers = 1) {
-        session->SetRegistryChangeHandler(&handler);
+        handler.watch(session);
         ASSERT_TRUE(waitWatchers(watchers));
     }
 

@@ -18,8 +18,8 @@ class StoreHandlers : public StoreTest {
 protected:
     void SetUp() override { g_starts = 0; }
 
+    Handler handler;  // first, for its store calls it
     std::unique_ptr<CRegLibImplFile> store = open();
-    Handler handler;
 };
 
 }  // namespace

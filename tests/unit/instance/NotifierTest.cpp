@@ -117,7 +117,7 @@ TEST_F(Notifier, WakesTheWatchersOfAllStores) {
     const auto other = vqtest::openSession(otherFile.path());
     Handler handler;
     Handler ofOther;
-    other->SetRegistryChangeHandler(&ofOther);
+    ofOther.watch(other);
     watch(handler, 2);
     vqtest::moveFileTime(otherFile.path());
     vqtest::moveFileTime(file.path());

@@ -71,7 +71,7 @@ protected:
     void expectRecovery() {
         Handler handler;
         session->ClrRegistryChangeHandler(&handler);
-        session->SetRegistryChangeHandler(&handler);
+        handler.watch(session);
         ASSERT_TRUE(vqtest::waitWatchers(1));
         vqtest::moveFileTime(file.path());
         session->SendRegistryChangeNotification();

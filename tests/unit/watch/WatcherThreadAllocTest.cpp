@@ -87,16 +87,16 @@ TEST_F(WatcherThreadShortage, RegistrationEndsAndSaysSo) {
 TEST_F(WatcherThreadShortage, AWatcherWithoutAThreadStaysSo) {
     Handler handler;
     failures = 2;  // the notifier's thread comes into being
-    session->SetRegistryChangeHandler(&handler);
+    handler.watch(session);
     EXPECT_THAT(log.texts(TraceLog::Addresses::eReplace), ElementsAre(kWatcherFailed));
     EXPECT_EQ(vqtest::countThreads("RegChgNotif"), 1);
-    session->SetRegistryChangeHandler(&handler);
+    handler.watch(session);
     EXPECT_EQ(vqtest::countThreads("FileWatch"), 0);
     EXPECT_EQ(log.texts().size(), 1u);
     session.reset();
     // The next store has a watcher again.
     session = vqtest::openSession(file.path());
-    session->SetRegistryChangeHandler(&handler);
+    handler.watch(session);
     ASSERT_TRUE(vqtest::waitWatchers(1));
     vqtest::moveFileTime(file.path());
     session->SendRegistryChangeNotification();
@@ -106,12 +106,12 @@ TEST_F(WatcherThreadShortage, AWatcherWithoutAThreadStaysSo) {
 TEST_F(WatcherThreadShortage, TheNotifierIsTriedAgainAtTheNextRegistration) {
     Handler handler;
     failures = 1;
-    session->SetRegistryChangeHandler(&handler);
+    handler.watch(session);
     EXPECT_THAT(log.texts(TraceLog::Addresses::eReplace), ElementsAre(kNotifierFailed));
     ASSERT_TRUE(vqtest::waitWatchers(1));
     EXPECT_FALSE(vqtest::hasSemaphore());
     Handler another;
-    session->SetRegistryChangeHandler(&another);
+    another.watch(session);
     EXPECT_TRUE(vqtest::hasSemaphore());
     vqtest::moveFileTime(file.path());
     session->SendRegistryChangeNotification();

@@ -50,7 +50,11 @@ public:
     // The lines of a registration; the one of the new thread, which may come anywhere behind the
     // watcher's construction, is moved to the end.
     std::vector<std::string> watch(Handler* handler) {
-        session->SetRegistryChangeHandler(handler);
+        if (handler) {
+            handler->watch(session);
+        } else {
+            session->SetRegistryChangeHandler(nullptr);
+        }
         EXPECT_TRUE(waitWatchers(handler ? 1 : 0));
         std::vector<std::string> lines = newLines();
         const auto started = std::find(lines.begin(), lines.end(), kStarting);
@@ -229,7 +233,7 @@ TEST(WatcherTrace, ExceptionsOfHandlersAreToldAndTheOtherHandlersAreCalled) {
     };
     Handler handlers[] = {Handler(throwing), Handler(), Handler(throwing)};
     for (Handler& handler : handlers) {
-        traced.session->SetRegistryChangeHandler(&handler);
+        handler.watch(traced.session);
     }
     ASSERT_TRUE(waitWatchers(1));
     const std::string where = "(Error) CRegWatcherThread::fileWatcherThreadFunc (0x@), exception ";
@@ -263,7 +267,7 @@ TEST(WatcherTrace, AHandlerThatEndsItsThreadDoesNotHoldUpTheStore) {
 TEST(WatcherTrace, AWatcherHasOneAddress) {
     Traced traced(4);
     Handler handler;
-    traced.session->SetRegistryChangeHandler(&handler);
+    handler.watch(traced.session);
     ASSERT_TRUE(waitWatchers(1));
     traced.session.reset();
     std::vector<std::string> addresses;
@@ -279,7 +283,7 @@ TEST(WatcherTrace, AWatcherHasOneAddress) {
 TEST(NotifierTrace, TheNotifierNamesTheDirectoryWhenItStarts) {
     Traced traced(4);
     Handler handler;
-    traced.session->SetRegistryChangeHandler(&handler);
+    handler.watch(traced.session);
     char expected[80];
     std::snprintf(expected, sizeof expected,
                   "CRegLibImpl::RegistryChangeNotifierThread (0x%08X) - starting",

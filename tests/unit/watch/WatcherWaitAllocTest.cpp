@@ -78,7 +78,7 @@ protected:
 
     // The watcher is in its wait, after its first look.
     void watchAndWait(Handler& handler) {
-        session->SetRegistryChangeHandler(&handler);
+        handler.watch(session);
         ASSERT_TRUE(waitUntil([] { return timedWaits == 1; }));
     }
 };
