@@ -34,9 +34,9 @@
  *
  * **Threads.** Any number of threads may use one store, and one key of it. vqreg_close(),
  * vqreg_close_key() and vqreg_watch_close() need all others to be done with the object; a watch belongs
- * to one thread at a time. After a fork of a process with several threads the child may use the library
- * only if no other thread was inside a call of it; a child must not use the watches of its parent, but may
- * close them.
+ * to one thread at a time. Cancellation of a thread is put off until its call is done. After a fork of a
+ * process with several threads the child may use the library only if no other thread was inside a call of
+ * it; a child must not use the watches of its parent, but may close them.
  */
 #ifndef VQREG_H
 #define VQREG_H

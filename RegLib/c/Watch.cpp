@@ -16,6 +16,7 @@
 #include "RegLib/c/Guarded.h"
 #include "RegLib/text/Storable.h"
 #include "portable/FileNews.h"
+#include "portable/NoCancellation.h"
 
 using namespace VQRegLib;
 
@@ -82,6 +83,7 @@ vqreg_data dataOf(const CValueState& state) {
 }  // namespace
 
 vqreg_watch* vqreg_watch_open(vqreg_store* store, const char* path, int* result) {
+    const CNoCancellation noCancellation;
     vqreg_watch* opened = nullptr;
     const int code = !store ? VQREG_E_FAIL : guardedForC([&] {
         auto watch = std::make_unique<vqreg_watch>();
@@ -104,6 +106,7 @@ int vqreg_watch_next(vqreg_watch* watch, const vqreg_change** change) {
         return VQREG_E_FAIL;
     }
     *change = nullptr;
+    const CNoCancellation noCancellation;
     const int result = guardedForC([&] {
         if (watch->m_differences.empty()) {
             // Before the look: what comes during it is news again.
@@ -132,5 +135,6 @@ int vqreg_watch_next(vqreg_watch* watch, const vqreg_change** change) {
 }
 
 void vqreg_watch_close(vqreg_watch* watch) {
+    const CNoCancellation noCancellation;
     delete watch;
 }

@@ -14,6 +14,7 @@
 #include "RegLib/text/Storable.h"
 #include "RegLib/text/TextFault.h"
 #include "portable/FilePlace.h"
+#include "portable/NoCancellation.h"
 #include "portable/PathParts.h"
 
 using namespace VQRegLib;
@@ -168,6 +169,7 @@ namespace {
 // Makes a sentence and gives what fits of it, or of another one where there is no memory for it.
 template <typename Sentence>
 size_t tell(char* text, size_t size, std::string_view withoutMemory, Sentence&& sentence) {
+    const CNoCancellation noCancellation;
     std::string whole;
     std::string_view told = withoutMemory;
     (void)guardedForC([&] {

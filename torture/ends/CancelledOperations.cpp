@@ -7,6 +7,7 @@
 #include "support/Handlers.h"
 #include "support/Sessions.h"
 #include "support/Torture.h"
+#include "vqreg.h"
 
 namespace vqtorture {
 
@@ -83,6 +84,19 @@ int dumpOnce(Stores& stores) {
     return vqtest::setNumber(*stores.session, "A", 2);
 }
 
+int watchOnce(Stores& stores) {
+    const std::string path = stores.file.path();
+    vqreg_store* const store = vqreg_open(path.c_str(), nullptr, nullptr);
+    vqreg_watch* const watch = vqreg_watch_open(store, "", nullptr);
+    const int result = vqtest::setNumber(*stores.session, "A", 2);
+    const vqreg_change* change = nullptr;
+    const bool isTold =
+        vqreg_watch_next(watch, &change) == 1 && vqreg_why(path.c_str(), nullptr, 0) == 0;
+    vqreg_watch_close(watch);
+    vqreg_close(store);
+    return isTold ? result : -1;
+}
+
 // After a change by somebody else.
 int queryOnce(Stores& stores) {
     return vqtest::numberOf(*stores.session, "A") == 2 ? REGLIB_OK : -1;
@@ -125,6 +139,7 @@ constexpr CancelledOperation kOperations[] = {
     {"reload", reloadOnce, 2, nothing},
     {"begin and end", beginAndEndOnce, 2, nothing},
     {"dump", dumpOnce, 2, silence},
+    {"watch", watchOnce, 2, nothing},
     {"query", queryOnce, 2, changeByOther},
     {"query of a missing file", queryOfMissingOnce, 1, removeFile}};
 

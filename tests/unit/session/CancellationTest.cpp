@@ -16,6 +16,7 @@
 #include "support/TempStore.h"
 #include "support/TraceLog.h"
 #include "support/Wait.h"
+#include "vqreg.h"
 
 using namespace VQRegLib;
 using vqtest::TempStore;
@@ -167,6 +168,22 @@ TEST_F(Cancellation, IsPutOffByASessionsBeginAndEnd) {
         EXPECT_NE(other.RootKey(), nullptr);
     }));
     EXPECT_NE(store.read().find("[Other]"), std::string::npos);
+}
+
+TEST_F(Cancellation, IsPutOffByAWatchOfTheCInterfaceAndByWhatItTellsOfAFile) {
+    const std::string path = store.path();
+    EXPECT_TRUE(isDone([&] {
+        vqreg_store* const opened = vqreg_open(path.c_str(), nullptr, nullptr);
+        vqreg_watch* const watch = vqreg_watch_open(opened, "", nullptr);
+        EXPECT_EQ(set(session, 2), REGLIB_OK);
+        const vqreg_change* change = nullptr;
+        EXPECT_EQ(vqreg_watch_next(watch, &change), 1);
+        EXPECT_EQ(vqreg_why(path.c_str(), nullptr, 0), 0u);
+        EXPECT_EQ(vqreg_which(path.c_str(), nullptr, 0), path.size());
+        vqreg_watch_close(watch);
+        vqreg_close(opened);
+    }));
+    EXPECT_EQ(queryElsewhere(), 2);
 }
 
 TEST_F(CancellationTraced, IsPutOffByTraceLines) {
