@@ -134,8 +134,8 @@ public:
 
     void signal(int number) { ::kill(m_pid, number); }
 
-    /// Gives it its standard input and waits for its end. @return all that has not been read yet
-    CommandResult finish(const std::string& input = {}) {
+    /// Gives it its standard input, which ends then.
+    void give(const std::string& input) {
         std::size_t at = 0;
         ::signal(SIGPIPE, SIG_IGN);  // it may end without reading all of it
         while (at < input.size()) {
@@ -146,6 +146,11 @@ public:
             at += static_cast<std::size_t>(size);
         }
         closeOne(m_in);
+    }
+
+    /// Gives it its standard input and waits for its end. @return all that has not been read yet
+    CommandResult finish(const std::string& input = {}) {
+        give(input);
         while (readSome(kDeadline)) {
         }
         m_text.status = wait();
