@@ -138,7 +138,7 @@ int useInChildren(World& world, const std::string& path) {
 int beFodder(World& world, const std::string& path) {
     const auto session = vqtest::openSession(path);
     vqtest::Handler handler;
-    session->SetRegistryChangeHandler(&handler);
+    handler.watch(session);
     ++world.ledger.ready;
     while (!world.ledger.isOver) {
         countUp(*session, world.ledger);

@@ -59,7 +59,7 @@ int work(World& world, const std::string& path, bool isWatching) {
     }
     vqtest::Handler handler([&world] { ++world.calls; });
     if (isWatching) {
-        session->SetRegistryChangeHandler(&handler);
+        handler.watch(session);
         if (!vqtest::waitUntil([] { return vqtest::hasSemaphore(1); }) ||
             !vqtest::waitWatchers(1)) {
             return 2;
@@ -70,7 +70,6 @@ int work(World& world, const std::string& path, bool isWatching) {
         countUp(*session, world.ledger);
         readNewest(*session, world.ledger);
     }
-    session->ClrRegistryChangeHandler(&handler);
     return 0;
 }
 

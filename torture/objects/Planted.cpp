@@ -133,7 +133,7 @@ int registerHandler(const std::string& path, const std::atomic<bool>& isPlanted,
     }
     vqtest::Handler handler;
     const Stopwatch watch;
-    session->SetRegistryChangeHandler(&handler);
+    handler.watch(session);
     ledger.noteWait(watch);
     const bool isSet = countUp(*session, ledger);
     if (!linesWith(vqtest::semaphoreName(), "semaphore failed").empty()) {
