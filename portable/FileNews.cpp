@@ -14,10 +14,11 @@ namespace VQRegLib {
 namespace {
 
 // A new text comes by a rename, an exchange or a link; by hand perhaps by writing. That nobody might read it is
-// over with a change of its mode.
+// over with a change of its mode. What is wanted is added where the directory is watched already: the kernel
+// puts a mask in the place of another one in two steps, and what happens between them it tells nobody.
 constexpr std::uint32_t kWanted = IN_MOVED_TO | IN_MOVED_FROM | IN_CREATE | IN_DELETE |
                                   IN_CLOSE_WRITE | IN_ATTRIB | IN_MOVE_SELF | IN_DELETE_SELF |
-                                  IN_ONLYDIR;
+                                  IN_ONLYDIR | IN_MASK_ADD;
 
 // Another directory may have the path now.
 constexpr std::uint32_t kDirectoryLost = IN_MOVE_SELF | IN_DELETE_SELF | IN_IGNORED | IN_UNMOUNT;

@@ -6,12 +6,15 @@
 #include <poll.h>
 #include <sys/stat.h>
 
+#include <atomic>
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <thread>
 
 #include "support/TempStore.h"
+#include "support/Wait.h"
 
 namespace fs = std::filesystem;
 using VQRegLib::CFileNews;
@@ -71,6 +74,25 @@ TEST_F(FileNews, OfOtherFilesAreNone) {
     EXPECT_TRUE(isReadable());
     EXPECT_FALSE(news.take());
     EXPECT_FALSE(isReadable()) << "an event loop does not turn for ever";
+}
+
+TEST_F(FileNews, AreNotLostWhileTheyAreTaken) {
+    std::atomic<bool> isOver{false};
+    std::atomic<int> taken{0};
+    std::thread taker([&] {
+        while (!isOver) {
+            taken += news.take();
+        }
+    });
+    bool isTold = true;
+    for (int i = 0; i < 2'000 && isTold; ++i) {
+        const int before = taken;
+        replace(file.path());
+        isTold = vqtest::waitUntil([&] { return taken > before; });
+    }
+    isOver = true;
+    taker.join();
+    EXPECT_TRUE(isTold) << "one that comes just then";
 }
 
 TEST_F(FileNews, GoOnInADirectoryThatTakesThePlace) {
