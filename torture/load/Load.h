@@ -9,6 +9,7 @@ namespace vqtorture {
 void readback(Run& run);
 void linear(Run& run);
 void twoWriters(Run& run);
+void watched(Run& run);
 void soak(Run& run);
 
 }  // namespace vqtorture

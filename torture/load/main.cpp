@@ -3,7 +3,10 @@
 
 int main(int argc, char** argv) {
     using namespace vqtorture;
-    return runOneOf(
-        {{"readback", readback}, {"linear", linear}, {"two_writers", twoWriters}, {"soak", soak}},
-        argc, argv);
+    return runOneOf({{"readback", readback},
+                     {"linear", linear},
+                     {"two_writers", twoWriters},
+                     {"watched", watched},
+                     {"soak", soak}},
+                    argc, argv);
 }

@@ -82,6 +82,8 @@ CHECKS = [
           quick=4, long=600, piece=40, sanitizers=("thread",)),
     Check("load.two_writers", "two that take turns see each other's last change",
           quick=10000, long=100000, piece=100000, limit=600),
+    Check("load.watched", "two watches tell of each change while another file comes and goes",
+          quick=5000, long=200_000, piece=10_000),
     Check("load.soak", "what is used stays the same, in seconds",
           quick=20, long=1800, piece=1800, limit=2400),
     Check("scale.opens", "openings of a path of six names",

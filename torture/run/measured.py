@@ -8,7 +8,7 @@ SECONDS = {
     "model.alone": 28, "model.together": 20,
     "objects.crowd": 29, "objects.killed_creator": 21, "objects.planted": 24, "objects.attacked": 4.6,
     "objects.permissions": 5.7, "objects.protected": 1.3, "objects.pid_namespaces": 18,
-    "load.readback": 8, "load.linear": 41, "load.two_writers": 10, "load.soak": 1800,
+    "load.readback": 8, "load.linear": 41, "load.two_writers": 10, "load.watched": 4, "load.soak": 1800,
     "scale.opens": 3.4, "scale.handles": 0.1, "scale.keys": 1.8, "scale.siblings": 0.2,
     "scale.values": 0.3, "scale.text": 1, "scale.nesting": 0.4,
     "fault.files": 5.9, "fault.pairs": 17, "fault.sequences": 4.1, "fault.deaths": 14,
