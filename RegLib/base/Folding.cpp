@@ -2,6 +2,21 @@
 
 namespace VQRegLib {
 
+bool isSameName(std::string_view name, std::string_view other) {
+    if (name.size() != other.size()) {
+        return false;
+    }
+    const char* at = name.data();
+    const char* from = other.data();
+    std::size_t left = name.size();
+    for (; left > kTwoWords; at += kTwoWords, from += kTwoWords, left -= kTwoWords) {
+        if (!isSameFolded(loadTwoWords(at, kTwoWords), loadTwoWords(from, kTwoWords))) {
+            return false;
+        }
+    }
+    return isSameFolded(loadTwoWords(at, left), loadTwoWords(from, left));
+}
+
 int compareFolded(std::string_view name, std::string_view other) {
     const std::size_t common = name.size() < other.size() ? name.size() : other.size();
     std::size_t at = 0;

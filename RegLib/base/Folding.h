@@ -74,20 +74,7 @@ constexpr bool isSameFolded(const CTwoWords& one, const CTwoWords& other) {
 }
 
 // Whether two names are the same once they are folded.
-inline bool isSameName(std::string_view name, std::string_view other) {
-    if (name.size() != other.size()) {
-        return false;
-    }
-    const char* at = name.data();
-    const char* from = other.data();
-    std::size_t left = name.size();
-    for (; left > kTwoWords; at += kTwoWords, from += kTwoWords, left -= kTwoWords) {
-        if (!isSameFolded(loadTwoWords(at, kTwoWords), loadTwoWords(from, kTwoWords))) {
-            return false;
-        }
-    }
-    return isSameFolded(loadTwoWords(at, left), loadTwoWords(from, left));
-}
+[[nodiscard]] bool isSameName(std::string_view name, std::string_view other);
 
 // The order of names: of their folded bytes, a shorter one before those that begin with it.
 // Below 0, 0 or above.

@@ -4,12 +4,12 @@ namespace VQRegLib {
 
 const char CHashedName::m_anchor = 0;
 
-std::size_t CHashedName::addAllButTheEnd() {
-    std::size_t at = 0;
-    for (; m_text.size() - at > kTwoWords; at += kTwoWords) {
-        add(loadTwoWords(m_text.data() + at, kTwoWords));
+std::uint64_t CHashedName::hashBeforeEnd(std::string_view name, std::uint64_t hash) {
+    const std::size_t size = sizeBeforeEnd(name);
+    for (std::size_t at = 0; at < size; at += kTwoWords) {
+        hash = withWords(hash, loadTwoWords(name.data() + at, kTwoWords));
     }
-    return at;
+    return hash;
 }
 
 }  // namespace VQRegLib

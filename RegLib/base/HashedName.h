@@ -32,12 +32,12 @@ class CHashedName {
 public:
     [[gnu::always_inline]] CHashedName(std::string_view name)
         : m_text(name), m_hash((origin() + name.size()) * kFactor) {
-        std::size_t before = 0;
         if (name.size() > kTwoWords) [[unlikely]] {
-            before = addAllButTheEnd();
+            m_hash = hashBeforeEnd(name, m_hash);
+            name.remove_prefix(sizeBeforeEnd(name));
         }
-        m_end = loadTwoWords(name.data() + before, name.size() - before);
-        add(m_end);
+        m_end = loadTwoWords(name.data(), name.size());
+        m_hash = withWords(m_hash, m_end);
     }
     CHashedName(const std::string& name) : CHashedName(std::string_view(name)) {}
     CHashedName(const char* name) : CHashedName(std::string_view(name)) {}
@@ -49,11 +49,16 @@ public:
 
     // Whether the other name is this one once both are folded.
     bool isSame(std::string_view other) const {
-        if (m_text.size() > kTwoWords) [[unlikely]] {
-            return isSameName(m_text, other);
+        return (m_text.size() <= kTwoWords && isEqual(other)) || isSameName(m_text, other);
+    }
+
+    // The same of a short name without folding: most names are asked for as they were created.
+    bool isEqual(std::string_view other) const {
+        if (m_text.size() != other.size()) {
+            return false;
         }
-        return m_text.size() == other.size() &&
-               isSameFolded(m_end, loadTwoWords(other.data(), other.size()));
+        const CTwoWords words = loadTwoWords(other.data(), other.size());
+        return ((words.first ^ m_end.first) | (words.last ^ m_end.last)) == 0;
     }
 
 private:
@@ -67,13 +72,17 @@ private:
 
     // A product of two factors of which neither is known outside: no pair of words makes up for what
     // another pair has changed.
-    void add(const CTwoWords& words) {
+    static std::uint64_t withWords(std::uint64_t hash, const CTwoWords& words) {
         const CTwoWords small = folded(words);
-        m_hash = foldedProduct(small.first ^ kSecret ^ origin(), small.last ^ m_hash);
+        return foldedProduct(small.first ^ kSecret ^ origin(), small.last ^ hash);
     }
 
-    // The bytes of a long name before its last words: how many.
-    std::size_t addAllButTheEnd();
+    // Of a long name: all before its last words. A function of its arguments alone, so that short names
+    // need not be in memory as objects.
+    static std::size_t sizeBeforeEnd(std::string_view name) {
+        return (name.size() - 1) / kTwoWords * kTwoWords;
+    }
+    static std::uint64_t hashBeforeEnd(std::string_view name, std::uint64_t hash);
 
     std::string_view m_text;
     CTwoWords m_end;  // of the text, or all of it

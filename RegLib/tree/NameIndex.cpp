@@ -18,13 +18,16 @@ namespace {
 
 constexpr std::size_t kSmallest = 16;
 
-// A quarter of the places stays free.
+// Half of the places stay free, so that most names are at their home, while that takes little memory; a
+// third in a larger table.
+constexpr std::size_t kRoomy = 32 * 1024;
+
 constexpr std::size_t roomIn(std::size_t capacity) {
-    return capacity - capacity / 4 - 1;
+    return capacity <= kRoomy ? capacity / 2 : capacity - capacity / 3 - 1;
 }
 
 constexpr std::size_t capacityFor(std::size_t entries) {
-    return entries + entries / 3 + 2;
+    return entries <= kRoomy / 2 ? 2 * entries : std::max(kRoomy + 1, entries + entries / 2 + 2);
 }
 
 }  // namespace

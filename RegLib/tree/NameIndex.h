@@ -10,7 +10,7 @@
 
 namespace VQRegLib {
 
-// One table for all nodes of a tree: open addressing, a quarter of it free. The place of an entry
+// One table for all nodes of a tree: open addressing, a third of it free or more. The place of an entry
 // follows from its hash by a multiplication, so that the table may grow by a quarter of its size
 // instead of by its double.
 class CNameIndex {
@@ -22,18 +22,15 @@ public:
         return static_cast<std::uint32_t>(mixed >> 32);
     }
 
-    // The first node under a hash for which `isIt` is true; 0 when there is none.
-    template <typename IsIt>
-    NodeNumber find(std::uint32_t hash, IsIt&& isIt) const {
-        if (m_capacity == 0) {
-            return 0;
-        }
-        for (std::size_t at = home(hash); m_entries[at].node != 0; at = after(at)) {
-            if (m_entries[at].hash == hash && isIt(m_entries[at].node)) {
-                return m_entries[at].node;
-            }
-        }
-        return 0;
+    struct CEntry {
+        std::uint32_t hash;
+        NodeNumber node;  // 0: free
+    };
+
+    // The entries with a hash, one after the other; a free one behind the last.
+    const CEntry* firstOf(std::uint32_t hash) const { return ofHash(hash, m_entries + home(hash)); }
+    const CEntry* nextOf(std::uint32_t hash, const CEntry* before) const {
+        return ofHash(hash, behind(before));
     }
 
     // Somebody is about to add or look for an entry: its place is on the way to the cache meanwhile.
@@ -59,21 +56,27 @@ public:
     void replace(std::uint32_t hash, NodeNumber node, NodeNumber by);
 
 private:
-    struct CEntry {
-        std::uint32_t hash;
-        NodeNumber node;  // 0: free
-    };
-
+    const CEntry* ofHash(std::uint32_t hash, const CEntry* at) const {
+        while (at->hash != hash && at->node != 0) {
+            at = behind(at);
+        }
+        return at;
+    }
     std::size_t home(std::uint32_t hash) const {
         return static_cast<std::size_t>((std::uint64_t{hash} * m_capacity) >> 32);
+    }
+    const CEntry* behind(const CEntry* at) const {
+        return at + 1 == m_entries + m_capacity ? m_entries : at + 1;
     }
     std::size_t after(std::size_t at) const { return at + 1 == m_capacity ? 0 : at + 1; }
     std::size_t placeOf(std::uint32_t hash, NodeNumber node) const;
     void grow(std::size_t more);
 
     CLargeMemory m_memory;
-    CEntry* m_entries = nullptr;  // in it
-    std::size_t m_capacity = 0;
+    // Without memory there is one place, which is free.
+    static inline CEntry m_none{0, 0};
+    CEntry* m_entries = &m_none;
+    std::size_t m_capacity = 1;
     std::size_t m_room = 0;  // for so many entries
     std::size_t m_size = 0;
 };

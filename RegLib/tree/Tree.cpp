@@ -71,8 +71,38 @@ std::size_t CTree::countOfKind(const CKeyOrValue& parent, bool isKey) const {
     return isKey ? children.keys.size() : children.values.size();
 }
 
-CKeyOrValue* CTree::findNamed(const CKeyOrValue& parent, const char* name) const {
-    return findChild(parent, CHashedName(name));
+// On the straight way nothing is called, so that nothing has to be put aside for a call: a call costs more
+// than the comparison of two short names.
+CKeyOrValue* CTree::findNamed(const CKeyOrValue& parent, std::string_view name) const {
+    if (name.size() > kTwoWords) [[unlikely]] {
+        return findLong(parent, name);
+    }
+    const CHashedName hashed(name);
+    const std::uint32_t hash = CNameIndex::hashOf(parent, hashed.hash());
+    const CNameIndex::CEntry* const at = m_index.firstOf(hash);
+    if (at->node == 0) {
+        return nullptr;
+    }
+    CKeyOrValue& found = node(at->node);
+    const bool isIt = found.m_parent == parent.m_number &&
+                      found.m_nameAt != CKeyOrValue::kNameApart &&
+                      hashed.isEqual({found.m_line + found.m_nameAt, found.m_nameSize});
+    return isIt ? &found : findSpelled(parent, name, hash, at);
+}
+
+CKeyOrValue* CTree::findLong(const CKeyOrValue& parent, std::string_view name) const {
+    return findChild(parent, name);
+}
+
+CKeyOrValue* CTree::findSpelled(const CKeyOrValue& parent, std::string_view name,
+                                std::uint32_t hash, const CNameIndex::CEntry* at) const {
+    for (; at->node != 0; at = m_index.nextOf(hash, at)) {
+        CKeyOrValue& of = node(at->node);
+        if (of.m_parent == parent.m_number && isSameName(name, nameOf(of))) {
+            return &of;
+        }
+    }
+    return nullptr;
 }
 
 CKeyOrValue* CTree::childOfKind(const CKeyOrValue& parent, bool isKey, int index) const {

@@ -51,21 +51,23 @@ public:
                    : nameApart(of);
     }
 
-    // Null when there is none. Every query is little else than this.
+    // Null when there is none.
     [[gnu::always_inline]] CKeyOrValue* findChild(const CKeyOrValue& parent,
                                                   const CHashedName& name) const {
-        CKeyOrValue* found = nullptr;
-        m_index.find(CNameIndex::hashOf(parent, name.hash()), [&](NodeNumber number) {
-            CKeyOrValue& of = node(number);
-            const bool isIt = of.m_parent == parent.m_number && name.isSame(nameOf(of));
-            found = isIt ? &of : nullptr;
-            return isIt;
-        });
-        return found;
+        const std::uint32_t hash = CNameIndex::hashOf(parent, name.hash());
+        const CNameIndex::CEntry* at = m_index.firstOf(hash);
+        for (; at->node != 0; at = m_index.nextOf(hash, at)) {
+            CKeyOrValue& of = node(at->node);
+            if (of.m_parent == parent.m_number && name.isSame(nameOf(of))) {
+                return &of;
+            }
+        }
+        return nullptr;
     }
 
-    // The same by a call: what finds a value is not made a part of each operation.
-    CKeyOrValue* findNamed(const CKeyOrValue& parent, const char* name) const;
+    // The same where the name is most likely short, spelled as it was created and there. Every query is
+    // little else than this.
+    CKeyOrValue* findNamed(const CKeyOrValue& parent, std::string_view name) const;
 
     // The index-th sub key, or value; null past the last one and for an index below 0.
     CKeyOrValue* childOfKind(const CKeyOrValue& parent, bool isKey, int index) const;
@@ -155,6 +157,9 @@ private:
         CKeyOrValue* m_node;
     };
 
+    CKeyOrValue* findLong(const CKeyOrValue& parent, std::string_view name) const;
+    CKeyOrValue* findSpelled(const CKeyOrValue& parent, std::string_view name, std::uint32_t hash,
+                             const CNameIndex::CEntry* at) const;
     std::uint32_t decoded(CKeyOrValue& value) const;
     std::string_view nameApart(const CKeyOrValue& of) const;
     CSiblings& siblings(const CKeyOrValue& parent, bool isKey);

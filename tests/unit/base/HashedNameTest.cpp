@@ -59,3 +59,16 @@ TEST(HashedName, IsTheSameAsItsOtherSpellingsAndAsNoOtherName) {
         }
     }
 }
+
+TEST(HashedName, EqualsAShortNameOfTheSameSpellingOnly) {
+    for (std::size_t size = 0; size <= 16; ++size) {
+        const std::string name(size, 'N');
+        EXPECT_TRUE(CHashedName(name).isEqual(std::string(size, 'N')));
+        EXPECT_FALSE(CHashedName(name).isEqual(name + 'N'));
+        for (std::size_t at = 0; at < size; ++at) {
+            std::string other = name;
+            other[at] = 'n';
+            EXPECT_FALSE(CHashedName(name).isEqual(other)) << size << " " << at;
+        }
+    }
+}

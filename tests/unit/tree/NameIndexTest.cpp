@@ -14,8 +14,18 @@ using namespace VQRegLib;
 
 namespace {
 
+// All nodes under a hash.
+std::set<NodeNumber> allUnder(const CNameIndex& index, std::uint32_t hash) {
+    std::set<NodeNumber> found;
+    for (const auto* at = index.firstOf(hash); at->node != 0; at = index.nextOf(hash, at)) {
+        EXPECT_EQ(at->hash, hash);
+        found.insert(at->node);
+    }
+    return found;
+}
+
 NodeNumber findIn(const CNameIndex& index, std::uint32_t hash, NodeNumber node) {
-    return index.find(hash, [&](NodeNumber number) { return number == node; });
+    return allUnder(index, hash).contains(node) ? node : 0;
 }
 
 void addTo(CNameIndex& index, std::uint32_t hash, NodeNumber node) {
@@ -23,21 +33,13 @@ void addTo(CNameIndex& index, std::uint32_t hash, NodeNumber node) {
     index.add(hash, node);
 }
 
-// All nodes under a hash.
-std::set<NodeNumber> allUnder(const CNameIndex& index, std::uint32_t hash) {
-    std::set<NodeNumber> found;
-    index.find(hash, [&](NodeNumber number) {
-        found.insert(number);
-        return false;
-    });
-    return found;
-}
-
 }  // namespace
 
 TEST(NameIndex, FindsNothingWhileItIsEmpty) {
     const CNameIndex index;
-    EXPECT_EQ(index.find(1, [](NodeNumber) { return true; }), 0u);
+    for (const std::uint32_t hash : {0u, 1u, 0xFFFFFFFFu}) {
+        EXPECT_EQ(index.firstOf(hash)->node, 0u);
+    }
 }
 
 TEST(NameIndex, AsksOnlyForNodesUnderTheHash) {

@@ -29,7 +29,9 @@ protected:
         tree.setValue(value, VQRegLib::CRegLib::eString, VQRegLib::composeStringLine(name, text));
     }
     Node* find(const Node& parent, std::string_view name) const {
-        return tree.findChild(parent, name);
+        Node* const found = tree.findChild(parent, name);
+        EXPECT_EQ(tree.findNamed(parent, name), found) << name;
+        return found;
     }
 
     /// As "a|b|", in order.
