@@ -38,7 +38,8 @@ public:
 
     // Enters if nobody is inside and the thread is no new one, which needs neither waiting nor a call.
     [[nodiscard]] bool tryEnterAtOnce(int location) TRY_ACQUIRE(true) {
-        if (knownThreadNumber() == 0 || !tryTake()) {
+        const std::uint64_t number = knownThreadNumber();
+        if (number == 0 || !tryTake(number)) {
             return false;
         }
         m_depth = 1;
@@ -84,7 +85,8 @@ public:
 private:
     static constexpr std::uint64_t kWaited = 1;  // the bit below the holder's number
 
-    static std::uint64_t ownWord() { return currentThreadNumber() << 1; }
+    static std::uint64_t wordOf(std::uint64_t number) { return number << 1; }
+    static std::uint64_t ownWord() { return wordOf(currentThreadNumber()); }
 
     bool isInside() const {
         return (m_word.load(std::memory_order_relaxed) & ~kWaited) == ownWord();
@@ -92,16 +94,17 @@ private:
 
     // While the process has one thread it needs no exchange, which costs ten times a store. A signal
     // handler in between leaves what it entered.
-    bool tryTake() {
+    bool tryTake() { return tryTake(currentThreadNumber()); }
+    bool tryTake(std::uint64_t number) {
         std::uint64_t nobody = m_word.load(std::memory_order_relaxed);
         if (nobody != 0) {
             return false;
         }
         if (__libc_single_threaded) {
-            m_word.store(ownWord(), std::memory_order_relaxed);
+            m_word.store(wordOf(number), std::memory_order_relaxed);
             return true;
         }
-        return m_word.compare_exchange_strong(nobody, ownWord(), std::memory_order_acquire,
+        return m_word.compare_exchange_strong(nobody, wordOf(number), std::memory_order_acquire,
                                               std::memory_order_relaxed);
     }
 

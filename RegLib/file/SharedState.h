@@ -50,7 +50,7 @@ public:
     // completed by now. Whether the block still is the one that others use is looked at once a second:
     // often enough for who removes it, too seldom to be felt.
     bool isUpToDate() {
-        if (m_lastLook != CPortable::GetSecondShown() && !hasBlock(CPSharedMemory::eTry)) {
+        if (CPortable::GetSecondShown() != m_lastLook && !hasBlock(CPSharedMemory::eTry)) {
             return false;
         }
         const std::uint64_t shared = stamp();

@@ -152,9 +152,9 @@ int CRegLibImplFile::VQRegQueryValue(CRegKey& key, const char* valueName, CRegLi
         if (result >= 0) {
             CKeyOrValue& value = *found.value();
             type = value.type();
-            const CDataBuffer room{buffer, buffer ? *size : 0, size};
-            result = type == CRegLib::eDword ? giveNumber(m_tree->dwordOf(value), room)
-                                             : giveData(value.line(), type, room);
+            const auto room = [&] { return CDataBuffer{buffer, buffer ? *size : 0, size}; };
+            result = type == CRegLib::eDword ? giveNumber(m_tree->dwordOf(value), room())
+                                             : giveData(value.line(), type, room());
         }
     } catch (...) {
         // The answer is what was known by then, and the lock stays taken until this thread ends or
