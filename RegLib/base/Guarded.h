@@ -10,9 +10,9 @@
 namespace VQRegLib {
 
 // Runs a piece of an operation. Whatever it locked must be held by guards of its own; a VQException
-// passes through.
+// passes through. A part of whoever calls it: the piece is nobody else's.
 template <typename Piece>
-[[nodiscard]] int guarded(Piece&& piece) {
+[[nodiscard, gnu::always_inline]] inline int guarded(Piece&& piece) {
     try {
         return piece();
     } catch (const std::bad_alloc&) {
