@@ -162,6 +162,9 @@ private:
     template <typename Data>
     [[nodiscard]] int changeValue(COperation& operation, CRegKey& key, const char* name,
                                   const Data& data, int& changed);
+    template <typename Data>
+    [[nodiscard]] int putValue(COperation& operation, const char* name, const Data& data,
+                               const std::string& spelling, int& changed);
     std::string countedSpelling(CRegKey& key, const char* name);
 
     std::unique_ptr<CTree> m_tree;

@@ -92,7 +92,8 @@ bool CRegLibImplFile::isUpdatedElsewhere() const {
 
 // What a change answers that would change nothing: the update may be about to.
 int CRegLibImplFile::refuseDuringOthersUpdate() const {
-    return isUpdatedElsewhere() ? REGLIB_E_FAIL : REGLIB_OK;
+    const bool isAnyOpen = m_openUpdates.load(std::memory_order_relaxed) != 0;
+    return isAnyOpen && isUpdatedElsewhere() ? REGLIB_E_FAIL : REGLIB_OK;
 }
 
 // What it has changed is in the tree, and not to be written: this process begins again from the file.

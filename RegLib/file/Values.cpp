@@ -74,38 +74,46 @@ int CRegLibImplFile::setValue(CRegKey& key, const char* name, const Data& data, 
     return result;
 }
 
-// The line is complete before anything is linked: a new node without one would break the file for
-// everybody.
+// Most sets find that there is nothing to change, and go no further than this.
 template <typename Data>
 int CRegLibImplFile::changeValue(COperation& operation, CRegKey& key, const char* name,
                                  const Data& data, int& changed) {
-    int opened = operation.findValue(key, name);
+    const int opened = operation.findValue(key, name);
     if (opened < 0) {
         return opened;
     }
     CKeyOrValue* const old = operation.value();
-    const bool keepsSpelling = old && Data::kKeepsSpelling;
     const bool isSame = old && old->m_eDataType == Data::kType && data.isIn(*m_tree, *old, name);
     if (!isSame && !operation.isLocked()) {
         return COperation::kNeedsLock;
     }
-    std::string spelling;
-    if (keepsSpelling && traceFor(eTraceFlow)) {
-        spelling = countedSpelling(key, name);
-        // The counting brings imports, which may have replaced the node.
-        opened = operation.findValue(key, name);
-        if (opened < 0) {
-            return opened;
-        }
-    }
-    if (isSame) {
+    const bool isCounted = old && Data::kKeepsSpelling && traceFor(eTraceFlow);
+    if (isSame && !isCounted) {
         return refuseDuringOthersUpdate();
     }
+    std::string spelling;
+    if (isCounted) {
+        spelling = countedSpelling(key, name);
+        // The counting brings imports, which may have replaced the node.
+        const int again = operation.findValue(key, name);
+        if (again < 0) {
+            return again;
+        }
+    }
+    return isSame ? refuseDuringOthersUpdate() : putValue(operation, name, data, spelling, changed);
+}
+
+// The line is complete before anything is linked: a new node without one would break the file for
+// everybody. A spelling that was counted is kept; without one, that of the node.
+template <typename Data>
+int CRegLibImplFile::putValue(COperation& operation, const char* name, const Data& data,
+                              const std::string& spelling, int& changed) {
     CKeyOrValue* const value = operation.value();
     if (!value) {
         m_tree->addValue(*operation.key(), name, Data::kType, data.line(name));
     } else if (!spelling.empty() || !data.putInPlace(*m_tree, *value)) {
         const std::string_view kept = spelling.empty() ? m_tree->nameOf(*value) : spelling;
+        const bool keepsSpelling = Data::kKeepsSpelling;
         m_tree->setValue(*value, Data::kType, data.line(keepsSpelling ? kept : name));
     }
     changed = 1;

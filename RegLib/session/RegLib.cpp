@@ -111,6 +111,30 @@ const char* fullName(const CRegKey& key) {
     });
 }
 
+[[gnu::noinline]] void traceNumberSet(const CRegLibImpl& store, const CRegKey& key,
+                                      const char* valueName, std::uint32_t value) {
+    REGLIB_TRACE(eTraceChange,
+                 "CRegLibImpl::VQRegSetValue (0x%08X), setting value %s%s%s to 0x%08X\n",
+                 traceId(&store), fullName(key), "/", valueName, value);
+}
+
+int setNumber(CRegLibImpl& store, CRegKey& key, const char* valueName, unsigned long value) {
+    int changed = 0;
+    const int result = store.VQRegSetValue(key, valueName, value, &changed);
+    if (changed != 0) [[unlikely]] {
+        traceNumberSet(store, key, valueName, static_cast<std::uint32_t>(value));
+    }
+    return result;
+}
+
+[[gnu::noinline]] int setNumberInFull(const CRegLib& session, CRegLibImpl* impl, CRegKey& key,
+                                      const char* valueName, unsigned long value) {
+    REGLIB_TRACE(eTraceFlow, "CRegLib::VQRegSetValue (0x%08X), ValueName \"%s\"\n",
+                 traceId(&session), traceText(valueName));
+    return delegate(impl, valueName, __LINE__,
+                    [&](CRegLibImpl& store) { return setNumber(store, key, valueName, value); });
+}
+
 [[gnu::noinline]] int enumValuesInFull(CRegLibImpl* impl, CRegKey& key, int index,
                                        std::string& name, CRegLib::eDataType& type) {
     return delegate(impl, true, __LINE__, [&](CRegLibImpl& store) {
@@ -177,19 +201,10 @@ int CRegLib::VQRegDeleteValue(CRegKey& key, const char* valueName) {
 }
 
 int CRegLib::VQRegSetValue(CRegKey& key, const char* valueName, unsigned long value) {
-    REGLIB_TRACE(eTraceFlow, "CRegLib::VQRegSetValue (0x%08X), ValueName \"%s\"\n", traceId(this),
-                 traceText(valueName));
-    return delegate(m_pImpl, valueName, __LINE__, [&](CRegLibImpl& store) {
-        int changed = 0;
-        const int result = store.VQRegSetValue(key, valueName, value, &changed);
-        if (changed != 0) {
-            REGLIB_TRACE(eTraceChange,
-                         "CRegLibImpl::VQRegSetValue (0x%08X), setting value %s%s%s to 0x%08X\n",
-                         traceId(&store), fullName(key), "/", valueName,
-                         static_cast<std::uint32_t>(value));
-        }
-        return result;
-    });
+    return delegateAtOnce(
+        m_pImpl, valueName && !traceFor(eTraceFlow), __LINE__,
+        [&](CRegLibImpl& store) { return setNumber(store, key, valueName, value); },
+        [&] { return setNumberInFull(*this, m_pImpl, key, valueName, value); });
 }
 
 int CRegLib::VQRegSetValue(CRegKey& key, const char* valueName, const char* value) {

@@ -13,6 +13,10 @@ constexpr unsigned long kEnteringNapMilliseconds = 1;
 }  // namespace
 
 bool enterDuringUpdates(CRegLibImpl& store, int location) NO_THREAD_SAFETY_ANALYSIS {
+    // Whoever need not wait does not: as the thread of the update itself.
+    if (store.m_critSec.tryEnter(location)) {
+        return true;
+    }
     if (!store.isUpdatedElsewhere()) {
         store.m_critSec.enter(location);
         return true;

@@ -191,13 +191,8 @@ bool isBinaryLine(std::string_view line, std::string_view name, const unsigned c
     return size <= line.size() / 2 && putBinaryLine(sink, name, data, size) && sink.isAtEnd();
 }
 
-bool renumberDwordLine(char* line, std::size_t size, std::string_view name, std::uint32_t value) {
-    CComparing sink({line, size});
-    if (!putStart(sink, name, kBeforeNumber) || sink.left() != kNumberSize) {
-        return false;
-    }
+void renumberDwordLine(char* line, std::size_t size, std::uint32_t value) {
     writeDigits(value, line + size - kNumberSize);
-    return true;
 }
 
 std::size_t valueLineSize(std::size_t nameSize, CRegLib::eDataType type, std::size_t dataSize) {

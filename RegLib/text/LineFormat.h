@@ -31,9 +31,8 @@ bool isStringLine(std::string_view line, std::string_view name, std::string_view
 bool isBinaryLine(std::string_view line, std::string_view name, const unsigned char* data,
                   std::size_t size);
 
-// Makes a line the one that would be composed for the name and the number, when it is that of another number
-// of as many digits; false, and the line as it was, when not.
-bool renumberDwordLine(char* line, std::size_t size, std::string_view name, std::uint32_t value);
+// Makes a line that is as composed for one number that of another, under the same name.
+void renumberDwordLine(char* line, std::size_t size, std::uint32_t value);
 
 // How long such a line is: with a number's eight digits, a text as it is, two digits for each byte.
 std::size_t valueLineSize(std::size_t nameSize, CRegLib::eDataType type, std::size_t dataSize);

@@ -55,8 +55,8 @@ void checkSize(std::string_view line) {
 void expectNext(const CKeyOrValue& child) {
     constexpr std::uintptr_t kTwoCacheLines = 128;
     const auto expectBehind = [](const void* at) {
-        __builtin_prefetch(reinterpret_cast<const void*>(reinterpret_cast<std::uintptr_t>(at) +
-                                                         kTwoCacheLines));
+        __builtin_prefetch(
+            reinterpret_cast<const void*>(reinterpret_cast<std::uintptr_t>(at) + kTwoCacheLines));
     };
     expectBehind(&child);
     expectBehind(child.m_line);
@@ -323,14 +323,12 @@ void CTree::setValue(CKeyOrValue& value, CRegLib::eDataType type, std::string_vi
 
 // Whether the line is read back as what it was made of depends on what stands before the number.
 bool CTree::setNumberInPlace(CKeyOrValue& value, std::uint32_t number) {
-    // All text is the tree's own memory, and nobody else looks at this line.
-    if (value.type() != CRegLib::eDword || value.m_nameAt != 1 ||
-        !renumberDwordLine(const_cast<char*>(value.m_line), value.m_lineSize, nameOf(value),
-                           number)) {
+    if (value.type() != CRegLib::eDword || !isAsComposed(value)) {
         return false;
     }
+    // All text is the tree's own memory, and nobody else looks at this line.
+    renumberDwordLine(const_cast<char*>(value.m_line), value.m_lineSize, number);
     value.m_dword = number;
-    value.m_decoding = CKeyOrValue::eAsComposed;
     m_isFileText = false;
     return true;
 }

@@ -98,7 +98,7 @@ public:
 
     // Whether such a value's line is the one that would be composed for the number, under its own name.
     bool isLineOf(CKeyOrValue& value, std::uint32_t number) const {
-        return dwordOf(value) == number && value.m_decoding == CKeyOrValue::eAsComposed;
+        return dwordOf(value) == number && isAsComposed(value);
     }
 
     // Takes a node out of the tree, with all below it. It may be a displaced one.
@@ -161,6 +161,10 @@ private:
     CKeyOrValue* findSpelled(const CKeyOrValue& parent, std::string_view name, std::uint32_t hash,
                              const CNameIndex::CEntry* at) const;
     std::uint32_t decoded(CKeyOrValue& value) const;
+    bool isAsComposed(CKeyOrValue& value) const {
+        (void)dwordOf(value);
+        return value.m_decoding == CKeyOrValue::eAsComposed;
+    }
     std::string_view nameApart(const CKeyOrValue& of) const;
     CSiblings& siblings(const CKeyOrValue& parent, bool isKey);
     std::size_t placeAmong(const CSiblings& siblings, std::string_view name) const;
