@@ -90,8 +90,10 @@ private:
     // Waits for the end or until it is time to work, and takes changes over meanwhile.
     bool isEndedWithin(Milliseconds left) {
         pollfd sources[] = {{m_ending.fd(), POLLIN, 0}, {m_changes.descriptor(), POLLIN, 0}};
-        poll(sources, 2, static_cast<int>(left.count()));
-        if (sources[1].revents != 0) {
+        constexpr Milliseconds kLongest(5000);
+        poll(sources, 2, static_cast<int>(std::min(left, kLongest).count()));
+        // Without being told, too: a missing directory that is back is news to nobody.
+        if (sources[1].revents != 0 || left > kLongest) {
             std::error_code error;  // that the file is malformed is told by the next look at it
             while (m_changes.next(error)) {
             }

@@ -101,12 +101,13 @@ static void follow(vqreg_watch* watch) {
     sources[0].events = POLLIN;
     sources[1].fd = vqreg_watch_fd(watch);
     sources[1].events = POLLIN;
+    /* Every few seconds without being told: a missing directory that is back is news to nobody. */
     do {
         while (vqreg_watch_next(watch, &change) > 0) {
             print_change(change);
         }
         fflush(stdout);
-    } while (poll(sources, 2, -1) >= 0 && sources[0].revents == 0);
+    } while (poll(sources, 2, 5000) >= 0 && sources[0].revents == 0);
 }
 
 int main(int argc, char** argv) {

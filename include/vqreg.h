@@ -368,10 +368,11 @@ VQREG_EXPORT int vqreg_watch_fd(const vqreg_watch* watch);
  * Several changes of one value that came before the call count as one, and as none when it is what it was.
  * @param change  receives the change, which the watch owns; null without one
  * @return 1 with a change; 0 when there is none; #VQREG_E_BAD_FORMAT while the file is malformed,
- *         #VQREG_E_FILE_OPEN while it cannot be read, #VQREG_E_FAIL: ask again when the descriptor is
- *         readable. While the file's directory is missing the descriptor is not, nor where the system has no
- *         watch left: ask again later. Nor does it become so when a directory above that one is replaced,
- *         which the next call finds */
+ *         #VQREG_E_FILE_OPEN while it cannot be read: ask again when the descriptor is readable. While the
+ *         file's directory is missing the descriptor is not, nor where the system has no watch left: ask again
+ *         later. Nor does it become so when a directory above that one is replaced, which the next call
+ *         finds: ask every few seconds. #VQREG_E_FAIL while there is no memory or no descriptor for the file:
+ *         the descriptor stays readable, so wait a moment before asking again */
 VQREG_EXPORT int vqreg_watch_next(vqreg_watch* watch, const vqreg_change** change);
 
 /** Ends a watch and closes its descriptor. Null is ignored. */

@@ -12,12 +12,22 @@ namespace VQRegLib {
 
 namespace {
 
-// What the kernel has no memory for is no fault of the file.
+// What has no memory or no descriptor left, or was interrupted, is no fault of the file, and is over without
+// anybody changing it.
 int codeOf(int error) {
-    return error == 0        ? REGLIB_OK
-           : error == ENOENT ? REGLIB_E_NOT_FOUND
-           : error == ENOMEM ? REGLIB_E_FAIL
-                             : REGLIB_E_FILE_OPEN;
+    switch (error) {
+        case 0:
+            return REGLIB_OK;
+        case ENOENT:
+            return REGLIB_E_NOT_FOUND;
+        case ENOMEM:
+        case EMFILE:
+        case ENFILE:
+        case EINTR:
+            return REGLIB_E_FAIL;
+        default:
+            return REGLIB_E_FILE_OPEN;
+    }
 }
 
 class CReadFile {

@@ -10,7 +10,8 @@
 namespace VQRegLib {
 
 // Reads a file. REGLIB_E_NOT_FOUND when it is missing, REGLIB_E_FILE_OPEN when it cannot be read,
-// REGLIB_E_BAD_FORMAT when it is malformed, REGLIB_E_FAIL without memory.
+// REGLIB_E_BAD_FORMAT when it is malformed, REGLIB_E_FAIL without memory
+// or without a descriptor.
 [[nodiscard]] int readTree(const std::string& file, std::unique_ptr<CTree>& tree);
 
 // The key of a path, names with "/" between them, from the top of the file; null when there is none.

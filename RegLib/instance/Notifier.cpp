@@ -69,9 +69,7 @@ public:
         const CPlainGuard guard(m_lock, CPlainGuard::eAdopt);
         const CNamesMark now = CNamesMark::now();
         if (now.isUnchangedSince(m_mark)) {
-            for (const auto& semaphore : m_semaphores) {
-                semaphore->release();
-            }
+            releaseKnown();
         } else {
             m_mark = CNamesMark();
             m_mark = findAndRelease() ? now : CNamesMark();
@@ -84,27 +82,42 @@ public:
 private:
     // True when what was found is all there is, and worth to be kept open.
     bool findAndRelease() REQUIRES(m_lock) {
-        m_names.clear();
-        m_semaphores.clear();
-        const CPEnumNamedObjects semaphores(kNotificationPrefix, CPEnumNamedObjects::kSemaphores);
-        bool isAll = semaphores.isComplete();
+        const CPEnumNamedObjects found(kNotificationPrefix, CPEnumNamedObjects::kSemaphores);
+        bool isAnyMissed = !found.isComplete();
+        bool isAll = true;
+        std::vector<std::string> names;
+        std::vector<std::unique_ptr<CPSemaphore>> semaphores;
         std::string name;
         int type = 0;
-        for (int index = 0; semaphores.enumNamedObject(index, &name, &type) != 0; ++index) {
-            m_names.push_back(name);
+        for (int index = 0; found.enumNamedObject(index, &name, &type) != 0; ++index) {
+            names.push_back(name);
             std::unique_ptr<CPSemaphore> semaphore = makeSemaphore(name);
-            isAll = isAll && semaphore->isOpen() && !semaphore->isCreator();
+            isAll = isAll && !semaphore->isCreator();
             if (!semaphore->isOpen()) {
+                isAnyMissed = true;
                 continue;
             }
             semaphore->release();
             if (semaphore->isCreator()) {
                 CPSemaphore::removeIfOwnerless(name);  // its process ended a moment ago
-            } else if (m_semaphores.size() < kMostKept) {
-                m_semaphores.push_back(std::move(semaphore));
+            } else if (semaphores.size() < kMostKept) {
+                semaphores.push_back(std::move(semaphore));
             }
         }
+        if (isAnyMissed) {
+            // A process that has no descriptor left still wakes those it knows, some of them twice.
+            releaseKnown();
+            return false;
+        }
+        m_names = std::move(names);
+        m_semaphores = std::move(semaphores);
         return isAll && m_semaphores.size() == m_names.size();
+    }
+
+    void releaseKnown() REQUIRES(m_lock) {
+        for (const auto& semaphore : m_semaphores) {
+            semaphore->release();
+        }
     }
 
     CPlainMutex m_lock;

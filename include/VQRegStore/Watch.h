@@ -63,7 +63,8 @@ public:
     /// @throws Error  `errc::bad_format` while the file is malformed, `errc::file_open` while it cannot be
     ///                read: ask again when the descriptor is readable. While the file's directory is missing
     ///                it is not: ask again later. Nor does it become so when a directory above that one is
-    ///                replaced, which the next call finds
+    ///                replaced, which the next call finds: call it every few seconds. `errc::fail` while
+    ///                there is no memory or no descriptor: the descriptor stays readable, so wait a moment
     std::optional<Change> next() {
         std::error_code error;
         std::optional<Change> change = next(error);
@@ -134,7 +135,8 @@ private:
 /// its other threads. The first call may come before the constructor has returned. An exception that leaves
 /// the function ends the program, as one that leaves any thread does. The object may be moved. In the child of
 /// a fork it tells nothing, and may be destroyed. After trouble the file is looked at every second until it can
-/// be read again.
+/// be read again, otherwise every five seconds without being told: that a directory above the file's own was
+/// replaced is told to nobody.
 ///
 /// When the destructor has returned, the function is not running and will not be called. In the function
 /// itself the object may be destroyed, too: the destructor does not wait then, and the call goes on to its
@@ -248,9 +250,9 @@ private:
                 handOut(known);
                 pollfd sources[] = {{bell.descriptor(), POLLIN, 0},
                                     {changes.descriptor(), POLLIN, 0}};
-                // Nothing tells that a missing directory is back, and the descriptor stays readable without
-                // memory.
-                const int patience = known ? 1000 : -1;
+                // Nothing tells that a missing directory is back, nor that one above it was replaced, and the
+                // descriptor stays readable without memory.
+                const int patience = known ? 1000 : 5000;
                 const nfds_t count = known == errc::fail ? 1 : 2;
                 while (!isOver && ::poll(sources, count, patience) < 0 && errno == EINTR) {
                 }

@@ -18,8 +18,10 @@ from .values import Value
 if TYPE_CHECKING:
     import asyncio
 
-_LONGEST = 3600.0  # seconds of one wait: none of more than some weeks can be asked for
-_LONGEST_WITHOUT_FILE = 1.0  # a directory that comes back is not told
+# Seconds of one wait. What is not told is found by the next look: that a directory above the file's own was
+# replaced, and that a missing one is back.
+_LONGEST = 5.0
+_LONGEST_WITHOUT_FILE = 1.0
 
 
 class Change(NamedTuple):
@@ -57,6 +59,8 @@ class Watch:
         self._turn = threading.Lock()  # of the thread that waits
         # Of those that wait in a loop.
         self._tasks: dict[asyncio.Event, asyncio.AbstractEventLoop] = {}
+        # What was given out and not yet returned: an exception may come in between.
+        self._given = _c.change_pointer()
         self._file = _c.file_of(store)
         result = ctypes.c_int()
         handle: _c.WatchHandle = _c.library.vqreg_watch_open(store, values.named("a path", path),
@@ -67,8 +71,12 @@ class Watch:
         self._handle = handle
 
     def close(self) -> None:
-        """Ends the watch. Closing it again does nothing. Who waits in another thread is not woken."""
+        """Ends the watch. Closing it again does nothing.
+
+        Who waits for changes gets a `ValueError`; in another thread only after some seconds.
+        """
         self._handle = None
+        self._wake_tasks()
 
     def __enter__(self) -> Watch:
         return self
@@ -91,12 +99,13 @@ class Watch:
         Raises `StoreError` while the file is malformed or cannot be read.
         """
         handle = self._open()
-        found = _c.change_pointer()
         with self._lock:  # what is given belongs to the watch until the next call
-            result: int = _c.library.vqreg_watch_next(handle, found)
-            change = _change(found.contents) if result == 1 else None
-        if result < 0:
-            raise failure(result, "", self._file)
+            if not self._given:
+                result: int = _c.library.vqreg_watch_next(handle, self._given)
+                if result < 0:
+                    raise failure(result, "", self._file)
+            change = _change(self._given.contents) if self._given else None
+            self._given = _c.change_pointer()
         if change is not None:
             self._wake_tasks()
         return change

@@ -1,5 +1,6 @@
 // Watches of the C interface: what has changed, whoever has changed it.
 #include <poll.h>
+#include <sys/resource.h>
 
 #include <filesystem>
 #include <fstream>
@@ -225,6 +226,21 @@ TEST_F(CWatch, GoesOnWhereADirectoryAboveIsReplaced) {
     EXPECT_TRUE(isReadable(5000));
     EXPECT_EQ(changes(), Texts{"K|V 1 3"});
     vqreg_close(std::exchange(store, nullptr));
+}
+
+// Who waits for the descriptor would not ask again before there is another change.
+TEST_F(CWatch, WithoutADescriptorForTheFileSaysThatAChangeIsLeft) {
+    start("K");
+    ASSERT_EQ(vqreg_set_dword(store, "K", "V", 1), VQREG_OK);
+    rlimit usual{};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &usual), 0);
+    const rlimit none{0, usual.rlim_max};
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+    EXPECT_EQ(changes(), Texts{});
+    EXPECT_EQ(last, VQREG_E_FAIL);
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &usual), 0);
+    EXPECT_TRUE(isReadable(0));
+    EXPECT_EQ(changes(), (Texts{"+K", "K|V - 1"}));
 }
 
 // A file that is missing when a watch begins is no change either, when it comes back.

@@ -172,6 +172,18 @@ def test_async_for_leaves_the_readers_of_others(store: vqreg.Store) -> None:
     asyncio.run(main())
 
 
+def test_task_ends_when_the_watch_is_closed(store: vqreg.Store) -> None:
+    async def follow() -> None:
+        watch = store.watch("K")
+        task = asyncio.create_task(watch.__anext__())
+        await asyncio.sleep(0)
+        watch.close()
+        with pytest.raises(ValueError, match="the watch is closed"):
+            await asyncio.wait_for(task, PATIENCE)
+
+    asyncio.run(follow())
+
+
 @pytest.mark.parametrize("elsewhere", [False, True])
 def test_task_is_woken_for_what_poll_leaves(store: vqreg.Store, elsewhere: bool) -> None:
     store.create("K")

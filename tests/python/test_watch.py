@@ -141,6 +141,36 @@ def test_cannot_be_used_when_it_is_closed(store: vqreg.Store) -> None:
             use()
 
 
+def test_gives_a_change_again_that_was_not_returned(store: vqreg.Store,
+                                                    monkeypatch: pytest.MonkeyPatch) -> None:
+    watch = store.watch("K")
+    store["K", "n"] = 1
+
+    def interrupt(_: object) -> None:
+        raise KeyboardInterrupt
+
+    with monkeypatch.context() as patched:
+        patched.setattr("vqreg.watch._change", interrupt)
+        with pytest.raises(KeyboardInterrupt):
+            watch.poll()
+    assert [watch.poll(), watch.poll(), watch.poll()] == [
+        ("K", None, None, None, True), ("K", "n", None, 1, True), None]
+
+
+def test_finds_that_a_directory_above_was_replaced(path: pathlib.Path) -> None:
+    above, other = path.parent / "above", path.parent / "other"
+    for directory, number in (above, 1), (other, 2):
+        (directory / "below").mkdir(parents=True)
+        with vqreg.Store(directory / "below" / "store.cfg") as store:
+            store["K", "n"] = number
+    with vqreg.Store(above / "below" / "store.cfg") as store:
+        watch = store.watch("K", timeout=PATIENCE)
+        with taken_meanwhile(watch) as changes:
+            above.rename(path.parent / "old")
+            other.rename(above)
+        assert changes == [("K", "n", 1, 2, True)]
+
+
 def test_goes_on_when_its_store_is_closed(path: pathlib.Path) -> None:
     store = vqreg.Store(path)
     watch = store.watch("", timeout=PATIENCE)

@@ -62,6 +62,27 @@ TEST_F(StoreWatchLife, GoesOnWhenTheDirectoryWasMissingForAWhile) {
     EXPECT_TRUE(vqtest::waitUntil([&] { return last == 2; }));
 }
 
+// No event tells of it.
+TEST_F(StoreWatchLife, FindsThatADirectoryAboveWasReplaced) {
+    const std::string above = file.directory() + "/above";
+    const std::string path = above + "/below/store.cfg";
+    std::filesystem::create_directories(above + "/below");
+    const vqreg::Store there(path);
+    there.create("Net").set("V", 1);
+    std::atomic<int> last{0};
+    const vqreg::Watch watch(there, "Net", [&](const vqreg::Change& change) {
+        last = change.after ? change.after->as<int>() : 0;
+    });
+    there.create("Net").set("V", 3);
+    EXPECT_TRUE(vqtest::waitUntil([&] { return last == 3; }));
+    std::filesystem::create_directories(above + ".new/below");
+    std::ofstream(above + ".new/below/store.cfg")
+        << "[Velquist]\n[Velquist/Net]\n\"V\"=dword:00000002\n";
+    std::filesystem::rename(above, above + ".old");
+    std::filesystem::rename(above + ".new", above);
+    EXPECT_TRUE(vqtest::waitUntil([&] { return last == 2; }));
+}
+
 TEST_F(StoreWatchLife, NeedsAFunction) {
     const auto fail = vqreg::errc::fail;
     EXPECT_EQ(thrown([&] { vqreg::Watch(store, "Net", nullptr); }), fail);
