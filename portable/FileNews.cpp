@@ -1,6 +1,7 @@
 #include "portable/FileNews.h"
 
 #include <sys/inotify.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -72,6 +73,13 @@ void CFileNews::close() {
     m_watch = -1;
 }
 
+// Somebody has made the file just now and is about to write it, the end of which is news. What comes by a link
+// is whole.
+bool CFileNews::isBegun() const {
+    struct stat status {};
+    return m_isMade && ::stat(m_path.c_str(), &status) == 0 && status.st_size == 0;
+}
+
 // When there were more events than the kernel keeps, any of them may have been about the file.
 bool CFileNews::take() {
     alignas(inotify_event) char buffer[4096];
@@ -82,7 +90,12 @@ bool CFileNews::take() {
             inotify_event event{};
             std::memcpy(&event, at, sizeof event);
             const bool isOverflow = (event.mask & IN_Q_OVERFLOW) != 0;
-            isNews = isNews || isOverflow || (event.len != 0 && m_name == at + sizeof event);
+            const bool isOfFile = event.len != 0 && m_name == at + sizeof event;
+            isNews = isNews || isOverflow || isOfFile;
+            if (isOfFile) {
+                m_isMade =
+                    (event.mask & IN_CREATE) != 0 || (m_isMade && (event.mask & IN_ATTRIB) != 0);
+            }
             if (event.wd == m_watch && (event.mask & kDirectoryLost) != 0) {
                 (void)::inotify_rm_watch(m_fd, m_watch);  // of one that has moved
                 m_watch = -1;
@@ -93,7 +106,7 @@ bool CFileNews::take() {
     if (m_watch < 0 && watchDirectory() == 0) {
         isNews = true;
     }
-    return isNews;
+    return isNews && !isBegun();
 }
 
 // The kernel tells of the end of a watch, after which the next take begins another one.

@@ -35,9 +35,11 @@ public:
 private:
     [[nodiscard]] int watchDirectory();
     [[nodiscard]] bool followPath();
+    bool isBegun() const;
 
     int m_fd = -1;
-    int m_watch = -1;  // the kernel's number of what is watched
+    int m_watch = -1;       // the kernel's number of what is watched
+    bool m_isMade = false;  // the file; nothing but of its mode was told since
     std::string m_path;
     std::string m_name;  // in its directory
 };

@@ -163,6 +163,19 @@ TEST_F(CWatch, TakesARemovedFileForNoChange) {
     EXPECT_EQ(changes(), Texts{"K|V 1 2"});
 }
 
+// As by "zcat backup >store.cfg".
+TEST_F(CWatch, WaitsForTheEndOfAFileThatIsMadeByHand) {
+    ASSERT_EQ(vqreg_set_dword(store, "K", "V", 1), VQREG_OK);
+    start("K");
+    std::filesystem::remove(file.path());
+    std::ofstream text(file.path());
+    EXPECT_EQ(changes(), Texts{});
+    text << "[Velquist]\n[Velquist/K]\n\"V\"=dword:00000002\n";
+    EXPECT_EQ(changes(), Texts{}) << "nothing is in it yet";
+    text.close();
+    EXPECT_EQ(changes(), Texts{"K|V 1 2"});
+}
+
 TEST_F(CWatch, IsNotMovedByOtherFilesOfTheDirectory) {
     start("K");
     std::ofstream(file.directory() + "/other") << "text";

@@ -69,6 +69,25 @@ TEST_F(FileNews, ComeWithEachKindOfChange) {
     EXPECT_TRUE(news.take());
 }
 
+// Whoever looked before would find that all is gone.
+TEST_F(FileNews, OfAFileThatIsMadeByHandComeWhenItIsWritten) {
+    fs::remove(file.path());
+    EXPECT_TRUE(news.take());
+    std::ofstream text(file.path());
+    EXPECT_FALSE(news.take());
+    ASSERT_EQ(::chmod(file.path().c_str(), 0600), 0);
+    EXPECT_FALSE(news.take());
+    text << "by hand\n";
+    text.close();
+    EXPECT_TRUE(news.take());
+    const vqtest::TempStore whole(file.directory());
+    whole.write("linked\n");
+    fs::remove(file.path());
+    EXPECT_TRUE(news.take());
+    fs::create_hard_link(whole.path(), file.path());
+    EXPECT_TRUE(news.take());
+}
+
 TEST_F(FileNews, OfOtherFilesAreNone) {
     replace(file.path() + ".bak");
     EXPECT_TRUE(isReadable());
