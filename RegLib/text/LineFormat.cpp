@@ -18,6 +18,7 @@
 // is, and it costs a comparison and no memory.
 #include "RegLib/text/LineFormat.h"
 
+#include <array>
 #include <bit>
 #include <cstring>
 #include <new>
@@ -149,6 +150,20 @@ bool putBinaryLine(Sink& sink, std::string_view name, const unsigned char* data,
 // Of what is a digit.
 constexpr unsigned digitValue(char c) {
     return c <= '9' ? static_cast<unsigned>(c - '0') : static_cast<unsigned>((c | 0x20) - 'a') + 10;
+}
+
+// The same without a branch, which for a text of digits would be taken by chance. kNoDigit for anything else.
+constexpr unsigned kNoDigit = 16;
+constexpr std::array<unsigned char, 256> kDigitValues = [] {
+    std::array<unsigned char, 256> values{};
+    for (std::size_t c = 0; c < values.size(); ++c) {
+        const char digit = static_cast<char>(c);
+        values[c] = static_cast<unsigned char>(isHexDigit(digit) ? digitValue(digit) : kNoDigit);
+    }
+    return values;
+}();
+unsigned valueInTable(char c) {
+    return kDigitValues[static_cast<unsigned char>(c)];
 }
 
 }  // namespace
@@ -318,6 +333,16 @@ std::uint32_t scanHex(std::string_view text, unsigned width) {
         value = value * 16 + digitValue(c);
     }
     return negative ? 0 - value : value;
+}
+
+void scanBytes(std::string_view digits, unsigned char* bytes, std::size_t count) {
+    for (std::size_t i = 0; i < count; ++i) {
+        const std::string_view left = digits.substr(2 * i);
+        const unsigned high = valueInTable(left[0]);
+        const unsigned low = left.size() > 1 ? valueInTable(left[1]) : kNoDigit;
+        bytes[i] = static_cast<unsigned char>((high | low) < kNoDigit ? high << 4 | low
+                                                                      : scanHex(left, 2));
+    }
 }
 
 }  // namespace VQRegLib

@@ -75,6 +75,10 @@ constexpr bool isHexDigit(char c) {
 // accepted and count; 0 when there is no digit.
 std::uint32_t scanHex(std::string_view text, unsigned width);
 
+// So many bytes, each of two digits that are read by the same rule. The text has digits for all of them, but
+// perhaps the second one of the last.
+void scanBytes(std::string_view digits, unsigned char* bytes, std::size_t count);
+
 }  // namespace VQRegLib
 
 #endif  // REGLIB_TEXT_LINEFORMAT_H

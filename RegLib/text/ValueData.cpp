@@ -1,5 +1,7 @@
 #include "RegLib/text/ValueData.h"
 
+#include <algorithm>
+
 #include "RegLib/text/LineFormat.h"
 
 namespace VQRegLib {
@@ -16,9 +18,8 @@ int giveText(std::string_view text, const CDataBuffer& buffer) {
 int giveBytes(std::string_view digits, const CDataBuffer& buffer) {
     const int result = buffer.needs(digits.size() / 2);
     if (result >= 0) {
-        for (unsigned long i = 0; i < buffer.capacity && 2 * i < digits.size(); ++i) {
-            buffer.data[i] = static_cast<unsigned char>(scanHex(digits.substr(2 * i), 2));
-        }
+        scanBytes(digits, buffer.data,
+                  std::min<std::size_t>(buffer.capacity, digits.size() - digits.size() / 2));
     }
     return result;
 }

@@ -311,3 +311,16 @@ TEST(LineFormat, KnowsBlanksAndDigitsAsTheCLibraryDoes) {
         EXPECT_EQ(isHexDigit(letter), std::isxdigit(static_cast<unsigned char>(letter)) != 0) << c;
     }
 }
+
+TEST(LineFormat, BytesAreReadByTheRuleOfNumbers) {
+    for (unsigned pair = 0; pair < 0x10000; ++pair) {
+        const std::string digits = {static_cast<char>(pair >> 8), static_cast<char>(pair), '7',
+                                    'a'};
+        unsigned char bytes[2] = {};
+        scanBytes(digits, bytes, 2);
+        ASSERT_EQ(bytes[0], static_cast<unsigned char>(scanHex(digits, 2))) << pair;
+        ASSERT_EQ(bytes[1], 0x7A);
+        scanBytes(digits.substr(1, 1), bytes, 1);
+        ASSERT_EQ(bytes[0], static_cast<unsigned char>(scanHex(digits.substr(1, 1), 2))) << pair;
+    }
+}
