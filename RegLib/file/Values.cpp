@@ -161,8 +161,13 @@ int CRegLibImplFile::VQRegQueryValue(CRegKey& key, const char* valueName, CRegLi
             CKeyOrValue& value = *found.value();
             type = value.type();
             const auto room = [&] { return CDataBuffer{buffer, buffer ? *size : 0, size}; };
-            result = type == CRegLib::eDword ? giveNumber(m_tree->dwordOf(value), room())
-                                             : giveData(value.line(), type, room());
+            if (type == CRegLib::eDword) {
+                result = giveNumber(m_tree->dwordOf(value), room());
+            } else {
+                std::string_view data;
+                result = m_tree->dataOf(value, data);
+                result = result < 0 ? result : giveDataText(data, type, room());
+            }
         }
     } catch (...) {
         // The answer is what was known by then, and the lock stays taken until this thread ends or

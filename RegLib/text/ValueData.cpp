@@ -35,9 +35,10 @@ std::string bytesOfDigits(std::string_view digits) {
 int giveData(std::string_view line, CRegLib::eDataType type, const CDataBuffer& buffer) {
     std::string_view text;
     const int result = dataOfLine(line, text);
-    if (result < 0) {
-        return result;
-    }
+    return result < 0 ? result : giveDataText(text, type, buffer);
+}
+
+int giveDataText(std::string_view text, CRegLib::eDataType type, const CDataBuffer& buffer) {
     switch (type) {
         case CRegLib::eDword:
             return giveNumber(scanHex(text, 8), buffer);

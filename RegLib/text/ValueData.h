@@ -48,6 +48,10 @@ std::string bytesOfDigits(std::string_view digits);
 [[nodiscard]] int giveData(std::string_view line, CRegLib::eDataType type,
                            const CDataBuffer& buffer);
 
+// The same of what stands behind the type.
+[[nodiscard]] int giveDataText(std::string_view text, CRegLib::eDataType type,
+                               const CDataBuffer& buffer);
+
 }  // namespace VQRegLib
 
 #endif  // REGLIB_TEXT_VALUEDATA_H

@@ -40,13 +40,14 @@ public:
     union {
         std::uint32_t m_ulKeyHandleID = 0;  // of a key: the last one registered for it
         std::uint32_t m_dword;              // of a value that has been decoded
+        std::uint32_t m_dataAt;             // the same, where its type is another one
     };
     std::int8_t m_iIsKey = 0;  // 1 for a key, 0 for a value
     std::uint8_t m_eDataType = CRegLib::eNone;
 
     enum eDecoding : std::uint8_t {
         eNotDecoded,
-        eDecoded,    // m_dword is the value's number
+        eDecoded,    // m_dword is the value's number, or m_dataAt where in its line the data begin
         eAsComposed  // and its line is as one is composed for that number
     };
     eDecoding m_decoding = eNotDecoded;

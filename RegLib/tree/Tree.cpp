@@ -333,6 +333,15 @@ bool CTree::setNumberInPlace(CKeyOrValue& value, std::uint32_t number) {
     return true;
 }
 
+int CTree::locateData(CKeyOrValue& value, std::string_view& data) const {
+    const int result = dataOfLine(value.line(), data);
+    if (result >= 0) {
+        value.m_dataAt = value.m_lineSize - static_cast<std::uint32_t>(data.size());
+        value.m_decoding = CKeyOrValue::eDecoded;
+    }
+    return result;
+}
+
 std::uint32_t CTree::decoded(CKeyOrValue& value) const {
     std::string_view data;
     value.m_dword = dataOfLine(value.line(), data) < 0 ? 0 : scanHex(data, 8);

@@ -96,7 +96,16 @@ public:
         return value.m_decoding != CKeyOrValue::eNotDecoded ? value.m_dword : decoded(value);
     }
 
-    // Whether such a value's line is the one that would be composed for the number, under its own name.
+    // The data of a value of another type, as its line says them; dataOfLine's codes.
+    [[nodiscard]] int dataOf(CKeyOrValue& value, std::string_view& data) const {
+        if (value.m_decoding == CKeyOrValue::eNotDecoded) {
+            return locateData(value, data);
+        }
+        data = value.line().substr(value.m_dataAt);
+        return REGLIB_OK;
+    }
+
+    // Whether the line of a number is the one that would be composed for the number, under its own name.
     bool isLineOf(CKeyOrValue& value, std::uint32_t number) const {
         return dwordOf(value) == number && isAsComposed(value);
     }
@@ -161,6 +170,7 @@ private:
     CKeyOrValue* findSpelled(const CKeyOrValue& parent, std::string_view name, std::uint32_t hash,
                              const CNameIndex::CEntry* at) const;
     std::uint32_t decoded(CKeyOrValue& value) const;
+    [[nodiscard]] int locateData(CKeyOrValue& value, std::string_view& data) const;
     bool isAsComposed(CKeyOrValue& value) const {
         (void)dwordOf(value);
         return value.m_decoding == CKeyOrValue::eAsComposed;

@@ -169,6 +169,34 @@ TEST_F(Tree, ReadsTheNumberOfALineAgainWhenItHasChanged) {
     EXPECT_EQ(tree.dwordOf(number), 0u);
 }
 
+TEST_F(Tree, KnowsWhereTheDataOfAValueAreUntilItChanges) {
+    CKeyOrValue& text = value(key("Top"), "n", "one");
+    const auto dataOf = [&](CKeyOrValue& of) {
+        std::string_view data;
+        const int result = tree.dataOf(of, data);
+        return result < 0 ? "no data" : std::string(data);
+    };
+    for (int look = 0; look < 2; ++look) {
+        EXPECT_EQ(dataOf(text), "one");
+    }
+    set(text, "n", "another");
+    EXPECT_EQ(dataOf(text), "another");
+    const std::string written = write();
+    EXPECT_EQ(dataOf(text), "another") << "its line is elsewhere now";
+    tree.setValue(text, CRegLib::eDword, composeDwordLine("n", 7));
+    EXPECT_EQ(tree.dwordOf(text), 7u);
+    tree.setValue(text, CRegLib::eBinary, "\"n\"=binary:00FF");
+    EXPECT_EQ(dataOf(text), "00FF");
+    merge(written);
+    EXPECT_EQ(dataOf(text), "another");
+    set(text, "n", "");
+    EXPECT_EQ(dataOf(text), "");
+    tree.setValue(text, CRegLib::eString, "\"n\" has no data");
+    for (int look = 0; look < 2; ++look) {
+        EXPECT_EQ(dataOf(text), "no data");
+    }
+}
+
 TEST_F(Tree, PutsANumberInThePlaceOfAnother) {
     CKeyOrValue& number = tree.addValue(key("Top"), "n", CRegLib::eDword, composeDwordLine("n", 7));
     EXPECT_EQ(tree.dwordOf(number), 7u);
