@@ -20,7 +20,7 @@ constexpr std::size_t kSmallest = 16;
 
 // Half of the places stay free, so that most names are at their home, while that takes little memory; a
 // third in a larger table.
-constexpr std::size_t kRoomy = 32 * 1024;
+constexpr std::size_t kRoomy = 32'768;
 
 constexpr std::size_t roomIn(std::size_t capacity) {
     return capacity <= kRoomy ? capacity / 2 : capacity - capacity / 3 - 1;
