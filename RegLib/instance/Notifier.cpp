@@ -16,6 +16,7 @@
 // for its own thread to start.
 #include "RegLib/instance/Notifier.h"
 
+#include <map>
 #include <memory>
 #include <new>
 #include <string>
@@ -80,50 +81,57 @@ public:
     }
 
 private:
+    using Semaphores = std::map<std::string, std::unique_ptr<CPSemaphore>>;
+
     // True when what was found is all there is, and worth to be kept open.
     bool findAndRelease() REQUIRES(m_lock) {
         const CPEnumNamedObjects found(kNotificationPrefix, CPEnumNamedObjects::kSemaphores);
-        bool isAnyMissed = !found.isComplete();
-        bool isAll = true;
-        std::vector<std::string> names;
-        std::vector<std::unique_ptr<CPSemaphore>> semaphores;
+        m_names.clear();
+        Semaphores semaphores;
+        bool isAll = found.isComplete();
         std::string name;
         int type = 0;
         for (int index = 0; found.enumNamedObject(index, &name, &type) != 0; ++index) {
-            names.push_back(name);
+            m_names.push_back(name);
             std::unique_ptr<CPSemaphore> semaphore = makeSemaphore(name);
-            isAll = isAll && !semaphore->isCreator();
             if (!semaphore->isOpen()) {
-                isAnyMissed = true;
+                isAll = false;
+                releaseKnown(name, semaphores);
                 continue;
             }
             semaphore->release();
             if (semaphore->isCreator()) {
                 CPSemaphore::removeIfOwnerless(name);  // its process ended a moment ago
             } else if (semaphores.size() < kMostKept) {
-                semaphores.push_back(std::move(semaphore));
+                semaphores.emplace(name, std::move(semaphore));
             }
         }
-        if (isAnyMissed) {
-            // A process that has no descriptor left still wakes those it knows, some of them twice.
-            releaseKnown();
-            return false;
+        if (!found.isComplete()) {
+            releaseKnown();  // some of them twice
+            semaphores.merge(m_semaphores);
         }
-        m_names = std::move(names);
         m_semaphores = std::move(semaphores);
         return isAll && m_semaphores.size() == m_names.size();
     }
 
+    // A process that has no descriptor left still wakes those it knows.
     void releaseKnown() REQUIRES(m_lock) {
-        for (const auto& semaphore : m_semaphores) {
-            semaphore->release();
+        for (const auto& known : m_semaphores) {
+            known.second->release();
+        }
+    }
+
+    void releaseKnown(const std::string& name, Semaphores& kept) REQUIRES(m_lock) {
+        if (auto known = m_semaphores.extract(name)) {
+            known.mapped()->release();
+            kept.insert(std::move(known));
         }
     }
 
     CPlainMutex m_lock;
     CNamesMark m_mark GUARDED_BY(m_lock);
     std::vector<std::string> m_names GUARDED_BY(m_lock);
-    std::vector<std::unique_ptr<CPSemaphore>> m_semaphores GUARDED_BY(m_lock);
+    Semaphores m_semaphores GUARDED_BY(m_lock);
 };
 
 }  // namespace

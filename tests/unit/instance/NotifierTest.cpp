@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <csignal>
 #include <memory>
 #include <string>
 #include <thread>
@@ -184,4 +185,21 @@ TEST(Notification, ReachesThoseItKnowsWithoutADescriptor) {
         EXPECT_TRUE(own.wait(0, nullptr)) << round;
     }
     ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &usual), 0);
+}
+
+// A name that nobody can open does not keep those of the dead.
+TEST(Notification, TakesAwayWhatTheDeadLeftBesideAnythingElse) {
+    const std::string noSemaphore = vqtest::semaphoreFile(999'999'999);
+    ASSERT_EQ(::mkdir(noSemaphore.c_str(), 0700), 0);
+    vqtest::ForkedChild killed([] {
+        CPSemaphore own(1, 0, 0x7fffffff, notificationSemaphoreName(::getpid()), 1);
+        return own.own() ? ::raise(SIGKILL) : 1;
+    });
+    EXPECT_EQ(killed.wait(), -SIGKILL);
+    EXPECT_TRUE(vqtest::hasSemaphore(killed.pid()));
+    EXPECT_TRUE(waitUntil([&] {
+        releaseNotificationSemaphores();
+        return !vqtest::hasSemaphore(killed.pid());
+    }));
+    EXPECT_EQ(::rmdir(noSemaphore.c_str()), 0);
 }
