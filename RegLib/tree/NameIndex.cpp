@@ -18,19 +18,17 @@ namespace {
 
 constexpr std::size_t kSmallest = 16;
 
+}  // namespace
+
 // Half of the places stay free, so that most names are at their home, while that takes little memory; a
 // third in a larger table.
-constexpr std::size_t kRoomy = 32'768;
-
-constexpr std::size_t roomIn(std::size_t capacity) {
+std::size_t CNameIndex::roomIn(std::size_t capacity) {
     return capacity <= kRoomy ? capacity / 2 : capacity - capacity / 3 - 1;
 }
 
-constexpr std::size_t capacityFor(std::size_t entries) {
+std::size_t CNameIndex::capacityFor(std::size_t entries) {
     return entries <= kRoomy / 2 ? 2 * entries : std::max(kRoomy + 1, entries + entries / 2 + 2);
 }
-
-}  // namespace
 
 void CNameIndex::grow(std::size_t more) {
     constexpr std::size_t kMost = std::min<std::size_t>(0xFFFFFFFF, SIZE_MAX / sizeof(CEntry));

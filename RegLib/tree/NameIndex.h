@@ -33,6 +33,9 @@ public:
         return ofHash(hash, behind(before));
     }
 
+    // Whoever looks up names at random seldom finds their entries in the cache.
+    bool isLarge() const { return m_capacity > kRoomy; }
+
     // Somebody is about to add or look for an entry: its place is on the way to the cache meanwhile.
     void expect(std::uint32_t hash) const { __builtin_prefetch(m_entries + home(hash), 1); }
 
@@ -56,6 +59,11 @@ public:
     void replace(std::uint32_t hash, NodeNumber node, NodeNumber by);
 
 private:
+    // A table with more places has fewer of them free.
+    static constexpr std::size_t kRoomy = 32'768;
+    static std::size_t roomIn(std::size_t capacity);
+    static std::size_t capacityFor(std::size_t entries);
+
     const CEntry* ofHash(std::uint32_t hash, const CEntry* at) const {
         while (at->hash != hash && at->node != 0) {
             at = behind(at);

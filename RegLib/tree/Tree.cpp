@@ -50,16 +50,27 @@ void checkSize(std::string_view line) {
     }
 }
 
+constexpr std::uintptr_t kCacheLine = 64;
+
+// What lies so many cache lines behind something is on the way to the cache from now on.
+void expectBehind(const void* at, std::uintptr_t lines) {
+    __builtin_prefetch(
+        reinterpret_cast<const void*>(reinterpret_cast<std::uintptr_t>(at) + lines * kCacheLine));
+}
+
 // Whoever asks for one child asks for the next one. Its node and its line most likely lie behind this
-// one's, and are on the way to the cache meanwhile.
+// one's.
 void expectNext(const CKeyOrValue& child) {
-    constexpr std::uintptr_t kTwoCacheLines = 128;
-    const auto expectBehind = [](const void* at) {
-        __builtin_prefetch(
-            reinterpret_cast<const void*>(reinterpret_cast<std::uintptr_t>(at) + kTwoCacheLines));
-    };
-    expectBehind(&child);
-    expectBehind(child.m_line);
+    expectBehind(&child, 2);
+    expectBehind(child.m_line, 2);
+}
+
+// The values with which a key was read lie behind it. All of them can be had in the time in which the
+// index tells which one it is.
+void expectValues(const CKeyOrValue& key) {
+    for (std::uintptr_t lines = 1; lines <= 6; ++lines) {
+        expectBehind(&key, lines);
+    }
 }
 
 }  // namespace
@@ -91,6 +102,9 @@ CKeyOrValue* CTree::findNamed(const CKeyOrValue& parent, std::string_view name) 
     }
     const CHashedName hashed(name);
     const std::uint32_t hash = CNameIndex::hashOf(parent, hashed.hash());
+    if (m_index.isLarge()) {
+        expectValues(parent);
+    }
     const CNameIndex::CEntry* const at = m_index.firstOf(hash);
     if (at->node == 0) {
         return nullptr;
