@@ -110,6 +110,13 @@ public:
         return node && node->m_state != CKeyOrValue::eGone ? node : nullptr;
     }
 
+    // Somebody is about to look for values of the key.
+    void expectValuesOf(const CRegKey& key) {
+        if (m_tree->isLarge()) [[unlikely]] {
+            expectInLargeTree(key);
+        }
+    }
+
 private:
     friend class CFileStoreProbe;  // tests look inside
 
@@ -165,6 +172,7 @@ private:
     template <typename Data>
     [[nodiscard]] int putValue(COperation& operation, const char* name, const Data& data,
                                const std::string& spelling, int& changed);
+    void expectInLargeTree(const CRegKey& key);
     std::string countedSpelling(CRegKey& key, const char* name);
 
     std::unique_ptr<CTree> m_tree;

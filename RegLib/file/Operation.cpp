@@ -27,6 +27,16 @@ CStoreLock::~CStoreLock() {
     }
 }
 
+// The node is one of this tree for as long as the record says so.
+void CRegLibImplFile::expectInLargeTree(const CRegKey& key) {
+    CRegKeyImpl* const record = CRegKeyAccess::record(key);
+    if (record && record->m_pRegLibImpl == this && record->m_node) {
+        const auto& node = *static_cast<const CKeyOrValue*>(record->m_node);
+        CTree::expectValues(node, record->m_lineHint);
+        record->m_lineHint = reinterpret_cast<std::uintptr_t>(node.m_line);
+    }
+}
+
 // What others have changed since the operation began is read without a line of its own at its head:
 // each operation tells of its import once.
 int COperation::lockForChange() {

@@ -60,6 +60,7 @@ public:
     // Finds a value of it too; its absence is no failure, a sub key in its place is one:
     // REGLIB_E_NOT_A_VALUE.
     [[nodiscard]] int findValue(const CRegKey& key, const char* name) {
+        m_store.expectValuesOf(key);
         const int result = findKey(key);
         if (result < 0) {
             return result;

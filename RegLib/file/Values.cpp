@@ -211,6 +211,9 @@ int CRegLibImplFile::VQRegEnumValues(CRegKey& key, int index, std::string& name,
                                      CRegLib::eDataType& type) {
     return guarded([&] {
         CLookUp found(*this);
+        if (index == 0) {
+            expectValuesOf(key);
+        }
         const int result = found.findKey(key);
         if (result < 0) {
             return result;

@@ -30,6 +30,11 @@ public:
     // What the owner's table has under the id, for whoever cannot wait for a look into it; null when that
     // has to be asked.
     void* m_node = nullptr;
+
+    // Where the node's line lay when it was last looked at. Only ever a hint of what to ask memory for: the
+    // line may have moved, and the memory may be gone.
+    std::uintptr_t m_lineHint = 0;
+
     std::uint32_t m_ulHandleId;
     char* m_pszKeyName;   // owned, from strdup
     char* m_pszFullName;  // owned, from strdup

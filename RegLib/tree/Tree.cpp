@@ -53,24 +53,19 @@ void checkSize(std::string_view line) {
 constexpr std::uintptr_t kCacheLine = 64;
 
 // What lies so many cache lines behind something is on the way to the cache from now on.
-void expectBehind(const void* at, std::uintptr_t lines) {
-    __builtin_prefetch(
-        reinterpret_cast<const void*>(reinterpret_cast<std::uintptr_t>(at) + lines * kCacheLine));
+void expectBehind(std::uintptr_t at, std::uintptr_t lines) {
+    __builtin_prefetch(reinterpret_cast<const void*>(at + lines * kCacheLine));
+}
+
+std::uintptr_t placeOf(const void* at) {
+    return reinterpret_cast<std::uintptr_t>(at);
 }
 
 // Whoever asks for one child asks for the next one. Its node and its line most likely lie behind this
 // one's.
 void expectNext(const CKeyOrValue& child) {
-    expectBehind(&child, 2);
-    expectBehind(child.m_line, 2);
-}
-
-// The values with which a key was read lie behind it. All of them can be had in the time in which the
-// index tells which one it is.
-void expectValues(const CKeyOrValue& key) {
-    for (std::uintptr_t lines = 1; lines <= 6; ++lines) {
-        expectBehind(&key, lines);
-    }
+    expectBehind(placeOf(&child), 2);
+    expectBehind(placeOf(child.m_line), 2);
 }
 
 }  // namespace
@@ -94,6 +89,15 @@ std::size_t CTree::countOfKind(const CKeyOrValue& parent, bool isKey) const {
     return isKey ? children.keys.size() : children.values.size();
 }
 
+void CTree::expectValues(const CKeyOrValue& key, std::uintptr_t line) {
+    for (std::uintptr_t lines = 1; lines <= 6; ++lines) {
+        expectBehind(placeOf(&key), lines);
+    }
+    for (std::uintptr_t lines = 0; lines <= 6; ++lines) {
+        expectBehind(line, lines);
+    }
+}
+
 // On the straight way nothing is called, so that nothing has to be put aside for a call: a call costs more
 // than the comparison of two short names.
 CKeyOrValue* CTree::findNamed(const CKeyOrValue& parent, std::string_view name) const {
@@ -102,9 +106,6 @@ CKeyOrValue* CTree::findNamed(const CKeyOrValue& parent, std::string_view name) 
     }
     const CHashedName hashed(name);
     const std::uint32_t hash = CNameIndex::hashOf(parent, hashed.hash());
-    if (m_index.isLarge()) {
-        expectValues(parent);
-    }
     const CNameIndex::CEntry* const at = m_index.firstOf(hash);
     if (at->node == 0) {
         return nullptr;

@@ -51,6 +51,14 @@ public:
                    : nameApart(of);
     }
 
+    // Whoever looks up names at random seldom finds anything of the tree in the cache.
+    bool isLarge() const { return m_index.isLarge(); }
+
+    // The nodes of the values with which a key was read lie behind its own, and their lines behind its line.
+    // All of them can be had in the time in which the index tells which one it is, as long as nobody has to
+    // wait for the key's node to know where its line is: the caller knows that from the last time.
+    static void expectValues(const CKeyOrValue& key, std::uintptr_t line);
+
     // Null when there is none.
     [[gnu::always_inline]] CKeyOrValue* findChild(const CKeyOrValue& parent,
                                                   const CHashedName& name) const {
