@@ -15,14 +15,14 @@ using namespace vqtest;
 namespace {
 
 // As many as make the index of names a large one.
-constexpr int kKeys = 2000;
+constexpr std::size_t kKeys = 2000;
 constexpr int kValues = 10;
 
 class LargeStore : public StoreTest {
 protected:
     LargeStore() {
         std::string text = "[velquist]\n";
-        for (int key = 0; key < kKeys; ++key) {
+        for (std::size_t key = 0; key < kKeys; ++key) {
             text += "[velquist/" + keyName(key) + "]\n";
             for (int value = 0; value < kValues; ++value) {
                 const std::string name = valueName(value);
@@ -33,28 +33,27 @@ protected:
         file.write(text);
     }
 
-    static std::string keyName(int key) { return "k" + std::to_string(10'000 + key); }
+    static std::string keyName(std::size_t key) { return "k" + std::to_string(10'000 + key); }
     static std::string valueName(int value) { return "value" + std::to_string(value); }
-    static std::string firstText(int key, int value) {
+    static std::string firstText(std::size_t key, int value) {
         return std::to_string(key) + "." + std::to_string(value);
     }
 
     void openAll(CRegLibImpl& store, std::deque<CRegKey>& keys) const {
-        for (int key = 0; key < kKeys; ++key) {
+        for (std::size_t key = 0; key < kKeys; ++key) {
             ASSERT_EQ(openKey(store, keyName(key).c_str(), keys.emplace_back()), REGLIB_OK);
         }
     }
 
-    void set(CRegLibImpl& store, std::deque<CRegKey>& keys, int key, const std::string& name,
-             const std::string& text) {
-        ASSERT_EQ(setText(store, keys[static_cast<std::size_t>(key)], name.c_str(), text.c_str()),
-                  REGLIB_OK);
+    void set(CRegLibImpl& store, std::deque<CRegKey>& keys, std::size_t key,
+             const std::string& name, const std::string& text) {
+        ASSERT_EQ(setText(store, keys[key], name.c_str(), text.c_str()), REGLIB_OK);
         m_expected[key][name] = text;
     }
 
     void expectAll(CRegLibImpl& store, std::deque<CRegKey>& keys) {
-        for (int at = 0; at < kKeys; ++at) {
-            CRegKey& key = keys[static_cast<std::size_t>(at)];
+        for (std::size_t at = 0; at < kKeys; ++at) {
+            CRegKey& key = keys[at];
             std::vector<std::string> names;
             for (const auto& [name, text] : m_expected[at]) {
                 ASSERT_EQ(get(store, key, name.c_str()), Value::ofText(text)) << at << name;
@@ -81,11 +80,11 @@ TEST_F(LargeStore, GivesItsValuesWhereverTheirLinesHaveGone) {
     openAll(*other, others);
     expectAll(*store, keys);
     expectAll(*other, others);
-    for (int round = 0; round < 3; ++round) {
+    for (std::size_t round = 0; round < 3; ++round) {
         // More than the text bears before it is made anew, at another place.
         ASSERT_EQ(store->VQRegBeginUpdate(), REGLIB_OK);
         for (int change = 0; change < 3000; ++change) {
-            const int key = static_cast<int>(random() % kKeys);
+            const std::size_t key = random() % kKeys;
             const std::string name = valueName(static_cast<int>(random() % (kValues + 3)));
             set(*store, keys, key, name, std::string(random() % 300, 'x'));
         }
@@ -135,18 +134,17 @@ TEST_F(LargeStore, TakesHandlesOfKeysThatAreNoLongerInMemory) {
     openAll(*store, keys);
     openAll(*store, again);
     ASSERT_EQ(store->VQRegBeginUpdate(), REGLIB_OK);
-    for (int at = 0; at < kKeys - 1; ++at) {
-        CRegKey& key = keys[static_cast<std::size_t>(at)];
+    for (std::size_t at = 0; at < kKeys - 1; ++at) {
+        CRegKey& key = keys[at];
         for (int value = 0; value < kValues; ++value) {
             ASSERT_EQ(store->VQRegDeleteValue(key, valueName(value).c_str()), REGLIB_OK);
         }
         ASSERT_EQ(store->VQRegDeleteKey(*store->RootKey(), keyName(at).c_str()), REGLIB_OK);
     }
     ASSERT_EQ(store->VQRegEndUpdate(), REGLIB_OK);
-    ASSERT_LT(CFileStoreProbe(*store).tree().size(), std::size_t{kKeys});
-    for (int at = 0; at < kKeys - 1; ++at) {
-        EXPECT_EQ(get(*store, again[static_cast<std::size_t>(at)], "value0"),
-                  Value::failure(REGLIB_E_INVALID_HANDLE));
+    ASSERT_LT(CFileStoreProbe(*store).tree().size(), kKeys);
+    for (std::size_t at = 0; at < kKeys - 1; ++at) {
+        EXPECT_EQ(get(*store, again[at], "value0"), Value::failure(REGLIB_E_INVALID_HANDLE));
     }
     EXPECT_EQ(get(*store, again.back(), "value0"), Value::ofText(firstText(kKeys - 1, 0)));
 }
